@@ -1,0 +1,76 @@
+/// Bounded reading of bytes that came from a file.
+///
+///     ByteCursor cursor(data, size);
+///     std::uint32_t namesz = 0;
+///     if (!cursor.seek(4) || !cursor.read(namesz)) return false;   // out of bounds
+///
+/// The cursor is a small value and never moves outside its bytes. Values are little-endian whatever
+/// the host is; the files that the library reads are.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <type_traits>
+
+namespace ORV_3_30 {
+
+/// True if [offset, offset + length) lies in [0, size), without overflow.
+constexpr bool contains(std::uint64_t size, std::uint64_t offset, std::uint64_t length) {
+    return offset <= size && length <= size - offset;
+}
+
+class ByteCursor {
+public:
+    ByteCursor() = default;
+    ByteCursor(unsigned char const* data, std::uint64_t size) : m_data(data), m_size(data != nullptr ? size : 0) {}
+
+    std::uint64_t position() const { return m_position; }
+    std::uint64_t remaining() const { return m_size - m_position; }
+
+    /// False, without a move, for a position behind the end.
+    bool seek(std::uint64_t position) {
+        if (position > m_size) {
+            return false;
+        }
+        m_position = position;
+        return true;
+    }
+
+    bool skip(std::uint64_t count) { return count <= remaining() && seek(m_position + count); }
+
+    /// Reads an unsigned integer of its own width. False, out and position untouched, if too few
+    /// bytes remain.
+    template <typename T> bool read(T& out) {
+        static_assert(std::is_unsigned_v<T>);
+        if (remaining() < sizeof(T)) {
+            return false;
+        }
+        T value = 0;
+        for (std::size_t i = 0; i < sizeof(T); ++i) {
+            value = static_cast<T>(value | static_cast<T>(static_cast<T>(m_data[m_position + i]) << (8 * i)));
+        }
+        out = value;
+        m_position += sizeof(T);
+        return true;
+    }
+
+    /// Reads an unsigned integer of 4 or 8 bytes into 64 bits.
+    bool readWord(unsigned int width, std::uint64_t& out) {
+        if (width == 8) {
+            return read(out);
+        }
+        std::uint32_t word = 0;
+        if (!read(word)) {
+            return false;
+        }
+        out = word;
+        return true;
+    }
+
+private:
+    unsigned char const* m_data = nullptr;
+    std::uint64_t m_size = 0;
+    std::uint64_t m_position = 0;
+};
+
+} // namespace ORV_3_30

@@ -1,0 +1,48 @@
+#include "orv/orv_object.h"
+
+#include <new>
+
+namespace ORV_3_30::internal {
+
+unsigned int RefCountHelper::addRef() {
+    LockGuard guard(m_lock);
+    return ++m_count;
+}
+
+unsigned int RefCountHelper::release() {
+    // The object may go while the lock is held, and this helper with it: what is needed afterwards
+    // is copied first. The lock itself is not part of the object.
+    struct Unlocker {
+        ILock* lock;
+        ILock* owned = nullptr;
+        ~Unlocker() {
+            if (lock != nullptr) {
+                lock->unlock();
+            }
+            // The storage alone: by design no destructor runs and the mutex is not destroyed.
+            ::operator delete(owned);
+        }
+    };
+    if (m_lock != nullptr) {
+        m_lock->lock();
+    }
+    Unlocker unlocker{m_lock};
+    unsigned int const count = --m_count;
+    if (count != 0) {
+        return count;
+    }
+    if (m_ownsLock) {
+        unlocker.owned = m_lock;
+    }
+    if (m_observer != nullptr) {
+        m_observer->onDelete();
+    }
+    return 0;
+}
+
+void RefCountHelper::refCount(unsigned int& out) const {
+    LockGuard guard(m_lock);
+    out = m_count;
+}
+
+} // namespace ORV_3_30::internal

@@ -1,0 +1,55 @@
+#include "core/orv_trace.h"
+
+#include "platform/orv_log_setup.h"
+
+#include <log4cplus/logger.h>
+
+namespace ORV_3_30::trace {
+namespace {
+
+log4cplus::Logger& logger() {
+    static log4cplus::Logger instance = [] {
+        vorplex_1::log::configureComponentLogger("ORV");
+        return log4cplus::Logger::getInstance(LOG4CPLUS_TEXT("ORV"));
+    }();
+    return instance;
+}
+
+// Sets the logger up when the library is loaded.
+log4cplus::Logger const& g_atLoadTime = logger();
+
+bool reachesAnAppender() {
+    log4cplus::Logger current = logger();
+    while (current.getAllAppenders().empty()) {
+        if (!current.getAdditivity() || current.getName() == log4cplus::Logger::getRoot().getName()) {
+            return false;
+        }
+        current = current.getParent();
+    }
+    return true;
+}
+
+} // namespace
+
+bool enabled(Level level) { return logger().isEnabledFor(level) && reachesAnAppender(); }
+
+void write(Level level, std::string const& message, char const* file, int line) {
+    logger().forcedLog(level, message, file, line);
+}
+
+void report(Level level, std::string const& message, char const* file, int line) {
+    std::ostringstream record;
+    record << message << ", at file: " << file << ':' << line;
+    write(level, record.str(), file, line);
+}
+
+void reportAssertion(char const* condition, char const* file, int line) {
+    if (!enabled(level_Error)) {
+        return;
+    }
+    std::ostringstream message;
+    message << "ASSERTION FAILED: '" << condition << "', at file: " << file << ':' << line << '\n';
+    report(level_Error, message.str(), file, line);
+}
+
+} // namespace ORV_3_30::trace

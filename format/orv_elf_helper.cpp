@@ -1,0 +1,366 @@
+#include "format/orv_elf_helper.h"
+
+#include "core/orv_cursor.h"
+#include "core/orv_trace.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace ORV_3_30 {
+namespace {
+
+// Machine 31 keeps three exceptions in the reader, although no architecture belongs to it: the data
+// byte, the size of its symbols and the flags of some of its sections.
+constexpr unsigned int k_machine31 = 31;
+constexpr std::uint64_t k_machine31Flags = 0x100;
+constexpr std::uint64_t k_pageMask = 0xFFF;
+
+struct RolePattern {
+    char const* name;
+    ElfHelper::Role role;
+    bool mayBeCompressed; ///< The name with ".z" in front counts too.
+};
+
+constexpr RolePattern k_rolePatterns[] = {
+    {".symtab", ElfHelper::role_Symtab, false},
+    {".strtab", ElfHelper::role_Strtab, false},
+    {".dynsym", ElfHelper::role_Dynsym, false},
+    {".dynstr", ElfHelper::role_Dynstr, false},
+    {".plt", ElfHelper::role_Plt, false},
+    {".gnu_debuglink", ElfHelper::role_DebugLink, false},
+    {".note.gnu.build-id", ElfHelper::role_BuildId, false},
+    {".debug_info", ElfHelper::role_DebugInfo, true},
+    {".debug_abbrev", ElfHelper::role_DebugAbbrev, true},
+    {".debug_str", ElfHelper::role_DebugStr, true},
+    {".debug_ranges", ElfHelper::role_DebugRanges, true},
+    {".debug_loc", ElfHelper::role_DebugLoc, true},
+    {".debug_line", ElfHelper::role_DebugLine, true},
+};
+
+constexpr char k_rodata[] = ".rodata";
+
+bool matches(RolePattern const& pattern, char const* name) {
+    if (std::strcmp(name, pattern.name) == 0) {
+        return true;
+    }
+    return pattern.mayBeCompressed && std::strncmp(name, ".z", 2) == 0 && std::strcmp(name + 2, pattern.name + 1) == 0;
+}
+
+arch_t architectureOfMachine(unsigned int machine) {
+    switch (machine) {
+    case EM_386: return arch_X86;
+    case 50: return arch_Em50;
+    case EM_X86_64: return arch_X86_64;
+    case EM_ARM: return arch_Arm;
+    case 180: return arch_Em180;
+    case 181: return arch_Em181;
+    default: return arch_Unknown;
+    }
+}
+
+// The layouts differ only in the width of some fields, and in where p_flags stands.
+
+bool readEhdr(ByteCursor cursor, bool is64, Elf64_Ehdr& out) {
+    unsigned int const word = is64 ? 8 : 4;
+    return cursor.skip(EI_NIDENT) && cursor.read(out.e_type) && cursor.read(out.e_machine) &&
+           cursor.read(out.e_version) && cursor.readWord(word, out.e_entry) && cursor.readWord(word, out.e_phoff) &&
+           cursor.readWord(word, out.e_shoff) && cursor.read(out.e_flags) && cursor.read(out.e_ehsize) &&
+           cursor.read(out.e_phentsize) && cursor.read(out.e_phnum) && cursor.read(out.e_shentsize) &&
+           cursor.read(out.e_shnum) && cursor.read(out.e_shstrndx);
+}
+
+bool readPhdr(ByteCursor cursor, bool is64, Elf64_Phdr& out) {
+    unsigned int const word = is64 ? 8 : 4;
+    return cursor.read(out.p_type) && (!is64 || cursor.read(out.p_flags)) && cursor.readWord(word, out.p_offset) &&
+           cursor.readWord(word, out.p_vaddr) && cursor.readWord(word, out.p_paddr) &&
+           cursor.readWord(word, out.p_filesz) && cursor.readWord(word, out.p_memsz) &&
+           (is64 || cursor.read(out.p_flags)) && cursor.readWord(word, out.p_align);
+}
+
+bool readShdr(ByteCursor cursor, bool is64, Elf64_Shdr& out) {
+    unsigned int const word = is64 ? 8 : 4;
+    return cursor.read(out.sh_name) && cursor.read(out.sh_type) && cursor.readWord(word, out.sh_flags) &&
+           cursor.readWord(word, out.sh_addr) && cursor.readWord(word, out.sh_offset) &&
+           cursor.readWord(word, out.sh_size) && cursor.read(out.sh_link) && cursor.read(out.sh_info) &&
+           cursor.readWord(word, out.sh_addralign) && cursor.readWord(word, out.sh_entsize);
+}
+
+} // namespace
+
+ElfHelper::ElfHelper(SymMgrObjectPtr<IModuleImage> image) : m_fileImage(std::move(image)) {
+    if (!ORV_ASSERT(m_fileImage, "m_fileImage!=NULL")) {
+        return;
+    }
+    m_fileSize = m_fileImage->size();
+    if (!readHeader()) {
+        return;
+    }
+    m_architecture = architectureOfMachine(m_header.e_machine);
+    if (!ORV_ASSERT(m_architecture != arch_Unknown, "false")) {
+        return;
+    }
+    m_valid = readProgramHeaders() && readSectionHeaders();
+}
+
+bool ElfHelper::readHeader() {
+    unsigned char bytes[sizeof(Elf64_Ehdr)] = {};
+    if (!ORV_ASSERT(m_fileImage->read(0, EI_NIDENT, bytes) == EI_NIDENT, "false")) {
+        return false;
+    }
+    unsigned char const fileClass = bytes[EI_CLASS];
+    if (fileClass != ELFCLASS32 && fileClass != ELFCLASS64) {
+        ORV_WARN("File " << m_fileImage->fileName() << "has neither ELFCLASS32 nor ELFCLASS64");
+        return false;
+    }
+    m_is64 = fileClass == ELFCLASS64;
+    std::size_t const headerSize = m_is64 ? sizeof(Elf64_Ehdr) : sizeof(Elf32_Ehdr);
+    if (!ORV_ASSERT(m_fileImage->read(0, headerSize, bytes) == headerSize, "false")) {
+        return false;
+    }
+    std::memcpy(m_header.e_ident, bytes, EI_NIDENT);
+    // Fields are little-endian whatever the data byte says.
+    readEhdr(ByteCursor(bytes, headerSize), m_is64, m_header);
+    if (m_header.e_ident[EI_DATA] == ELFDATA2MSB && m_header.e_machine == k_machine31) {
+        m_header.e_ident[EI_DATA] = ELFDATA2LSB;
+    }
+    return ORV_ASSERT(m_header.e_ident[EI_DATA] == ELFDATA2LSB, "false");
+}
+
+bool ElfHelper::readTable(std::uint64_t offset, unsigned int count, unsigned int entrySize, unsigned int leastEntrySize,
+                          std::vector<unsigned char>& out) const {
+    std::uint64_t const size = std::uint64_t{count} * entrySize;
+    if (entrySize < leastEntrySize || !contains(m_fileSize, offset, size)) {
+        return false;
+    }
+    out.resize(size);
+    return m_fileImage->read(offset, size, out.data()) == size;
+}
+
+bool ElfHelper::readProgramHeaders() {
+    if (m_header.e_phnum == 0) {
+        return true;
+    }
+    std::vector<unsigned char> table;
+    if (!readTable(m_header.e_phoff, m_header.e_phnum, m_header.e_phentsize,
+                   m_is64 ? sizeof(Elf64_Phdr) : sizeof(Elf32_Phdr), table)) {
+        return false;
+    }
+    for (unsigned int i = 0; i < m_header.e_phnum; ++i) {
+        std::size_t const at = std::size_t{i} * m_header.e_phentsize;
+        Elf64_Phdr header{};
+        readPhdr(ByteCursor(table.data() + at, table.size() - at), m_is64, header);
+        if (header.p_type != PT_LOAD) {
+            continue;
+        }
+        header.p_offset += m_fileImage->imageOffset();
+        if (m_loadableHeaders.empty()) {
+            m_firstLoad = {header.p_vaddr, header.p_memsz};
+            m_imageBase = header.p_vaddr & ~k_pageMask;
+        } else if (m_loadableHeaders.size() == 1) {
+            m_secondLoad = {header.p_vaddr, header.p_memsz};
+        }
+        m_loadableHeaders.push_back(header);
+    }
+    return true;
+}
+
+bool ElfHelper::readSectionHeaders() {
+    if (m_header.e_shnum == 0) {
+        return true; // a file without sections is fine
+    }
+    std::vector<unsigned char> table;
+    if (!readTable(m_header.e_shoff, m_header.e_shnum, m_header.e_shentsize,
+                   m_is64 ? sizeof(Elf64_Shdr) : sizeof(Elf32_Shdr), table)) {
+        return false;
+    }
+    m_sectionHeaders.resize(m_header.e_shnum);
+    for (unsigned int i = 0; i < m_header.e_shnum; ++i) {
+        std::size_t const at = std::size_t{i} * m_header.e_shentsize;
+        Elf64_Shdr& header = m_sectionHeaders[i];
+        readShdr(ByteCursor(table.data() + at, table.size() - at), m_is64, header);
+        if (m_header.e_machine == k_machine31 && header.sh_flags == k_machine31Flags && header.sh_type != SHT_NULL) {
+            header.sh_flags = SHF_ALLOC;
+        }
+    }
+    if (m_header.e_shstrndx != SHN_UNDEF) {
+        m_sectionNames = readSectionBytes(m_header.e_shstrndx);
+        if (m_sectionNames.bytes == nullptr) {
+            ORV_ERROR("Failed to read string table for file" << m_fileImage->fileName());
+            return false;
+        }
+    }
+    indexRelocationSections();
+    for (unsigned int i = 0; i < m_sectionHeaders.size(); ++i) {
+        if (m_sectionHeaders[i].sh_size == 0) {
+            continue;
+        }
+        classifyAddresses(i);
+        if (!classifySection(i)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/// The first relocation section for a section wins. Sorted ahead of the list, so that no order of
+/// sections makes the list walk.
+void ElfHelper::indexRelocationSections() {
+    std::vector<std::pair<unsigned long, unsigned long>> found;
+    for (unsigned int i = 0; i < m_sectionHeaders.size(); ++i) {
+        Elf64_Shdr const& header = m_sectionHeaders[i];
+        if (header.sh_size != 0 && (header.sh_type == SHT_RELA || header.sh_type == SHT_REL)) {
+            found.emplace_back(header.sh_info, i);
+        }
+    }
+    std::sort(found.begin(), found.end());
+    for (auto const& [target, index] : found) {
+        m_relocationSections.insert(target, index);
+    }
+}
+
+bool ElfHelper::liesInOneLoad(Elf64_Shdr const& section, Elf64_Shdr const& next) const {
+    return (m_firstLoad.holds(section.sh_addr) && m_firstLoad.holds(next.sh_addr)) ||
+           (m_secondLoad.holds(section.sh_addr) && m_secondLoad.holds(next.sh_addr));
+}
+
+void ElfHelper::classifyAddresses(unsigned int index) {
+    Elf64_Shdr const& section = m_sectionHeaders[index];
+    unsigned long long const start = section.sh_addr;
+    unsigned long long end = start + section.sh_size;
+    // Padding belongs to the section before it, inside one load.
+    if (index + 1 < m_sectionHeaders.size()) {
+        Elf64_Shdr const& next = m_sectionHeaders[index + 1];
+        if (end < next.sh_addr && liesInOneLoad(section, next)) {
+            end = next.sh_addr;
+        }
+    }
+    if ((section.sh_flags & SHF_EXECINSTR) != 0) {
+        m_codeRanges[start] = end;
+        return;
+    }
+    bool const isData = (section.sh_flags & SHF_WRITE) != 0 ||
+                        ((section.sh_flags & SHF_ALLOC) != 0 && section.sh_type == SHT_PROGBITS);
+    auto const holdsAll = [&](Load const& load) { return load.holds(start) && end - load.start <= load.size; };
+    if (isData && (holdsAll(m_secondLoad) || holdsAll(m_firstLoad))) {
+        m_dataRanges[start] = end;
+    }
+}
+
+bool ElfHelper::classifySection(unsigned int index) {
+    Elf64_Shdr const& section = m_sectionHeaders[index];
+    if (section.sh_type == SHT_RELA || section.sh_type == SHT_REL || section.sh_type == SHT_NOBITS) {
+        return true;
+    }
+    char const* const name = sectionName(index);
+    bool isKnown = false;
+    if (std::strcmp(name, k_rodata) == 0) {
+        m_dataRanges.emplace(section.sh_addr, section.sh_addr + section.sh_size);
+        isKnown = true;
+    } else {
+        for (RolePattern const& pattern : k_rolePatterns) {
+            RoleSection& role = m_roles[pattern.role];
+            if (role.index == k_noSection && matches(pattern, name)) {
+                role.index = index;
+                if (pattern.role <= k_lastDataRole) {
+                    role.data = new ElfSectionData(index, this);
+                }
+                isKnown = true;
+                break;
+            }
+        }
+    }
+    if (isKnown && !contains(m_fileSize, section.sh_offset, section.sh_size)) {
+        ORV_ERROR("Section " << name << "in file " << m_fileImage->fileName()
+                             << "has incorrect size or file is truncated");
+        return false;
+    }
+    return true;
+}
+
+Elf64_Shdr const* ElfHelper::sectionHeaderByName(char const* name) const {
+    for (unsigned int i = 0; i < m_sectionHeaders.size(); ++i) {
+        if (std::strcmp(sectionName(i), name) == 0) {
+            return &m_sectionHeaders[i];
+        }
+    }
+    return nullptr;
+}
+
+char const* ElfHelper::sectionName(unsigned int index) const {
+    if (index >= m_sectionHeaders.size() || m_sectionNames.bytes == nullptr ||
+        m_sectionHeaders[index].sh_name >= m_sectionNames.size) {
+        return "";
+    }
+    return reinterpret_cast<char const*>(m_sectionNames.bytes.get()) + m_sectionHeaders[index].sh_name;
+}
+
+unsigned int ElfHelper::relocationSectionOf(unsigned int index) const {
+    auto const* const item = m_relocationSections.find(index);
+    return item != nullptr ? static_cast<unsigned int>(item->value) : k_noSection;
+}
+
+void ElfHelper::walkProgramHeaders(IProgramHeadersCallback& callback) const {
+    for (unsigned int i = 0; m_valid && i < m_loadableHeaders.size(); ++i) {
+        callback.programHeader(m_loadableHeaders[i], i);
+    }
+}
+
+void ElfHelper::walkSectionHeaders(ISectionHeadersCallback& callback) const {
+    for (unsigned int i = 0; m_valid && i < m_sectionHeaders.size(); ++i) {
+        callback.sectionHeader(m_sectionHeaders[i], i);
+    }
+}
+
+SectionBytes ElfHelper::readSectionBytes(unsigned int index) const {
+    Elf64_Shdr const* const section = sectionHeader(index);
+    if (section == nullptr || !contains(m_fileSize, section->sh_offset, section->sh_size)) {
+        return {};
+    }
+    SectionBytes raw = allocateSectionBytes(section->sh_size);
+    if (!ORV_ASSERT(m_fileImage->read(section->sh_offset, raw.size, raw.bytes.get()) == raw.size, "false")) {
+        return {};
+    }
+    SectionBytes uncompressed;
+    if (std::strncmp(sectionName(index), ".zdebug_", 8) == 0 &&
+        uncompressZlibSection(raw.bytes.get(), raw.size, uncompressed)) {
+        return uncompressed;
+    }
+    return raw;
+}
+
+void ElfHelper::copySymbolTablesFrom(ElfHelper const& other) {
+    if (&other == this) {
+        return;
+    }
+    if (!ORV_ASSERT(m_imageBase >= other.getImageBase(), "m_imageBase >= elfHelper->getImageBase()")) {
+        return;
+    }
+    unsigned long long const delta = m_imageBase - other.getImageBase();
+    // Both or nothing: names without their symbols, or the other way round, serve nobody.
+    auto const adopt = [&](Role symbols, Role strings) {
+        if (m_roles[symbols].data || m_roles[strings].data || !other.m_roles[symbols].data ||
+            !other.m_roles[strings].data) {
+            return;
+        }
+        for (Role const role : {symbols, strings}) {
+            m_roles[role].data = new ElfSectionData(other.readSectionBytes(other.m_roles[role].index), delta);
+        }
+    };
+    adopt(role_Symtab, role_Strtab);
+    adopt(role_Dynsym, role_Dynstr);
+}
+
+void ElfHelper::resetLayout(Load const& text, Load const& data) {
+    m_imageBase = text.start;
+    m_firstLoad.size = text.size;
+    m_codeRanges = {{text.start, text.start + text.size}};
+    m_secondLoad = data;
+    m_dataRanges = {{data.start, data.start + data.size}};
+}
+
+bool ElfHelper::holds(Ranges const& ranges, unsigned long long address) {
+    auto const after = ranges.upper_bound(address);
+    return after != ranges.begin() && address < std::prev(after)->second;
+}
+
+} // namespace ORV_3_30

@@ -1,0 +1,150 @@
+/// One ELF file: header, loadable program headers, section headers and the sections that the system
+/// cares about (System V ABI, "Object Files"). 32-bit and 64-bit files come to one form.
+///
+///     SymMgrObjectPtr<ElfHelper> helper(new ElfHelper(image));
+///     if (!helper->valid()) return status_BadFileFormat;
+///     if (helper->isCodeAddress(address)) ...
+///
+/// Immutable once built, but for the adopted symbol tables and the reset for files without loadable
+/// segments, both of which the owner does before it shares the helper.
+#pragma once
+
+#include "core/orv_list.h"
+#include "format/orv_section_data.h"
+#include "orv/orv_moduleimage.h"
+
+#include <array>
+#include <cstdint>
+#include <elf.h>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace ORV_3_30 {
+
+class ElfHelper final : public SymMgrObjectImpl {
+public:
+    class IProgramHeadersCallback {
+    public:
+        virtual void programHeader(Elf64_Phdr const& header, unsigned int ordinal) = 0;
+
+    protected:
+        ~IProgramHeadersCallback() = default;
+    };
+    class ISectionHeadersCallback {
+    public:
+        virtual void sectionHeader(Elf64_Shdr const& header, unsigned int index) = 0;
+
+    protected:
+        ~ISectionHeadersCallback() = default;
+    };
+
+    /// Sections with a role in the system. Those up to k_lastDataRole are held as data, the others
+    /// as indices.
+    enum Role : unsigned int {
+        role_Symtab,
+        role_Strtab,
+        role_Dynsym,
+        role_Dynstr,
+        role_DebugInfo,
+        role_DebugStr,
+        role_DebugRanges,
+        role_DebugLoc,
+        role_Plt,
+        role_DebugLink,
+        role_BuildId,
+        role_DebugAbbrev,
+        role_DebugLine,
+        role_Count
+    };
+
+    explicit ElfHelper(SymMgrObjectPtr<IModuleImage> image);
+
+    bool valid() const { return m_valid; }
+    bool is64() const { return m_is64; }
+    arch_t architecture() const { return m_architecture; }
+    Elf64_Ehdr const& header() const { return m_header; }
+    IModuleImage* image() const { return m_fileImage.get(); }
+
+    /// All ones in a file without loadable segments.
+    unsigned long long getImageBase() const { return m_imageBase; }
+    unsigned long long firstLoadSize() const { return m_firstLoad.size; }
+
+    bool isCodeAddress(unsigned long long address) const { return holds(m_codeRanges, address); }
+    bool isDataAddress(unsigned long long address) const { return holds(m_dataRanges, address); }
+
+    unsigned int sectionCount() const { return static_cast<unsigned int>(m_sectionHeaders.size()); }
+    /// Null for an index past the table.
+    Elf64_Shdr const* sectionHeader(unsigned int index) const {
+        return index < m_sectionHeaders.size() ? &m_sectionHeaders[index] : nullptr;
+    }
+    /// The first section of that name; null if there is none.
+    Elf64_Shdr const* sectionHeaderByName(char const* name) const;
+    /// Never null; empty where the section has no name.
+    char const* sectionName(unsigned int index) const;
+
+    /// The data of a role, null where the file lacks it. Always null for roles held as indices.
+    ISectionData* sectionData(Role role) const { return m_roles[role].data.get(); }
+    /// Index of a role's section; k_noSection where the file lacks it.
+    unsigned int sectionIndex(Role role) const { return m_roles[role].index; }
+    /// The relocation section that applies to a section; k_noSection where there is none.
+    unsigned int relocationSectionOf(unsigned int index) const;
+
+    /// Both walk only a valid helper.
+    void walkProgramHeaders(IProgramHeadersCallback& callback) const;
+    void walkSectionHeaders(ISectionHeadersCallback& callback) const;
+
+    /// The bytes of a section, uncompressed; none if they lie beyond the file. Throws std::bad_alloc.
+    SectionBytes readSectionBytes(unsigned int index) const;
+
+    /// Takes the symbol tables of a companion file in place of those that this file lacks.
+    void copySymbolTablesFrom(ElfHelper const& other);
+
+    struct Load {
+        unsigned long long start = 0;
+        unsigned long long size = 0;
+        bool holds(unsigned long long address) const { return address >= start && address - start < size; }
+    };
+    /// Gives a file without loadable segments its base and its code and data from two sections.
+    void resetLayout(Load const& text, Load const& data);
+
+private:
+    using Ranges = std::map<unsigned long long, unsigned long long>;
+    using RelocationSections = SortList<unsigned long, PairItem<unsigned long, unsigned long>,
+                                        ListRemover<PairItem<unsigned long, unsigned long>>>;
+    struct RoleSection {
+        SymMgrObjectPtr<ISectionData> data;
+        unsigned int index = k_noSection;
+    };
+    static constexpr unsigned int k_lastDataRole = role_DebugLoc;
+
+    bool readHeader();
+    bool readProgramHeaders();
+    bool readSectionHeaders();
+    bool readTable(std::uint64_t offset, unsigned int count, unsigned int entrySize, unsigned int leastEntrySize,
+                   std::vector<unsigned char>& out) const;
+    bool classifySection(unsigned int index);
+    void classifyAddresses(unsigned int index);
+    void indexRelocationSections();
+    bool liesInOneLoad(Elf64_Shdr const& section, Elf64_Shdr const& next) const;
+    static bool holds(Ranges const& ranges, unsigned long long address);
+
+    SymMgrObjectPtr<IModuleImage> m_fileImage;
+    std::uint64_t m_fileSize = 0;
+    Elf64_Ehdr m_header{};
+    std::vector<Elf64_Shdr> m_sectionHeaders;
+    SectionBytes m_sectionNames;
+    bool m_is64 = false;
+    bool m_valid = false;
+    std::vector<Elf64_Phdr> m_loadableHeaders;
+    arch_t m_architecture = arch_Unknown;
+    std::array<RoleSection, role_Count> m_roles;
+    unsigned long long m_imageBase = ~0ULL;
+    Load m_firstLoad;
+    Load m_secondLoad;
+    RelocationSections m_relocationSections;
+    Ranges m_codeRanges;
+    Ranges m_dataRanges;
+};
+
+} // namespace ORV_3_30

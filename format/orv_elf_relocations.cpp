@@ -1,0 +1,161 @@
+#include "format/orv_elf_relocations.h"
+
+#include "core/orv_cursor.h"
+#include "symbols/orv_scope.h"
+
+#include <algorithm>
+
+namespace ORV_3_30 {
+namespace {
+
+/// Stub 0 of the table leads to the resolver; every stub has this size on every architecture that is
+/// read.
+constexpr unsigned long long k_stubSize = 16;
+
+/// Bytes that a relocation patches, by its type; the address size where the type is not known.
+unsigned int patchedWidth(ElfHelper const& helper, std::uint64_t type) {
+    if (helper.architecture() != arch_X86_64) {
+        return helper.is64() ? 8 : 4;
+    }
+    switch (type) {
+    case R_X86_64_PC32:
+    case R_X86_64_GOT32:
+    case R_X86_64_PLT32:
+    case R_X86_64_GOTPCREL:
+    case R_X86_64_32:
+    case R_X86_64_32S:
+    case R_X86_64_TLSGD:
+    case R_X86_64_TLSLD:
+    case R_X86_64_DTPOFF32:
+    case R_X86_64_GOTTPOFF:
+    case R_X86_64_TPOFF32:
+    case R_X86_64_GOTPC32:
+    case R_X86_64_SIZE32: return 4;
+    default: return helper.is64() ? 8 : 4;
+    }
+}
+
+void writeWord(unsigned char* to, unsigned int width, std::uint64_t value) {
+    for (unsigned int i = 0; i < width; ++i) {
+        to[i] = static_cast<unsigned char>(value >> (8 * i));
+    }
+}
+
+class RELARelocationAddends final : public RelocationAddends {
+public:
+    using RelocationAddends::RelocationAddends;
+    bool readEntry(ByteCursor& reader, std::uint64_t& offset, std::uint64_t& info, std::uint64_t& addend) override {
+        return reader.readWord(wordSize(), offset) && reader.readWord(wordSize(), info) &&
+               reader.readWord(wordSize(), addend);
+    }
+    void apply(unsigned char* bytes, std::uint64_t size, Entry const& entry) override {
+        if (contains(size, entry.offset, entry.width)) {
+            writeWord(bytes + entry.offset, entry.width, entry.value);
+        }
+    }
+};
+
+/// The addend stands in the bytes that are patched.
+class RELRelocationAddends final : public RelocationAddends {
+public:
+    using RelocationAddends::RelocationAddends;
+    bool readEntry(ByteCursor& reader, std::uint64_t& offset, std::uint64_t& info, std::uint64_t& addend) override {
+        addend = 0;
+        return reader.readWord(wordSize(), offset) && reader.readWord(wordSize(), info);
+    }
+    void apply(unsigned char* bytes, std::uint64_t size, Entry const& entry) override {
+        ByteCursor field(bytes, size);
+        std::uint64_t word = 0;
+        if (field.seek(entry.offset) && field.readWord(entry.width, word)) {
+            writeWord(bytes + entry.offset, entry.width, word + entry.value);
+        }
+    }
+};
+
+/// The symbols that a relocation section refers to, and their names.
+struct Referred {
+    SymMgrObjectPtr<ISectionData> symbols;
+    SymMgrObjectPtr<ISectionData> strings;
+};
+
+Referred referredBy(ElfHelper const& helper, unsigned int link) {
+    for (auto const& [symbols, strings] : {std::pair{ElfHelper::role_Symtab, ElfHelper::role_Strtab},
+                                           std::pair{ElfHelper::role_Dynsym, ElfHelper::role_Dynstr}}) {
+        if (link == helper.sectionIndex(symbols)) {
+            return {helper.sectionData(symbols), helper.sectionData(strings)};
+        }
+    }
+    return {SymMgrObjectPtr<ISectionData>(new ElfSectionData(link, &helper)), {}};
+}
+
+} // namespace
+
+void RelocationAddends::setEntries(std::vector<Entry> entries) {
+    auto const byOffset = [](Entry const& a, Entry const& b) { return a.offset < b.offset; };
+    auto const sameOffset = [](Entry const& a, Entry const& b) { return a.offset == b.offset; };
+    std::stable_sort(entries.begin(), entries.end(), byOffset);
+    entries.erase(std::unique(entries.begin(), entries.end(), sameOffset), entries.end());
+    m_entries = std::move(entries);
+}
+
+SymMgrObjectPtr<RelocationAddends> relocationAddends(ElfHelper const& helper, unsigned int section) {
+    unsigned int const index = helper.relocationSectionOf(section);
+    Elf64_Shdr const* const header = helper.sectionHeader(index);
+    if (header == nullptr) {
+        return {};
+    }
+    bool const is64 = helper.is64();
+    SymMgrObjectPtr<RelocationAddends> result;
+    if (header->sh_type == SHT_RELA) {
+        result = new RELARelocationAddends(is64, index);
+    } else {
+        result = new RELRelocationAddends(is64, index);
+    }
+    if (header->sh_link >= helper.sectionCount()) {
+        return result;
+    }
+    Referred const referred = referredBy(helper, header->sh_link);
+    SectionBytes const bytes = helper.readSectionBytes(index);
+    ByteCursor reader(bytes.bytes.get(), bytes.size);
+    std::uint64_t const symbolSize = is64 ? sizeof(Elf64_Sym) : sizeof(Elf32_Sym);
+    std::vector<RelocationAddends::Entry> entries;
+    std::uint64_t offset = 0;
+    std::uint64_t info = 0;
+    std::uint64_t addend = 0;
+    // Every relocation counts towards the ordinal, skipped ones too: it is the number of the stub.
+    for (unsigned int ordinal = 0; result->readEntry(reader, offset, info, addend); ++ordinal) {
+        std::uint64_t const symbol = is64 ? info >> 32 : info >> 8;
+        std::uint64_t const type = is64 ? info & 0xFFFFFFFF : info & 0xFF;
+        Elf64_Sym entry{};
+        if (!readElfSymbol(is64, referred.symbols->data(), referred.symbols->size(), symbol * symbolSize, entry)) {
+            continue;
+        }
+        // Section symbols count: relocatable files refer to their own sections through them.
+        if (symbol != 0 && ELF64_ST_TYPE(entry.st_info) >= STT_FILE) {
+            continue;
+        }
+        entries.push_back({offset, entry.st_name, addend + entry.st_value, ordinal, patchedWidth(helper, type),
+                           referred.strings});
+    }
+    result->setEntries(std::move(entries));
+    return result;
+}
+
+void ThunkSymbolCallBack::attach(Scope& scope, unsigned long long address, unsigned long long size) {
+    scope.addThunk(new ImportThunk(&scope, address, size));
+}
+
+void PLTEntryCallBack::addend(RelocationAddends::Entry const& entry) {
+    unsigned long long const stub = m_plt + (entry.ordinal + 1ULL) * k_stubSize;
+    if (m_filter != nullptr && !m_filter->accept(stub, stub + k_stubSize)) {
+        return;
+    }
+    if (!entry.strings || entry.nameOffset >= entry.strings->size()) {
+        return;
+    }
+    auto const* const names = reinterpret_cast<char const*>(entry.strings->data());
+    symbol(SymbolName::borrowed(names + entry.nameOffset), stub, k_stubSize, symbol_visibility_Global,
+           symbol_kind_Function);
+}
+
+} // namespace ORV_3_30

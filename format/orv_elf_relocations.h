@@ -1,0 +1,78 @@
+/// Relocation sections of an ELF file (System V ABI, "Relocation"), and the thunks that they reveal.
+#pragma once
+
+#include "core/orv_cursor.h"
+#include "format/orv_elf_symbols.h"
+#include "symbols/orv_accepted_ranges.h"
+
+#include <cstdint>
+#include <vector>
+
+namespace ORV_3_30 {
+
+/// What is to be added where in one section, by offset. Of two entries for one offset the first counts.
+class RelocationAddends : public SymMgrObjectImpl {
+public:
+    RelocationAddends(bool is64, unsigned long long relocationSection)
+        : m_wordSize(is64 ? 8 : 4), m_relocationSection(relocationSection) {}
+
+    struct Entry {
+        std::uint64_t offset;
+        std::uint64_t nameOffset;
+        std::uint64_t value;   ///< The symbol's value plus the addend.
+        unsigned int ordinal;  ///< Number in the relocation section, skipped ones counted.
+        unsigned int width;    ///< Bytes that the relocation's type patches: 4 or 8.
+        SymMgrObjectPtr<ISectionData> strings; ///< May be null.
+    };
+
+    /// Reads the next entry of the relocation section; false if too few bytes remain.
+    virtual bool readEntry(ByteCursor& reader, std::uint64_t& offset, std::uint64_t& info, std::uint64_t& addend) = 0;
+    /// Patches the bytes of the section that the entries apply to. Nothing happens if the field lies
+    /// outside them.
+    virtual void apply(unsigned char* bytes, std::uint64_t size, Entry const& entry) = 0;
+
+    std::vector<Entry> const& entries() const { return m_entries; }
+    unsigned long long relocationSection() const { return m_relocationSection; }
+    void setEntries(std::vector<Entry> entries);
+
+protected:
+    unsigned int wordSize() const { return m_wordSize; }
+
+private:
+    unsigned int m_wordSize;
+    std::vector<Entry> m_entries;
+    unsigned long long m_relocationSection;
+};
+
+/// The addends of a section of the file; null where no relocation section applies to it.
+SymMgrObjectPtr<RelocationAddends> relocationAddends(ElfHelper const& helper, unsigned int section);
+
+class IAddendCallBack {
+public:
+    virtual void addend(RelocationAddends::Entry const& entry) = 0;
+
+protected:
+    ~IAddendCallBack() = default;
+};
+
+/// The place is a thunk of the scope.
+class ThunkSymbolCallBack : public SymbolCallBack {
+public:
+    using SymbolCallBack::SymbolCallBack;
+    void attach(Scope& scope, unsigned long long address, unsigned long long size) override;
+};
+
+/// Gives each stub of the procedure linkage table a symbol with the name of its import.
+class PLTEntryCallBack final : public IAddendCallBack, public ThunkSymbolCallBack {
+public:
+    PLTEntryCallBack(IFileFormatLoader* loader, ISymbolTable* table, unsigned long long plt, AcceptedRanges* filter)
+        : ThunkSymbolCallBack(loader, table), m_plt(plt), m_filter(filter) {}
+
+    void addend(RelocationAddends::Entry const& entry) override;
+
+private:
+    unsigned long long m_plt;
+    AcceptedRanges* m_filter;
+};
+
+} // namespace ORV_3_30

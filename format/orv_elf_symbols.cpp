@@ -1,0 +1,108 @@
+#include "format/orv_elf_symbols.h"
+
+#include "core/orv_cursor.h"
+#include "symbols/orv_scope.h"
+
+namespace ORV_3_30 {
+namespace {
+
+constexpr unsigned int k_machineWithWideSymbols = 31;
+constexpr unsigned int k_wideSymbolExtra = 4;
+
+/// What becomes of a symbol type. Types without a row are always passed over.
+struct TypeRule {
+    unsigned int type;
+    unsigned int neededKinds; ///< One of these must be wanted.
+    symbol_kind_t kind;
+    bool mayLieInData;
+};
+
+constexpr TypeRule k_typeRules[] = {
+    {STT_FUNC, symbol_kind_Function | symbol_kind_FunctionAlt, symbol_kind_Function, false},
+    {STT_OBJECT, symbol_kind_DataAlt | symbol_kind_Data, symbol_kind_Data, true},
+    {STT_NOTYPE, symbol_kind_Other, symbol_kind_Other, true},
+};
+
+} // namespace
+
+bool readElfSymbol(bool is64, unsigned char const* data, std::uint64_t size, std::uint64_t position, Elf64_Sym& out) {
+    ByteCursor cursor(data, size);
+    if (!cursor.seek(position) || !cursor.read(out.st_name)) {
+        return false;
+    }
+    if (is64) {
+        return cursor.read(out.st_info) && cursor.read(out.st_other) && cursor.read(out.st_shndx) &&
+               cursor.read(out.st_value) && cursor.read(out.st_size);
+    }
+    return cursor.readWord(4, out.st_value) && cursor.readWord(4, out.st_size) && cursor.read(out.st_info) &&
+           cursor.read(out.st_other) && cursor.read(out.st_shndx);
+}
+
+ElfSymbolReader::ElfSymbolReader(ElfHelper const& helper, ISectionData& symbols, ISectionData& strings,
+                                 unsigned int kinds)
+    : m_helper(helper), m_kinds(kinds | symbol_kind_Other), m_data(symbols.data()), m_size(symbols.size()),
+      m_names(reinterpret_cast<char const*>(strings.data())), m_namesSize(strings.size()),
+      m_delta(symbols.addressDelta()), m_entrySize(helper.is64() ? sizeof(Elf64_Sym) : sizeof(Elf32_Sym)) {
+    if (helper.header().e_machine == k_machineWithWideSymbols) {
+        m_entrySize += k_wideSymbolExtra;
+    }
+    if (m_names == nullptr) {
+        m_size = 0;
+    }
+}
+
+bool ElfSymbolReader::next(ElfSymbol& out) {
+    while (contains(m_size, m_position, m_entrySize)) {
+        Elf64_Sym entry{};
+        bool const isRead = readElfSymbol(m_helper.is64(), m_data, m_size, m_position, entry);
+        m_position += m_entrySize;
+        if (isRead && accept(entry, out)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool ElfSymbolReader::accept(Elf64_Sym const& entry, ElfSymbol& out) const {
+    unsigned int const binding = ELF64_ST_BIND(entry.st_info);
+    if (entry.st_name == 0 || binding > STB_WEAK || entry.st_shndx == SHN_UNDEF || entry.st_shndx == SHN_COMMON) {
+        return false;
+    }
+    unsigned int const type = ELF64_ST_TYPE(entry.st_info);
+    for (TypeRule const& rule : k_typeRules) {
+        if (rule.type != type) {
+            continue;
+        }
+        unsigned long long const address = m_delta + entry.st_value;
+        bool const isPlaced =
+            m_helper.isCodeAddress(address) || (rule.mayLieInData && m_helper.isDataAddress(address));
+        if ((m_kinds & rule.neededKinds) == 0 || !isPlaced) {
+            return false;
+        }
+        out.name = entry.st_name < m_namesSize ? m_names + entry.st_name : nullptr;
+        out.address = address;
+        out.size = entry.st_size;
+        out.visibility = binding == STB_LOCAL ? symbol_visibility_Local : symbol_visibility_Global;
+        out.kind = rule.kind;
+        return true;
+    }
+    return false;
+}
+
+void SymbolCallBack::symbol(SymbolName name, unsigned long long address, unsigned long long size,
+                            symbol_visibility_t visibility, symbol_kind_t kind) {
+    if (name.text() == nullptr || *name.text() == '\0') {
+        return;
+    }
+    SymMgrObjectPtr<SymbolScope> const scope(
+        new SymbolScope(m_loader, name, address, m_table->scope(), visibility, kind));
+    attach(*scope, address, size);
+    // The table may refuse the scope: the first symbol in stays where two are the same.
+    m_table->addRange(address, address + size, scope.get());
+}
+
+void RegularSymbolCallBack::attach(Scope& scope, unsigned long long address, unsigned long long size) {
+    scope.addRange(address, address + size);
+}
+
+} // namespace ORV_3_30

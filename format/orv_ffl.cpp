@@ -1,0 +1,234 @@
+#include "format/orv_ffl.h"
+
+#include "core/orv_cursor.h"
+#include "core/orv_iterators.h"
+#include "core/orv_trace.h"
+#include "format/orv_fflelf.h"
+#include "image/orv_file.h"
+#include "manager/orv_address.h"
+#include "manager/orv_symbolmanager.h"
+
+#include <cstring>
+#include <elf.h>
+
+namespace ORV_3_30 {
+namespace {
+
+/// True if address lies in [start, start + size], the end included: a return address behind the
+/// last call of a segment still belongs to it.
+bool reaches(unsigned long long start, unsigned long long size, unsigned long long address) {
+    return address - start <= size;
+}
+
+/// The entry of a map with the greatest key at or below an address.
+template <typename Map> auto floorEntry(Map& map, unsigned long long address) {
+    auto const after = map.upper_bound(address);
+    return after == map.begin() ? map.end() : std::prev(after);
+}
+
+bool isElf(IModuleImage* image) {
+    unsigned char magic[SELFMAG] = {};
+    if (image == nullptr || !ORV_ASSERT(image->read(0, sizeof(magic), magic) == sizeof(magic), "false")) {
+        return false;
+    }
+    return std::memcmp(magic, ELFMAG, SELFMAG) == 0;
+}
+
+} // namespace
+
+status_t IFileFormatLoader::create(SymMgrObjectPtr<IFileFormatLoader>& out, SymMgrObjectPtr<IModuleImage> image,
+                                   char const* /*targetName*/) {
+    if (!isElf(image.get())) {
+        return out ? out->status() : status_BadFileFormat;
+    }
+    out = new ElfFileLoader(image);
+    return out->status();
+}
+
+FileFormatLoader::FileFormatLoader() : SymMgrObject(true) {}
+
+FileFormatLoader::~FileFormatLoader() {
+    SymbolManager::forgetLoader(this);
+    m_debugInfoLoaders.clear();
+    m_symbolFiles.clear();
+    for (auto const& entry : m_segments) {
+        delete entry.second;
+    }
+}
+
+unsigned int FileFormatLoader::release() {
+    LockGuard guard(&SymbolManager::loaderLock());
+    return SymMgrObject::release();
+}
+
+status_t FileFormatLoader::symbolFiles(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>>& out) {
+    LockGuard guard(&m_lock);
+    if (m_symbolFiles.empty()) {
+        status_t const status = collectSymbolFiles(m_symbolFiles);
+        if (failed(status)) {
+            return status;
+        }
+    }
+    out = new VectorIteratorWrapper<SymbolFiles, SymMgrObjectPtr<ISymbolFileToResolve>>(m_symbolFiles);
+    return status_Ok;
+}
+
+status_t FileFormatLoader::debugInfoLoader(SymMgrObjectPtr<IDebugInfoLoader>& out, long long index,
+                                           unsigned int flags) {
+    LockGuard guard(&m_lock);
+    if (index < 0 || static_cast<unsigned long long>(index) >= m_symbolFiles.size()) {
+        return status_False;
+    }
+    ISymbolFileToResolve& candidate = *m_symbolFiles[static_cast<std::size_t>(index)];
+    FileKey const key(candidate.symbolFileName(), 0, arch_Unknown);
+    auto cached = m_debugInfoLoaders.find(key);
+    if (cached == m_debugInfoLoaders.end()) {
+        // A loader that could not be made is kept as null and not tried again.
+        SymMgrObjectPtr<IDebugInfoLoader> loader(
+            createDebugInfoLoader(candidate.symbolFileName(), candidate.symbolFileFormat(), flags));
+        cached = m_debugInfoLoaders.emplace(key, loader).first;
+    }
+    out = cached->second;
+    return status_Ok;
+}
+
+ISegment* FileFormatLoader::segmentByAddress(unsigned long long address) {
+    ensureFileInfo();
+    auto const found = floorEntry(m_segments, address);
+    bool const isHeld = found != m_segments.end() && reaches(found->first, found->second->memorySize(), address);
+    return isHeld ? found->second : nullptr;
+}
+
+ISection* FileFormatLoader::sectionByAddress(unsigned long long address) {
+    auto const found = floorEntry(m_sections, address);
+    bool const isHeld = found != m_sections.end() && reaches(found->first, found->second->size(), address);
+    return isHeld ? found->second.get() : nullptr;
+}
+
+ISegment* FileFormatLoader::segmentByIndex(unsigned int index) {
+    ensureFileInfo();
+    if (index >= m_segments.size()) {
+        return nullptr;
+    }
+    return std::next(m_segments.begin(), index)->second;
+}
+
+ISegment* FileFormatLoader::segmentByFileOffset(unsigned long long offset) {
+    ensureFileInfo();
+    ISegment* endsThere = nullptr;
+    for (auto const& [address, segment] : m_segments) {
+        unsigned long long const start = segment->fileOffset();
+        if (start <= offset && offset - start < segment->fileSize()) {
+            return segment;
+        }
+        if (start + segment->fileSize() == offset) {
+            endsThere = segment;
+        }
+    }
+    return endsThere;
+}
+
+ISegment* FileFormatLoader::segmentByName(char const* name) {
+    ensureFileInfo();
+    for (auto const& [address, segment] : m_segments) {
+        if (name != nullptr && std::strcmp(segment->name(), name) == 0) {
+            return segment;
+        }
+    }
+    return nullptr;
+}
+
+void FileFormatLoader::segments(SymMgrObjectPtr<IIterator<ISegment*>>& out, unsigned int filter) {
+    ensureFileInfo();
+    using Segments = MapIteratorWrapper<std::map<unsigned long long, Segment*>, ISegment*,
+                                        CFilter<ISegment*, unsigned int>, unsigned int>;
+    out = new Segments(m_segments, filter);
+}
+
+status_t FileFormatLoader::addressByValue(SymMgrObjectPtr<IAddress>& out, unsigned long long address) {
+    if (segmentByAddress(address) == nullptr && sectionByAddress(address) == nullptr) {
+        return status_Fail;
+    }
+    out = new Address(this, address);
+    return status_Ok;
+}
+
+status_t FileFormatLoader::addressByFileOffset(SymMgrObjectPtr<IAddress>& out, unsigned long long offset) {
+    ISegment* const segment = segmentByFileOffset(offset);
+    if (segment == nullptr || offset - segment->fileOffset() > segment->fileSize()) {
+        return status_Fail;
+    }
+    out = new Address(this, offset - segment->fileOffset() + preferredLoadAddress() + segment->rva());
+    return status_Ok;
+}
+
+status_t FileFormatLoader::readBytes(unsigned long long offset, unsigned long long size,
+                                     SymMgrObjectPtr<IBuffer>& out) {
+    File file(fileName());
+    // What lies beyond the file can't be read: no memory is asked for it. A size that no allocation
+    // could meet is reported as that.
+    bool const isPossible = contains(file.size(), offset, size);
+    if (isPossible || size > ByteBuffer::k_largest) {
+        SymMgrObjectPtr<IBuffer> buffer(new ByteBuffer(size));
+        if (buffer->size() != size) {
+            ORV_ERROR("Unable to create ByteBuffer of size: " << size);
+            return status_OutOfMemory;
+        }
+        file.seek(static_cast<std::int64_t>(offset));
+        if (file.read(size, buffer->data()) == size) {
+            out = buffer;
+            return status_Ok;
+        }
+    }
+    ORV_ERROR("Unable to read " << size << " bytes from file: " << fileName());
+    return status_False;
+}
+
+bool FileFormatLoader::addSegment(unsigned long long address, char const* name, unsigned long long rva,
+                                  unsigned long long fileOffset, unsigned long long fileSize,
+                                  unsigned long long memorySize, unsigned int type) {
+    unsigned long long const end = address + memorySize;
+    auto const overlaps = [&](std::pair<unsigned long long const, Segment*> const& entry) {
+        return entry.first <= address ? entry.first + entry.second->memorySize() > address : entry.first < end;
+    };
+    auto const first = [&] {
+        auto const found = floorEntry(m_segments, address);
+        return found != m_segments.end() ? found : m_segments.begin();
+    }();
+    bool isInTheWay = false;
+    for (auto at = first; at != m_segments.end() && at->first <= end; ++at) {
+        if (!overlaps(*at)) {
+            continue;
+        }
+        if (type == segment_type_Other || at->second->type() != segment_type_Other) {
+            return false;
+        }
+        isInTheWay = true;
+    }
+    if (isInTheWay) {
+        for (auto at = first; at != m_segments.end() && at->first <= end;) {
+            if (overlaps(*at)) {
+                delete at->second;
+                at = m_segments.erase(at);
+            } else {
+                ++at;
+            }
+        }
+    }
+    Segment*& slot = m_segments[address];
+    delete slot;
+    slot = newSegment(name, rva, fileOffset, fileSize, memorySize, type);
+    return true;
+}
+
+bool FileFormatLoader::addSection(char const* name, unsigned long long address, unsigned long long size) {
+    m_sections[address] = new Section(name, this, address, address, size, 0);
+    return true;
+}
+
+Segment* FileFormatLoader::newSegment(char const* name, unsigned long long rva, unsigned long long fileOffset,
+                                      unsigned long long fileSize, unsigned long long memorySize, unsigned int type) {
+    return new Segment(this, {name, rva, fileOffset, fileSize, memorySize, type});
+}
+
+} // namespace ORV_3_30

@@ -1,0 +1,108 @@
+/// The frame of all file format loaders: segments, sections, fresh reads and the cache of debug info
+/// loaders.
+///
+/// A format derives from FileFormatLoader, fills the maps through addSegment and addSection, and
+/// says which files may hold its debug information and who reads them.
+#pragma once
+
+#include "format/orv_section.h"
+#include "manager/orv_filekey.h"
+#include "orv/orv_fileformatloader.h"
+
+#include <map>
+#include <memory>
+#include <vector>
+
+namespace ORV_3_30 {
+
+class RelocationAddends;
+
+/// Parts of a binary that a debug information reader asks for.
+enum section_role_t : unsigned int {
+    section_role_DebugInfo = 0,
+    section_role_DebugAbbrev = 1,
+    section_role_DebugStr = 2,
+    section_role_DebugLine = 3,
+    section_role_DebugRanges = 4,
+    section_role_DebugLoc = 5,
+    section_role_BuildId = 6,
+    section_role_DebugLink = 7
+};
+
+/// The narrow view of a binary that a debug information reader works through.
+class IFileFormatHelper : public ISymMgrObject {
+public:
+    virtual ~IFileFormatHelper() = default;
+    /// True if the address lies in the code or the data of the module.
+    virtual bool isLoadedAddress(unsigned long long address) = 0;
+    virtual unsigned long long imageBase() = 0;
+    /// Null where the binary lacks the section, and for any other role.
+    virtual void sectionData(SymMgrObjectPtr<ISectionData>& out, unsigned int role) = 0;
+    virtual void sectionByIndex(SymMgrObjectPtr<ISection>& out, unsigned int index) = 0;
+    /// What is to be added to the bytes of a section of a relocatable file; null in any other file.
+    virtual void relocations(SymMgrObjectPtr<RelocationAddends>& out, unsigned int sectionIndex) = 0;
+};
+
+/// Its count and its place in the manager's map change together, under the manager's loader lock: a
+/// concurrent load can never find a loader that is on its way out.
+///
+/// m_lock guards the symbol file list and the cache. The segment and section maps are filled before
+/// the loader is handed out, or under m_lock by ensureFileInfo, and never change afterwards.
+class FileFormatLoader : public SymMgrObject<IFileFormatLoader> {
+public:
+    using SymbolFiles = std::vector<SymMgrObjectPtr<ISymbolFileToResolve>>;
+
+    FileFormatLoader();
+    ~FileFormatLoader() override;
+
+    unsigned int release() override;
+
+    status_t symbolFiles(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>>& out) override;
+    status_t debugInfoLoader(SymMgrObjectPtr<IDebugInfoLoader>& out, long long index, unsigned int flags) override;
+    status_t status() override { return m_status; }
+    ISegment* segmentByAddress(unsigned long long address) override;
+    ISegment* segmentByIndex(unsigned int index) override;
+    ISegment* segmentByFileOffset(unsigned long long offset) override;
+    ISection* sectionByAddress(unsigned long long address) override;
+    status_t readBytes(unsigned long long offset, unsigned long long size, SymMgrObjectPtr<IBuffer>& out) override;
+    status_t addressByValue(SymMgrObjectPtr<IAddress>& out, unsigned long long address) override;
+    status_t addressByFileOffset(SymMgrObjectPtr<IAddress>& out, unsigned long long offset) override;
+    void segments(SymMgrObjectPtr<IIterator<ISegment*>>& out, unsigned int filter) override;
+    ISegment* segmentByName(char const* name) override;
+
+    /// Keeps the segments free of overlaps: what has a type displaces what has none. False if the
+    /// new one had to give way.
+    virtual bool addSegment(unsigned long long address, char const* name, unsigned long long rva,
+                            unsigned long long fileOffset, unsigned long long fileSize, unsigned long long memorySize,
+                            unsigned int type);
+    /// A section that is found by address only: its file offset is deliberately its address.
+    virtual bool addSection(char const* name, unsigned long long address, unsigned long long size);
+    virtual status_t collectSymbolFiles(SymbolFiles& candidates) = 0;
+    /// Null where the format can't make one.
+    virtual IDebugInfoLoader* createDebugInfoLoader(char const* name, symbol_file_format_t format,
+                                                    unsigned int flags) = 0;
+    /// Adds the ends of all sections to a table as boundaries.
+    virtual void addSectionEnds(ISymbolTable* table) = 0;
+    /// Fills the maps on the first query, for formats that don't fill them when built.
+    virtual void ensureFileInfo() {}
+    virtual Segment* newSegment(char const* name, unsigned long long rva, unsigned long long fileOffset,
+                                unsigned long long fileSize, unsigned long long memorySize, unsigned int type);
+
+protected:
+    void setStatus(status_t status) { m_status = status; }
+    bool hasSegments() const { return !m_segments.empty(); }
+    ILock* lock() { return &m_lock; }
+    /// Handed to each candidate, which serialises its checks on it.
+    ILock* symbolFileLock() { return &m_symbolFileLock; }
+
+private:
+    OrvLock m_lock;
+    status_t m_status = status_Ok;
+    OrvLock m_symbolFileLock;
+    std::map<FileKey, SymMgrObjectPtr<IDebugInfoLoader>> m_debugInfoLoaders;
+    SymbolFiles m_symbolFiles;
+    std::map<unsigned long long, Segment*> m_segments; ///< Owned. By address.
+    std::map<unsigned long long, SymMgrObjectPtr<Section>> m_sections;
+};
+
+} // namespace ORV_3_30

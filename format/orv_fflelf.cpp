@@ -1,0 +1,188 @@
+#include "format/orv_fflelf.h"
+
+#include "core/orv_trace.h"
+#include "format/orv_elf_relocations.h"
+#include "format/orv_elf_segments.h"
+#include "format/orv_elf_symbols.h"
+#include "lines/orv_dil.h"
+
+#include <cstring>
+
+namespace ORV_3_30 {
+
+ElfFileLoader::ElfFileLoader(SymMgrObjectPtr<IModuleImage> image) : m_elfHelper(new ElfHelper(std::move(image))) {
+    readFileInfo();
+    if (!m_elfHelper->valid()) {
+        setStatus(status_BadFileFormat);
+    }
+}
+
+void ElfFileLoader::readFileInfo() {
+    ORV_TRACE("readFileInfo");
+    if (m_fileInfoRead || !m_elfHelper->valid()) {
+        return;
+    }
+    if (!hasSegments()) {
+        LoadableProgramHeadersWalker walker(*this);
+        m_elfHelper->walkProgramHeaders(walker);
+    }
+    if (!hasSegments()) {
+        // A relocatable file, such as a kernel module, gets its base and its classes of addresses
+        // from its sections.
+        DriverSegmentsWalker walker(*this);
+        m_elfHelper->walkSectionHeaders(walker);
+        m_elfHelper->resetLayout(walker.text(), walker.data());
+    }
+    SectionHeaderWalker walker(*this);
+    m_elfHelper->walkSectionHeaders(walker);
+    m_fileInfoRead = true;
+}
+
+char const* ElfFileLoader::fileName() {
+    IModuleImage* const image = m_elfHelper->image();
+    return image != nullptr ? image->fileName() : "";
+}
+
+void ElfFileLoader::sectionByName(SymMgrObjectPtr<ISection>& out, char const* name) {
+    Elf64_Shdr const* const header = name != nullptr ? m_elfHelper->sectionHeaderByName(name) : nullptr;
+    if (header == nullptr) {
+        out = nullptr;
+        return;
+    }
+    out = new Section(name, this, header->sh_addr, header->sh_offset, header->sh_size,
+                      header->sh_type == SHT_NOBITS ? 1 : 0);
+}
+
+void ElfFileLoader::sectionByIndex(SymMgrObjectPtr<ISection>& out, unsigned int index) {
+    Elf64_Shdr const* const header = m_elfHelper->sectionHeader(index);
+    if (header == nullptr) {
+        out = nullptr;
+        return;
+    }
+    out = new Section(m_elfHelper->sectionName(index), this, header->sh_addr, header->sh_offset, header->sh_size,
+                      emptyInFileByFlag(*header));
+}
+
+status_t ElfFileLoader::collectSymbolFiles(SymbolFiles& /*candidates*/) {
+    // No reader of debug information is there yet to stand behind a candidate.
+    if (*fileName() != '\0') {
+        readFileInfo();
+    }
+    return status_Ok;
+}
+
+IDebugInfoLoader* ElfFileLoader::createDebugInfoLoader(char const* name, symbol_file_format_t format,
+                                                       unsigned int /*flags*/) {
+    return format == symbolFormatDwarf ? createDwarfLoader(name) : nullptr;
+}
+
+/// A companion gives its symbol tables to a stripped module, whatever else is in it.
+IDebugInfoLoader* ElfFileLoader::createDwarfLoader(char const* name) {
+    if (std::strcmp(name, fileName()) == 0) {
+        return nullptr;
+    }
+    SymMgrObjectPtr<ElfHelper> const companion(new ElfHelper(IModuleImage::create(name, arch_Unknown, false)));
+    LockGuard guard(&m_loadLock);
+    m_elfHelper->copySymbolTablesFrom(*companion);
+    return new EmptyDebugInfoLoader(name);
+}
+
+Segment* ElfFileLoader::newSegment(char const* name, unsigned long long rva, unsigned long long fileOffset,
+                                   unsigned long long fileSize, unsigned long long memorySize, unsigned int type) {
+    return new ELFSegment(this, m_elfHelper.get(), {name, rva, fileOffset, fileSize, memorySize, type});
+}
+
+void ElfFileLoader::addSectionEnds(ISymbolTable* table) {
+    SectionEndWalker walker(*table);
+    m_elfHelper->walkSectionHeaders(walker);
+}
+
+status_t ElfFileLoader::loadSymbols(ISymbolTable* table, AcceptedRanges* filter, unsigned int mask) {
+    if (!ORV_ASSERT(m_elfHelper->valid(), "false")) {
+        return status_Fail;
+    }
+    LockGuard guard(&m_loadLock);
+    unsigned int const kinds = mask | symbol_kind_Other; // untyped symbols always come along
+    loadTable(ElfHelper::role_Symtab, ElfHelper::role_Strtab, *table, filter, kinds);
+    loadTable(ElfHelper::role_Dynsym, ElfHelper::role_Dynstr, *table, filter, kinds);
+    if ((kinds & symbol_kind_Function) != 0) {
+        addThunks(*table, filter);
+    }
+    addSectionEnds(table);
+    return status_Ok;
+}
+
+void ElfFileLoader::loadTable(ElfHelper::Role symbols, ElfHelper::Role strings, ISymbolTable& table,
+                              AcceptedRanges* filter, unsigned int kinds) {
+    ISectionData* const symbolData = m_elfHelper->sectionData(symbols);
+    ISectionData* const stringData = m_elfHelper->sectionData(strings);
+    if (symbolData == nullptr || stringData == nullptr) {
+        return;
+    }
+    RegularSymbolCallBack callBack(this, &table);
+    ElfSymbolReader reader(*m_elfHelper, *symbolData, *stringData, kinds);
+    for (ElfSymbol symbol{}; reader.next(symbol);) {
+        if (symbol.name != nullptr &&
+            (filter == nullptr || filter->accept(symbol.address, symbol.address + symbol.size))) {
+            // The string section lives as long as this loader, and this loader longer than the bank.
+            callBack.symbol(SymbolName::borrowed(symbol.name), symbol.address, symbol.size, symbol.visibility,
+                            symbol.kind);
+        }
+    }
+}
+
+void ElfFileLoader::addThunks(ISymbolTable& table, AcceptedRanges* filter) {
+    unsigned int const index = m_elfHelper->sectionIndex(ElfHelper::role_Plt);
+    if (index == k_noSection) {
+        return;
+    }
+    SymMgrObjectPtr<RelocationAddends> const addends = relocationAddends(*m_elfHelper, index);
+    SymMgrObjectPtr<ISection> plt;
+    sectionByIndex(plt, index);
+    if (!addends || !plt) {
+        return;
+    }
+    PLTEntryCallBack callBack(this, &table, plt->address(), filter);
+    for (RelocationAddends::Entry const& entry : addends->entries()) {
+        callBack.addend(entry);
+    }
+}
+
+ElfFileFormatHelper::ElfFileFormatHelper(ElfHelper* elfHelper) : m_elfHelper(elfHelper) {
+    ORV_ASSERT(m_elfHelper, "elfHelper != NULL");
+}
+
+bool ElfFileFormatHelper::isLoadedAddress(unsigned long long address) {
+    return m_elfHelper->isCodeAddress(address) || m_elfHelper->isDataAddress(address);
+}
+
+void ElfFileFormatHelper::sectionData(SymMgrObjectPtr<ISectionData>& out, unsigned int role) {
+    static constexpr ElfHelper::Role k_roles[] = {
+        ElfHelper::role_DebugInfo, ElfHelper::role_DebugAbbrev, ElfHelper::role_DebugStr, ElfHelper::role_DebugLine,
+        ElfHelper::role_DebugRanges, ElfHelper::role_DebugLoc, ElfHelper::role_BuildId, ElfHelper::role_DebugLink,
+    };
+    out = nullptr;
+    if (role >= std::size(k_roles) || m_elfHelper->sectionIndex(k_roles[role]) == k_noSection) {
+        return;
+    }
+    ISectionData* const held = m_elfHelper->sectionData(k_roles[role]);
+    // Sections held by index are read anew for each caller.
+    out = held != nullptr ? held : new ElfSectionData(m_elfHelper->sectionIndex(k_roles[role]), m_elfHelper.get());
+}
+
+void ElfFileFormatHelper::sectionByIndex(SymMgrObjectPtr<ISection>& out, unsigned int index) {
+    Elf64_Shdr const* const header = m_elfHelper->sectionHeader(index);
+    if (header == nullptr) {
+        out = nullptr;
+        return;
+    }
+    out = new SectionDataAdapter(m_elfHelper->sectionName(index), new ElfSectionData(index, m_elfHelper.get()),
+                                 header->sh_addr, header->sh_offset + m_elfHelper->image()->imageOffset(),
+                                 header->sh_size, emptyInFileByFlag(*header));
+}
+
+void ElfFileFormatHelper::relocations(SymMgrObjectPtr<RelocationAddends>& out, unsigned int sectionIndex) {
+    out = m_elfHelper->header().e_type == ET_REL ? relocationAddends(*m_elfHelper, sectionIndex) : nullptr;
+}
+
+} // namespace ORV_3_30

@@ -1,0 +1,63 @@
+/// The loader of ELF files: programs, shared objects, relocatable files, kernel images.
+#pragma once
+
+#include "format/orv_elf_helper.h"
+#include "format/orv_ffl.h"
+
+namespace ORV_3_30 {
+
+/// Everything but the symbols is read when it is built. loadSymbols is serialised by a lock of its
+/// own, since several banks may share one loader and the sections are read on first use.
+class ElfFileLoader final : public FileFormatLoader {
+public:
+    explicit ElfFileLoader(SymMgrObjectPtr<IModuleImage> image);
+    ~ElfFileLoader() override = default;
+
+    char const* fileName() override;
+    exec_format_t fileFormat() override { return exec_format_Elf; }
+    arch_t architecture() override { return m_elfHelper->architecture(); }
+    unsigned long long preferredLoadAddress() override { return m_elfHelper->getImageBase(); }
+    unsigned long long entryPoint() override { return m_elfHelper->header().e_entry; }
+    unsigned long long imageSize() override { return m_elfHelper->firstLoadSize(); }
+    status_t loadSymbols(ISymbolTable* table, AcceptedRanges* filter, unsigned int mask) override;
+    void sectionByName(SymMgrObjectPtr<ISection>& out, char const* name) override;
+    void sectionByIndex(SymMgrObjectPtr<ISection>& out, unsigned int index) override;
+    char const* targetName() override { return ""; }
+
+    status_t collectSymbolFiles(SymbolFiles& candidates) override;
+    IDebugInfoLoader* createDebugInfoLoader(char const* name, symbol_file_format_t format, unsigned int flags) override;
+    void addSectionEnds(ISymbolTable* table) override;
+    Segment* newSegment(char const* name, unsigned long long rva, unsigned long long fileOffset,
+                        unsigned long long fileSize, unsigned long long memorySize, unsigned int type) override;
+
+    ElfHelper& helper() { return *m_elfHelper; }
+
+private:
+    void readFileInfo();
+    IDebugInfoLoader* createDwarfLoader(char const* name);
+    void loadTable(ElfHelper::Role symbols, ElfHelper::Role strings, ISymbolTable& table, AcceptedRanges* filter,
+                   unsigned int kinds);
+    void addThunks(ISymbolTable& table, AcceptedRanges* filter);
+
+    SymMgrObjectPtr<ElfHelper> m_elfHelper;
+    bool m_fileInfoRead = false;
+    OrvLock m_loadLock;
+};
+
+/// The view of an ELF file that debug information readers work through.
+class ElfFileFormatHelper final : public SymMgrObject<IFileFormatHelper> {
+public:
+    explicit ElfFileFormatHelper(ElfHelper* elfHelper);
+    ~ElfFileFormatHelper() override = default;
+
+    bool isLoadedAddress(unsigned long long address) override;
+    unsigned long long imageBase() override { return m_elfHelper->getImageBase(); }
+    void sectionData(SymMgrObjectPtr<ISectionData>& out, unsigned int role) override;
+    void sectionByIndex(SymMgrObjectPtr<ISection>& out, unsigned int index) override;
+    void relocations(SymMgrObjectPtr<RelocationAddends>& out, unsigned int sectionIndex) override;
+
+private:
+    SymMgrObjectPtr<ElfHelper> m_elfHelper;
+};
+
+} // namespace ORV_3_30

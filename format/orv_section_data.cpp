@@ -1,0 +1,100 @@
+#include "format/orv_section_data.h"
+
+#include "core/orv_trace.h"
+#include "format/orv_elf_helper.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <zlib.h>
+
+namespace ORV_3_30 {
+
+ByteBuffer::ByteBuffer(unsigned long long size)
+    : m_data(size <= k_largest ? static_cast<unsigned char*>(std::malloc(size)) : nullptr),
+      m_size(m_data != nullptr ? size : 0) {}
+
+ByteBuffer::~ByteBuffer() { std::free(m_data); }
+
+unsigned char* SectionData::data() {
+    load();
+    return m_buffer ? m_buffer->data() : nullptr;
+}
+
+unsigned long long SectionData::size() {
+    load();
+    return m_buffer ? m_buffer->size() : 0;
+}
+
+void SectionData::load() {
+    if (m_read) {
+        return;
+    }
+    m_read = true;
+    if (!ORV_ASSERT(m_section, "m_section")) {
+        return;
+    }
+    m_section->read(m_buffer);
+    ORV_ASSERT(m_buffer, "m_buffer");
+}
+
+SectionBytes allocateSectionBytes(std::uint64_t size) {
+    SectionBytes result;
+    if (size < ByteBuffer::k_largest) {
+        result.bytes.reset(new (std::nothrow) unsigned char[size + 1]);
+    }
+    if (result.bytes == nullptr) {
+        ORV_ERROR("can't allocate memory: " << size);
+        throw std::bad_alloc();
+    }
+    result.bytes[size] = 0;
+    result.size = size;
+    return result;
+}
+
+unsigned char* ElfSectionData::data() {
+    load();
+    return m_bytes.bytes.get();
+}
+
+unsigned long long ElfSectionData::size() {
+    load();
+    return m_bytes.size;
+}
+
+void ElfSectionData::load() {
+    if (m_bytes.bytes == nullptr && m_helper != nullptr) {
+        m_bytes = m_helper->readSectionBytes(m_index);
+    }
+}
+
+bool uncompressZlibSection(unsigned char const* in, std::uint64_t size, SectionBytes& out) {
+    constexpr std::uint64_t k_headerSize = 12;
+    // deflate can't do better than 1 : 1032, so a larger size in the header is a lie (RFC 1951).
+    constexpr std::uint64_t k_largestRatio = 1032;
+
+    out = SectionBytes();
+    if (in == nullptr || size <= k_headerSize || std::memcmp(in, "ZLIB", 4) != 0) {
+        return false;
+    }
+    std::uint64_t uncompressedSize = 0;
+    for (std::size_t i = 4; i < k_headerSize; ++i) {
+        uncompressedSize = uncompressedSize << 8 | in[i];
+    }
+    if (uncompressedSize / k_largestRatio > size) {
+        ORV_ERROR("error while uncompressing ZLIB section data");
+        return false;
+    }
+    SectionBytes result = allocateSectionBytes(uncompressedSize);
+    uLongf produced = uncompressedSize;
+    if (::uncompress(result.bytes.get(), &produced, in + k_headerSize, size - k_headerSize) != Z_OK) {
+        ORV_ERROR("error while uncompressing ZLIB section data");
+        return false;
+    }
+    result.size = produced;
+    result.bytes[produced] = 0;
+    out = std::move(result);
+    return true;
+}
+
+} // namespace ORV_3_30

@@ -1,0 +1,106 @@
+/// Bytes of sections, read on first use and held until released.
+#pragma once
+
+#include "orv/orv_section.h"
+
+#include <cstdint>
+#include <memory>
+
+namespace ORV_3_30 {
+
+class ElfHelper;
+
+/// A plain block from the C allocator, not zeroed. If the bytes can't be had, size is 0: that is how
+/// callers see that memory is short.
+class ByteBuffer final : public SymMgrObject<IBuffer> {
+public:
+    /// No block above this is asked for: no module is that large, and a size that came from a broken
+    /// file must not strain the allocator.
+    static constexpr std::uint64_t k_largest = std::uint64_t{1} << 40;
+
+    explicit ByteBuffer(unsigned long long size);
+    ~ByteBuffer() override;
+
+    unsigned long long size() override { return m_size; }
+    unsigned char* data() override { return m_data; }
+
+private:
+    unsigned char* m_data;
+    unsigned long long m_size;
+};
+
+/// A section's bytes in memory. Not shared between threads while they are read for the first time:
+/// the loaders see to that.
+class ISectionData : public SymMgrObjectImpl {
+public:
+    /// Null when the bytes can't be read. Owned by this object.
+    virtual unsigned char* data() = 0;
+    virtual unsigned long long size() = 0;
+    /// All ones when the bytes are not tied to a section.
+    virtual unsigned int sectionIndex() = 0;
+    /// Added to values read from the section to get module addresses.
+    virtual unsigned long long addressDelta() = 0;
+};
+
+constexpr unsigned int k_noSection = 0xFFFFFFFF;
+
+/// Reads through an ISection. A failed read is not tried again.
+class SectionData final : public ISectionData {
+public:
+    SectionData(unsigned int index, unsigned long long addressDelta, ISection* section)
+        : m_index(index), m_addressDelta(addressDelta), m_section(section) {}
+
+    unsigned char* data() override;
+    unsigned long long size() override;
+    unsigned int sectionIndex() override { return m_index; }
+    unsigned long long addressDelta() override { return m_addressDelta; }
+
+private:
+    void load();
+
+    unsigned int m_index;
+    unsigned long long m_addressDelta;
+    SymMgrObjectPtr<IBuffer> m_buffer;
+    SymMgrObjectPtr<ISection> m_section;
+    bool m_read = false;
+};
+
+/// An owned block of section bytes with one zero byte behind the last, so that a string that the
+/// section fails to end, ends there.
+struct SectionBytes {
+    std::unique_ptr<unsigned char[]> bytes;
+    std::uint64_t size = 0;
+};
+
+/// A block of size bytes and the closing zero. Reports and throws std::bad_alloc if there is no
+/// memory.
+SectionBytes allocateSectionBytes(std::uint64_t size);
+
+/// Reads through an ElfHelper, which it does not count: whoever makes one keeps the helper alive. A
+/// failed read is tried again by the next call. Compressed sections come out uncompressed.
+class ElfSectionData final : public ISectionData {
+public:
+    ElfSectionData(unsigned int index, ElfHelper const* helper) : m_index(index), m_helper(helper) {}
+    /// Takes over bytes that have been read already.
+    ElfSectionData(SectionBytes bytes, unsigned long long addressDelta)
+        : m_bytes(std::move(bytes)), m_addressDelta(addressDelta) {}
+
+    unsigned char* data() override;
+    unsigned long long size() override;
+    unsigned int sectionIndex() override { return m_index; }
+    unsigned long long addressDelta() override { return m_addressDelta; }
+
+private:
+    void load();
+
+    SectionBytes m_bytes;
+    unsigned int m_index = k_noSection;
+    ElfHelper const* m_helper = nullptr;
+    unsigned long long m_addressDelta = 0;
+};
+
+/// Undoes the ".zdebug_" compression: "ZLIB", the uncompressed size as 8 bytes big-endian, a zlib
+/// stream (RFC 1950). False, with an empty result, if in is anything else or broken.
+bool uncompressZlibSection(unsigned char const* in, std::uint64_t size, SectionBytes& out);
+
+} // namespace ORV_3_30

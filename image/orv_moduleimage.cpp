@@ -1,0 +1,53 @@
+#include "orv/orv_moduleimage.h"
+
+#include "core/orv_trace.h"
+#include "image/orv_file.h"
+
+#include <cstdint>
+
+namespace ORV_3_30 {
+namespace {
+
+/// A whole file, or a slice of one that begins at imageOffset.
+class FileImage final : public SymMgrObject<IModuleImage> {
+public:
+    FileImage(char const* name, unsigned long long imageOffset, arch_t architecture)
+        : m_file(name), m_imageOffset(imageOffset), m_architecture(architecture) {}
+
+    unsigned long long read(unsigned long long offset, unsigned long long size, void* buffer) override {
+        unsigned long long const position = offset + m_imageOffset;
+        if (position < offset || position > static_cast<unsigned long long>(INT64_MAX)) {
+            return k_fileError;
+        }
+        m_file.seek(static_cast<std::int64_t>(position));
+        return m_file.read(size, buffer);
+    }
+    unsigned long long size() override {
+        unsigned long long const fileSize = m_file.size();
+        return m_imageOffset < fileSize ? fileSize - m_imageOffset : 0;
+    }
+    char const* fileName() override { return m_file.path(); }
+    unsigned long long imageOffset() override { return m_imageOffset; }
+    arch_t architecture() override { return m_architecture; }
+
+private:
+    File m_file;
+    unsigned long long m_imageOffset;
+    arch_t m_architecture;
+};
+
+} // namespace
+
+SymMgrObjectPtr<IModuleImage> IModuleImage::create(char const* binFileName, arch_t arch, bool /*forceOffload*/) {
+    if (binFileName == nullptr) {
+        ORV_WARN("IModuleImage::create: wrong parameter. binFileName should not be empty");
+        return {};
+    }
+    SymMgrObjectPtr<IModuleImage> image(new FileImage(binFileName, 0, arch));
+    if (!image) {
+        ORV_WARN(binFileName << ", IModuleImage::create(): cannot create module image");
+    }
+    return image;
+}
+
+} // namespace ORV_3_30

@@ -1,0 +1,21 @@
+/// ORV, the symbol manager: the chief header. Include this one and link with -lorv.
+#pragma once
+
+#include "orv/orv_address.h"
+#include "orv/orv_debuginfoloader.h"
+#include "orv/orv_export.h"
+#include "orv/orv_fileformatloader.h"
+#include "orv/orv_iterator.h"
+#include "orv/orv_moduleimage.h"
+#include "orv/orv_modulesymbolbank.h"
+#include "orv/orv_object.h"
+#include "orv/orv_optreport.h"
+#include "orv/orv_scope.h"
+#include "orv/orv_section.h"
+#include "orv/orv_source.h"
+#include "orv/orv_stackframe.h"
+#include "orv/orv_status.h"
+#include "orv/orv_symbol.h"
+#include "orv/orv_symbolfileresolver.h"
+#include "orv/orv_symbolmanager.h"
+#include "orv/orv_symbolrange.h"

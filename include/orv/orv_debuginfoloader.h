@@ -1,0 +1,78 @@
+/// The two interfaces behind which every debug information format stands, and the line table.
+#pragma once
+
+#include "orv/orv_iterator.h"
+#include "orv/orv_source.h"
+#include "orv/orv_status.h"
+
+namespace ORV_3_30 {
+
+class AcceptedRanges;
+class IAddress;
+class ISection;
+class IStackFrameContext;
+class ISymbol;
+class ISymbolTable;
+class Scope;
+
+/// Everything that has to do with source lines in one module. Made and owned by a debug info loader.
+/// A unit key of all ones means all units, a file id of all ones all files.
+class ORV_API ISrcLineResolver : public ISymMgrObject {
+public:
+    virtual ~ISrcLineResolver() = default;
+    /// The line that starts latest among those at an address, or the chooser's choice.
+    virtual status_t sourceLocationByAddress(SymMgrObjectPtr<ISourceLocation>& out, unsigned long long address,
+                                             unsigned long long unit, Scope* scope,
+                                             ISourceLocationChooser* chooser) = 0;
+    /// The lines in [start, end); start equal to end asks for one address.
+    virtual status_t sourceLines(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out, unsigned long long unit,
+                                 unsigned int fileId, unsigned long long start, unsigned long long end,
+                                 Scope* scope) = 0;
+    virtual unsigned int sourceFileCount() = 0;
+    /// Null for an id at or above the count.
+    virtual ISourceFile* sourceFileById(unsigned int id) = 0;
+    /// Null for an id that is no unit's.
+    virtual ICompUnitDetails* compUnitDetailsById(unsigned long long id) = 0;
+    /// Told when a client asks for an address in advance, and when its wishes are dropped.
+    virtual status_t addressRequested(unsigned long long address) = 0;
+    virtual status_t requestsCleared() = 0;
+};
+
+/// Reader of one debug information format for one module. A format fills the module's symbol table
+/// and owns a line resolver, or has none.
+class ORV_API IDebugInfoLoader : public ISymMgrObject {
+public:
+    /// The file that the debug information comes from. Lives as long as the loader.
+    virtual char const* symFileName() = 0;
+    /// 1 DWARF, 4 kernel symbol list, 5 OAT, 6 and 7 the GPU formats, 0 none.
+    virtual unsigned int symFileFormat() = 0;
+    /// Puts the symbols of the kinds in mask into the table, restricted to what filter accepts.
+    virtual status_t loadSymbols(ISymbolTable* table, AcceptedRanges* filter, unsigned int mask,
+                                 ISrcLineResolver* resolver) = 0;
+    /// The same object on each call, owned by the loader; null where the format has none.
+    virtual ISrcLineResolver* srcLineResolver(Scope* scope, ILock* lock) = 0;
+    /// The variable of a function that owns a stack address. status_False if there is none.
+    virtual status_t findStackVariable(ISymbol* symbol, unsigned long long pc, unsigned long long address,
+                                       SymMgrObjectPtr<IStackFrameContext>& context, SymMgrObjectPtr<ISymbol>& out,
+                                       bool* isInteger) = 0;
+    /// A section of the symbol file, or null.
+    virtual void sectionByIndex(SymMgrObjectPtr<ISection>& out, unsigned int index) = 0;
+
+protected:
+    ~IDebugInfoLoader() = default;
+};
+
+/// The store of address to line knowledge of one module.
+class ORV_API ILineTable : public ISymMgrObject {
+public:
+    virtual ~ILineTable() = default;
+    virtual void sourceLinesByAddress(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out,
+                                      unsigned long long address, unsigned long long unit, unsigned int fileId) = 0;
+    /// end is exclusive.
+    virtual void sourceLines(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out, unsigned long long unit,
+                             unsigned int fileId, unsigned long long start, unsigned long long end) = 0;
+    virtual void addLine(unsigned long long unit, unsigned int fileId, unsigned int line, unsigned int column,
+                         unsigned long long address, unsigned long long size, unsigned long long discriminator) = 0;
+};
+
+} // namespace ORV_3_30

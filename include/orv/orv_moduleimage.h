@@ -1,0 +1,51 @@
+/// Where a module's bytes come from, its architecture and its format.
+#pragma once
+
+#include "orv/orv_object.h"
+
+namespace ORV_3_30 {
+
+/// Processor of a module. The comment gives e_machine of the ELF header (System V ABI, "ELF
+/// Header"). 8 to 11 have no name here and are legal values: the GPU families.
+enum arch_t : unsigned int {
+    arch_Unknown = 0, ///< Taken from the file.
+    arch_X86 = 1,     ///< 3
+    arch_Em50 = 2,    ///< 50
+    arch_X86_64 = 3,  ///< 62
+    arch_Arm = 4,     ///< 40
+    arch_Em180 = 6,   ///< 180
+    arch_Em181 = 7    ///< 181
+};
+
+/// Format of a module file.
+enum exec_format_t : unsigned int {
+    exec_format_Foreign = 1, ///< A format without a loader.
+    exec_format_Elf = 2,
+    exec_format_Vex = 4 ///< GPU kernel binary.
+};
+
+/// The bytes of one module: a whole file or a slice of one.
+/// No lock: an image belongs to one thread at a time.
+class ORV_API IModuleImage : public ISymMgrObject {
+public:
+    /// Makes the image for a file name. Null for a null name. A file that can't be opened still
+    /// gives an image, which reads nothing.
+    ORV_API static SymMgrObjectPtr<IModuleImage> create(char const* binFileName, arch_t arch, bool forceOffload);
+
+    /// Reads size bytes at offset, both in bytes, relative to the image's start. Returns the bytes
+    /// read, which at the file's end are fewer, or all ones if the file can't be read.
+    virtual unsigned long long read(unsigned long long offset, unsigned long long size, void* buffer) = 0;
+    /// Bytes from the image's start to the end of the file.
+    virtual unsigned long long size() = 0;
+    /// The name as given. Lives as long as the image.
+    virtual char const* fileName() = 0;
+    /// Where the image starts in the file, in bytes.
+    virtual unsigned long long imageOffset() = 0;
+    /// As given to create.
+    virtual arch_t architecture() = 0;
+
+protected:
+    ~IModuleImage() = default;
+};
+
+} // namespace ORV_3_30

@@ -1,0 +1,19 @@
+#include "resolver/orv_symbolfileresolver.h"
+
+namespace ORV_3_30 {
+
+long long SymbolFileResolver::resolveSymbolFile(
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>>& candidates) {
+    candidates->reset();
+    long long index = 0;
+    for (auto candidate = candidates->current(); candidate; candidate = candidates->current()) {
+        if (candidate->validity() == symbolFileValid) {
+            return index;
+        }
+        candidates->next();
+        ++index;
+    }
+    return -1;
+}
+
+} // namespace ORV_3_30

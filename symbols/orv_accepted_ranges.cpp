@@ -1,0 +1,66 @@
+#include "symbols/orv_accepted_ranges.h"
+
+#include <algorithm>
+
+namespace ORV_3_30 {
+
+bool AcceptedRanges::accept(unsigned long long start, unsigned long long end) {
+    if (m_requested.empty()) {
+        return true;
+    }
+    auto const nextRequested = m_requested.lower_bound(start);
+    bool const hasNext = nextRequested != m_requested.end();
+    if (hasNext && *nextRequested <= end) {
+        auto const [entry, isNew] = m_view.emplace(start, end);
+        if (!isNew && (entry->second == k_open || entry->second < end)) {
+            entry->second = end;
+        }
+        return true;
+    }
+
+    bool const hasBelow = nextRequested != m_requested.begin();
+    auto entry = m_view.lower_bound(start);
+    if (start == end && hasNext) {
+        // A label is what stands closest below a requested address, unless something else is known
+        // to begin in between.
+        auto const between = m_view.upper_bound(start);
+        if (between == m_view.end() || between->first >= *nextRequested) {
+            m_view[start] = k_open;
+            return true;
+        }
+    }
+    if (start != end && (entry == m_view.end() || entry->first > end)) {
+        entry = entry == m_view.begin() ? m_view.end() : std::prev(entry);
+    }
+    bool const beginsBefore = entry != m_view.end() && entry->first <= start;
+    bool const hasKnownEnd = beginsBefore && entry->second != k_open;
+    if (hasKnownEnd && start <= entry->second) {
+        return true;
+    }
+    if (!hasBelow) {
+        return false;
+    }
+    unsigned long long const below = *std::prev(nextRequested);
+    if (beginsBefore && (entry->first >= below || (hasKnownEnd && entry->second >= below))) {
+        return false; // something closer owns that address
+    }
+    m_view[start] = k_open;
+    return true;
+}
+
+void RangeFilter::add(unsigned long long start, unsigned long long end) {
+    auto entry = m_startByEnd.lower_bound(start);
+    while (entry != m_startByEnd.end() && entry->second <= end) {
+        start = std::min(start, entry->second);
+        end = std::max(end, entry->first);
+        entry = m_startByEnd.erase(entry);
+    }
+    m_startByEnd.emplace(end, start);
+}
+
+bool RangeFilter::accept(unsigned long long start, unsigned long long end) const {
+    auto const entry = m_startByEnd.lower_bound(start);
+    return entry != m_startByEnd.end() && entry->second <= end;
+}
+
+} // namespace ORV_3_30

@@ -1,0 +1,43 @@
+/// What a load takes in when a client has asked for certain addresses only.
+#pragma once
+
+#include "orv/orv_object.h"
+
+#include <map>
+#include <set>
+
+namespace ORV_3_30 {
+
+/// Asked by the loaders for each symbol before they make it. Without requested addresses it accepts
+/// everything. It remembers what it has accepted, to tell the symbol closest below a requested
+/// address from those further away. Guarded by the lock of the global scope.
+class AcceptedRanges {
+public:
+    explicit AcceptedRanges(std::set<unsigned long long> const& requested) : m_requested(requested) {}
+
+    /// True for a symbol over [start, end] that a query for a requested address may need.
+    bool accept(unsigned long long start, unsigned long long end);
+
+private:
+    using View = std::map<unsigned long long, unsigned long long>;
+    static constexpr unsigned long long k_open = ~0ULL; ///< The end of an entry is not known.
+
+    std::set<unsigned long long> const& m_requested;
+    View m_view; ///< Start to end.
+};
+
+/// The stretches round the requested addresses, disjoint.
+class RangeFilter final : public SymMgrObjectImpl {
+public:
+    /// Stretches that overlap or touch become one.
+    void add(unsigned long long start, unsigned long long end);
+    /// True if some stretch overlaps or touches [start, end].
+    bool accept(unsigned long long start, unsigned long long end) const;
+    bool empty() const { return m_startByEnd.empty(); }
+    std::map<unsigned long long, unsigned long long> const& startByEnd() const { return m_startByEnd; }
+
+private:
+    std::map<unsigned long long, unsigned long long> m_startByEnd;
+};
+
+} // namespace ORV_3_30

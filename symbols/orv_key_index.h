@@ -1,0 +1,175 @@
+/// The boundary addresses of a symbol table in order, each with the records that start there.
+///
+///     KeyIndex keys;
+///     KeyIndex::Position at = keys.insert(0x1000);
+///     keys.setRecords(at, record);
+///     keys.forEachSpanning(at, [](RangeRecord& r) { ... });   // started earlier, still alive at 0x1000
+///
+/// A sorted array cut into chunks: inserting moves at most one chunk, and stepping is an increment.
+/// Each key and each chunk know the greatest end among their records, so that a search for what is
+/// alive at an address passes over all that ended before it.
+#pragma once
+
+#include "symbols/orv_range_record.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <vector>
+
+namespace ORV_3_30 {
+
+/// Positions are valid until the next insertion or erasure. No lock: the table guards it.
+class KeyIndex {
+public:
+    struct Position {
+        std::size_t chunk = 0;
+        std::size_t slot = 0;
+        friend bool operator==(Position a, Position b) { return a.chunk == b.chunk && a.slot == b.slot; }
+        friend bool operator!=(Position a, Position b) { return !(a == b); }
+    };
+
+    bool empty() const { return m_chunks.empty(); }
+    Position begin() const { return {}; }
+    Position end() const { return {m_chunks.size(), 0}; }
+    bool isEnd(Position at) const { return at.chunk >= m_chunks.size(); }
+
+    unsigned long long address(Position at) const { return key(at).address; }
+    RangeRecord* records(Position at) const { return key(at).records; }
+
+    Position next(Position at) const {
+        ++at.slot;
+        return at.slot < m_chunks[at.chunk].keys.size() ? at : Position{at.chunk + 1, 0};
+    }
+
+    /// The first key at or above an address; end if there is none.
+    Position lowerBound(unsigned long long address) const {
+        auto const chunk = std::upper_bound(m_chunks.begin(), m_chunks.end(), address,
+                                            [](unsigned long long a, Chunk const& c) { return a < c.keys[0].address; });
+        if (chunk == m_chunks.begin()) {
+            return begin();
+        }
+        Position at{static_cast<std::size_t>(chunk - m_chunks.begin()) - 1, 0};
+        std::vector<Key> const& keys = m_chunks[at.chunk].keys;
+        at.slot = static_cast<std::size_t>(
+            std::lower_bound(keys.begin(), keys.end(), address,
+                             [](Key const& k, unsigned long long a) { return k.address < a; }) -
+            keys.begin());
+        return at.slot < keys.size() ? at : Position{at.chunk + 1, 0};
+    }
+    Position upperBound(unsigned long long address) const {
+        Position const at = lowerBound(address);
+        return !isEnd(at) && this->address(at) == address ? next(at) : at;
+    }
+    /// The last key at or below an address; end if there is none.
+    Position floor(unsigned long long address) const {
+        Position const after = upperBound(address);
+        if (after == begin()) {
+            return end();
+        }
+        return after.slot > 0 ? Position{after.chunk, after.slot - 1}
+                              : Position{after.chunk - 1, m_chunks[after.chunk - 1].keys.size() - 1};
+    }
+
+    /// Makes a key that is not there yet.
+    Position insert(unsigned long long address) {
+        if (m_chunks.empty()) {
+            m_chunks.emplace_back();
+            m_chunks[0].keys.push_back({address, 0, nullptr});
+            return begin();
+        }
+        Position at = floor(address);
+        at = isEnd(at) ? begin() : Position{at.chunk, at.slot + 1};
+        if (m_chunks[at.chunk].keys.size() == k_chunkSize) {
+            at = split(at);
+        }
+        std::vector<Key>& keys = m_chunks[at.chunk].keys;
+        keys.insert(keys.begin() + static_cast<std::ptrdiff_t>(at.slot), Key{address, 0, nullptr});
+        return at;
+    }
+
+    /// Takes a key without records out.
+    void erase(Position at) {
+        std::vector<Key>& keys = m_chunks[at.chunk].keys;
+        keys.erase(keys.begin() + static_cast<std::ptrdiff_t>(at.slot));
+        if (keys.empty()) {
+            m_chunks.erase(m_chunks.begin() + static_cast<std::ptrdiff_t>(at.chunk));
+        }
+    }
+
+    /// Sets the list of the records that start at a key. Also to be called when an end has changed.
+    void setRecords(Position at, RangeRecord* head) {
+        Key& changed = m_chunks[at.chunk].keys[at.slot];
+        unsigned long long const before = changed.greatestEnd;
+        changed.records = head;
+        changed.greatestEnd = 0;
+        for (RangeRecord const* record = head; record != nullptr; record = record->next) {
+            changed.greatestEnd = std::max(changed.greatestEnd, record->end);
+        }
+        Chunk& chunk = m_chunks[at.chunk];
+        if (changed.greatestEnd >= chunk.greatestEnd) {
+            chunk.greatestEnd = changed.greatestEnd;
+        } else if (before == chunk.greatestEnd) {
+            chunk.summarize();
+        }
+    }
+
+    /// Visits the records that start below a key and end above it, in no particular order.
+    template <typename Visitor> void forEachSpanning(Position at, Visitor visit) const {
+        unsigned long long const address = this->address(at);
+        for (std::size_t chunk = 0; chunk <= at.chunk; ++chunk) {
+            if (m_chunks[chunk].greatestEnd <= address) {
+                continue;
+            }
+            std::vector<Key> const& keys = m_chunks[chunk].keys;
+            std::size_t const count = chunk == at.chunk ? at.slot : keys.size();
+            for (std::size_t slot = 0; slot < count; ++slot) {
+                if (keys[slot].greatestEnd <= address) {
+                    continue;
+                }
+                // Sorted by end, the greatest first.
+                for (RangeRecord* r = keys[slot].records; r != nullptr && r->end > address; r = r->next) {
+                    visit(*r);
+                }
+            }
+        }
+    }
+
+private:
+    static constexpr std::size_t k_chunkSize = 128;
+
+    struct Key {
+        unsigned long long address;
+        unsigned long long greatestEnd; ///< 0 without records.
+        RangeRecord* records;
+    };
+    struct Chunk {
+        std::vector<Key> keys;
+        unsigned long long greatestEnd = 0;
+        void summarize() {
+            greatestEnd = 0;
+            for (Key const& key : keys) {
+                greatestEnd = std::max(greatestEnd, key.greatestEnd);
+            }
+        }
+    };
+
+    Key const& key(Position at) const { return m_chunks[at.chunk].keys[at.slot]; }
+
+    /// Cuts a full chunk in two; returns where the position went. Keys that come in ascending order
+    /// leave full chunks behind.
+    Position split(Position at) {
+        std::size_t const middle = at.slot == k_chunkSize && at.chunk + 1 == m_chunks.size() ? k_chunkSize : k_chunkSize / 2;
+        Chunk upper;
+        std::vector<Key>& keys = m_chunks[at.chunk].keys;
+        upper.keys.assign(keys.begin() + static_cast<std::ptrdiff_t>(middle), keys.end());
+        keys.resize(middle);
+        upper.summarize();
+        m_chunks[at.chunk].summarize();
+        m_chunks.insert(m_chunks.begin() + static_cast<std::ptrdiff_t>(at.chunk) + 1, std::move(upper));
+        return at.slot < middle || (at.slot == middle && middle < k_chunkSize) ? at : Position{at.chunk + 1, at.slot - middle};
+    }
+
+    std::vector<Chunk> m_chunks; ///< None is empty.
+};
+
+} // namespace ORV_3_30

@@ -1,0 +1,166 @@
+#include "symbols/orv_scope.h"
+
+#include "core/orv_trace.h"
+#include "symbols/orv_symboltable.h"
+
+#include <cstring>
+
+namespace ORV_3_30 {
+
+SymbolScope* createSymbolScope(IFileFormatLoader& loader, char const* name, unsigned long long address, Scope* parent,
+                               symbol_visibility_t visibility, symbol_kind_t kind) {
+    return new SymbolScope(&loader, SymbolName::copied(name), address, parent, visibility, kind);
+}
+
+Scope::Scope(IFileFormatLoader* loader, Scope* parent) : m_parent(parent), m_loader(loader) {}
+
+Scope::~Scope() { delete m_extras.load(); }
+
+Scope::Extras& Scope::extras() {
+    Extras* current = m_extras.load(std::memory_order_acquire);
+    if (current == nullptr) {
+        auto fresh = std::make_unique<Extras>();
+        if (m_extras.compare_exchange_strong(current, fresh.get(), std::memory_order_acq_rel)) {
+            current = fresh.release();
+        }
+    }
+    return *current;
+}
+
+ISymbolTable* Scope::symbolTable() {
+    Extras& own = extras();
+    LockGuard guard(&own.lock);
+    if (!own.table) {
+        own.table = new SymbolTable(this, &own.lock);
+    }
+    return own.table.get();
+}
+
+ThunkList const& Scope::thunks() {
+    static ThunkList const none;
+    Extras const* const own = m_extras.load(std::memory_order_acquire);
+    return own != nullptr ? own->thunks : none;
+}
+
+void Scope::addThunk(Thunk* thunk) {
+    SymMgrObjectPtr<Thunk> const held(thunk);
+    if (thunkAt(thunk->address()) == nullptr) {
+        extras().thunks.push_back(held);
+        thunk->setScope(this);
+    }
+}
+
+Thunk* Scope::thunkAt(unsigned long long address) {
+    for (SymMgrObjectPtr<Thunk> const& thunk : thunks()) {
+        if (thunk->contains(address)) {
+            return thunk.get();
+        }
+    }
+    return nullptr;
+}
+
+bool Scope::rangeAt(unsigned long long& start, unsigned long long& end, unsigned long long address) {
+    RangeList::Range const* const range = m_ranges.floor(address);
+    if (range == nullptr || address >= range->end) {
+        return false;
+    }
+    start = range->start;
+    end = range->end;
+    return true;
+}
+
+unsigned int Scope::mergeDecision(Scope& other, unsigned long long /*nextKey*/, Scope* /*nextScope*/) {
+    ISymbol* const mine = symbol();
+    ISymbol* const theirs = other.symbol();
+    if (mine == nullptr || theirs == nullptr) {
+        return merge_Different;
+    }
+    if (mine == theirs) {
+        return merge_Same;
+    }
+    // A label at the start of something of the same name is that thing, wherever it ends.
+    bool const endsMatter = isPoint() || !other.isPoint();
+    if (endsMatter && lastEnd() != other.lastEnd()) {
+        return merge_Different;
+    }
+    return std::strcmp(mine->name(), theirs->name()) == 0 ? merge_Same : merge_Different;
+}
+
+status_t Scope::ensureKinds(unsigned int mask) {
+    unsigned int const missing = mask & ~m_loadedKinds.load(std::memory_order_acquire);
+    if (missing == 0) {
+        return status_Ok;
+    }
+    status_t const status = loadKinds(missing);
+    m_loadedKinds.fetch_or(missing, std::memory_order_release);
+    return status;
+}
+
+status_t Scope::symbolRanges(SymMgrObjectPtr<SymbolRangeIterator>& out, unsigned long long start,
+                             unsigned long long end, symbol_kind_t mask) {
+    out = nullptr;
+    auto const kinds = mask != 0 ? mask : static_cast<symbol_kind_t>(m_loadedKinds.load());
+    status_t const status = ensureKinds(kinds);
+    if (status != status_Ok) {
+        return status;
+    }
+    symbolTable()->symbolRanges(out, start, end, kinds);
+    return out ? status_Ok : status_False;
+}
+
+status_t Scope::symbolRangeByAddress(SymMgrObjectPtr<ISymbolRange>& out, unsigned long long address,
+                                     symbol_kind_t mask, ISymbolChooser* resolver) {
+    out = nullptr;
+    status_t const status = ensureKinds(mask);
+    if (status != status_Ok) {
+        return status;
+    }
+    symbolTable()->symbolRangeByAddress(out, address, mask, resolver);
+    return out ? status_Ok : status_False;
+}
+
+status_t Scope::nonOverlappedSymbolRanges(SymMgrObjectPtr<SymbolRangeIterator>& out, unsigned long long start,
+                                          unsigned long long end, symbol_kind_t mask, ISymbolChooser* resolver) {
+    out = nullptr;
+    status_t const status = ensureKinds(mask);
+    if (status != status_Ok) {
+        return status;
+    }
+    symbolTable()->nonOverlappedSymbolRanges(out, start, end, mask, resolver);
+    return out ? status_Ok : status_False;
+}
+
+SymbolScope::SymbolScope(IFileFormatLoader* loader, SymbolName name, unsigned long long address, Scope* parent,
+                         symbol_visibility_t visibility, symbol_kind_t kind)
+    : Scope(loader, parent), m_symbol(new Symbol(loader, name, address, this, visibility, kind, k_noCompUnit)) {}
+
+SymbolScope::SymbolScope(IFileFormatLoader* loader, Scope* parent, Symbol* symbol)
+    : Scope(loader, parent), m_symbol(symbol) {
+    if (ORV_ASSERT(m_symbol, "m_symbol != NULL")) {
+        m_symbol->setScope(this);
+    }
+}
+
+SymbolScope::~SymbolScope() { dropSymbol(); }
+
+void SymbolScope::setSymbol(Symbol* symbol) {
+    SymMgrObjectPtr<Symbol> const fresh(symbol);
+    dropSymbol();
+    m_symbol = fresh;
+    if (m_symbol) {
+        m_symbol->setScope(this);
+    }
+}
+
+/// A client that still holds the symbol keeps its name, and loses what leads back to the bank.
+void SymbolScope::dropSymbol() {
+    unsigned int count = 0;
+    if (m_symbol) {
+        m_symbol->refCount(count);
+    }
+    if (count > 1) {
+        m_symbol->leaveScope();
+    }
+}
+
+} // namespace ORV_3_30

@@ -1,0 +1,123 @@
+/// Scopes: stretches of address space with an owner.
+///
+/// One GlobalScope stands at the root of a module, a SymbolScope for each symbol beneath it, nested
+/// ones under those. A scope is made by a loader, gets its ranges and its symbol, and then goes to
+/// the table of its parent, which counts it from then on. Its data are written during the load and
+/// read after it.
+#pragma once
+
+#include "orv/orv_scope.h"
+#include "symbols/orv_range_list.h"
+#include "symbols/orv_symbol.h"
+#include "symbols/orv_thunk.h"
+
+#include <atomic>
+#include <memory>
+#include <vector>
+
+namespace ORV_3_30 {
+
+struct RangeRecord;
+
+using SymbolRangeIterator = IIterator<SymMgrObjectPtr<ISymbolRange>>;
+using ThunkList = std::vector<SymMgrObjectPtr<Thunk>>; ///< In the order of arrival.
+
+/// What a scope decides about a newcomer that starts where it does; a mask.
+enum merge_flags_t : unsigned int {
+    merge_Different = 0,
+    merge_Same = 1,        ///< The newcomer is the same thing, and goes.
+    merge_ReplaceEnd = 2,  ///< This scope's range takes the newcomer's end.
+    merge_ReplaceScope = 4 ///< This scope's other ranges go, the one that is left takes the newcomer's end.
+};
+
+class Scope : public SymMgrObject<IScope> {
+public:
+    Scope(IFileFormatLoader* loader, Scope* parent);
+    ~Scope() override;
+
+    IScope* parent() override { return m_parent; }
+    ISymbol* symbol() override { return nullptr; }
+    IInlineInstance* inlineInstance() override { return nullptr; }
+    status_t symbolRanges(SymMgrObjectPtr<SymbolRangeIterator>& out, unsigned long long start, unsigned long long end,
+                          symbol_kind_t mask) override;
+    status_t symbolRangeByAddress(SymMgrObjectPtr<ISymbolRange>& out, unsigned long long address, symbol_kind_t mask,
+                                  ISymbolChooser* resolver) override;
+
+    /// The scope's own range that holds an address; false if none does.
+    virtual bool rangeAt(unsigned long long& start, unsigned long long& end, unsigned long long address);
+    virtual status_t nonOverlappedSymbolRanges(SymMgrObjectPtr<SymbolRangeIterator>& out, unsigned long long start,
+                                               unsigned long long end, symbol_kind_t mask, ISymbolChooser* resolver);
+    /// What becomes of other, which starts where this scope does: flags of merge_flags_t. nextKey is
+    /// the table's next boundary, nextScope what starts there last, or null.
+    virtual unsigned int mergeDecision(Scope& other, unsigned long long nextKey, Scope* nextScope);
+    virtual void merge(Scope& /*other*/, unsigned int /*flags*/, RangeRecord& /*record*/) {}
+    virtual unsigned long long compUnitId() { return k_noCompUnit; }
+    virtual Symbol* symbolImpl() { return nullptr; }
+    /// Loads the kinds in mask that were not asked for before. What a failed load failed to give is
+    /// not asked for again.
+    virtual status_t ensureKinds(unsigned int mask);
+    virtual status_t loadKinds(unsigned int mask) = 0;
+    /// Made on first use: most scopes are leaves, and never get one.
+    virtual ISymbolTable* symbolTable();
+    virtual ThunkList const& thunks();
+    virtual RangeList const& ranges() { return m_ranges; }
+
+    IFileFormatLoader* loader() const { return m_loader; }
+    Scope* parentScope() const { return m_parent; }
+
+    void addRange(unsigned long long start, unsigned long long end) { m_ranges.add(start, end); }
+    bool removeRange(unsigned long long start) { return m_ranges.remove(start); }
+    bool hasSeveralRanges() const { return m_ranges.size() > 1; }
+    /// All ones without a range.
+    unsigned long long firstStart() const { return m_ranges.empty() ? ~0ULL : m_ranges[0].start; }
+    unsigned long long lastEnd() const { return m_ranges.empty() ? ~0ULL : m_ranges[m_ranges.size() - 1].end; }
+    bool isPoint() const { return firstStart() == lastEnd(); }
+
+    /// A thunk that starts inside one that is there is ignored.
+    void addThunk(Thunk* thunk);
+    /// The first thunk that holds an address, or null.
+    Thunk* thunkAt(unsigned long long address);
+
+protected:
+    /// Bits that a load has been made for.
+    std::atomic<unsigned int>& loadedKinds() { return m_loadedKinds; }
+
+private:
+    /// What only few scopes have.
+    struct Extras {
+        OrvLock lock; ///< Guards the count of the table.
+        SymMgrObjectPtr<ISymbolTable> table;
+        ThunkList thunks;
+    };
+    Extras& extras();
+
+    RangeList m_ranges;
+    Scope* m_parent;                          ///< Not counted.
+    IFileFormatLoader* m_loader;              ///< Not counted.
+    std::atomic<Extras*> m_extras{nullptr};   ///< Owned. Null until needed.
+    std::atomic<unsigned int> m_loadedKinds{0};
+};
+
+/// The scope of a symbol, which it owns.
+class SymbolScope : public Scope {
+public:
+    SymbolScope(IFileFormatLoader* loader, SymbolName name, unsigned long long address, Scope* parent,
+                symbol_visibility_t visibility, symbol_kind_t kind);
+    /// Takes a ready symbol.
+    SymbolScope(IFileFormatLoader* loader, Scope* parent, Symbol* symbol);
+    ~SymbolScope() override;
+
+    ISymbol* symbol() override { return m_symbol.get(); }
+    Symbol* symbolImpl() override { return m_symbol.get(); }
+    unsigned long long compUnitId() override { return m_symbol ? m_symbol->compUnitId() : k_noCompUnit; }
+    /// What lies inside is loaded with the parent.
+    status_t loadKinds(unsigned int /*mask*/) override { return status_False; }
+    virtual void setSymbol(Symbol* symbol);
+
+private:
+    void dropSymbol();
+
+    SymMgrObjectPtr<Symbol> m_symbol;
+};
+
+} // namespace ORV_3_30

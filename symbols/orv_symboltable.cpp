@@ -1,0 +1,407 @@
+#include "symbols/orv_symboltable.h"
+
+#include "core/orv_trace.h"
+#include "symbols/orv_symbolrange.h"
+#include "symbols/orv_symboltable_iterators.h"
+
+#include <algorithm>
+#include <mutex>
+
+namespace ORV_3_30 {
+namespace {
+
+/// A record stands at an address in its key's stretch until it ends; a label to the stretch's end.
+bool isAliveAt(RangeRecord const& record, unsigned long long address) {
+    return record.end > address || record.isPoint();
+}
+
+bool hasCompUnit(ISymbol& symbol) {
+    ICompUnitDetails* unit = nullptr;
+    return symbol.compUnitDetails(unit) == status_Ok && unit != nullptr;
+}
+
+/// Whether a candidate, which stands behind best in the list, is the better one at an address.
+bool isBetter(RangeRecord const& candidate, RangeRecord const& best, unsigned long long address) {
+    ISymbol& theirs = *best.scope->symbol();
+    ISymbol& mine = *candidate.scope->symbol();
+    bool const hasUnit = hasCompUnit(mine);
+    if (hasUnit != hasCompUnit(theirs)) {
+        return hasUnit;
+    }
+    int const priority = symbolPriorityByKind(mine.kind());
+    int const bestPriority = symbolPriorityByKind(theirs.kind());
+    if (priority != bestPriority) {
+        return priority < bestPriority;
+    }
+    if (mine.visibility() != theirs.visibility()) {
+        return mine.visibility() > theirs.visibility();
+    }
+    // The innermost wins, but an inlined body does not hide a plain symbol.
+    bool const isHiddenInline =
+        candidate.scope->inlineInstance() != nullptr && best.scope->inlineInstance() == nullptr;
+    return candidate.start > best.start && candidate.start <= address && !isHiddenInline;
+}
+
+/// The walk that settles who wins, fed with the alive records in list order.
+class Choice {
+public:
+    Choice(unsigned long long address, symbol_kind_t mask) : m_address(address), m_mask(mask) {}
+
+    /// False if the choice ends here, with the best so far.
+    bool offer(RangeRecord const& record) {
+        if (!isAliveAt(record, m_address)) {
+            return true;
+        }
+        ISymbol* const symbol = record.scope->symbol();
+        if (!ORV_ASSERT(symbol != nullptr, "symbol != NULL")) {
+            return false;
+        }
+        if ((symbol->kind() & m_mask) != 0 && (m_best == nullptr || isBetter(record, *m_best, m_address))) {
+            m_best = &record;
+        }
+        return true;
+    }
+    RangeRecord const* best() const { return m_best; }
+
+private:
+    unsigned long long m_address;
+    symbol_kind_t m_mask;
+    RangeRecord const* m_best = nullptr;
+};
+
+} // namespace
+
+SymMgrObjectPtr<ISymbolTable> ISymbolTable::create(Scope* scope) {
+    return SymMgrObjectPtr<ISymbolTable>(new SymbolTable(scope, nullptr));
+}
+
+// --- Adding
+
+void SymbolTable::keep(Scope* scope) { m_scopes.emplace_back(scope); }
+
+bool SymbolTable::addRange(unsigned long long start, unsigned long long end, Scope* scope) {
+    // A scope that is refused goes with this reference, unless somebody else holds one.
+    SymMgrObjectPtr<Scope> const held(scope);
+    std::unique_lock<Guard> const guard(m_guard);
+    RangeRecord const* const record = insertRange(start, end, scope);
+    bool const isTaken = scope != nullptr && record != nullptr && record->scope == scope;
+    if (isTaken) {
+        keep(scope);
+    }
+    return isTaken;
+}
+
+bool SymbolTable::addScope(Scope* scope) {
+    if (scope == nullptr) {
+        return false;
+    }
+    SymMgrObjectPtr<Scope> const held(scope);
+    std::unique_lock<Guard> const guard(m_guard);
+    bool hasStayed = false;
+    Scope* target = nullptr;
+    // A merge may change the scope's ranges while they go in.
+    std::vector<RangeList::Range> ranges;
+    for (std::size_t i = 0; i < scope->ranges().size(); ++i) {
+        ranges.push_back(scope->ranges()[i]);
+    }
+    for (RangeList::Range const& range : ranges) {
+        RangeRecord const* const record = insertRange(range.start, range.end, scope);
+        if (record == nullptr) {
+            continue;
+        }
+        hasStayed |= record->scope == scope;
+        if (target != scope) {
+            target = record->scope;
+        }
+    }
+    Scope* const thunkOwner = target != nullptr ? target : scope;
+    ThunkList const thunks = scope->thunks();
+    for (SymMgrObjectPtr<Thunk> const& thunk : thunks) {
+        RangeRecord const* const record =
+            insertRange(thunk->address(), thunk->address() + thunk->size(), thunkOwner);
+        if (record == nullptr) {
+            continue;
+        }
+        hasStayed |= record->scope == scope;
+        if (thunkOwner != scope && record->scope == thunkOwner) {
+            thunkOwner->addThunk(thunk.get());
+        } else if (!hasStayed) {
+            record->scope->addThunk(thunk.get());
+            record->scope->removeRange(thunk->address());
+        }
+    }
+    if (hasStayed) {
+        keep(scope);
+    }
+    return hasStayed;
+}
+
+RangeRecord* SymbolTable::insertRange(unsigned long long start, unsigned long long end, Scope* scope) {
+    Position at = m_keys.lowerBound(start);
+    if (!m_keys.isEnd(at) && m_keys.address(at) == start) {
+        return insertBeside(at, end, scope);
+    }
+    at = m_keys.insert(start);
+    return scope != nullptr ? makeRecord(at, end, scope) : nullptr;
+}
+
+RangeRecord* SymbolTable::insertBeside(Position at, unsigned long long end, Scope* scope) {
+    RangeRecord* const first = m_keys.records(at);
+    if (scope == nullptr) {
+        return first;
+    }
+    if (first != nullptr) {
+        Position const ahead = m_keys.next(at);
+        unsigned long long nextKey = ~0ULL;
+        Scope* nextScope = nullptr;
+        if (!m_keys.isEnd(ahead)) {
+            nextKey = m_keys.address(ahead);
+            for (RangeRecord const* record = m_keys.records(ahead); record != nullptr; record = record->next) {
+                nextScope = record->scope;
+            }
+        }
+        for (RangeRecord* rival = first; rival != nullptr; rival = rival->next) {
+            unsigned int const flags = rival->scope->mergeDecision(*scope, nextKey, nextScope);
+            if (flags != merge_Different) {
+                absorb(rival, flags, *scope, end);
+                return rival;
+            }
+        }
+    }
+    return makeRecord(at, end, scope);
+}
+
+/// What a rival's decision says is done to it: it stays in the table, as it is or with a new end.
+void SymbolTable::absorb(RangeRecord* rival, unsigned int flags, Scope& newcomer, unsigned long long end) {
+    if (flags == merge_Same) {
+        return;
+    }
+    bool const isResized = (flags & (merge_ReplaceEnd | merge_ReplaceScope)) != 0;
+    if (isResized) {
+        unlink(m_keys.lowerBound(rival->start), rival);
+        if ((flags & merge_ReplaceEnd) == 0) {
+            removeOtherRanges(*rival->scope);
+        } else if (!rival->isPoint()) {
+            eraseDeserted(rival->start + 1, rival->end);
+        }
+    }
+    rival->scope->merge(newcomer, flags, *rival);
+    if (isResized) {
+        rival->end = end;
+        link(m_keys.lowerBound(rival->start), rival); // erased keys have moved it
+    }
+}
+
+/// Takes a scope's ranges behind its first out of the table.
+void SymbolTable::removeOtherRanges(Scope& scope) {
+    RangeList const& ranges = scope.ranges();
+    for (std::size_t i = 1; i < ranges.size(); ++i) {
+        Position const at = m_keys.lowerBound(ranges[i].start);
+        if (m_keys.isEnd(at) || m_keys.address(at) != ranges[i].start) {
+            continue;
+        }
+        RangeRecord* record = m_keys.records(at);
+        while (record != nullptr && record->scope != &scope) {
+            record = record->next;
+        }
+        if (record != nullptr) {
+            unlink(at, record);
+            eraseDeserted(record->start, record->end);
+        }
+    }
+}
+
+/// Erases the keys in [from, to) at which nothing is alive any more, now that a range over them went.
+void SymbolTable::eraseDeserted(unsigned long long from, unsigned long long to) {
+    Position at = m_keys.lowerBound(from);
+    while (!m_keys.isEnd(at) && m_keys.address(at) < to) {
+        Records alive;
+        collectAlive(at, alive);
+        unsigned long long const address = m_keys.address(at);
+        if (alive.empty()) {
+            m_keys.erase(at);
+            at = m_keys.lowerBound(address);
+        } else {
+            at = m_keys.next(at);
+        }
+    }
+}
+
+RangeRecord* SymbolTable::makeRecord(Position at, unsigned long long end, Scope* scope) {
+    RangeRecord* const record = m_pool.make(m_keys.address(at), end, scope, nullptr, 0ULL);
+    link(at, record);
+    return record;
+}
+
+/// Behind all that end later or at the same place.
+void SymbolTable::link(Position at, RangeRecord* record) {
+    record->order = m_arrivals++;
+    RangeRecord* head = m_keys.records(at);
+    RangeRecord** slot = &head;
+    while (*slot != nullptr && (*slot)->end >= record->end) {
+        slot = &(*slot)->next;
+    }
+    record->next = *slot;
+    *slot = record;
+    m_keys.setRecords(at, head);
+}
+
+void SymbolTable::unlink(Position at, RangeRecord* record) {
+    RangeRecord* head = m_keys.records(at);
+    RangeRecord** slot = &head;
+    while (*slot != nullptr && *slot != record) {
+        slot = &(*slot)->next;
+    }
+    if (*slot != nullptr) {
+        *slot = record->next;
+    }
+    m_keys.setRecords(at, head);
+}
+
+// --- Looking up
+
+void SymbolTable::collectAlive(Position at, Records& out) const {
+    for (RangeRecord* record = m_keys.records(at); record != nullptr; record = record->next) {
+        out.push_back(record);
+    }
+    std::size_t const own = out.size();
+    m_keys.forEachSpanning(at, [&](RangeRecord& record) { out.push_back(&record); });
+    if (out.size() != own) {
+        std::sort(out.begin(), out.end(), [](RangeRecord const* a, RangeRecord const* b) {
+            return a->end != b->end ? a->end > b->end : a->order < b->order;
+        });
+    }
+}
+
+RangeRecord const* SymbolTable::chooseAt(Position at, unsigned long long address, symbol_kind_t mask) const {
+    Choice choice(address, mask);
+    Records alive;
+    m_keys.forEachSpanning(at, [&](RangeRecord& record) { alive.push_back(&record); });
+    if (alive.empty()) {
+        // The usual case: the key's own list is all that there is.
+        for (RangeRecord const* r = m_keys.records(at); r != nullptr && choice.offer(*r); r = r->next) {
+        }
+        return choice.best();
+    }
+    alive.clear();
+    collectAlive(at, alive);
+    for (RangeRecord const* record : alive) {
+        if (!choice.offer(*record)) {
+            break;
+        }
+    }
+    return choice.best();
+}
+
+SymbolTable::Records SymbolTable::recordsFrom(unsigned long long key) const {
+    std::shared_lock<Guard> const guard(m_guard);
+    Records found;
+    Position const at = m_keys.lowerBound(key);
+    if (!m_keys.isEnd(at) && m_keys.address(at) == key) {
+        for (RangeRecord* record = m_keys.records(at); record != nullptr; record = record->next) {
+            found.push_back(record);
+        }
+    }
+    return found;
+}
+
+SymbolTable::Records SymbolTable::recordsAlive(unsigned long long key) const {
+    std::shared_lock<Guard> const guard(m_guard);
+    Records found;
+    Position const at = m_keys.floor(key);
+    if (!m_keys.isEnd(at)) {
+        collectAlive(at, found);
+    }
+    return found;
+}
+
+SymbolTable::Records SymbolTable::candidates(unsigned long long address, symbol_kind_t mask,
+                                             unsigned long long key) const {
+    Records found = recordsAlive(key);
+    auto const isNone = [&](RangeRecord const* record) {
+        ISymbol* const symbol = record->scope->symbol();
+        return !isAliveAt(*record, address) || symbol == nullptr || (symbol->kind() & mask) == 0;
+    };
+    found.erase(std::remove_if(found.begin(), found.end(), isNone), found.end());
+    return found;
+}
+
+RangeRecord const* SymbolTable::chooseByClient(Records const& found, ISymbolChooser& resolver) const {
+    if (found.size() < 2) {
+        return found.empty() ? nullptr : found.front();
+    }
+    SymMgrObjectPtr<SymbolByAddrIterator> const iterator(new SymbolByAddrIterator(found));
+    SymMgrObjectPtr<ISymbol> const chosen = resolver.choose(*iterator);
+    for (RangeRecord const* record : found) {
+        if (chosen && record->scope->symbol() == chosen.get()) {
+            return record;
+        }
+    }
+    return nullptr;
+}
+
+RangeRecord const* SymbolTable::chooseRecord(unsigned long long address, symbol_kind_t mask, unsigned long long key,
+                                             ISymbolChooser* resolver) const {
+    if (resolver != nullptr) {
+        return chooseByClient(candidates(address, mask, key), *resolver);
+    }
+    std::shared_lock<Guard> const guard(m_guard);
+    Position const at = m_keys.floor(key);
+    return m_keys.isEnd(at) ? nullptr : chooseAt(at, address, mask);
+}
+
+bool SymbolTable::floorKey(unsigned long long address, unsigned long long& key) const {
+    std::shared_lock<Guard> const guard(m_guard);
+    Position const at = m_keys.floor(address);
+    if (m_keys.empty()) {
+        return false;
+    }
+    key = m_keys.address(m_keys.isEnd(at) ? m_keys.begin() : at);
+    return true;
+}
+
+bool SymbolTable::keyAfter(unsigned long long address, unsigned long long& key) const {
+    return address != ~0ULL && keyFrom(address + 1, key);
+}
+
+bool SymbolTable::keyFrom(unsigned long long address, unsigned long long& key) const {
+    std::shared_lock<Guard> const guard(m_guard);
+    Position const at = m_keys.lowerBound(address);
+    if (m_keys.isEnd(at)) {
+        return false;
+    }
+    key = m_keys.address(at);
+    return true;
+}
+
+void SymbolTable::symbolRangeByAddress(SymMgrObjectPtr<ISymbolRange>& out, unsigned long long address,
+                                       symbol_kind_t mask, ISymbolChooser* resolver) {
+    RangeRecord const* const winner = chooseRecord(address, mask, address, resolver);
+    out = winner != nullptr ? new SymbolRange(winner->start, winner->end, winner->scope, nullptr) : nullptr;
+}
+
+void SymbolTable::symbolRanges(SymMgrObjectPtr<SymbolRangeIterator>& out, unsigned long long start,
+                               unsigned long long end, symbol_kind_t mask) {
+    out = nullptr;
+    unsigned long long first = 0;
+    if (start <= end && floorKey(start, first)) {
+        out = new SymbolRangesIterator(*this, first, start, end, mask);
+        if (!out->current()) {
+            out = nullptr;
+        }
+    }
+}
+
+void SymbolTable::nonOverlappedSymbolRanges(SymMgrObjectPtr<SymbolRangeIterator>& out, unsigned long long start,
+                                            unsigned long long end, symbol_kind_t mask, ISymbolChooser* resolver) {
+    out = nullptr;
+    unsigned long long first = 0;
+    if (start <= end && floorKey(start, first)) {
+        out = new NonOverlappedSymbolRangesIterator(*this, first, start, end, mask, resolver);
+        if (!out->current()) {
+            out = nullptr;
+        }
+    }
+}
+
+} // namespace ORV_3_30

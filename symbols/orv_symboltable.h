@@ -1,0 +1,83 @@
+/// The heart of address lookup: ranges that overlap in any way, and which of them wins where.
+///
+/// Every start of a range is a key, and so is every boundary that a loader adds. What is alive at a
+/// key is the records that start there and those that started earlier and end later, the greatest
+/// end first and among equal ends in the order of arrival. Between two keys the same records are
+/// alive, but for those that end there; labels stand from their key up to the next.
+///
+/// m_guard lets readers in together and a load alone, so that a query may run while another thread
+/// loads further kinds. No client's code and no load runs under it. Iterators find their place again
+/// after such a load.
+#pragma once
+
+#include "core/orv_pool.h"
+#include "orv/orv_scope.h"
+#include "symbols/orv_key_index.h"
+#include "symbols/orv_scope.h"
+
+#include <shared_mutex>
+#include <vector>
+
+namespace ORV_3_30 {
+
+class SymbolTable final : public SymMgrObject<ISymbolTable> {
+public:
+    using Records = std::vector<RangeRecord*>;
+
+    SymbolTable(Scope* scope, ILock* countLock) : SymMgrObject(countLock), m_scope(scope) {}
+
+    bool addScope(Scope* scope) override;
+    bool addRange(unsigned long long start, unsigned long long end, Scope* scope) override;
+    void symbolRangeByAddress(SymMgrObjectPtr<ISymbolRange>& out, unsigned long long address, symbol_kind_t mask,
+                              ISymbolChooser* resolver) override;
+    void symbolRanges(SymMgrObjectPtr<SymbolRangeIterator>& out, unsigned long long start, unsigned long long end,
+                      symbol_kind_t mask) override;
+    void nonOverlappedSymbolRanges(SymMgrObjectPtr<SymbolRangeIterator>& out, unsigned long long start,
+                                   unsigned long long end, symbol_kind_t mask, ISymbolChooser* resolver) override;
+    Scope* scope() override { return m_scope; }
+
+    // For the iterators. Each call takes the guard by itself.
+
+    /// Finds a key; false if there is none. floorKey: the last at or below an address, or failing
+    /// that the lowest. keyAfter, keyFrom: the first above an address, the first at or above it.
+    bool floorKey(unsigned long long address, unsigned long long& key) const;
+    bool keyAfter(unsigned long long address, unsigned long long& key) const;
+    bool keyFrom(unsigned long long address, unsigned long long& key) const;
+    /// The records that start at a key, in list order.
+    Records recordsFrom(unsigned long long key) const;
+    /// The records alive at a key, in list order.
+    Records recordsAlive(unsigned long long key) const;
+    /// Of those alive at a key, the candidates for an address in its stretch.
+    Records candidates(unsigned long long address, symbol_kind_t mask, unsigned long long key) const;
+    /// The one that wins at an address in a key's stretch; null if there is none.
+    RangeRecord const* chooseRecord(unsigned long long address, symbol_kind_t mask, unsigned long long key,
+                                    ISymbolChooser* resolver) const;
+
+private:
+    using Position = KeyIndex::Position;
+    using Guard = std::shared_mutex;
+
+    RangeRecord* insertRange(unsigned long long start, unsigned long long end, Scope* scope);
+    /// Puts a new range at a key where others start already.
+    RangeRecord* insertBeside(Position at, unsigned long long end, Scope* scope);
+    RangeRecord* makeRecord(Position at, unsigned long long end, Scope* scope);
+    void link(Position at, RangeRecord* record);
+    void unlink(Position at, RangeRecord* record);
+    void absorb(RangeRecord* rival, unsigned int flags, Scope& newcomer, unsigned long long end);
+    void removeOtherRanges(Scope& scope);
+    void eraseDeserted(unsigned long long from, unsigned long long to);
+    void keep(Scope* scope);
+
+    void collectAlive(Position at, Records& out) const;
+    RangeRecord const* chooseAt(Position at, unsigned long long address, symbol_kind_t mask) const;
+    RangeRecord const* chooseByClient(Records const& found, ISymbolChooser& resolver) const;
+
+    Scope* m_scope; ///< The owner of the table. Not counted, may be null.
+    mutable Guard m_guard;
+    KeyIndex m_keys;
+    Pool<RangeRecord> m_pool;
+    unsigned long long m_arrivals = 0;
+    std::vector<SymMgrObjectPtr<Scope>> m_scopes; ///< In the order of arrival, once for each range or scope taken.
+};
+
+} // namespace ORV_3_30

@@ -1,0 +1,192 @@
+#include "symbols/orv_symboltable_iterators.h"
+
+#include "symbols/orv_symbolrange.h"
+
+#include <algorithm>
+
+namespace ORV_3_30 {
+
+SymMgrObjectPtr<ISymbol> SymbolByAddrIterator::current() {
+    return m_index < m_candidates.size() ? SymMgrObjectPtr<ISymbol>(m_candidates[m_index]->scope->symbol())
+                                         : SymMgrObjectPtr<ISymbol>();
+}
+
+bool SymbolByAddrIterator::next() {
+    if (m_index < m_candidates.size()) {
+        ++m_index;
+    }
+    return m_index < m_candidates.size();
+}
+
+// --- SymbolRangesIterator
+
+SymbolRangesIterator::SymbolRangesIterator(SymbolTable& table, unsigned long long firstKey, unsigned long long start,
+                                           unsigned long long end, symbol_kind_t mask)
+    : m_table(table), m_firstKey(firstKey), m_start(start), m_end(end), m_mask(mask) {
+    reset();
+}
+
+void SymbolRangesIterator::reset() {
+    m_key = m_firstKey;
+    settle();
+}
+
+bool SymbolRangesIterator::settle() {
+    m_index = 0;
+    m_items.clear();
+    for (bool isKey = m_key <= m_end; isKey && m_items.empty();) {
+        // What started before the first key comes out there.
+        m_items = m_key == m_firstKey ? m_table.recordsAlive(m_key) : m_table.recordsFrom(m_key);
+        auto const isLeftOut = [this](RangeRecord const* record) { return !isReported(*record); };
+        m_items.erase(std::remove_if(m_items.begin(), m_items.end(), isLeftOut), m_items.end());
+        if (m_items.empty()) {
+            isKey = m_table.keyAfter(m_key, m_key) && m_key <= m_end;
+        }
+    }
+    return !m_items.empty();
+}
+
+bool SymbolRangesIterator::isReported(RangeRecord const& record) const {
+    unsigned long long const low = std::max(record.start, m_start);
+    unsigned long long const high = std::min(record.end, m_end);
+    if (low > high) {
+        return false;
+    }
+    if (low == high) {
+        // What only touches is out, unless the record or the query has no extent.
+        bool const endsThere = record.end == m_start && !record.isPoint();
+        bool const beginsThere = record.start >= m_end && m_start != m_end;
+        if (endsThere || beginsThere) {
+            return false;
+        }
+    }
+    ISymbol* const symbol = record.scope->symbol();
+    return symbol != nullptr && (symbol->kind() & m_mask) != 0;
+}
+
+SymMgrObjectPtr<ISymbolRange> SymbolRangesIterator::current() {
+    if (m_index >= m_items.size()) {
+        return {};
+    }
+    RangeRecord const& record = *m_items[m_index];
+    return SymMgrObjectPtr<ISymbolRange>(new SymbolRange(record.start, record.end, record.scope, nullptr));
+}
+
+bool SymbolRangesIterator::next() {
+    if (m_items.empty()) {
+        return false;
+    }
+    if (++m_index < m_items.size()) {
+        return true;
+    }
+    if (!m_table.keyAfter(m_key, m_key) || m_key > m_end) {
+        m_items.clear();
+        return false;
+    }
+    return settle();
+}
+
+// --- NonOverlappedSymbolRangesIterator
+
+NonOverlappedSymbolRangesIterator::NonOverlappedSymbolRangesIterator(SymbolTable& table, unsigned long long firstKey,
+                                                                     unsigned long long start, unsigned long long end,
+                                                                     symbol_kind_t mask, ISymbolChooser* resolver)
+    : m_table(table), m_firstKey(firstKey), m_queryStart(start), m_queryEnd(end), m_mask(mask), m_resolver(resolver) {
+    reset();
+}
+
+void NonOverlappedSymbolRangesIterator::reset() {
+    m_key = m_firstKey;
+    // The lowest key may lie behind the whole stretch.
+    m_isAtLimit = m_key >= m_queryEnd;
+    m_cursor = std::max(m_key, m_queryStart);
+    m_pieceScope = nullptr;
+    next();
+}
+
+SymMgrObjectPtr<ISymbolRange> NonOverlappedSymbolRangesIterator::current() {
+    if ((m_isAtLimit && m_pieceStart == m_queryEnd) || m_pieceScope == nullptr) {
+        return {};
+    }
+    return SymMgrObjectPtr<ISymbolRange>(new SymbolRange(m_pieceStart, m_pieceEnd, m_pieceScope, nullptr));
+}
+
+RangeRecord const* NonOverlappedSymbolRangesIterator::choose() const {
+    return m_table.chooseRecord(m_cursor, m_mask, m_key, m_resolver);
+}
+
+bool NonOverlappedSymbolRangesIterator::peekNextKey(unsigned long long& key) const {
+    return m_table.keyAfter(m_key, key) && key < m_queryEnd;
+}
+
+bool NonOverlappedSymbolRangesIterator::toNextKey() {
+    unsigned long long next = 0;
+    m_isAtLimit = !peekNextKey(next);
+    if (!m_isAtLimit) {
+        m_key = next;
+    }
+    return !m_isAtLimit;
+}
+
+bool NonOverlappedSymbolRangesIterator::finish() {
+    m_isAtLimit = true;
+    m_pieceStart = m_queryEnd;
+    return false;
+}
+
+bool NonOverlappedSymbolRangesIterator::closePiece(unsigned long long end) {
+    m_pieceEnd = end;
+    m_cursor = end;
+    return true;
+}
+
+bool NonOverlappedSymbolRangesIterator::closeAtLimit(RangeRecord const& winner) {
+    if (winner.end < m_queryEnd && !winner.isPoint()) {
+        return closePiece(winner.end);
+    }
+    m_isAtLimit = true;
+    return closePiece(m_queryEnd);
+}
+
+bool NonOverlappedSymbolRangesIterator::next() {
+    if (m_isAtLimit || m_cursor >= m_queryEnd) {
+        return finish();
+    }
+    RangeRecord const* winner = choose();
+    while (winner == nullptr) {
+        if (!toNextKey()) {
+            return finish();
+        }
+        m_cursor = m_key;
+        winner = choose();
+    }
+    m_pieceStart = m_cursor;
+    m_pieceScope = winner->scope;
+    return extend(winner);
+}
+
+/// Follows a winner over the boundaries for as long as it goes on winning.
+bool NonOverlappedSymbolRangesIterator::extend(RangeRecord const* winner) {
+    unsigned long long boundary = 0;
+    while (peekNextKey(boundary)) {
+        if (winner->isPoint()) {
+            m_key = boundary;
+            return closePiece(boundary); // a label stands to the next boundary
+        }
+        if (winner->end <= boundary) {
+            if (winner->end == boundary) {
+                m_key = boundary;
+            }
+            return closePiece(winner->end); // from there on: another winner, or a gap
+        }
+        m_key = boundary;
+        m_cursor = boundary;
+        winner = choose();
+        if (winner == nullptr || winner->scope != m_pieceScope) {
+            return closePiece(boundary);
+        }
+    }
+    return closeAtLimit(*winner);
+}
+
+} // namespace ORV_3_30

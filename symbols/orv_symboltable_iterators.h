@@ -1,0 +1,86 @@
+/// Iterators over a symbol table.
+///
+/// They hold addresses and not positions, so that a load between two steps can't lead them astray:
+/// they go on from where they stand with what the table holds then.
+#pragma once
+
+#include "symbols/orv_symboltable.h"
+
+namespace ORV_3_30 {
+
+/// The symbols that are candidates at one address, handed to a client's chooser.
+class SymbolByAddrIterator final : public SymMgrObject<IIterator<SymMgrObjectPtr<ISymbol>>> {
+public:
+    explicit SymbolByAddrIterator(SymbolTable::Records candidates) : m_candidates(std::move(candidates)) {}
+
+    SymMgrObjectPtr<ISymbol> current() override;
+    bool next() override;
+    void reset() override { m_index = 0; }
+
+private:
+    SymbolTable::Records m_candidates;
+    std::size_t m_index = 0;
+};
+
+/// Ranges that touch a stretch, overlaps included: by start, then longest first.
+class SymbolRangesIterator final : public SymMgrObject<SymbolRangeIterator> {
+public:
+    SymbolRangesIterator(SymbolTable& table, unsigned long long firstKey, unsigned long long start,
+                         unsigned long long end, symbol_kind_t mask);
+
+    SymMgrObjectPtr<ISymbolRange> current() override;
+    bool next() override;
+    void reset() override;
+
+private:
+    bool isReported(RangeRecord const& record) const;
+    /// Goes on to the first key at or behind the present one at which something is reported.
+    bool settle();
+
+    SymbolTable& m_table;
+    unsigned long long m_firstKey;
+    unsigned long long m_start;
+    unsigned long long m_end;
+    symbol_kind_t m_mask;
+    unsigned long long m_key = 0;
+    SymbolTable::Records m_items; ///< What is reported at m_key; empty at the end.
+    std::size_t m_index = 0;
+};
+
+/// A stretch cut into pieces with one winner each. Gaps are not reported.
+class NonOverlappedSymbolRangesIterator final : public SymMgrObject<SymbolRangeIterator> {
+public:
+    NonOverlappedSymbolRangesIterator(SymbolTable& table, unsigned long long firstKey, unsigned long long start,
+                                      unsigned long long end, symbol_kind_t mask, ISymbolChooser* resolver);
+
+    SymMgrObjectPtr<ISymbolRange> current() override;
+    bool next() override;
+    void reset() override;
+
+private:
+    bool isAtLimit() const { return m_isAtLimit; }
+    RangeRecord const* choose() const;
+    /// Steps to the next key below the query's end; false at the limit.
+    bool toNextKey();
+    bool peekNextKey(unsigned long long& key) const;
+    bool finish();
+    bool closePiece(unsigned long long end);
+    bool closeAtLimit(RangeRecord const& winner);
+    bool extend(RangeRecord const* winner);
+
+    SymbolTable& m_table;
+    unsigned long long m_firstKey;
+    unsigned long long m_queryStart;
+    unsigned long long m_queryEnd;
+    symbol_kind_t m_mask;
+    ISymbolChooser* m_resolver; ///< The client's; may be null.
+
+    unsigned long long m_key = 0;
+    bool m_isAtLimit = false; ///< The key is the first one at or behind the query's end.
+    unsigned long long m_cursor = 0;
+    unsigned long long m_pieceStart = 0;
+    unsigned long long m_pieceEnd = 0;
+    Scope* m_pieceScope = nullptr;
+};
+
+} // namespace ORV_3_30

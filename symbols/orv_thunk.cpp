@@ -1,0 +1,19 @@
+#include "symbols/orv_thunk.h"
+
+#include "symbols/orv_scope.h"
+#include "symbols/orv_scope_iterators.h"
+
+namespace ORV_3_30 {
+
+char const* ImportThunk::name() {
+    ISymbol* const symbol = scope() != nullptr ? scope()->symbol() : nullptr;
+    return symbol != nullptr ? symbol->name() : "";
+}
+
+ISymbol* InlineInstance::symbol() { return m_scope->symbol(); }
+
+void InlineInstance::ranges(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>>& out) {
+    out = new RelRangeIterator(m_scope);
+}
+
+} // namespace ORV_3_30
