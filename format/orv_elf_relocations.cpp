@@ -154,8 +154,7 @@ void PLTEntryCallBack::addend(RelocationAddends::Entry const& entry) {
         return;
     }
     auto const* const names = reinterpret_cast<char const*>(entry.strings->data());
-    symbol(SymbolName::borrowed(names + entry.nameOffset), stub, k_stubSize, symbol_visibility_Global,
-           symbol_kind_Function);
+    symbol({names + entry.nameOffset, stub, k_stubSize, symbol_visibility_Global, symbol_kind_Function});
 }
 
 } // namespace ORV_3_30

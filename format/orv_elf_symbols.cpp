@@ -2,6 +2,7 @@
 
 #include "core/orv_cursor.h"
 #include "symbols/orv_scope.h"
+#include "symbols/orv_symboltable.h"
 
 namespace ORV_3_30 {
 namespace {
@@ -51,7 +52,7 @@ ElfSymbolReader::ElfSymbolReader(ElfHelper const& helper, ISectionData& symbols,
     }
 }
 
-bool ElfSymbolReader::next(ElfSymbol& out) {
+bool ElfSymbolReader::next(RawSymbol& out) {
     while (contains(m_size, m_position, m_entrySize)) {
         Elf64_Sym entry{};
         bool const isRead = readElfSymbol(m_helper.is64(), m_data, m_size, m_position, entry);
@@ -63,7 +64,7 @@ bool ElfSymbolReader::next(ElfSymbol& out) {
     return false;
 }
 
-bool ElfSymbolReader::accept(Elf64_Sym const& entry, ElfSymbol& out) const {
+bool ElfSymbolReader::accept(Elf64_Sym const& entry, RawSymbol& out) const {
     unsigned int const binding = ELF64_ST_BIND(entry.st_info);
     if (entry.st_name == 0 || binding > STB_WEAK || entry.st_shndx == SHN_UNDEF || entry.st_shndx == SHN_COMMON) {
         return false;
@@ -89,20 +90,37 @@ bool ElfSymbolReader::accept(Elf64_Sym const& entry, ElfSymbol& out) const {
     return false;
 }
 
-void SymbolCallBack::symbol(SymbolName name, unsigned long long address, unsigned long long size,
-                            symbol_visibility_t visibility, symbol_kind_t kind) {
-    if (name.text() == nullptr || *name.text() == '\0') {
+void SymbolCallBack::symbol(RawSymbol const& symbol) {
+    if (symbol.name == nullptr || *symbol.name == '\0') {
         return;
     }
-    SymMgrObjectPtr<SymbolScope> const scope(
-        new SymbolScope(m_loader, name, address, m_table->scope(), visibility, kind));
-    attach(*scope, address, size);
+    SymMgrObjectPtr<SymbolScope> const scope(new SymbolScope(m_loader, SymbolName::borrowed(symbol.name),
+                                                             symbol.address, m_table->scope(), symbol.visibility,
+                                                             symbol.kind));
+    attach(*scope, symbol.address, symbol.size);
     // The table may refuse the scope: the first symbol in stays where two are the same.
-    m_table->addRange(address, address + size, scope.get());
+    m_table->addRange(symbol.address, symbol.address + symbol.size, scope.get());
+}
+
+RegularSymbolCallBack::RegularSymbolCallBack(IFileFormatLoader* loader, ISymbolTable* table)
+    : SymbolCallBack(loader, table), m_ownTable(dynamic_cast<SymbolTable*>(table)) {}
+
+void RegularSymbolCallBack::symbol(RawSymbol const& symbol) {
+    if (m_ownTable == nullptr) {
+        SymbolCallBack::symbol(symbol);
+    } else if (symbol.name != nullptr && *symbol.name != '\0') {
+        m_collected.push_back(symbol);
+    }
 }
 
 void RegularSymbolCallBack::attach(Scope& scope, unsigned long long address, unsigned long long size) {
     scope.addRange(address, address + size);
+}
+
+void RegularSymbolCallBack::finish() {
+    if (m_ownTable != nullptr) {
+        m_ownTable->addRawSymbols(loader(), m_collected);
+    }
 }
 
 } // namespace ORV_3_30

@@ -3,20 +3,15 @@
 
 #include "format/orv_elf_helper.h"
 #include "orv/orv_scope.h"
+#include "symbols/orv_range_record.h"
 #include "symbols/orv_symbol.h"
 
 #include <cstdint>
+#include <vector>
 
 namespace ORV_3_30 {
 
-/// One symbol that the reader has accepted.
-struct ElfSymbol {
-    char const* name; ///< In the string section. Null where the name lies outside it.
-    unsigned long long address;
-    unsigned long long size;
-    symbol_visibility_t visibility;
-    symbol_kind_t kind;
-};
+class SymbolTable;
 
 /// Walks a symbol section, and passes over what is no symbol of the module: undefined and common
 /// ones, foreign bindings and types, kinds that are not wanted, and addresses in no code or data.
@@ -25,12 +20,12 @@ public:
     /// kinds: a mask; untyped symbols come along with any. Reads the sections' bytes.
     ElfSymbolReader(ElfHelper const& helper, ISectionData& symbols, ISectionData& strings, unsigned int kinds);
 
-    /// The next accepted symbol; false at the end.
-    bool next(ElfSymbol& out);
+    /// The next accepted symbol; false at the end. Its name is null where it lies outside the strings.
+    bool next(RawSymbol& out);
 
 private:
     /// False for an entry that is passed over.
-    bool accept(Elf64_Sym const& entry, ElfSymbol& out) const;
+    bool accept(Elf64_Sym const& entry, RawSymbol& out) const;
 
     ElfHelper const& m_helper;
     unsigned int m_kinds;
@@ -46,10 +41,10 @@ private:
 /// Reads one entry, in the file's class, into the 64-bit form. False if it lies outside the bytes.
 bool readElfSymbol(bool is64, unsigned char const* data, std::uint64_t size, std::uint64_t position, Elf64_Sym& out);
 
+/// Told of each symbol of a module.
 class ISymbolCallBack {
 public:
-    virtual void symbol(SymbolName name, unsigned long long address, unsigned long long size,
-                        symbol_visibility_t visibility, symbol_kind_t kind) = 0;
+    virtual void symbol(RawSymbol const& symbol) = 0;
 
 protected:
     ~ISymbolCallBack() = default;
@@ -60,24 +55,33 @@ class SymbolCallBack : public ISymbolCallBack {
 public:
     SymbolCallBack(IFileFormatLoader* loader, ISymbolTable* table) : m_loader(loader), m_table(table) {}
 
-    void symbol(SymbolName name, unsigned long long address, unsigned long long size, symbol_visibility_t visibility,
-                symbol_kind_t kind) override;
+    /// A symbol without a name is passed over.
+    void symbol(RawSymbol const& symbol) override;
     /// Binds the scope to its place.
     virtual void attach(Scope& scope, unsigned long long address, unsigned long long size) = 0;
 
 protected:
     ~SymbolCallBack() = default;
+    IFileFormatLoader* loader() const { return m_loader; }
 
 private:
     IFileFormatLoader* m_loader;
     ISymbolTable* m_table;
 };
 
-/// The place is a range of the scope.
+/// The place is a range of the scope. A table of our own takes such symbols all at once, and makes a
+/// scope only for those that somebody asks for; the result is the same.
 class RegularSymbolCallBack final : public SymbolCallBack {
 public:
-    using SymbolCallBack::SymbolCallBack;
+    RegularSymbolCallBack(IFileFormatLoader* loader, ISymbolTable* table);
+    void symbol(RawSymbol const& symbol) override;
     void attach(Scope& scope, unsigned long long address, unsigned long long size) override;
+    /// Hands over what was collected. To be called once, after the last symbol.
+    void finish();
+
+private:
+    SymbolTable* m_ownTable; ///< Null for a table that somebody else has implemented.
+    std::vector<RawSymbol> m_collected;
 };
 
 } // namespace ORV_3_30

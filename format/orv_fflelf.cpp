@@ -119,16 +119,17 @@ void ElfFileLoader::loadTable(ElfHelper::Role symbols, ElfHelper::Role strings, 
     if (symbolData == nullptr || stringData == nullptr) {
         return;
     }
+    // The string section lives as long as this loader, and this loader longer than the bank: names
+    // need no copy.
     RegularSymbolCallBack callBack(this, &table);
     ElfSymbolReader reader(*m_elfHelper, *symbolData, *stringData, kinds);
-    for (ElfSymbol symbol{}; reader.next(symbol);) {
+    for (RawSymbol symbol{}; reader.next(symbol);) {
         if (symbol.name != nullptr &&
             (filter == nullptr || filter->accept(symbol.address, symbol.address + symbol.size))) {
-            // The string section lives as long as this loader, and this loader longer than the bank.
-            callBack.symbol(SymbolName::borrowed(symbol.name), symbol.address, symbol.size, symbol.visibility,
-                            symbol.kind);
+            callBack.symbol(symbol);
         }
     }
+    callBack.finish();
 }
 
 void ElfFileLoader::addThunks(ISymbolTable& table, AcceptedRanges* filter) {

@@ -1,7 +1,7 @@
 /// The boundary addresses of a symbol table in order, each with the records that start there.
 ///
 ///     KeyIndex keys;
-///     KeyIndex::Position at = keys.insert(0x1000);
+///     KeyIndex::Position at = keys.insert(keys.lowerBound(0x1000), 0x1000);
 ///     keys.setRecords(at, record);
 ///     keys.forEachSpanning(at, [](RangeRecord& r) { ... });   // started earlier, still alive at 0x1000
 ///
@@ -43,8 +43,11 @@ public:
 
     /// The first key at or above an address; end if there is none.
     Position lowerBound(unsigned long long address) const {
+        if (!empty() && m_chunks.back().keys.back().address < address) {
+            return end(); // the usual case while addresses come in ascending order
+        }
         auto const chunk = std::upper_bound(m_chunks.begin(), m_chunks.end(), address,
-                                            [](unsigned long long a, Chunk const& c) { return a < c.keys[0].address; });
+                                            [](unsigned long long a, Chunk const& c) { return a < c.firstAddress; });
         if (chunk == m_chunks.begin()) {
             return begin();
         }
@@ -70,29 +73,32 @@ public:
                               : Position{after.chunk - 1, m_chunks[after.chunk - 1].keys.size() - 1};
     }
 
-    /// Makes a key that is not there yet.
-    Position insert(unsigned long long address) {
+    /// Makes a key ahead of the first one above it, as lowerBound has found it.
+    Position insert(Position at, unsigned long long address) {
         if (m_chunks.empty()) {
             m_chunks.emplace_back();
-            m_chunks[0].keys.push_back({address, 0, nullptr});
-            return begin();
+            at = begin();
+        } else if (at.slot == 0 && at.chunk > 0) {
+            --at.chunk; // behind the last of the chunk before
+            at.slot = m_chunks[at.chunk].keys.size();
         }
-        Position at = floor(address);
-        at = isEnd(at) ? begin() : Position{at.chunk, at.slot + 1};
         if (m_chunks[at.chunk].keys.size() == k_chunkSize) {
             at = split(at);
         }
-        std::vector<Key>& keys = m_chunks[at.chunk].keys;
-        keys.insert(keys.begin() + static_cast<std::ptrdiff_t>(at.slot), Key{address, 0, nullptr});
+        Chunk& chunk = m_chunks[at.chunk];
+        chunk.keys.insert(chunk.keys.begin() + static_cast<std::ptrdiff_t>(at.slot), Key{address, 0, nullptr});
+        chunk.firstAddress = chunk.keys[0].address;
         return at;
     }
 
     /// Takes a key without records out.
     void erase(Position at) {
-        std::vector<Key>& keys = m_chunks[at.chunk].keys;
-        keys.erase(keys.begin() + static_cast<std::ptrdiff_t>(at.slot));
-        if (keys.empty()) {
+        Chunk& chunk = m_chunks[at.chunk];
+        chunk.keys.erase(chunk.keys.begin() + static_cast<std::ptrdiff_t>(at.slot));
+        if (chunk.keys.empty()) {
             m_chunks.erase(m_chunks.begin() + static_cast<std::ptrdiff_t>(at.chunk));
+        } else {
+            chunk.firstAddress = chunk.keys[0].address;
         }
     }
 
@@ -144,8 +150,10 @@ private:
     };
     struct Chunk {
         std::vector<Key> keys;
+        unsigned long long firstAddress = 0;
         unsigned long long greatestEnd = 0;
         void summarize() {
+            firstAddress = keys.empty() ? 0 : keys[0].address;
             greatestEnd = 0;
             for (Key const& key : keys) {
                 greatestEnd = std::max(greatestEnd, key.greatestEnd);

@@ -5,6 +5,7 @@
 #include "symbols/orv_symboltable_iterators.h"
 
 #include <algorithm>
+#include <cstring>
 #include <mutex>
 
 namespace ORV_3_30 {
@@ -15,31 +16,59 @@ bool isAliveAt(RangeRecord const& record, unsigned long long address) {
     return record.end > address || record.isPoint();
 }
 
-bool hasCompUnit(ISymbol& symbol) {
+/// What the choice among overlapping ranges goes by.
+struct Rank {
+    bool hasUnit;
+    int priority;
+    symbol_visibility_t visibility;
+    bool isInline;
+};
+
+/// False for a scope without a symbol.
+bool rankOf(RangeRecord const& record, Rank& out) {
+    Scope* const scope = record.scope.load(std::memory_order_acquire);
+    if (scope == nullptr) {
+        out = {false, symbolPriorityByKind(static_cast<symbol_kind_t>(record.rawKind)),
+               static_cast<symbol_visibility_t>(record.rawVisibility), false};
+        return true;
+    }
+    ISymbol* const symbol = scope->symbol();
+    if (symbol == nullptr) {
+        return false;
+    }
     ICompUnitDetails* unit = nullptr;
-    return symbol.compUnitDetails(unit) == status_Ok && unit != nullptr;
+    out = {symbol->compUnitDetails(unit) == status_Ok && unit != nullptr, symbolPriorityByKind(symbol->kind()),
+           symbol->visibility(), scope->inlineInstance() != nullptr};
+    return true;
 }
 
 /// Whether a candidate, which stands behind best in the list, is the better one at an address.
 bool isBetter(RangeRecord const& candidate, RangeRecord const& best, unsigned long long address) {
-    ISymbol& theirs = *best.scope->symbol();
-    ISymbol& mine = *candidate.scope->symbol();
-    bool const hasUnit = hasCompUnit(mine);
-    if (hasUnit != hasCompUnit(theirs)) {
-        return hasUnit;
+    Rank mine{};
+    Rank theirs{};
+    if (!rankOf(candidate, mine) || !rankOf(best, theirs)) {
+        return false;
     }
-    int const priority = symbolPriorityByKind(mine.kind());
-    int const bestPriority = symbolPriorityByKind(theirs.kind());
-    if (priority != bestPriority) {
-        return priority < bestPriority;
+    if (mine.hasUnit != theirs.hasUnit) {
+        return mine.hasUnit;
     }
-    if (mine.visibility() != theirs.visibility()) {
-        return mine.visibility() > theirs.visibility();
+    if (mine.priority != theirs.priority) {
+        return mine.priority < theirs.priority;
+    }
+    if (mine.visibility != theirs.visibility) {
+        return mine.visibility > theirs.visibility;
     }
     // The innermost wins, but an inlined body does not hide a plain symbol.
-    bool const isHiddenInline =
-        candidate.scope->inlineInstance() != nullptr && best.scope->inlineInstance() == nullptr;
+    bool const isHiddenInline = mine.isInline && !theirs.isInline;
     return candidate.start > best.start && candidate.start <= address && !isHiddenInline;
+}
+
+/// Whether two raw symbols that start at one address are the same thing: the rule of
+/// Scope::mergeDecision for scopes of one range.
+bool isSameRaw(RangeRecord const& rival, RawSymbol const& newcomer) {
+    bool const endsMatter = rival.isPoint() || newcomer.size != 0;
+    return (!endsMatter || rival.end == newcomer.address + newcomer.size) &&
+           std::strcmp(rival.rawName, newcomer.name) == 0;
 }
 
 /// The walk that settles who wins, fed with the alive records in list order.
@@ -52,11 +81,11 @@ public:
         if (!isAliveAt(record, m_address)) {
             return true;
         }
-        ISymbol* const symbol = record.scope->symbol();
-        if (!ORV_ASSERT(symbol != nullptr, "symbol != NULL")) {
+        symbol_kind_t kind{};
+        if (!ORV_ASSERT(SymbolTable::kindOf(record, kind), "symbol != NULL")) {
             return false;
         }
-        if ((symbol->kind() & m_mask) != 0 && (m_best == nullptr || isBetter(record, *m_best, m_address))) {
+        if ((kind & m_mask) != 0 && (m_best == nullptr || isBetter(record, *m_best, m_address))) {
             m_best = &record;
         }
         return true;
@@ -77,12 +106,16 @@ SymMgrObjectPtr<ISymbolTable> ISymbolTable::create(Scope* scope) {
 
 // --- Adding
 
-void SymbolTable::keep(Scope* scope) { m_scopes.emplace_back(scope); }
+void SymbolTable::keep(Scope* scope) {
+    std::lock_guard<std::mutex> const guard(m_scopesLock);
+    m_scopes.emplace_back(scope);
+}
 
 bool SymbolTable::addRange(unsigned long long start, unsigned long long end, Scope* scope) {
     // A scope that is refused goes with this reference, unless somebody else holds one.
     SymMgrObjectPtr<Scope> const held(scope);
     std::unique_lock<Guard> const guard(m_guard);
+    m_holdsScopes |= scope != nullptr;
     RangeRecord const* const record = insertRange(start, end, scope);
     bool const isTaken = scope != nullptr && record != nullptr && record->scope == scope;
     if (isTaken) {
@@ -97,6 +130,7 @@ bool SymbolTable::addScope(Scope* scope) {
     }
     SymMgrObjectPtr<Scope> const held(scope);
     std::unique_lock<Guard> const guard(m_guard);
+    m_holdsScopes = true;
     bool hasStayed = false;
     Scope* target = nullptr;
     // A merge may change the scope's ranges while they go in.
@@ -109,9 +143,10 @@ bool SymbolTable::addScope(Scope* scope) {
         if (record == nullptr) {
             continue;
         }
-        hasStayed |= record->scope == scope;
+        Scope* const holder = scopeOf(*record);
+        hasStayed |= holder == scope;
         if (target != scope) {
-            target = record->scope;
+            target = holder;
         }
     }
     Scope* const thunkOwner = target != nullptr ? target : scope;
@@ -122,12 +157,13 @@ bool SymbolTable::addScope(Scope* scope) {
         if (record == nullptr) {
             continue;
         }
-        hasStayed |= record->scope == scope;
-        if (thunkOwner != scope && record->scope == thunkOwner) {
+        Scope* const holder = scopeOf(*record);
+        hasStayed |= holder == scope;
+        if (thunkOwner != scope && holder == thunkOwner) {
             thunkOwner->addThunk(thunk.get());
         } else if (!hasStayed) {
-            record->scope->addThunk(thunk.get());
-            record->scope->removeRange(thunk->address());
+            holder->addThunk(thunk.get());
+            holder->removeRange(thunk->address());
         }
     }
     if (hasStayed) {
@@ -141,7 +177,7 @@ RangeRecord* SymbolTable::insertRange(unsigned long long start, unsigned long lo
     if (!m_keys.isEnd(at) && m_keys.address(at) == start) {
         return insertBeside(at, end, scope);
     }
-    at = m_keys.insert(start);
+    at = m_keys.insert(at, start);
     return scope != nullptr ? makeRecord(at, end, scope) : nullptr;
 }
 
@@ -157,11 +193,11 @@ RangeRecord* SymbolTable::insertBeside(Position at, unsigned long long end, Scop
         if (!m_keys.isEnd(ahead)) {
             nextKey = m_keys.address(ahead);
             for (RangeRecord const* record = m_keys.records(ahead); record != nullptr; record = record->next) {
-                nextScope = record->scope;
+                nextScope = scopeOf(*record);
             }
         }
         for (RangeRecord* rival = first; rival != nullptr; rival = rival->next) {
-            unsigned int const flags = rival->scope->mergeDecision(*scope, nextKey, nextScope);
+            unsigned int const flags = scopeOf(*rival)->mergeDecision(*scope, nextKey, nextScope);
             if (flags != merge_Different) {
                 absorb(rival, flags, *scope, end);
                 return rival;
@@ -180,15 +216,15 @@ void SymbolTable::absorb(RangeRecord* rival, unsigned int flags, Scope& newcomer
     if (isResized) {
         unlink(m_keys.lowerBound(rival->start), rival);
         if ((flags & merge_ReplaceEnd) == 0) {
-            removeOtherRanges(*rival->scope);
+            removeOtherRanges(*scopeOf(*rival));
         } else if (!rival->isPoint()) {
             eraseDeserted(rival->start + 1, rival->end);
         }
     }
-    rival->scope->merge(newcomer, flags, *rival);
+    scopeOf(*rival)->merge(newcomer, flags, *rival);
     if (isResized) {
         rival->end = end;
-        link(m_keys.lowerBound(rival->start), rival); // erased keys have moved it
+        link(m_keys.lowerBound(rival->start), rival, m_arrivals++); // erased keys have moved it
     }
 }
 
@@ -228,14 +264,98 @@ void SymbolTable::eraseDeserted(unsigned long long from, unsigned long long to) 
 }
 
 RangeRecord* SymbolTable::makeRecord(Position at, unsigned long long end, Scope* scope) {
-    RangeRecord* const record = m_pool.make(m_keys.address(at), end, scope, nullptr, 0ULL);
-    link(at, record);
+    RangeRecord* const record = m_pool.make(m_keys.address(at), end, nullptr, scope, nullptr, 0U,
+                                            std::uint8_t{0}, std::uint8_t{0});
+    link(at, record, m_arrivals++);
     return record;
 }
 
+void SymbolTable::addRawSymbols(IFileFormatLoader* loader, std::vector<RawSymbol> const& symbols) {
+    std::unique_lock<Guard> const guard(m_guard);
+    bool const isForeign = m_rawLoader != nullptr && m_rawLoader != loader;
+    m_rawLoader = m_rawLoader != nullptr ? m_rawLoader : loader;
+    std::uint32_t const firstOrder = m_arrivals;
+    m_arrivals += static_cast<std::uint32_t>(symbols.size());
+    if (m_holdsScopes || isForeign) {
+        // What a scope decides may depend on what is in the table by then.
+        for (std::size_t i = 0; i < symbols.size(); ++i) {
+            insertRaw(loader, symbols[i], firstOrder + static_cast<std::uint32_t>(i));
+        }
+        return;
+    }
+    // Raw symbols only meet others of the same start, so these may go in by address, which is cheap.
+    std::vector<std::pair<unsigned long long, std::uint32_t>> byAddress;
+    byAddress.reserve(symbols.size());
+    for (std::size_t i = 0; i < symbols.size(); ++i) {
+        byAddress.emplace_back(symbols[i].address, static_cast<std::uint32_t>(i));
+    }
+    std::sort(byAddress.begin(), byAddress.end());
+    for (auto const& [address, index] : byAddress) {
+        insertRaw(loader, symbols[index], firstOrder + index);
+    }
+}
+
+void SymbolTable::insertRaw(IFileFormatLoader* loader, RawSymbol const& symbol, std::uint32_t order) {
+    unsigned long long const end = symbol.address + symbol.size;
+    Position at = m_keys.lowerBound(symbol.address);
+    bool isNew = m_keys.isEnd(at) || m_keys.address(at) != symbol.address;
+    if (isNew) {
+        at = m_keys.insert(at, symbol.address);
+    }
+    for (RangeRecord* rival = m_keys.records(at); rival != nullptr; rival = rival->next) {
+        if (!rival->isRaw() || m_rawLoader != loader) {
+            SymMgrObjectPtr<Scope> const scope(new SymbolScope(loader, SymbolName::borrowed(symbol.name),
+                                                               symbol.address, m_scope, symbol.visibility,
+                                                               symbol.kind));
+            scope->addRange(symbol.address, end);
+            RangeRecord const* const record = insertBeside(at, end, scope.get());
+            if (record->scope == scope.get()) {
+                keep(scope.get());
+            }
+            return;
+        }
+        if (isSameRaw(*rival, symbol)) {
+            return;
+        }
+    }
+    RangeRecord* const record =
+        m_pool.make(symbol.address, end, nullptr, nullptr, symbol.name, 0U, static_cast<std::uint8_t>(symbol.kind),
+                    static_cast<std::uint8_t>(symbol.visibility));
+    link(at, record, order);
+}
+
+Scope* SymbolTable::scopeOf(RangeRecord const& record) const {
+    Scope* scope = record.scope.load(std::memory_order_acquire);
+    if (scope != nullptr) {
+        return scope;
+    }
+    std::lock_guard<std::mutex> const guard(m_scopesLock);
+    scope = record.scope.load(std::memory_order_acquire);
+    if (scope == nullptr) {
+        scope = new SymbolScope(m_rawLoader, SymbolName::borrowed(record.rawName), record.start, m_scope,
+                                static_cast<symbol_visibility_t>(record.rawVisibility),
+                                static_cast<symbol_kind_t>(record.rawKind));
+        m_scopes.emplace_back(scope);
+        scope->addRange(record.start, record.end);
+        const_cast<RangeRecord&>(record).scope.store(scope, std::memory_order_release);
+    }
+    return scope;
+}
+
+bool SymbolTable::kindOf(RangeRecord const& record, symbol_kind_t& kind) {
+    Scope* const scope = record.scope.load(std::memory_order_acquire);
+    ISymbol* const symbol = scope != nullptr ? scope->symbol() : nullptr;
+    if (scope == nullptr) {
+        kind = static_cast<symbol_kind_t>(record.rawKind);
+    } else if (symbol != nullptr) {
+        kind = symbol->kind();
+    }
+    return scope == nullptr || symbol != nullptr;
+}
+
 /// Behind all that end later or at the same place.
-void SymbolTable::link(Position at, RangeRecord* record) {
-    record->order = m_arrivals++;
+void SymbolTable::link(Position at, RangeRecord* record, std::uint32_t order) {
+    record->order = order;
     RangeRecord* head = m_keys.records(at);
     RangeRecord** slot = &head;
     while (*slot != nullptr && (*slot)->end >= record->end) {
@@ -319,8 +439,8 @@ SymbolTable::Records SymbolTable::candidates(unsigned long long address, symbol_
                                              unsigned long long key) const {
     Records found = recordsAlive(key);
     auto const isNone = [&](RangeRecord const* record) {
-        ISymbol* const symbol = record->scope->symbol();
-        return !isAliveAt(*record, address) || symbol == nullptr || (symbol->kind() & mask) == 0;
+        symbol_kind_t kind{};
+        return !isAliveAt(*record, address) || !kindOf(*record, kind) || (kind & mask) == 0;
     };
     found.erase(std::remove_if(found.begin(), found.end(), isNone), found.end());
     return found;
@@ -330,10 +450,10 @@ RangeRecord const* SymbolTable::chooseByClient(Records const& found, ISymbolChoo
     if (found.size() < 2) {
         return found.empty() ? nullptr : found.front();
     }
-    SymMgrObjectPtr<SymbolByAddrIterator> const iterator(new SymbolByAddrIterator(found));
+    SymMgrObjectPtr<SymbolByAddrIterator> const iterator(new SymbolByAddrIterator(*this, found));
     SymMgrObjectPtr<ISymbol> const chosen = resolver.choose(*iterator);
     for (RangeRecord const* record : found) {
-        if (chosen && record->scope->symbol() == chosen.get()) {
+        if (chosen && scopeOf(*record)->symbol() == chosen.get()) {
             return record;
         }
     }
@@ -377,7 +497,7 @@ bool SymbolTable::keyFrom(unsigned long long address, unsigned long long& key) c
 void SymbolTable::symbolRangeByAddress(SymMgrObjectPtr<ISymbolRange>& out, unsigned long long address,
                                        symbol_kind_t mask, ISymbolChooser* resolver) {
     RangeRecord const* const winner = chooseRecord(address, mask, address, resolver);
-    out = winner != nullptr ? new SymbolRange(winner->start, winner->end, winner->scope, nullptr) : nullptr;
+    out = winner != nullptr ? new SymbolRange(winner->start, winner->end, scopeOf(*winner), nullptr) : nullptr;
 }
 
 void SymbolTable::symbolRanges(SymMgrObjectPtr<SymbolRangeIterator>& out, unsigned long long start,

@@ -15,6 +15,8 @@
 #include "symbols/orv_key_index.h"
 #include "symbols/orv_scope.h"
 
+#include <cstdint>
+#include <mutex>
 #include <shared_mutex>
 #include <vector>
 
@@ -36,6 +38,10 @@ public:
                                    unsigned long long end, symbol_kind_t mask, ISymbolChooser* resolver) override;
     Scope* scope() override { return m_scope; }
 
+    /// Adds what a format's own symbol table holds, as addRange would with a scope for each, one by
+    /// one in the given order. The names must outlive the table.
+    void addRawSymbols(IFileFormatLoader* loader, std::vector<RawSymbol> const& symbols);
+
     // For the iterators. Each call takes the guard by itself.
 
     /// Finds a key; false if there is none. floorKey: the last at or below an address, or failing
@@ -52,6 +58,10 @@ public:
     /// The one that wins at an address in a key's stretch; null if there is none.
     RangeRecord const* chooseRecord(unsigned long long address, symbol_kind_t mask, unsigned long long key,
                                     ISymbolChooser* resolver) const;
+    /// The scope of a record, made if nobody has needed it before.
+    Scope* scopeOf(RangeRecord const& record) const;
+    /// The symbol's kind; false for a scope without a symbol.
+    static bool kindOf(RangeRecord const& record, symbol_kind_t& kind);
 
 private:
     using Position = KeyIndex::Position;
@@ -61,7 +71,8 @@ private:
     /// Puts a new range at a key where others start already.
     RangeRecord* insertBeside(Position at, unsigned long long end, Scope* scope);
     RangeRecord* makeRecord(Position at, unsigned long long end, Scope* scope);
-    void link(Position at, RangeRecord* record);
+    void insertRaw(IFileFormatLoader* loader, RawSymbol const& symbol, std::uint32_t order);
+    void link(Position at, RangeRecord* record, std::uint32_t order);
     void unlink(Position at, RangeRecord* record);
     void absorb(RangeRecord* rival, unsigned int flags, Scope& newcomer, unsigned long long end);
     void removeOtherRanges(Scope& scope);
@@ -76,8 +87,11 @@ private:
     mutable Guard m_guard;
     KeyIndex m_keys;
     Pool<RangeRecord> m_pool;
-    unsigned long long m_arrivals = 0;
-    std::vector<SymMgrObjectPtr<Scope>> m_scopes; ///< In the order of arrival, once for each range or scope taken.
+    std::uint32_t m_arrivals = 0;
+    IFileFormatLoader* m_rawLoader = nullptr; ///< Whose symbols the raw records are. Not counted.
+    bool m_holdsScopes = false;               ///< Something but raw symbols has come in.
+    mutable std::mutex m_scopesLock;          ///< Guards the making of scopes, inside m_guard.
+    mutable std::vector<SymMgrObjectPtr<Scope>> m_scopes; ///< Once for each range or scope taken.
 };
 
 } // namespace ORV_3_30

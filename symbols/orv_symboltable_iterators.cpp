@@ -7,7 +7,7 @@
 namespace ORV_3_30 {
 
 SymMgrObjectPtr<ISymbol> SymbolByAddrIterator::current() {
-    return m_index < m_candidates.size() ? SymMgrObjectPtr<ISymbol>(m_candidates[m_index]->scope->symbol())
+    return m_index < m_candidates.size() ? SymMgrObjectPtr<ISymbol>(m_table.scopeOf(*m_candidates[m_index])->symbol())
                                          : SymMgrObjectPtr<ISymbol>();
 }
 
@@ -60,8 +60,8 @@ bool SymbolRangesIterator::isReported(RangeRecord const& record) const {
             return false;
         }
     }
-    ISymbol* const symbol = record.scope->symbol();
-    return symbol != nullptr && (symbol->kind() & m_mask) != 0;
+    symbol_kind_t kind{};
+    return SymbolTable::kindOf(record, kind) && (kind & m_mask) != 0;
 }
 
 SymMgrObjectPtr<ISymbolRange> SymbolRangesIterator::current() {
@@ -69,7 +69,7 @@ SymMgrObjectPtr<ISymbolRange> SymbolRangesIterator::current() {
         return {};
     }
     RangeRecord const& record = *m_items[m_index];
-    return SymMgrObjectPtr<ISymbolRange>(new SymbolRange(record.start, record.end, record.scope, nullptr));
+    return SymMgrObjectPtr<ISymbolRange>(new SymbolRange(record.start, record.end, m_table.scopeOf(record), nullptr));
 }
 
 bool SymbolRangesIterator::next() {
@@ -161,7 +161,7 @@ bool NonOverlappedSymbolRangesIterator::next() {
         winner = choose();
     }
     m_pieceStart = m_cursor;
-    m_pieceScope = winner->scope;
+    m_pieceScope = m_table.scopeOf(*winner);
     return extend(winner);
 }
 
@@ -182,7 +182,7 @@ bool NonOverlappedSymbolRangesIterator::extend(RangeRecord const* winner) {
         m_key = boundary;
         m_cursor = boundary;
         winner = choose();
-        if (winner == nullptr || winner->scope != m_pieceScope) {
+        if (winner == nullptr || m_table.scopeOf(*winner) != m_pieceScope) {
             return closePiece(boundary);
         }
     }

@@ -11,13 +11,15 @@ namespace ORV_3_30 {
 /// The symbols that are candidates at one address, handed to a client's chooser.
 class SymbolByAddrIterator final : public SymMgrObject<IIterator<SymMgrObjectPtr<ISymbol>>> {
 public:
-    explicit SymbolByAddrIterator(SymbolTable::Records candidates) : m_candidates(std::move(candidates)) {}
+    SymbolByAddrIterator(SymbolTable const& table, SymbolTable::Records candidates)
+        : m_table(table), m_candidates(std::move(candidates)) {}
 
     SymMgrObjectPtr<ISymbol> current() override;
     bool next() override;
     void reset() override { m_index = 0; }
 
 private:
+    SymbolTable const& m_table;
     SymbolTable::Records m_candidates;
     std::size_t m_index = 0;
 };

@@ -163,7 +163,7 @@ private:
 };
 
 /// Holds one reference on a counted object, or nothing.
-template <typename T> class SymMgrObjectPtr {
+template <typename T> class ORV_API SymMgrObjectPtr {
 public:
     SymMgrObjectPtr() = default;
     SymMgrObjectPtr(T* object) : m_object(object) { // NOLINT(google-explicit-constructor): factories assign raw objects

@@ -1,0 +1,103 @@
+#include "orv_cli_commands.h"
+#include "orv_cli_output.h"
+
+#include <cstdio>
+
+namespace orv_cli {
+namespace {
+
+constexpr unsigned long long k_none = ~0ULL;
+
+/// A place as name and offset; empty where there is none.
+struct Place {
+    std::string name;
+    unsigned long long offset = 0;
+
+    std::string text() const { return name.empty() ? "none" : name + "+" + hex(offset); }
+    Json json() const { return name.empty() ? Json() : Json{{"name", name}, {"offset", hex(offset)}}; }
+};
+
+status_t find(Module& module, unsigned long long value, AddressForm form, SymMgrObjectPtr<IAddress>& out) {
+    switch (form) {
+    case AddressForm::Rva: return module.bank().addressByRVA(value, out);
+    case AddressForm::FileOffset: return module.bank().addressByFileOffset(value, out);
+    default: return module.bank().addressByValue(value, out);
+    }
+}
+
+Place sectionAt(Module& module, IAddress& address) {
+    ISection* const section = module.loader().sectionByAddress(address.pseudoAddr());
+    return section != nullptr ? Place{section->name(), address.pseudoAddr() - section->address()} : Place{};
+}
+
+Place symbolAt(Module& module, IAddress& address) {
+    constexpr auto k_allKinds = static_cast<symbol_kind_t>(symbol_kind_Function | symbol_kind_DataAlt |
+                                                           symbol_kind_Data | symbol_kind_Other |
+                                                           symbol_kind_FunctionAlt);
+    SymMgrObjectPtr<ISymbolRange> range;
+    if (module.bank().symbolRangeByAddress(&address, range, k_allKinds, nullptr) != status_Ok) {
+        return {};
+    }
+    SymMgrObjectPtr<IAddress> start;
+    range->startAddress(start);
+    return {range->symbol()->name(), address.pseudoAddr() - start->pseudoAddr()};
+}
+
+void print(Module& module, IAddress& address, bool json) {
+    ISegment* const segment = address.segment();
+    Place const inSegment = segment != nullptr ? Place{segment->name(), address.segmentOffset()} : Place{};
+    Place const inSection = sectionAt(module, address);
+    Place const inSymbol = symbolAt(module, address);
+    unsigned long long const offset = address.fileOffset();
+    if (json) {
+        Json object;
+        object["address"] = hex(address.pseudoAddr());
+        object["rva"] = hex(address.rva());
+        object["file_offset"] = offset != k_none ? Json(hex(offset)) : Json();
+        object["segment"] = inSegment.json();
+        object["section"] = inSection.json();
+        object["symbol"] = inSymbol.json();
+        printJson(object);
+        return;
+    }
+    std::printf("address      %s\n", hex(address.pseudoAddr()).c_str());
+    std::printf("rva          %s\n", hex(address.rva()).c_str());
+    std::printf("file offset  %s\n", offset != k_none ? hex(offset).c_str() : "none");
+    std::printf("segment      %s\n", inSegment.text().c_str());
+    std::printf("section      %s\n", inSection.text().c_str());
+    std::printf("symbol       %s\n", inSymbol.text().c_str());
+}
+
+} // namespace
+
+int address(std::string const& moduleName, std::vector<std::string> const& words, AddressForm form,
+            CommonOptions const& common) {
+    Module module(moduleName, common);
+    int exitStatus = 0;
+    bool isFirst = true;
+    for (std::string const& word : words) {
+        unsigned long long value = 0;
+        SymMgrObjectPtr<IAddress> found;
+        char const* problem = nullptr;
+        if (!parseAddress(word, value)) {
+            problem = "is no address: give hexadecimal digits, with or without 0x";
+        } else if (find(module, value, form, found) != status_Ok) {
+            problem = "lies in no segment and no section of the module: see 'orv segments'";
+        }
+        if (problem != nullptr) {
+            finishOutput();
+            std::fprintf(stderr, "orv: %s: %s: %s\n", moduleName.c_str(), word.c_str(), problem);
+            exitStatus = 1;
+            continue;
+        }
+        if (!isFirst && !common.json) {
+            printLine("");
+        }
+        isFirst = false;
+        print(module, *found, common.json);
+    }
+    finishOutput();
+    return exitStatus;
+}
+
+} // namespace orv_cli

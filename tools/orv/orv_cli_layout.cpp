@@ -1,0 +1,139 @@
+/// info, candidates, sections and segments: what the headers of a module say.
+
+#include "orv_cli_commands.h"
+#include "orv_cli_output.h"
+
+#include <cstdio>
+
+namespace orv_cli {
+namespace {
+
+char const* describe(symbol_file_validity_t validity) {
+    switch (validity) {
+    case symbolFileUnchecked: return "not checked";
+    case symbolFileValid: return "valid";
+    case symbolFileRefused: return "holds no debug information";
+    case symbolFileMismatch: return "belongs to another build";
+    case symbolFileNotFound: return "not found";
+    }
+    return "unknown";
+}
+
+char const* nameOfSegmentType(unsigned int type) { return type == 1 ? "code" : type == 2 ? "data" : "other"; }
+
+} // namespace
+
+int info(std::string const& moduleName, CommonOptions const& common) {
+    Module const module(moduleName, common);
+    IModuleSymbolBank& bank = module.bank();
+    SymMgrObjectPtr<IAddress> const entry = bank.entryPoint();
+    if (common.json) {
+        Json object;
+        object["file"] = bank.execFileName();
+        object["format"] = nameOf(bank.execFileFormat());
+        object["architecture"] = nameOf(bank.architecture());
+        object["preferred_load_address"] = hex(bank.preferredLoadAddress());
+        object["entry_point"] = entry ? Json(hex(entry->pseudoAddr())) : Json();
+        object["image_size"] = bank.imageSize();
+        object["symbol_file"] = bank.symFileName();
+        object["symbol_file_format"] = nameOfSymbolFormat(bank.symFileFormat());
+        object["memory_estimate"] = bank.memoryEstimate();
+        printJson(object);
+    } else {
+        std::printf("file                    %s\n", bank.execFileName());
+        std::printf("format                  %s\n", nameOf(bank.execFileFormat()));
+        std::printf("architecture            %s\n", nameOf(bank.architecture()));
+        std::printf("preferred load address  %s\n", hex(bank.preferredLoadAddress()).c_str());
+        std::printf("entry point             %s\n", entry ? hex(entry->pseudoAddr()).c_str() : "none");
+        std::printf("image size              %llu bytes\n", bank.imageSize());
+        std::printf("symbol file             %s\n", bank.symFileName());
+        std::printf("symbol file format      %s\n", nameOfSymbolFormat(bank.symFileFormat()));
+        std::printf("memory estimate         %llu bytes\n", bank.memoryEstimate());
+    }
+    finishOutput();
+    return 0;
+}
+
+int candidates(std::string const& moduleName, CommonOptions const& common) {
+    Module module(moduleName, common);
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>> list;
+    status_t const status = module.loader().symbolFiles(list);
+    if (failed(status)) {
+        throw Failure(moduleName + ": " + describe(status));
+    }
+    for (auto candidate = list->current(); candidate; candidate = list->current()) {
+        char const* const format = nameOfSymbolFormat(candidate->symbolFileFormat());
+        char const* const validity = describe(candidate->validity());
+        if (common.json) {
+            Json object;
+            object["format"] = format;
+            object["validity"] = validity;
+            object["name"] = candidate->symbolFileName();
+            printJson(object);
+        } else {
+            std::printf("%-18s  %-26s  %s\n", format, validity, candidate->symbolFileName());
+        }
+        list->next();
+    }
+    finishOutput();
+    return 0;
+}
+
+int sections(std::string const& moduleName, CommonOptions const& common) {
+    Module module(moduleName, common);
+    SymMgrObjectPtr<ISection> section;
+    module.loader().sectionByIndex(section, 0);
+    if (section && !common.json) {
+        std::printf("%5s  %-16s  %-16s  %-16s  %s\n", "index", "address", "file offset", "size", "name");
+    }
+    for (unsigned int index = 0; section; module.loader().sectionByIndex(section, ++index)) {
+        if (common.json) {
+            Json object;
+            object["index"] = index;
+            object["name"] = section->name();
+            object["address"] = hex(section->address());
+            object["file_offset"] = hex(section->fileOffset());
+            object["size"] = section->size();
+            printJson(object);
+        } else {
+            std::printf("%5u  %016llx  %016llx  %016llx  %s\n", index, section->address(), section->fileOffset(),
+                        section->size(), section->name());
+        }
+    }
+    finishOutput();
+    return 0;
+}
+
+int segments(std::string const& moduleName, CommonOptions const& common) {
+    Module const module(moduleName, common);
+    SymMgrObjectPtr<IIterator<ISegment*>> list;
+    if (module.bank().segments(list) == status_Ok) {
+        if (!common.json) {
+            std::printf("%-16s  %-16s  %-16s  %-16s  %-5s  %s\n", "address", "memory size", "file offset", "file size",
+                        "type", "name");
+        }
+        for (ISegment* segment = list->current(); segment != nullptr; segment = list->current()) {
+            unsigned long long const address = module.bank().preferredLoadAddress() + segment->rva();
+            char const* const type = nameOfSegmentType(segment->type());
+            if (common.json) {
+                Json object;
+                object["name"] = segment->name();
+                object["type"] = type;
+                object["address"] = hex(address);
+                object["rva"] = hex(segment->rva());
+                object["memory_size"] = segment->memorySize();
+                object["file_offset"] = hex(segment->fileOffset());
+                object["file_size"] = segment->fileSize();
+                printJson(object);
+            } else {
+                std::printf("%016llx  %016llx  %016llx  %016llx  %-5s  %s\n", address, segment->memorySize(),
+                            segment->fileOffset(), segment->fileSize(), type, segment->name());
+            }
+            list->next();
+        }
+    }
+    finishOutput();
+    return 0;
+}
+
+} // namespace orv_cli

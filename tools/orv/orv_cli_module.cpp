@@ -1,0 +1,96 @@
+#include "orv_cli_module.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <utility>
+
+namespace orv_cli {
+namespace {
+
+constexpr unsigned long long k_classByte = 4; // EI_CLASS
+constexpr unsigned char k_class32 = 1;        // ELFCLASS32
+
+} // namespace
+
+char const* describe(status_t status) {
+    switch (status) {
+    case status_CantOpenFile: return "cannot be opened: no such file, no permission to read it, or a directory";
+    case status_BadFileFormat:
+        return "is not a module that orv reads, or is damaged: it takes ELF files for x86, x86-64 and ARM";
+    case status_OutOfMemory: return "needs more memory than there is";
+    case status_UnsupportedFileVersion: return "has debug information of an unsupported version";
+    case status_NoDebugInfo: return "has no debug information";
+    default: return toUString(status);
+    }
+}
+
+char const* nameOf(arch_t arch) {
+    switch (arch) {
+    case arch_X86: return "x86";
+    case arch_Em50: return "em50";
+    case arch_X86_64: return "x86-64";
+    case arch_Arm: return "arm";
+    case arch_Em180: return "em180";
+    case arch_Em181: return "em181";
+    default: return "unknown";
+    }
+}
+
+char const* nameOf(exec_format_t format) {
+    switch (format) {
+    case exec_format_Elf: return "ELF";
+    case exec_format_Vex: return "GPU binary";
+    default: return "unknown";
+    }
+}
+
+char const* nameOfSymbolFormat(unsigned int format) {
+    switch (format) {
+    case symbolFormatDwarf: return "DWARF";
+    case symbolFormatSystemMap: return "kernel symbol list";
+    case symbolFormatOat: return "OAT";
+    case symbolFormatVexRln: return "RLN";
+    case symbolFormatVexQdc: return "QDC";
+    default: return "none";
+    }
+}
+
+Module::Module(std::string name, CommonOptions const& options) : m_name(std::move(name)), m_options(options) {
+    status_t status = ISymbolManager::create(m_manager);
+    if (status == status_Ok) {
+        unsigned int const flags = options.noDebugInfo ? load_flags_NoDebugInfo : load_flags_None;
+        status = m_manager->loadSymbolsFromModuleEx(m_name.c_str(), nullptr, m_bank, options.arch, flags, "");
+    }
+    if (status != status_Ok) {
+        throw Failure(m_name + ": " + describe(status));
+    }
+}
+
+IFileFormatLoader& Module::loader() {
+    if (!m_loader) {
+        status_t const status =
+            IFileFormatLoader::create(m_loader, IModuleImage::create(m_name.c_str(), m_options.arch, false), "");
+        if (status != status_Ok) {
+            throw Failure(m_name + ": " + describe(status));
+        }
+    }
+    return *m_loader;
+}
+
+bool Module::is32Bit() {
+    unsigned char fileClass = 0;
+    SymMgrObjectPtr<IModuleImage> const image = IModuleImage::create(m_name.c_str(), m_options.arch, false);
+    return image && image->read(k_classByte, 1, &fileClass) == 1 && fileClass == k_class32;
+}
+
+bool parseAddress(std::string const& text, unsigned long long& out) {
+    std::size_t const digits = text.compare(0, 2, "0x") == 0 || text.compare(0, 2, "0X") == 0 ? 2 : 0;
+    if (text.size() == digits || text.find_first_not_of("0123456789abcdefABCDEF", digits) != std::string::npos) {
+        return false;
+    }
+    errno = 0;
+    out = std::strtoull(text.c_str() + digits, nullptr, 16);
+    return errno == 0;
+}
+
+} // namespace orv_cli

@@ -1,0 +1,74 @@
+/// A module as the commands see it, and the options that all commands share.
+#pragma once
+
+#include <orv/orv.h>
+
+#include <stdexcept>
+#include <string>
+
+namespace orv_cli {
+
+using namespace ORV_3_30;
+
+/// What goes wrong for the user: one line on standard error, exit status 1.
+class Failure : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+struct CommonOptions {
+    arch_t arch = arch_Unknown;
+    bool noDebugInfo = false;
+    bool json = false;
+    std::string logLevel = "off";
+};
+
+/// The words of a status for people.
+char const* describe(status_t status);
+char const* nameOf(arch_t arch);
+char const* nameOf(exec_format_t format);
+char const* nameOfSymbolFormat(unsigned int format);
+
+/// A loaded module. Its bank is never null.
+class Module {
+public:
+    /// Throws Failure if the module can't be loaded.
+    Module(std::string name, CommonOptions const& options);
+
+    std::string const& name() const { return m_name; }
+    IModuleSymbolBank& bank() const { return *m_bank; }
+    /// The file format loader, for what the bank does not tell: sections by index and by address.
+    IFileFormatLoader& loader();
+    /// True for a file of the 32-bit class.
+    bool is32Bit();
+
+private:
+    std::string m_name;
+    CommonOptions m_options;
+    SymMgrObjectPtr<ISymbolManager> m_manager;
+    SymMgrObjectPtr<IModuleSymbolBank> m_bank;
+    SymMgrObjectPtr<IFileFormatLoader> m_loader; ///< Made on first use.
+};
+
+/// An address of our own making, for bounds that lie in no segment. Only its value counts.
+class PlainAddress final : public SymMgrObject<IAddress> {
+public:
+    explicit PlainAddress(unsigned long long value) : m_value(value) {}
+    unsigned long long rva() override { return m_value; }
+    unsigned long long pseudoAddr() override { return m_value; }
+    ISegment* segment() override { return nullptr; }
+    unsigned long long segmentOffset() override { return ~0ULL; }
+    unsigned long long fileOffset() override { return ~0ULL; }
+    bool isEqual(IAddress* other) override { return other->pseudoAddr() == m_value; }
+    bool isNotEqual(IAddress* other) override { return other->pseudoAddr() != m_value; }
+    bool isAfter(IAddress* other) override { return other->pseudoAddr() < m_value; }
+    bool isBefore(IAddress* other) override { return other->pseudoAddr() > m_value; }
+
+private:
+    unsigned long long m_value;
+};
+
+/// Hexadecimal with or without 0x, and nothing else in the text.
+bool parseAddress(std::string const& text, unsigned long long& out);
+
+} // namespace orv_cli

@@ -1,0 +1,34 @@
+#include "orv_cli_output.h"
+
+#include "orv_cli_module.h"
+
+#include <cstdio>
+
+namespace orv_cli {
+
+std::string hex(unsigned long long value) {
+    char text[2 + 16 + 1];
+    std::snprintf(text, sizeof(text), "0x%llx", value);
+    return text;
+}
+
+std::string hexColumn(unsigned long long value) {
+    char text[16 + 1];
+    std::snprintf(text, sizeof(text), "%016llx", value);
+    return text;
+}
+
+void printLine(std::string const& text) {
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    std::fputc('\n', stdout);
+}
+
+void printJson(Json const& object) { printLine(object.dump(-1, ' ', false, Json::error_handler_t::replace)); }
+
+void finishOutput() {
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        throw Failure("standard output cannot be written");
+    }
+}
+
+} // namespace orv_cli

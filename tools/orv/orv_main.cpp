@@ -1,0 +1,180 @@
+/// The command line client: arguments in, exit status out. 0 success, 1 failure, 2 wrong usage.
+
+#include "orv_cli_commands.h"
+
+#include <CLI/CLI.hpp>
+#include <log4cplus/configurator.h>
+#include <log4cplus/consoleappender.h>
+#include <log4cplus/initializer.h>
+#include <log4cplus/layout.h>
+#include <log4cplus/logger.h>
+
+#include <cstdio>
+#include <functional>
+#include <map>
+
+namespace {
+
+using namespace orv_cli;
+
+constexpr int k_exitFailure = 1;
+constexpr int k_exitUsage = 2;
+
+std::map<std::string, arch_t> const k_architectures = {
+    {"unknown", arch_Unknown}, {"x86", arch_X86},     {"em50", arch_Em50},  {"x86-64", arch_X86_64},
+    {"arm", arch_Arm},         {"em180", arch_Em180}, {"em181", arch_Em181},
+};
+
+std::map<std::string, int> const k_logLevels = {
+    {"trace", 0}, {"info", 20000}, {"warn", 30000}, {"error", 40000}, {"off", 60000},
+};
+
+/// Sends the library's records to standard error.
+void configureLog(std::string const& level) {
+    if (level == "off") {
+        return;
+    }
+    log4cplus::SharedAppenderPtr const appender(new log4cplus::ConsoleAppender(true, true));
+    appender->setLayout(std::make_unique<log4cplus::PatternLayout>(LOG4CPLUS_TEXT("%-5p %m%n")));
+    log4cplus::Logger logger = log4cplus::Logger::getInstance(LOG4CPLUS_TEXT("ORV"));
+    logger.addAppender(appender);
+    logger.setLogLevel(k_logLevels.at(level));
+}
+
+class CommandLine {
+public:
+    CommandLine() {
+        m_app.require_subcommand(1);
+        m_app.set_version_flag("--version", "orv " ORV_VERSION);
+        m_app.set_help_flag("-h,--help", "Say how to use orv");
+        m_app.footer("'orv COMMAND --help' tells more, with an example.");
+        addSymbolize();
+        addSymbols();
+        addAddress();
+        addModuleCommand("info", "Format, architecture, addresses and symbol file of a module",
+                         "orv info /bin/ls", info);
+        addModuleCommand("candidates", "The files that may hold a module's debug information, in order",
+                         "orv candidates /bin/ls", candidates);
+        addModuleCommand("sections", "The sections of a module", "orv sections --json /bin/ls", sections);
+        addModuleCommand("segments", "The segments of a module", "orv segments /bin/ls", segments);
+    }
+
+    int run(int argc, char** argv) {
+        try {
+            m_app.parse(argc, argv);
+        } catch (CLI::ParseError const& error) {
+            if (error.get_exit_code() == 0) {
+                return m_app.exit(error); // help or version
+            }
+            std::fprintf(stderr, "orv: %s: see 'orv --help'\n", error.what());
+            return k_exitUsage;
+        }
+        configureLog(m_common.logLevel);
+        return m_action();
+    }
+
+private:
+    CLI::App* add(char const* name, char const* description, char const* example, std::function<int()> action) {
+        CLI::App* const command = m_app.add_subcommand(name, description);
+        command->footer(std::string("Example:\n  ") + example);
+        command->set_help_flag("-h,--help", "Say how to use this command");
+        command->add_flag("--json", m_common.json, "Print one JSON object a line");
+        command->add_option("--arch", m_common.arch, "Architecture of the module, where the file does not tell")
+            ->transform(CLI::CheckedTransformer(k_architectures))
+            ->type_name("ARCH");
+        command->add_flag("--no-debug-info", m_common.noDebugInfo, "Look for no debug information");
+        command->add_option("--log-level", m_common.logLevel, "Log to standard error: trace, info, warn, error or off")
+            ->check(CLI::IsMember(k_logLevels))
+            ->type_name("LEVEL");
+        command->callback([this, action = std::move(action)] { m_action = action; });
+        return command;
+    }
+
+    void addModule(CLI::App* command) {
+        command->add_option("MODULE", m_module, "Program, library, relocatable file or kernel module")
+            ->required()
+            ->type_name("");
+    }
+
+    void addModuleCommand(char const* name, char const* description, char const* example,
+                          int (*run)(std::string const&, CommonOptions const&)) {
+        addModule(add(name, description, example, [this, run] { return run(m_module, m_common); }));
+    }
+
+    void addSymbolize() {
+        SymbolizeOptions& options = m_symbolize;
+        CLI::App* const command = add("symbolize", "Names and source lines of addresses, as addr2line gives them",
+                                      "orv symbolize -e /bin/ls -f -C 0x5000\n  orv symbolize -fCe prog < addresses",
+                                      [this] {
+                                          m_symbolize.demangle = !m_demangleStyle.empty();
+                                          return symbolize(m_symbolize, m_common);
+                                      });
+        command->add_option("-e,--exe", options.module, "The module; a.out if not given")->type_name("MODULE");
+        command->add_flag("-f,--functions", options.functions, "Show function names");
+        command->add_flag("-i,--inlines", options.inlines, "Show the chain of inlined calls");
+        command->add_flag("-C,--demangle", m_demangleStyle, "Demangle function names");
+        command->add_flag("-a,--addresses", options.addresses, "Show addresses");
+        command->add_flag("-p,--pretty-print", options.pretty, "One line an address");
+        command->add_flag("-s,--basenames", options.baseNames, "Strip directories from file names");
+        command->add_option("ADDR", options.words, "Hexadecimal addresses; from standard input if there are none")
+            ->type_name("");
+    }
+
+    void addSymbols() {
+        SymbolsOptions& options = m_symbols;
+        CLI::App* const command =
+            add("symbols", "The symbols of a module by address",
+                "orv symbols --kind function,data --range 1000:2000 -C /bin/ls", [this] {
+                    m_symbols.module = m_module;
+                    return symbols(m_symbols, m_common);
+                });
+        command->add_option("--kind", options.kinds, "Kinds to show: function, data, other")
+            ->delimiter(',')
+            ->check(CLI::IsMember({"function", "data", "other"}))
+            ->take_all()
+            ->expected(1)
+            ->type_name("KIND,...");
+        command->add_option("--range", options.range, "Addresses to show, hexadecimal; either side may be missing")
+            ->type_name("FROM:TO");
+        command->add_flag("--disjoint", options.disjoint, "Cut overlaps: one symbol at each address");
+        command->add_flag("-C,--demangle", options.demangle, "Demangle names");
+        addModule(command);
+    }
+
+    void addAddress() {
+        CLI::App* const command =
+            add("address", "One address in all its forms", "orv address --rva /bin/ls 5000 5010",
+                [this] { return address(m_module, m_words, m_form, m_common); });
+        auto* const rva = command->add_flag_callback("--rva", [this] { m_form = AddressForm::Rva; },
+                                                     "The numbers count from the load address");
+        command
+            ->add_flag_callback("--file-offset", [this] { m_form = AddressForm::FileOffset; },
+                                "The numbers are positions in the file")
+            ->excludes(rva);
+        addModule(command);
+        command->add_option("ADDR", m_words, "Hexadecimal numbers")->required()->type_name("");
+    }
+
+    CLI::App m_app{"ORV names what stands at an address of a module."};
+    CommonOptions m_common;
+    std::string m_module;
+    std::string m_demangleStyle;
+    SymbolizeOptions m_symbolize;
+    SymbolsOptions m_symbols;
+    std::vector<std::string> m_words;
+    AddressForm m_form = AddressForm::Pseudo;
+    std::function<int()> m_action;
+};
+
+} // namespace
+
+int main(int argc, char** argv) {
+    log4cplus::Initializer const logging;
+    try {
+        return CommandLine().run(argc, argv);
+    } catch (std::exception const& error) {
+        std::fflush(stdout);
+        std::fprintf(stderr, "orv: %s\n", error.what());
+        return k_exitFailure;
+    }
+}
