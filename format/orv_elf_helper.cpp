@@ -328,6 +328,14 @@ SectionBytes ElfHelper::readSectionBytes(unsigned int index) const {
     return raw;
 }
 
+bool ElfHelper::readSectionPart(unsigned int index, std::uint64_t offset, std::uint64_t size,
+                                unsigned char* out) const {
+    Elf64_Shdr const* const section = sectionHeader(index);
+    return section != nullptr && contains(m_fileSize, section->sh_offset, section->sh_size) &&
+           contains(section->sh_size, offset, size) &&
+           m_fileImage->read(section->sh_offset + offset, size, out) == size;
+}
+
 void ElfHelper::copySymbolTablesFrom(ElfHelper const& other) {
     if (&other == this) {
         return;

@@ -96,6 +96,9 @@ public:
 
     /// The bytes of a section, uncompressed; none if they lie beyond the file. Throws std::bad_alloc.
     SectionBytes readSectionBytes(unsigned int index) const;
+    /// Copies part of a section as it stands in the file, for readers that pass over it once. False
+    /// if the part lies outside the section or the file.
+    bool readSectionPart(unsigned int index, std::uint64_t offset, std::uint64_t size, unsigned char* out) const;
 
     /// Takes the symbol tables of a companion file in place of those that this file lacks.
     void copySymbolTablesFrom(ElfHelper const& other);

@@ -4,11 +4,14 @@
 #include "symbols/orv_scope.h"
 #include "symbols/orv_symboltable.h"
 
+#include <algorithm>
+
 namespace ORV_3_30 {
 namespace {
 
 constexpr unsigned int k_machineWithWideSymbols = 31;
 constexpr unsigned int k_wideSymbolExtra = 4;
+constexpr std::uint64_t k_pieceEntries = 2048;
 
 /// What becomes of a symbol type. Types without a row are always passed over.
 struct TypeRule {
@@ -39,25 +42,60 @@ bool readElfSymbol(bool is64, unsigned char const* data, std::uint64_t size, std
            cursor.read(out.st_other) && cursor.read(out.st_shndx);
 }
 
-ElfSymbolReader::ElfSymbolReader(ElfHelper const& helper, ISectionData& symbols, ISectionData& strings,
-                                 unsigned int kinds)
-    : m_helper(helper), m_kinds(kinds | symbol_kind_Other), m_data(symbols.data()), m_size(symbols.size()),
-      m_names(reinterpret_cast<char const*>(strings.data())), m_namesSize(strings.size()),
-      m_delta(symbols.addressDelta()), m_entrySize(helper.is64() ? sizeof(Elf64_Sym) : sizeof(Elf32_Sym)) {
+ElfSymbolEntries::ElfSymbolEntries(ElfHelper const& helper, ElfHelper::Role role)
+    : m_helper(helper), m_index(helper.sectionIndex(role)),
+      m_entrySize(helper.is64() ? sizeof(Elf64_Sym) : sizeof(Elf32_Sym)) {
     if (helper.header().e_machine == k_machineWithWideSymbols) {
         m_entrySize += k_wideSymbolExtra;
     }
-    if (m_names == nullptr) {
-        m_size = 0;
+    if (Elf64_Shdr const* const header = helper.sectionHeader(m_index)) {
+        m_size = header->sh_size;
+        return;
     }
+    ISectionData& adopted = *helper.sectionData(role);
+    m_piece = adopted.data();
+    m_size = m_pieceSize = m_piece != nullptr ? adopted.size() : 0;
 }
 
+bool ElfSymbolEntries::next(Elf64_Sym& out) {
+    if (!contains(m_pieceSize, m_at, m_entrySize) && !fill()) {
+        return false;
+    }
+    bool const isRead = readElfSymbol(m_helper.is64(), m_piece, m_pieceSize, m_at, out);
+    m_at += m_entrySize;
+    return isRead;
+}
+
+bool ElfSymbolEntries::fill() {
+    std::uint64_t const next = m_position + m_pieceSize;
+    std::uint64_t const left = m_size > next ? (m_size - next) / m_entrySize * m_entrySize : 0;
+    if (m_index == k_noSection || left == 0) {
+        return false;
+    }
+    m_buffer.resize(std::min(left, k_pieceEntries * m_entrySize));
+    if (!m_helper.readSectionPart(m_index, next, m_buffer.size(), m_buffer.data())) {
+        m_size = 0;
+        return false;
+    }
+    m_position = next;
+    m_piece = m_buffer.data();
+    m_pieceSize = m_buffer.size();
+    m_at = 0;
+    return true;
+}
+
+ElfSymbolReader::ElfSymbolReader(ElfHelper const& helper, ElfHelper::Role symbols, ElfHelper::Role strings,
+                                 unsigned int kinds)
+    : m_helper(helper), m_kinds(kinds | symbol_kind_Other), m_entries(helper, symbols),
+      m_names(reinterpret_cast<char const*>(helper.sectionData(strings)->data())),
+      m_namesSize(helper.sectionData(strings)->size()), m_delta(helper.sectionData(symbols)->addressDelta()) {}
+
 bool ElfSymbolReader::next(RawSymbol& out) {
-    while (contains(m_size, m_position, m_entrySize)) {
-        Elf64_Sym entry{};
-        bool const isRead = readElfSymbol(m_helper.is64(), m_data, m_size, m_position, entry);
-        m_position += m_entrySize;
-        if (isRead && accept(entry, out)) {
+    if (m_names == nullptr) {
+        return false;
+    }
+    for (Elf64_Sym entry{}; m_entries.next(entry);) {
+        if (accept(entry, out)) {
             return true;
         }
     }
@@ -102,13 +140,15 @@ void SymbolCallBack::symbol(RawSymbol const& symbol) {
     m_table->addRange(symbol.address, symbol.address + symbol.size, scope.get());
 }
 
-RegularSymbolCallBack::RegularSymbolCallBack(IFileFormatLoader* loader, ISymbolTable* table)
-    : SymbolCallBack(loader, table), m_ownTable(dynamic_cast<SymbolTable*>(table)) {}
+RegularSymbolCallBack::RegularSymbolCallBack(IFileFormatLoader* loader, ISymbolTable* table, std::size_t expected)
+    : SymbolCallBack(loader, table), m_ownTable(dynamic_cast<SymbolTable*>(table)) {
+    m_collected.reserve(m_ownTable != nullptr ? expected : 0);
+}
 
 void RegularSymbolCallBack::symbol(RawSymbol const& symbol) {
     if (m_ownTable == nullptr) {
         SymbolCallBack::symbol(symbol);
-    } else if (symbol.name != nullptr && *symbol.name != '\0') {
+    } else if (symbol.name != nullptr) {
         m_collected.push_back(symbol);
     }
 }
@@ -118,9 +158,22 @@ void RegularSymbolCallBack::attach(Scope& scope, unsigned long long address, uns
 }
 
 void RegularSymbolCallBack::finish() {
-    if (m_ownTable != nullptr) {
-        m_ownTable->addRawSymbols(loader(), m_collected);
+    if (m_ownTable == nullptr) {
+        return;
     }
+    // Names lie about in megabytes of strings: looking at each is a matter of fetching it in time.
+    constexpr std::size_t k_ahead = 16;
+    std::size_t kept = 0;
+    for (std::size_t i = 0; i < m_collected.size(); ++i) {
+        if (i + k_ahead < m_collected.size()) {
+            __builtin_prefetch(m_collected[i + k_ahead].name);
+        }
+        if (*m_collected[i].name != '\0') {
+            m_collected[kept++] = m_collected[i];
+        }
+    }
+    m_collected.resize(kept);
+    m_ownTable->addRawSymbols(loader(), m_collected);
 }
 
 } // namespace ORV_3_30

@@ -13,13 +13,39 @@ namespace ORV_3_30 {
 
 class SymbolTable;
 
+/// The entries of a symbol section, one after the other. A section of the file is read in small
+/// pieces and not kept: it is passed over once, and can be large.
+class ElfSymbolEntries {
+public:
+    ElfSymbolEntries(ElfHelper const& helper, ElfHelper::Role role);
+
+    std::uint64_t count() const { return m_size / m_entrySize; }
+    /// False at the end, or where the file can't be read.
+    bool next(Elf64_Sym& out);
+
+private:
+    bool fill();
+
+    ElfHelper const& m_helper;
+    unsigned int m_index; ///< k_noSection for a table that was adopted, whose bytes are in memory.
+    std::uint64_t m_size = 0;
+    std::uint64_t m_entrySize;
+    std::uint64_t m_position = 0; ///< Of the piece in the section.
+    unsigned char const* m_piece = nullptr;
+    std::uint64_t m_pieceSize = 0;
+    std::uint64_t m_at = 0; ///< In the piece.
+    std::vector<unsigned char> m_buffer;
+};
+
 /// Walks a symbol section, and passes over what is no symbol of the module: undefined and common
 /// ones, foreign bindings and types, kinds that are not wanted, and addresses in no code or data.
 class ElfSymbolReader {
 public:
-    /// kinds: a mask; untyped symbols come along with any. Reads the sections' bytes.
-    ElfSymbolReader(ElfHelper const& helper, ISectionData& symbols, ISectionData& strings, unsigned int kinds);
+    /// kinds: a mask; untyped symbols come along with any. Both sections must be there.
+    ElfSymbolReader(ElfHelper const& helper, ElfHelper::Role symbols, ElfHelper::Role strings, unsigned int kinds);
 
+    /// Entries in the section.
+    std::uint64_t count() const { return m_entries.count(); }
     /// The next accepted symbol; false at the end. Its name is null where it lies outside the strings.
     bool next(RawSymbol& out);
 
@@ -29,13 +55,10 @@ private:
 
     ElfHelper const& m_helper;
     unsigned int m_kinds;
-    unsigned char const* m_data;
-    std::uint64_t m_size;
+    ElfSymbolEntries m_entries;
     char const* m_names;
     std::uint64_t m_namesSize;
     unsigned long long m_delta;
-    std::uint64_t m_entrySize;
-    std::uint64_t m_position = 0;
 };
 
 /// Reads one entry, in the file's class, into the 64-bit form. False if it lies outside the bytes.
@@ -73,7 +96,8 @@ private:
 /// scope only for those that somebody asks for; the result is the same.
 class RegularSymbolCallBack final : public SymbolCallBack {
 public:
-    RegularSymbolCallBack(IFileFormatLoader* loader, ISymbolTable* table);
+    /// expected: no more than so many symbols will come.
+    RegularSymbolCallBack(IFileFormatLoader* loader, ISymbolTable* table, std::size_t expected);
     void symbol(RawSymbol const& symbol) override;
     void attach(Scope& scope, unsigned long long address, unsigned long long size) override;
     /// Hands over what was collected. To be called once, after the last symbol.

@@ -114,15 +114,13 @@ status_t ElfFileLoader::loadSymbols(ISymbolTable* table, AcceptedRanges* filter,
 
 void ElfFileLoader::loadTable(ElfHelper::Role symbols, ElfHelper::Role strings, ISymbolTable& table,
                               AcceptedRanges* filter, unsigned int kinds) {
-    ISectionData* const symbolData = m_elfHelper->sectionData(symbols);
-    ISectionData* const stringData = m_elfHelper->sectionData(strings);
-    if (symbolData == nullptr || stringData == nullptr) {
+    if (m_elfHelper->sectionData(symbols) == nullptr || m_elfHelper->sectionData(strings) == nullptr) {
         return;
     }
     // The string section lives as long as this loader, and this loader longer than the bank: names
     // need no copy.
-    RegularSymbolCallBack callBack(this, &table);
-    ElfSymbolReader reader(*m_elfHelper, *symbolData, *stringData, kinds);
+    ElfSymbolReader reader(*m_elfHelper, symbols, strings, kinds);
+    RegularSymbolCallBack callBack(this, &table, reader.count());
     for (RawSymbol symbol{}; reader.next(symbol);) {
         if (symbol.name != nullptr &&
             (filter == nullptr || filter->accept(symbol.address, symbol.address + symbol.size))) {

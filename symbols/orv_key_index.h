@@ -6,8 +6,9 @@
 ///     keys.forEachSpanning(at, [](RangeRecord& r) { ... });   // started earlier, still alive at 0x1000
 ///
 /// A sorted array cut into chunks: inserting moves at most one chunk, and stepping is an increment.
-/// Each key and each chunk know the greatest end among their records, so that a search for what is
-/// alive at an address passes over all that ended before it.
+/// Each key and each chunk know the greatest end among their records, and each key a bound on the
+/// ends ahead of it, so that a search for what is alive at an address looks at its neighbourhood
+/// alone.
 #pragma once
 
 #include "symbols/orv_range_record.h"
@@ -86,7 +87,8 @@ public:
             at = split(at);
         }
         Chunk& chunk = m_chunks[at.chunk];
-        chunk.keys.insert(chunk.keys.begin() + static_cast<std::ptrdiff_t>(at.slot), Key{address, 0, nullptr});
+        chunk.keys.insert(chunk.keys.begin() + static_cast<std::ptrdiff_t>(at.slot),
+                          Key{address, 0, endBefore(at), nullptr});
         chunk.firstAddress = chunk.keys[0].address;
         return at;
     }
@@ -117,35 +119,40 @@ public:
         } else if (before == chunk.greatestEnd) {
             chunk.summarize();
         }
+        // The bounds ascend, so this stops at the first key that has heard of a greater end.
+        unsigned long long const end = changed.greatestEnd;
+        for (Position i = next(at); !isEnd(i) && key(i).endBefore < end; i = next(i)) {
+            m_chunks[i.chunk].keys[i.slot].endBefore = end;
+        }
     }
 
     /// Visits the records that start below a key and end above it, in no particular order.
     template <typename Visitor> void forEachSpanning(Position at, Visitor visit) const {
         unsigned long long const address = this->address(at);
-        for (std::size_t chunk = 0; chunk <= at.chunk; ++chunk) {
-            if (m_chunks[chunk].greatestEnd <= address) {
-                continue;
+        while (key(at).endBefore > address) {
+            if (at.slot > 0) {
+                --at.slot;
+            } else if (at.chunk > 0) {
+                --at.chunk;
+                bool const isPassedOver = m_chunks[at.chunk].greatestEnd <= address;
+                at.slot = isPassedOver ? 0 : m_chunks[at.chunk].keys.size() - 1;
+            } else {
+                return;
             }
-            std::vector<Key> const& keys = m_chunks[chunk].keys;
-            std::size_t const count = chunk == at.chunk ? at.slot : keys.size();
-            for (std::size_t slot = 0; slot < count; ++slot) {
-                if (keys[slot].greatestEnd <= address) {
-                    continue;
-                }
-                // Sorted by end, the greatest first.
-                for (RangeRecord* r = keys[slot].records; r != nullptr && r->end > address; r = r->next) {
-                    visit(*r);
-                }
+            // Sorted by end, the greatest first.
+            for (RangeRecord* r = key(at).records; r != nullptr && r->end > address; r = r->next) {
+                visit(*r);
             }
         }
     }
 
 private:
-    static constexpr std::size_t k_chunkSize = 128;
+    static constexpr std::size_t k_chunkSize = 64;
 
     struct Key {
         unsigned long long address;
         unsigned long long greatestEnd; ///< 0 without records.
+        unsigned long long endBefore;   ///< No record of an earlier key ends above this.
         RangeRecord* records;
     };
     struct Chunk {
@@ -161,6 +168,19 @@ private:
         }
     };
 
+    /// The bound for a key that is to stand at a position.
+    unsigned long long endBefore(Position at) const {
+        if (at.slot > 0) {
+            Key const& previous = m_chunks[at.chunk].keys[at.slot - 1];
+            return std::max(previous.endBefore, previous.greatestEnd);
+        }
+        if (at.chunk > 0) {
+            Key const& previous = m_chunks[at.chunk - 1].keys.back();
+            return std::max(previous.endBefore, previous.greatestEnd);
+        }
+        return 0;
+    }
+
     Key const& key(Position at) const { return m_chunks[at.chunk].keys[at.slot]; }
 
     /// Cuts a full chunk in two; returns where the position went. Keys that come in ascending order
@@ -169,6 +189,9 @@ private:
         std::size_t const middle = at.slot == k_chunkSize && at.chunk + 1 == m_chunks.size() ? k_chunkSize : k_chunkSize / 2;
         Chunk upper;
         std::vector<Key>& keys = m_chunks[at.chunk].keys;
+        if (middle == k_chunkSize) {
+            upper.keys.reserve(k_chunkSize); // more of the same to come
+        }
         upper.keys.assign(keys.begin() + static_cast<std::ptrdiff_t>(middle), keys.end());
         keys.resize(middle);
         upper.summarize();

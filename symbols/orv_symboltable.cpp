@@ -5,8 +5,10 @@
 #include "symbols/orv_symboltable_iterators.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <mutex>
+#include <numeric>
 
 namespace ORV_3_30 {
 namespace {
@@ -61,6 +63,54 @@ bool isBetter(RangeRecord const& candidate, RangeRecord const& best, unsigned lo
     // The innermost wins, but an inlined body does not hide a plain symbol.
     bool const isHiddenInline = mine.isInline && !theirs.isInline;
     return candidate.start > best.start && candidate.start <= address && !isHiddenInline;
+}
+
+/// An address, as the distance from the lowest one, and the index of what stands there.
+template <typename Distance> struct Placed {
+    Distance address;
+    std::uint32_t index;
+};
+
+/// Sorts by address and keeps the order of equal ones: by one byte of the address after the other,
+/// the lowest first, leaving out the bytes in which no two addresses differ.
+template <typename Distance> void sortByAddress(std::vector<Placed<Distance>>& items) {
+    Distance differing = 0;
+    for (auto const& item : items) {
+        differing |= item.address ^ items.front().address;
+    }
+    std::vector<Placed<Distance>> sorted(items.size());
+    for (unsigned int shift = 0; shift < 8 * sizeof(Distance); shift += 8) {
+        if ((differing >> shift & 0xFF) == 0) {
+            continue;
+        }
+        std::array<std::size_t, 257> starts{};
+        for (auto const& item : items) {
+            ++starts[(item.address >> shift & 0xFF) + 1];
+        }
+        std::partial_sum(starts.begin(), starts.end(), starts.begin());
+        for (auto const& item : items) {
+            sorted[starts[item.address >> shift & 0xFF]++] = item;
+        }
+        items.swap(sorted);
+    }
+}
+
+/// Calls visit with the index of each symbol, by address.
+template <typename Distance, typename Visitor>
+void visitByAddress(std::vector<RawSymbol> const& symbols, unsigned long long lowest, Visitor visit) {
+    std::vector<Placed<Distance>> items;
+    items.reserve(symbols.size());
+    for (RawSymbol const& symbol : symbols) {
+        items.push_back({static_cast<Distance>(symbol.address - lowest), static_cast<std::uint32_t>(items.size())});
+    }
+    sortByAddress(items);
+    constexpr std::size_t k_ahead = 8;
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        if (i + k_ahead < items.size()) {
+            __builtin_prefetch(&symbols[items[i + k_ahead].index]);
+        }
+        visit(items[i].index);
+    }
 }
 
 /// Whether two raw symbols that start at one address are the same thing: the rule of
@@ -284,14 +334,17 @@ void SymbolTable::addRawSymbols(IFileFormatLoader* loader, std::vector<RawSymbol
         return;
     }
     // Raw symbols only meet others of the same start, so these may go in by address, which is cheap.
-    std::vector<std::pair<unsigned long long, std::uint32_t>> byAddress;
-    byAddress.reserve(symbols.size());
-    for (std::size_t i = 0; i < symbols.size(); ++i) {
-        byAddress.emplace_back(symbols[i].address, static_cast<std::uint32_t>(i));
+    unsigned long long lowest = ~0ULL;
+    unsigned long long highest = 0;
+    for (RawSymbol const& symbol : symbols) {
+        lowest = std::min(lowest, symbol.address);
+        highest = std::max(highest, symbol.address);
     }
-    std::sort(byAddress.begin(), byAddress.end());
-    for (auto const& [address, index] : byAddress) {
-        insertRaw(loader, symbols[index], firstOrder + index);
+    auto const insert = [&](std::uint32_t index) { insertRaw(loader, symbols[index], firstOrder + index); };
+    if (highest - lowest <= 0xFFFFFFFF) {
+        visitByAddress<std::uint32_t>(symbols, lowest, insert);
+    } else {
+        visitByAddress<std::uint64_t>(symbols, lowest, insert);
     }
 }
 

@@ -1,7 +1,5 @@
 #include "orv_cli_module.h"
 
-#include <cerrno>
-#include <cstdlib>
 #include <utility>
 
 namespace orv_cli {
@@ -83,14 +81,25 @@ bool Module::is32Bit() {
     return image && image->read(k_classByte, 1, &fileClass) == 1 && fileClass == k_class32;
 }
 
-bool parseAddress(std::string const& text, unsigned long long& out) {
-    std::size_t const digits = text.compare(0, 2, "0x") == 0 || text.compare(0, 2, "0X") == 0 ? 2 : 0;
-    if (text.size() == digits || text.find_first_not_of("0123456789abcdefABCDEF", digits) != std::string::npos) {
+bool parseAddress(std::string_view text, unsigned long long& out) {
+    std::size_t at = text.substr(0, 2) == "0x" || text.substr(0, 2) == "0X" ? 2 : 0;
+    unsigned long long value = 0;
+    if (at == text.size()) {
         return false;
     }
-    errno = 0;
-    out = std::strtoull(text.c_str() + digits, nullptr, 16);
-    return errno == 0;
+    for (; at < text.size(); ++at) {
+        char const c = text[at];
+        unsigned int const digit = c >= '0' && c <= '9'   ? static_cast<unsigned int>(c - '0')
+                                   : c >= 'a' && c <= 'f' ? static_cast<unsigned int>(c - 'a' + 10)
+                                   : c >= 'A' && c <= 'F' ? static_cast<unsigned int>(c - 'A' + 10)
+                                                          : 16;
+        if (digit == 16 || value >> 60 != 0) {
+            return false;
+        }
+        value = value << 4 | digit;
+    }
+    out = value;
+    return true;
 }
 
 } // namespace orv_cli

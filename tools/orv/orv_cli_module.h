@@ -5,6 +5,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace orv_cli {
 
@@ -69,6 +70,6 @@ private:
 };
 
 /// Hexadecimal with or without 0x, and nothing else in the text.
-bool parseAddress(std::string const& text, unsigned long long& out);
+bool parseAddress(std::string_view text, unsigned long long& out);
 
 } // namespace orv_cli

@@ -1,9 +1,12 @@
 #include "orv_cli_commands.h"
 #include "orv_cli_output.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
+#include <numeric>
+#include <string_view>
 #include <unistd.h>
 
 namespace orv_cli {
@@ -13,42 +16,55 @@ namespace {
 constexpr auto k_kindsInCode = static_cast<symbol_kind_t>(symbol_kind_Function | symbol_kind_DataAlt |
                                                           symbol_kind_Other | symbol_kind_FunctionAlt);
 
-/// Lines of standard input. Output is flushed before we wait for more input, so that a tool may hold
-/// a conversation with us, and no more often than that.
-class InputLines {
+/// Words of standard input, the first of each line, in batches: as many as have come in. Output is
+/// flushed before we wait for more, so that a tool may hold a conversation with us, and no more often
+/// than that.
+class InputWords {
 public:
-    bool next(std::string& line) {
-        for (;;) {
-            std::size_t const end = m_buffer.find('\n', m_position);
-            if (end != std::string::npos) {
-                line.assign(m_buffer, m_position, end - m_position);
-                m_position = end + 1;
-                return true;
-            }
-            if (!fill()) {
-                line.assign(m_buffer, m_position, std::string::npos);
-                m_position = m_buffer.size();
-                return !line.empty();
-            }
+    /// False at the end of the input. The words are valid until the next call.
+    bool next(std::vector<std::string_view>& words) {
+        words.clear();
+        m_buffer.erase(0, m_position);
+        m_position = 0;
+        for (std::size_t scanned = 0; m_buffer.find('\n', scanned) == std::string::npos && !m_isAtEnd;) {
+            scanned = m_buffer.size();
+            fill();
         }
+        std::string_view const text(m_buffer);
+        for (std::size_t end = text.find('\n'); end != std::string_view::npos; end = text.find('\n', m_position)) {
+            words.push_back(firstWord(text.substr(m_position, end - m_position)));
+            m_position = end + 1;
+        }
+        if (m_isAtEnd && m_position < text.size()) {
+            words.push_back(firstWord(text.substr(m_position)));
+            m_position = text.size();
+        }
+        return !words.empty();
     }
 
 private:
-    bool fill() {
-        if (m_isAtEnd) {
-            return false;
-        }
+    static constexpr std::size_t k_chunkSize = std::size_t{1} << 17;
+
+    void fill() {
         finishOutput();
-        m_buffer.erase(0, m_position);
-        m_position = 0;
-        char chunk[65536];
+        std::size_t const size = m_buffer.size();
+        m_buffer.resize(size + k_chunkSize);
         ssize_t count = 0;
         do {
-            count = ::read(STDIN_FILENO, chunk, sizeof(chunk));
+            count = ::read(STDIN_FILENO, m_buffer.data() + size, k_chunkSize);
         } while (count < 0 && errno == EINTR);
+        m_buffer.resize(size + (count > 0 ? static_cast<std::size_t>(count) : 0));
         m_isAtEnd = count <= 0;
-        m_buffer.append(chunk, count > 0 ? static_cast<std::size_t>(count) : 0);
-        return !m_isAtEnd;
+    }
+
+    static std::string_view firstWord(std::string_view line) {
+        constexpr std::string_view k_blanks = " \t\r\v\f";
+        std::size_t const begin = line.find_first_not_of(k_blanks);
+        if (begin == std::string_view::npos) {
+            return {};
+        }
+        line.remove_prefix(begin);
+        return line.substr(0, line.find_first_of(k_blanks));
     }
 
     std::string m_buffer;
@@ -56,75 +72,121 @@ private:
     bool m_isAtEnd = false;
 };
 
-/// What is known of one address.
-struct Frame {
-    std::string function; ///< Empty where it is not known.
-    unsigned long long offset = 0;
+/// One question, and what is known of it.
+struct Query {
+    std::string_view word;
+    unsigned long long value = 0;
+    bool isAddress = false;
+    char const* function = nullptr; ///< Null where it is not known.
+    unsigned long long offset = 0;  ///< In the function; told in JSON only.
 };
+
+/// The queries grouped by address: neighbours in a module are found at less cost one after the other.
+/// The order inside a group does not matter.
+void groupByLocality(std::vector<Query>& queries, std::vector<Query*>& grouped) {
+    constexpr unsigned int k_groupBits = 11;
+    grouped.resize(queries.size());
+    unsigned long long lowest = ~0ULL;
+    unsigned long long highest = 0;
+    for (Query const& query : queries) {
+        lowest = std::min(lowest, query.value);
+        highest = std::max(highest, query.value);
+    }
+    unsigned int shift = 0;
+    while (lowest < highest && (highest - lowest) >> shift >> k_groupBits != 0) {
+        ++shift;
+    }
+    std::array<std::size_t, (std::size_t{1} << k_groupBits) + 1> starts{};
+    for (Query const& query : queries) {
+        ++starts[((query.value - lowest) >> shift) + 1];
+    }
+    std::partial_sum(starts.begin(), starts.end(), starts.begin());
+    for (Query& query : queries) {
+        grouped[starts[(query.value - lowest) >> shift]++] = &query;
+    }
+}
 
 class Symbolizer {
 public:
     Symbolizer(SymbolizeOptions const& options, CommonOptions const& common)
         : m_options(options), m_json(common.json), m_module(options.module, common), m_is32Bit(m_module.is32Bit()) {}
 
-    /// One word of the command line or of the input.
-    void answer(std::string const& word) {
-        unsigned long long value = 0;
-        // An empty line counts as address 0.
-        bool const isAddress = word.empty() || parseAddress(word, value);
-        if (!isAddress) {
-            std::fflush(stdout);
-            std::fprintf(stderr, "orv: %s: is no address: give hexadecimal digits, with or without 0x\n", word.c_str());
-            m_exitStatus = 1;
+    /// Words of the command line or of the input.
+    template <typename Words> void answer(Words const& words) {
+        m_queries.assign(words.size(), Query());
+        for (std::size_t i = 0; i < words.size(); ++i) {
+            parse(words[i], m_queries[i]);
         }
-        if (m_is32Bit) {
-            value &= 0xFFFFFFFF;
+        groupByLocality(m_queries, m_grouped);
+        for (Query* const query : m_grouped) {
+            if (query->isAddress) {
+                find(*query);
+            }
         }
-        Frame frame;
-        bool const isFound = isAddress && find(value, frame);
-        if (m_json) {
-            printAsJson(word, isAddress, value, isFound, frame);
-        } else {
-            print(value, frame);
+        for (Query const& query : m_queries) {
+            if (!query.isAddress) {
+                complain(query);
+            }
+            if (m_json) {
+                printAsJson(query);
+            } else {
+                print(query);
+            }
         }
     }
 
     int exitStatus() const { return m_exitStatus; }
 
 private:
-    bool find(unsigned long long value, Frame& frame) {
+    void parse(std::string_view word, Query& query) const {
+        query.word = word;
+        // An empty line counts as address 0.
+        query.isAddress = word.empty() || parseAddress(word, query.value);
+        if (m_is32Bit) {
+            query.value &= 0xFFFFFFFF;
+        }
+    }
+
+    void complain(Query const& query) {
+        finishOutput();
+        std::fprintf(stderr, "orv: %.*s: is no address: give hexadecimal digits, with or without 0x\n",
+                     static_cast<int>(query.word.size()), query.word.data());
+        m_exitStatus = 1;
+    }
+
+    void find(Query& query) {
         SymMgrObjectPtr<IAddress> where;
         SymMgrObjectPtr<ISymbolRange> range;
-        if (m_module.bank().addressByValue(value, where) != status_Ok ||
+        if (m_module.bank().addressByValue(query.value, where) != status_Ok ||
             m_module.bank().symbolRangeByAddress(where.get(), range, k_kindsInCode, nullptr) != status_Ok) {
-            return false;
+            return;
         }
         ISymbol* const symbol = range->symbol();
-        frame.function = m_options.demangle ? symbol->demangledName(0) : symbol->name();
-        SymMgrObjectPtr<IAddress> start;
-        range->startAddress(start);
-        frame.offset = value - start->pseudoAddr();
-        return true;
+        query.function = m_options.demangle ? symbol->demangledName(0) : symbol->name();
+        if (m_json) {
+            range->startAddress(where);
+            query.offset = query.value - where->pseudoAddr();
+        }
     }
 
-    void print(unsigned long long value, Frame const& frame) const {
+    void print(Query const& query) const {
         if (m_options.addresses) {
-            std::printf(m_is32Bit ? "0x%08llx%s" : "0x%016llx%s", value, m_options.pretty ? ": " : "\n");
+            std::printf(m_is32Bit ? "0x%08llx%s" : "0x%016llx%s", query.value, m_options.pretty ? ": " : "\n");
         }
         if (m_options.functions) {
-            bool const isKnown = !frame.function.empty();
-            std::fputs(isKnown ? frame.function.c_str() : "??", stdout);
-            std::fputs(!m_options.pretty ? "\n" : isKnown ? " at " : " ", stdout);
+            bool const isKnown = query.function != nullptr;
+            fputs_unlocked(isKnown ? query.function : "??", stdout);
+            fputs_unlocked(!m_options.pretty ? "\n" : isKnown ? " at " : " ", stdout);
         }
-        std::fputs("??:0\n", stdout);
+        fputs_unlocked("??:0\n", stdout);
     }
 
-    void printAsJson(std::string const& word, bool isAddress, unsigned long long value, bool isFound,
-                     Frame const& frame) const {
+    static void printAsJson(Query const& query) {
+        bool const isFound = query.function != nullptr;
         Json object;
-        object["address"] = isAddress ? Json(hex(value)) : Json(word);
-        object["function"] = isFound ? Json(frame.function) : Json();
-        object["offset"] = isFound ? Json(hex(frame.offset)) : Json();
+        object["address"] = query.isAddress ? Json(hex(query.value)) : Json(std::string(query.word));
+        object["function"] = isFound ? Json(query.function) : Json();
+        object["offset"] = isFound ? Json(hex(query.offset)) : Json();
         object["file"] = nullptr;
         object["line"] = nullptr;
         printJson(object);
@@ -134,29 +196,21 @@ private:
     bool m_json;
     Module m_module;
     bool m_is32Bit;
+    std::vector<Query> m_queries;
+    std::vector<Query*> m_grouped;
     int m_exitStatus = 0;
 };
-
-/// The first word of a line.
-std::string firstWord(std::string const& line) {
-    std::size_t const begin = line.find_first_not_of(" \t\r\v\f");
-    if (begin == std::string::npos) {
-        return {};
-    }
-    return line.substr(begin, line.find_first_of(" \t\r\v\f", begin) - begin);
-}
 
 } // namespace
 
 int symbolize(SymbolizeOptions const& options, CommonOptions const& common) {
     Symbolizer symbolizer(options, common);
-    for (std::string const& word : options.words) {
-        symbolizer.answer(word);
-    }
-    if (options.words.empty()) {
-        InputLines input;
-        for (std::string line; input.next(line);) {
-            symbolizer.answer(firstWord(line));
+    if (!options.words.empty()) {
+        symbolizer.answer(options.words);
+    } else {
+        InputWords input;
+        for (std::vector<std::string_view> words; input.next(words);) {
+            symbolizer.answer(words);
         }
     }
     finishOutput();

@@ -5,11 +5,11 @@
 #include <CLI/CLI.hpp>
 #include <log4cplus/configurator.h>
 #include <log4cplus/consoleappender.h>
-#include <log4cplus/initializer.h>
 #include <log4cplus/layout.h>
 #include <log4cplus/logger.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <map>
 
@@ -169,12 +169,15 @@ private:
 } // namespace
 
 int main(int argc, char** argv) {
-    log4cplus::Initializer const logging;
+    int status = k_exitFailure;
     try {
-        return CommandLine().run(argc, argv);
+        status = CommandLine().run(argc, argv);
     } catch (std::exception const& error) {
         std::fflush(stdout);
         std::fprintf(stderr, "orv: %s\n", error.what());
-        return k_exitFailure;
     }
+    std::fflush(nullptr);
+    // What the process holds goes with it. Taking down the logging's threads one by one would cost
+    // more than many a query.
+    std::_Exit(status);
 }
