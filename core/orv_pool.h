@@ -1,6 +1,7 @@
 /// Records of one type, allocated in chunks and freed together.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <memory>
 #include <type_traits>
@@ -17,8 +18,11 @@ template <typename T> class Pool {
 public:
     template <typename... Args> T* make(Args&&... args) {
         if (m_used == m_capacity) {
-            m_capacity = m_capacity == 0 ? k_firstChunk : (m_capacity < k_largestChunk ? m_capacity * 2 : m_capacity);
-            m_chunks.emplace_back(new Storage[m_capacity]);
+            std::size_t const wanted = m_capacity == 0 ? k_firstChunk : std::min(m_capacity * 2, k_largestChunk);
+            std::unique_ptr<Storage[]> chunk(new Storage[wanted]);
+            m_chunks.push_back(std::move(chunk));
+            // Only now: nothing has changed if there was no memory.
+            m_capacity = wanted;
             m_used = 0;
         }
         return new (&m_chunks.back()[m_used++]) T{std::forward<Args>(args)...};

@@ -44,12 +44,14 @@ void report(Level level, std::string const& message, char const* file, int line)
 }
 
 void reportAssertion(char const* condition, char const* file, int line) {
-    if (!enabled(level_Error)) {
-        return;
+    try {
+        if (enabled(level_Error)) {
+            std::ostringstream message;
+            message << "ASSERTION FAILED: '" << condition << "', at file: " << file << ':' << line << '\n';
+            report(level_Error, message.str(), file, line);
+        }
+    } catch (std::bad_alloc const&) { // NOLINT(bugprone-empty-catch): as for any record
     }
-    std::ostringstream message;
-    message << "ASSERTION FAILED: '" << condition << "', at file: " << file << ':' << line << '\n';
-    report(level_Error, message.str(), file, line);
 }
 
 } // namespace ORV_3_30::trace

@@ -10,6 +10,7 @@
 /// log's contract, so it is written out rather than taken from the source.
 #pragma once
 
+#include <new>
 #include <sstream>
 #include <string>
 
@@ -29,19 +30,24 @@ void reportAssertion(char const* condition, char const* file, int line);
 class MethodTrace {
 public:
     MethodTrace(char const* name, char const* file, int line) : m_name(name), m_file(file), m_line(line) {
-        if (enabled(level_Trace)) {
-            write(level_Trace, std::string("ENTER: ") + name, file, line);
-        }
+        note("ENTER: ");
     }
-    ~MethodTrace() {
-        if (enabled(level_Trace)) {
-            write(level_Trace, std::string("EXIT:  ") + m_name, m_file, m_line);
-        }
-    }
+    ~MethodTrace() { note("EXIT:  "); }
     MethodTrace(MethodTrace const&) = delete;
     MethodTrace& operator=(MethodTrace const&) = delete;
 
 private:
+    /// Without memory for the record there is no record: it must not end the operation, least of all
+    /// on its way out.
+    void note(char const* what) const noexcept {
+        try {
+            if (enabled(level_Trace)) {
+                write(level_Trace, std::string(what) + m_name, m_file, m_line);
+            }
+        } catch (...) { // NOLINT(bugprone-empty-catch)
+        }
+    }
+
     char const* m_name;
     char const* m_file;
     int m_line;
@@ -58,12 +64,16 @@ inline bool verify(bool holds, char const* condition, char const* file, int line
 
 #define ORV_TRACE(name) ::ORV_3_30::trace::MethodTrace const orvMethodTrace((name), __FILE__, __LINE__)
 
+// As in MethodTrace, a record that there is no memory for is dropped.
 #define ORV_LOG_AS(how, level, stream)                                                                                 \
     do {                                                                                                               \
-        if (::ORV_3_30::trace::enabled(level)) {                                                                       \
-            std::ostringstream orvMessage;                                                                             \
-            orvMessage << stream;                                                                                      \
-            ::ORV_3_30::trace::how(level, orvMessage.str(), __FILE__, __LINE__);                                       \
+        try {                                                                                                          \
+            if (::ORV_3_30::trace::enabled(level)) {                                                                   \
+                std::ostringstream orvMessage;                                                                         \
+                orvMessage << stream;                                                                                  \
+                ::ORV_3_30::trace::how(level, orvMessage.str(), __FILE__, __LINE__);                                   \
+            }                                                                                                          \
+        } catch (std::bad_alloc const&) {                                                                              \
         }                                                                                                              \
     } while (false)
 

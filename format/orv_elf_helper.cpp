@@ -89,6 +89,7 @@ bool readShdr(ByteCursor cursor, bool is64, Elf64_Shdr& out) {
 
 ElfHelper::ElfHelper(SymMgrObjectPtr<IModuleImage> image) : m_fileImage(std::move(image)) {
     if (!ORV_ASSERT(m_fileImage, "m_fileImage!=NULL")) {
+        ORV_ASSERT(false, "false"); // reading goes on, and fails
         return;
     }
     m_fileSize = m_fileImage->size();
@@ -235,14 +236,14 @@ void ElfHelper::classifyAddresses(unsigned int index) {
         }
     }
     if ((section.sh_flags & SHF_EXECINSTR) != 0) {
-        m_codeRanges[start] = end;
+        m_codeRanges.set(start, end);
         return;
     }
     bool const isData = (section.sh_flags & SHF_WRITE) != 0 ||
                         ((section.sh_flags & SHF_ALLOC) != 0 && section.sh_type == SHT_PROGBITS);
     auto const holdsAll = [&](Load const& load) { return load.holds(start) && end - load.start <= load.size; };
     if (isData && (holdsAll(m_secondLoad) || holdsAll(m_firstLoad))) {
-        m_dataRanges[start] = end;
+        m_dataRanges.set(start, end);
     }
 }
 
@@ -254,7 +255,7 @@ bool ElfHelper::classifySection(unsigned int index) {
     char const* const name = sectionName(index);
     bool isKnown = false;
     if (std::strcmp(name, k_rodata) == 0) {
-        m_dataRanges.emplace(section.sh_addr, section.sh_addr + section.sh_size);
+        m_dataRanges.add(section.sh_addr, section.sh_addr + section.sh_size);
         isKnown = true;
     } else {
         for (RolePattern const& pattern : k_rolePatterns) {
@@ -287,11 +288,12 @@ Elf64_Shdr const* ElfHelper::sectionHeaderByName(char const* name) const {
 }
 
 char const* ElfHelper::sectionName(unsigned int index) const {
-    if (index >= m_sectionHeaders.size() || m_sectionNames.bytes == nullptr ||
-        m_sectionHeaders[index].sh_name >= m_sectionNames.size) {
-        return "";
-    }
-    return reinterpret_cast<char const*>(m_sectionNames.bytes.get()) + m_sectionHeaders[index].sh_name;
+    return index < m_sectionHeaders.size() ? sectionName(m_sectionHeaders[index]) : "";
+}
+
+char const* ElfHelper::sectionName(Elf64_Shdr const& header) const {
+    bool const isNamed = m_sectionNames.bytes != nullptr && header.sh_name < m_sectionNames.size;
+    return isNamed ? reinterpret_cast<char const*>(m_sectionNames.bytes.get()) + header.sh_name : "";
 }
 
 unsigned int ElfHelper::relocationSectionOf(unsigned int index) const {
@@ -361,14 +363,28 @@ void ElfHelper::copySymbolTablesFrom(ElfHelper const& other) {
 void ElfHelper::resetLayout(Load const& text, Load const& data) {
     m_imageBase = text.start;
     m_firstLoad.size = text.size;
-    m_codeRanges = {{text.start, text.start + text.size}};
+    m_codeRanges.reset(text);
     m_secondLoad = data;
-    m_dataRanges = {{data.start, data.start + data.size}};
+    m_dataRanges.reset(data);
 }
 
-bool ElfHelper::holds(Ranges const& ranges, unsigned long long address) {
-    auto const after = ranges.upper_bound(address);
-    return after != ranges.begin() && address < std::prev(after)->second;
+bool ElfHelper::Ranges::holds(unsigned long long address) const {
+    auto const* const last = m_last.load(std::memory_order_relaxed);
+    if (last != nullptr && address >= last->first && address < last->second) {
+        return true;
+    }
+    auto const after = m_ends.upper_bound(address);
+    if (after == m_ends.begin()) {
+        return false;
+    }
+    auto const& found = *std::prev(after);
+    m_last.store(&found, std::memory_order_relaxed); // also when the answer is no
+    return address < found.second;
+}
+
+void ElfHelper::Ranges::reset(Load const& only) {
+    m_last = nullptr;
+    m_ends = {{only.start, only.start + only.size}};
 }
 
 } // namespace ORV_3_30

@@ -14,10 +14,10 @@
 #include "orv/orv_moduleimage.h"
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <elf.h>
 #include <map>
-#include <string>
 #include <vector>
 
 namespace ORV_3_30 {
@@ -58,6 +58,13 @@ public:
         role_Count
     };
 
+    /// A stretch of memory.
+    struct Load {
+        unsigned long long start = 0;
+        unsigned long long size = 0;
+        bool holds(unsigned long long address) const { return address >= start && address - start < size; }
+    };
+
     explicit ElfHelper(SymMgrObjectPtr<IModuleImage> image);
 
     bool valid() const { return m_valid; }
@@ -70,8 +77,10 @@ public:
     unsigned long long getImageBase() const { return m_imageBase; }
     unsigned long long firstLoadSize() const { return m_firstLoad.size; }
 
-    bool isCodeAddress(unsigned long long address) const { return holds(m_codeRanges, address); }
-    bool isDataAddress(unsigned long long address) const { return holds(m_dataRanges, address); }
+    /// The range that the last question went to is asked first. Where ranges overlap, the answer
+    /// depends on it, and clients know the symbols that come of it.
+    bool isCodeAddress(unsigned long long address) const { return m_codeRanges.holds(address); }
+    bool isDataAddress(unsigned long long address) const { return m_dataRanges.holds(address); }
 
     unsigned int sectionCount() const { return static_cast<unsigned int>(m_sectionHeaders.size()); }
     /// Null for an index past the table.
@@ -82,6 +91,7 @@ public:
     Elf64_Shdr const* sectionHeaderByName(char const* name) const;
     /// Never null; empty where the section has no name.
     char const* sectionName(unsigned int index) const;
+    char const* sectionName(Elf64_Shdr const& header) const;
 
     /// The data of a role, null where the file lacks it. Always null for roles held as indices.
     ISectionData* sectionData(Role role) const { return m_roles[role].data.get(); }
@@ -103,16 +113,24 @@ public:
     /// Takes the symbol tables of a companion file in place of those that this file lacks.
     void copySymbolTablesFrom(ElfHelper const& other);
 
-    struct Load {
-        unsigned long long start = 0;
-        unsigned long long size = 0;
-        bool holds(unsigned long long address) const { return address >= start && address - start < size; }
-    };
     /// Gives a file without loadable segments its base and its code and data from two sections.
     void resetLayout(Load const& text, Load const& data);
 
 private:
-    using Ranges = std::map<unsigned long long, unsigned long long>;
+    /// Address ranges by start, with a memory of the last one that was looked at.
+    class Ranges {
+    public:
+        bool holds(unsigned long long address) const;
+        void set(unsigned long long start, unsigned long long end) { m_ends[start] = end; }
+        void add(unsigned long long start, unsigned long long end) { m_ends.emplace(start, end); }
+        void reset(Load const& only);
+
+    private:
+        using Ends = std::map<unsigned long long, unsigned long long>;
+        Ends m_ends;
+        /// Banks that share a file ask at the same time. Null: none yet.
+        mutable std::atomic<Ends::value_type const*> m_last{nullptr};
+    };
     using RelocationSections = SortList<unsigned long, PairItem<unsigned long, unsigned long>,
                                         ListRemover<PairItem<unsigned long, unsigned long>>>;
     struct RoleSection {
@@ -130,7 +148,6 @@ private:
     void classifyAddresses(unsigned int index);
     void indexRelocationSections();
     bool liesInOneLoad(Elf64_Shdr const& section, Elf64_Shdr const& next) const;
-    static bool holds(Ranges const& ranges, unsigned long long address);
 
     SymMgrObjectPtr<IModuleImage> m_fileImage;
     std::uint64_t m_fileSize = 0;

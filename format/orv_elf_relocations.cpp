@@ -12,25 +12,43 @@ namespace {
 /// read.
 constexpr unsigned long long k_stubSize = 16;
 
+/// Relocations of a processor that patch another width than its addresses have.
+struct PatchedWidth {
+    std::uint64_t type;
+    unsigned int width;
+};
+
+/// Also those of the two offload processors, which use the same numbers.
+constexpr PatchedWidth k_x86_64Widths[] = {
+    {R_X86_64_NONE, 0},      {R_X86_64_64, 8},        {R_X86_64_PC32, 4},     {R_X86_64_GOT32, 4},
+    {R_X86_64_PLT32, 4},     {R_X86_64_GLOB_DAT, 8},  {R_X86_64_JUMP_SLOT, 8}, {R_X86_64_RELATIVE, 8},
+    {R_X86_64_GOTPCREL, 4},  {R_X86_64_32, 4},        {R_X86_64_32S, 4},      {R_X86_64_DTPMOD64, 8},
+    {R_X86_64_DTPOFF64, 8},  {R_X86_64_TPOFF64, 8},   {R_X86_64_TLSGD, 4},    {R_X86_64_TLSLD, 4},
+    {R_X86_64_DTPOFF32, 4},  {R_X86_64_GOTTPOFF, 4},  {R_X86_64_TPOFF32, 4},  {R_X86_64_PC64, 8},
+    {R_X86_64_GOTOFF64, 8},  {R_X86_64_GOTPC32, 4},   {R_X86_64_SIZE32, 4},   {R_X86_64_SIZE64, 8},
+    {R_X86_64_GOTPC32_TLSDESC, 4}, {R_X86_64_GOTPCRELX, 4}, {R_X86_64_REX_GOTPCRELX, 4},
+};
+constexpr PatchedWidth k_em50Widths[] = {
+    {R_IA64_NONE, 0},       {R_IA64_DIR32LSB, 4},   {R_IA64_DIR64LSB, 8},    {R_IA64_GPREL32LSB, 4},
+    {R_IA64_FPTR32LSB, 4},  {R_IA64_PCREL32LSB, 4}, {R_IA64_SEGREL32LSB, 4}, {R_IA64_SECREL32LSB, 4},
+    {R_IA64_REL32LSB, 4},   {R_IA64_LTV32LSB, 4},   {R_IA64_DTPREL32LSB, 4}, {R_IA64_LTOFF_FPTR32LSB, 4},
+};
+
 /// Bytes that a relocation patches, by its type; the address size where the type is not known.
 unsigned int patchedWidth(ElfHelper const& helper, std::uint64_t type) {
-    if (helper.architecture() != arch_X86_64) {
-        return helper.is64() ? 8 : 4;
-    }
-    switch (type) {
-    case R_X86_64_PC32:
-    case R_X86_64_GOT32:
-    case R_X86_64_PLT32:
-    case R_X86_64_GOTPCREL:
-    case R_X86_64_32:
-    case R_X86_64_32S:
-    case R_X86_64_TLSGD:
-    case R_X86_64_TLSLD:
-    case R_X86_64_DTPOFF32:
-    case R_X86_64_GOTTPOFF:
-    case R_X86_64_TPOFF32:
-    case R_X86_64_GOTPC32:
-    case R_X86_64_SIZE32: return 4;
+    auto const find = [&](auto const& widths) {
+        for (PatchedWidth const& row : widths) {
+            if (row.type == type) {
+                return row.width;
+            }
+        }
+        return helper.is64() ? 8U : 4U;
+    };
+    switch (helper.architecture()) {
+    case arch_X86_64:
+    case arch_Em180:
+    case arch_Em181: return find(k_x86_64Widths);
+    case arch_Em50: return find(k_em50Widths);
     default: return helper.is64() ? 8 : 4;
     }
 }
@@ -66,7 +84,7 @@ public:
     void apply(unsigned char* bytes, std::uint64_t size, Entry const& entry) override {
         ByteCursor field(bytes, size);
         std::uint64_t word = 0;
-        if (field.seek(entry.offset) && field.readWord(entry.width, word)) {
+        if (entry.width != 0 && field.seek(entry.offset) && field.readWord(entry.width, word)) {
             writeWord(bytes + entry.offset, entry.width, word + entry.value);
         }
     }

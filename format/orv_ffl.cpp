@@ -167,7 +167,7 @@ status_t FileFormatLoader::readBytes(unsigned long long offset, unsigned long lo
     File file(fileName());
     // What lies beyond the file can't be read: no memory is asked for it. A size that no allocation
     // could meet is reported as that.
-    bool const isPossible = contains(file.size(), offset, size);
+    bool const isPossible = size == 0 || contains(file.size(), offset, size);
     if (isPossible || size > ByteBuffer::k_largest) {
         SymMgrObjectPtr<IBuffer> buffer(new ByteBuffer(size));
         if (buffer->size() != size) {
@@ -189,7 +189,8 @@ bool FileFormatLoader::addSegment(unsigned long long address, char const* name, 
                                   unsigned long long memorySize, unsigned int type) {
     unsigned long long const end = address + memorySize;
     auto const overlaps = [&](std::pair<unsigned long long const, Segment*> const& entry) {
-        return entry.first <= address ? entry.first + entry.second->memorySize() > address : entry.first < end;
+        return (entry.first <= address && entry.first + entry.second->memorySize() > address) ||
+               (entry.first >= address && entry.first < end);
     };
     auto const first = [&] {
         auto const found = floorEntry(m_segments, address);
@@ -215,9 +216,10 @@ bool FileFormatLoader::addSegment(unsigned long long address, char const* name, 
             }
         }
     }
+    std::unique_ptr<Segment> segment(newSegment(name, rva, fileOffset, fileSize, memorySize, type));
     Segment*& slot = m_segments[address];
     delete slot;
-    slot = newSegment(name, rva, fileOffset, fileSize, memorySize, type);
+    slot = segment.release();
     return true;
 }
 

@@ -49,7 +49,7 @@ void ElfFileLoader::sectionByName(SymMgrObjectPtr<ISection>& out, char const* na
         out = nullptr;
         return;
     }
-    out = new Section(name, this, header->sh_addr, header->sh_offset, header->sh_size,
+    out = new Section(m_elfHelper->sectionName(*header), this, header->sh_addr, header->sh_offset, header->sh_size,
                       header->sh_type == SHT_NOBITS ? 1 : 0);
 }
 

@@ -1,10 +1,11 @@
 /// Sections and segments as the format loaders hold and hand them out.
+///
+/// Names are the loader's: a file with many sections may name them all by one long string, which
+/// must not be copied for each.
 #pragma once
 
 #include "format/orv_section_data.h"
 #include "orv/orv_section.h"
-
-#include <string>
 
 namespace ORV_3_30 {
 
@@ -18,7 +19,7 @@ public:
         : m_name(name), m_owner(owner), m_address(address), m_fileOffset(fileOffset), m_size(size),
           m_emptyInFile(emptyInFile) {}
 
-    char const* name() override { return m_name.c_str(); }
+    char const* name() override { return m_name; }
     unsigned long long size() override { return m_size; }
     unsigned long long fileOffset() override { return m_fileOffset; }
     unsigned long long address() override { return m_address; }
@@ -27,7 +28,7 @@ public:
     unsigned long long isEmptyInFile() override { return m_emptyInFile; }
 
 private:
-    std::string m_name;
+    char const* m_name;
     FileFormatLoader* m_owner;
     unsigned long long m_address;
     unsigned long long m_fileOffset;
@@ -43,7 +44,7 @@ public:
         : m_name(name), m_data(data), m_address(address), m_fileOffset(fileOffset), m_size(size),
           m_emptyInFile(emptyInFile) {}
 
-    char const* name() override { return m_name.c_str(); }
+    char const* name() override { return m_name; }
     unsigned long long size() override { return m_size; }
     unsigned long long fileOffset() override { return m_fileOffset; }
     unsigned long long address() override { return m_address; }
@@ -52,7 +53,7 @@ public:
     unsigned long long isEmptyInFile() override { return m_emptyInFile; }
 
 private:
-    std::string m_name;
+    char const* m_name;
     SymMgrObjectPtr<ISectionData> m_data;
     unsigned long long m_address;
     unsigned long long m_fileOffset;
@@ -83,7 +84,7 @@ public:
     Segment(Segment const&) = delete;
     Segment& operator=(Segment const&) = delete;
 
-    char const* name() override { return m_name.c_str(); }
+    char const* name() override { return m_name; }
     unsigned long long fileSize() override { return m_fileSize; }
     unsigned long long memorySize() override { return m_memorySize; }
     unsigned long long rva() override { return m_rva; }
@@ -97,7 +98,7 @@ protected:
     FileFormatLoader* owner() const { return m_owner; }
 
 private:
-    std::string m_name;
+    char const* m_name;
     FileFormatLoader* m_owner;
     unsigned long long m_rva;
     unsigned long long m_fileOffset;

@@ -38,17 +38,24 @@ void SectionData::load() {
     ORV_ASSERT(m_buffer, "m_buffer");
 }
 
-SectionBytes allocateSectionBytes(std::uint64_t size) {
+SectionBytes tryAllocateSectionBytes(std::uint64_t size) {
     SectionBytes result;
     if (size < ByteBuffer::k_largest) {
         result.bytes.reset(new (std::nothrow) unsigned char[size + 1]);
     }
+    if (result.bytes != nullptr) {
+        result.bytes[size] = 0;
+        result.size = size;
+    }
+    return result;
+}
+
+SectionBytes allocateSectionBytes(std::uint64_t size) {
+    SectionBytes result = tryAllocateSectionBytes(size);
     if (result.bytes == nullptr) {
         ORV_ERROR("can't allocate memory: " << size);
         throw std::bad_alloc();
     }
-    result.bytes[size] = 0;
-    result.size = size;
     return result;
 }
 
@@ -85,7 +92,11 @@ bool uncompressZlibSection(unsigned char const* in, std::uint64_t size, SectionB
         ORV_ERROR("error while uncompressing ZLIB section data");
         return false;
     }
-    SectionBytes result = allocateSectionBytes(uncompressedSize);
+    SectionBytes result = tryAllocateSectionBytes(uncompressedSize);
+    if (result.bytes == nullptr) {
+        ORV_ERROR("Out of memory");
+        throw std::bad_alloc();
+    }
     uLongf produced = uncompressedSize;
     if (::uncompress(result.bytes.get(), &produced, in + k_headerSize, size - k_headerSize) != Z_OK) {
         ORV_ERROR("error while uncompressing ZLIB section data");

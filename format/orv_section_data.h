@@ -72,8 +72,9 @@ struct SectionBytes {
     std::uint64_t size = 0;
 };
 
-/// A block of size bytes and the closing zero. Reports and throws std::bad_alloc if there is no
-/// memory.
+/// A block of size bytes and the closing zero; no bytes if there is no memory.
+SectionBytes tryAllocateSectionBytes(std::uint64_t size);
+/// The same, but reports and throws std::bad_alloc if there is no memory.
 SectionBytes allocateSectionBytes(std::uint64_t size);
 
 /// Reads through an ElfHelper, which it does not count: whoever makes one keeps the helper alive. A

@@ -109,8 +109,11 @@ void temporaryDirectory(std::string& out) { out = "/tmp/"; }
 
 bool copyFile(char const* to, char const* from) {
     Descriptor const source(from != nullptr ? ::open64(from, O_RDONLY | O_CLOEXEC) : -1);
-    Descriptor const target(to != nullptr ? ::open64(to, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666) : -1);
-    if (source.get() < 0 || target.get() < 0) {
+    if (source.get() < 0 || to == nullptr) {
+        return false;
+    }
+    Descriptor const target(::open64(to, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+    if (target.get() < 0) {
         return false;
     }
     std::int64_t const length = ::lseek64(source.get(), 0, SEEK_END);

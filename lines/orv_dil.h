@@ -5,7 +5,6 @@
 #pragma once
 
 #include "orv/orv_debuginfoloader.h"
-#include "orv/orv_fileformatloader.h"
 
 #include <string>
 
@@ -14,25 +13,10 @@ namespace ORV_3_30 {
 /// Formats as symFileFormat tells them; the same numbers as those of symbol_file_format_t.
 constexpr unsigned int k_noSymbolFileFormat = 0;
 
-/// Base of the loaders that read something. Keeps the file format loader that made it.
-///
-/// The count is shared between banks and so has a lock of its own.
-class DebugInfoLoader : public SymMgrObject<IDebugInfoLoader> {
-public:
-    explicit DebugInfoLoader(IFileFormatLoader* loader) : SymMgrObject(true), m_loader(loader) {}
-
-    void sectionByIndex(SymMgrObjectPtr<ISection>& out, unsigned int /*index*/) override { out = nullptr; }
-
-protected:
-    IFileFormatLoader* loader() const { return m_loader.get(); }
-
-private:
-    SymMgrObjectPtr<IFileFormatLoader> m_loader;
-};
-
 /// Stands for a symbol file without debug information: it reports the file's name, and loads nothing.
 class EmptyDebugInfoLoader final : public SymMgrObject<IDebugInfoLoader> {
 public:
+    /// Banks share it, so its count has a lock of its own.
     explicit EmptyDebugInfoLoader(char const* name) : SymMgrObject(true), m_name(name) {}
 
     char const* symFileName() override { return m_name.c_str(); }

@@ -163,15 +163,13 @@ status_t ModuleSymbolBank::sourceLocationByAddress(IAddress* addr, SymMgrObjectP
     }
     ISrcLineResolver* const resolver = m_globalScope.srcLineResolver();
     if (resolver == nullptr) {
+        out = nullptr;
         return status_False;
     }
     unsigned long long const address = addr->pseudoAddr();
     ORV_TRACE_INPUT("sourceLocationByAddress", "addr->pseudoAddr()", address);
     return guarded([&] {
-        status_t const status = resolver->sourceLocationByAddress(out, address, unit, nullptr, chooser);
-        if (failed(status)) {
-            return status;
-        }
+        resolver->sourceLocationByAddress(out, address, unit, nullptr, chooser);
         return out ? status_Ok : status_False;
     });
 }

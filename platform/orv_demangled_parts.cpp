@@ -11,8 +11,6 @@ constexpr std::string_view k_prefixes[] = {
     "vtable for ",
     "VTT for ",
     "construction vtable for ",
-    "typeinfo for ",
-    "typeinfo name for ",
     "typeinfo fn for ",
     "non-virtual thunk to ",
     "virtual thunk to ",
@@ -24,8 +22,10 @@ constexpr std::string_view k_prefixes[] = {
     "transaction clone for ",
     "non-transaction clone for ",
     "template parameter object for ",
-    "java Class for ",
 };
+/// Ahead of a type, which is no declaration.
+constexpr std::string_view k_typePrefixes[] = {"typeinfo for ", "typeinfo name for "};
+constexpr std::string_view k_temporary = "reference temporary #";
 
 /// Longest first, so that "<<=" is not taken for "<".
 constexpr std::string_view k_symbolOperators[] = {
@@ -70,9 +70,20 @@ DemangledParts::DemangledParts(std::string_view text) : m_text(text), m_end(text
             }
         }
     }
+    if (startsWith(m_declaration, k_temporary)) {
+        std::size_t const number = m_declaration + k_temporary.size();
+        std::size_t const behind = m_text.find_first_not_of("0123456789", number);
+        m_declaration = startsWith(behind, " for ") ? behind + 5 : m_declaration;
+    }
     m_end = std::max(m_end, m_declaration);
     m_nameBegin = m_declaration;
     m_nameEnd = m_parametersEnd = m_end;
+    for (std::string_view const word : k_typePrefixes) {
+        if (startsWith(m_declaration, word)) {
+            m_isType = true;
+            return;
+        }
+    }
     parse(m_declaration, m_end, 0);
 }
 
@@ -96,17 +107,7 @@ void DemangledParts::parse(std::size_t begin, std::size_t end, unsigned int dept
         std::size_t const close = skipGroup(at, end);
         Paren const paren = classify(at, begin);
         if (paren == Paren::Declarator && depth < k_deepestDeclarator) {
-            // "void (*f<int>(int))(char)": the name is inside.
-            std::size_t inner = at + 1;
-            std::size_t const innerEnd = close > inner ? close - 1 : inner;
-            std::size_t const star = m_text.substr(inner, innerEnd - inner).find_first_of("*&");
-            inner = star != std::string_view::npos ? inner + star : inner;
-            while (inner < innerEnd && (m_text[inner] == '*' || m_text[inner] == '&')) {
-                ++inner;
-            }
-            m_nameBegin = inner;
-            m_nameEnd = m_parametersEnd = innerEnd;
-            parse(inner, innerEnd, depth + 1);
+            parseDeclarator(at, close, depth);
             return;
         }
         if (paren == Paren::Parameters) {
@@ -122,6 +123,25 @@ void DemangledParts::parse(std::size_t begin, std::size_t end, unsigned int dept
         }
         at = close;
     }
+}
+
+/// "(*f<int>(int))", of a function that returns a pointer to a function: the name is inside, perhaps
+/// in a parenthesis of its own.
+void DemangledParts::parseDeclarator(std::size_t begin, std::size_t close, unsigned int depth) {
+    std::size_t const end = close > begin + 1 ? close - 1 : begin + 1;
+    std::size_t inner = begin + 1;
+    std::size_t const star = m_text.substr(inner, end - inner).find_first_of("*&");
+    inner = star != std::string_view::npos ? inner + star : inner;
+    while (inner < end && (m_text[inner] == '*' || m_text[inner] == '&')) {
+        ++inner;
+    }
+    if (inner < end && m_text[inner] == '(' && !startsWith(inner, k_anonymous) && depth < k_deepestDeclarator) {
+        parseDeclarator(inner, skipGroup(inner, end), depth + 1);
+        return;
+    }
+    m_nameBegin = inner;
+    m_nameEnd = m_parametersEnd = end;
+    parse(inner, end, depth + 1);
 }
 
 DemangledParts::Paren DemangledParts::classify(std::size_t at, std::size_t begin) const {
@@ -205,7 +225,8 @@ std::size_t DemangledParts::skipOperator(std::size_t at, std::size_t end) const 
     return skipConversion(at, end);
 }
 
-/// "operator std::vector<int> const&()": the type ends where the parameters begin.
+/// "operator void (*)()() const::x": the type may hold parentheses of its own, so the parameters are
+/// the last ones ahead of what is local to the function.
 std::size_t DemangledParts::skipConversion(std::size_t at, std::size_t end) const {
     std::size_t parameters = end;
     while (at < end) {
@@ -213,17 +234,63 @@ std::size_t DemangledParts::skipConversion(std::size_t at, std::size_t end) cons
         case '<': at = skipTemplateArguments(at, end); continue;
         case '>':
         case ',': return std::min(parameters, at); // the end of a template argument that we are in
-        case '(':
-            if (startsWith(at, "()")) {
-                return at;
+        case '(': {
+            std::size_t const close = skipGroup(at, end);
+            if (!startsWith(at, k_anonymous)) {
+                parameters = at;
+                if (startsWith(skipQualifiers(close, end), "::") && m_text[at - 1] != ' ') {
+                    return parameters;
+                }
             }
-            parameters = at;
-            at = skipGroup(at, end);
+            at = close;
             continue;
+        }
         default: ++at;
         }
     }
     return parameters;
+}
+
+/// Whether a parenthesis belongs to a function that something behind it is local to.
+bool DemangledParts::isScope(std::size_t at, std::size_t end) const {
+    return m_text[at] == '(' && startsWith(skipQualifiers(skipGroup(at, end), end), "::");
+}
+
+bool DemangledParts::isConversion(std::size_t at) const {
+    at += k_operator.size();
+    auto const begins = [&](auto const& words) {
+        return std::any_of(std::begin(words), std::end(words), [&](auto word) { return startsWith(at, word); });
+    };
+    return !begins(k_symbolOperators) && !begins(k_wordOperators);
+}
+
+/// Where the template arguments of a conversion operator in [at, end) begin; end if it has none. A
+/// list at its end is its own if the type is no name that could have arguments: a builtin type, a
+/// pointer, a reference, or a name with arguments already.
+std::size_t DemangledParts::ownArguments(std::size_t at, std::size_t end) const {
+    static constexpr std::string_view k_builtinEnds[] = {"int",  "char",   "long",  "short",  "bool",  "float",
+                                                         "double", "signed", "unsigned", "wchar_t", "__int128"};
+    std::size_t last = end;
+    for (std::size_t i = at + k_operator.size(); i < end;) {
+        if (m_text[i] == '<') {
+            last = i;
+            i = skipTemplateArguments(i, end);
+        } else {
+            last = m_text[i] == '(' ? end : last;
+            i = m_text[i] == '(' ? skipGroup(i, end) : i + 1;
+        }
+    }
+    if (last == end || m_text[end - 1] != '>') {
+        return end;
+    }
+    std::string_view const type = m_text.substr(at, last - at);
+    char const before = type.back();
+    bool const isOwn = before == '*' || before == '&' || before == '>' || before == ')' ||
+                       std::any_of(std::begin(k_builtinEnds), std::end(k_builtinEnds), [&](auto word) {
+                           return type.size() > word.size() && type.substr(type.size() - word.size()) == word &&
+                                  type[type.size() - word.size() - 1] == ' ';
+                       });
+    return isOwn ? last : end;
 }
 
 std::size_t DemangledParts::skipQualifiers(std::size_t at, std::size_t end) const {
@@ -251,14 +318,22 @@ std::string DemangledParts::withoutParameters() const {
 std::string DemangledParts::shortName() const { return std::string(prefix()).append(qualifiedName()); }
 
 std::string DemangledParts::baseName() const {
+    if (m_isType) {
+        return std::string(m_text);
+    }
     std::string_view const name = qualifiedName();
     std::size_t const end = m_nameBegin + name.size();
     std::size_t component = m_nameBegin;
     std::size_t arguments = end; // where the component's own template arguments begin
     for (std::size_t at = m_nameBegin; at < end;) {
         if (isOperator(at, component, end)) {
-            at = skipOperator(at, end);
-            arguments = end;
+            std::size_t behind = skipOperator(at, end);
+            if (isConversion(at) && behind < end && !isScope(behind, end)) {
+                behind = end; // what looks like parameters belongs to the type
+            }
+            // "operator int<int>" has arguments of its own; those of "operator vector<int>" are the type's.
+            arguments = isConversion(at) ? ownArguments(at, behind) : end;
+            at = behind;
             continue;
         }
         switch (m_text[at]) {

@@ -28,6 +28,7 @@ private:
     enum class Paren { PartOfName, Declarator, Parameters };
 
     void parse(std::size_t begin, std::size_t end, unsigned int depth);
+    void parseDeclarator(std::size_t begin, std::size_t close, unsigned int depth);
     Paren classify(std::size_t at, std::size_t begin) const;
     /// Each returns the position behind what stands at a position.
     std::size_t skipGroup(std::size_t at, std::size_t end) const;
@@ -35,8 +36,13 @@ private:
     std::size_t skipOperator(std::size_t at, std::size_t end) const;
     std::size_t skipConversion(std::size_t at, std::size_t end) const;
     std::size_t skipQualifiers(std::size_t at, std::size_t end) const;
+    bool isScope(std::size_t at, std::size_t end) const;
+    bool isConversion(std::size_t at) const;
+    std::size_t ownArguments(std::size_t at, std::size_t end) const;
     bool isOperator(std::size_t at, std::size_t begin, std::size_t end) const;
-    bool startsWith(std::size_t at, std::string_view word) const { return m_text.substr(at, word.size()) == word; }
+    bool startsWith(std::size_t at, std::string_view word) const {
+        return at <= m_text.size() && m_text.substr(at, word.size()) == word;
+    }
     std::string_view prefix() const { return m_text.substr(0, m_declaration); }
     std::string_view qualifiedName() const { return m_text.substr(m_nameBegin, m_nameEnd - m_nameBegin); }
 
@@ -50,6 +56,7 @@ private:
     std::size_t m_nameBegin = 0;
     std::size_t m_nameEnd = 0;
     std::size_t m_parametersEnd = 0; ///< With the qualifiers of the function.
+    bool m_isType = false;           ///< "typeinfo for void ()": nothing to take apart.
 };
 
 } // namespace ORV_3_30

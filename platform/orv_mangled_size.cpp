@@ -328,7 +328,9 @@ private:
         Nesting const nesting(*this);
         ++m_at; // I or J
         std::uint64_t size = 4;
+        std::uint64_t count = 0;
         while (!isEnd() && !take("E")) {
+            m_largestPack = std::max(m_largestPack, ++count);
             std::uint64_t const argument = templateArgument();
             // Template parameters stand for arguments of the function's name, not for those of types
             // in its signature.
@@ -375,59 +377,84 @@ private:
     /// operator they belong to.
     std::uint64_t expressions() {
         Nesting const nesting(*this);
-        static constexpr std::string_view k_listOperators[] = {"cl", "cp", "il", "nw", "na", "pi"};
-        static constexpr std::string_view k_typeOperators[] = {"st", "at", "ti", "sc", "dc", "rc", "cc"};
         std::uint64_t size = k_wordSize;
         while (!isEnd() && !take("E")) {
-            auto const takeOne = [this](auto const& words) {
-                return std::any_of(std::begin(words), std::end(words), [this](auto word) { return take(word); });
-            };
-            std::uint64_t item = k_wordSize;
-            char const first = peek();
-            if (first == 'L') {
-                item = literal();
-            } else if (first == 'T') {
-                item = templateParameter();
-            } else if (first == 'X' || first == 'J' || first == 'I') {
-                item = templateArgument();
-            } else if (take("fL")) {
-                number();
-                require("p");
-                sequence();
-            } else if (isAt("fp") || isAt("fT")) {
-                m_at += 2;
-                while (peek() == 'r' || peek() == 'V' || peek() == 'K') {
-                    ++m_at;
-                }
-                sequence();
-            } else if (takeOne(k_listOperators)) {
-                item = expressions();
-            } else if (take("tl")) {
-                item = type();
-                item = sum(item, expressions());
-            } else if (take("cv")) {
-                item = type();
-                if (take("_")) {
-                    item = sum(item, expressions());
-                }
-            } else if (take("sr")) {
-                item = sum(type(), unqualifiedName(0));
-            } else if (takeOne(k_typeOperators)) {
-                item = type();
-            } else if (take("on")) {
-                item = unqualifiedName(0);
-            } else if (isDigit(first)) {
-                item = sourceName();
-            } else if (take("_")) {
-                item = 1; // the end of a placement list
-            } else if (isLower(first) && std::isalpha(static_cast<unsigned char>(peek(1))) != 0) {
-                m_at += 2;
-            } else {
-                item = type();
-            }
-            size = sum(size, sum(item, 4));
+            size = sum(size, sum(expression(), 4));
         }
         return size;
+    }
+
+    /// One operator or one operand.
+    std::uint64_t expression() {
+        Nesting const nesting(*this);
+        static constexpr std::string_view k_listOperators[] = {"cl", "cp", "il", "nw", "na", "pi"};
+        static constexpr std::string_view k_typeOperators[] = {"st", "at", "ti", "sc", "dc", "rc", "cc"};
+        auto const takeOne = [this](auto const& words) {
+            return std::any_of(std::begin(words), std::end(words), [this](auto word) { return take(word); });
+        };
+        char const first = peek();
+        if (first == 'L') {
+            return literal();
+        }
+        if (first == 'T') {
+            return templateParameter();
+        }
+        if (first == 'X' || first == 'J' || first == 'I') {
+            return templateArgument();
+        }
+        if (take("fL")) {
+            number();
+            require("p");
+            sequence();
+            return k_wordSize;
+        }
+        if (isAt("fp") || isAt("fT")) {
+            m_at += 2;
+            while (peek() == 'r' || peek() == 'V' || peek() == 'K') {
+                ++m_at;
+            }
+            sequence();
+            return k_wordSize;
+        }
+        if (takeOne(k_listOperators)) {
+            return expressions();
+        }
+        if (take("tl")) {
+            std::uint64_t const size = type();
+            return sum(size, expressions());
+        }
+        if (take("cv")) {
+            std::uint64_t const size = type();
+            return take("_") ? sum(size, expressions()) : size;
+        }
+        if (take("sp")) { // repeated for each argument of a pack
+            std::uint64_t size = 0;
+            while (!isEnd() && peek() != 'E') { // generously, all that follows
+                size = sum(size, expression());
+            }
+            return std::min(size * m_largestPack, k_ceiling);
+        }
+        if (take("sr")) {
+            std::uint64_t const size = type();
+            return sum(size, unqualifiedName(0));
+        }
+        if (takeOne(k_typeOperators)) {
+            return type();
+        }
+        if (take("on")) {
+            return unqualifiedName(0);
+        }
+        if (isDigit(first)) {
+            return sourceName();
+        }
+        if (take("_")) {
+            return 1; // the end of a placement list
+        }
+        if (isLower(first) && std::isalpha(static_cast<unsigned char>(peek(1))) != 0) {
+            m_at += 2;
+            return k_wordSize;
+        }
+        return type();
     }
 
     std::uint64_t type() {
@@ -523,7 +550,11 @@ private:
         switch (second) {
         case 't':
         case 'T': return remember(decltypeOf());
-        case 'p': m_at += 2; return remember(sum(k_wordSize, type()));
+        case 'p': {
+            m_at += 2;
+            std::uint64_t const pattern = sum(k_wordSize, type());
+            return remember(std::min(pattern * m_largestPack, k_ceiling));
+        }
         case 'v':
             m_at += 2;
             sequence();
@@ -554,6 +585,7 @@ private:
     unsigned int m_depth = 0;
     std::vector<std::uint64_t> m_candidates; ///< Sizes of what can be referred back to.
     std::uint64_t m_largestArgument = 0;
+    std::uint64_t m_largestPack = 1; ///< Arguments that one pattern may be repeated for.
     unsigned int m_signatures = 0; ///< How many parameter lists we are in.
 };
 
@@ -568,7 +600,10 @@ std::uint64_t mangledSizeBound(std::string_view mangled) {
     for (std::size_t i = 0; i < mangled.size(); ++i) {
         references += isReference(i) ? 1 : 0;
     }
-    return references <= k_harmlessReferences ? mangled.size() : MangledSize(mangled).total();
+    // A pattern that is repeated for each argument of a pack grows with one reference.
+    bool const isHarmless = references <= k_harmlessReferences && mangled.find("Dp") == std::string_view::npos &&
+                            mangled.find("sp") == std::string_view::npos;
+    return isHarmless ? mangled.size() : MangledSize(mangled).total();
 }
 
 } // namespace ORV_3_30

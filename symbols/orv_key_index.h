@@ -77,13 +77,20 @@ public:
     /// Makes a key ahead of the first one above it, as lowerBound has found it.
     Position insert(Position at, unsigned long long address) {
         if (m_chunks.empty()) {
-            m_chunks.emplace_back();
-            at = begin();
-        } else if (at.slot == 0 && at.chunk > 0) {
+            Chunk first;
+            first.keys.push_back({address, 0, 0, nullptr});
+            first.firstAddress = address;
+            m_chunks.push_back(std::move(first));
+            return begin();
+        }
+        if (at.slot == 0 && at.chunk > 0) {
             --at.chunk; // behind the last of the chunk before
             at.slot = m_chunks[at.chunk].keys.size();
         }
         if (m_chunks[at.chunk].keys.size() == k_chunkSize) {
+            if (at.slot == k_chunkSize && at.chunk + 1 == m_chunks.size()) {
+                return append(address);
+            }
             at = split(at);
         }
         Chunk& chunk = m_chunks[at.chunk];
@@ -183,21 +190,27 @@ private:
 
     Key const& key(Position at) const { return m_chunks[at.chunk].keys[at.slot]; }
 
-    /// Cuts a full chunk in two; returns where the position went. Keys that come in ascending order
-    /// leave full chunks behind.
+    /// Starts a chunk behind the last one: keys that come in ascending order leave full ones behind.
+    Position append(unsigned long long address) {
+        Position const at = end();
+        Chunk last;
+        last.keys.reserve(k_chunkSize); // more of the same to come
+        last.keys.push_back({address, 0, endBefore(at), nullptr});
+        last.firstAddress = address;
+        m_chunks.push_back(std::move(last));
+        return at;
+    }
+
+    /// Cuts a full chunk in two; returns where the position went.
     Position split(Position at) {
-        std::size_t const middle = at.slot == k_chunkSize && at.chunk + 1 == m_chunks.size() ? k_chunkSize : k_chunkSize / 2;
+        constexpr std::size_t k_middle = k_chunkSize / 2;
         Chunk upper;
-        std::vector<Key>& keys = m_chunks[at.chunk].keys;
-        if (middle == k_chunkSize) {
-            upper.keys.reserve(k_chunkSize); // more of the same to come
-        }
-        upper.keys.assign(keys.begin() + static_cast<std::ptrdiff_t>(middle), keys.end());
-        keys.resize(middle);
+        upper.keys.assign(m_chunks[at.chunk].keys.begin() + k_middle, m_chunks[at.chunk].keys.end());
         upper.summarize();
-        m_chunks[at.chunk].summarize();
         m_chunks.insert(m_chunks.begin() + static_cast<std::ptrdiff_t>(at.chunk) + 1, std::move(upper));
-        return at.slot < middle || (at.slot == middle && middle < k_chunkSize) ? at : Position{at.chunk + 1, at.slot - middle};
+        m_chunks[at.chunk].keys.resize(k_middle);
+        m_chunks[at.chunk].summarize();
+        return at.slot <= k_middle ? at : Position{at.chunk + 1, at.slot - k_middle};
     }
 
     std::vector<Chunk> m_chunks; ///< None is empty.

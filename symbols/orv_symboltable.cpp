@@ -9,6 +9,9 @@
 #include <cstring>
 #include <mutex>
 #include <numeric>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
 
 namespace ORV_3_30 {
 namespace {
@@ -95,7 +98,7 @@ template <typename Distance> void sortByAddress(std::vector<Placed<Distance>>& i
     }
 }
 
-/// Calls visit with the index of each symbol, by address.
+/// Calls visit with the indices of the symbols at one address, one address after the other.
 template <typename Distance, typename Visitor>
 void visitByAddress(std::vector<RawSymbol> const& symbols, unsigned long long lowest, Visitor visit) {
     std::vector<Placed<Distance>> items;
@@ -105,13 +108,21 @@ void visitByAddress(std::vector<RawSymbol> const& symbols, unsigned long long lo
     }
     sortByAddress(items);
     constexpr std::size_t k_ahead = 8;
+    std::vector<std::uint32_t> group;
     for (std::size_t i = 0; i < items.size(); ++i) {
         if (i + k_ahead < items.size()) {
             __builtin_prefetch(&symbols[items[i + k_ahead].index]);
         }
-        visit(items[i].index);
+        group.push_back(items[i].index);
+        if (i + 1 == items.size() || items[i + 1].address != items[i].address) {
+            visit(group);
+            group.clear();
+        }
     }
 }
+
+/// From here on it pays to look for duplicates by name.
+constexpr std::size_t k_largeGroup = 16;
 
 /// Whether two raw symbols that start at one address are the same thing: the rule of
 /// Scope::mergeDecision for scopes of one range.
@@ -322,11 +333,12 @@ RangeRecord* SymbolTable::makeRecord(Position at, unsigned long long end, Scope*
 
 void SymbolTable::addRawSymbols(IFileFormatLoader* loader, std::vector<RawSymbol> const& symbols) {
     std::unique_lock<Guard> const guard(m_guard);
-    bool const isForeign = m_rawLoader != nullptr && m_rawLoader != loader;
-    m_rawLoader = m_rawLoader != nullptr ? m_rawLoader : loader;
+    if (m_rawLoader == nullptr) {
+        m_rawLoader = loader;
+    }
     std::uint32_t const firstOrder = m_arrivals;
     m_arrivals += static_cast<std::uint32_t>(symbols.size());
-    if (m_holdsScopes || isForeign) {
+    if (m_holdsScopes || m_rawLoader != loader) {
         // What a scope decides may depend on what is in the table by then.
         for (std::size_t i = 0; i < symbols.size(); ++i) {
             insertRaw(loader, symbols[i], firstOrder + static_cast<std::uint32_t>(i));
@@ -340,7 +352,15 @@ void SymbolTable::addRawSymbols(IFileFormatLoader* loader, std::vector<RawSymbol
         lowest = std::min(lowest, symbol.address);
         highest = std::max(highest, symbol.address);
     }
-    auto const insert = [&](std::uint32_t index) { insertRaw(loader, symbols[index], firstOrder + index); };
+    auto const insert = [&](std::vector<std::uint32_t> const& group) {
+        if (group.size() < k_largeGroup) {
+            for (std::uint32_t const index : group) {
+                insertRaw(loader, symbols[index], firstOrder + index);
+            }
+        } else {
+            insertRawGroup(symbols, group, firstOrder);
+        }
+    };
     if (highest - lowest <= 0xFFFFFFFF) {
         visitByAddress<std::uint32_t>(symbols, lowest, insert);
     } else {
@@ -351,8 +371,7 @@ void SymbolTable::addRawSymbols(IFileFormatLoader* loader, std::vector<RawSymbol
 void SymbolTable::insertRaw(IFileFormatLoader* loader, RawSymbol const& symbol, std::uint32_t order) {
     unsigned long long const end = symbol.address + symbol.size;
     Position at = m_keys.lowerBound(symbol.address);
-    bool isNew = m_keys.isEnd(at) || m_keys.address(at) != symbol.address;
-    if (isNew) {
+    if (m_keys.isEnd(at) || m_keys.address(at) != symbol.address) {
         at = m_keys.insert(at, symbol.address);
     }
     for (RangeRecord* rival = m_keys.records(at); rival != nullptr; rival = rival->next) {
@@ -371,10 +390,55 @@ void SymbolTable::insertRaw(IFileFormatLoader* loader, RawSymbol const& symbol, 
             return;
         }
     }
-    RangeRecord* const record =
-        m_pool.make(symbol.address, end, nullptr, nullptr, symbol.name, 0U, static_cast<std::uint8_t>(symbol.kind),
-                    static_cast<std::uint8_t>(symbol.visibility));
-    link(at, record, order);
+    link(at, makeRaw(symbol), order);
+}
+
+/// Many raw symbols at one address, in the order of arrival: the outcome is that of insertRaw for
+/// each, without a comparison of each with all others.
+void SymbolTable::insertRawGroup(std::vector<RawSymbol> const& symbols, std::vector<std::uint32_t> const& group,
+                                 std::uint32_t firstOrder) {
+    /// What stands there under one name.
+    struct Known {
+        std::unordered_set<unsigned long long> ends;
+        bool hasExtent = false;
+    };
+    std::unordered_map<std::string_view, Known> known;
+    unsigned long long const address = symbols[group.front()].address;
+    Position at = m_keys.lowerBound(address);
+    if (m_keys.isEnd(at) || m_keys.address(at) != address) {
+        at = m_keys.insert(at, address);
+    }
+    Records records;
+    auto const take = [&](RangeRecord* record) {
+        records.push_back(record);
+        Known& same = known[record->rawName];
+        same.ends.insert(record->end);
+        same.hasExtent |= !record->isPoint();
+    };
+    for (RangeRecord* record = m_keys.records(at); record != nullptr; record = record->next) {
+        take(record);
+    }
+    for (std::uint32_t const index : group) {
+        RawSymbol const& symbol = symbols[index];
+        Known const& same = known[symbol.name];
+        bool const isSame = same.ends.count(address + symbol.size) != 0 || (symbol.size == 0 && same.hasExtent);
+        if (!isSame) {
+            RangeRecord* const record = makeRaw(symbol);
+            record->order = firstOrder + index;
+            take(record);
+        }
+    }
+    std::stable_sort(records.begin(), records.end(),
+                     [](RangeRecord const* a, RangeRecord const* b) { return a->end > b->end; });
+    for (std::size_t i = 0; i < records.size(); ++i) {
+        records[i]->next = i + 1 < records.size() ? records[i + 1] : nullptr;
+    }
+    m_keys.setRecords(at, records.front());
+}
+
+RangeRecord* SymbolTable::makeRaw(RawSymbol const& symbol) {
+    return m_pool.make(symbol.address, symbol.address + symbol.size, nullptr, nullptr, symbol.name, 0U,
+                       static_cast<std::uint8_t>(symbol.kind), static_cast<std::uint8_t>(symbol.visibility));
 }
 
 Scope* SymbolTable::scopeOf(RangeRecord const& record) const {

@@ -72,6 +72,9 @@ private:
     RangeRecord* insertBeside(Position at, unsigned long long end, Scope* scope);
     RangeRecord* makeRecord(Position at, unsigned long long end, Scope* scope);
     void insertRaw(IFileFormatLoader* loader, RawSymbol const& symbol, std::uint32_t order);
+    void insertRawGroup(std::vector<RawSymbol> const& symbols, std::vector<std::uint32_t> const& group,
+                        std::uint32_t firstOrder);
+    RangeRecord* makeRaw(RawSymbol const& symbol);
     void link(Position at, RangeRecord* record, std::uint32_t order);
     void unlink(Position at, RangeRecord* record);
     void absorb(RangeRecord* rival, unsigned int flags, Scope& newcomer, unsigned long long end);
@@ -88,7 +91,7 @@ private:
     KeyIndex m_keys;
     Pool<RangeRecord> m_pool;
     std::uint32_t m_arrivals = 0;
-    IFileFormatLoader* m_rawLoader = nullptr; ///< Whose symbols the raw records are. Not counted.
+    IFileFormatLoader* m_rawLoader = nullptr; ///< Whose the raw records are. Set ahead of the first one.
     bool m_holdsScopes = false;               ///< Something but raw symbols has come in.
     mutable std::mutex m_scopesLock;          ///< Guards the making of scopes, inside m_guard.
     mutable std::vector<SymMgrObjectPtr<Scope>> m_scopes; ///< Once for each range or scope taken.

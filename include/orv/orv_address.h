@@ -9,8 +9,6 @@
 
 namespace ORV_3_30 {
 
-class ISegment;
-
 /// Handed out by the bank and by symbol ranges, counted. Lives no longer than the bank.
 class ORV_API IAddress : public ISymMgrObject {
 public:

@@ -8,11 +8,6 @@
 namespace ORV_3_30 {
 
 class AcceptedRanges;
-class IAddress;
-class ISection;
-class IStackFrameContext;
-class ISymbol;
-class ISymbolTable;
 class Scope;
 
 /// Everything that has to do with source lines in one module. Made and owned by a debug info loader.

@@ -9,7 +9,7 @@
 /// thread at a time.
 #pragma once
 
-#include "orv/orv_export.h"
+#include "orv/orv_forward.h"
 
 #include <pthread.h>
 

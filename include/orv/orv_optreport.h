@@ -1,7 +1,7 @@
 /// Compiler optimisation remarks that a module carries.
 #pragma once
 
-#include "orv/orv_export.h"
+#include "orv/orv_forward.h"
 
 #include <utility>
 

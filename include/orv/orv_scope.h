@@ -12,7 +12,6 @@
 
 namespace ORV_3_30 {
 
-class IFileFormatLoader;
 class Scope;
 class SymbolScope;
 

@@ -6,9 +6,6 @@
 
 namespace ORV_3_30 {
 
-class IAddress;
-class ISourceLine;
-
 /// A source file of the module. Not counted here: it belongs to the debug info loader.
 class ORV_API ISourceFile {
 public:

@@ -6,12 +6,6 @@
 
 namespace ORV_3_30 {
 
-class IAddress;
-class ICompUnitDetails;
-class ISourceLine;
-class ISourceLocation;
-class ISymbolRange;
-
 /// Kind of a symbol, one bit each, so that a mask of kinds is one word of the same type.
 enum symbol_kind_t : unsigned int {
     symbol_kind_Function = 1,

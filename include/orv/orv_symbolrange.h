@@ -9,11 +9,6 @@
 
 namespace ORV_3_30 {
 
-class IAddress;
-class IInlineInstance;
-class ISymbol;
-class IThunk;
-
 /// A half open stretch of pseudo addresses bound to a symbol. Made anew for each answer, counted;
 /// plain pointers that it gives belong to the bank. One range object belongs to one thread.
 class ORV_API ISymbolRange : public ISymMgrObject {

@@ -23,11 +23,14 @@ int symbolize(SymbolizeOptions const& options, CommonOptions const& common);
 
 struct SymbolsOptions {
     std::string module;
-    std::vector<std::string> kinds; ///< Empty: all.
-    std::string range;              ///< "FROM:TO", either may be missing.
+    std::string kinds; ///< "function,data,other"; empty: all.
+    std::string range; ///< "FROM:TO", either may be missing.
     bool disjoint = false;
     bool demangle = false;
 };
+/// Both give what is wrong with an argument, or the empty string.
+std::string checkKinds(std::string const& kinds);
+std::string checkRange(std::string const& range);
 int symbols(SymbolsOptions const& options, CommonOptions const& common);
 
 enum class AddressForm { Pseudo, Rva, FileOffset };

@@ -1,7 +1,10 @@
 #include "orv_cli_commands.h"
 #include "orv_cli_output.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <iterator>
+#include <sstream>
 
 namespace orv_cli {
 namespace {
@@ -32,33 +35,35 @@ char const* nameOf(symbol_kind_t kind) {
     }
 }
 
-unsigned int kindsOf(std::vector<std::string> const& names) {
-    unsigned int kinds = 0;
-    for (std::string const& name : names) {
-        for (KindName const& known : k_kindNames) {
-            kinds |= name == known.name ? known.kinds : 0;
+/// False for a word that is no kind.
+bool parseKinds(std::string const& text, unsigned int& kinds) {
+    kinds = text.empty() ? k_allKinds : 0;
+    std::istringstream words(text);
+    for (std::string word; std::getline(words, word, ',');) {
+        auto const known = std::find_if(std::begin(k_kindNames), std::end(k_kindNames),
+                                        [&](KindName const& kind) { return word == kind.name; });
+        if (known == std::end(k_kindNames)) {
+            return false;
         }
+        kinds |= known->kinds;
     }
-    return names.empty() ? k_allKinds : kinds;
+    return true;
 }
 
-/// A missing side stays null: no bound.
-void parseRange(std::string const& text, SymMgrObjectPtr<IAddress>& from, SymMgrObjectPtr<IAddress>& to) {
-    if (text.empty()) {
-        return;
-    }
+/// A missing side stays null: no bound. False unless both sides are addresses or missing.
+bool parseRange(std::string const& text, SymMgrObjectPtr<IAddress>& from, SymMgrObjectPtr<IAddress>& to) {
     std::size_t const colon = text.find(':');
-    std::string const sides[] = {text.substr(0, colon), colon != std::string::npos ? text.substr(colon + 1) : ""};
-    for (int side = 0; side < 2; ++side) {
-        unsigned long long value = 0;
-        if (sides[side].empty()) {
-            continue;
-        }
-        if (colon == std::string::npos || !parseAddress(sides[side], value)) {
-            throw Failure("--range " + text + ": give two hexadecimal addresses as FROM:TO");
-        }
-        (side == 0 ? from : to) = new PlainAddress(value);
+    if (colon == std::string::npos) {
+        return text.empty();
     }
+    auto const parseSide = [](std::string const& side, SymMgrObjectPtr<IAddress>& out) {
+        unsigned long long value = 0;
+        if (!side.empty() && parseAddress(side, value)) {
+            out = new PlainAddress(value);
+        }
+        return side.empty() || out;
+    };
+    return parseSide(text.substr(0, colon), from) && parseSide(text.substr(colon + 1), to);
 }
 
 void print(ISymbolRange& range, SymbolsOptions const& options, bool json) {
@@ -88,12 +93,25 @@ void print(ISymbolRange& range, SymbolsOptions const& options, bool json) {
 
 } // namespace
 
+std::string checkKinds(std::string const& kinds) {
+    unsigned int mask = 0;
+    return parseKinds(kinds, mask) ? "" : kinds + ": the kinds are function, data and other";
+}
+
+std::string checkRange(std::string const& range) {
+    SymMgrObjectPtr<IAddress> from;
+    SymMgrObjectPtr<IAddress> to;
+    return parseRange(range, from, to) ? "" : range + ": give two hexadecimal addresses as FROM:TO";
+}
+
 int symbols(SymbolsOptions const& options, CommonOptions const& common) {
     SymMgrObjectPtr<IAddress> from;
     SymMgrObjectPtr<IAddress> to;
     parseRange(options.range, from, to);
+    unsigned int mask = 0;
+    parseKinds(options.kinds, mask);
+    auto const kinds = static_cast<symbol_kind_t>(mask);
     Module const module(options.module, common);
-    auto const kinds = static_cast<symbol_kind_t>(kindsOf(options.kinds));
     RangeIterator ranges;
     status_t const status =
         options.disjoint ? module.bank().nonOverlappedSymbolRanges(ranges, kinds, from.get(), to.get(), nullptr)

@@ -45,7 +45,7 @@ class CommandLine {
 public:
     CommandLine() {
         m_app.require_subcommand(1);
-        m_app.set_version_flag("--version", "orv " ORV_VERSION);
+        addCommon(m_app);
         m_app.set_help_flag("-h,--help", "Say how to use orv");
         m_app.footer("'orv COMMAND --help' tells more, with an example.");
         addSymbolize();
@@ -78,16 +78,34 @@ private:
         CLI::App* const command = m_app.add_subcommand(name, description);
         command->footer(std::string("Example:\n  ") + example);
         command->set_help_flag("-h,--help", "Say how to use this command");
-        command->add_flag("--json", m_common.json, "Print one JSON object a line");
-        command->add_option("--arch", m_common.arch, "Architecture of the module, where the file does not tell")
-            ->transform(CLI::CheckedTransformer(k_architectures))
-            ->type_name("ARCH");
-        command->add_flag("--no-debug-info", m_common.noDebugInfo, "Look for no debug information");
-        command->add_option("--log-level", m_common.logLevel, "Log to standard error: trace, info, warn, error or off")
-            ->check(CLI::IsMember(k_logLevels))
-            ->type_name("LEVEL");
+        addCommon(*command);
         command->callback([this, action = std::move(action)] { m_action = action; });
         return command;
+    }
+
+    /// What every command takes, ahead of its name or behind it.
+    void addCommon(CLI::App& app) {
+        app.set_version_flag("--version", "orv " ORV_VERSION);
+        app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+        app.add_flag("--json", m_common.json, "Print one JSON object a line");
+        app.add_option_function<std::string>(
+               "--arch", [this](std::string const& name) { m_common.arch = k_architectures.at(name); },
+               "Architecture of the module, where the file does not tell")
+            ->check(oneOf("ARCH", k_architectures));
+        app.add_flag("--no-debug-info", m_common.noDebugInfo, "Look for no debug information");
+        app.add_option("--log-level", m_common.logLevel, "Log to standard error")->check(oneOf("LEVEL", k_logLevels));
+    }
+
+    template <typename Values>
+    static CLI::Validator oneOf(char const* name, std::map<std::string, Values> const& values) {
+        std::string words;
+        for (auto const& entry : values) {
+            words += (words.empty() ? "" : ", ") + entry.first;
+        }
+        auto const check = [words, &values](std::string const& word) {
+            return values.count(word) != 0 ? std::string() : word + ": give one of " + words;
+        };
+        return CLI::Validator(check, std::string(name) + " (" + words + ")");
     }
 
     void addModule(CLI::App* command) {
@@ -129,13 +147,9 @@ private:
                     return symbols(m_symbols, m_common);
                 });
         command->add_option("--kind", options.kinds, "Kinds to show: function, data, other")
-            ->delimiter(',')
-            ->check(CLI::IsMember({"function", "data", "other"}))
-            ->take_all()
-            ->expected(1)
-            ->type_name("KIND,...");
+            ->check(CLI::Validator(checkKinds, "KIND,..."));
         command->add_option("--range", options.range, "Addresses to show, hexadecimal; either side may be missing")
-            ->type_name("FROM:TO");
+            ->check(CLI::Validator(checkRange, "FROM:TO"));
         command->add_flag("--disjoint", options.disjoint, "Cut overlaps: one symbol at each address");
         command->add_flag("-C,--demangle", options.demangle, "Demangle names");
         addModule(command);

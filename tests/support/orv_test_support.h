@@ -1,0 +1,141 @@
+/// What tests need of the world: temporary files, captured log records, stand-ins for loaders.
+#pragma once
+
+#include "orv/orv.h"
+
+#include <gtest/gtest.h>
+#include <log4cplus/appender.h>
+#include <log4cplus/logger.h>
+#include <log4cplus/spi/loggingevent.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+namespace orv_test {
+
+using namespace ORV_3_30;
+
+/// A folder that goes with the object.
+class TempDir {
+public:
+    TempDir() {
+        std::string pattern = (std::filesystem::temp_directory_path() / "orv-test-XXXXXX").string();
+        m_path = ::mkdtemp(pattern.data());
+    }
+    ~TempDir() { std::filesystem::remove_all(m_path); }
+    TempDir(TempDir const&) = delete;
+    TempDir& operator=(TempDir const&) = delete;
+
+    std::string path() const { return m_path.string(); }
+    std::string file(std::string const& name, std::string const& content) const {
+        std::string const path = (m_path / name).string();
+        std::ofstream(path, std::ios::binary) << content;
+        return path;
+    }
+
+private:
+    std::filesystem::path m_path;
+};
+
+/// Collects the messages of the ORV logger at or above a level.
+class LogCapture {
+public:
+    explicit LogCapture(int level = 0) : m_appender(new Appender(m_messages)) {
+        m_logger.addAppender(m_appender);
+        m_logger.setLogLevel(level);
+    }
+    ~LogCapture() {
+        m_logger.removeAppender(m_appender);
+        m_logger.setLogLevel(log4cplus::NOT_SET_LOG_LEVEL);
+    }
+    LogCapture(LogCapture const&) = delete;
+    LogCapture& operator=(LogCapture const&) = delete;
+
+    std::vector<std::string> const& messages() const { return m_messages; }
+    /// How many messages begin so.
+    std::size_t count(std::string const& beginning) const {
+        std::size_t found = 0;
+        for (std::string const& message : m_messages) {
+            found += message.compare(0, beginning.size(), beginning) == 0 ? 1 : 0;
+        }
+        return found;
+    }
+
+private:
+    class Appender : public log4cplus::Appender {
+    public:
+        explicit Appender(std::vector<std::string>& messages) : m_messages(messages) {}
+        ~Appender() override { destructorImpl(); }
+        void close() override { closed = true; }
+
+    protected:
+        void append(log4cplus::spi::InternalLoggingEvent const& event) override {
+            m_messages.push_back(event.getMessage());
+        }
+
+    private:
+        std::vector<std::string>& m_messages;
+    };
+
+    std::vector<std::string> m_messages;
+    log4cplus::Logger m_logger = log4cplus::Logger::getInstance("ORV");
+    log4cplus::SharedAppenderPtr m_appender;
+};
+
+/// The loader of a file that a test has written.
+inline SymMgrObjectPtr<IFileFormatLoader> loaderOf(std::string const& path, status_t* status = nullptr) {
+    SymMgrObjectPtr<IFileFormatLoader> loader;
+    status_t const result = IFileFormatLoader::create(loader, IModuleImage::create(path.c_str(), arch_Unknown, false), "");
+    if (status != nullptr) {
+        *status = result;
+    }
+    return loader;
+}
+
+inline status_t loadBank(std::string const& path, SymMgrObjectPtr<IModuleSymbolBank>& bank,
+                         unsigned int flags = load_flags_None) {
+    SymMgrObjectPtr<ISymbolManager> manager;
+    ISymbolManager::create(manager);
+    return manager->loadSymbolsFromModuleEx(path.c_str(), nullptr, bank, arch_Unknown, flags, "");
+}
+
+constexpr auto k_allKinds = static_cast<symbol_kind_t>(31);
+
+/// "name@start+size" of what wins at an address; "none" if nothing does.
+inline std::string symbolAt(IModuleSymbolBank& bank, unsigned long long address, symbol_kind_t mask = k_allKinds) {
+    SymMgrObjectPtr<IAddress> where;
+    SymMgrObjectPtr<ISymbolRange> range;
+    if (bank.addressByValue(address, where) != status_Ok ||
+        bank.symbolRangeByAddress(where.get(), range, mask, nullptr) != status_Ok) {
+        return "none";
+    }
+    SymMgrObjectPtr<IAddress> start;
+    range->startAddress(start);
+    std::ostringstream text;
+    text << range->symbol()->name() << '@' << std::hex << start->pseudoAddr() << '+' << std::dec << range->size();
+    return text.str();
+}
+
+inline std::string rangeText(ISymbolRange& range) {
+    SymMgrObjectPtr<IAddress> start;
+    range.startAddress(start);
+    std::ostringstream text;
+    text << (range.symbol() != nullptr ? range.symbol()->name() : "-") << '[' << start->pseudoAddr() << ','
+         << start->pseudoAddr() + range.size() << ')';
+    return text.str();
+}
+
+/// All ranges of an iterator as text, one blank between them.
+inline std::string allRanges(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> const& it) {
+    std::string text;
+    for (auto range = it ? it->current() : SymMgrObjectPtr<ISymbolRange>(); range; range = it->current()) {
+        text += (text.empty() ? "" : " ") + rangeText(*range);
+        it->next();
+    }
+    return text;
+}
+
+} // namespace orv_test

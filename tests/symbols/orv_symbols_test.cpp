@@ -1,0 +1,351 @@
+#include "platform/orv_demangler.h"
+#include "support/orv_elf_builder.h"
+#include "support/orv_test_support.h"
+#include "symbols/orv_accepted_ranges.h"
+#include "symbols/orv_globalscope.h"
+#include "symbols/orv_range_list.h"
+#include "symbols/orv_scope.h"
+#include "symbols/orv_symboltable.h"
+
+#include <random>
+
+using namespace orv_test;
+
+namespace {
+
+std::string text(RangeList const& list) {
+    std::string out;
+    for (std::size_t i = 0; i < list.size(); ++i) {
+        out += '[' + std::to_string(list[i].start) + ',' + std::to_string(list[i].end) + ')';
+    }
+    return out;
+}
+
+SymbolScope* scopeOf(char const* name, unsigned long long start, unsigned long long end,
+                     symbol_kind_t kind = symbol_kind_Function,
+                     symbol_visibility_t visibility = symbol_visibility_Global) {
+    auto* const scope = new SymbolScope(nullptr, SymbolName::copied(name), start, nullptr, visibility, kind);
+    scope->addRange(start, end);
+    return scope;
+}
+
+/// A scope whose decision a test can set.
+class DecidingScope final : public SymbolScope {
+public:
+    DecidingScope(char const* name, unsigned long long start, unsigned int flags)
+        : SymbolScope(nullptr, SymbolName::copied(name), start, nullptr, symbol_visibility_Global,
+                      symbol_kind_Function),
+          m_flags(flags) {}
+    unsigned int mergeDecision(Scope& /*other*/, unsigned long long nextKey, Scope* nextScope) override {
+        seenKey = nextKey;
+        seenScope = nextScope;
+        return m_flags;
+    }
+    void merge(Scope& /*other*/, unsigned int flags, RangeRecord& record) override {
+        mergedFlags = flags;
+        endAtMerge = record.end;
+    }
+    unsigned long long seenKey = 0;
+    Scope* seenScope = nullptr;
+    unsigned int mergedFlags = 0;
+    unsigned long long endAtMerge = 0;
+
+private:
+    unsigned int m_flags;
+};
+
+std::string disjoint(ISymbolTable& table, unsigned long long start, unsigned long long end) {
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
+    table.nonOverlappedSymbolRanges(it, start, end, k_allKinds, nullptr);
+    return allRanges(it);
+}
+
+} // namespace
+
+TEST(RangeList, MergesWhatTouchesButNotTheMainRange) {
+    struct {
+        char const* name;
+        std::vector<RangeList::Range> added;
+        char const* expected;
+    } const rows[] = {
+        {"touching", {{10, 20}, {20, 30}}, "[10,30)"},
+        {"bridged", {{10, 20}, {30, 40}, {15, 35}}, "[10,40)"},
+        {"in front of main", {{20, 30}, {10, 20}}, "[10,20)[20,30)"},
+        {"main is not swallowed", {{20, 30}, {10, 12}, {11, 40}}, "[10,40)[20,30)"},
+        {"successor pulled down", {{10, 20}, {40, 50}, {30, 45}}, "[10,20)[30,50)"},
+        {"both neighbours", {{10, 20}, {30, 40}, {50, 60}, {20, 55}}, "[10,60)"},
+        {"apart", {{10, 20}, {50, 60}, {30, 40}}, "[10,20)[30,40)[50,60)"},
+        {"point", {{10, 10}, {10, 10}}, "[10,10)"},
+        {"contained", {{10, 50}, {20, 30}}, "[10,50)"},
+    };
+    for (auto const& row : rows) {
+        RangeList list;
+        for (RangeList::Range const& range : row.added) {
+            list.add(range.start, range.end);
+        }
+        EXPECT_EQ(text(list), row.expected) << row.name;
+    }
+}
+
+TEST(RangeList, RemovesByStart) {
+    RangeList list;
+    EXPECT_FALSE(list.remove(10));
+    list.add(20, 30);
+    list.add(40, 50);
+    list.add(5, 8);
+    EXPECT_FALSE(list.remove(21));
+    EXPECT_TRUE(list.remove(20));
+    EXPECT_EQ(text(list), "[5,8)[40,50)");
+    list.add(6, 45); // the main range is gone, so nothing stands in the way
+    EXPECT_EQ(text(list), "[5,50)");
+    EXPECT_TRUE(list.remove(5));
+    EXPECT_TRUE(list.empty());
+    list.add(1, 2);
+    EXPECT_EQ(text(list), "[1,2)");
+    EXPECT_EQ(list.floor(0), nullptr);
+    EXPECT_EQ(list.floor(9)->start, 1U);
+}
+
+TEST(Scope, RangesAndThunks) {
+    SymMgrObjectPtr<SymbolScope> const scope(scopeOf("f", 100, 120));
+    scope->addRange(200, 210);
+    unsigned long long start = 0;
+    unsigned long long end = 0;
+    EXPECT_TRUE(scope->rangeAt(start, end, 119));
+    EXPECT_EQ(end, 120U);
+    EXPECT_FALSE(scope->rangeAt(start, end, 120)) << "the end is outside";
+    EXPECT_TRUE(scope->rangeAt(start, end, 205));
+    EXPECT_TRUE(scope->hasSeveralRanges());
+    EXPECT_EQ(scope->firstStart(), 100U);
+    EXPECT_EQ(scope->lastEnd(), 210U);
+
+    scope->addThunk(new ImportThunk(nullptr, 300, 16));
+    scope->addThunk(new ImportThunk(nullptr, 308, 16));
+    EXPECT_EQ(scope->thunks().size(), 1U) << "a thunk inside another is ignored";
+    EXPECT_EQ(scope->thunkAt(316), nullptr);
+    EXPECT_STREQ(scope->thunkAt(315)->name(), "f");
+    scope->symbolImpl()->setName("renamed");
+    EXPECT_STREQ(scope->thunkAt(300)->name(), "renamed");
+
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
+    scope->symbol()->ranges(it);
+    EXPECT_EQ(allRanges(it), "renamed[100,120) renamed[200,210)");
+    scope->symbol()->thunks(it);
+    EXPECT_EQ(allRanges(it), "renamed[300,316)");
+}
+
+TEST(Symbol, RawSymbolsKnowNoSource) {
+    SymMgrObjectPtr<SymbolScope> scope(scopeOf("_ZN1A1fEi", 5, 9));
+    SymMgrObjectPtr<ISymbol> const symbol(scope->symbol());
+    SymMgrObjectPtr<ISourceLine> line;
+    ICompUnitDetails* unit = nullptr;
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> lines;
+    EXPECT_EQ(symbol->sourceLine(line), status_False);
+    EXPECT_EQ(symbol->compUnitDetails(unit), status_False);
+    symbol->sourceLines(lines);
+    EXPECT_FALSE(lines);
+    char const* const before = symbol->demangledName(0);
+    EXPECT_STREQ(before, "A::f(int)");
+    scope->symbolImpl()->setName("g");
+    EXPECT_STREQ(symbol->baseName(), "g");
+    EXPECT_STREQ(before, "A::f(int)") << "names that were handed out stay";
+
+    // A client that holds a symbol beyond its bank keeps the name, and meets nothing that is gone.
+    char borrowed[] = "borrowed";
+    auto* const late = new Symbol(nullptr, SymbolName::borrowed(borrowed), 1, nullptr, symbol_visibility_Local,
+                                  symbol_kind_Data, k_noCompUnit);
+    SymMgrObjectPtr<ISymbol> const held(late);
+    { SymMgrObjectPtr<SymbolScope> const gone(new SymbolScope(nullptr, nullptr, late)); }
+    borrowed[0] = 'X';
+    EXPECT_STREQ(held->name(), "borrowed");
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> ranges;
+    held->ranges(ranges);
+    EXPECT_FALSE(ranges);
+    SymMgrObjectPtr<IAddress> address;
+    EXPECT_EQ(held->address(address), status_Fail);
+}
+
+TEST(Symbol, PriorityIsOfSingleKinds) {
+    int const expected[] = {10, 1, 2, 10, 4, 10, 10, 10, 3, 10, 10, 10, 10, 10, 10, 10, 0};
+    for (unsigned int kind = 0; kind < std::size(expected); ++kind) {
+        EXPECT_EQ(symbolPriorityByKind(static_cast<symbol_kind_t>(kind)), expected[kind]) << kind;
+    }
+}
+
+TEST(SymbolTable, RefusedScopesGoUnlessHeld) {
+    SymMgrObjectPtr<ISymbolTable> const table = ISymbolTable::create(nullptr);
+    EXPECT_TRUE(table->addRange(100, 200, scopeOf("f", 100, 200)));
+    EXPECT_FALSE(table->addRange(100, 200, scopeOf("f", 100, 200))) << "a sanitizer tells if it stays or goes twice";
+    SymMgrObjectPtr<SymbolScope> const held(scopeOf("f", 100, 200));
+    EXPECT_FALSE(table->addRange(100, 200, held.get()));
+    EXPECT_STREQ(held->symbol()->name(), "f");
+    EXPECT_FALSE(table->addRange(100, 100, scopeOf("f", 100, 100))) << "a label comes to its function";
+    EXPECT_TRUE(table->addRange(100, 100, scopeOf("g", 100, 100)));
+    EXPECT_TRUE(table->addRange(100, 150, scopeOf("f", 100, 150))) << "another end is another thing";
+    EXPECT_FALSE(table->addScope(nullptr));
+}
+
+TEST(SymbolTable, ScopesOfSeveralRangesAndThunks) {
+    SymMgrObjectPtr<ISymbolTable> const table = ISymbolTable::create(nullptr);
+    SymbolScope* const first = scopeOf("f", 100, 200);
+    first->addRange(300, 310);
+    first->addThunk(new ImportThunk(nullptr, 400, 16));
+    EXPECT_TRUE(table->addScope(first));
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
+    table->symbolRanges(it, 0, 1000, k_allKinds);
+    EXPECT_EQ(allRanges(it), "f[100,200) f[300,310) f[400,416)");
+
+    // One that loses all its ranges leaves its thunks to the winner.
+    SymbolScope* const second = scopeOf("f", 400, 416);
+    second->addThunk(new ImportThunk(nullptr, 500, 16));
+    SymbolScope* const rival = scopeOf("f", 600, 620);
+    EXPECT_TRUE(table->addScope(rival));
+    SymbolScope* const loser = scopeOf("f", 600, 620);
+    loser->addThunk(new ImportThunk(nullptr, 700, 16));
+    EXPECT_FALSE(table->addScope(loser));
+    ASSERT_NE(rival->thunkAt(705), nullptr);
+    EXPECT_TRUE(table->addScope(second));
+}
+
+TEST(SymbolTable, RivalsMayTakeANewEnd) {
+    for (unsigned int const flags : {merge_ReplaceEnd, merge_ReplaceScope}) {
+        SymMgrObjectPtr<ISymbolTable> const table = ISymbolTable::create(nullptr);
+        auto* const rival = new DecidingScope("rival", 100, flags);
+        rival->addRange(100, 200);
+        rival->addRange(500, 520);
+        EXPECT_TRUE(table->addScope(rival));
+        EXPECT_TRUE(table->addRange(150, 160, scopeOf("inner", 150, 160)));
+        table->addRange(170, 170, nullptr);
+        EXPECT_FALSE(table->addRange(100, 400, scopeOf("newcomer", 100, 400)));
+        EXPECT_EQ(rival->seenKey, 150U);
+        EXPECT_NE(rival->seenScope, nullptr);
+        EXPECT_EQ(rival->mergedFlags, flags);
+        EXPECT_EQ(rival->endAtMerge, 200U) << "merged before the end changes";
+        bool const keepsRest = flags == merge_ReplaceEnd;
+        EXPECT_EQ(disjoint(*table, 0, 1000), std::string("rival[100,150) inner[150,160) rival[160,400)") +
+                                                 (keepsRest ? " rival[500,520)" : ""));
+    }
+}
+
+TEST(SymbolTable, ClientsChooseAmongSeveralOnly) {
+    class Chooser : public ISymbolChooser {
+    public:
+        SymMgrObjectPtr<ISymbol> choose(IIterator<SymMgrObjectPtr<ISymbol>>& candidates) override {
+            names.clear();
+            SymMgrObjectPtr<ISymbol> last;
+            for (auto symbol = candidates.current(); symbol; symbol = candidates.current()) {
+                names += symbol->name();
+                last = symbol;
+                candidates.next();
+            }
+            return isRefusing ? SymMgrObjectPtr<ISymbol>() : last;
+        }
+        std::string names = "not called";
+        bool isRefusing = false;
+    } chooser;
+    SymMgrObjectPtr<ISymbolTable> const table = ISymbolTable::create(nullptr);
+    table->addRange(100, 200, scopeOf("a", 100, 200));
+    table->addRange(150, 200, scopeOf("b", 150, 200));
+    table->addRange(150, 300, scopeOf("c", 150, 300));
+    SymMgrObjectPtr<ISymbolRange> range;
+    table->symbolRangeByAddress(range, 120, k_allKinds, &chooser);
+    EXPECT_EQ(chooser.names, "not called");
+    table->symbolRangeByAddress(range, 160, k_allKinds, &chooser);
+    EXPECT_EQ(chooser.names, "cab") << "the one that ends last first, then by arrival";
+    EXPECT_EQ(rangeText(*range), "b[150,200)");
+    chooser.isRefusing = true;
+    table->symbolRangeByAddress(range, 160, k_allKinds, &chooser);
+    EXPECT_FALSE(range);
+}
+
+TEST(SymbolTable, IteratorsSurviveALoad) {
+    SymMgrObjectPtr<ISymbolTable> const table = ISymbolTable::create(nullptr);
+    for (unsigned long long at = 0; at < 2000; at += 10) {
+        table->addRange(at, at + 10, scopeOf(("s" + std::to_string(at)).c_str(), at, at + 10));
+    }
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> all;
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> pieces;
+    table->symbolRanges(all, 0, 2000, k_allKinds);
+    table->nonOverlappedSymbolRanges(pieces, 0, 2000, k_allKinds, nullptr);
+    std::size_t seen = 0;
+    for (unsigned long long at = 5; all->next() && pieces->next(); at += 10) {
+        table->addRange(at, at + 1, scopeOf("new", at, at + 1));
+        EXPECT_TRUE(all->current() && pieces->current());
+        ++seen;
+    }
+    EXPECT_GE(seen, 199U);
+}
+
+TEST(SymbolTable, SurvivesRangesThatMakeNoSense) {
+    constexpr unsigned long long top = ~0ULL;
+    SymMgrObjectPtr<ISymbolTable> const table = ISymbolTable::create(nullptr);
+    table->addRange(100, 50, scopeOf("backwards", 100, 50));
+    table->addRange(0, top, scopeOf("everything", 0, top));
+    table->addRange(top, top, scopeOf("last", top, top));
+    table->addRange(top - 1, 5, scopeOf("wrapped", top - 1, 5));
+    SymMgrObjectPtr<ISymbolRange> range;
+    for (unsigned long long const at : {0ULL, 75ULL, 100ULL, top - 1}) {
+        table->symbolRangeByAddress(range, at, k_allKinds, nullptr);
+        ASSERT_TRUE(range) << at;
+        EXPECT_STREQ(range->symbol()->name(), "everything") << at;
+    }
+    table->symbolRangeByAddress(range, top, k_allKinds, nullptr);
+    EXPECT_STREQ(range->symbol()->name(), "last");
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
+    table->symbolRanges(it, 5, 4, k_allKinds);
+    EXPECT_FALSE(it);
+    EXPECT_NE(disjoint(*table, 0, top), "");
+}
+
+TEST(AcceptedRanges, TakesWhatTheRequestedAddressesNeed) {
+    std::set<unsigned long long> requested;
+    AcceptedRanges everything(requested);
+    EXPECT_TRUE(everything.accept(1, 2));
+    requested = {50};
+    AcceptedRanges view(requested);
+    EXPECT_TRUE(view.accept(40, 60)) << "holds it";
+    EXPECT_TRUE(view.accept(45, 55)) << "inside what was accepted";
+    EXPECT_FALSE(view.accept(10, 20)) << "ends below it, with nothing requested further down";
+    EXPECT_TRUE(view.accept(42, 42)) << "a label below it";
+    EXPECT_FALSE(view.accept(55, 58)) << "the label at 42, whose extent is open, stands in between";
+    AcceptedRanges labels(requested);
+    EXPECT_TRUE(labels.accept(30, 30));
+    EXPECT_TRUE(labels.accept(45, 45)) << "closer still";
+    EXPECT_FALSE(labels.accept(20, 20)) << "others are closer";
+    EXPECT_FALSE(labels.accept(44, 46)) << "a range that ends below the address";
+}
+
+TEST(RangeFilter, StaysDisjoint) {
+    std::mt19937 random(99);
+    for (int round = 0; round < 200; ++round) {
+        SymMgrObjectPtr<RangeFilter> const filter(new RangeFilter);
+        std::vector<bool> covered(120, false);
+        for (int i = 0; i < 12; ++i) {
+            unsigned long long const start = random() % 100;
+            unsigned long long const end = start + random() % 12;
+            filter->add(start, end);
+            for (unsigned long long at = start; at < end; ++at) {
+                covered[at] = true;
+            }
+        }
+        unsigned long long total = 0;
+        unsigned long long previousEnd = 0;
+        for (auto const& [end, start] : filter->startByEnd()) {
+            EXPECT_TRUE(total == 0 || start > previousEnd) << "ranges that touch are one";
+            total += end - start;
+            previousEnd = end;
+        }
+        EXPECT_EQ(total, static_cast<unsigned long long>(std::count(covered.begin(), covered.end(), true)));
+    }
+}
+
+TEST(RangesAdapter, GivesStartsAndSizes) {
+    unsigned long long start = 0;
+    unsigned long long size = 0;
+    EXPECT_EQ(RangesAdapter(nullptr).getCount(), 0U);
+    EXPECT_FALSE(RangesAdapter(nullptr).getRange(0, start, size));
+    std::vector<std::pair<unsigned long long, unsigned long long>> const ranges = {{10, 25}};
+    EXPECT_TRUE(RangesAdapter(&ranges).getRange(0, start, size));
+    EXPECT_EQ(size, 15U);
+    EXPECT_FALSE(RangesAdapter(&ranges).getRange(1, start, size));
+}

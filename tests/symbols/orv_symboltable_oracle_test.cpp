@@ -1,0 +1,297 @@
+/// The symbol table against a plain model: every answer worked out from the rules over a flat list of
+/// all ranges, for thousands of random ranges that overlap, nest, coincide or have no extent.
+
+#include "support/orv_test_support.h"
+#include "symbols/orv_scope.h"
+#include "symbols/orv_symboltable.h"
+
+#include <algorithm>
+#include <memory>
+#include <random>
+#include <set>
+
+using namespace orv_test;
+
+namespace {
+
+using Address = unsigned long long;
+
+struct Range {
+    Address start;
+    Address end;
+    symbol_visibility_t visibility;
+    symbol_kind_t kind;
+    std::string name;
+    bool hasUnit = false;
+
+    bool isPoint() const { return start == end; }
+    std::string text() const { return name + '[' + std::to_string(start) + ',' + std::to_string(end) + ')'; }
+};
+
+/// A symbol that says that it is from a compilation unit.
+class UnitSymbol final : public Symbol {
+public:
+    using Symbol::Symbol;
+    status_t compUnitDetails(ICompUnitDetails*& out) override {
+        static int unit = 0;
+        out = reinterpret_cast<ICompUnitDetails*>(&unit); // only compared with null
+        return status_Ok;
+    }
+};
+
+/// The rules, read straight: no keys' lists, no propagation, just all ranges.
+class Model {
+public:
+    /// Two ranges that start together are one thing if they have one name and one end; then, and
+    /// where a label comes to a range of its name, the first stays.
+    bool add(Range const& range) {
+        for (Range const& other : m_ranges) {
+            bool const endsMatter = other.isPoint() || !range.isPoint();
+            if (other.start == range.start && other.name == range.name && (!endsMatter || other.end == range.end)) {
+                return false;
+            }
+        }
+        m_keys.insert(range.start);
+        m_ranges.push_back(range);
+        return true;
+    }
+    void addBoundary(Address key) { m_keys.insert(key); }
+
+    /// Position of the key whose stretch holds an address; false ahead of the first key.
+    bool floorKey(Address address, Address& key) const {
+        auto const above = m_keys.upper_bound(address);
+        if (above == m_keys.begin()) {
+            return false;
+        }
+        key = *std::prev(above);
+        return true;
+    }
+
+    Range const* winner(Address address, unsigned int mask) const {
+        Address key = 0;
+        if (!floorKey(address, key)) {
+            return nullptr;
+        }
+        Range const* best = nullptr;
+        for (Range const& range : m_ranges) { // in the order of arrival
+            bool const isAlive = range.isPoint() ? range.start == key : range.start <= address && address < range.end;
+            if (isAlive && (range.kind & mask) != 0 && (best == nullptr || beats(range, *best))) {
+                best = &range;
+            }
+        }
+        return best;
+    }
+
+    std::string touching(Address start, Address end, unsigned int mask) const {
+        Address first = 0;
+        if (start > end || m_keys.empty()) {
+            return "";
+        }
+        if (!floorKey(start, first)) {
+            first = *m_keys.begin();
+        }
+        std::vector<Range const*> found;
+        for (Range const& range : m_ranges) {
+            if ((range.kind & mask) != 0 && touches(range, start, end) && (range.start >= first || range.end > first)) {
+                found.push_back(&range);
+            }
+        }
+        // What began ahead of the first key comes out there.
+        std::stable_sort(found.begin(), found.end(), [first](Range const* a, Range const* b) {
+            Address const aKey = std::max(a->start, first);
+            Address const bKey = std::max(b->start, first);
+            return aKey != bKey ? aKey < bKey : a->end > b->end;
+        });
+        std::string text;
+        for (Range const* range : found) {
+            text += (text.empty() ? "" : " ") + range->text();
+        }
+        return text;
+    }
+
+    /// Address by address, then joined: a piece goes on as long as one range wins without a break.
+    std::string pieces(Address start, Address end, unsigned int mask) const {
+        std::string text;
+        Range const* current = nullptr;
+        Address begin = 0;
+        auto const close = [&](Address at) {
+            if (current != nullptr) {
+                text += (text.empty() ? "" : " ") + current->name + '[' + std::to_string(begin) + ',' +
+                        std::to_string(at) + ')';
+            }
+            current = nullptr;
+        };
+        for (Address at = start; at < end; ++at) {
+            Range const* const now = winner(at, mask);
+            // A label's piece ends at every boundary, and so do ranges that end there.
+            bool const isCut = current != nullptr && current->isPoint() && m_keys.count(at) != 0;
+            if (now != current || isCut) {
+                close(at);
+                current = now;
+                begin = at;
+            }
+        }
+        close(end);
+        return text;
+    }
+
+    std::vector<Range> const& ranges() const { return m_ranges; }
+
+private:
+    static bool beats(Range const& a, Range const& b) {
+        if (a.hasUnit != b.hasUnit) {
+            return a.hasUnit;
+        }
+        int const byKind = symbolPriorityByKind(b.kind) - symbolPriorityByKind(a.kind);
+        if (byKind != 0) {
+            return byKind > 0;
+        }
+        return a.visibility != b.visibility ? a.visibility > b.visibility
+               : a.start != b.start         ? a.start > b.start
+                                            : a.end > b.end; // and else the first to come
+    }
+    static bool touches(Range const& range, Address start, Address end) {
+        Address const low = std::max(range.start, start);
+        Address const high = std::min(range.end, end);
+        if (low != high) {
+            return low < high;
+        }
+        return !(range.end == start && !range.isPoint()) && !(range.start >= end && start != end);
+    }
+
+    std::vector<Range> m_ranges;
+    std::set<Address> m_keys;
+};
+
+struct Shape {
+    char const* name;
+    unsigned int seed;
+    int ranges;
+    Address space;
+    Address longest;
+    bool asRawSymbols; ///< All at once, as the symbol table of a file.
+};
+
+class Oracle : public testing::TestWithParam<Shape> {
+protected:
+    void SetUp() override {
+        m_random.seed(GetParam().seed);
+        std::vector<Range> ranges;
+        for (int i = 0; i < GetParam().ranges; ++i) {
+            ranges.push_back(randomRange());
+        }
+        if (GetParam().asRawSymbols) {
+            addAsRaw(ranges);
+        } else {
+            addOneByOne(ranges);
+        }
+    }
+
+    Address below(Address limit) { return m_random() % limit; }
+
+    Range randomRange() {
+        static constexpr symbol_kind_t kinds[] = {symbol_kind_Function, symbol_kind_DataAlt, symbol_kind_Data,
+                                                  symbol_kind_Other, symbol_kind_FunctionAlt};
+        Range range;
+        range.start = below(GetParam().space);
+        range.end = range.start + (below(5) == 0 ? 0 : below(GetParam().longest));
+        range.visibility = below(2) == 0 ? symbol_visibility_Local : symbol_visibility_Global;
+        range.kind = kinds[below(5)];
+        range.name = "s" + std::to_string(below(4)); // few names, so that some are the same thing
+        range.hasUnit = !GetParam().asRawSymbols && below(4) == 0;
+        return range;
+    }
+
+    void addOneByOne(std::vector<Range> const& ranges) {
+        for (Range const& range : ranges) {
+            if (below(10) == 0) {
+                Address const boundary = below(GetParam().space);
+                EXPECT_FALSE(m_table->addRange(boundary, boundary, nullptr));
+                m_model.addBoundary(boundary);
+            }
+            auto* const scope = new SymbolScope(nullptr, nullptr, makeSymbol(range));
+            scope->addRange(range.start, range.end);
+            EXPECT_EQ(m_table->addRange(range.start, range.end, scope), m_model.add(range)) << range.text();
+        }
+    }
+
+    void addAsRaw(std::vector<Range> const& ranges) {
+        std::vector<RawSymbol> raw;
+        for (Range const& range : ranges) {
+            m_names.push_back(std::make_unique<std::string>(range.name));
+            raw.push_back({m_names.back()->c_str(), range.start, range.end - range.start, range.visibility, range.kind});
+            m_model.add(range);
+        }
+        // In two goes, so that the second meets the first.
+        std::size_t const half = raw.size() / 2;
+        auto& table = static_cast<SymbolTable&>(*m_table);
+        table.addRawSymbols(nullptr, {raw.begin(), raw.begin() + static_cast<std::ptrdiff_t>(half)});
+        table.addRawSymbols(nullptr, {raw.begin() + static_cast<std::ptrdiff_t>(half), raw.end()});
+    }
+
+    static Symbol* makeSymbol(Range const& range) {
+        SymbolName const name = SymbolName::copied(range.name.c_str());
+        if (range.hasUnit) {
+            return new UnitSymbol(nullptr, name, range.start, nullptr, range.visibility, range.kind, 1);
+        }
+        return new Symbol(nullptr, name, range.start, nullptr, range.visibility, range.kind, k_noCompUnit);
+    }
+
+    static std::string text(ISymbolRange& range) { return rangeText(range); }
+
+    std::mt19937 m_random;
+    SymMgrObjectPtr<ISymbolTable> m_table = ISymbolTable::create(nullptr);
+    Model m_model;
+    std::vector<std::unique_ptr<std::string>> m_names;
+};
+
+} // namespace
+
+TEST_P(Oracle, WinnerAtEachAddress) {
+    for (unsigned int const mask : {31U, 1U, 4U, 27U, 8U, 20U}) {
+        for (Address at = 0; at < GetParam().space + GetParam().longest + 2; ++at) {
+            Range const* const expected = m_model.winner(at, mask);
+            SymMgrObjectPtr<ISymbolRange> range;
+            m_table->symbolRangeByAddress(range, at, static_cast<symbol_kind_t>(mask), nullptr);
+            ASSERT_EQ(range ? text(*range) : "none", expected != nullptr ? expected->text() : "none")
+                << "at " << at << " with mask " << mask << ", seed " << GetParam().seed;
+        }
+    }
+}
+
+TEST_P(Oracle, RangesTouchingAStretch) {
+    for (int i = 0; i < 400; ++i) {
+        Address const start = below(GetParam().space);
+        Address const end = below(4) == 0 ? start : start + below(GetParam().space / 8 + 2);
+        unsigned int const mask = i % 2 == 0 ? 31 : 1 + static_cast<unsigned int>(below(31));
+        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
+        m_table->symbolRanges(it, start, end, static_cast<symbol_kind_t>(mask));
+        ASSERT_EQ(allRanges(it), m_model.touching(start, end, mask))
+            << '[' << start << ',' << end << ") with mask " << mask << ", seed " << GetParam().seed;
+    }
+}
+
+TEST_P(Oracle, DisjointWalk) {
+    for (int i = 0; i < 40; ++i) {
+        Address const start = i == 0 ? 0 : below(GetParam().space);
+        Address const end = i == 0 ? GetParam().space * 2 : start + below(GetParam().space / 4 + 2);
+        unsigned int const mask = i % 2 == 0 ? 31 : 1 + static_cast<unsigned int>(below(31));
+        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
+        m_table->nonOverlappedSymbolRanges(it, start, end, static_cast<symbol_kind_t>(mask), nullptr);
+        ASSERT_EQ(allRanges(it), m_model.pieces(start, end, mask))
+            << '[' << start << ',' << end << ") with mask " << mask << ", seed " << GetParam().seed;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Shapes, Oracle,
+                         testing::Values(Shape{"Crowded", 1, 300, 60, 40, false},
+                                         Shape{"CrowdedRaw", 2, 300, 60, 40, true},
+                                         Shape{"Nested", 3, 800, 2000, 400, false},
+                                         Shape{"NestedRaw", 4, 800, 2000, 400, true},
+                                         Shape{"Sparse", 5, 1500, 20000, 30, false},
+                                         Shape{"SparseRaw", 6, 6000, 60000, 30, true},
+                                         Shape{"Labels", 7, 500, 3000, 2, false},
+                                         Shape{"Equal", 8, 400, 12, 5, false},
+                                         Shape{"EqualRaw", 9, 400, 12, 5, true},
+                                         Shape{"Wide", 10, 2000, 8000, 8000, false}),
+                         [](auto const& info) { return info.param.name; });
