@@ -1,5 +1,7 @@
 #include "symbols/orv_accepted_ranges.h"
 
+#include "symbols/orv_scope.h"
+
 #include <algorithm>
 
 namespace ORV_3_30 {
@@ -48,6 +50,22 @@ bool AcceptedRanges::accept(unsigned long long start, unsigned long long end) {
     return true;
 }
 
+bool AcceptedRanges::acceptScope(Scope& scope) {
+    if (m_requested.empty()) {
+        return true;
+    }
+    RangeList const& ranges = scope.ranges();
+    for (std::size_t i = 0; i < ranges.size(); ++i) {
+        if (accept(ranges[i].start, ranges[i].end)) {
+            return true;
+        }
+    }
+    ThunkList const& thunks = scope.thunks();
+    return std::any_of(thunks.begin(), thunks.end(), [this](SymMgrObjectPtr<Thunk> const& thunk) {
+        return accept(thunk->address(), thunk->address() + thunk->size());
+    });
+}
+
 void RangeFilter::add(unsigned long long start, unsigned long long end) {
     auto entry = m_startByEnd.lower_bound(start);
     while (entry != m_startByEnd.end() && entry->second <= end) {
@@ -56,11 +74,6 @@ void RangeFilter::add(unsigned long long start, unsigned long long end) {
         entry = m_startByEnd.erase(entry);
     }
     m_startByEnd.emplace(end, start);
-}
-
-bool RangeFilter::accept(unsigned long long start, unsigned long long end) const {
-    auto const entry = m_startByEnd.lower_bound(start);
-    return entry != m_startByEnd.end() && entry->second <= end;
 }
 
 } // namespace ORV_3_30

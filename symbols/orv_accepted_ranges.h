@@ -8,6 +8,8 @@
 
 namespace ORV_3_30 {
 
+class Scope;
+
 /// Asked by the loaders for each symbol before they make it. Without requested addresses it accepts
 /// everything. It remembers what it has accepted, to tell the symbol closest below a requested
 /// address from those further away. Guarded by the lock of the global scope.
@@ -17,6 +19,8 @@ public:
 
     /// True for a symbol over [start, end] that a query for a requested address may need.
     bool accept(unsigned long long start, unsigned long long end);
+    /// True if any range or thunk of a scope is accepted.
+    bool acceptScope(Scope& scope);
 
 private:
     using View = std::map<unsigned long long, unsigned long long>;
@@ -31,9 +35,6 @@ class RangeFilter final : public SymMgrObjectImpl {
 public:
     /// Stretches that overlap or touch become one.
     void add(unsigned long long start, unsigned long long end);
-    /// True if some stretch overlaps or touches [start, end].
-    bool accept(unsigned long long start, unsigned long long end) const;
-    bool empty() const { return m_startByEnd.empty(); }
     std::map<unsigned long long, unsigned long long> const& startByEnd() const { return m_startByEnd; }
 
 private:

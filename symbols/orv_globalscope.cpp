@@ -112,23 +112,4 @@ void GlobalScope::addToFilter(RangeFilter& filter, unsigned long long address, s
     }
 }
 
-bool GlobalScope::acceptScope(Scope& scope) {
-    SymMgrObjectPtr<RangeFilter> const filter = rangeFilter();
-    if (!filter || filter->empty()) {
-        return true;
-    }
-    RangeList const& ranges = scope.ranges();
-    for (std::size_t i = 0; i < ranges.size(); ++i) {
-        if (filter->accept(ranges[i].start, ranges[i].end)) {
-            return true;
-        }
-    }
-    for (SymMgrObjectPtr<Thunk> const& thunk : scope.thunks()) {
-        if (filter->accept(thunk->address(), thunk->address() + thunk->size())) {
-            return true;
-        }
-    }
-    return false;
-}
-
 } // namespace ORV_3_30

@@ -27,8 +27,6 @@ public:
     void clearRequests();
     /// The stretches of the symbols at the requested addresses; null if none were requested.
     SymMgrObjectPtr<RangeFilter> rangeFilter();
-    /// True if there is no filter, or any range or thunk of the scope passes it.
-    bool acceptScope(Scope& scope);
 
 private:
     void addToFilter(RangeFilter& filter, unsigned long long address, symbol_kind_t kinds);

@@ -5,10 +5,10 @@
 ///     keys.setRecords(at, record);
 ///     keys.forEachSpanning(at, [](RangeRecord& r) { ... });   // started earlier, still alive at 0x1000
 ///
-/// A sorted array cut into chunks: inserting moves at most one chunk, and stepping is an increment.
-/// Each key and each chunk know the greatest end among their records, and each key a bound on the
-/// ends ahead of it, so that a search for what is alive at an address looks at its neighbourhood
-/// alone.
+/// A sorted array cut into chunks, and the chunks into blocks: inserting moves at most one chunk, and
+/// stepping is an increment. Keys, chunks and blocks know the greatest end among their records, so
+/// that a search for what is alive at an address passes over what ended before it, however many keys
+/// lie between.
 #pragma once
 
 #include "symbols/orv_range_record.h"
@@ -19,7 +19,8 @@
 
 namespace ORV_3_30 {
 
-/// Positions are valid until the next insertion or erasure. No lock: the table guards it.
+/// Positions are valid until the next insertion or erasure. No lock: the table guards it. An
+/// operation that finds no memory leaves it as it was.
 class KeyIndex {
 public:
     struct Position {
@@ -43,23 +44,7 @@ public:
     }
 
     /// The first key at or above an address; end if there is none.
-    Position lowerBound(unsigned long long address) const {
-        if (!empty() && m_chunks.back().keys.back().address < address) {
-            return end(); // the usual case while addresses come in ascending order
-        }
-        auto const chunk = std::upper_bound(m_chunks.begin(), m_chunks.end(), address,
-                                            [](unsigned long long a, Chunk const& c) { return a < c.firstAddress; });
-        if (chunk == m_chunks.begin()) {
-            return begin();
-        }
-        Position at{static_cast<std::size_t>(chunk - m_chunks.begin()) - 1, 0};
-        std::vector<Key> const& keys = m_chunks[at.chunk].keys;
-        at.slot = static_cast<std::size_t>(
-            std::lower_bound(keys.begin(), keys.end(), address,
-                             [](Key const& k, unsigned long long a) { return k.address < a; }) -
-            keys.begin());
-        return at.slot < keys.size() ? at : Position{at.chunk + 1, 0};
-    }
+    Position lowerBound(unsigned long long address) const;
     Position upperBound(unsigned long long address) const {
         Position const at = lowerBound(address);
         return !isEnd(at) && this->address(at) == address ? next(at) : at;
@@ -75,145 +60,83 @@ public:
     }
 
     /// Makes a key ahead of the first one above it, as lowerBound has found it.
-    Position insert(Position at, unsigned long long address) {
-        if (m_chunks.empty()) {
-            Chunk first;
-            first.keys.push_back({address, 0, 0, nullptr});
-            first.firstAddress = address;
-            m_chunks.push_back(std::move(first));
-            return begin();
-        }
-        if (at.slot == 0 && at.chunk > 0) {
-            --at.chunk; // behind the last of the chunk before
-            at.slot = m_chunks[at.chunk].keys.size();
-        }
-        if (m_chunks[at.chunk].keys.size() == k_chunkSize) {
-            if (at.slot == k_chunkSize && at.chunk + 1 == m_chunks.size()) {
-                return append(address);
-            }
-            at = split(at);
-        }
-        Chunk& chunk = m_chunks[at.chunk];
-        chunk.keys.insert(chunk.keys.begin() + static_cast<std::ptrdiff_t>(at.slot),
-                          Key{address, 0, endBefore(at), nullptr});
-        chunk.firstAddress = chunk.keys[0].address;
-        return at;
-    }
-
+    Position insert(Position at, unsigned long long address);
     /// Takes a key without records out.
-    void erase(Position at) {
-        Chunk& chunk = m_chunks[at.chunk];
-        chunk.keys.erase(chunk.keys.begin() + static_cast<std::ptrdiff_t>(at.slot));
-        if (chunk.keys.empty()) {
-            m_chunks.erase(m_chunks.begin() + static_cast<std::ptrdiff_t>(at.chunk));
-        } else {
-            chunk.firstAddress = chunk.keys[0].address;
-        }
-    }
-
+    void erase(Position at);
     /// Sets the list of the records that start at a key. Also to be called when an end has changed.
-    void setRecords(Position at, RangeRecord* head) {
-        Key& changed = m_chunks[at.chunk].keys[at.slot];
-        unsigned long long const before = changed.greatestEnd;
-        changed.records = head;
-        changed.greatestEnd = 0;
-        for (RangeRecord const* record = head; record != nullptr; record = record->next) {
-            changed.greatestEnd = std::max(changed.greatestEnd, record->end);
-        }
-        Chunk& chunk = m_chunks[at.chunk];
-        if (changed.greatestEnd >= chunk.greatestEnd) {
-            chunk.greatestEnd = changed.greatestEnd;
-        } else if (before == chunk.greatestEnd) {
-            chunk.summarize();
-        }
-        // The bounds ascend, so this stops at the first key that has heard of a greater end.
-        unsigned long long const end = changed.greatestEnd;
-        for (Position i = next(at); !isEnd(i) && key(i).endBefore < end; i = next(i)) {
-            m_chunks[i.chunk].keys[i.slot].endBefore = end;
-        }
-    }
+    void setRecords(Position at, RangeRecord* head);
 
     /// Visits the records that start below a key and end above it, in no particular order.
     template <typename Visitor> void forEachSpanning(Position at, Visitor visit) const {
         unsigned long long const address = this->address(at);
-        while (key(at).endBefore > address) {
-            if (at.slot > 0) {
-                --at.slot;
-            } else if (at.chunk > 0) {
-                --at.chunk;
-                bool const isPassedOver = m_chunks[at.chunk].greatestEnd <= address;
-                at.slot = isPassedOver ? 0 : m_chunks[at.chunk].keys.size() - 1;
-            } else {
-                return;
-            }
-            // Sorted by end, the greatest first.
-            for (RangeRecord* r = key(at).records; r != nullptr && r->end > address; r = r->next) {
-                visit(*r);
+        visitChunk(m_chunks[at.chunk], at.slot, address, visit);
+        if (m_chunks[at.chunk].endBefore <= address) {
+            return;
+        }
+        std::size_t const ownBlock = at.chunk / k_blockSize;
+        visitChunks(ownBlock * k_blockSize, at.chunk, address, visit);
+        for (std::size_t block = 0; block < ownBlock; ++block) {
+            if (m_blockEnds[block] > address) {
+                visitChunks(block * k_blockSize, (block + 1) * k_blockSize, address, visit);
             }
         }
     }
 
 private:
-    static constexpr std::size_t k_chunkSize = 64;
+    static constexpr std::size_t k_chunkSize = 64; ///< Keys.
+    static constexpr std::size_t k_blockSize = 64; ///< Chunks.
 
     struct Key {
         unsigned long long address;
         unsigned long long greatestEnd; ///< 0 without records.
-        unsigned long long endBefore;   ///< No record of an earlier key ends above this.
+        unsigned long long endBefore;   ///< The greatest end of earlier keys in the chunk.
         RangeRecord* records;
     };
     struct Chunk {
-        std::vector<Key> keys;
+        std::vector<Key> keys; ///< Never empty.
         unsigned long long firstAddress = 0;
         unsigned long long greatestEnd = 0;
-        void summarize() {
-            firstAddress = keys.empty() ? 0 : keys[0].address;
-            greatestEnd = 0;
-            for (Key const& key : keys) {
-                greatestEnd = std::max(greatestEnd, key.greatestEnd);
-            }
-        }
+        unsigned long long endBefore = 0; ///< No record of an earlier chunk ends above this.
+
+        unsigned long long boundBehind() const { return std::max(endBefore, greatestEnd); }
+        /// Works out what follows from the keys.
+        void summarize();
     };
 
-    /// The bound for a key that is to stand at a position.
-    unsigned long long endBefore(Position at) const {
-        if (at.slot > 0) {
-            Key const& previous = m_chunks[at.chunk].keys[at.slot - 1];
-            return std::max(previous.endBefore, previous.greatestEnd);
+    template <typename Visitor>
+    void visitChunks(std::size_t from, std::size_t to, unsigned long long address, Visitor& visit) const {
+        for (std::size_t chunk = from; chunk < to; ++chunk) {
+            if (m_chunks[chunk].greatestEnd > address) {
+                visitChunk(m_chunks[chunk], m_chunks[chunk].keys.size(), address, visit);
+            }
         }
-        if (at.chunk > 0) {
-            Key const& previous = m_chunks[at.chunk - 1].keys.back();
-            return std::max(previous.endBefore, previous.greatestEnd);
+    }
+
+    /// Visits the records of a chunk's first keys that end above an address.
+    template <typename Visitor>
+    static void visitChunk(Chunk const& chunk, std::size_t count, unsigned long long address, Visitor& visit) {
+        if (count < chunk.keys.size() && chunk.keys[count].endBefore <= address) {
+            return;
         }
-        return 0;
+        for (std::size_t slot = 0; slot < count; ++slot) {
+            if (chunk.keys[slot].greatestEnd <= address) {
+                continue;
+            }
+            // Sorted by end, the greatest first.
+            for (RangeRecord* r = chunk.keys[slot].records; r != nullptr && r->end > address; r = r->next) {
+                visit(*r);
+            }
+        }
     }
 
     Key const& key(Position at) const { return m_chunks[at.chunk].keys[at.slot]; }
+    Position append(unsigned long long address);
+    Position split(Position at);
+    void raiseBlock(std::size_t chunk);
+    void summarizeBlocks(std::size_t fromChunk);
 
-    /// Starts a chunk behind the last one: keys that come in ascending order leave full ones behind.
-    Position append(unsigned long long address) {
-        Position const at = end();
-        Chunk last;
-        last.keys.reserve(k_chunkSize); // more of the same to come
-        last.keys.push_back({address, 0, endBefore(at), nullptr});
-        last.firstAddress = address;
-        m_chunks.push_back(std::move(last));
-        return at;
-    }
-
-    /// Cuts a full chunk in two; returns where the position went.
-    Position split(Position at) {
-        constexpr std::size_t k_middle = k_chunkSize / 2;
-        Chunk upper;
-        upper.keys.assign(m_chunks[at.chunk].keys.begin() + k_middle, m_chunks[at.chunk].keys.end());
-        upper.summarize();
-        m_chunks.insert(m_chunks.begin() + static_cast<std::ptrdiff_t>(at.chunk) + 1, std::move(upper));
-        m_chunks[at.chunk].keys.resize(k_middle);
-        m_chunks[at.chunk].summarize();
-        return at.slot <= k_middle ? at : Position{at.chunk + 1, at.slot - k_middle};
-    }
-
-    std::vector<Chunk> m_chunks; ///< None is empty.
+    std::vector<Chunk> m_chunks;
+    std::vector<unsigned long long> m_blockEnds; ///< The greatest end in each block of chunks.
 };
 
 } // namespace ORV_3_30

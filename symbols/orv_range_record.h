@@ -26,7 +26,7 @@ struct RawSymbol {
 /// is made when somebody needs it. Until then the record alone stands for the symbol.
 struct RangeRecord {
     unsigned long long start;
-    unsigned long long end;
+    std::atomic<unsigned long long> end; ///< A merge may move it while others read.
     RangeRecord* next;         ///< The next record with the same start, by end, the greatest first.
     std::atomic<Scope*> scope; ///< The table holds a reference on it. Null: not made yet.
     char const* rawName;       ///< Null unless a raw symbol stands here.
@@ -35,7 +35,8 @@ struct RangeRecord {
     std::uint8_t rawVisibility;
 
     bool isPoint() const { return start == end; }
-    bool isRaw() const { return rawName != nullptr; }
+    /// True while a raw symbol stands here that nobody has needed a scope for.
+    bool isRaw() const { return scope.load(std::memory_order_acquire) == nullptr; }
 };
 
 } // namespace ORV_3_30

@@ -177,7 +177,7 @@ bool SymbolTable::addRange(unsigned long long start, unsigned long long end, Sco
     SymMgrObjectPtr<Scope> const held(scope);
     std::unique_lock<Guard> const guard(m_guard);
     m_holdsScopes |= scope != nullptr;
-    RangeRecord const* const record = insertRange(start, end, scope);
+    RangeRecord const* const record = insertRange(start, end, scope, m_arrivals++);
     bool const isTaken = scope != nullptr && record != nullptr && record->scope == scope;
     if (isTaken) {
         keep(scope);
@@ -200,7 +200,7 @@ bool SymbolTable::addScope(Scope* scope) {
         ranges.push_back(scope->ranges()[i]);
     }
     for (RangeList::Range const& range : ranges) {
-        RangeRecord const* const record = insertRange(range.start, range.end, scope);
+        RangeRecord const* const record = insertRange(range.start, range.end, scope, m_arrivals++);
         if (record == nullptr) {
             continue;
         }
@@ -214,7 +214,7 @@ bool SymbolTable::addScope(Scope* scope) {
     ThunkList const thunks = scope->thunks();
     for (SymMgrObjectPtr<Thunk> const& thunk : thunks) {
         RangeRecord const* const record =
-            insertRange(thunk->address(), thunk->address() + thunk->size(), thunkOwner);
+            insertRange(thunk->address(), thunk->address() + thunk->size(), thunkOwner, m_arrivals++);
         if (record == nullptr) {
             continue;
         }
@@ -233,16 +233,17 @@ bool SymbolTable::addScope(Scope* scope) {
     return hasStayed;
 }
 
-RangeRecord* SymbolTable::insertRange(unsigned long long start, unsigned long long end, Scope* scope) {
+RangeRecord* SymbolTable::insertRange(unsigned long long start, unsigned long long end, Scope* scope,
+                                      std::uint32_t order) {
     Position at = m_keys.lowerBound(start);
     if (!m_keys.isEnd(at) && m_keys.address(at) == start) {
-        return insertBeside(at, end, scope);
+        return insertBeside(at, end, scope, order);
     }
     at = m_keys.insert(at, start);
-    return scope != nullptr ? makeRecord(at, end, scope) : nullptr;
+    return scope != nullptr ? makeRecord(at, end, scope, order) : nullptr;
 }
 
-RangeRecord* SymbolTable::insertBeside(Position at, unsigned long long end, Scope* scope) {
+RangeRecord* SymbolTable::insertBeside(Position at, unsigned long long end, Scope* scope, std::uint32_t order) {
     RangeRecord* const first = m_keys.records(at);
     if (scope == nullptr) {
         return first;
@@ -265,7 +266,7 @@ RangeRecord* SymbolTable::insertBeside(Position at, unsigned long long end, Scop
             }
         }
     }
-    return makeRecord(at, end, scope);
+    return makeRecord(at, end, scope, order);
 }
 
 /// What a rival's decision says is done to it: it stays in the table, as it is or with a new end.
@@ -324,10 +325,10 @@ void SymbolTable::eraseDeserted(unsigned long long from, unsigned long long to) 
     }
 }
 
-RangeRecord* SymbolTable::makeRecord(Position at, unsigned long long end, Scope* scope) {
+RangeRecord* SymbolTable::makeRecord(Position at, unsigned long long end, Scope* scope, std::uint32_t order) {
     RangeRecord* const record = m_pool.make(m_keys.address(at), end, nullptr, scope, nullptr, 0U,
                                             std::uint8_t{0}, std::uint8_t{0});
-    link(at, record, m_arrivals++);
+    link(at, record, order);
     return record;
 }
 
@@ -353,7 +354,7 @@ void SymbolTable::addRawSymbols(IFileFormatLoader* loader, std::vector<RawSymbol
         highest = std::max(highest, symbol.address);
     }
     auto const insert = [&](std::vector<std::uint32_t> const& group) {
-        if (group.size() < k_largeGroup) {
+        if (group.size() < k_largeGroup || !holdsOnlyRaw(symbols[group.front()].address)) {
             for (std::uint32_t const index : group) {
                 insertRaw(loader, symbols[index], firstOrder + index);
             }
@@ -368,22 +369,29 @@ void SymbolTable::addRawSymbols(IFileFormatLoader* loader, std::vector<RawSymbol
     }
 }
 
+/// True if nothing but raw symbols without a scope starts at an address.
+bool SymbolTable::holdsOnlyRaw(unsigned long long address) const {
+    Position const at = m_keys.lowerBound(address);
+    RangeRecord const* record =
+        !m_keys.isEnd(at) && m_keys.address(at) == address ? m_keys.records(at) : nullptr;
+    while (record != nullptr && record->isRaw()) {
+        record = record->next;
+    }
+    return record == nullptr;
+}
+
 void SymbolTable::insertRaw(IFileFormatLoader* loader, RawSymbol const& symbol, std::uint32_t order) {
-    unsigned long long const end = symbol.address + symbol.size;
+    if (m_rawLoader != loader) {
+        insertRawScope(loader, symbol, order);
+        return;
+    }
     Position at = m_keys.lowerBound(symbol.address);
     if (m_keys.isEnd(at) || m_keys.address(at) != symbol.address) {
         at = m_keys.insert(at, symbol.address);
     }
     for (RangeRecord* rival = m_keys.records(at); rival != nullptr; rival = rival->next) {
-        if (!rival->isRaw() || m_rawLoader != loader) {
-            SymMgrObjectPtr<Scope> const scope(new SymbolScope(loader, SymbolName::borrowed(symbol.name),
-                                                               symbol.address, m_scope, symbol.visibility,
-                                                               symbol.kind));
-            scope->addRange(symbol.address, end);
-            RangeRecord const* const record = insertBeside(at, end, scope.get());
-            if (record->scope == scope.get()) {
-                keep(scope.get());
-            }
+        if (!rival->isRaw()) {
+            insertRawScope(loader, symbol, order); // the rival decides
             return;
         }
         if (isSameRaw(*rival, symbol)) {
@@ -391,6 +399,18 @@ void SymbolTable::insertRaw(IFileFormatLoader* loader, RawSymbol const& symbol, 
         }
     }
     link(at, makeRaw(symbol), order);
+}
+
+/// A raw symbol that needs its scope at once.
+void SymbolTable::insertRawScope(IFileFormatLoader* loader, RawSymbol const& symbol, std::uint32_t order) {
+    unsigned long long const end = symbol.address + symbol.size;
+    SymMgrObjectPtr<Scope> const scope(new SymbolScope(loader, SymbolName::borrowed(symbol.name), symbol.address,
+                                                       m_scope, symbol.visibility, symbol.kind));
+    scope->addRange(symbol.address, end);
+    RangeRecord const* const record = insertRange(symbol.address, end, scope.get(), order);
+    if (record->scope == scope.get()) {
+        keep(scope.get());
+    }
 }
 
 /// Many raw symbols at one address, in the order of arrival: the outcome is that of insertRaw for
@@ -505,7 +525,7 @@ void SymbolTable::collectAlive(Position at, Records& out) const {
     m_keys.forEachSpanning(at, [&](RangeRecord& record) { out.push_back(&record); });
     if (out.size() != own) {
         std::sort(out.begin(), out.end(), [](RangeRecord const* a, RangeRecord const* b) {
-            return a->end != b->end ? a->end > b->end : a->order < b->order;
+            return a->end.load() != b->end.load() ? a->end > b->end : a->order < b->order;
         });
     }
 }

@@ -67,13 +67,15 @@ private:
     using Position = KeyIndex::Position;
     using Guard = std::shared_mutex;
 
-    RangeRecord* insertRange(unsigned long long start, unsigned long long end, Scope* scope);
+    RangeRecord* insertRange(unsigned long long start, unsigned long long end, Scope* scope, std::uint32_t order);
     /// Puts a new range at a key where others start already.
-    RangeRecord* insertBeside(Position at, unsigned long long end, Scope* scope);
-    RangeRecord* makeRecord(Position at, unsigned long long end, Scope* scope);
+    RangeRecord* insertBeside(Position at, unsigned long long end, Scope* scope, std::uint32_t order);
+    RangeRecord* makeRecord(Position at, unsigned long long end, Scope* scope, std::uint32_t order);
+    void insertRawScope(IFileFormatLoader* loader, RawSymbol const& symbol, std::uint32_t order);
     void insertRaw(IFileFormatLoader* loader, RawSymbol const& symbol, std::uint32_t order);
     void insertRawGroup(std::vector<RawSymbol> const& symbols, std::vector<std::uint32_t> const& group,
                         std::uint32_t firstOrder);
+    bool holdsOnlyRaw(unsigned long long address) const;
     RangeRecord* makeRaw(RawSymbol const& symbol);
     void link(Position at, RangeRecord* record, std::uint32_t order);
     void unlink(Position at, RangeRecord* record);

@@ -48,7 +48,7 @@ bool SymbolRangesIterator::settle() {
 
 bool SymbolRangesIterator::isReported(RangeRecord const& record) const {
     unsigned long long const low = std::max(record.start, m_start);
-    unsigned long long const high = std::min(record.end, m_end);
+    unsigned long long const high = std::min(record.end.load(), m_end);
     if (low > high) {
         return false;
     }

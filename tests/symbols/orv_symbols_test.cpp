@@ -227,6 +227,38 @@ TEST(SymbolTable, RivalsMayTakeANewEnd) {
     }
 }
 
+TEST(SymbolTable, RawSymbolsKeepTheirPlaceBehindScopes) {
+    SymMgrObjectPtr<ISymbolTable> const table = ISymbolTable::create(nullptr);
+    table->addRange(100, 200, scopeOf("x", 100, 200));
+    auto const raw = [](char const* name, unsigned long long start, unsigned long long end) {
+        return RawSymbol{name, start, end - start, symbol_visibility_Global, symbol_kind_Function};
+    };
+    static_cast<SymbolTable&>(*table).addRawSymbols(nullptr, {raw("a", 100, 300), raw("b", 150, 300)});
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
+    table->symbolRanges(it, 160, 170, k_allKinds);
+    EXPECT_EQ(allRanges(it), "a[100,300) b[150,300) x[100,200)");
+    // Hundreds at one address take another way to the same end.
+    std::vector<RawSymbol> crowd;
+    std::vector<std::string> names;
+    for (int i = 0; i < 300; ++i) {
+        names.push_back("n" + std::to_string(i % 7));
+    }
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        crowd.push_back(raw(names[i].c_str(), 5000, 5000 + i % 11));
+    }
+    SymMgrObjectPtr<ISymbolTable> const atOnce = ISymbolTable::create(nullptr);
+    SymMgrObjectPtr<ISymbolTable> const oneByOne = ISymbolTable::create(nullptr);
+    static_cast<SymbolTable&>(*atOnce).addRawSymbols(nullptr, crowd);
+    for (RawSymbol const& symbol : crowd) {
+        oneByOne->addRange(symbol.address, symbol.address + symbol.size,
+                           scopeOf(symbol.name, symbol.address, symbol.address + symbol.size));
+    }
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> expected;
+    atOnce->symbolRanges(it, 0, 9000, k_allKinds);
+    oneByOne->symbolRanges(expected, 0, 9000, k_allKinds);
+    EXPECT_EQ(allRanges(it), allRanges(expected));
+}
+
 TEST(SymbolTable, ClientsChooseAmongSeveralOnly) {
     class Chooser : public ISymbolChooser {
     public:
@@ -306,8 +338,12 @@ TEST(AcceptedRanges, TakesWhatTheRequestedAddressesNeed) {
     EXPECT_TRUE(view.accept(40, 60)) << "holds it";
     EXPECT_TRUE(view.accept(45, 55)) << "inside what was accepted";
     EXPECT_FALSE(view.accept(10, 20)) << "ends below it, with nothing requested further down";
-    EXPECT_TRUE(view.accept(42, 42)) << "a label below it";
-    EXPECT_FALSE(view.accept(55, 58)) << "the label at 42, whose extent is open, stands in between";
+    EXPECT_FALSE(view.accept(42, 42)) << "a label, but 45 is known to begin between it and the address";
+    EXPECT_TRUE(view.accept(55, 58)) << "at the end of what was accepted";
+    EXPECT_FALSE(view.accept(70, 80)) << "the address is known to be held";
+    AcceptedRanges fresh(requested);
+    EXPECT_TRUE(fresh.accept(70, 80)) << "the first thing above the address may cut a label";
+    EXPECT_FALSE(fresh.accept(75, 90)) << "not more of them";
     AcceptedRanges labels(requested);
     EXPECT_TRUE(labels.accept(30, 30));
     EXPECT_TRUE(labels.accept(45, 45)) << "closer still";

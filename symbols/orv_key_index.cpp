@@ -1,0 +1,139 @@
+#include "symbols/orv_key_index.h"
+
+namespace ORV_3_30 {
+
+KeyIndex::Position KeyIndex::lowerBound(unsigned long long address) const {
+    if (empty() || m_chunks.back().keys.back().address < address) {
+        return end(); // the usual case while addresses come in ascending order
+    }
+    auto const chunk = std::upper_bound(m_chunks.begin(), m_chunks.end(), address,
+                                        [](unsigned long long a, Chunk const& c) { return a < c.firstAddress; });
+    if (chunk == m_chunks.begin()) {
+        return begin();
+    }
+    Position at{static_cast<std::size_t>(chunk - m_chunks.begin()) - 1, 0};
+    std::vector<Key> const& keys = m_chunks[at.chunk].keys;
+    at.slot = static_cast<std::size_t>(
+        std::lower_bound(keys.begin(), keys.end(), address,
+                         [](Key const& k, unsigned long long a) { return k.address < a; }) -
+        keys.begin());
+    return at.slot < keys.size() ? at : Position{at.chunk + 1, 0};
+}
+
+KeyIndex::Position KeyIndex::insert(Position at, unsigned long long address) {
+    if (at.slot == 0 && at.chunk > 0) {
+        --at.chunk; // behind the last of the chunk before
+        at.slot = m_chunks[at.chunk].keys.size();
+    }
+    bool const isFull = !empty() && m_chunks[at.chunk].keys.size() == k_chunkSize;
+    if (empty() || (isFull && at.slot == k_chunkSize && at.chunk + 1 == m_chunks.size())) {
+        return append(address);
+    }
+    if (isFull) {
+        at = split(at);
+    }
+    Chunk& chunk = m_chunks[at.chunk];
+    unsigned long long endBefore = 0;
+    if (at.slot > 0) {
+        Key const& previous = chunk.keys[at.slot - 1];
+        endBefore = std::max(previous.endBefore, previous.greatestEnd);
+    }
+    chunk.keys.insert(chunk.keys.begin() + static_cast<std::ptrdiff_t>(at.slot), Key{address, 0, endBefore, nullptr});
+    chunk.firstAddress = chunk.keys[0].address;
+    return at;
+}
+
+/// Starts a chunk behind the last one: keys that come in ascending order leave full ones behind.
+KeyIndex::Position KeyIndex::append(unsigned long long address) {
+    Chunk last;
+    if (!empty()) {
+        last.keys.reserve(k_chunkSize); // more of the same to come
+        last.endBefore = m_chunks.back().boundBehind();
+    }
+    last.keys.push_back({address, 0, 0, nullptr});
+    last.firstAddress = address;
+    if (m_chunks.size() % k_blockSize == 0) {
+        m_blockEnds.reserve(m_blockEnds.size() + 1);
+    }
+    m_chunks.push_back(std::move(last));
+    m_blockEnds.resize((m_chunks.size() + k_blockSize - 1) / k_blockSize, 0);
+    return {m_chunks.size() - 1, 0};
+}
+
+/// Cuts a full chunk in two; returns where the position went.
+KeyIndex::Position KeyIndex::split(Position at) {
+    constexpr std::size_t k_middle = k_chunkSize / 2;
+    Chunk upper;
+    upper.keys.assign(m_chunks[at.chunk].keys.begin() + k_middle, m_chunks[at.chunk].keys.end());
+    upper.summarize();
+    m_blockEnds.reserve(m_blockEnds.size() + 1);
+    m_chunks.insert(m_chunks.begin() + static_cast<std::ptrdiff_t>(at.chunk) + 1, std::move(upper));
+    m_chunks[at.chunk].keys.resize(k_middle);
+    m_chunks[at.chunk].summarize();
+    m_chunks[at.chunk + 1].endBefore = m_chunks[at.chunk].boundBehind();
+    summarizeBlocks(at.chunk);
+    return at.slot <= k_middle ? at : Position{at.chunk + 1, at.slot - k_middle};
+}
+
+void KeyIndex::erase(Position at) {
+    Chunk& chunk = m_chunks[at.chunk];
+    chunk.keys.erase(chunk.keys.begin() + static_cast<std::ptrdiff_t>(at.slot));
+    if (chunk.keys.empty()) {
+        m_chunks.erase(m_chunks.begin() + static_cast<std::ptrdiff_t>(at.chunk));
+        summarizeBlocks(at.chunk);
+    } else {
+        chunk.summarize();
+    }
+}
+
+void KeyIndex::setRecords(Position at, RangeRecord* head) {
+    Chunk& chunk = m_chunks[at.chunk];
+    Key& changed = chunk.keys[at.slot];
+    unsigned long long const before = changed.greatestEnd;
+    unsigned long long end = 0;
+    for (RangeRecord const* record = head; record != nullptr; record = record->next) {
+        end = std::max(end, record->end.load(std::memory_order_relaxed));
+    }
+    changed.records = head;
+    changed.greatestEnd = end;
+    if (end < before) {
+        chunk.summarize();
+        summarizeBlocks(at.chunk);
+        return;
+    }
+    // The bounds ascend, so each of these stops at the first that has heard of a greater end.
+    for (std::size_t slot = at.slot + 1; slot < chunk.keys.size() && chunk.keys[slot].endBefore < end; ++slot) {
+        chunk.keys[slot].endBefore = end;
+    }
+    chunk.greatestEnd = std::max(chunk.greatestEnd, end);
+    for (std::size_t i = at.chunk + 1; i < m_chunks.size() && m_chunks[i].endBefore < end; ++i) {
+        m_chunks[i].endBefore = end;
+    }
+    raiseBlock(at.chunk);
+}
+
+void KeyIndex::Chunk::summarize() {
+    firstAddress = keys.front().address;
+    greatestEnd = 0;
+    for (Key& key : keys) {
+        key.endBefore = greatestEnd;
+        greatestEnd = std::max(greatestEnd, key.greatestEnd);
+    }
+}
+
+void KeyIndex::raiseBlock(std::size_t chunk) {
+    unsigned long long& end = m_blockEnds[chunk / k_blockSize];
+    end = std::max(end, m_chunks[chunk].greatestEnd);
+}
+
+void KeyIndex::summarizeBlocks(std::size_t fromChunk) {
+    std::size_t const first = fromChunk / k_blockSize;
+    m_blockEnds.resize((m_chunks.size() + k_blockSize - 1) / k_blockSize);
+    std::fill(m_blockEnds.begin() + static_cast<std::ptrdiff_t>(std::min(first, m_blockEnds.size())),
+              m_blockEnds.end(), 0);
+    for (std::size_t chunk = first * k_blockSize; chunk < m_chunks.size(); ++chunk) {
+        raiseBlock(chunk);
+    }
+}
+
+} // namespace ORV_3_30

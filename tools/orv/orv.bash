@@ -1,0 +1,33 @@
+# Bash completion for orv.
+_orv() {
+    local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD-1]}
+    local common="--json --arch --no-debug-info --log-level --version --help"
+    local command="" word
+    for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
+        case $word in
+            symbolize|info|candidates|symbols|sections|segments|address) command=$word; break ;;
+        esac
+    done
+    case $prev in
+        --arch) COMPREPLY=($(compgen -W "arm em180 em181 em50 unknown x86 x86-64" -- "$cur")); return ;;
+        --log-level) COMPREPLY=($(compgen -W "trace info warn error off" -- "$cur")); return ;;
+        --kind) COMPREPLY=($(compgen -W "function data other" -- "$cur")); return ;;
+        --range) return ;;
+    esac
+    if [[ -z $command ]]; then
+        COMPREPLY=($(compgen -W "symbolize info candidates symbols sections segments address $common" -- "$cur"))
+        return
+    fi
+    if [[ $cur == -* ]]; then
+        local own=""
+        case $command in
+            symbolize) own="-e --exe -f --functions -i --inlines -C --demangle -a --addresses -p --pretty-print -s --basenames" ;;
+            symbols) own="--kind --range --disjoint -C --demangle" ;;
+            address) own="--rva --file-offset" ;;
+        esac
+        COMPREPLY=($(compgen -W "$own $common" -- "$cur"))
+        return
+    fi
+    COMPREPLY=($(compgen -f -- "$cur"))
+}
+complete -o filenames -F _orv orv
