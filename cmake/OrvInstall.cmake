@@ -12,6 +12,8 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/orvConfigVersion.cmake CO
 install(FILES ${PROJECT_BINARY_DIR}/orvConfig.cmake ${PROJECT_BINARY_DIR}/orvConfigVersion.cmake
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/orv)
 
+# The installed tree may be moved as a whole.
+file(RELATIVE_PATH ORV_PC_TO_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(cmake/orv.pc.in ${PROJECT_BINARY_DIR}/orv.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/orv.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 

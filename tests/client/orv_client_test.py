@@ -1,1 +1,177 @@
+"""The command line client on programs built here: its answers, its manners, its exit statuses."""
 
+import json
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+
+ORV = os.environ["ORV"]
+CC = "gcc"
+SOURCE = r"""
+#include <stdio.h>
+int counter = 7;
+__attribute__((noinline)) static int helper(int x) { return x * 3 + counter; }
+__attribute__((noinline)) int twice(int x) { return helper(x) + helper(x + 1); }
+int main(int argc, char **argv) { (void)argv; printf("%d\n", twice(argc)); return 0; }
+"""
+CXX_SOURCE = """
+namespace ns { template <typename T> T add(T a, T b) { return a + b; } template int add<int>(int, int); }
+"""
+failures = []
+
+
+def run(*arguments, text_in=None, cwd=None):
+    result = subprocess.run([ORV, *arguments], input=text_in, capture_output=True, text=True, cwd=cwd)
+    if result.returncode < 0:
+        failures.append(f"orv {' '.join(arguments)}: ended by signal {-result.returncode}")
+    return result
+
+
+def expect(what, got, wanted):
+    if got != wanted:
+        failures.append(f"{what}: got {got!r}, wanted {wanted!r}")
+
+
+def build(folder):
+    (folder / "p.c").write_text(SOURCE)
+    (folder / "t.cpp").write_text(CXX_SOURCE)
+    subprocess.run([CC, "-O1", "-o", folder / "p", folder / "p.c"], check=True)
+    subprocess.run(["g++", "-O1", "-shared", "-fPIC", "-o", folder / "t.so", folder / "t.cpp"], check=True)
+    subprocess.run([CC, "-m32", "-ffreestanding", "-c", "-o", folder / "p32.o", folder / "p.c"],
+                   check=False, stderr=subprocess.DEVNULL)
+    return {line.split()[2]: line.split()[0]
+            for line in subprocess.run(["nm", folder / "p"], check=True, capture_output=True,
+                                       text=True).stdout.splitlines() if len(line.split()) == 3}
+
+
+def check_symbolize(folder, symbols):
+    """addr2line's own words, but for the line part, which nobody reads yet."""
+    program = str(folder / "p")
+    words = [symbols["main"], "0x" + symbols["twice"], symbols["helper"].upper().replace("X", "x"), "0", "ffffffffffff"]
+    for flags in ["", "-f", "-a", "-p", "-fa", "-fp", "-ap", "-fap", "-faps", "-fC", "-fi"]:
+        options = [flags] if flags else []
+        for mode in ["arguments", "input"]:
+            arguments = words if mode == "arguments" else []
+            text = None if mode == "arguments" else "\n".join(words)
+            mine = run("symbolize", *options, "-e", program, *arguments, text_in=text)
+            theirs = subprocess.run(["addr2line", *options, "-e", program, *arguments], input=text,
+                                    capture_output=True, text=True)
+            wanted = [line.replace("??:?", "??:0").replace("p.c:?", "??:0") for line in theirs.stdout.splitlines()]
+            expect(f"symbolize {flags} by {mode}", mine.stdout.splitlines(), wanted)
+            expect(f"symbolize {flags} status", mine.returncode, 0)
+    library = subprocess.run(["nm", "-D", "--defined-only", folder / "t.so"], capture_output=True, text=True).stdout
+    address = next(line.split()[0] for line in library.splitlines() if "add" in line)
+    expect("demangled", run("symbolize", "-fCe", str(folder / "t.so"), address).stdout,
+           "int ns::add<int>(int, int)\n??:0\n")
+    expect("a.out by default", run("symbolize", "-f", "0", cwd=folder).stderr[:12], "orv: a.out: ")
+    os.link(program, folder / "a.out")
+    expect("a.out", run("symbolize", "-f", symbols["main"], cwd=folder).stdout, "main\n??:0\n")
+
+    odd = run("symbolize", "-f", "-e", program, "xyz", symbols["main"])
+    expect("no address", (odd.stdout, odd.returncode), ("??\n??:0\nmain\n??:0\n", 1))
+    expect("no address, said once", odd.stderr.count("\n"), 1)
+    answers = run("symbolize", "--json", "-e", program, symbols["twice"], "zz").stdout.splitlines()
+    expect("json", json.loads(answers[0]), {"address": "0x" + symbols["twice"].lstrip("0"), "function": "twice",
+                                            "offset": "0x0", "file": None, "line": None})
+    expect("json of no address", json.loads(answers[1])["address"], "zz")
+
+    # A conversation: each answer is there before the next question is asked.
+    with subprocess.Popen([ORV, "symbolize", "-f", "-e", program], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                          text=True) as partner:
+        for name in ["main", "twice", "main"]:
+            partner.stdin.write(symbols[name] + "\n")
+            partner.stdin.flush()
+            expect("conversation", (partner.stdout.readline(), partner.stdout.readline()), (name + "\n", "??:0\n"))
+        partner.stdin.close()
+
+
+def check_commands(folder, symbols):
+    program = str(folder / "p")
+    info = json.loads(run("info", "--json", program).stdout)
+    expect("info", (info["format"], info["architecture"], info["file"]), ("ELF", "x86-64", program))
+    expect("entry point", int(info["entry_point"], 16), int(symbols["_start"], 16))
+    expect("info for people", run("info", program).stdout.splitlines()[1].split(), ["format", "ELF"])
+    expect("candidates", (run("candidates", program).returncode), 0)
+
+    listed = [json.loads(line) for line in run("symbols", "--json", program).stdout.splitlines()]
+    starts = [int(symbol["start"], 16) for symbol in listed]
+    expect("symbols by address", starts, sorted(starts))
+    by_name = {symbol["name"]: symbol for symbol in listed}
+    expect("a function", (by_name["twice"]["kind"], by_name["twice"]["visibility"]), ("function", "global"))
+    expect("a local", by_name["helper"]["visibility"], "local")
+    functions = run("symbols", "--kind", "function", program).stdout
+    expect("kinds", ("twice" in functions, "__data_start" in functions), (True, False))
+    expect("kinds twice", run("symbols", "--kind", "function,other", program).returncode, 0)
+    address = int(symbols["twice"], 16)
+    ranged = run("symbols", "--json", "--kind", "function", "--range", f"{address:x}:{address + 1:x}", program).stdout
+    expect("range", [json.loads(line)["name"] for line in ranged.splitlines()], ["twice"])
+    previous_end = 0
+    for line in run("symbols", "--disjoint", "--json", program).stdout.splitlines():
+        piece = json.loads(line)
+        start = int(piece["start"], 16)
+        expect(f"disjoint at {piece['start']}", start >= previous_end, True)
+        previous_end = start + piece["size"]
+
+    sections = [json.loads(line) for line in run("sections", "--json", program).stdout.splitlines()]
+    expect("sections", [s["name"] for s in sections if s["name"] == ".text"], [".text"])
+    segments = [json.loads(line) for line in run("segments", "--json", program).stdout.splitlines()]
+    expect("segments", {s["type"] for s in segments}, {"code", "data"})
+
+    forms = json.loads(run("address", "--json", program, f"{address + 1:x}").stdout)
+    expect("symbol of an address", forms["symbol"], {"name": "twice", "offset": "0x1"})
+    expect("section of an address", forms["section"]["name"], ".text")
+    for option, key in [("--rva", "rva"), ("--file-offset", "file_offset")]:
+        again = json.loads(run("address", "--json", option, program, forms[key]).stdout)
+        expect(option, again["address"], forms["address"])
+    outside = run("address", program, "fffffffffff0")
+    expect("outside", (outside.stdout, outside.returncode), ("", 1))
+    if (folder / "p32.o").exists():
+        expect("32 bits", run("symbolize", "-a", "-e", str(folder / "p32.o"), "10").stdout, "0x00000010\n??:0\n")
+
+
+def check_manners(folder):
+    program = str(folder / "p")
+    (folder / "text").write_text("no module\n")
+    for arguments, status, beginning in [
+        (["info", str(folder / "missing")], 1, f"orv: {folder}/missing: cannot be opened"),
+        (["info", str(folder)], 1, f"orv: {folder}: cannot be opened"),
+        (["symbols", str(folder / "text")], 1, f"orv: {folder}/text: is not a module"),
+        (["info"], 2, "orv: "),
+        (["nothing"], 2, "orv: "),
+        ([], 2, "orv: "),
+        (["symbols", "--kind", "x", program], 2, "orv: --kind: x: the kinds are"),
+        (["symbols", "--range", "1", program], 2, "orv: --range: 1: give two"),
+        (["info", "--arch", "99", program], 2, "orv: --arch: 99: give one of arm,"),
+        (["address", "--rva", "--file-offset", program, "1"], 2, "orv: "),
+    ]:
+        result = run(*arguments)
+        expect(f"orv {arguments}", (result.returncode, result.stdout, result.stderr.count("\n")), (status, "", 1))
+        expect(f"orv {arguments} says", result.stderr[:len(beginning)], beginning)
+    for arguments in [["--help"], ["symbolize", "--help"], ["symbols", "--help"], ["address", "--help"],
+                      ["info", "--help"], ["candidates", "--help"], ["sections", "--help"], ["segments", "--help"]]:
+        result = run(*arguments)
+        expect(f"orv {arguments}", (result.returncode, "orv " in result.stdout), (0, True))
+        if len(arguments) == 2:
+            expect(f"example in {arguments}", "Example:\n" in result.stdout, True)
+    expect("version", run("--version").stdout, "orv 3.30\n")
+    expect("version behind a command", run("info", "--version").stdout, "orv 3.30\n")
+    expect("quiet by default", run("info", program).stderr, "")
+    expect("log on request", "ENTER: loadSymbolsFromModuleEx" in run("info", "--log-level", "trace", program).stderr, True)
+    expect("common options ahead", json.loads(run("--json", "info", program).stdout)["format"], "ELF")
+    with open("/dev/full", "w") as full:
+        result = subprocess.run([ORV, "symbols", program], stdout=full, stderr=subprocess.PIPE, text=True)
+    expect("nowhere to write", (result.returncode, result.stderr), (1, "orv: standard output cannot be written\n"))
+
+
+with tempfile.TemporaryDirectory() as name:
+    folder = pathlib.Path(name)
+    symbols = build(folder)
+    check_symbolize(folder, symbols)
+    check_commands(folder, symbols)
+    check_manners(folder)
+for failure in failures:
+    print("FAILED", failure)
+print(f"{len(failures)} failures")
+sys.exit(1 if failures else 0)
