@@ -18,8 +18,8 @@ private:
 };
 
 /// Walks the values of a live map.
-template <typename Map, typename T, typename Filter, typename FilterArg>
-class MapIteratorWrapper final : public SymMgrObject<IIterator<T>> {
+template <typename Map, typename T, typename Filter, typename FilterArg> class MapIteratorWrapper final
+    : public SymMgrObject<IIterator<T>> {
 public:
     MapIteratorWrapper(Map& map, FilterArg filter)
         : m_position(map.begin()), m_first(map.begin()), m_end(map.end()), m_filter(filter) {}

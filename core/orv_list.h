@@ -62,9 +62,7 @@ public:
     Item* cursor() const { return m_cursor; }
 
     /// Adds a node behind the cursor, that is, in arrival order if all nodes come this way.
-    void append(Item* item) {
-        link(m_cursor, item);
-    }
+    void append(Item* item) { link(m_cursor, item); }
 
 protected:
     /// Links a node behind another, or at the head, and makes it the cursor.
@@ -130,8 +128,8 @@ private:
 
 /// Ascending by a key of the objects, which it does not own. Objects of the same key all stay, the
 /// one inserted later in front.
-template <typename K, typename T>
-class SortPtrList : public SortList<K, ListPtrItem<T, K>, ListRemover<ListPtrItem<T, K>>> {
+template <typename K, typename T> class SortPtrList
+    : public SortList<K, ListPtrItem<T, K>, ListRemover<ListPtrItem<T, K>>> {
 public:
     void insert(T* object) {
         auto* const item = new ListPtrItem<T, K>(object);

@@ -30,27 +30,34 @@ void reportAssertion(char const* condition, char const* file, int line);
 class MethodTrace {
 public:
     MethodTrace(char const* name, char const* file, int line) : m_name(name), m_file(file), m_line(line) {
-        note("ENTER: ");
+        m_isTraced = note("ENTER: ");
     }
-    ~MethodTrace() { note("EXIT:  "); }
+    ~MethodTrace() {
+        if (m_isTraced) {
+            note("EXIT:  ");
+        }
+    }
     MethodTrace(MethodTrace const&) = delete;
     MethodTrace& operator=(MethodTrace const&) = delete;
 
 private:
     /// Without memory for the record there is no record: it must not end the operation, least of all
-    /// on its way out.
-    void note(char const* what) const noexcept {
+    /// on its way out. False if nobody listens.
+    bool note(char const* what) const noexcept {
         try {
-            if (enabled(level_Trace)) {
-                write(level_Trace, std::string(what) + m_name, m_file, m_line);
+            if (!enabled(level_Trace)) {
+                return false;
             }
+            write(level_Trace, std::string(what) + m_name, m_file, m_line);
         } catch (...) { // NOLINT(bugprone-empty-catch)
         }
+        return true;
     }
 
     char const* m_name;
     char const* m_file;
     int m_line;
+    bool m_isTraced = false;
 };
 
 inline bool verify(bool holds, char const* condition, char const* file, int line) {
@@ -64,6 +71,7 @@ inline bool verify(bool holds, char const* condition, char const* file, int line
 
 #define ORV_TRACE(name) ::ORV_3_30::trace::MethodTrace const orvMethodTrace((name), __FILE__, __LINE__)
 
+// NOLINTBEGIN(bugprone-macro-parentheses): a stream expression must stand bare.
 // As in MethodTrace, a record that there is no memory for is dropped.
 #define ORV_LOG_AS(how, level, stream)                                                                                 \
     do {                                                                                                               \
@@ -77,11 +85,12 @@ inline bool verify(bool holds, char const* condition, char const* file, int line
         }                                                                                                              \
     } while (false)
 
+// NOLINTEND(bugprone-macro-parentheses)
+
 #define ORV_TRACE_INPUT(operation, parameter, value)                                                                   \
     ORV_LOG_AS(write, ::ORV_3_30::trace::level_Trace, (operation) << ": [IN] " << (parameter) << " = " << (value))
 #define ORV_INFO(stream) ORV_LOG_AS(write, ::ORV_3_30::trace::level_Info, stream)
 #define ORV_WARN(stream) ORV_LOG_AS(report, ::ORV_3_30::trace::level_Warn, stream)
 #define ORV_ERROR(stream) ORV_LOG_AS(report, ::ORV_3_30::trace::level_Error, stream)
 
-#define ORV_ASSERT(condition, text)                                                                                    \
-    ::ORV_3_30::trace::verify(static_cast<bool>(condition), (text), __FILE__, __LINE__)
+#define ORV_ASSERT(condition, text) ::ORV_3_30::trace::verify(static_cast<bool>(condition), (text), __FILE__, __LINE__)

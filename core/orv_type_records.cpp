@@ -9,17 +9,20 @@ namespace ORV_3_30 {
 
 namespace {
 
-template <typename... Types> struct Records { static inline std::type_info const* const all[] = {&typeid(Types)...}; };
+template <typename... Types> struct Records {
+    static inline std::type_info const* const all[] = {&typeid(Types)...};
+};
 
 template <typename T> using Iterator = IIterator<SymMgrObjectPtr<T>>;
 
-using Interfaces = Records<
-    ISymMgrObject, ISymbolManager, IModuleSymbolBank, IPrefetcher, IModuleImage, IFileFormatLoader, IAddress, IBuffer,
-    ISection, ISegment, IScope, ISymbolTable, ISymbol, IThunk, IInlineInstance, ISymbolChooser, ISymbolRange, IRanges,
-    ISourceFile, ISourceLine, ISourceLocation, ISourceLocationChooser, ICompUnitDetails, ISrcLineResolver,
-    IDebugInfoLoader, ILineTable, IStackFrameContext, IOptReportEntry, ISymbolFileToResolve, ISymbolFileResolver,
-    Iterator<ISymbol>, Iterator<ISymbolRange>, Iterator<ISourceLine>, Iterator<ISourceLocation>, Iterator<ISection>,
-    Iterator<ISymbolFileToResolve>, IIterator<ISegment*>, IIterator<IOptReportEntry*>>;
+using Interfaces =
+    Records<ISymMgrObject, ISymbolManager, IModuleSymbolBank, IPrefetcher, IModuleImage, IFileFormatLoader, IAddress,
+            IBuffer, ISection, ISegment, IScope, ISymbolTable, ISymbol, IThunk, IInlineInstance, ISymbolChooser,
+            ISymbolRange, IRanges, ISourceFile, ISourceLine, ISourceLocation, ISourceLocationChooser, ICompUnitDetails,
+            ISrcLineResolver, IDebugInfoLoader, ILineTable, IStackFrameContext, IOptReportEntry, ISymbolFileToResolve,
+            ISymbolFileResolver, Iterator<ISymbol>, Iterator<ISymbolRange>, Iterator<ISourceLine>,
+            Iterator<ISourceLocation>, Iterator<ISection>, Iterator<ISymbolFileToResolve>, IIterator<ISegment*>,
+            IIterator<IOptReportEntry*>>;
 
 } // namespace
 

@@ -239,8 +239,8 @@ void ElfHelper::classifyAddresses(unsigned int index) {
         m_codeRanges.set(start, end);
         return;
     }
-    bool const isData = (section.sh_flags & SHF_WRITE) != 0 ||
-                        ((section.sh_flags & SHF_ALLOC) != 0 && section.sh_type == SHT_PROGBITS);
+    bool const isData =
+        (section.sh_flags & SHF_WRITE) != 0 || ((section.sh_flags & SHF_ALLOC) != 0 && section.sh_type == SHT_PROGBITS);
     auto const holdsAll = [&](Load const& load) { return load.holds(start) && end - load.start <= load.size; };
     if (isData && (holdsAll(m_secondLoad) || holdsAll(m_firstLoad))) {
         m_dataRanges.set(start, end);

@@ -20,18 +20,38 @@ struct PatchedWidth {
 
 /// Also those of the two offload processors, which use the same numbers.
 constexpr PatchedWidth k_x86_64Widths[] = {
-    {R_X86_64_NONE, 0},      {R_X86_64_64, 8},        {R_X86_64_PC32, 4},     {R_X86_64_GOT32, 4},
-    {R_X86_64_PLT32, 4},     {R_X86_64_GLOB_DAT, 8},  {R_X86_64_JUMP_SLOT, 8}, {R_X86_64_RELATIVE, 8},
-    {R_X86_64_GOTPCREL, 4},  {R_X86_64_32, 4},        {R_X86_64_32S, 4},      {R_X86_64_DTPMOD64, 8},
-    {R_X86_64_DTPOFF64, 8},  {R_X86_64_TPOFF64, 8},   {R_X86_64_TLSGD, 4},    {R_X86_64_TLSLD, 4},
-    {R_X86_64_DTPOFF32, 4},  {R_X86_64_GOTTPOFF, 4},  {R_X86_64_TPOFF32, 4},  {R_X86_64_PC64, 8},
-    {R_X86_64_GOTOFF64, 8},  {R_X86_64_GOTPC32, 4},   {R_X86_64_SIZE32, 4},   {R_X86_64_SIZE64, 8},
-    {R_X86_64_GOTPC32_TLSDESC, 4}, {R_X86_64_GOTPCRELX, 4}, {R_X86_64_REX_GOTPCRELX, 4},
+    {R_X86_64_NONE, 0},
+    {R_X86_64_64, 8},
+    {R_X86_64_PC32, 4},
+    {R_X86_64_GOT32, 4},
+    {R_X86_64_PLT32, 4},
+    {R_X86_64_GLOB_DAT, 8},
+    {R_X86_64_JUMP_SLOT, 8},
+    {R_X86_64_RELATIVE, 8},
+    {R_X86_64_GOTPCREL, 4},
+    {R_X86_64_32, 4},
+    {R_X86_64_32S, 4},
+    {R_X86_64_DTPMOD64, 8},
+    {R_X86_64_DTPOFF64, 8},
+    {R_X86_64_TPOFF64, 8},
+    {R_X86_64_TLSGD, 4},
+    {R_X86_64_TLSLD, 4},
+    {R_X86_64_DTPOFF32, 4},
+    {R_X86_64_GOTTPOFF, 4},
+    {R_X86_64_TPOFF32, 4},
+    {R_X86_64_PC64, 8},
+    {R_X86_64_GOTOFF64, 8},
+    {R_X86_64_GOTPC32, 4},
+    {R_X86_64_SIZE32, 4},
+    {R_X86_64_SIZE64, 8},
+    {R_X86_64_GOTPC32_TLSDESC, 4},
+    {R_X86_64_GOTPCRELX, 4},
+    {R_X86_64_REX_GOTPCRELX, 4},
 };
 constexpr PatchedWidth k_em50Widths[] = {
-    {R_IA64_NONE, 0},       {R_IA64_DIR32LSB, 4},   {R_IA64_DIR64LSB, 8},    {R_IA64_GPREL32LSB, 4},
-    {R_IA64_FPTR32LSB, 4},  {R_IA64_PCREL32LSB, 4}, {R_IA64_SEGREL32LSB, 4}, {R_IA64_SECREL32LSB, 4},
-    {R_IA64_REL32LSB, 4},   {R_IA64_LTV32LSB, 4},   {R_IA64_DTPREL32LSB, 4}, {R_IA64_LTOFF_FPTR32LSB, 4},
+    {R_IA64_NONE, 0},      {R_IA64_DIR32LSB, 4},   {R_IA64_DIR64LSB, 8},    {R_IA64_GPREL32LSB, 4},
+    {R_IA64_FPTR32LSB, 4}, {R_IA64_PCREL32LSB, 4}, {R_IA64_SEGREL32LSB, 4}, {R_IA64_SECREL32LSB, 4},
+    {R_IA64_REL32LSB, 4},  {R_IA64_LTV32LSB, 4},   {R_IA64_DTPREL32LSB, 4}, {R_IA64_LTOFF_FPTR32LSB, 4},
 };
 
 /// Bytes that a relocation patches, by its type; the address size where the type is not known.
@@ -152,8 +172,8 @@ SymMgrObjectPtr<RelocationAddends> relocationAddends(ElfHelper const& helper, un
         if (symbol != 0 && ELF64_ST_TYPE(entry.st_info) >= STT_FILE) {
             continue;
         }
-        entries.push_back({offset, entry.st_name, addend + entry.st_value, ordinal, patchedWidth(helper, type),
-                           referred.strings});
+        entries.push_back(
+            {offset, entry.st_name, addend + entry.st_value, ordinal, patchedWidth(helper, type), referred.strings});
     }
     result->setEntries(std::move(entries));
     return result;

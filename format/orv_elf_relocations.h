@@ -19,9 +19,9 @@ public:
     struct Entry {
         std::uint64_t offset;
         std::uint64_t nameOffset;
-        std::uint64_t value;   ///< The symbol's value plus the addend.
-        unsigned int ordinal;  ///< Number in the relocation section, skipped ones counted.
-        unsigned int width;    ///< Bytes that the relocation's type patches: 4, 8, or 0 for none.
+        std::uint64_t value;                   ///< The symbol's value plus the addend.
+        unsigned int ordinal;                  ///< Number in the relocation section, skipped ones counted.
+        unsigned int width;                    ///< Bytes that the relocation's type patches: 4, 8, or 0 for none.
         SymMgrObjectPtr<ISectionData> strings; ///< May be null.
     };
 

@@ -113,8 +113,7 @@ bool ElfSymbolReader::accept(Elf64_Sym const& entry, RawSymbol& out) const {
             continue;
         }
         unsigned long long const address = m_delta + entry.st_value;
-        bool const isPlaced =
-            m_helper.isCodeAddress(address) || (rule.mayLieInData && m_helper.isDataAddress(address));
+        bool const isPlaced = m_helper.isCodeAddress(address) || (rule.mayLieInData && m_helper.isDataAddress(address));
         if ((m_kinds & rule.neededKinds) == 0 || !isPlaced) {
             return false;
         }
@@ -132,9 +131,8 @@ void SymbolCallBack::symbol(RawSymbol const& symbol) {
     if (symbol.name == nullptr || *symbol.name == '\0') {
         return;
     }
-    SymMgrObjectPtr<SymbolScope> const scope(new SymbolScope(m_loader, SymbolName::borrowed(symbol.name),
-                                                             symbol.address, m_table->scope(), symbol.visibility,
-                                                             symbol.kind));
+    SymMgrObjectPtr<SymbolScope> const scope(new SymbolScope(
+        m_loader, SymbolName::borrowed(symbol.name), symbol.address, m_table->scope(), symbol.visibility, symbol.kind));
     attach(*scope, symbol.address, symbol.size);
     // The table may refuse the scope: the first symbol in stays where two are the same.
     m_table->addRange(symbol.address, symbol.address + symbol.size, scope.get());

@@ -36,8 +36,6 @@ status_t Segment::readAt(unsigned long long offset, unsigned long long size, Sym
     return m_owner->readBytes(offset + m_fileOffset, size, out);
 }
 
-void Segment::sections(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISection>>>& out, bool /*codeOnly*/) {
-    out = nullptr;
-}
+void Segment::sections(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISection>>>& out, bool /*codeOnly*/) { out = nullptr; }
 
 } // namespace ORV_3_30

@@ -133,8 +133,7 @@ IFileModifiable* openFileModifiable(char const* path, bool create, file_op_statu
     return openLinuxFile(path, O_RDWR | (create ? O_CREAT : 0), status);
 }
 
-File::File(char const* path)
-    : m_file(openFile(path, m_openStatus)), m_path(path != nullptr ? path : "") {}
+File::File(char const* path) : m_file(openFile(path, m_openStatus)), m_path(path != nullptr ? path : "") {}
 
 File::~File() {
     if (m_file != nullptr) {

@@ -97,7 +97,9 @@ public:
 
     static FileModifiable* create(char const* path, bool create);
 
-    bool append(std::uint64_t length, void const* buffer) { return m_file != nullptr && m_file->append(length, buffer); }
+    bool append(std::uint64_t length, void const* buffer) {
+        return m_file != nullptr && m_file->append(length, buffer);
+    }
     bool writeAt(std::int64_t offset, std::uint64_t length, void const* buffer) {
         return m_file != nullptr && m_file->writeAt(offset, length, buffer);
     }

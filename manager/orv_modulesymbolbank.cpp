@@ -42,8 +42,8 @@ status_t IModuleSymbolBank::create(SymMgrObjectPtr<IModuleSymbolBank>& bank, Sym
             ORV_ERROR("can't instantiate ISymbolManager object\n");
             return status_Fail;
         }
-        return manager->loadSymbolsFromModule(bank, image, resolver,
-                                              newLoader ? load_flags_NewLoader : load_flags_None, targetName);
+        return manager->loadSymbolsFromModule(bank, image, resolver, newLoader ? load_flags_NewLoader : load_flags_None,
+                                              targetName);
     });
 }
 
@@ -119,8 +119,8 @@ status_t ModuleSymbolBank::optReportByAddress(SymMgrObjectPtr<IAddress> addr, IO
     return guarded([&] { return addr ? m_optReports.reportAtAddress(addr.get(), out) : status_False; });
 }
 
-status_t ModuleSymbolBank::symbolRangeByAddress(IAddress* addr, SymMgrObjectPtr<ISymbolRange>& out,
-                                                symbol_kind_t mask, ISymbolChooser* resolver) {
+status_t ModuleSymbolBank::symbolRangeByAddress(IAddress* addr, SymMgrObjectPtr<ISymbolRange>& out, symbol_kind_t mask,
+                                                ISymbolChooser* resolver) {
     ORV_TRACE("symbolRangeByAddress");
     if (addr == nullptr) {
         return status_InvalidArg;

@@ -170,7 +170,8 @@ status_t SymbolManager::getFileLoader(SymMgrObjectPtr<IFileFormatLoader>& loader
         return status_InvalidArg;
     }
     char const* const name = image->fileName();
-    if (name == nullptr || (!fileExists(name) && std::strncmp(name, k_kernelPrefix, std::strlen(k_kernelPrefix)) != 0)) {
+    if (name == nullptr ||
+        (!fileExists(name) && std::strncmp(name, k_kernelPrefix, std::strlen(k_kernelPrefix)) != 0)) {
         ORV_ERROR("could not open file\n");
         return status_CantOpenFile;
     }

@@ -29,9 +29,9 @@ constexpr std::string_view k_temporary = "reference temporary #";
 
 /// Longest first, so that "<<=" is not taken for "<".
 constexpr std::string_view k_symbolOperators[] = {
-    "<=>", "->*", "<<=", ">>=", "()", "[]", "->", "<<", ">>", "<=", ">=", "==", "!=", "&&", "||",
-    "++",  "--",  "+=",  "-=",  "*=", "/=", "%=", "^=", "&=", "|=", "<",  ">",  "+",  "-",  "*",
-    "/",   "%",   "^",   "&",   "|",  "~",  "!",  "=",  ",",  "?",
+    "<=>", "->*", "<<=", ">>=", "()", "[]", "->", "<<", ">>", "<=", ">=", "==", "!=", "&&",
+    "||",  "++",  "--",  "+=",  "-=", "*=", "/=", "%=", "^=", "&=", "|=", "<",  ">",  "+",
+    "-",   "*",   "/",   "%",   "^",  "&",  "|",  "~",  "!",  "=",  ",",  "?",
 };
 constexpr std::string_view k_wordOperators[] = {" new[]", " delete[]", " new", " delete", " co_await", "\"\" "};
 constexpr std::string_view k_qualifiers[] = {" const", " volatile", " restrict", " noexcept", " &&", " &"};
@@ -149,8 +149,8 @@ DemangledParts::Paren DemangledParts::classify(std::size_t at, std::size_t begin
         return Paren::PartOfName;
     }
     std::string_view const before = m_text.substr(begin, at - begin);
-    for (std::string_view const word : {std::string_view("decltype "), std::string_view("decltype"),
-                                        std::string_view("noexcept")}) {
+    for (std::string_view const word :
+         {std::string_view("decltype "), std::string_view("decltype"), std::string_view("noexcept")}) {
         if (before.size() >= word.size() && before.substr(before.size() - word.size()) == word) {
             return Paren::PartOfName;
         }
@@ -268,7 +268,7 @@ bool DemangledParts::isConversion(std::size_t at) const {
 /// list at its end is its own if the type is no name that could have arguments: a builtin type, a
 /// pointer, a reference, or a name with arguments already.
 std::size_t DemangledParts::ownArguments(std::size_t at, std::size_t end) const {
-    static constexpr std::string_view k_builtinEnds[] = {"int",  "char",   "long",  "short",  "bool",  "float",
+    static constexpr std::string_view k_builtinEnds[] = {"int",    "char",   "long",     "short",   "bool",    "float",
                                                          "double", "signed", "unsigned", "wchar_t", "__int128"};
     std::size_t last = end;
     for (std::size_t i = at + k_operator.size(); i < end;) {

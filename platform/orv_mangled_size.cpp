@@ -567,9 +567,7 @@ private:
             take("_");
             return k_wordSize;
         case 'o': m_at += 2; return sum(k_wordSize, type());
-        case 'O':
-            m_at += 2;
-            return sum(expressions(), type());
+        case 'O': m_at += 2; return sum(expressions(), type());
         default:
             if (!isLower(second)) {
                 return fail();
@@ -586,7 +584,7 @@ private:
     std::vector<std::uint64_t> m_candidates; ///< Sizes of what can be referred back to.
     std::uint64_t m_largestArgument = 0;
     std::uint64_t m_largestPack = 1; ///< Arguments that one pattern may be repeated for.
-    unsigned int m_signatures = 0; ///< How many parameter lists we are in.
+    unsigned int m_signatures = 0;   ///< How many parameter lists we are in.
 };
 
 } // namespace

@@ -2,8 +2,8 @@
 
 namespace ORV_3_30 {
 
-long long SymbolFileResolver::resolveSymbolFile(
-    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>>& candidates) {
+long long
+SymbolFileResolver::resolveSymbolFile(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>>& candidates) {
     candidates->reset();
     long long index = 0;
     for (auto candidate = candidates->current(); candidate; candidate = candidates->current()) {

@@ -9,8 +9,7 @@ namespace ORV_3_30 {
 /// needs a path from outside is passed over. Without state.
 class SymbolFileResolver final : public ISymbolFileResolver {
 public:
-    long long
-    resolveSymbolFile(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>>& candidates) override;
+    long long resolveSymbolFile(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>>& candidates) override;
 };
 
 } // namespace ORV_3_30

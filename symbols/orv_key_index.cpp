@@ -13,10 +13,10 @@ KeyIndex::Position KeyIndex::lowerBound(unsigned long long address) const {
     }
     Position at{static_cast<std::size_t>(chunk - m_chunks.begin()) - 1, 0};
     std::vector<Key> const& keys = m_chunks[at.chunk].keys;
-    at.slot = static_cast<std::size_t>(
-        std::lower_bound(keys.begin(), keys.end(), address,
-                         [](Key const& k, unsigned long long a) { return k.address < a; }) -
-        keys.begin());
+    at.slot =
+        static_cast<std::size_t>(std::lower_bound(keys.begin(), keys.end(), address,
+                                                  [](Key const& k, unsigned long long a) { return k.address < a; }) -
+                                 keys.begin());
     return at.slot < keys.size() ? at : Position{at.chunk + 1, 0};
 }
 
@@ -129,8 +129,8 @@ void KeyIndex::raiseBlock(std::size_t chunk) {
 void KeyIndex::summarizeBlocks(std::size_t fromChunk) {
     std::size_t const first = fromChunk / k_blockSize;
     m_blockEnds.resize((m_chunks.size() + k_blockSize - 1) / k_blockSize);
-    std::fill(m_blockEnds.begin() + static_cast<std::ptrdiff_t>(std::min(first, m_blockEnds.size())),
-              m_blockEnds.end(), 0);
+    std::fill(m_blockEnds.begin() + static_cast<std::ptrdiff_t>(std::min(first, m_blockEnds.size())), m_blockEnds.end(),
+              0);
     for (std::size_t chunk = first * k_blockSize; chunk < m_chunks.size(); ++chunk) {
         raiseBlock(chunk);
     }

@@ -27,10 +27,10 @@ struct RawSymbol {
 struct RangeRecord {
     unsigned long long start;
     std::atomic<unsigned long long> end; ///< A merge may move it while others read.
-    RangeRecord* next;         ///< The next record with the same start, by end, the greatest first.
-    std::atomic<Scope*> scope; ///< The table holds a reference on it. Null: not made yet.
-    char const* rawName;       ///< Null unless a raw symbol stands here.
-    std::uint32_t order;       ///< Arrival: of equal ends, the one that came first stands in front.
+    RangeRecord* next;                   ///< The next record with the same start, by end, the greatest first.
+    std::atomic<Scope*> scope;           ///< The table holds a reference on it. Null: not made yet.
+    char const* rawName;                 ///< Null unless a raw symbol stands here.
+    std::uint32_t order;                 ///< Arrival: of equal ends, the one that came first stands in front.
     std::uint8_t rawKind;
     std::uint8_t rawVisibility;
 

@@ -29,9 +29,14 @@ Scope::Extras& Scope::extras() {
 
 ISymbolTable* Scope::symbolTable() {
     Extras& own = extras();
+    ISymbolTable* const made = own.madeTable.load(std::memory_order_acquire);
+    if (made != nullptr) {
+        return made;
+    }
     LockGuard guard(&own.lock);
     if (!own.table) {
         own.table = new SymbolTable(this, &own.lock);
+        own.madeTable.store(own.table.get(), std::memory_order_release);
     }
     return own.table.get();
 }
@@ -108,8 +113,8 @@ status_t Scope::symbolRanges(SymMgrObjectPtr<SymbolRangeIterator>& out, unsigned
     return out ? status_Ok : status_False;
 }
 
-status_t Scope::symbolRangeByAddress(SymMgrObjectPtr<ISymbolRange>& out, unsigned long long address,
-                                     symbol_kind_t mask, ISymbolChooser* resolver) {
+status_t Scope::symbolRangeByAddress(SymMgrObjectPtr<ISymbolRange>& out, unsigned long long address, symbol_kind_t mask,
+                                     ISymbolChooser* resolver) {
     out = nullptr;
     status_t const status = ensureKinds(mask);
     if (status != status_Ok) {

@@ -85,16 +85,17 @@ protected:
 private:
     /// What only few scopes have.
     struct Extras {
-        OrvLock lock; ///< Guards the count of the table.
+        OrvLock lock; ///< Guards the count of the table, and its making.
         SymMgrObjectPtr<ISymbolTable> table;
+        std::atomic<ISymbolTable*> madeTable{nullptr}; ///< The same, for those who only ask.
         ThunkList thunks;
     };
     Extras& extras();
 
     RangeList m_ranges;
-    Scope* m_parent;                          ///< Not counted.
-    IFileFormatLoader* m_loader;              ///< Not counted.
-    std::atomic<Extras*> m_extras{nullptr};   ///< Owned. Null until needed.
+    Scope* m_parent;                        ///< Not counted.
+    IFileFormatLoader* m_loader;            ///< Not counted.
+    std::atomic<Extras*> m_extras{nullptr}; ///< Owned. Null until needed.
     std::atomic<unsigned int> m_loadedKinds{0};
 };
 

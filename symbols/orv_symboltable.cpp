@@ -326,8 +326,8 @@ void SymbolTable::eraseDeserted(unsigned long long from, unsigned long long to) 
 }
 
 RangeRecord* SymbolTable::makeRecord(Position at, unsigned long long end, Scope* scope, std::uint32_t order) {
-    RangeRecord* const record = m_pool.make(m_keys.address(at), end, nullptr, scope, nullptr, 0U,
-                                            std::uint8_t{0}, std::uint8_t{0});
+    RangeRecord* const record =
+        m_pool.make(m_keys.address(at), end, nullptr, scope, nullptr, 0U, std::uint8_t{0}, std::uint8_t{0});
     link(at, record, order);
     return record;
 }
@@ -372,8 +372,7 @@ void SymbolTable::addRawSymbols(IFileFormatLoader* loader, std::vector<RawSymbol
 /// True if nothing but raw symbols without a scope starts at an address.
 bool SymbolTable::holdsOnlyRaw(unsigned long long address) const {
     Position const at = m_keys.lowerBound(address);
-    RangeRecord const* record =
-        !m_keys.isEnd(at) && m_keys.address(at) == address ? m_keys.records(at) : nullptr;
+    RangeRecord const* record = !m_keys.isEnd(at) && m_keys.address(at) == address ? m_keys.records(at) : nullptr;
     while (record != nullptr && record->isRaw()) {
         record = record->next;
     }

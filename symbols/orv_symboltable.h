@@ -93,9 +93,9 @@ private:
     KeyIndex m_keys;
     Pool<RangeRecord> m_pool;
     std::uint32_t m_arrivals = 0;
-    IFileFormatLoader* m_rawLoader = nullptr; ///< Whose the raw records are. Set ahead of the first one.
-    bool m_holdsScopes = false;               ///< Something but raw symbols has come in.
-    mutable std::mutex m_scopesLock;          ///< Guards the making of scopes, inside m_guard.
+    IFileFormatLoader* m_rawLoader = nullptr;             ///< Whose the raw records are. Set ahead of the first one.
+    bool m_holdsScopes = false;                           ///< Something but raw symbols has come in.
+    mutable std::mutex m_scopesLock;                      ///< Guards the making of scopes, inside m_guard.
     mutable std::vector<SymMgrObjectPtr<Scope>> m_scopes; ///< Once for each range or scope taken.
 };
 

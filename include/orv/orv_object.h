@@ -128,7 +128,7 @@ public:
 
     unsigned int addRef() override { return m_refCount.addRef(); }
     unsigned int release() override { return m_refCount.release(); }
-    virtual ~SymMgrObject() = default;
+    virtual ~SymMgrObject() = default; // NOLINT(modernize-use-override): not every T has one
     virtual void refCount(unsigned int& out) const { m_refCount.refCount(out); }
     void onDelete() override { delete this; }
 
@@ -179,6 +179,7 @@ public:
         }
     }
 
+    // NOLINTNEXTLINE(bugprone-unhandled-self-assignment): the same pointer changes nothing
     SymMgrObjectPtr& operator=(SymMgrObjectPtr const& other) { return *this = other.m_object; }
     /// Drops the old reference before it takes the new one.
     SymMgrObjectPtr& operator=(T* object) {

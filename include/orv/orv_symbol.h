@@ -11,7 +11,7 @@ enum symbol_kind_t : unsigned int {
     symbol_kind_Function = 1,
     symbol_kind_DataAlt = 2, ///< Labels of debug information.
     symbol_kind_Data = 4,
-    symbol_kind_Other = 8, ///< Untyped.
+    symbol_kind_Other = 8,       ///< Untyped.
     symbol_kind_FunctionAlt = 16 ///< Further entry points of a function.
 };
 

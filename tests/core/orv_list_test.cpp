@@ -10,8 +10,8 @@ using namespace orv_test;
 
 namespace {
 
-using Numbers = SortList<unsigned long long, ListTypeItem<unsigned long long>,
-                         ListRemover<ListTypeItem<unsigned long long>>>;
+using Numbers =
+    SortList<unsigned long long, ListTypeItem<unsigned long long>, ListRemover<ListTypeItem<unsigned long long>>>;
 
 struct Object {
     unsigned int id;

@@ -52,8 +52,8 @@ TEST(Slots, ManagerAndBank) {
                    &K::notImplementedQuery, &K::optReports, &K::optReportByAddress, &K::symbolRangeByAddress,
                    &K::originalSymbolRanges, &K::nonOverlappedSymbolRanges, &K::sourceFileByName,
                    &K::sourceLocationByAddress, &K::sectionByName, &K::segments, &K::segmentByName, &K::addressByRVA,
-                   &K::addressByValue, &K::addressByOffset, &K::addressByFileOffset, &K::memoryEstimate,
-                   &K::prefetcher, &K::findStackVariable, &K::symbolByRanges);
+                   &K::addressByValue, &K::addressByOffset, &K::addressByFileOffset, &K::memoryEstimate, &K::prefetcher,
+                   &K::findStackVariable, &K::symbolByRanges);
     expectSlots("IPrefetcher", 0, &IPrefetcher::putPseudoAddress, &IPrefetcher::putRVA);
 }
 

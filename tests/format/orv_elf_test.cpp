@@ -96,29 +96,44 @@ TEST(ElfHelper, RefusesWithTheRightWords) {
         {"as built", {}, {}, true, nullptr},
         {"big-endian", [](ElfBuilder& e) { e.dataByte = ELFDATA2MSB; }, {}, false, "ASSERTION FAILED: 'false'"},
         {"unknown machine", [](ElfBuilder& e) { e.machine = EM_MIPS; }, {}, false, "ASSERTION FAILED: 'false'"},
-        {"machine 31, big-endian", [](ElfBuilder& e) { e.machine = 31; e.dataByte = ELFDATA2MSB; }, {}, false,
+        {"machine 31, big-endian",
+         [](ElfBuilder& e) {
+             e.machine = 31;
+             e.dataByte = ELFDATA2MSB;
+         },
+         {},
+         false,
          "ASSERTION FAILED: 'false'"},
-        {"class 3", {}, [](std::string& b) { b[EI_CLASS] = 3; }, false,
-         "File %has neither ELFCLASS32 nor ELFCLASS64"},
+        {"class 3", {}, [](std::string& b) { b[EI_CLASS] = 3; }, false, "File %has neither ELFCLASS32 nor ELFCLASS64"},
         {"header cut", {}, [](std::string& b) { b.resize(40); }, false, "ASSERTION FAILED: 'false'"},
         {"identification cut", {}, [](std::string& b) { b.resize(10); }, false, "ASSERTION FAILED: 'false'"},
         {"no section headers", [](ElfBuilder& e) { e.withSectionHeaders = false; }, {}, true, nullptr},
         {"section headers beyond the file", {}, [](std::string& b) { b.pop_back(); }, false, nullptr},
-        {"names beyond the file", {}, [](std::string& b) { b[62] = 99; }, false,
+        {"names beyond the file",
+         {},
+         [](std::string& b) { b[62] = 99; },
+         false,
          "Failed to read string table for file%"},
         {"short section entries", {}, [](std::string& b) { b[58] = 8; }, false, nullptr},
         {"program headers beyond the file", {}, [](std::string& b) { b[33] = 0x7F; }, false, nullptr},
         {"truncated .debug_info",
-         [](ElfBuilder& e) { e.section(".debug_info", SHT_PROGBITS, 0, 0, "x", 0x10000); }, {}, false,
+         [](ElfBuilder& e) { e.section(".debug_info", SHT_PROGBITS, 0, 0, "x", 0x10000); },
+         {},
+         false,
          "Section .debug_infoin file %has incorrect size or file is truncated"},
-        {"truncated .comment", [](ElfBuilder& e) { e.section(".comment", SHT_PROGBITS, 0, 0, "x", 0x10000); }, {}, true,
+        {"truncated .comment",
+         [](ElfBuilder& e) { e.section(".comment", SHT_PROGBITS, 0, 0, "x", 0x10000); },
+         {},
+         true,
          nullptr},
         {"second .debug_info is another's business",
          [](ElfBuilder& e) {
              e.section(".debug_info", SHT_PROGBITS, 0, 0, "x");
              e.section(".debug_info", SHT_PROGBITS, 0, 0, "y", 0x10000);
          },
-         {}, true, nullptr},
+         {},
+         true,
+         nullptr},
     };
     TempDir const dir;
     for (auto const& row : rows) {
@@ -504,7 +519,9 @@ TEST(ElfHostile, TruncatedAndFlipped) {
         std::string bytes = good;
         // Headers are where the harm is.
         std::size_t const headers = bytes.size() - 64 * 9;
-        std::size_t const at = i % 3 == 0 ? random() % 176 : i % 3 == 1 ? headers + random() % (64 * 9) : random() % bytes.size();
+        std::size_t const at = i % 3 == 0   ? random() % 176
+                               : i % 3 == 1 ? headers + random() % (64 * 9)
+                                            : random() % bytes.size();
         bytes[at] = static_cast<char>(random());
         tryAll(bytes, "byte " + std::to_string(at) + " in round " + std::to_string(i));
     }

@@ -174,14 +174,19 @@ TEST(FileFormatLoader, CreateKnowsElfByItsFirstBytes) {
     TempDir const dir;
     LogCapture log(40000);
     status_t status = status_Ok;
-    EXPECT_FALSE(loaderOf(dir.file("short", "\x7f" "EL"), &status));
+    EXPECT_FALSE(loaderOf(dir.file("short", "\x7f"
+                                            "EL"),
+                          &status));
     EXPECT_EQ(status, status_BadFileFormat);
     EXPECT_EQ(log.count("ASSERTION FAILED: 'false'"), 1U);
     EXPECT_FALSE(loaderOf(dir.file("text", "hello, world"), &status));
     EXPECT_EQ(status, status_BadFileFormat);
     SymMgrObjectPtr<IFileFormatLoader> none;
     EXPECT_EQ(IFileFormatLoader::create(none, {}, ""), status_BadFileFormat);
-    SymMgrObjectPtr<IFileFormatLoader> const broken = loaderOf(dir.file("b", std::string("\x7f" "ELF\7", 5)), &status);
+    SymMgrObjectPtr<IFileFormatLoader> const broken = loaderOf(dir.file("b", std::string("\x7f"
+                                                                                         "ELF\7",
+                                                                                         5)),
+                                                               &status);
     ASSERT_TRUE(broken) << "a broken file comes back with its status";
     EXPECT_EQ(status, status_BadFileFormat);
     SymMgrObjectPtr<ISymbolTable> const table = ISymbolTable::create(nullptr);

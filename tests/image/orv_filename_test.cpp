@@ -55,10 +55,14 @@ TEST(Filename, TakesPathsApart) {
         char const* directory;
         char const* name;
     } const rows[] = {
-        {k_kindUnix, "/a/b", "/a/", "b"},       {k_kindUnix, "b", "", "b"},
-        {k_kindUnix, "/a/..", "/a/../", ""},    {k_kindUnix, "/a/.b", "/a/", ".b"},
-        {k_kindUnix, "/", "/", ""},             {k_kindWindows, "C:\\a\\b", "C:\\a\\", "b"},
-        {k_kindWindows, "C:b", "C:\\", "b"},    {k_kindWindows, "\\\\s\\x", "\\\\s\\", "x"},
+        {k_kindUnix, "/a/b", "/a/", "b"},
+        {k_kindUnix, "b", "", "b"},
+        {k_kindUnix, "/a/..", "/a/../", ""},
+        {k_kindUnix, "/a/.b", "/a/", ".b"},
+        {k_kindUnix, "/", "/", ""},
+        {k_kindWindows, "C:\\a\\b", "C:\\a\\", "b"},
+        {k_kindWindows, "C:b", "C:\\", "b"},
+        {k_kindWindows, "\\\\s\\x", "\\\\s\\", "x"},
         {k_kindUnix, "C:\\a\\b", "", "C:\\a\\b"},
     };
     for (auto const& row : rows) {

@@ -181,8 +181,8 @@ TEST_F(Bank, CoverageByPieces) {
     };
     for (auto const& row : rows) {
         SymMgrObjectPtr<IFileFormatLoader> const loader = loaderOf(m_path);
-        SymMgrObjectPtr<SymbolScope> const scope(createSymbolScope(*loader, "s", 0x1010, nullptr,
-                                                                   symbol_visibility_Global, symbol_kind_Function));
+        SymMgrObjectPtr<SymbolScope> const scope(
+            createSymbolScope(*loader, "s", 0x1010, nullptr, symbol_visibility_Global, symbol_kind_Function));
         for (auto const& [start, end] : row.covering) {
             scope->addRange(0x1000 + start, 0x1000 + end);
         }

@@ -55,9 +55,9 @@ TEST(Manager, SharesWhatHasNotChanged) {
     ASSERT_EQ(m->loadSymbolsFromModuleEx(path.c_str(), nullptr, other, arch_Unknown, load_flags_NoDebugInfo, ""),
               status_Ok);
     EXPECT_TRUE(other == first) << "without debug information the pair is the same";
-    ASSERT_EQ(IModuleSymbolBank::create(other, IModuleImage::create(path.c_str(), arch_Unknown, false), nullptr, false,
-                                        ""),
-              status_Ok);
+    ASSERT_EQ(
+        IModuleSymbolBank::create(other, IModuleImage::create(path.c_str(), arch_Unknown, false), nullptr, false, ""),
+        status_Ok);
     EXPECT_TRUE(other == first);
 }
 
@@ -106,7 +106,8 @@ TEST(Manager, FailuresHaveTheirStatusAndLeaveTheBank) {
     SymMgrObjectPtr<ISymbolManager> const m = manager();
     LogCapture log;
     EXPECT_EQ(m->loadSymbolsFromModule(nullptr, nullptr, bank, arch_Unknown, false, ""), status_InvalidArg);
-    EXPECT_EQ(log.messages(), (std::vector<std::string>{"ENTER: loadSymbolsFromModule", "EXIT:  loadSymbolsFromModule"}));
+    EXPECT_EQ(log.messages(),
+              (std::vector<std::string>{"ENTER: loadSymbolsFromModule", "EXIT:  loadSymbolsFromModule"}));
     EXPECT_EQ(IModuleSymbolBank::create(bank, {}, nullptr, false, ""), status_InvalidArg);
     EXPECT_EQ(log.count("Module Image is NULL\n, at file: manager/orv_symbolmanager.cpp:"), 1U);
 }
@@ -123,8 +124,8 @@ TEST(Manager, GoesWithItsLastHolder) {
     SymMgrObjectPtr<IFileFormatLoader> loader;
     {
         SymMgrObjectPtr<ISymbolManager> const m = manager();
-        static_cast<SymbolManager*>(m.get())->getFileLoader(loader, IModuleImage::create(path.c_str(), arch_Unknown, false),
-                                                            false, "");
+        static_cast<SymbolManager*>(m.get())->getFileLoader(
+            loader, IModuleImage::create(path.c_str(), arch_Unknown, false), false, "");
     }
     ASSERT_EQ(loadBank(path, bank), status_Ok);
     SymbolManager::forgetLoader(nullptr);

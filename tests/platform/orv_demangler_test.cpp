@@ -34,8 +34,8 @@ TEST(Demangler, Forms) {
         {"_ZdaPv", "operator delete[](void*)", "operator delete[]", "operator delete[]", "operator delete[]"},
         {"_ZZ4mainENKUliE_clEi", "main::{lambda(int)#1}::operator()(int) const", "main::{lambda(int)#1}::operator()",
          "main::{lambda(int)#1}::operator()", "operator()"},
-        {"_ZN12_GLOBAL__N_11fEv", "(anonymous namespace)::f()", "(anonymous namespace)::f",
-         "(anonymous namespace)::f", "f"},
+        {"_ZN12_GLOBAL__N_11fEv", "(anonymous namespace)::f()", "(anonymous namespace)::f", "(anonymous namespace)::f",
+         "f"},
         {"_ZZ1fvE1x", "f()::x", "f()::x", "f()::x", "x"},
         {"_ZNSt6vectorIiSaIiEE9push_backERKi", "std::vector<int, std::allocator<int> >::push_back(int const&)", nullptr,
          "std::vector<int, std::allocator<int> >::push_back", "push_back"},
@@ -95,8 +95,9 @@ TEST(Demangler, RefusesNamesThatExplode) {
 
 TEST(Demangler, TextsThatNoDemanglerWrites) {
     for (char const* const text :
-         {"", " ", "(", ")", "<", "operator", "operator ", "a::", "::", "f(", "f()(", "f((((", "f<a", "f<operator<", "{{",
-          " [clone ", " [clone ]", "vtable for ", "(*", "(*)(", "x (*(*(*(*", "f() const::", "operator\"\" "}) {
+         {"",          " ",           "(",    ")",     "<",          "operator",    "operator ",    "a::",
+          "::",        "f(",          "f()(", "f((((", "f<a",        "f<operator<", "{{",           " [clone ",
+          " [clone ]", "vtable for ", "(*",   "(*)(",  "x (*(*(*(*", "f() const::", "operator\"\" "}) {
         DemangledParts const parts{std::string_view(text)};
         parts.withoutParameters();
         parts.shortName();

@@ -88,8 +88,8 @@ public:
         ++m_symbolCount;
     }
     /// One relocation entry as text for a section's data.
-    std::string relocation(bool withAddend, std::uint64_t offset, std::uint64_t symbolIndex, std::uint64_t relocationType,
-                           std::uint64_t addend = 0) const {
+    std::string relocation(bool withAddend, std::uint64_t offset, std::uint64_t symbolIndex,
+                           std::uint64_t relocationType, std::uint64_t addend = 0) const {
         std::string entry;
         put(entry, offset, word());
         put(entry, m_is64 ? symbolIndex << 32 | relocationType : symbolIndex << 8 | relocationType, word());
@@ -130,7 +130,9 @@ public:
             body += s.data;
             offset += s.data.size();
         }
-        std::string file("\x7f" "ELF", 4);
+        std::string file("\x7f"
+                         "ELF",
+                         4);
         put(file, m_is64 ? ELFCLASS64 : ELFCLASS32, 1);
         put(file, dataByte, 1);
         put(file, EV_CURRENT, 1);

@@ -88,7 +88,8 @@ private:
 /// The loader of a file that a test has written.
 inline SymMgrObjectPtr<IFileFormatLoader> loaderOf(std::string const& path, status_t* status = nullptr) {
     SymMgrObjectPtr<IFileFormatLoader> loader;
-    status_t const result = IFileFormatLoader::create(loader, IModuleImage::create(path.c_str(), arch_Unknown, false), "");
+    status_t const result =
+        IFileFormatLoader::create(loader, IModuleImage::create(path.c_str(), arch_Unknown, false), "");
     if (status != nullptr) {
         *status = result;
     }

@@ -222,8 +222,8 @@ TEST(SymbolTable, RivalsMayTakeANewEnd) {
         EXPECT_EQ(rival->mergedFlags, flags);
         EXPECT_EQ(rival->endAtMerge, 200U) << "merged before the end changes";
         bool const keepsRest = flags == merge_ReplaceEnd;
-        EXPECT_EQ(disjoint(*table, 0, 1000), std::string("rival[100,150) inner[150,160) rival[160,400)") +
-                                                 (keepsRest ? " rival[500,520)" : ""));
+        EXPECT_EQ(disjoint(*table, 0, 1000),
+                  std::string("rival[100,150) inner[150,160) rival[160,400)") + (keepsRest ? " rival[500,520)" : ""));
     }
 }
 

@@ -172,6 +172,8 @@ struct Shape {
     bool asRawSymbols; ///< All at once, as the symbol table of a file.
 };
 
+void PrintTo(Shape const& shape, std::ostream* out) { *out << shape.name; }
+
 class Oracle : public testing::TestWithParam<Shape> {
 protected:
     void SetUp() override {
@@ -219,7 +221,8 @@ protected:
         std::vector<RawSymbol> raw;
         for (Range const& range : ranges) {
             m_names.push_back(std::make_unique<std::string>(range.name));
-            raw.push_back({m_names.back()->c_str(), range.start, range.end - range.start, range.visibility, range.kind});
+            raw.push_back(
+                {m_names.back()->c_str(), range.start, range.end - range.start, range.visibility, range.kind});
             m_model.add(range);
         }
         // In two goes, so that the second meets the first.
@@ -283,15 +286,11 @@ TEST_P(Oracle, DisjointWalk) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Shapes, Oracle,
-                         testing::Values(Shape{"Crowded", 1, 300, 60, 40, false},
-                                         Shape{"CrowdedRaw", 2, 300, 60, 40, true},
-                                         Shape{"Nested", 3, 800, 2000, 400, false},
-                                         Shape{"NestedRaw", 4, 800, 2000, 400, true},
-                                         Shape{"Sparse", 5, 1500, 20000, 30, false},
-                                         Shape{"SparseRaw", 6, 6000, 60000, 30, true},
-                                         Shape{"Labels", 7, 500, 3000, 2, false},
-                                         Shape{"Equal", 8, 400, 12, 5, false},
-                                         Shape{"EqualRaw", 9, 400, 12, 5, true},
-                                         Shape{"Wide", 10, 2000, 8000, 8000, false}),
-                         [](auto const& info) { return info.param.name; });
+INSTANTIATE_TEST_SUITE_P(
+    Shapes, Oracle,
+    testing::Values(Shape{"Crowded", 1, 300, 60, 40, false}, Shape{"CrowdedRaw", 2, 300, 60, 40, true},
+                    Shape{"Nested", 3, 800, 2000, 400, false}, Shape{"NestedRaw", 4, 800, 2000, 400, true},
+                    Shape{"Sparse", 5, 1500, 20000, 30, false}, Shape{"SparseRaw", 6, 6000, 60000, 30, true},
+                    Shape{"Labels", 7, 500, 3000, 2, false}, Shape{"Equal", 8, 400, 12, 5, false},
+                    Shape{"EqualRaw", 9, 400, 12, 5, true}, Shape{"Wide", 10, 2000, 8000, 8000, false}),
+    [](auto const& info) { return info.param.name; });

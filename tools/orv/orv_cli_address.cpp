@@ -31,9 +31,8 @@ Place sectionAt(Module& module, IAddress& address) {
 }
 
 Place symbolAt(Module& module, IAddress& address) {
-    constexpr auto k_allKinds = static_cast<symbol_kind_t>(symbol_kind_Function | symbol_kind_DataAlt |
-                                                           symbol_kind_Data | symbol_kind_Other |
-                                                           symbol_kind_FunctionAlt);
+    constexpr auto k_allKinds = static_cast<symbol_kind_t>(
+        symbol_kind_Function | symbol_kind_DataAlt | symbol_kind_Data | symbol_kind_Other | symbol_kind_FunctionAlt);
     SymMgrObjectPtr<ISymbolRange> range;
     if (module.bank().symbolRangeByAddress(&address, range, k_allKinds, nullptr) != status_Ok) {
         return {};

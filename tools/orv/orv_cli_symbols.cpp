@@ -86,9 +86,9 @@ void print(ISymbolRange& range, SymbolsOptions const& options, bool json) {
     }
     std::printf("%016llx %10llu  %-8s  %-6s  %s%s\n", start->pseudoAddr(), range.size(), nameOf(symbol.kind()),
                 isGlobal ? "global" : "local", name,
-                thunk == nullptr      ? ""
+                thunk == nullptr    ? ""
                 : thunk->isImport() ? "  [import thunk]"
-                                      : "  [thunk]");
+                                    : "  [thunk]");
 }
 
 } // namespace
@@ -113,9 +113,9 @@ int symbols(SymbolsOptions const& options, CommonOptions const& common) {
     auto const kinds = static_cast<symbol_kind_t>(mask);
     Module const module(options.module, common);
     RangeIterator ranges;
-    status_t const status =
-        options.disjoint ? module.bank().nonOverlappedSymbolRanges(ranges, kinds, from.get(), to.get(), nullptr)
-                         : module.bank().originalSymbolRanges(ranges, kinds, from.get(), to.get());
+    status_t const status = options.disjoint
+                                ? module.bank().nonOverlappedSymbolRanges(ranges, kinds, from.get(), to.get(), nullptr)
+                                : module.bank().originalSymbolRanges(ranges, kinds, from.get(), to.get());
     if (failed(status)) {
         throw Failure(module.name() + ": " + describe(status));
     }

@@ -21,7 +21,7 @@ constexpr int k_exitFailure = 1;
 constexpr int k_exitUsage = 2;
 
 std::map<std::string, arch_t> const k_architectures = {
-    {"unknown", arch_Unknown}, {"x86", arch_X86},     {"em50", arch_Em50},  {"x86-64", arch_X86_64},
+    {"unknown", arch_Unknown}, {"x86", arch_X86},     {"em50", arch_Em50},   {"x86-64", arch_X86_64},
     {"arm", arch_Arm},         {"em180", arch_Em180}, {"em181", arch_Em181},
 };
 
@@ -51,8 +51,8 @@ public:
         addSymbolize();
         addSymbols();
         addAddress();
-        addModuleCommand("info", "Format, architecture, addresses and symbol file of a module",
-                         "orv info /bin/ls", info);
+        addModuleCommand("info", "Format, architecture, addresses and symbol file of a module", "orv info /bin/ls",
+                         info);
         addModuleCommand("candidates", "The files that may hold a module's debug information, in order",
                          "orv candidates /bin/ls", candidates);
         addModuleCommand("sections", "The sections of a module", "orv sections --json /bin/ls", sections);
@@ -121,12 +121,12 @@ private:
 
     void addSymbolize() {
         SymbolizeOptions& options = m_symbolize;
-        CLI::App* const command = add("symbolize", "Names and source lines of addresses, as addr2line gives them",
-                                      "orv symbolize -e /bin/ls -f -C 0x5000\n  orv symbolize -fCe prog < addresses",
-                                      [this] {
-                                          m_symbolize.demangle = !m_demangleStyle.empty();
-                                          return symbolize(m_symbolize, m_common);
-                                      });
+        CLI::App* const command =
+            add("symbolize", "Names and source lines of addresses, as addr2line gives them",
+                "orv symbolize -e /bin/ls -f -C 0x5000\n  orv symbolize -fCe prog < addresses", [this] {
+                    m_symbolize.demangle = !m_demangleStyle.empty();
+                    return symbolize(m_symbolize, m_common);
+                });
         command->add_option("-e,--exe", options.module, "The module; a.out if not given")->type_name("MODULE");
         command->add_flag("-f,--functions", options.functions, "Show function names");
         command->add_flag("-i,--inlines", options.inlines, "Show the chain of inlined calls");
@@ -140,12 +140,11 @@ private:
 
     void addSymbols() {
         SymbolsOptions& options = m_symbols;
-        CLI::App* const command =
-            add("symbols", "The symbols of a module by address",
-                "orv symbols --kind function,data --range 1000:2000 -C /bin/ls", [this] {
-                    m_symbols.module = m_module;
-                    return symbols(m_symbols, m_common);
-                });
+        CLI::App* const command = add("symbols", "The symbols of a module by address",
+                                      "orv symbols --kind function,data --range 1000:2000 -C /bin/ls", [this] {
+                                          m_symbols.module = m_module;
+                                          return symbols(m_symbols, m_common);
+                                      });
         command->add_option("--kind", options.kinds, "Kinds to show: function, data, other")
             ->check(CLI::Validator(checkKinds, "KIND,..."));
         command->add_option("--range", options.range, "Addresses to show, hexadecimal; either side may be missing")
@@ -156,14 +155,13 @@ private:
     }
 
     void addAddress() {
-        CLI::App* const command =
-            add("address", "One address in all its forms", "orv address --rva /bin/ls 5000 5010",
-                [this] { return address(m_module, m_words, m_form, m_common); });
-        auto* const rva = command->add_flag_callback("--rva", [this] { m_form = AddressForm::Rva; },
-                                                     "The numbers count from the load address");
+        CLI::App* const command = add("address", "One address in all its forms", "orv address --rva /bin/ls 5000 5010",
+                                      [this] { return address(m_module, m_words, m_form, m_common); });
+        auto* const rva = command->add_flag_callback(
+            "--rva", [this] { m_form = AddressForm::Rva; }, "The numbers count from the load address");
         command
-            ->add_flag_callback("--file-offset", [this] { m_form = AddressForm::FileOffset; },
-                                "The numbers are positions in the file")
+            ->add_flag_callback(
+                "--file-offset", [this] { m_form = AddressForm::FileOffset; }, "The numbers are positions in the file")
             ->excludes(rva);
         addModule(command);
         command->add_option("ADDR", m_words, "Hexadecimal numbers")->required()->type_name("");
