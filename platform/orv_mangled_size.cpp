@@ -14,8 +14,6 @@ constexpr std::uint64_t k_ceiling = std::uint64_t{1} << 40;
 constexpr std::uint64_t k_wordSize = 32;
 constexpr std::uint64_t k_longestAbbreviation = 80;
 constexpr unsigned int k_deepestNesting = 256;
-/// With so few references back, no name of a sane length grows beyond a few megabytes.
-constexpr std::size_t k_harmlessReferences = 20;
 
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 bool isUpper(char c) { return c >= 'A' && c <= 'Z'; }
@@ -54,6 +52,7 @@ private:
     static std::uint64_t sum(std::uint64_t a, std::uint64_t b) { return std::min(a + b, k_ceiling); }
     std::uint64_t remember(std::uint64_t size) {
         m_candidates.push_back(size);
+        m_largestCandidate = std::max(m_largestCandidate, size);
         return size;
     }
     bool isEnd() const { return m_failed || m_at >= m_text.size(); }
@@ -309,10 +308,14 @@ private:
             ++index;
         }
         require("_");
-        if (m_failed || index >= m_candidates.size()) {
-            return fail();
+        if (m_failed) {
+            return 0;
         }
-        return m_candidates[index];
+        if (index < m_candidates.size()) {
+            return m_candidates[index];
+        }
+        // One that was not counted: no larger than the largest, but for what stands round it.
+        return m_candidates.empty() ? fail() : sum(m_largestCandidate, m_largestCandidate);
     }
 
     std::uint64_t templateParameter() {
@@ -384,6 +387,28 @@ private:
         return size;
     }
 
+    /// A name that is looked up in a type or in a row of scopes.
+    std::uint64_t unresolvedName() {
+        std::uint64_t size = 0;
+        if (!isDigit(peek())) {
+            size = type();
+            if (!isDigit(peek())) {
+                size = sum(size, unqualifiedName(0));
+                return peek() == 'I' ? sum(size, templateArguments()) : size;
+            }
+        }
+        while (isDigit(peek())) {
+            size = sum(size, sourceName());
+            if (peek() == 'I') {
+                remember(size);
+                size = sum(size, templateArguments());
+            }
+            remember(size);
+            take("E"); // the end of the scopes; the name itself is next
+        }
+        return size;
+    }
+
     /// One operator or one operand.
     std::uint64_t expression() {
         Nesting const nesting(*this);
@@ -435,8 +460,7 @@ private:
             return std::min(size * m_largestPack, k_ceiling);
         }
         if (take("sr")) {
-            std::uint64_t const size = type();
-            return sum(size, unqualifiedName(0));
+            return unresolvedName();
         }
         if (takeOne(k_typeOperators)) {
             return type();
@@ -481,16 +505,18 @@ private:
         if (isDigit(first) || first == 'N' || first == 'Z' || isAt("St")) {
             return remember(name());
         }
+        std::uint64_t size = 0;
         switch (first) {
         case 'F': ++m_at; return remember(functionType());
         case 'A':
             ++m_at;
             number();
-            if (!take("_")) {
-                // The bound is an expression, ended by the blank.
-                return fail();
+            size = k_wordSize;
+            while (!isEnd() && peek() != '_') { // the bound may be an expression
+                size = sum(size, expression());
             }
-            return remember(sum(k_wordSize, type()));
+            require("_");
+            return remember(sum(size, type()));
         case 'M': {
             ++m_at;
             std::uint64_t const owner = type();
@@ -501,14 +527,14 @@ private:
                 m_at += 2;
                 return remember(name());
             }
-            std::uint64_t size = remember(templateParameter());
+            size = remember(templateParameter());
             if (peek() == 'I') {
                 size = remember(sum(size, templateArguments()));
             }
             return size;
         }
         case 'S': {
-            std::uint64_t size = substitution();
+            size = substitution();
             if (peek() == 'I') {
                 size = remember(sum(size, templateArguments()));
             }
@@ -521,7 +547,7 @@ private:
         case 'G': ++m_at; return remember(sum(k_wordSize, type()));
         case 'U': {
             ++m_at;
-            std::uint64_t size = sourceName();
+            size = sourceName();
             if (peek() == 'I') {
                 size = sum(size, templateArguments());
             }
@@ -582,6 +608,7 @@ private:
     bool m_failed = false;
     unsigned int m_depth = 0;
     std::vector<std::uint64_t> m_candidates; ///< Sizes of what can be referred back to.
+    std::uint64_t m_largestCandidate = 0;
     std::uint64_t m_largestArgument = 0;
     std::uint64_t m_largestPack = 1; ///< Arguments that one pattern may be repeated for.
     unsigned int m_signatures = 0;   ///< How many parameter lists we are in.
@@ -589,19 +616,6 @@ private:
 
 } // namespace
 
-std::uint64_t mangledSizeBound(std::string_view mangled) {
-    auto const isReference = [&](std::size_t i) {
-        return (mangled[i] == 'S' || mangled[i] == 'T') && i + 1 < mangled.size() &&
-               (mangled[i + 1] == '_' || isDigit(mangled[i + 1]) || isUpper(mangled[i + 1]));
-    };
-    std::size_t references = 0;
-    for (std::size_t i = 0; i < mangled.size(); ++i) {
-        references += isReference(i) ? 1 : 0;
-    }
-    // A pattern that is repeated for each argument of a pack grows with one reference.
-    bool const isHarmless = references <= k_harmlessReferences && mangled.find("Dp") == std::string_view::npos &&
-                            mangled.find("sp") == std::string_view::npos;
-    return isHarmless ? mangled.size() : MangledSize(mangled).total();
-}
+std::uint64_t mangledSizeBound(std::string_view mangled) { return MangledSize(mangled).total(); }
 
 } // namespace ORV_3_30

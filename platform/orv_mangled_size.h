@@ -12,8 +12,8 @@ namespace ORV_3_30 {
 
 constexpr std::uint64_t k_unboundedSize = ~std::uint64_t{0};
 
-/// About the bytes of the demangled text, rather too many than too few. k_unboundedSize where the
-/// grammar of the name is not understood and it refers back so often that it could be anything.
+/// About the bytes of the demangled text, rather too many than too few. k_unboundedSize for what does
+/// not follow the grammar: the runtime's demangler may not come back from such a name.
 std::uint64_t mangledSizeBound(std::string_view mangled);
 
 } // namespace ORV_3_30
