@@ -392,10 +392,8 @@ private:
         std::uint64_t size = 0;
         if (!isDigit(peek())) {
             size = type();
-            if (!isDigit(peek())) {
-                size = sum(size, unqualifiedName(0));
-                return peek() == 'I' ? sum(size, templateArguments()) : size;
-            }
+            size = sum(size, unqualifiedName(0));
+            return peek() == 'I' ? sum(size, templateArguments()) : size;
         }
         while (isDigit(peek())) {
             size = sum(size, sourceName());
@@ -404,7 +402,9 @@ private:
                 size = sum(size, templateArguments());
             }
             remember(size);
-            take("E"); // the end of the scopes; the name itself is next
+            if (peek() == 'E' && isDigit(peek(1))) {
+                ++m_at; // the end of the scopes; the name itself is next
+            }
         }
         return size;
     }
