@@ -44,15 +44,15 @@ BENCHMARK(loadAgain);
 /// Symbols one behind the other, or with one more over all of them.
 void lookUp(benchmark::State& state) {
     auto const count = static_cast<unsigned long long>(state.range(0));
-    std::vector<RawSymbol> symbols;
+    RawSymbolBatch symbols(count + 1);
     for (unsigned long long i = 0; i < count; ++i) {
-        symbols.push_back({"s", i * 64, 60, symbol_visibility_Global, symbol_kind_Function});
+        symbols.add({"s", i * 64, 60, symbol_visibility_Global, symbol_kind_Function});
     }
     if (state.range(1) != 0) {
-        symbols.push_back({"all", 0, count * 64, symbol_visibility_Local, symbol_kind_Other});
+        symbols.add({"all", 0, count * 64, symbol_visibility_Local, symbol_kind_Other});
     }
     SymMgrObjectPtr<ISymbolTable> const table = ISymbolTable::create(nullptr);
-    static_cast<SymbolTable&>(*table).addRawSymbols(nullptr, symbols);
+    static_cast<SymbolTable&>(*table).addRawSymbols(nullptr, std::move(symbols));
     std::mt19937_64 random(1);
     for (auto _ : state) {
         SymMgrObjectPtr<ISymbolRange> range;

@@ -139,15 +139,14 @@ void SymbolCallBack::symbol(RawSymbol const& symbol) {
 }
 
 RegularSymbolCallBack::RegularSymbolCallBack(IFileFormatLoader* loader, ISymbolTable* table, std::size_t expected)
-    : SymbolCallBack(loader, table), m_ownTable(dynamic_cast<SymbolTable*>(table)) {
-    m_collected.reserve(m_ownTable != nullptr ? expected : 0);
-}
+    : SymbolCallBack(loader, table), m_ownTable(dynamic_cast<SymbolTable*>(table)),
+      m_collected(m_ownTable != nullptr ? expected : 0) {}
 
 void RegularSymbolCallBack::symbol(RawSymbol const& symbol) {
     if (m_ownTable == nullptr) {
         SymbolCallBack::symbol(symbol);
     } else if (symbol.name != nullptr) {
-        m_collected.push_back(symbol);
+        m_collected.add(symbol);
     }
 }
 
@@ -156,22 +155,10 @@ void RegularSymbolCallBack::attach(Scope& scope, unsigned long long address, uns
 }
 
 void RegularSymbolCallBack::finish() {
-    if (m_ownTable == nullptr) {
-        return;
+    if (m_ownTable != nullptr) {
+        m_collected.dropUnnamed();
+        m_ownTable->addRawSymbols(loader(), std::move(m_collected));
     }
-    // Names lie about in megabytes of strings: looking at each is a matter of fetching it in time.
-    constexpr std::size_t k_ahead = 16;
-    std::size_t kept = 0;
-    for (std::size_t i = 0; i < m_collected.size(); ++i) {
-        if (i + k_ahead < m_collected.size()) {
-            __builtin_prefetch(m_collected[i + k_ahead].name);
-        }
-        if (*m_collected[i].name != '\0') {
-            m_collected[kept++] = m_collected[i];
-        }
-    }
-    m_collected.resize(kept);
-    m_ownTable->addRawSymbols(loader(), m_collected);
 }
 
 } // namespace ORV_3_30

@@ -105,7 +105,7 @@ public:
 
 private:
     SymbolTable* m_ownTable; ///< Null for a table that somebody else has implemented.
-    std::vector<RawSymbol> m_collected;
+    RawSymbolBatch m_collected;
 };
 
 } // namespace ORV_3_30

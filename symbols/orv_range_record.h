@@ -4,7 +4,11 @@
 #include "orv/orv_symbol.h"
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <new>
+#include <type_traits>
 
 namespace ORV_3_30 {
 
@@ -37,6 +41,59 @@ struct RangeRecord {
     bool isPoint() const { return start == end; }
     /// True while a raw symbol stands here that nobody has needed a scope for.
     bool isRaw() const { return scope.load(std::memory_order_acquire) == nullptr; }
+};
+
+/// Raw symbols on their way into a table, in the order of arrival. The records are made once, where
+/// they stay: a table takes the batch over.
+class RawSymbolBatch {
+public:
+    /// No more than capacity symbols will come.
+    explicit RawSymbolBatch(std::size_t capacity) : m_records(new Storage[capacity]) {}
+
+    void add(RawSymbol const& symbol) { place(m_count++, symbol); }
+    /// Drops the symbols whose name is empty. Names lie about in megabytes of strings: looking at each
+    /// is a matter of fetching it in time.
+    void dropUnnamed() {
+        constexpr std::size_t k_ahead = 16;
+        std::size_t kept = 0;
+        for (std::size_t i = 0; i < m_count; ++i) {
+            if (i + k_ahead < m_count) {
+                __builtin_prefetch((*this)[i + k_ahead].rawName);
+            }
+            RangeRecord const& record = (*this)[i];
+            if (*record.rawName == '\0') {
+                continue;
+            }
+            if (kept != i) {
+                place(kept, {record.rawName, record.start, record.end - record.start,
+                             static_cast<symbol_visibility_t>(record.rawVisibility),
+                             static_cast<symbol_kind_t>(record.rawKind)});
+            }
+            ++kept;
+        }
+        m_count = kept;
+    }
+    std::size_t size() const { return m_count; }
+    RangeRecord& operator[](std::size_t index) {
+        return *std::launder(reinterpret_cast<RangeRecord*>(&m_records[index]));
+    }
+
+private:
+    using Storage = std::aligned_storage_t<sizeof(RangeRecord), alignof(RangeRecord)>;
+
+    void place(std::size_t index, RawSymbol const& symbol) {
+        new (&m_records[index]) RangeRecord{symbol.address,
+                                            symbol.address + symbol.size,
+                                            nullptr,
+                                            nullptr,
+                                            symbol.name,
+                                            0,
+                                            static_cast<std::uint8_t>(symbol.kind),
+                                            static_cast<std::uint8_t>(symbol.visibility)};
+    }
+
+    std::unique_ptr<Storage[]> m_records;
+    std::size_t m_count = 0;
 };
 
 } // namespace ORV_3_30

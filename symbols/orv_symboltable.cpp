@@ -100,18 +100,18 @@ template <typename Distance> void sortByAddress(std::vector<Placed<Distance>>& i
 
 /// Calls visit with the indices of the symbols at one address, one address after the other.
 template <typename Distance, typename Visitor>
-void visitByAddress(std::vector<RawSymbol> const& symbols, unsigned long long lowest, Visitor visit) {
+void visitByAddress(RawSymbolBatch& batch, unsigned long long lowest, Visitor visit) {
     std::vector<Placed<Distance>> items;
-    items.reserve(symbols.size());
-    for (RawSymbol const& symbol : symbols) {
-        items.push_back({static_cast<Distance>(symbol.address - lowest), static_cast<std::uint32_t>(items.size())});
+    items.reserve(batch.size());
+    for (std::size_t i = 0; i < batch.size(); ++i) {
+        items.push_back({static_cast<Distance>(batch[i].start - lowest), static_cast<std::uint32_t>(i)});
     }
     sortByAddress(items);
     constexpr std::size_t k_ahead = 8;
     std::vector<std::uint32_t> group;
     for (std::size_t i = 0; i < items.size(); ++i) {
         if (i + k_ahead < items.size()) {
-            __builtin_prefetch(&symbols[items[i + k_ahead].index]);
+            __builtin_prefetch(&batch[items[i + k_ahead].index]);
         }
         group.push_back(items[i].index);
         if (i + 1 == items.size() || items[i + 1].address != items[i].address) {
@@ -126,10 +126,9 @@ constexpr std::size_t k_largeGroup = 16;
 
 /// Whether two raw symbols that start at one address are the same thing: the rule of
 /// Scope::mergeDecision for scopes of one range.
-bool isSameRaw(RangeRecord const& rival, RawSymbol const& newcomer) {
-    bool const endsMatter = rival.isPoint() || newcomer.size != 0;
-    return (!endsMatter || rival.end == newcomer.address + newcomer.size) &&
-           std::strcmp(rival.rawName, newcomer.name) == 0;
+bool isSameRaw(RangeRecord const& rival, RangeRecord const& newcomer) {
+    bool const endsMatter = rival.isPoint() || !newcomer.isPoint();
+    return (!endsMatter || rival.end == newcomer.end) && std::strcmp(rival.rawName, newcomer.rawName) == 0;
 }
 
 /// The walk that settles who wins, fed with the alive records in list order.
@@ -286,7 +285,8 @@ void SymbolTable::absorb(RangeRecord* rival, unsigned int flags, Scope& newcomer
     scopeOf(*rival)->merge(newcomer, flags, *rival);
     if (isResized) {
         rival->end = end;
-        link(m_keys.lowerBound(rival->start), rival, m_arrivals++); // erased keys have moved it
+        rival->order = m_arrivals++;
+        link(m_keys.lowerBound(rival->start), rival); // erased keys have moved it
     }
 }
 
@@ -327,45 +327,46 @@ void SymbolTable::eraseDeserted(unsigned long long from, unsigned long long to) 
 
 RangeRecord* SymbolTable::makeRecord(Position at, unsigned long long end, Scope* scope, std::uint32_t order) {
     RangeRecord* const record =
-        m_pool.make(m_keys.address(at), end, nullptr, scope, nullptr, 0U, std::uint8_t{0}, std::uint8_t{0});
-    link(at, record, order);
+        m_pool.make(m_keys.address(at), end, nullptr, scope, nullptr, order, std::uint8_t{0}, std::uint8_t{0});
+    link(at, record);
     return record;
 }
 
-void SymbolTable::addRawSymbols(IFileFormatLoader* loader, std::vector<RawSymbol> const& symbols) {
+void SymbolTable::addRawSymbols(IFileFormatLoader* loader, RawSymbolBatch newcomers) {
     std::unique_lock<Guard> const guard(m_guard);
     if (m_rawLoader == nullptr) {
         m_rawLoader = loader;
     }
-    std::uint32_t const firstOrder = m_arrivals;
-    m_arrivals += static_cast<std::uint32_t>(symbols.size());
+    m_batches.push_back(std::move(newcomers));
+    RawSymbolBatch& batch = m_batches.back();
+    unsigned long long lowest = ~0ULL;
+    unsigned long long highest = 0;
+    for (std::size_t i = 0; i < batch.size(); ++i) {
+        batch[i].order = m_arrivals++;
+        lowest = std::min(lowest, batch[i].start);
+        highest = std::max(highest, batch[i].start);
+    }
     if (m_holdsScopes || m_rawLoader != loader) {
         // What a scope decides may depend on what is in the table by then.
-        for (std::size_t i = 0; i < symbols.size(); ++i) {
-            insertRaw(loader, symbols[i], firstOrder + static_cast<std::uint32_t>(i));
+        for (std::size_t i = 0; i < batch.size(); ++i) {
+            insertRaw(loader, batch[i]);
         }
         return;
     }
     // Raw symbols only meet others of the same start, so these may go in by address, which is cheap.
-    unsigned long long lowest = ~0ULL;
-    unsigned long long highest = 0;
-    for (RawSymbol const& symbol : symbols) {
-        lowest = std::min(lowest, symbol.address);
-        highest = std::max(highest, symbol.address);
-    }
     auto const insert = [&](std::vector<std::uint32_t> const& group) {
-        if (group.size() < k_largeGroup || !holdsOnlyRaw(symbols[group.front()].address)) {
+        if (group.size() < k_largeGroup || !holdsOnlyRaw(batch[group.front()].start)) {
             for (std::uint32_t const index : group) {
-                insertRaw(loader, symbols[index], firstOrder + index);
+                insertRaw(loader, batch[index]);
             }
         } else {
-            insertRawGroup(symbols, group, firstOrder);
+            insertRawGroup(batch, group);
         }
     };
     if (highest - lowest <= 0xFFFFFFFF) {
-        visitByAddress<std::uint32_t>(symbols, lowest, insert);
+        visitByAddress<std::uint32_t>(batch, lowest, insert);
     } else {
-        visitByAddress<std::uint64_t>(symbols, lowest, insert);
+        visitByAddress<std::uint64_t>(batch, lowest, insert);
     }
 }
 
@@ -379,34 +380,34 @@ bool SymbolTable::holdsOnlyRaw(unsigned long long address) const {
     return record == nullptr;
 }
 
-void SymbolTable::insertRaw(IFileFormatLoader* loader, RawSymbol const& symbol, std::uint32_t order) {
+void SymbolTable::insertRaw(IFileFormatLoader* loader, RangeRecord& symbol) {
     if (m_rawLoader != loader) {
-        insertRawScope(loader, symbol, order);
+        insertRawScope(loader, symbol);
         return;
     }
-    Position at = m_keys.lowerBound(symbol.address);
-    if (m_keys.isEnd(at) || m_keys.address(at) != symbol.address) {
-        at = m_keys.insert(at, symbol.address);
+    Position at = m_keys.lowerBound(symbol.start);
+    if (m_keys.isEnd(at) || m_keys.address(at) != symbol.start) {
+        at = m_keys.insert(at, symbol.start);
     }
     for (RangeRecord* rival = m_keys.records(at); rival != nullptr; rival = rival->next) {
         if (!rival->isRaw()) {
-            insertRawScope(loader, symbol, order); // the rival decides
+            insertRawScope(loader, symbol); // the rival decides
             return;
         }
         if (isSameRaw(*rival, symbol)) {
             return;
         }
     }
-    link(at, makeRaw(symbol), order);
+    link(at, &symbol);
 }
 
 /// A raw symbol that needs its scope at once.
-void SymbolTable::insertRawScope(IFileFormatLoader* loader, RawSymbol const& symbol, std::uint32_t order) {
-    unsigned long long const end = symbol.address + symbol.size;
-    SymMgrObjectPtr<Scope> const scope(new SymbolScope(loader, SymbolName::borrowed(symbol.name), symbol.address,
-                                                       m_scope, symbol.visibility, symbol.kind));
-    scope->addRange(symbol.address, end);
-    RangeRecord const* const record = insertRange(symbol.address, end, scope.get(), order);
+void SymbolTable::insertRawScope(IFileFormatLoader* loader, RangeRecord const& symbol) {
+    SymMgrObjectPtr<Scope> const scope(new SymbolScope(loader, SymbolName::borrowed(symbol.rawName), symbol.start,
+                                                       m_scope, static_cast<symbol_visibility_t>(symbol.rawVisibility),
+                                                       static_cast<symbol_kind_t>(symbol.rawKind)));
+    scope->addRange(symbol.start, symbol.end);
+    RangeRecord const* const record = insertRange(symbol.start, symbol.end, scope.get(), symbol.order);
     if (record->scope == scope.get()) {
         keep(scope.get());
     }
@@ -414,15 +415,14 @@ void SymbolTable::insertRawScope(IFileFormatLoader* loader, RawSymbol const& sym
 
 /// Many raw symbols at one address, in the order of arrival: the outcome is that of insertRaw for
 /// each, without a comparison of each with all others.
-void SymbolTable::insertRawGroup(std::vector<RawSymbol> const& symbols, std::vector<std::uint32_t> const& group,
-                                 std::uint32_t firstOrder) {
+void SymbolTable::insertRawGroup(RawSymbolBatch& batch, std::vector<std::uint32_t> const& group) {
     /// What stands there under one name.
     struct Known {
         std::unordered_set<unsigned long long> ends;
         bool hasExtent = false;
     };
     std::unordered_map<std::string_view, Known> known;
-    unsigned long long const address = symbols[group.front()].address;
+    unsigned long long const address = batch[group.front()].start;
     Position at = m_keys.lowerBound(address);
     if (m_keys.isEnd(at) || m_keys.address(at) != address) {
         at = m_keys.insert(at, address);
@@ -438,13 +438,10 @@ void SymbolTable::insertRawGroup(std::vector<RawSymbol> const& symbols, std::vec
         take(record);
     }
     for (std::uint32_t const index : group) {
-        RawSymbol const& symbol = symbols[index];
-        Known const& same = known[symbol.name];
-        bool const isSame = same.ends.count(address + symbol.size) != 0 || (symbol.size == 0 && same.hasExtent);
-        if (!isSame) {
-            RangeRecord* const record = makeRaw(symbol);
-            record->order = firstOrder + index;
-            take(record);
+        RangeRecord& symbol = batch[index];
+        Known const& same = known[symbol.rawName];
+        if (same.ends.count(symbol.end) == 0 && !(symbol.isPoint() && same.hasExtent)) {
+            take(&symbol);
         }
     }
     std::stable_sort(records.begin(), records.end(),
@@ -453,11 +450,6 @@ void SymbolTable::insertRawGroup(std::vector<RawSymbol> const& symbols, std::vec
         records[i]->next = i + 1 < records.size() ? records[i + 1] : nullptr;
     }
     m_keys.setRecords(at, records.front());
-}
-
-RangeRecord* SymbolTable::makeRaw(RawSymbol const& symbol) {
-    return m_pool.make(symbol.address, symbol.address + symbol.size, nullptr, nullptr, symbol.name, 0U,
-                       static_cast<std::uint8_t>(symbol.kind), static_cast<std::uint8_t>(symbol.visibility));
 }
 
 Scope* SymbolTable::scopeOf(RangeRecord const& record) const {
@@ -490,8 +482,7 @@ bool SymbolTable::kindOf(RangeRecord const& record, symbol_kind_t& kind) {
 }
 
 /// Behind all that end later or at the same place.
-void SymbolTable::link(Position at, RangeRecord* record, std::uint32_t order) {
-    record->order = order;
+void SymbolTable::link(Position at, RangeRecord* record) {
     RangeRecord* head = m_keys.records(at);
     RangeRecord** slot = &head;
     while (*slot != nullptr && (*slot)->end >= record->end) {

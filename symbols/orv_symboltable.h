@@ -40,7 +40,7 @@ public:
 
     /// Adds what a format's own symbol table holds, as addRange would with a scope for each, one by
     /// one in the given order. The names must outlive the table.
-    void addRawSymbols(IFileFormatLoader* loader, std::vector<RawSymbol> const& symbols);
+    void addRawSymbols(IFileFormatLoader* loader, RawSymbolBatch batch);
 
     // For the iterators. Each call takes the guard by itself.
 
@@ -71,13 +71,11 @@ private:
     /// Puts a new range at a key where others start already.
     RangeRecord* insertBeside(Position at, unsigned long long end, Scope* scope, std::uint32_t order);
     RangeRecord* makeRecord(Position at, unsigned long long end, Scope* scope, std::uint32_t order);
-    void insertRawScope(IFileFormatLoader* loader, RawSymbol const& symbol, std::uint32_t order);
-    void insertRaw(IFileFormatLoader* loader, RawSymbol const& symbol, std::uint32_t order);
-    void insertRawGroup(std::vector<RawSymbol> const& symbols, std::vector<std::uint32_t> const& group,
-                        std::uint32_t firstOrder);
+    void insertRawScope(IFileFormatLoader* loader, RangeRecord const& symbol);
+    void insertRaw(IFileFormatLoader* loader, RangeRecord& symbol);
+    void insertRawGroup(RawSymbolBatch& batch, std::vector<std::uint32_t> const& group);
     bool holdsOnlyRaw(unsigned long long address) const;
-    RangeRecord* makeRaw(RawSymbol const& symbol);
-    void link(Position at, RangeRecord* record, std::uint32_t order);
+    void link(Position at, RangeRecord* record);
     void unlink(Position at, RangeRecord* record);
     void absorb(RangeRecord* rival, unsigned int flags, Scope& newcomer, unsigned long long end);
     void removeOtherRanges(Scope& scope);
@@ -92,6 +90,7 @@ private:
     mutable Guard m_guard;
     KeyIndex m_keys;
     Pool<RangeRecord> m_pool;
+    std::vector<RawSymbolBatch> m_batches; ///< Where raw records stand.
     std::uint32_t m_arrivals = 0;
     IFileFormatLoader* m_rawLoader = nullptr;             ///< Whose the raw records are. Set ahead of the first one.
     bool m_holdsScopes = false;                           ///< Something but raw symbols has come in.

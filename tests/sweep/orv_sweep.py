@@ -15,6 +15,7 @@ import os
 import pathlib
 import subprocess
 import sys
+import tempfile
 
 ORV = os.environ.get("ORV", "orv")
 FOLDERS = ["/usr/lib", "/lib", "/usr/bin", "/bin", "/usr/sbin", "/sbin", "/usr/libexec"]
@@ -39,6 +40,42 @@ def elf_files():
                     yield str(real)
             except OSError:
                 continue
+
+
+C_SOURCE = """
+int counter = 7;
+static int helper(int x) { return x * 3 + counter; }
+int twice(int x) { return helper(x) + helper(x + 1); }
+int thrice(int x) { return twice(x) + helper(x); }
+"""
+ARM_SOURCE = """
+        .text
+        .globl first
+        .type first, %function
+first:  bx lr
+        .size first, .-first
+        .type second, %function
+second: mov r0, r1
+        bx lr
+        .size second, .-second
+"""
+
+
+def built_files(folder):
+    """Relocatable files, 32-bit files and what a kernel module is made like."""
+    (folder / "c.c").write_text(C_SOURCE)
+    (folder / "arm.s").write_text(ARM_SOURCE)
+    for name, *command in [
+        ("64.o", "gcc", "-c", "-O0", "c.c"),
+        ("32.o", "gcc", "-c", "-O0", "-m32", "c.c"),
+        ("32.so", "gcc", "-shared", "-nostdlib", "-m32", "-fPIC", "c.c"),
+        ("x32.o", "gcc", "-c", "-O0", "-mx32", "c.c"),
+        ("arm.o", "arm-linux-gnueabi-as", "arm.s"),
+        ("arm", "arm-linux-gnueabi-ld", "-e", "first", "arm.o"),
+        ("module.ko", "ld", "-r", "64.o"),
+    ]:
+        subprocess.run([*command, "-o", name], cwd=folder, check=True, capture_output=True)
+        yield str(folder / name)
 
 
 def run(*command, text_in=None):
@@ -165,8 +202,13 @@ def main():
         files = files[:: max(1, len(files) // options.sample)]
     totals = collections.Counter()
     failures = []
-    for path in files:
-        check(path, totals, failures)
+    with tempfile.TemporaryDirectory() as folder:
+        built = [] if options.files else list(built_files(pathlib.Path(folder)))
+        for path in files + built:
+            before = totals["functions"]
+            check(path, totals, failures)
+            if path in built and totals["functions"] == before:
+                failures.append(f"{path}: no function was compared")
     for what, count in totals.most_common():
         print(f"{count:9}  {what}")
     for failure in failures[:40]:

@@ -233,7 +233,14 @@ TEST(SymbolTable, RawSymbolsKeepTheirPlaceBehindScopes) {
     auto const raw = [](char const* name, unsigned long long start, unsigned long long end) {
         return RawSymbol{name, start, end - start, symbol_visibility_Global, symbol_kind_Function};
     };
-    static_cast<SymbolTable&>(*table).addRawSymbols(nullptr, {raw("a", 100, 300), raw("b", 150, 300)});
+    auto const batch = [](std::vector<RawSymbol> const& symbols) {
+        RawSymbolBatch out(symbols.size());
+        for (RawSymbol const& symbol : symbols) {
+            out.add(symbol);
+        }
+        return out;
+    };
+    static_cast<SymbolTable&>(*table).addRawSymbols(nullptr, batch({raw("a", 100, 300), raw("b", 150, 300)}));
     SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
     table->symbolRanges(it, 160, 170, k_allKinds);
     EXPECT_EQ(allRanges(it), "a[100,300) b[150,300) x[100,200)");
@@ -248,7 +255,7 @@ TEST(SymbolTable, RawSymbolsKeepTheirPlaceBehindScopes) {
     }
     SymMgrObjectPtr<ISymbolTable> const atOnce = ISymbolTable::create(nullptr);
     SymMgrObjectPtr<ISymbolTable> const oneByOne = ISymbolTable::create(nullptr);
-    static_cast<SymbolTable&>(*atOnce).addRawSymbols(nullptr, crowd);
+    static_cast<SymbolTable&>(*atOnce).addRawSymbols(nullptr, batch(crowd));
     for (RawSymbol const& symbol : crowd) {
         oneByOne->addRange(symbol.address, symbol.address + symbol.size,
                            scopeOf(symbol.name, symbol.address, symbol.address + symbol.size));

@@ -228,8 +228,13 @@ protected:
         // In two goes, so that the second meets the first.
         std::size_t const half = raw.size() / 2;
         auto& table = static_cast<SymbolTable&>(*m_table);
-        table.addRawSymbols(nullptr, {raw.begin(), raw.begin() + static_cast<std::ptrdiff_t>(half)});
-        table.addRawSymbols(nullptr, {raw.begin() + static_cast<std::ptrdiff_t>(half), raw.end()});
+        RawSymbolBatch first(half);
+        RawSymbolBatch second(raw.size() - half);
+        for (std::size_t i = 0; i < raw.size(); ++i) {
+            (i < half ? first : second).add(raw[i]);
+        }
+        table.addRawSymbols(nullptr, std::move(first));
+        table.addRawSymbols(nullptr, std::move(second));
     }
 
     static Symbol* makeSymbol(Range const& range) {

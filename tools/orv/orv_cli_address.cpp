@@ -71,7 +71,7 @@ void print(Module& module, IAddress& address, bool json) {
 
 int address(std::string const& moduleName, std::vector<std::string> const& words, AddressForm form,
             CommonOptions const& common) {
-    Module module(moduleName, common);
+    Module& module = Module::load(moduleName, common);
     int exitStatus = 0;
     bool isFirst = true;
     for (std::string const& word : words) {

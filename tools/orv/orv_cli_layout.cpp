@@ -24,7 +24,7 @@ char const* nameOfSegmentType(unsigned int type) { return type == 1 ? "code" : t
 } // namespace
 
 int info(std::string const& moduleName, CommonOptions const& common) {
-    Module const module(moduleName, common);
+    Module& module = Module::load(moduleName, common);
     IModuleSymbolBank& bank = module.bank();
     SymMgrObjectPtr<IAddress> const entry = bank.entryPoint();
     if (common.json) {
@@ -55,7 +55,7 @@ int info(std::string const& moduleName, CommonOptions const& common) {
 }
 
 int candidates(std::string const& moduleName, CommonOptions const& common) {
-    Module module(moduleName, common);
+    Module& module = Module::load(moduleName, common);
     SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>> list;
     status_t const status = module.loader().symbolFiles(list);
     if (failed(status)) {
@@ -80,7 +80,7 @@ int candidates(std::string const& moduleName, CommonOptions const& common) {
 }
 
 int sections(std::string const& moduleName, CommonOptions const& common) {
-    Module module(moduleName, common);
+    Module& module = Module::load(moduleName, common);
     SymMgrObjectPtr<ISection> section;
     module.loader().sectionByIndex(section, 0);
     if (section && !common.json) {
@@ -105,7 +105,7 @@ int sections(std::string const& moduleName, CommonOptions const& common) {
 }
 
 int segments(std::string const& moduleName, CommonOptions const& common) {
-    Module const module(moduleName, common);
+    Module& module = Module::load(moduleName, common);
     SymMgrObjectPtr<IIterator<ISegment*>> list;
     if (module.bank().segments(list) == status_Ok) {
         if (!common.json) {

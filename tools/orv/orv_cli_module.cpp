@@ -53,6 +53,12 @@ char const* nameOfSymbolFormat(unsigned int format) {
     }
 }
 
+Module& Module::load(std::string name, CommonOptions const& options) {
+    static Module* module = nullptr;
+    module = new Module(std::move(name), options);
+    return *module;
+}
+
 Module::Module(std::string name, CommonOptions const& options) : m_name(std::move(name)), m_options(options) {
     status_t status = ISymbolManager::create(m_manager);
     if (status == status_Ok) {

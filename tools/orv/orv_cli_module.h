@@ -33,8 +33,11 @@ char const* nameOfSymbolFormat(unsigned int format);
 /// A loaded module. Its bank is never null.
 class Module {
 public:
-    /// Throws Failure if the module can't be loaded.
-    Module(std::string name, CommonOptions const& options);
+    /// Throws Failure if the module can't be loaded. The module stays until the process ends, and goes
+    /// with it: taking tens of thousands of symbols apart one by one would serve nobody.
+    static Module& load(std::string name, CommonOptions const& options);
+    Module(Module const&) = delete;
+    Module& operator=(Module const&) = delete;
 
     std::string const& name() const { return m_name; }
     IModuleSymbolBank& bank() const { return *m_bank; }
@@ -44,6 +47,8 @@ public:
     bool is32Bit();
 
 private:
+    Module(std::string name, CommonOptions const& options);
+
     std::string m_name;
     CommonOptions m_options;
     SymMgrObjectPtr<ISymbolManager> m_manager;

@@ -109,7 +109,8 @@ void groupByLocality(std::vector<Query>& queries, std::vector<Query*>& grouped) 
 class Symbolizer {
 public:
     Symbolizer(SymbolizeOptions const& options, CommonOptions const& common)
-        : m_options(options), m_json(common.json), m_module(options.module, common), m_is32Bit(m_module.is32Bit()) {}
+        : m_options(options), m_json(common.json), m_module(Module::load(options.module, common)),
+          m_is32Bit(m_module.is32Bit()) {}
 
     /// Words of the command line or of the input.
     template <typename Words> void answer(Words const& words) {
@@ -194,7 +195,7 @@ private:
 
     SymbolizeOptions const& m_options;
     bool m_json;
-    Module m_module;
+    Module& m_module;
     bool m_is32Bit;
     std::vector<Query> m_queries;
     std::vector<Query*> m_grouped;

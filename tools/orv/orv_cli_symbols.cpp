@@ -111,7 +111,7 @@ int symbols(SymbolsOptions const& options, CommonOptions const& common) {
     unsigned int mask = 0;
     parseKinds(options.kinds, mask);
     auto const kinds = static_cast<symbol_kind_t>(mask);
-    Module const module(options.module, common);
+    Module& module = Module::load(options.module, common);
     RangeIterator ranges;
     status_t const status = options.disjoint
                                 ? module.bank().nonOverlappedSymbolRanges(ranges, kinds, from.get(), to.get(), nullptr)
