@@ -44,12 +44,15 @@ constexpr unsigned int k_deepestDeclarator = 32;
 
 /// Longer texts are not taken apart: names are a means to tell functions apart, not to spend time on.
 constexpr std::size_t k_longestText = 32768;
+/// Names that people write take a few.
+constexpr std::size_t k_stepsPerCharacter = 100;
 
 bool isIdentifier(char c) { return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == '$'; }
 
 } // namespace
 
-DemangledParts::DemangledParts(std::string_view text) : m_text(text), m_end(text.size()) {
+DemangledParts::DemangledParts(std::string_view text)
+    : m_text(text), m_steps(k_stepsPerCharacter * (text.size() + 1)), m_end(text.size()) {
     if (m_text.size() > k_longestText) {
         m_nameEnd = m_parametersEnd = m_end;
         return;
@@ -85,13 +88,17 @@ DemangledParts::DemangledParts(std::string_view text) : m_text(text), m_end(text
         }
     }
     parse(m_declaration, m_end, 0);
+    if (m_steps == 0) {
+        m_nameBegin = m_declaration;
+        m_nameEnd = m_parametersEnd = m_end;
+    }
 }
 
 /// Finds the name and the parameters of the declaration in [begin, end).
 void DemangledParts::parse(std::size_t begin, std::size_t end, unsigned int depth) {
     std::size_t nameBegin = begin;
     std::size_t at = begin;
-    while (at < end) {
+    while (at < end && !isSpent()) {
         if (isOperator(at, begin, end)) {
             at = skipOperator(at, end);
             continue;
@@ -162,7 +169,7 @@ std::size_t DemangledParts::skipGroup(std::size_t at, std::size_t end) const {
     char const open = m_text[at];
     char const close = open == '(' ? ')' : open == '{' ? '}' : ']';
     std::size_t depth = 0;
-    for (; at < end; ++at) {
+    for (; at < end && !isSpent(); ++at) {
         depth += m_text[at] == open ? 1 : 0;
         if (m_text[at] == close && --depth == 0) {
             return at + 1;
@@ -178,7 +185,7 @@ std::size_t DemangledParts::skipTemplateArguments(std::size_t at, std::size_t en
     ++m_depth;
     std::size_t result = end;
     std::size_t open = 0;
-    for (std::size_t const begin = at; at < end && result == end;) {
+    for (std::size_t const begin = at; at < end && result == end && !isSpent();) {
         if (isOperator(at, begin, end)) {
             at = skipOperator(at, end);
             continue;
@@ -229,7 +236,7 @@ std::size_t DemangledParts::skipOperator(std::size_t at, std::size_t end) const 
 /// the last ones ahead of what is local to the function.
 std::size_t DemangledParts::skipConversion(std::size_t at, std::size_t end) const {
     std::size_t parameters = end;
-    while (at < end) {
+    while (at < end && !isSpent()) {
         switch (m_text[at]) {
         case '<': at = skipTemplateArguments(at, end); continue;
         case '>':
@@ -271,7 +278,7 @@ std::size_t DemangledParts::ownArguments(std::size_t at, std::size_t end) const 
     static constexpr std::string_view k_builtinEnds[] = {"int",    "char",   "long",     "short",   "bool",    "float",
                                                          "double", "signed", "unsigned", "wchar_t", "__int128"};
     std::size_t last = end;
-    for (std::size_t i = at + k_operator.size(); i < end;) {
+    for (std::size_t i = at + k_operator.size(); i < end && !isSpent();) {
         if (m_text[i] == '<') {
             last = i;
             i = skipTemplateArguments(i, end);
@@ -325,7 +332,7 @@ std::string DemangledParts::baseName() const {
     std::size_t const end = m_nameBegin + name.size();
     std::size_t component = m_nameBegin;
     std::size_t arguments = end; // where the component's own template arguments begin
-    for (std::size_t at = m_nameBegin; at < end;) {
+    for (std::size_t at = m_nameBegin; at < end && !isSpent();) {
         if (isOperator(at, component, end)) {
             std::size_t behind = skipOperator(at, end);
             if (isConversion(at) && behind < end && !isScope(behind, end)) {

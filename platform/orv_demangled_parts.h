@@ -40,6 +40,8 @@ private:
     bool isConversion(std::size_t at) const;
     std::size_t ownArguments(std::size_t at, std::size_t end) const;
     bool isOperator(std::size_t at, std::size_t begin, std::size_t end) const;
+    /// Counts a step. True when there were too many: nested operators may look ahead over each other.
+    bool isSpent() const { return m_steps == 0 || --m_steps == 0; }
     bool startsWith(std::size_t at, std::string_view word) const {
         return at <= m_text.size() && m_text.substr(at, word.size()) == word;
     }
@@ -51,6 +53,7 @@ private:
 
     std::string_view m_text;
     mutable unsigned int m_depth = 0;
+    mutable std::size_t m_steps;   ///< How many more characters may be looked at.
     std::size_t m_declaration = 0; ///< Behind "vtable for " and the like.
     std::size_t m_end;             ///< Ahead of " [clone ...]".
     std::size_t m_nameBegin = 0;

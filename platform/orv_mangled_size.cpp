@@ -33,7 +33,7 @@ public:
 
 private:
     char peek(std::size_t ahead = 0) const { return m_at + ahead < m_text.size() ? m_text[m_at + ahead] : '\0'; }
-    bool isAt(std::string_view word) const { return m_text.substr(m_at, word.size()) == word; }
+    bool isAt(std::string_view word) const { return m_at < m_text.size() && m_text.substr(m_at, word.size()) == word; }
     bool take(std::string_view word) {
         bool const isThere = isAt(word);
         m_at += isThere ? word.size() : 0;

@@ -108,5 +108,11 @@ TEST(Demangler, TextsThatNoDemanglerWrites) {
         nested += "operator a<x (";
     }
     DemangledParts(nested).baseName();
+    std::string lookingAhead;
+    for (int i = 0; i < 200; ++i) {
+        lookingAhead += "<::operator int() x";
+    }
+    DemangledParts(lookingAhead).baseName();                                   // comes back
+    mangledSizeBound("_Z1fX2_ESt2lesssfL1fIJ1fIJoperatorZ1fvcLDpT_IsfLnJsA0"); // ends inside a type
     EXPECT_EQ(DemangledParts(std::string(100000, '(')).shortName().size(), 100000U);
 }
