@@ -24,7 +24,7 @@ with tempfile.TemporaryDirectory() as folder:
         assert (prefix / wanted).exists(), wanted
 
     by_cmake = pathlib.Path(folder) / "by-cmake"
-    run(cmake, "-S", str(examples / "installed"), "-B", str(by_cmake), f"-DCMAKE_PREFIX_PATH={prefix}",
+    run(cmake, "-G", "Ninja", "-S", str(examples / "installed"), "-B", str(by_cmake), f"-DCMAKE_PREFIX_PATH={prefix}",
         f"-DCMAKE_CXX_COMPILER={cxx}")
     run(cmake, "--build", str(by_cmake))
 

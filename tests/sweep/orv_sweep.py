@@ -113,7 +113,8 @@ class Module:
                 table = 0 if "'.symtab'" in line else 1  # the order in which the loader reads them
             columns = line.split(None, 7)
             if len(columns) == 8 and columns[0].rstrip(":").isdigit():
-                name = columns[7].split("@")[0].strip()
+                # readelf adds versions to dynamic names; in .symtab they are part of the name.
+                name = columns[7].strip() if table == 0 else columns[7].split("@")[0].strip()
                 order = (table, int(columns[0].rstrip(":")))
                 self.symbols.append((int(columns[1], 16), int(columns[2], 0), columns[3], columns[4], columns[6], name,
                                      order))
