@@ -5,13 +5,7 @@
 #include "symbols/orv_symboltable_iterators.h"
 
 #include <algorithm>
-#include <array>
-#include <cstring>
 #include <mutex>
-#include <numeric>
-#include <string_view>
-#include <unordered_map>
-#include <unordered_set>
 
 namespace ORV_3_30 {
 namespace {
@@ -66,69 +60,6 @@ bool isBetter(RangeRecord const& candidate, RangeRecord const& best, unsigned lo
     // The innermost wins, but an inlined body does not hide a plain symbol.
     bool const isHiddenInline = mine.isInline && !theirs.isInline;
     return candidate.start > best.start && candidate.start <= address && !isHiddenInline;
-}
-
-/// An address, as the distance from the lowest one, and the index of what stands there.
-template <typename Distance> struct Placed {
-    Distance address;
-    std::uint32_t index;
-};
-
-/// Sorts by address and keeps the order of equal ones: by one byte of the address after the other,
-/// the lowest first, leaving out the bytes in which no two addresses differ.
-template <typename Distance> void sortByAddress(std::vector<Placed<Distance>>& items) {
-    Distance differing = 0;
-    for (auto const& item : items) {
-        differing |= item.address ^ items.front().address;
-    }
-    std::vector<Placed<Distance>> sorted(items.size());
-    for (unsigned int shift = 0; shift < 8 * sizeof(Distance); shift += 8) {
-        if ((differing >> shift & 0xFF) == 0) {
-            continue;
-        }
-        std::array<std::size_t, 257> starts{};
-        for (auto const& item : items) {
-            ++starts[(item.address >> shift & 0xFF) + 1];
-        }
-        std::partial_sum(starts.begin(), starts.end(), starts.begin());
-        for (auto const& item : items) {
-            sorted[starts[item.address >> shift & 0xFF]++] = item;
-        }
-        items.swap(sorted);
-    }
-}
-
-/// Calls visit with the indices of the symbols at one address, one address after the other.
-template <typename Distance, typename Visitor>
-void visitByAddress(RawSymbolBatch& batch, unsigned long long lowest, Visitor visit) {
-    std::vector<Placed<Distance>> items;
-    items.reserve(batch.size());
-    for (std::size_t i = 0; i < batch.size(); ++i) {
-        items.push_back({static_cast<Distance>(batch[i].start - lowest), static_cast<std::uint32_t>(i)});
-    }
-    sortByAddress(items);
-    constexpr std::size_t k_ahead = 8;
-    std::vector<std::uint32_t> group;
-    for (std::size_t i = 0; i < items.size(); ++i) {
-        if (i + k_ahead < items.size()) {
-            __builtin_prefetch(&batch[items[i + k_ahead].index]);
-        }
-        group.push_back(items[i].index);
-        if (i + 1 == items.size() || items[i + 1].address != items[i].address) {
-            visit(group);
-            group.clear();
-        }
-    }
-}
-
-/// From here on it pays to look for duplicates by name.
-constexpr std::size_t k_largeGroup = 16;
-
-/// Whether two raw symbols that start at one address are the same thing: the rule of
-/// Scope::mergeDecision for scopes of one range.
-bool isSameRaw(RangeRecord const& rival, RangeRecord const& newcomer) {
-    bool const endsMatter = rival.isPoint() || !newcomer.isPoint();
-    return (!endsMatter || rival.end == newcomer.end) && std::strcmp(rival.rawName, newcomer.rawName) == 0;
 }
 
 /// The walk that settles who wins, fed with the alive records in list order.
@@ -330,126 +261,6 @@ RangeRecord* SymbolTable::makeRecord(Position at, unsigned long long end, Scope*
         m_pool.make(m_keys.address(at), end, nullptr, scope, nullptr, order, std::uint8_t{0}, std::uint8_t{0});
     link(at, record);
     return record;
-}
-
-void SymbolTable::addRawSymbols(IFileFormatLoader* loader, RawSymbolBatch newcomers) {
-    std::unique_lock<Guard> const guard(m_guard);
-    if (m_rawLoader == nullptr) {
-        m_rawLoader = loader;
-    }
-    m_batches.push_back(std::move(newcomers));
-    RawSymbolBatch& batch = m_batches.back();
-    unsigned long long lowest = ~0ULL;
-    unsigned long long highest = 0;
-    for (std::size_t i = 0; i < batch.size(); ++i) {
-        batch[i].order = m_arrivals++;
-        lowest = std::min(lowest, batch[i].start);
-        highest = std::max(highest, batch[i].start);
-    }
-    if (m_holdsScopes || m_rawLoader != loader) {
-        // What a scope decides may depend on what is in the table by then.
-        for (std::size_t i = 0; i < batch.size(); ++i) {
-            insertRaw(loader, batch[i]);
-        }
-        return;
-    }
-    // Raw symbols only meet others of the same start, so these may go in by address, which is cheap.
-    auto const insert = [&](std::vector<std::uint32_t> const& group) {
-        if (group.size() < k_largeGroup || !holdsOnlyRaw(batch[group.front()].start)) {
-            for (std::uint32_t const index : group) {
-                insertRaw(loader, batch[index]);
-            }
-        } else {
-            insertRawGroup(batch, group);
-        }
-    };
-    if (highest - lowest <= 0xFFFFFFFF) {
-        visitByAddress<std::uint32_t>(batch, lowest, insert);
-    } else {
-        visitByAddress<std::uint64_t>(batch, lowest, insert);
-    }
-}
-
-/// True if nothing but raw symbols without a scope starts at an address.
-bool SymbolTable::holdsOnlyRaw(unsigned long long address) const {
-    Position const at = m_keys.lowerBound(address);
-    RangeRecord const* record = !m_keys.isEnd(at) && m_keys.address(at) == address ? m_keys.records(at) : nullptr;
-    while (record != nullptr && record->isRaw()) {
-        record = record->next;
-    }
-    return record == nullptr;
-}
-
-void SymbolTable::insertRaw(IFileFormatLoader* loader, RangeRecord& symbol) {
-    if (m_rawLoader != loader) {
-        insertRawScope(loader, symbol);
-        return;
-    }
-    Position at = m_keys.lowerBound(symbol.start);
-    if (m_keys.isEnd(at) || m_keys.address(at) != symbol.start) {
-        at = m_keys.insert(at, symbol.start);
-    }
-    for (RangeRecord* rival = m_keys.records(at); rival != nullptr; rival = rival->next) {
-        if (!rival->isRaw()) {
-            insertRawScope(loader, symbol); // the rival decides
-            return;
-        }
-        if (isSameRaw(*rival, symbol)) {
-            return;
-        }
-    }
-    link(at, &symbol);
-}
-
-/// A raw symbol that needs its scope at once.
-void SymbolTable::insertRawScope(IFileFormatLoader* loader, RangeRecord const& symbol) {
-    SymMgrObjectPtr<Scope> const scope(new SymbolScope(loader, SymbolName::borrowed(symbol.rawName), symbol.start,
-                                                       m_scope, static_cast<symbol_visibility_t>(symbol.rawVisibility),
-                                                       static_cast<symbol_kind_t>(symbol.rawKind)));
-    scope->addRange(symbol.start, symbol.end);
-    RangeRecord const* const record = insertRange(symbol.start, symbol.end, scope.get(), symbol.order);
-    if (record->scope == scope.get()) {
-        keep(scope.get());
-    }
-}
-
-/// Many raw symbols at one address, in the order of arrival: the outcome is that of insertRaw for
-/// each, without a comparison of each with all others.
-void SymbolTable::insertRawGroup(RawSymbolBatch& batch, std::vector<std::uint32_t> const& group) {
-    /// What stands there under one name.
-    struct Known {
-        std::unordered_set<unsigned long long> ends;
-        bool hasExtent = false;
-    };
-    std::unordered_map<std::string_view, Known> known;
-    unsigned long long const address = batch[group.front()].start;
-    Position at = m_keys.lowerBound(address);
-    if (m_keys.isEnd(at) || m_keys.address(at) != address) {
-        at = m_keys.insert(at, address);
-    }
-    Records records;
-    auto const take = [&](RangeRecord* record) {
-        records.push_back(record);
-        Known& same = known[record->rawName];
-        same.ends.insert(record->end);
-        same.hasExtent |= !record->isPoint();
-    };
-    for (RangeRecord* record = m_keys.records(at); record != nullptr; record = record->next) {
-        take(record);
-    }
-    for (std::uint32_t const index : group) {
-        RangeRecord& symbol = batch[index];
-        Known const& same = known[symbol.rawName];
-        if (same.ends.count(symbol.end) == 0 && !(symbol.isPoint() && same.hasExtent)) {
-            take(&symbol);
-        }
-    }
-    std::stable_sort(records.begin(), records.end(),
-                     [](RangeRecord const* a, RangeRecord const* b) { return a->end > b->end; });
-    for (std::size_t i = 0; i < records.size(); ++i) {
-        records[i]->next = i + 1 < records.size() ? records[i + 1] : nullptr;
-    }
-    m_keys.setRecords(at, records.front());
 }
 
 Scope* SymbolTable::scopeOf(RangeRecord const& record) const {
