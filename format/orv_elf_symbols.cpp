@@ -140,7 +140,7 @@ void SymbolCallBack::symbol(RawSymbol const& symbol) {
 
 RegularSymbolCallBack::RegularSymbolCallBack(IFileFormatLoader* loader, ISymbolTable* table, std::size_t expected)
     : SymbolCallBack(loader, table), m_ownTable(dynamic_cast<SymbolTable*>(table)),
-      m_collected(m_ownTable != nullptr ? expected : 0) {}
+      m_expected(m_ownTable != nullptr ? expected : 0), m_collected(m_expected) {}
 
 void RegularSymbolCallBack::symbol(RawSymbol const& symbol) {
     if (m_ownTable == nullptr) {
@@ -157,6 +157,7 @@ void RegularSymbolCallBack::attach(Scope& scope, unsigned long long address, uns
 void RegularSymbolCallBack::finish() {
     if (m_ownTable != nullptr) {
         m_collected.dropUnnamed();
+        m_collected.shrink(m_expected);
         m_ownTable->addRawSymbols(loader(), std::move(m_collected));
     }
 }

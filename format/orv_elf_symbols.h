@@ -105,6 +105,7 @@ public:
 
 private:
     SymbolTable* m_ownTable; ///< Null for a table that somebody else has implemented.
+    std::size_t m_expected;
     RawSymbolBatch m_collected;
 };
 

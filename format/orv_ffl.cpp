@@ -41,7 +41,9 @@ status_t IFileFormatLoader::create(SymMgrObjectPtr<IFileFormatLoader>& out, SymM
     if (!isElf(image.get())) {
         return out ? out->status() : status_BadFileFormat;
     }
-    out = new ElfFileLoader(image);
+    SymMgrObjectPtr<ElfFileLoader> const loader(new ElfFileLoader);
+    loader->open(std::move(image));
+    out = loader.get();
     return out->status();
 }
 
@@ -224,7 +226,8 @@ bool FileFormatLoader::addSegment(unsigned long long address, char const* name, 
 }
 
 bool FileFormatLoader::addSection(char const* name, unsigned long long address, unsigned long long size) {
-    m_sections[address] = new Section(name, this, address, address, size, 0);
+    SymMgrObjectPtr<Section> const section(new Section(name, this, address, address, size, 0));
+    m_sections[address] = section;
     return true;
 }
 

@@ -10,7 +10,8 @@
 
 namespace ORV_3_30 {
 
-ElfFileLoader::ElfFileLoader(SymMgrObjectPtr<IModuleImage> image) : m_elfHelper(new ElfHelper(std::move(image))) {
+void ElfFileLoader::open(SymMgrObjectPtr<IModuleImage> image) {
+    m_elfHelper = new ElfHelper(std::move(image));
     readFileInfo();
     if (!m_elfHelper->valid()) {
         setStatus(status_BadFileFormat);

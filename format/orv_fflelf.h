@@ -6,11 +6,13 @@
 
 namespace ORV_3_30 {
 
-/// Everything but the symbols is read when it is built. loadSymbols is serialised by a lock of its
+/// Everything but the symbols is read when it is opened. loadSymbols is serialised by a lock of its
 /// own, since several banks may share one loader and the sections are read on first use.
 class ElfFileLoader final : public FileFormatLoader {
 public:
-    explicit ElfFileLoader(SymMgrObjectPtr<IModuleImage> image);
+    /// Reads all but the symbols. To be called once, before anything else. Apart from construction, since
+    /// a counted object that can't be finished must go by its count.
+    void open(SymMgrObjectPtr<IModuleImage> image);
     ~ElfFileLoader() override = default;
 
     char const* fileName() override;

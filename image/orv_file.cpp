@@ -119,7 +119,12 @@ LinuxFile* openLinuxFile(char const* path, int flags, file_op_status_t& status) 
         return nullptr;
     }
     status = fosOK;
-    return new LinuxFile(descriptor);
+    try {
+        return new LinuxFile(descriptor);
+    } catch (...) {
+        ::close(descriptor);
+        throw;
+    }
 }
 
 } // namespace
@@ -133,7 +138,7 @@ IFileModifiable* openFileModifiable(char const* path, bool create, file_op_statu
     return openLinuxFile(path, O_RDWR | (create ? O_CREAT : 0), status);
 }
 
-File::File(char const* path) : m_file(openFile(path, m_openStatus)), m_path(path != nullptr ? path : "") {}
+File::File(char const* path) : m_path(path != nullptr ? path : ""), m_file(openFile(path, m_openStatus)) {}
 
 File::~File() {
     if (m_file != nullptr) {
@@ -142,7 +147,7 @@ File::~File() {
 }
 
 FileModifiable::FileModifiable(char const* path, bool create)
-    : m_file(openFileModifiable(path, create, m_openStatus)), m_path(path != nullptr ? path : "") {}
+    : m_path(path != nullptr ? path : ""), m_file(openFileModifiable(path, create, m_openStatus)) {}
 
 FileModifiable::~FileModifiable() {
     if (m_file != nullptr) {

@@ -5,8 +5,8 @@
 ///     file.seek(16);
 ///     file.read(sizeof(buffer), buffer);
 ///
-/// Nothing here throws or logs: a failure stays in the file's status. No locks: a file belongs to
-/// one thread at a time. Offsets and lengths are bytes.
+/// Nothing here logs, and nothing but want of memory throws: a failure stays in the file's status. No locks: a file
+/// belongs to one thread at a time. Offsets and lengths are bytes.
 #pragma once
 
 #include <cstdint>
@@ -82,9 +82,9 @@ public:
     char const* path() const { return m_path.c_str(); }
 
 private:
-    file_op_status_t m_openStatus = fosFail; // ahead of m_file: opening fills it
-    IFile* m_file;
     std::string m_path;
+    file_op_status_t m_openStatus = fosFail; // both ahead of m_file: opening fills it, and comes last
+    IFile* m_file;
 };
 
 /// The same for a file that can be written.
@@ -107,9 +107,9 @@ public:
     file_op_status_t status() const { return m_file != nullptr ? m_file->status() : m_openStatus; }
 
 private:
-    file_op_status_t m_openStatus = fosFail; // ahead of m_file: opening fills it
-    IFileModifiable* m_file;
     std::string m_path;
+    file_op_status_t m_openStatus = fosFail; // both ahead of m_file: opening fills it, and comes last
+    IFileModifiable* m_file;
 };
 
 } // namespace ORV_3_30

@@ -33,14 +33,14 @@ struct RangeRecord {
     std::atomic<unsigned long long> end; ///< A merge may move it while others read.
     RangeRecord* next;                   ///< The next record with the same start, by end, the greatest first.
     std::atomic<Scope*> scope;           ///< The table holds a reference on it. Null: not made yet.
-    char const* rawName;                 ///< Null unless a raw symbol stands here.
+    char const* rawName;                 ///< Null unless a raw symbol stands here, and once a merge has changed it.
     std::uint32_t order;                 ///< Arrival: of equal ends, the one that came first stands in front.
     std::uint8_t rawKind;
     std::uint8_t rawVisibility;
 
     bool isPoint() const { return start == end; }
-    /// True while a raw symbol stands here that nobody has needed a scope for.
-    bool isRaw() const { return scope.load(std::memory_order_acquire) == nullptr; }
+    /// True while a raw symbol stands here as the file has it, with or without a scope.
+    bool isRaw() const { return rawName != nullptr; }
 };
 
 /// Raw symbols on their way into a table, in the order of arrival. The records are made once, where
@@ -65,13 +65,22 @@ public:
                 continue;
             }
             if (kept != i) {
-                place(kept, {record.rawName, record.start, record.end - record.start,
-                             static_cast<symbol_visibility_t>(record.rawVisibility),
-                             static_cast<symbol_kind_t>(record.rawKind)});
+                place(kept, symbol(i));
             }
             ++kept;
         }
         m_count = kept;
+    }
+    /// Gives back the room that no symbol has come for, if that is most of it.
+    void shrink(std::size_t capacity) {
+        if (m_count >= capacity / 4) {
+            return;
+        }
+        RawSymbolBatch smaller(m_count);
+        for (std::size_t i = 0; i < m_count; ++i) {
+            smaller.add(symbol(i));
+        }
+        *this = std::move(smaller);
     }
     std::size_t size() const { return m_count; }
     RangeRecord& operator[](std::size_t index) {
@@ -81,6 +90,11 @@ public:
 private:
     using Storage = std::aligned_storage_t<sizeof(RangeRecord), alignof(RangeRecord)>;
 
+    RawSymbol symbol(std::size_t index) {
+        RangeRecord const& record = (*this)[index];
+        return {record.rawName, record.start, record.end - record.start,
+                static_cast<symbol_visibility_t>(record.rawVisibility), static_cast<symbol_kind_t>(record.rawKind)};
+    }
     void place(std::size_t index, RawSymbol const& symbol) {
         new (&m_records[index]) RangeRecord{symbol.address,
                                             symbol.address + symbol.size,

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <mutex>
+#include <typeinfo>
 
 namespace ORV_3_30 {
 namespace {
@@ -89,6 +90,19 @@ private:
     RangeRecord const* m_best = nullptr;
 };
 
+/// The order of a key's list: the greatest end first, and equal ends as they came.
+void sortAsList(SymbolTable::Records& records) {
+    constexpr auto k_relaxed = std::memory_order_relaxed;
+    std::sort(records.begin(), records.end(), [](RangeRecord const* a, RangeRecord const* b) {
+        unsigned long long const aEnd = a->end.load(k_relaxed);
+        unsigned long long const bEnd = b->end.load(k_relaxed);
+        return aEnd != bEnd ? aEnd > bEnd : a->order < b->order;
+    });
+}
+
+/// True for a scope that goes by the rule of Scope::mergeDecision, which looks at nothing else.
+bool isPlain(Scope const& scope) { return typeid(scope) == typeid(SymbolScope); }
+
 } // namespace
 
 SymMgrObjectPtr<ISymbolTable> ISymbolTable::create(Scope* scope) {
@@ -96,6 +110,14 @@ SymMgrObjectPtr<ISymbolTable> ISymbolTable::create(Scope* scope) {
 }
 
 // --- Adding
+
+/// Makes room for what may have to be kept, so that keeping it can't fail once it is linked.
+void SymbolTable::reserveKeep() {
+    std::lock_guard<std::mutex> const guard(m_scopesLock);
+    if (m_scopes.size() + 1 >= m_scopes.capacity()) {
+        m_scopes.reserve(m_scopes.size() * 2 + 4);
+    }
+}
 
 void SymbolTable::keep(Scope* scope) {
     std::lock_guard<std::mutex> const guard(m_scopesLock);
@@ -106,7 +128,8 @@ bool SymbolTable::addRange(unsigned long long start, unsigned long long end, Sco
     // A scope that is refused goes with this reference, unless somebody else holds one.
     SymMgrObjectPtr<Scope> const held(scope);
     std::unique_lock<Guard> const guard(m_guard);
-    m_holdsScopes |= scope != nullptr;
+    m_holdsDeciders |= scope != nullptr && !isPlain(*scope);
+    reserveKeep();
     RangeRecord const* const record = insertRange(start, end, scope, m_arrivals++);
     bool const isTaken = scope != nullptr && record != nullptr && record->scope == scope;
     if (isTaken) {
@@ -121,7 +144,7 @@ bool SymbolTable::addScope(Scope* scope) {
     }
     SymMgrObjectPtr<Scope> const held(scope);
     std::unique_lock<Guard> const guard(m_guard);
-    m_holdsScopes = true;
+    m_holdsDeciders |= !isPlain(*scope);
     bool hasStayed = false;
     Scope* target = nullptr;
     // A merge may change the scope's ranges while they go in.
@@ -129,13 +152,20 @@ bool SymbolTable::addScope(Scope* scope) {
     for (std::size_t i = 0; i < scope->ranges().size(); ++i) {
         ranges.push_back(scope->ranges()[i]);
     }
+    auto const noteStay = [&](Scope* holder) {
+        if (holder == scope && !hasStayed) {
+            hasStayed = true;
+            keep(scope); // at once: a record refers to it
+        }
+    };
     for (RangeList::Range const& range : ranges) {
+        reserveKeep();
         RangeRecord const* const record = insertRange(range.start, range.end, scope, m_arrivals++);
         if (record == nullptr) {
             continue;
         }
         Scope* const holder = scopeOf(*record);
-        hasStayed |= holder == scope;
+        noteStay(holder);
         if (target != scope) {
             target = holder;
         }
@@ -143,22 +173,21 @@ bool SymbolTable::addScope(Scope* scope) {
     Scope* const thunkOwner = target != nullptr ? target : scope;
     ThunkList const thunks = scope->thunks();
     for (SymMgrObjectPtr<Thunk> const& thunk : thunks) {
-        RangeRecord const* const record =
+        reserveKeep();
+        RangeRecord* const record =
             insertRange(thunk->address(), thunk->address() + thunk->size(), thunkOwner, m_arrivals++);
         if (record == nullptr) {
             continue;
         }
         Scope* const holder = scopeOf(*record);
-        hasStayed |= holder == scope;
+        noteStay(holder);
         if (thunkOwner != scope && holder == thunkOwner) {
             thunkOwner->addThunk(thunk.get());
         } else if (!hasStayed) {
             holder->addThunk(thunk.get());
             holder->removeRange(thunk->address());
+            record->rawName = nullptr; // no longer as the file has it
         }
-    }
-    if (hasStayed) {
-        keep(scope);
     }
     return hasStayed;
 }
@@ -184,9 +213,11 @@ RangeRecord* SymbolTable::insertBeside(Position at, unsigned long long end, Scop
         Scope* nextScope = nullptr;
         if (!m_keys.isEnd(ahead)) {
             nextKey = m_keys.address(ahead);
+            RangeRecord const* last = nullptr;
             for (RangeRecord const* record = m_keys.records(ahead); record != nullptr; record = record->next) {
-                nextScope = scopeOf(*record);
+                last = record;
             }
+            nextScope = last != nullptr ? scopeOf(*last) : nullptr;
         }
         for (RangeRecord* rival = first; rival != nullptr; rival = rival->next) {
             unsigned int const flags = scopeOf(*rival)->mergeDecision(*scope, nextKey, nextScope);
@@ -204,21 +235,30 @@ void SymbolTable::absorb(RangeRecord* rival, unsigned int flags, Scope& newcomer
     if (flags == merge_Same) {
         return;
     }
-    bool const isResized = (flags & (merge_ReplaceEnd | merge_ReplaceScope)) != 0;
-    if (isResized) {
-        unlink(m_keys.lowerBound(rival->start), rival);
-        if ((flags & merge_ReplaceEnd) == 0) {
-            removeOtherRanges(*scopeOf(*rival));
-        } else if (!rival->isPoint()) {
-            eraseDeserted(rival->start + 1, rival->end);
-        }
+    scopeOf(*rival);
+    rival->rawName = nullptr; // no longer as the file has it
+    if ((flags & (merge_ReplaceEnd | merge_ReplaceScope)) == 0) {
+        rival->scope.load()->merge(newcomer, flags, *rival);
+        return;
     }
-    scopeOf(*rival)->merge(newcomer, flags, *rival);
-    if (isResized) {
-        rival->end = end;
+    unlink(m_keys.lowerBound(rival->start), rival);
+    auto const relink = [&](unsigned long long newEnd) {
+        rival->end = newEnd;
         rival->order = m_arrivals++;
         link(m_keys.lowerBound(rival->start), rival); // erased keys have moved it
+    };
+    if ((flags & merge_ReplaceEnd) == 0) {
+        removeOtherRanges(*rival->scope);
+    } else if (!rival->isPoint()) {
+        eraseDeserted(rival->start + 1, rival->end);
     }
+    try {
+        rival->scope.load()->merge(newcomer, flags, *rival);
+    } catch (...) {
+        relink(rival->end);
+        throw;
+    }
+    relink(end);
 }
 
 /// Takes a scope's ranges behind its first out of the table.
@@ -244,16 +284,20 @@ void SymbolTable::removeOtherRanges(Scope& scope) {
 void SymbolTable::eraseDeserted(unsigned long long from, unsigned long long to) {
     Position at = m_keys.lowerBound(from);
     while (!m_keys.isEnd(at) && m_keys.address(at) < to) {
-        Records alive;
-        collectAlive(at, alive);
         unsigned long long const address = m_keys.address(at);
-        if (alive.empty()) {
+        if (isDeserted(at)) {
             m_keys.erase(at);
             at = m_keys.lowerBound(address);
         } else {
             at = m_keys.next(at);
         }
     }
+}
+
+bool SymbolTable::isDeserted(Position at) const {
+    bool isAlive = m_keys.records(at) != nullptr;
+    m_keys.forEachSpanning(at, [&](RangeRecord& /*record*/) { isAlive = true; });
+    return !isAlive;
 }
 
 RangeRecord* SymbolTable::makeRecord(Position at, unsigned long long end, Scope* scope, std::uint32_t order) {
@@ -271,9 +315,10 @@ Scope* SymbolTable::scopeOf(RangeRecord const& record) const {
     std::lock_guard<std::mutex> const guard(m_scopesLock);
     scope = record.scope.load(std::memory_order_acquire);
     if (scope == nullptr) {
-        scope = new SymbolScope(m_rawLoader, SymbolName::borrowed(record.rawName), record.start, m_scope,
-                                static_cast<symbol_visibility_t>(record.rawVisibility),
-                                static_cast<symbol_kind_t>(record.rawKind));
+        SymMgrObjectPtr<Scope> const made(new SymbolScope(
+            m_rawLoader, SymbolName::borrowed(record.rawName), record.start, m_scope,
+            static_cast<symbol_visibility_t>(record.rawVisibility), static_cast<symbol_kind_t>(record.rawKind)));
+        scope = made.get();
         m_scopes.emplace_back(scope);
         scope->addRange(record.start, record.end);
         const_cast<RangeRecord&>(record).scope.store(scope, std::memory_order_release);
@@ -302,6 +347,7 @@ void SymbolTable::link(Position at, RangeRecord* record) {
     record->next = *slot;
     *slot = record;
     m_keys.setRecords(at, head);
+    ++m_linked;
 }
 
 void SymbolTable::unlink(Position at, RangeRecord* record) {
@@ -325,25 +371,25 @@ void SymbolTable::collectAlive(Position at, Records& out) const {
     std::size_t const own = out.size();
     m_keys.forEachSpanning(at, [&](RangeRecord& record) { out.push_back(&record); });
     if (out.size() != own) {
-        std::sort(out.begin(), out.end(), [](RangeRecord const* a, RangeRecord const* b) {
-            return a->end.load() != b->end.load() ? a->end > b->end : a->order < b->order;
-        });
+        sortAsList(out);
     }
 }
 
 RangeRecord const* SymbolTable::chooseAt(Position at, unsigned long long address, symbol_kind_t mask) const {
     Choice choice(address, mask);
-    Records alive;
-    m_keys.forEachSpanning(at, [&](RangeRecord& record) { alive.push_back(&record); });
-    if (alive.empty()) {
+    Records spanning;
+    m_keys.forEachSpanning(at, [&](RangeRecord& record) { spanning.push_back(&record); });
+    if (spanning.empty()) {
         // The usual case: the key's own list is all that there is.
         for (RangeRecord const* r = m_keys.records(at); r != nullptr && choice.offer(*r); r = r->next) {
         }
         return choice.best();
     }
-    alive.clear();
-    collectAlive(at, alive);
-    for (RangeRecord const* record : alive) {
+    for (RangeRecord* record = m_keys.records(at); record != nullptr; record = record->next) {
+        spanning.push_back(record);
+    }
+    sortAsList(spanning);
+    for (RangeRecord const* record : spanning) {
         if (!choice.offer(*record)) {
             break;
         }

@@ -71,9 +71,11 @@ private:
     /// Puts a new range at a key where others start already.
     RangeRecord* insertBeside(Position at, unsigned long long end, Scope* scope, std::uint32_t order);
     RangeRecord* makeRecord(Position at, unsigned long long end, Scope* scope, std::uint32_t order);
+    class Names;
     void insertRawScope(IFileFormatLoader* loader, RangeRecord const& symbol);
-    void insertRaw(IFileFormatLoader* loader, RangeRecord& symbol);
-    void insertRawGroup(RawSymbolBatch& batch, std::vector<std::uint32_t> const& group);
+    void insertRaw(IFileFormatLoader* loader, RangeRecord& symbol, Names& names);
+    void insertRawGroup(RawSymbolBatch& batch, std::vector<std::uint32_t> const& group, Names& names);
+    void insertRawByAddress(IFileFormatLoader* loader, RawSymbolBatch& batch, Names& names);
     bool holdsOnlyRaw(unsigned long long address) const;
     void link(Position at, RangeRecord* record);
     void unlink(Position at, RangeRecord* record);
@@ -81,6 +83,8 @@ private:
     void removeOtherRanges(Scope& scope);
     void eraseDeserted(unsigned long long from, unsigned long long to);
     void keep(Scope* scope);
+    void reserveKeep();
+    bool isDeserted(Position at) const;
 
     void collectAlive(Position at, Records& out) const;
     RangeRecord const* chooseAt(Position at, unsigned long long address, symbol_kind_t mask) const;
@@ -92,9 +96,10 @@ private:
     Pool<RangeRecord> m_pool;
     std::vector<RawSymbolBatch> m_batches; ///< Where raw records stand.
     std::uint32_t m_arrivals = 0;
-    IFileFormatLoader* m_rawLoader = nullptr;             ///< Whose the raw records are. Set ahead of the first one.
-    bool m_holdsScopes = false;                           ///< Something but raw symbols has come in.
-    mutable std::mutex m_scopesLock;                      ///< Guards the making of scopes, inside m_guard.
+    IFileFormatLoader* m_rawLoader = nullptr; ///< Whose the raw records are. Set ahead of the first one.
+    std::size_t m_linked = 0;                 ///< How many records were ever linked.
+    bool m_holdsDeciders = false;             ///< Scopes that decide by more than name and range have come in.
+    mutable std::mutex m_scopesLock;          ///< Guards the making of scopes, inside m_guard.
     mutable std::vector<SymMgrObjectPtr<Scope>> m_scopes; ///< Once for each range or scope taken.
 };
 

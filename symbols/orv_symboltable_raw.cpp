@@ -70,14 +70,58 @@ void visitByAddress(RawSymbolBatch& batch, unsigned long long lowest, Visitor vi
 /// From here on it pays to look for duplicates by name.
 constexpr std::size_t k_largeGroup = 16;
 
-/// Whether two raw symbols that start at one address are the same thing: the rule of
-/// Scope::mergeDecision for scopes of one range.
-bool isSameRaw(RangeRecord const& rival, RangeRecord const& newcomer) {
-    bool const endsMatter = rival.isPoint() || !newcomer.isPoint();
-    return (!endsMatter || rival.end == newcomer.end) && std::strcmp(rival.rawName, newcomer.rawName) == 0;
-}
+/// Names are compared whole up to here.
+constexpr std::size_t k_usualName = 4096;
+/// What may be looked at beyond that, in one load. A file in which thousands of symbols share one name
+/// of megabytes can't hold the load up; beyond this, such names count as different.
+constexpr std::size_t k_longNameBudget = std::size_t{1} << 28;
 
 } // namespace
+
+/// Comparison of names, with a bound on its cost.
+class SymbolTable::Names {
+public:
+    bool areSame(char const* a, char const* b) {
+        for (std::size_t done = 0; a != b; done += k_usualName) {
+            if ((done != 0 && !spend(k_usualName)) || std::strncmp(a + done, b + done, k_usualName) != 0) {
+                return false;
+            }
+            if (::strnlen(a + done, k_usualName) < k_usualName) {
+                return true;
+            }
+        }
+        return true;
+    }
+
+    /// What two names have in common only if they are the same.
+    std::string_view key(RangeRecord const& record) {
+        std::size_t size = 0;
+        for (;;) {
+            std::size_t const more = ::strnlen(record.rawName + size, k_usualName);
+            size += more;
+            if (more < k_usualName) {
+                return {record.rawName, size};
+            }
+            if (!spend(k_usualName)) {
+                return {reinterpret_cast<char const*>(&record.rawName), sizeof(record.rawName)};
+            }
+        }
+    }
+
+    /// The rule of Scope::mergeDecision for two raw symbols that start at one address.
+    bool areSameSymbol(RangeRecord const& rival, RangeRecord const& newcomer) {
+        bool const endsMatter = rival.isPoint() || !newcomer.isPoint();
+        return (!endsMatter || rival.end == newcomer.end) && areSame(rival.rawName, newcomer.rawName);
+    }
+
+private:
+    bool spend(std::size_t bytes) {
+        m_left -= std::min(bytes, m_left);
+        return m_left != 0;
+    }
+
+    std::size_t m_left = k_longNameBudget;
+};
 
 void SymbolTable::addRawSymbols(IFileFormatLoader* loader, RawSymbolBatch newcomers) {
     std::unique_lock<Guard> const guard(m_guard);
@@ -86,28 +130,39 @@ void SymbolTable::addRawSymbols(IFileFormatLoader* loader, RawSymbolBatch newcom
     }
     m_batches.push_back(std::move(newcomers));
     RawSymbolBatch& batch = m_batches.back();
+    for (std::size_t i = 0; i < batch.size(); ++i) {
+        batch[i].order = m_arrivals++;
+    }
+    std::size_t const linkedBefore = m_linked;
+    Names names;
+    if (m_holdsDeciders || m_rawLoader != loader) {
+        // What a scope decides may depend on what is in the table by then.
+        for (std::size_t i = 0; i < batch.size(); ++i) {
+            insertRaw(loader, batch[i], names);
+        }
+    } else {
+        insertRawByAddress(loader, batch, names);
+    }
+    if (m_linked == linkedBefore) {
+        m_batches.pop_back(); // all of it was there: a load for further addresses brings little new
+    }
+}
+
+/// Raw symbols only meet others of the same start, so they may go in by address, which is cheap.
+void SymbolTable::insertRawByAddress(IFileFormatLoader* loader, RawSymbolBatch& batch, Names& names) {
     unsigned long long lowest = ~0ULL;
     unsigned long long highest = 0;
     for (std::size_t i = 0; i < batch.size(); ++i) {
-        batch[i].order = m_arrivals++;
         lowest = std::min(lowest, batch[i].start);
         highest = std::max(highest, batch[i].start);
     }
-    if (m_holdsScopes || m_rawLoader != loader) {
-        // What a scope decides may depend on what is in the table by then.
-        for (std::size_t i = 0; i < batch.size(); ++i) {
-            insertRaw(loader, batch[i]);
-        }
-        return;
-    }
-    // Raw symbols only meet others of the same start, so these may go in by address, which is cheap.
     auto const insert = [&](std::vector<std::uint32_t> const& group) {
         if (group.size() < k_largeGroup || !holdsOnlyRaw(batch[group.front()].start)) {
             for (std::uint32_t const index : group) {
-                insertRaw(loader, batch[index]);
+                insertRaw(loader, batch[index], names);
             }
         } else {
-            insertRawGroup(batch, group);
+            insertRawGroup(batch, group, names);
         }
     };
     if (highest - lowest <= 0xFFFFFFFF) {
@@ -117,7 +172,7 @@ void SymbolTable::addRawSymbols(IFileFormatLoader* loader, RawSymbolBatch newcom
     }
 }
 
-/// True if nothing but raw symbols without a scope starts at an address.
+/// True if nothing but raw symbols starts at an address.
 bool SymbolTable::holdsOnlyRaw(unsigned long long address) const {
     Position const at = m_keys.lowerBound(address);
     RangeRecord const* record = !m_keys.isEnd(at) && m_keys.address(at) == address ? m_keys.records(at) : nullptr;
@@ -127,7 +182,7 @@ bool SymbolTable::holdsOnlyRaw(unsigned long long address) const {
     return record == nullptr;
 }
 
-void SymbolTable::insertRaw(IFileFormatLoader* loader, RangeRecord& symbol) {
+void SymbolTable::insertRaw(IFileFormatLoader* loader, RangeRecord& symbol, Names& names) {
     if (m_rawLoader != loader) {
         insertRawScope(loader, symbol);
         return;
@@ -141,7 +196,7 @@ void SymbolTable::insertRaw(IFileFormatLoader* loader, RangeRecord& symbol) {
             insertRawScope(loader, symbol); // the rival decides
             return;
         }
-        if (isSameRaw(*rival, symbol)) {
+        if (names.areSameSymbol(*rival, symbol)) {
             return;
         }
     }
@@ -154,6 +209,7 @@ void SymbolTable::insertRawScope(IFileFormatLoader* loader, RangeRecord const& s
                                                        m_scope, static_cast<symbol_visibility_t>(symbol.rawVisibility),
                                                        static_cast<symbol_kind_t>(symbol.rawKind)));
     scope->addRange(symbol.start, symbol.end);
+    reserveKeep();
     RangeRecord const* const record = insertRange(symbol.start, symbol.end, scope.get(), symbol.order);
     if (record->scope == scope.get()) {
         keep(scope.get());
@@ -162,7 +218,7 @@ void SymbolTable::insertRawScope(IFileFormatLoader* loader, RangeRecord const& s
 
 /// Many raw symbols at one address, in the order of arrival: the outcome is that of insertRaw for
 /// each, without a comparison of each with all others.
-void SymbolTable::insertRawGroup(RawSymbolBatch& batch, std::vector<std::uint32_t> const& group) {
+void SymbolTable::insertRawGroup(RawSymbolBatch& batch, std::vector<std::uint32_t> const& group, Names& names) {
     /// What stands there under one name.
     struct Known {
         std::unordered_set<unsigned long long> ends;
@@ -175,22 +231,23 @@ void SymbolTable::insertRawGroup(RawSymbolBatch& batch, std::vector<std::uint32_
         at = m_keys.insert(at, address);
     }
     Records records;
-    auto const take = [&](RangeRecord* record) {
+    auto const take = [&](RangeRecord* record, Known& same) {
         records.push_back(record);
-        Known& same = known[record->rawName];
         same.ends.insert(record->end);
         same.hasExtent |= !record->isPoint();
     };
     for (RangeRecord* record = m_keys.records(at); record != nullptr; record = record->next) {
-        take(record);
+        take(record, known[names.key(*record)]);
     }
+    std::size_t const before = records.size();
     for (std::uint32_t const index : group) {
         RangeRecord& symbol = batch[index];
-        Known const& same = known[symbol.rawName];
+        Known& same = known[names.key(symbol)];
         if (same.ends.count(symbol.end) == 0 && !(symbol.isPoint() && same.hasExtent)) {
-            take(&symbol);
+            take(&symbol, same);
         }
     }
+    m_linked += records.size() - before;
     std::stable_sort(records.begin(), records.end(),
                      [](RangeRecord const* a, RangeRecord const* b) { return a->end > b->end; });
     for (std::size_t i = 0; i < records.size(); ++i) {
