@@ -56,6 +56,17 @@ private:
         return size;
     }
     bool isEnd() const { return m_failed || m_at >= m_text.size(); }
+    /// Takes the E that closes a list. A name that ends before it does not follow the grammar; the
+    /// runtime's demangler would try for ever where the rest of it could belong.
+    bool isClosed() {
+        if (take("E")) {
+            return true;
+        }
+        if (isEnd()) {
+            fail();
+        }
+        return m_failed;
+    }
 
     /// Counts how deep the productions stand in each other.
     class Nesting {
@@ -208,7 +219,7 @@ private:
             ++m_at;
         }
         std::uint64_t size = k_wordSize;
-        while (!isEnd() && !take("E")) {
+        while (!isClosed()) {
             bool isCandidate = true;
             if (peek() == 'S') {
                 size = sum(size, take("St") ? 5 : substitution());
@@ -246,7 +257,7 @@ private:
         } else if (take("Ul")) {
             size = k_wordSize;
             ++m_signatures;
-            while (!isEnd() && !take("E")) {
+            while (!isClosed()) {
                 size = sum(size, sum(2, type()));
             }
             --m_signatures;
@@ -255,7 +266,7 @@ private:
             sequence();
             size = k_wordSize;
         } else if (take("DC")) {
-            while (!isEnd() && !take("E")) {
+            while (!isClosed()) {
                 size = sum(size, sum(2, sourceName()));
             }
         } else if (take("cv")) {
@@ -332,7 +343,7 @@ private:
         ++m_at; // I or J
         std::uint64_t size = 4;
         std::uint64_t count = 0;
-        while (!isEnd() && !take("E")) {
+        while (!isClosed()) {
             m_largestPack = std::max(m_largestPack, ++count);
             std::uint64_t const argument = templateArgument();
             // Template parameters stand for arguments of the function's name, not for those of types
@@ -364,7 +375,7 @@ private:
             return size;
         }
         std::uint64_t size = type();
-        while (!isEnd() && !take("E")) {
+        while (!isClosed()) {
             ++m_at;
             ++size;
         }
@@ -381,7 +392,7 @@ private:
     std::uint64_t expressions() {
         Nesting const nesting(*this);
         std::uint64_t size = k_wordSize;
-        while (!isEnd() && !take("E")) {
+        while (!isClosed()) {
             size = sum(size, sum(expression(), 4));
         }
         return size;
@@ -561,7 +572,7 @@ private:
     std::uint64_t functionType() {
         take("Y");
         std::uint64_t size = k_wordSize;
-        while (!isEnd() && !take("E")) {
+        while (!isClosed()) {
             if ((peek() == 'R' || peek() == 'O') && peek(1) == 'E') {
                 ++m_at;
                 continue;
