@@ -50,6 +50,9 @@ template <typename T, typename K> struct ListPtrItem {
     T* object;
 };
 
+/// What a node is sorted by. Node types that name it otherwise have an overload of their own.
+template <typename Item> auto const& keyOf(Item const& item) { return item.key; }
+
 template <typename Item, typename Remover> class ChainedList {
 public:
     ChainedList() = default;
@@ -95,7 +98,7 @@ public:
     /// Puts in a node that exists. False if its key is there: the node is then not taken.
     bool insertItem(Item* item) {
         Item* previous = nullptr;
-        if (!findPlace(item->key, previous)) {
+        if (!findPlace(keyOf(*item), previous)) {
             return false;
         }
         this->link(previous, item);
@@ -103,8 +106,8 @@ public:
     }
 
     Item* find(K const& key) const {
-        for (Item* item = this->head(); item != nullptr && !(key < item->key); item = item->next) {
-            if (!(item->key < key)) {
+        for (Item* item = this->head(); item != nullptr && !(key < keyOf(*item)); item = item->next) {
+            if (!(keyOf(*item) < key)) {
                 return item;
             }
         }
@@ -115,14 +118,14 @@ private:
     /// False if the key is there, else the node that the new one goes behind, null for the head.
     bool findPlace(K const& key, Item*& previous) const {
         Item* const cursor = this->cursor();
-        bool const fromCursor = cursor != nullptr && cursor->key < key;
+        bool const fromCursor = cursor != nullptr && keyOf(*cursor) < key;
         previous = fromCursor ? cursor : nullptr;
         Item* item = fromCursor ? cursor->next : this->head();
-        while (item != nullptr && item->key < key) {
+        while (item != nullptr && keyOf(*item) < key) {
             previous = item;
             item = item->next;
         }
-        return item == nullptr || key < item->key;
+        return item == nullptr || key < keyOf(*item);
     }
 };
 

@@ -16,7 +16,7 @@
 
 namespace ORV_3_30::trace {
 
-enum Level : int { level_Trace = 0, level_Info = 20000, level_Warn = 30000, level_Error = 40000 };
+enum Level : int { level_Trace = 0, level_Debug = 10000, level_Info = 20000, level_Warn = 30000, level_Error = 40000 };
 
 /// True if a record of that level would reach somebody. Without a configured appender it is false,
 /// so that a tool that has configured no logging hears nothing, complaints included.
@@ -89,6 +89,7 @@ inline bool verify(bool holds, char const* condition, char const* file, int line
 
 #define ORV_TRACE_INPUT(operation, parameter, value)                                                                   \
     ORV_LOG_AS(write, ::ORV_3_30::trace::level_Trace, (operation) << ": [IN] " << (parameter) << " = " << (value))
+#define ORV_DEBUG(stream) ORV_LOG_AS(write, ::ORV_3_30::trace::level_Debug, stream)
 #define ORV_INFO(stream) ORV_LOG_AS(write, ::ORV_3_30::trace::level_Info, stream)
 #define ORV_WARN(stream) ORV_LOG_AS(report, ::ORV_3_30::trace::level_Warn, stream)
 #define ORV_ERROR(stream) ORV_LOG_AS(report, ::ORV_3_30::trace::level_Error, stream)

@@ -1,12 +1,13 @@
 #include "format/orv_fflelf.h"
 
 #include "core/orv_trace.h"
+#include "dwarf/orv_dildwarf.h"
 #include "format/orv_elf_relocations.h"
 #include "format/orv_elf_segments.h"
 #include "format/orv_elf_symbols.h"
+#include "image/orv_path.h"
 #include "lines/orv_dil.h"
-
-#include <cstring>
+#include "resolver/orv_debug_files.h"
 
 namespace ORV_3_30 {
 
@@ -64,11 +65,21 @@ void ElfFileLoader::sectionByIndex(SymMgrObjectPtr<ISection>& out, unsigned int 
                       emptyInFileByFlag(*header));
 }
 
-status_t ElfFileLoader::collectSymbolFiles(SymbolFiles& /*candidates*/) {
-    // No reader of debug information is there yet to stand behind a candidate.
-    if (*fileName() != '\0') {
-        readFileInfo();
+status_t ElfFileLoader::collectSymbolFiles(SymbolFiles& candidates) {
+    if (*fileName() == '\0') {
+        return status_Ok;
     }
+    readFileInfo();
+    SymMgrObjectPtr<IFileFormatHelper> const helper(new ElfFileFormatHelper(m_elfHelper.get()));
+    // One that has no file to offer does not join the list.
+    auto const join = [&](SymMgrObjectPtr<ISymbolFileToResolve> const& candidate) {
+        if (*candidate->symbolFileName() != '\0') {
+            candidates.push_back(candidate);
+        }
+    };
+    auto const ordinal = [&] { return static_cast<long long>(candidates.size()); };
+    join(SymMgrObjectPtr<ISymbolFileToResolve>(
+        new BinaryWithDWARFInfo(fileName(), ordinal(), helper.get(), symbolFileLock())));
     return status_Ok;
 }
 
@@ -79,13 +90,22 @@ IDebugInfoLoader* ElfFileLoader::createDebugInfoLoader(char const* name, symbol_
 
 /// A companion gives its symbol tables to a stripped module, whatever else is in it.
 IDebugInfoLoader* ElfFileLoader::createDwarfLoader(char const* name) {
-    if (std::strcmp(name, fileName()) == 0) {
-        return nullptr;
+    SymMgrObjectPtr<ElfHelper> symbolFile = m_elfHelper;
+    bool const isOwn = samePath(name, fileName());
+    if (!isOwn) {
+        symbolFile = new ElfHelper(IModuleImage::create(name, arch_Unknown, false));
     }
-    SymMgrObjectPtr<ElfHelper> const companion(new ElfHelper(IModuleImage::create(name, arch_Unknown, false)));
     LockGuard guard(&m_loadLock);
-    m_elfHelper->copySymbolTablesFrom(*companion);
-    return new EmptyDebugInfoLoader(name);
+    m_elfHelper->copySymbolTablesFrom(*symbolFile);
+    bool const hasDwarf = symbolFile->sectionIndex(ElfHelper::role_DebugInfo) != k_noSection ||
+                          symbolFile->sectionIndex(ElfHelper::role_DebugLine) != k_noSection ||
+                          symbolFile->sectionIndex(ElfHelper::role_DebugStr) != k_noSection;
+    if (!hasDwarf) {
+        return isOwn ? nullptr : new EmptyDebugInfoLoader(name);
+    }
+    bool const isPlaced = symbolFile->getImageBase() != ~0ULL;
+    unsigned long long const bias = isPlaced ? m_elfHelper->getImageBase() - symbolFile->getImageBase() : 0;
+    return new DWARFDebugInfoLoader(this, name, new ElfFileFormatHelper(symbolFile.get()), bias);
 }
 
 Segment* ElfFileLoader::newSegment(char const* name, unsigned long long rva, unsigned long long fileOffset,

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <utility>
 
 namespace ORV_3_30 {
 
@@ -40,6 +41,12 @@ public:
     virtual unsigned int sectionIndex() = 0;
     /// Added to values read from the section to get module addresses.
     virtual unsigned long long addressDelta() = 0;
+
+    /// True for the first who asks, who then relocates the bytes: they may be shared.
+    bool claimRelocation() { return !std::exchange(m_isRelocated, true); }
+
+private:
+    bool m_isRelocated = false;
 };
 
 constexpr unsigned int k_noSection = 0xFFFFFFFF;

@@ -1,10 +1,12 @@
 /// The frame that every debug information format fills.
 ///
-/// A format needs an IDebugInfoLoader that puts its symbols into the module's table, and an
-/// ISrcLineResolver for its lines. EmptyDebugInfoLoader is the one with neither.
+/// A format derives its loader from DebugInfoLoader, which puts symbols into the module's table, and
+/// its line resolver from SrcLineResolver, which owns or reaches a line table and knows the source files
+/// by id. The iterators and the choice of a line come from here. EmptyDebugInfoLoader has neither.
 #pragma once
 
-#include "orv/orv_debuginfoloader.h"
+#include "lines/orv_linetable.h"
+#include "orv/orv_fileformatloader.h"
 
 #include <string>
 
@@ -35,6 +37,49 @@ public:
 
 private:
     std::string m_name;
+};
+
+/// Base of the loaders that have a format. Banks share a loader, so its count has a lock of its own.
+class DebugInfoLoader : public SymMgrObject<IDebugInfoLoader> {
+public:
+    explicit DebugInfoLoader(IFileFormatLoader* loader) : SymMgrObject(true), m_loader(loader) {}
+
+    void sectionByIndex(SymMgrObjectPtr<ISection>& out, unsigned int /*index*/) override { out = nullptr; }
+
+protected:
+    IFileFormatLoader* loader() const { return m_loader; }
+
+private:
+    /// Not counted: the file format loader keeps this one in its cache, and a count would tie the two
+    /// together for ever. Whoever holds this one holds that one too.
+    IFileFormatLoader* m_loader;
+};
+
+/// Base of the line resolvers: the one place where overlapping lines are settled.
+class SrcLineResolver : public SymMgrObject<ISrcLineResolver> {
+public:
+    /// scope: where symbols are looked for if a question names no scope. Not counted, may be null.
+    SrcLineResolver(Scope* scope, ILock* countLock) : SymMgrObject(countLock), m_scope(scope) {}
+
+    status_t sourceLocationByAddress(SymMgrObjectPtr<ISourceLocation>& out, unsigned long long address,
+                                     unsigned long long unit, Scope* scope, ISourceLocationChooser* chooser) override;
+    status_t sourceLines(SymMgrObjectPtr<SourceLines>& out, unsigned long long unit, unsigned int fileId,
+                         unsigned long long start, unsigned long long end, Scope* scope) override;
+    status_t addressRequested(unsigned long long /*address*/) override { return status_Ok; }
+    status_t requestsCleared() override { return status_Ok; }
+
+    virtual void lineTable(SymMgrObjectPtr<ILineTable>& out) = 0;
+    /// Makes the iterator that all line questions go through; null with a status where there is none.
+    virtual status_t sourceLineIterator(SymMgrObjectPtr<SourceLines>& out, unsigned long long start,
+                                        unsigned long long end, unsigned long long unit, unsigned int fileId,
+                                        Scope* scope);
+
+protected:
+    Scope* scope() const { return m_scope; }
+    void setScope(Scope* scope) { m_scope = scope; }
+
+private:
+    Scope* m_scope;
 };
 
 } // namespace ORV_3_30

@@ -28,6 +28,9 @@ public:
     /// The stretches of the symbols at the requested addresses; null if none were requested.
     SymMgrObjectPtr<RangeFilter> rangeFilter();
 
+protected:
+    ILock* loadLock() override { return &m_loadLock; }
+
 private:
     void addToFilter(RangeFilter& filter, unsigned long long address, symbol_kind_t kinds);
 

@@ -15,6 +15,15 @@ namespace ORV_3_30 {
 /// Most scopes have one range, which needs no allocation. No lock: written in a load, read after.
 class RangeList {
 public:
+    RangeList() = default;
+    RangeList(RangeList&&) = default;
+    RangeList& operator=(RangeList&&) = default;
+    RangeList(RangeList const& other)
+        : m_one(other.m_one), m_many(other.m_many ? std::make_unique<Many>(*other.m_many) : nullptr),
+          m_hasOne(other.m_hasOne) {}
+    RangeList& operator=(RangeList const& other) { return *this = RangeList(other); }
+    ~RangeList() = default;
+
     struct Range {
         unsigned long long start;
         unsigned long long end;

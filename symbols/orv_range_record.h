@@ -1,7 +1,7 @@
 /// One range in a symbol table.
 #pragma once
 
-#include "orv/orv_symbol.h"
+#include "symbols/orv_merge.h"
 
 #include <atomic>
 #include <cstddef>
@@ -26,21 +26,28 @@ struct RawSymbol {
 
 /// Lives as long as the table. Half open, in pseudo addresses; start equal to end is a label.
 ///
-/// The ranges of raw symbols come by the tens of thousands, and few are ever asked for: their scope
-/// is made when somebody needs it. Until then the record alone stands for the symbol.
+/// The ranges of symbols come by the tens of thousands, and few are ever asked for: their scope is made
+/// when somebody needs it. Until then the record alone stands for the symbol. A scope that was made is
+/// never changed: if a merge changes the symbol, the next one who needs it gets another scope.
 struct RangeRecord {
     unsigned long long start;
     std::atomic<unsigned long long> end; ///< A merge may move it while others read.
     RangeRecord* next;                   ///< The next record with the same start, by end, the greatest first.
     std::atomic<Scope*> scope;           ///< The table holds a reference on it. Null: not made yet.
-    char const* rawName;                 ///< Null unless a raw symbol stands here, and once a merge has changed it.
+    std::atomic<char const*> name;       ///< Null unless the record alone says what stands here.
+    std::uint64_t token;                 ///< The maker's own.
     std::uint32_t order;                 ///< Arrival: of equal ends, the one that came first stands in front.
-    std::uint8_t rawKind;
-    std::uint8_t rawVisibility;
+    std::uint8_t maker;                  ///< Number of who makes the scope.
+    std::atomic<std::uint8_t> kind;
+    std::atomic<std::uint8_t> visibility;
 
     bool isPoint() const { return start == end; }
-    /// True while a raw symbol stands here as the file has it, with or without a scope.
-    bool isRaw() const { return rawName != nullptr; }
+    /// True while the record alone says what stands here, with or without a scope.
+    bool isDeferred() const { return name != nullptr; }
+    MergeSide side() const {
+        return {name,  start, end, false, static_cast<symbol_visibility_t>(visibility.load()),
+                static_cast<symbol_kind_t>(kind.load())};
+    }
 };
 
 /// Raw symbols on their way into a table, in the order of arrival. The records are made once, where
@@ -58,10 +65,10 @@ public:
         std::size_t kept = 0;
         for (std::size_t i = 0; i < m_count; ++i) {
             if (i + k_ahead < m_count) {
-                __builtin_prefetch((*this)[i + k_ahead].rawName);
+                __builtin_prefetch((*this)[i + k_ahead].name.load());
             }
             RangeRecord const& record = (*this)[i];
-            if (*record.rawName == '\0') {
+            if (*record.name.load() == '\0') {
                 continue;
             }
             if (kept != i) {
@@ -92,8 +99,9 @@ private:
 
     RawSymbol symbol(std::size_t index) {
         RangeRecord const& record = (*this)[index];
-        return {record.rawName, record.start, record.end - record.start,
-                static_cast<symbol_visibility_t>(record.rawVisibility), static_cast<symbol_kind_t>(record.rawKind)};
+        return {record.name, record.start, record.end - record.start,
+                static_cast<symbol_visibility_t>(record.visibility.load()),
+                static_cast<symbol_kind_t>(record.kind.load())};
     }
     void place(std::size_t index, RawSymbol const& symbol) {
         new (&m_records[index]) RangeRecord{symbol.address,
@@ -101,6 +109,8 @@ private:
                                             nullptr,
                                             nullptr,
                                             symbol.name,
+                                            0,
+                                            0,
                                             0,
                                             static_cast<std::uint8_t>(symbol.kind),
                                             static_cast<std::uint8_t>(symbol.visibility)};

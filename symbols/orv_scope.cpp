@@ -74,24 +74,50 @@ bool Scope::rangeAt(unsigned long long& start, unsigned long long& end, unsigned
     return true;
 }
 
-unsigned int Scope::mergeDecision(Scope& other, unsigned long long /*nextKey*/, Scope* /*nextScope*/) {
-    ISymbol* const mine = symbol();
-    ISymbol* const theirs = other.symbol();
-    if (mine == nullptr || theirs == nullptr) {
+unsigned int plainMergeRule(MergeSide const& mine, MergeSide const& other) {
+    bool const endsMatter = mine.isPoint() || !other.isPoint();
+    if (endsMatter && mine.lastEnd != other.lastEnd) {
         return merge_Different;
     }
-    if (mine == theirs) {
+    return std::strcmp(mine.name, other.name) == 0 ? merge_Same : merge_Different;
+}
+
+bool Scope::mergeSideOf(MergeSide& out) {
+    ISymbol* const own = symbol();
+    if (own == nullptr) {
+        return false;
+    }
+    out = {own->name(), firstStart(), lastEnd(), hasSeveralRanges(), own->visibility(), own->kind()};
+    return true;
+}
+
+unsigned int Scope::mergeRule(MergeSide const& mine, MergeSide const& other, MergeNext const& /*next*/) {
+    return plainMergeRule(mine, other);
+}
+
+unsigned int Scope::mergeDecision(Scope& other, unsigned long long nextKey, Scope* nextScope) {
+    MergeSide mine{};
+    MergeSide theirs{};
+    if (!mergeSideOf(mine) || !other.mergeSideOf(theirs)) {
+        return merge_Different;
+    }
+    if (symbol() == other.symbol()) {
         return merge_Same;
     }
-    // A label at the start of something of the same name is that thing, wherever it ends.
-    bool const endsMatter = isPoint() || !other.isPoint();
-    if (endsMatter && lastEnd() != other.lastEnd()) {
-        return merge_Different;
-    }
-    return std::strcmp(mine->name(), theirs->name()) == 0 ? merge_Same : merge_Different;
+    ISymbol* const nextSymbol = nextScope != nullptr ? nextScope->symbol() : nullptr;
+    return mergeRule(mine, theirs, {nextKey, nextSymbol != nullptr ? nextSymbol->name() : nullptr});
 }
 
 status_t Scope::ensureKinds(unsigned int mask) {
+    if ((mask & ~m_loadedKinds.load(std::memory_order_acquire)) == 0) {
+        return status_Ok;
+    }
+    // All loads below one root go one after the other: their loader is one.
+    Scope* root = this;
+    while (root->m_parent != nullptr) {
+        root = root->m_parent;
+    }
+    LockGuard guard(root->loadLock());
     unsigned int const missing = mask & ~m_loadedKinds.load(std::memory_order_acquire);
     if (missing == 0) {
         return status_Ok;

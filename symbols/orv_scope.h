@@ -7,6 +7,7 @@
 #pragma once
 
 #include "orv/orv_scope.h"
+#include "symbols/orv_merge.h"
 #include "symbols/orv_range_list.h"
 #include "symbols/orv_symbol.h"
 #include "symbols/orv_thunk.h"
@@ -21,14 +22,6 @@ struct RangeRecord;
 
 using SymbolRangeIterator = IIterator<SymMgrObjectPtr<ISymbolRange>>;
 using ThunkList = std::vector<SymMgrObjectPtr<Thunk>>; ///< In the order of arrival.
-
-/// What a scope decides about a newcomer that starts where it does; a mask.
-enum merge_flags_t : unsigned int {
-    merge_Different = 0,
-    merge_Same = 1,        ///< The newcomer is the same thing, and goes.
-    merge_ReplaceEnd = 2,  ///< This scope's range takes the newcomer's end.
-    merge_ReplaceScope = 4 ///< This scope's other ranges go, the one that is left takes the newcomer's end.
-};
 
 class Scope : public SymMgrObject<IScope> {
 public:
@@ -61,6 +54,12 @@ public:
     virtual ISymbolTable* symbolTable();
     virtual ThunkList const& thunks();
     virtual RangeList const& ranges() { return m_ranges; }
+    /// mergeDecision between this scope, as mergeSideOf gives it, and what may not have a scope yet.
+    virtual unsigned int mergeRule(MergeSide const& mine, MergeSide const& other, MergeNext const& next);
+    /// merge with what has no scope.
+    virtual void mergeSide(MergeSide const& /*other*/, unsigned int /*flags*/) {}
+    /// False for a scope without a symbol.
+    bool mergeSideOf(MergeSide& out);
 
     IFileFormatLoader* loader() const { return m_loader; }
     Scope* parentScope() const { return m_parent; }
@@ -71,7 +70,6 @@ public:
     /// All ones without a range.
     unsigned long long firstStart() const { return m_ranges.empty() ? ~0ULL : m_ranges[0].start; }
     unsigned long long lastEnd() const { return m_ranges.empty() ? ~0ULL : m_ranges[m_ranges.size() - 1].end; }
-    bool isPoint() const { return firstStart() == lastEnd(); }
 
     /// A thunk that starts inside one that is there is ignored.
     void addThunk(Thunk* thunk);
@@ -81,6 +79,9 @@ public:
 protected:
     /// Bits that a load has been made for.
     std::atomic<unsigned int>& loadedKinds() { return m_loadedKinds; }
+    /// The lock that all loads below a root share; null below a scope that has none.
+    virtual ILock* loadLock() { return nullptr; }
+    void replaceRanges(RangeList ranges) { m_ranges = std::move(ranges); }
 
 private:
     /// What only few scopes have.
@@ -104,6 +105,8 @@ class SymbolScope : public Scope {
 public:
     SymbolScope(IFileFormatLoader* loader, SymbolName name, unsigned long long address, Scope* parent,
                 symbol_visibility_t visibility, symbol_kind_t kind);
+    /// Gets its symbol by setSymbol.
+    SymbolScope(IFileFormatLoader* loader, Scope* parent) : Scope(loader, parent) {}
     /// Takes a ready symbol.
     SymbolScope(IFileFormatLoader* loader, Scope* parent, Symbol* symbol);
     ~SymbolScope() override;

@@ -130,6 +130,11 @@ void ScopeRelatedSymbol::thunks(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbo
     out = m_scope != nullptr ? new ThunkRangeIterator(m_scope) : nullptr;
 }
 
+void Symbol::sourceLinesIn(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out,
+                           unsigned long long /*start*/, unsigned long long /*end*/) {
+    out = nullptr;
+}
+
 status_t Symbol::address(SymMgrObjectPtr<IAddress>& out) {
     if (owner() == nullptr) {
         return status_Fail;

@@ -117,6 +117,9 @@ public:
     /// status_Ok; status_Fail once the bank is gone.
     status_t address(SymMgrObjectPtr<IAddress>& out) override;
     unsigned long long addressValue() const { return m_address; }
+    /// What sourceLines gives, restricted to [start, end); start equal to end asks for one address.
+    virtual void sourceLinesIn(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out,
+                               unsigned long long start, unsigned long long end);
 
 private:
     unsigned long long m_address;

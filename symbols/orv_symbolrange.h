@@ -25,6 +25,10 @@ public:
     status_t innerRanges(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>>& out) override;
     void innerRangeByAddress(SymMgrObjectPtr<ISymbolRange>& out, IAddress* address) override;
 
+    unsigned long long start() const { return m_start; }
+    unsigned long long end() const { return m_end; }
+    Scope* scope() const { return m_scope; }
+
 private:
     unsigned long long segmentEnd() const;
 

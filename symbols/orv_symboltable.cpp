@@ -16,37 +16,12 @@ bool isAliveAt(RangeRecord const& record, unsigned long long address) {
     return record.end > address || record.isPoint();
 }
 
-/// What the choice among overlapping ranges goes by.
-struct Rank {
-    bool hasUnit;
-    int priority;
-    symbol_visibility_t visibility;
-    bool isInline;
-};
-
-/// False for a scope without a symbol.
-bool rankOf(RangeRecord const& record, Rank& out) {
-    Scope* const scope = record.scope.load(std::memory_order_acquire);
-    if (scope == nullptr) {
-        out = {false, symbolPriorityByKind(static_cast<symbol_kind_t>(record.rawKind)),
-               static_cast<symbol_visibility_t>(record.rawVisibility), false};
-        return true;
-    }
-    ISymbol* const symbol = scope->symbol();
-    if (symbol == nullptr) {
-        return false;
-    }
-    ICompUnitDetails* unit = nullptr;
-    out = {symbol->compUnitDetails(unit) == status_Ok && unit != nullptr, symbolPriorityByKind(symbol->kind()),
-           symbol->visibility(), scope->inlineInstance() != nullptr};
-    return true;
-}
-
 /// Whether a candidate, which stands behind best in the list, is the better one at an address.
-bool isBetter(RangeRecord const& candidate, RangeRecord const& best, unsigned long long address) {
-    Rank mine{};
-    Rank theirs{};
-    if (!rankOf(candidate, mine) || !rankOf(best, theirs)) {
+bool isBetter(SymbolTable const& table, RangeRecord const& candidate, RangeRecord const& best,
+              unsigned long long address) {
+    SymbolTable::Rank mine{};
+    SymbolTable::Rank theirs{};
+    if (!table.rankOf(candidate, mine) || !table.rankOf(best, theirs)) {
         return false;
     }
     if (mine.hasUnit != theirs.hasUnit) {
@@ -66,7 +41,8 @@ bool isBetter(RangeRecord const& candidate, RangeRecord const& best, unsigned lo
 /// The walk that settles who wins, fed with the alive records in list order.
 class Choice {
 public:
-    Choice(unsigned long long address, symbol_kind_t mask) : m_address(address), m_mask(mask) {}
+    Choice(SymbolTable const& table, unsigned long long address, symbol_kind_t mask)
+        : m_table(table), m_address(address), m_mask(mask) {}
 
     /// False if the choice ends here, with the best so far.
     bool offer(RangeRecord const& record) {
@@ -74,10 +50,10 @@ public:
             return true;
         }
         symbol_kind_t kind{};
-        if (!ORV_ASSERT(SymbolTable::kindOf(record, kind), "symbol != NULL")) {
+        if (!ORV_ASSERT(m_table.kindOf(record, kind), "symbol != NULL")) {
             return false;
         }
-        if ((kind & m_mask) != 0 && (m_best == nullptr || isBetter(record, *m_best, m_address))) {
+        if ((kind & m_mask) != 0 && (m_best == nullptr || isBetter(m_table, record, *m_best, m_address))) {
             m_best = &record;
         }
         return true;
@@ -85,6 +61,7 @@ public:
     RangeRecord const* best() const { return m_best; }
 
 private:
+    SymbolTable const& m_table;
     unsigned long long m_address;
     symbol_kind_t m_mask;
     RangeRecord const* m_best = nullptr;
@@ -104,6 +81,49 @@ void sortAsList(SymbolTable::Records& records) {
 bool isPlain(Scope const& scope) { return typeid(scope) == typeid(SymbolScope); }
 
 } // namespace
+
+/// The symbols of a format's own table, which go by name and range alone.
+class SymbolTable::RawScopeMaker final : public IScopeMaker {
+public:
+    explicit RawScopeMaker(IFileFormatLoader* loader) : m_loader(loader) {}
+
+    Scope* makeScope(RangeRecord const& record, Scope* parent) override {
+        return new SymbolScope(m_loader, SymbolName::borrowed(record.name), record.start, parent,
+                               static_cast<symbol_visibility_t>(record.visibility.load()),
+                               static_cast<symbol_kind_t>(record.kind.load()));
+    }
+    unsigned int mergeDecision(MergeSide const& mine, MergeSide const& other, MergeNext const& /*next*/) override {
+        return plainMergeRule(mine, other);
+    }
+    bool givesUnits() const override { return false; }
+    IFileFormatLoader* loader() const { return m_loader; }
+
+private:
+    IFileFormatLoader* m_loader;
+};
+
+SymbolTable::SymbolTable(Scope* scope, ILock* countLock) : SymMgrObject(countLock), m_scope(scope) {}
+
+SymbolTable::~SymbolTable() = default;
+
+IScopeMaker& SymbolTable::rawMakerOf(IFileFormatLoader* loader) {
+    for (auto const& maker : m_rawMakers) {
+        if (maker->loader() == loader) {
+            return *maker;
+        }
+    }
+    m_rawMakers.push_back(std::make_unique<RawScopeMaker>(loader));
+    return *m_rawMakers.back();
+}
+
+std::uint8_t SymbolTable::numberOf(IScopeMaker& maker) {
+    auto const found = std::find(m_makers.begin(), m_makers.end(), &maker);
+    auto const number = static_cast<std::uint8_t>(found - m_makers.begin());
+    if (found == m_makers.end()) {
+        m_makers.push_back(&maker);
+    }
+    return number;
+}
 
 SymMgrObjectPtr<ISymbolTable> ISymbolTable::create(Scope* scope) {
     return SymMgrObjectPtr<ISymbolTable>(new SymbolTable(scope, nullptr));
@@ -186,7 +206,7 @@ bool SymbolTable::addScope(Scope* scope) {
         } else if (!hasStayed) {
             holder->addThunk(thunk.get());
             holder->removeRange(thunk->address());
-            record->rawName = nullptr; // no longer as the file has it
+            record->name = nullptr; // the scope says from now on
         }
     }
     return hasStayed;
@@ -213,10 +233,7 @@ RangeRecord* SymbolTable::insertBeside(Position at, unsigned long long end, Scop
         Scope* nextScope = nullptr;
         if (!m_keys.isEnd(ahead)) {
             nextKey = m_keys.address(ahead);
-            RangeRecord const* last = nullptr;
-            for (RangeRecord const* record = m_keys.records(ahead); record != nullptr; record = record->next) {
-                last = record;
-            }
+            RangeRecord const* const last = lastFrom(ahead);
             nextScope = last != nullptr ? scopeOf(*last) : nullptr;
         }
         for (RangeRecord* rival = first; rival != nullptr; rival = rival->next) {
@@ -230,15 +247,64 @@ RangeRecord* SymbolTable::insertBeside(Position at, unsigned long long end, Scop
     return makeRecord(at, end, scope, order);
 }
 
+/// What starts at a key and ends first.
+RangeRecord const* SymbolTable::lastFrom(Position at) const {
+    RangeRecord const* last = nullptr;
+    for (RangeRecord const* record = m_keys.records(at); record != nullptr; record = record->next) {
+        last = record;
+    }
+    return last;
+}
+
+/// Null for a scope without a symbol.
+char const* SymbolTable::nameOf(RangeRecord const& record) const {
+    if (record.isDeferred()) {
+        return record.name;
+    }
+    ISymbol* const symbol = scopeOf(record)->symbol();
+    return symbol != nullptr ? symbol->name() : nullptr;
+}
+
 /// What a rival's decision says is done to it: it stays in the table, as it is or with a new end.
 void SymbolTable::absorb(RangeRecord* rival, unsigned int flags, Scope& newcomer, unsigned long long end) {
     if (flags == merge_Same) {
         return;
     }
     scopeOf(*rival);
-    rival->rawName = nullptr; // no longer as the file has it
+    rival->name = nullptr; // the scope says from now on
+    changeEnd(rival, flags, end, [&] { rival->scope.load()->merge(newcomer, flags, *rival); });
+}
+
+void SymbolTable::absorbSide(RangeRecord* rival, unsigned int flags, MergeSide const& newcomer) {
+    if (flags == merge_Same) {
+        return;
+    }
+    changeEnd(rival, flags, newcomer.lastEnd, [&] {
+        if (!rival->isDeferred()) {
+            rival->scope.load()->mergeSide(newcomer, flags);
+            return;
+        }
+        std::lock_guard<std::mutex> const scopes(m_scopesLock); // scopes are made of these
+        if ((flags & merge_TakeName) != 0) {
+            rival->name = newcomer.name;
+        }
+        if ((flags & merge_TakeSymbolData) != 0) {
+            rival->visibility = static_cast<std::uint8_t>(newcomer.visibility);
+            rival->kind = static_cast<std::uint8_t>(newcomer.kind);
+        }
+    });
+    if (rival->isDeferred()) {
+        // A scope that was made stays as it is, for those who hold it.
+        std::lock_guard<std::mutex> const scopes(m_scopesLock);
+        rival->scope.store(nullptr, std::memory_order_release);
+    }
+}
+
+/// Runs a merge, and moves the rival's end if the flags say so.
+template <typename Merge>
+void SymbolTable::changeEnd(RangeRecord* rival, unsigned int flags, unsigned long long end, Merge merge) {
     if ((flags & (merge_ReplaceEnd | merge_ReplaceScope)) == 0) {
-        rival->scope.load()->merge(newcomer, flags, *rival);
+        merge();
         return;
     }
     unlink(m_keys.lowerBound(rival->start), rival);
@@ -247,18 +313,66 @@ void SymbolTable::absorb(RangeRecord* rival, unsigned int flags, Scope& newcomer
         rival->order = m_arrivals++;
         link(m_keys.lowerBound(rival->start), rival); // erased keys have moved it
     };
-    if ((flags & merge_ReplaceEnd) == 0) {
+    if ((flags & merge_ReplaceEnd) != 0) {
+        if (!rival->isPoint()) {
+            eraseDeserted(rival->start + 1, rival->end);
+        }
+    } else if (!rival->isDeferred()) {
         removeOtherRanges(*rival->scope);
-    } else if (!rival->isPoint()) {
-        eraseDeserted(rival->start + 1, rival->end);
     }
     try {
-        rival->scope.load()->merge(newcomer, flags, *rival);
+        merge();
     } catch (...) {
         relink(rival->end);
         throw;
     }
     relink(end);
+}
+
+void SymbolTable::addDeferred(IScopeMaker& maker, Deferred const& symbol) {
+    std::unique_lock<Guard> const guard(m_guard);
+    m_holdsDeciders = true;
+    RangeRecord* const record =
+        m_pool.make(symbol.start, symbol.end, nullptr, nullptr, symbol.name, symbol.token, m_arrivals++,
+                    numberOf(maker), static_cast<std::uint8_t>(symbol.kind),
+                    static_cast<std::uint8_t>(symbol.visibility));
+    insertDeferred(*record);
+}
+
+void SymbolTable::insertDeferred(RangeRecord& symbol) {
+    Position at = m_keys.lowerBound(symbol.start);
+    if (m_keys.isEnd(at) || m_keys.address(at) != symbol.start) {
+        link(m_keys.insert(at, symbol.start), &symbol);
+        return;
+    }
+    RangeRecord* const first = m_keys.records(at);
+    if (first != nullptr) {
+        MergeNext next;
+        Position const ahead = m_keys.next(at);
+        if (!m_keys.isEnd(ahead)) {
+            next.key = m_keys.address(ahead);
+            RangeRecord const* const last = lastFrom(ahead);
+            next.name = last != nullptr ? nameOf(*last) : nullptr;
+        }
+        MergeSide const side = symbol.side();
+        for (RangeRecord* rival = first; rival != nullptr; rival = rival->next) {
+            unsigned int const flags = decide(*rival, side, next);
+            if (flags != merge_Different) {
+                absorbSide(rival, flags, side);
+                return;
+            }
+        }
+    }
+    link(at, &symbol);
+}
+
+unsigned int SymbolTable::decide(RangeRecord const& rival, MergeSide const& newcomer, MergeNext const& next) const {
+    if (rival.isDeferred()) {
+        return m_makers[rival.maker]->mergeDecision(rival.side(), newcomer, next);
+    }
+    Scope& scope = *rival.scope.load();
+    MergeSide mine{};
+    return scope.mergeSideOf(mine) ? scope.mergeRule(mine, newcomer, next) : merge_Different;
 }
 
 /// Takes a scope's ranges behind its first out of the table.
@@ -302,7 +416,8 @@ bool SymbolTable::isDeserted(Position at) const {
 
 RangeRecord* SymbolTable::makeRecord(Position at, unsigned long long end, Scope* scope, std::uint32_t order) {
     RangeRecord* const record =
-        m_pool.make(m_keys.address(at), end, nullptr, scope, nullptr, order, std::uint8_t{0}, std::uint8_t{0});
+        m_pool.make(m_keys.address(at), end, nullptr, scope, nullptr, std::uint64_t{0}, order, std::uint8_t{0},
+                    std::uint8_t{0}, std::uint8_t{0});
     link(at, record);
     return record;
 }
@@ -315,9 +430,7 @@ Scope* SymbolTable::scopeOf(RangeRecord const& record) const {
     std::lock_guard<std::mutex> const guard(m_scopesLock);
     scope = record.scope.load(std::memory_order_acquire);
     if (scope == nullptr) {
-        SymMgrObjectPtr<Scope> const made(new SymbolScope(
-            m_rawLoader, SymbolName::borrowed(record.rawName), record.start, m_scope,
-            static_cast<symbol_visibility_t>(record.rawVisibility), static_cast<symbol_kind_t>(record.rawKind)));
+        SymMgrObjectPtr<Scope> const made(m_makers[record.maker]->makeScope(record, m_scope));
         scope = made.get();
         m_scopes.emplace_back(scope);
         scope->addRange(record.start, record.end);
@@ -326,15 +439,33 @@ Scope* SymbolTable::scopeOf(RangeRecord const& record) const {
     return scope;
 }
 
-bool SymbolTable::kindOf(RangeRecord const& record, symbol_kind_t& kind) {
-    Scope* const scope = record.scope.load(std::memory_order_acquire);
-    ISymbol* const symbol = scope != nullptr ? scope->symbol() : nullptr;
-    if (scope == nullptr) {
-        kind = static_cast<symbol_kind_t>(record.rawKind);
-    } else if (symbol != nullptr) {
+bool SymbolTable::kindOf(RangeRecord const& record, symbol_kind_t& kind) const {
+    if (record.isDeferred()) {
+        kind = static_cast<symbol_kind_t>(record.kind.load());
+        return true;
+    }
+    ISymbol* const symbol = record.scope.load(std::memory_order_acquire)->symbol();
+    if (symbol != nullptr) {
         kind = symbol->kind();
     }
-    return scope == nullptr || symbol != nullptr;
+    return symbol != nullptr;
+}
+
+bool SymbolTable::rankOf(RangeRecord const& record, Rank& out) const {
+    if (record.isDeferred()) {
+        out = {m_makers[record.maker]->givesUnits(), symbolPriorityByKind(static_cast<symbol_kind_t>(record.kind.load())),
+               static_cast<symbol_visibility_t>(record.visibility.load()), false};
+        return true;
+    }
+    Scope* const scope = record.scope.load(std::memory_order_acquire);
+    ISymbol* const symbol = scope->symbol();
+    if (symbol == nullptr) {
+        return false;
+    }
+    ICompUnitDetails* unit = nullptr;
+    out = {symbol->compUnitDetails(unit) == status_Ok && unit != nullptr, symbolPriorityByKind(symbol->kind()),
+           symbol->visibility(), scope->inlineInstance() != nullptr};
+    return true;
 }
 
 /// Behind all that end later or at the same place.
@@ -376,7 +507,7 @@ void SymbolTable::collectAlive(Position at, Records& out) const {
 }
 
 RangeRecord const* SymbolTable::chooseAt(Position at, unsigned long long address, symbol_kind_t mask) const {
-    Choice choice(address, mask);
+    Choice choice(*this, address, mask);
     Records spanning;
     m_keys.forEachSpanning(at, [&](RangeRecord& record) { spanning.push_back(&record); });
     if (spanning.empty()) {

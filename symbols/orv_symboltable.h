@@ -14,8 +14,10 @@
 #include "orv/orv_scope.h"
 #include "symbols/orv_key_index.h"
 #include "symbols/orv_scope.h"
+#include "symbols/orv_scope_maker.h"
 
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <shared_mutex>
 #include <vector>
@@ -26,7 +28,8 @@ class SymbolTable final : public SymMgrObject<ISymbolTable> {
 public:
     using Records = std::vector<RangeRecord*>;
 
-    SymbolTable(Scope* scope, ILock* countLock) : SymMgrObject(countLock), m_scope(scope) {}
+    SymbolTable(Scope* scope, ILock* countLock);
+    ~SymbolTable() override;
 
     bool addScope(Scope* scope) override;
     bool addRange(unsigned long long start, unsigned long long end, Scope* scope) override;
@@ -41,6 +44,18 @@ public:
     /// Adds what a format's own symbol table holds, as addRange would with a scope for each, one by
     /// one in the given order. The names must outlive the table.
     void addRawSymbols(IFileFormatLoader* loader, RawSymbolBatch batch);
+
+    /// A symbol of debug information whose scope is made when somebody needs it.
+    struct Deferred {
+        char const* name; ///< Must outlive the table.
+        unsigned long long start;
+        unsigned long long end;
+        symbol_visibility_t visibility;
+        symbol_kind_t kind;
+        std::uint64_t token; ///< Given back to the maker.
+    };
+    /// Adds a symbol as addRange would with its scope.
+    void addDeferred(IScopeMaker& maker, Deferred const& symbol);
 
     // For the iterators. Each call takes the guard by itself.
 
@@ -61,7 +76,15 @@ public:
     /// The scope of a record, made if nobody has needed it before.
     Scope* scopeOf(RangeRecord const& record) const;
     /// The symbol's kind; false for a scope without a symbol.
-    static bool kindOf(RangeRecord const& record, symbol_kind_t& kind);
+    bool kindOf(RangeRecord const& record, symbol_kind_t& kind) const;
+    /// Where the symbol ranks among those that overlap it; false for a scope without a symbol.
+    struct Rank {
+        bool hasUnit;
+        int priority;
+        symbol_visibility_t visibility;
+        bool isInline;
+    };
+    bool rankOf(RangeRecord const& record, Rank& out) const;
 
 private:
     using Position = KeyIndex::Position;
@@ -72,10 +95,21 @@ private:
     RangeRecord* insertBeside(Position at, unsigned long long end, Scope* scope, std::uint32_t order);
     RangeRecord* makeRecord(Position at, unsigned long long end, Scope* scope, std::uint32_t order);
     class Names;
-    void insertRawScope(IFileFormatLoader* loader, RangeRecord const& symbol);
-    void insertRaw(IFileFormatLoader* loader, RangeRecord& symbol, Names& names);
+    class RawScopeMaker;
+    IScopeMaker& rawMakerOf(IFileFormatLoader* loader);
+    std::uint8_t numberOf(IScopeMaker& maker);
+    bool isRaw(RangeRecord const& record) const;
+    /// Puts a record in that is not linked yet, or lets a rival take it in.
+    void insertDeferred(RangeRecord& symbol);
+    unsigned int decide(RangeRecord const& rival, MergeSide const& newcomer, MergeNext const& next) const;
+    template <typename Merge>
+    void changeEnd(RangeRecord* rival, unsigned int flags, unsigned long long end, Merge merge);
+    void absorbSide(RangeRecord* rival, unsigned int flags, MergeSide const& newcomer);
+    RangeRecord const* lastFrom(Position at) const;
+    char const* nameOf(RangeRecord const& record) const;
+    void insertRaw(RangeRecord& symbol, Names& names);
     void insertRawGroup(RawSymbolBatch& batch, std::vector<std::uint32_t> const& group, Names& names);
-    void insertRawByAddress(IFileFormatLoader* loader, RawSymbolBatch& batch, Names& names);
+    void insertRawByAddress(RawSymbolBatch& batch, Names& names);
     bool holdsOnlyRaw(unsigned long long address) const;
     void link(Position at, RangeRecord* record);
     void unlink(Position at, RangeRecord* record);
@@ -96,7 +130,8 @@ private:
     Pool<RangeRecord> m_pool;
     std::vector<RawSymbolBatch> m_batches; ///< Where raw records stand.
     std::uint32_t m_arrivals = 0;
-    IFileFormatLoader* m_rawLoader = nullptr; ///< Whose the raw records are. Set ahead of the first one.
+    std::vector<IScopeMaker*> m_makers;                     ///< By the number that records have. Not owned.
+    std::vector<std::unique_ptr<RawScopeMaker>> m_rawMakers; ///< One for each loader of raw symbols.
     std::size_t m_linked = 0;                 ///< How many records were ever linked.
     bool m_holdsDeciders = false;             ///< Scopes that decide by more than name and range have come in.
     mutable std::mutex m_scopesLock;          ///< Guards the making of scopes, inside m_guard.

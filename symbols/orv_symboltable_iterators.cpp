@@ -61,7 +61,7 @@ bool SymbolRangesIterator::isReported(RangeRecord const& record) const {
         }
     }
     symbol_kind_t kind{};
-    return SymbolTable::kindOf(record, kind) && (kind & m_mask) != 0;
+    return m_table.kindOf(record, kind) && (kind & m_mask) != 0;
 }
 
 SymMgrObjectPtr<ISymbolRange> SymbolRangesIterator::current() {

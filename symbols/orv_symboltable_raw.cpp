@@ -97,13 +97,13 @@ public:
     std::string_view key(RangeRecord const& record) {
         std::size_t size = 0;
         for (;;) {
-            std::size_t const more = ::strnlen(record.rawName + size, k_usualName);
+            std::size_t const more = ::strnlen(record.name + size, k_usualName);
             size += more;
             if (more < k_usualName) {
-                return {record.rawName, size};
+                return {record.name, size};
             }
             if (!spend(k_usualName)) {
-                return {reinterpret_cast<char const*>(&record.rawName), sizeof(record.rawName)};
+                return {reinterpret_cast<char const*>(&record.name), sizeof(record.name)};
             }
         }
     }
@@ -111,7 +111,7 @@ public:
     /// The rule of Scope::mergeDecision for two raw symbols that start at one address.
     bool areSameSymbol(RangeRecord const& rival, RangeRecord const& newcomer) {
         bool const endsMatter = rival.isPoint() || !newcomer.isPoint();
-        return (!endsMatter || rival.end == newcomer.end) && areSame(rival.rawName, newcomer.rawName);
+        return (!endsMatter || rival.end == newcomer.end) && areSame(rival.name, newcomer.name);
     }
 
 private:
@@ -125,23 +125,22 @@ private:
 
 void SymbolTable::addRawSymbols(IFileFormatLoader* loader, RawSymbolBatch newcomers) {
     std::unique_lock<Guard> const guard(m_guard);
-    if (m_rawLoader == nullptr) {
-        m_rawLoader = loader;
-    }
+    std::uint8_t const maker = numberOf(rawMakerOf(loader));
     m_batches.push_back(std::move(newcomers));
     RawSymbolBatch& batch = m_batches.back();
     for (std::size_t i = 0; i < batch.size(); ++i) {
         batch[i].order = m_arrivals++;
+        batch[i].maker = maker;
     }
     std::size_t const linkedBefore = m_linked;
     Names names;
-    if (m_holdsDeciders || m_rawLoader != loader) {
+    if (m_holdsDeciders) {
         // What a scope decides may depend on what is in the table by then.
         for (std::size_t i = 0; i < batch.size(); ++i) {
-            insertRaw(loader, batch[i], names);
+            insertRaw(batch[i], names);
         }
     } else {
-        insertRawByAddress(loader, batch, names);
+        insertRawByAddress(batch, names);
     }
     if (m_linked == linkedBefore) {
         m_batches.pop_back(); // all of it was there: a load for further addresses brings little new
@@ -149,7 +148,7 @@ void SymbolTable::addRawSymbols(IFileFormatLoader* loader, RawSymbolBatch newcom
 }
 
 /// Raw symbols only meet others of the same start, so they may go in by address, which is cheap.
-void SymbolTable::insertRawByAddress(IFileFormatLoader* loader, RawSymbolBatch& batch, Names& names) {
+void SymbolTable::insertRawByAddress(RawSymbolBatch& batch, Names& names) {
     unsigned long long lowest = ~0ULL;
     unsigned long long highest = 0;
     for (std::size_t i = 0; i < batch.size(); ++i) {
@@ -159,7 +158,7 @@ void SymbolTable::insertRawByAddress(IFileFormatLoader* loader, RawSymbolBatch& 
     auto const insert = [&](std::vector<std::uint32_t> const& group) {
         if (group.size() < k_largeGroup || !holdsOnlyRaw(batch[group.front()].start)) {
             for (std::uint32_t const index : group) {
-                insertRaw(loader, batch[index], names);
+                insertRaw(batch[index], names);
             }
         } else {
             insertRawGroup(batch, group, names);
@@ -176,24 +175,25 @@ void SymbolTable::insertRawByAddress(IFileFormatLoader* loader, RawSymbolBatch& 
 bool SymbolTable::holdsOnlyRaw(unsigned long long address) const {
     Position const at = m_keys.lowerBound(address);
     RangeRecord const* record = !m_keys.isEnd(at) && m_keys.address(at) == address ? m_keys.records(at) : nullptr;
-    while (record != nullptr && record->isRaw()) {
+    while (record != nullptr && isRaw(*record)) {
         record = record->next;
     }
     return record == nullptr;
 }
 
-void SymbolTable::insertRaw(IFileFormatLoader* loader, RangeRecord& symbol, Names& names) {
-    if (m_rawLoader != loader) {
-        insertRawScope(loader, symbol);
-        return;
-    }
+/// True for a record that stands for a symbol of a format's own table, as the file has it.
+bool SymbolTable::isRaw(RangeRecord const& record) const {
+    return record.isDeferred() && !m_makers[record.maker]->givesUnits();
+}
+
+void SymbolTable::insertRaw(RangeRecord& symbol, Names& names) {
     Position at = m_keys.lowerBound(symbol.start);
     if (m_keys.isEnd(at) || m_keys.address(at) != symbol.start) {
         at = m_keys.insert(at, symbol.start);
     }
     for (RangeRecord* rival = m_keys.records(at); rival != nullptr; rival = rival->next) {
-        if (!rival->isRaw()) {
-            insertRawScope(loader, symbol); // the rival decides
+        if (!isRaw(*rival)) {
+            insertDeferred(symbol); // the rival decides
             return;
         }
         if (names.areSameSymbol(*rival, symbol)) {
@@ -201,19 +201,6 @@ void SymbolTable::insertRaw(IFileFormatLoader* loader, RangeRecord& symbol, Name
         }
     }
     link(at, &symbol);
-}
-
-/// A raw symbol that needs its scope at once.
-void SymbolTable::insertRawScope(IFileFormatLoader* loader, RangeRecord const& symbol) {
-    SymMgrObjectPtr<Scope> const scope(new SymbolScope(loader, SymbolName::borrowed(symbol.rawName), symbol.start,
-                                                       m_scope, static_cast<symbol_visibility_t>(symbol.rawVisibility),
-                                                       static_cast<symbol_kind_t>(symbol.rawKind)));
-    scope->addRange(symbol.start, symbol.end);
-    reserveKeep();
-    RangeRecord const* const record = insertRange(symbol.start, symbol.end, scope.get(), symbol.order);
-    if (record->scope == scope.get()) {
-        keep(scope.get());
-    }
 }
 
 /// Many raw symbols at one address, in the order of arrival: the outcome is that of insertRaw for

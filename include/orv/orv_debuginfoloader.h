@@ -58,14 +58,28 @@ protected:
 };
 
 /// The store of address to line knowledge of one module.
+///
+/// Addresses are pseudo addresses, ranges half open. A unit of all ones in a question means all units,
+/// a file id of all ones all files. The rows come out by file id, then unit, then start, line and
+/// column; of rows that agree in all of these the one added last is first. A row of size 0 holds no
+/// address; a question for a stretch that begins below it gives it. Adding and asking at the same time
+/// belongs to one thread; threads that only ask may do so together.
 class ORV_API ILineTable : public ISymMgrObject {
 public:
+    /// An empty table. Its count has no lock. Both must outlive the table and its iterators: lines make
+    /// their addresses on the loader, and take their files from the resolver.
+    ORV_API static SymMgrObjectPtr<ILineTable> create(IFileFormatLoader& loader, ISrcLineResolver& resolver);
+
     virtual ~ILineTable() = default;
+    /// The rows over one address, each with its own start and end. Never null; without rows the
+    /// iterator is empty.
     virtual void sourceLinesByAddress(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out,
                                       unsigned long long address, unsigned long long unit, unsigned int fileId) = 0;
-    /// end is exclusive.
+    /// The rows in [start, end), cut to it; start equal to end asks for the one byte at start. Never
+    /// null.
     virtual void sourceLines(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out, unsigned long long unit,
                              unsigned int fileId, unsigned long long start, unsigned long long end) = 0;
+    /// Adds a row over [address, address + size), size in bytes.
     virtual void addLine(unsigned long long unit, unsigned int fileId, unsigned int line, unsigned int column,
                          unsigned long long address, unsigned long long size, unsigned long long discriminator) = 0;
 };

@@ -1,5 +1,6 @@
 #include "orv_cli_module.h"
 
+#include <cstdio>
 #include <utility>
 
 namespace orv_cli {
@@ -68,6 +69,25 @@ Module::Module(std::string name, CommonOptions const& options) : m_name(std::mov
     if (status != status_Ok) {
         throw Failure(m_name + ": " + describe(status));
     }
+}
+
+status_t Module::symbolRangeByAddress(IAddress& address, SymMgrObjectPtr<ISymbolRange>& out, symbol_kind_t mask) {
+    status_t const status = m_bank->symbolRangeByAddress(&address, out, mask, nullptr);
+    return noteRefusal(status) ? m_bank->symbolRangeByAddress(&address, out, mask, nullptr) : status;
+}
+
+bool Module::noteRefusal(status_t status) {
+    if (status != status_UnsupportedFileVersion) {
+        return false;
+    }
+    if (!m_isRefusalNoted) {
+        m_isRefusalNoted = true;
+        std::fprintf(stderr,
+                     "orv: %s: the debug information is of a DWARF version above 4, which orv does not read; ELF symbols "
+                     "answer in its place. Compile with -gdwarf-4 to have lines\n",
+                     m_name.c_str());
+    }
+    return true;
 }
 
 IFileFormatLoader& Module::loader() {

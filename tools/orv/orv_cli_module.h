@@ -41,6 +41,11 @@ public:
 
     std::string const& name() const { return m_name; }
     IModuleSymbolBank& bank() const { return *m_bank; }
+    /// The bank's query of that name. The first one loads; if the debug information is of a version that
+    /// is not read, that is said once, and what is left answers.
+    status_t symbolRangeByAddress(IAddress& address, SymMgrObjectPtr<ISymbolRange>& out, symbol_kind_t mask);
+    /// True for the status of a refused version. Says so on standard error, once.
+    bool noteRefusal(status_t status);
     /// The file format loader, for what the bank does not tell: sections by index and by address.
     IFileFormatLoader& loader();
     /// True for a file of the 32-bit class.
@@ -53,6 +58,7 @@ private:
     CommonOptions m_options;
     SymMgrObjectPtr<ISymbolManager> m_manager;
     SymMgrObjectPtr<IModuleSymbolBank> m_bank;
+    bool m_isRefusalNoted = false;
     SymMgrObjectPtr<IFileFormatLoader> m_loader; ///< Made on first use.
 };
 

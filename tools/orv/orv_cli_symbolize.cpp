@@ -5,6 +5,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <numeric>
 #include <string_view>
 #include <unistd.h>
@@ -79,6 +80,10 @@ struct Query {
     bool isAddress = false;
     char const* function = nullptr; ///< Null where it is not known.
     unsigned long long offset = 0;  ///< In the function; told in JSON only.
+    char const* file = nullptr;     ///< Null where it is not known.
+    unsigned int line = 0;
+    unsigned int column = 0;
+    unsigned long long discriminator = 0;
 };
 
 /// The queries grouped by address: neighbours in a module are found at less cost one after the other.
@@ -157,9 +162,16 @@ private:
 
     void find(Query& query) {
         SymMgrObjectPtr<IAddress> where;
+        if (m_module.bank().addressByValue(query.value, where) != status_Ok) {
+            return;
+        }
+        findFunction(query, where);
+        findLine(query, *where);
+    }
+
+    void findFunction(Query& query, SymMgrObjectPtr<IAddress> where) {
         SymMgrObjectPtr<ISymbolRange> range;
-        if (m_module.bank().addressByValue(query.value, where) != status_Ok ||
-            m_module.bank().symbolRangeByAddress(where.get(), range, k_kindsInCode, nullptr) != status_Ok) {
+        if (m_module.symbolRangeByAddress(*where, range, k_kindsInCode) != status_Ok) {
             return;
         }
         ISymbol* const symbol = range->symbol();
@@ -168,6 +180,54 @@ private:
             range->startAddress(where);
             query.offset = query.value - where->pseudoAddr();
         }
+    }
+
+    void findLine(Query& query, IAddress& where) {
+        SymMgrObjectPtr<ISourceLocation> location;
+        if (m_module.bank().sourceLocationByAddress(&where, location, ~0ULL, nullptr) != status_Ok) {
+            return;
+        }
+        ISourceFile* const file = location->sourceFile();
+        query.file = file != nullptr ? file->path() : nullptr;
+        query.line = location->line();
+        query.column = location->column();
+        query.discriminator = location->discriminator();
+    }
+
+    /// In the words of addr2line: "??:0" where nothing is known, "??:?" for a function without a line, and
+    /// "?" for line 0, which compilers give to code that belongs to no line.
+    void printLine(Query const& query) const {
+        if (query.file == nullptr) {
+            fputs_unlocked(query.function != nullptr ? "??:?\n" : "??:0\n", stdout);
+            return;
+        }
+        char const* file = query.file;
+        if (m_options.baseNames) {
+            char const* const slash = std::strrchr(file, '/');
+            file = slash != nullptr ? slash + 1 : file;
+        }
+        fputs_unlocked(file, stdout);
+        if (query.line == 0) {
+            fputs_unlocked(":?", stdout);
+        } else {
+            printNumber(':', query.line);
+        }
+        if (query.discriminator != 0) {
+            std::printf(" (discriminator %llu)", query.discriminator);
+        }
+        putc_unlocked('\n', stdout);
+    }
+
+    static void printNumber(char before, unsigned int number) {
+        char digits[12];
+        char* at = digits + sizeof(digits);
+        *--at = '\0';
+        do {
+            *--at = static_cast<char>('0' + number % 10);
+            number /= 10;
+        } while (number != 0);
+        *--at = before;
+        fputs_unlocked(at, stdout);
     }
 
     void print(Query const& query) const {
@@ -179,7 +239,7 @@ private:
             fputs_unlocked(isKnown ? query.function : "??", stdout);
             fputs_unlocked(!m_options.pretty ? "\n" : isKnown ? " at " : " ", stdout);
         }
-        fputs_unlocked("??:0\n", stdout);
+        printLine(query);
     }
 
     static void printAsJson(Query const& query) {
@@ -188,8 +248,11 @@ private:
         object["address"] = query.isAddress ? Json(hex(query.value)) : Json(std::string(query.word));
         object["function"] = isFound ? Json(query.function) : Json();
         object["offset"] = isFound ? Json(hex(query.offset)) : Json();
-        object["file"] = nullptr;
-        object["line"] = nullptr;
+        bool const hasLine = query.file != nullptr;
+        object["file"] = hasLine ? Json(query.file) : Json();
+        object["line"] = hasLine ? Json(query.line) : Json();
+        object["column"] = hasLine ? Json(query.column) : Json();
+        object["discriminator"] = hasLine ? Json(query.discriminator) : Json();
         printJson(object);
     }
 

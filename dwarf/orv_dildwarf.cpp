@@ -1,0 +1,231 @@
+#include "dwarf/orv_dildwarf.h"
+
+#include "core/orv_trace.h"
+#include "dwarf/orv_dwarf_merge.h"
+#include "dwarf/orv_dwarf_scope.h"
+#include "dwarf/orv_dwarf_walk.h"
+#include "orv/orv_dwarf.h"
+#include "symbols/orv_range_record.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace ORV_3_30 {
+namespace {
+
+/// Units may share a line program or a range list, but none needs to be read more often than this.
+constexpr std::uint64_t k_lineRereads = 4;
+constexpr std::uint64_t k_rangeRereads = 16;
+constexpr std::uint64_t k_leastBudget = std::uint64_t{1} << 16;
+
+constexpr unsigned int k_latestVersion = 4;
+
+bool areSymbolsEnabled() {
+    char const* const skip = std::getenv("ORV_SKIP_DWARF_SYMBOLS");
+    return skip == nullptr || *skip == '\0';
+}
+
+} // namespace
+
+namespace dwarf_utils {
+
+void calculateHighLowAdresses(AttrBinding const* low, AttrBinding const* high, unsigned long long& outLow,
+                              unsigned long long& outHigh) {
+    outLow = low != nullptr ? low->value : 0;
+    outHigh = outLow;
+    if (high == nullptr) {
+        return;
+    }
+    bool const isAddress = high->form == DW_FORM_addr;
+    outHigh = isAddress ? high->value : outLow + high->value;
+    if (low == nullptr && isAddress) {
+        outLow = outHigh;
+    }
+}
+
+} // namespace dwarf_utils
+
+DWARFDebugInfoLoader::DWARFDebugInfoLoader(IFileFormatLoader* loader, char const* symFileName,
+                                           IFileFormatHelper* helper, unsigned long long loadBias)
+    : DebugInfoLoader(loader), m_symFileName(symFileName), m_fileFormatHelper(helper), m_loadBias(loadBias),
+      m_symbolsEnabled(areSymbolsEnabled()) {}
+
+ISrcLineResolver* DWARFDebugInfoLoader::srcLineResolver(Scope* scope, ILock* /*lock*/) {
+    if (!m_lineResolver) {
+        m_lineResolver = new DWARFLineResolver(scope, this);
+    }
+    m_lineResolver->moveTo(scope);
+    return m_lineResolver.get();
+}
+
+status_t DWARFDebugInfoLoader::findStackVariable(ISymbol* /*symbol*/, unsigned long long /*pc*/,
+                                                 unsigned long long /*address*/,
+                                                 SymMgrObjectPtr<IStackFrameContext>& /*context*/,
+                                                 SymMgrObjectPtr<ISymbol>& /*out*/, bool* /*isInteger*/) {
+    return status_False; // no variable is known so far
+}
+
+// --- Units
+
+DWARFDebugInfoLoader::HeldSection DWARFDebugInfoLoader::holdSection(unsigned int role, bool isRelocated) {
+    HeldSection held;
+    m_fileFormatHelper->sectionData(held.data, role);
+    if (!held.data) {
+        return held;
+    }
+    unsigned char* const bytes = held.data->data();
+    held.bytes = bytes;
+    held.size = bytes != nullptr ? held.data->size() : 0;
+    // The bytes of some sections are shared: what was added once must not be added again.
+    if (isRelocated && bytes != nullptr && held.data->claimRelocation()) {
+        SymMgrObjectPtr<RelocationAddends> addends;
+        m_fileFormatHelper->relocations(addends, held.data->sectionIndex());
+        if (addends) {
+            for (RelocationAddends::Entry const& entry : addends->entries()) {
+                addends->apply(bytes, held.size, entry);
+            }
+        }
+    }
+    return held;
+}
+
+void DWARFDebugInfoLoader::holdSections() {
+    m_debugAbbrev = holdSection(section_role_DebugAbbrev, false);
+    m_debugStr = holdSection(section_role_DebugStr, false);
+    m_debugLine = holdSection(section_role_DebugLine, true);
+    m_debugRanges = holdSection(section_role_DebugRanges, true);
+    m_lineBytes = std::max(k_leastBudget, m_debugLine.size * k_lineRereads);
+    m_rangePairs = std::max(k_leastBudget, m_debugRanges.size * k_rangeRereads);
+}
+
+status_t DWARFDebugInfoLoader::scanUnits() {
+    holdSections();
+    DwarfWalker walker = infoWalker(0);
+    while (!walker.atEnd()) {
+        status_t const status = scanUnit(walker);
+        if (status != status_Ok) {
+            return status;
+        }
+    }
+    return status_Ok;
+}
+
+/// Reads the header of a unit, and moves the walker behind the unit (DWARF version 4, 7.5.1.1).
+status_t DWARFDebugInfoLoader::scanUnit(DwarfWalker& walker) {
+    std::uint64_t const begin = walker.offset();
+    FormContext forms;
+    std::uint64_t debugInfoForCUSize = 0;
+    if (!ORV_ASSERT(walker.getUnsigned4(debugInfoForCUSize) == status_Ok,
+                    "walker.getUnsigned4(debugInfoForCUSize) == status_Ok")) {
+        return status_BadFileFormat;
+    }
+    if (debugInfoForCUSize == 0xFFFFFFFF) {
+        forms.is64 = true;
+        if (!ORV_ASSERT(walker.getUnsigned8(debugInfoForCUSize) == status_Ok,
+                        "walker.getUnsigned8(debugInfoForCUSize) == status_Ok")) {
+            return status_BadFileFormat;
+        }
+    }
+    std::uint64_t const size = std::min(debugInfoForCUSize, walker.remaining());
+    std::uint64_t const end = walker.offset() + size;
+    DwarfWalker rootWalker = walker;
+    rootWalker.limit(end);
+    if (!ORV_ASSERT(rootWalker.getUnsigned2(forms.version) == status_Ok,
+                    "rootWalker.getUnsigned2(version) == status_Ok")) {
+        return status_BadFileFormat;
+    }
+    if (!ORV_ASSERT(forms.version <= k_latestVersion, "version <= 4")) {
+        return status_UnsupportedFileVersion;
+    }
+    std::uint64_t abbrevOffset = 0;
+    bool const hasOffset =
+        forms.is64 ? ORV_ASSERT(rootWalker.getUnsigned8(abbrevOffset) == status_Ok,
+                                "rootWalker.getUnsigned8(abbrevOffset) == status_Ok")
+                   : ORV_ASSERT(rootWalker.getUnsigned4(abbrevOffset) == status_Ok,
+                                "rootWalker.getUnsigned4(abbrevOffset) == status_Ok");
+    if (!hasOffset || !ORV_ASSERT(rootWalker.getUnsigned1(forms.addrSize) == status_Ok,
+                                  "rootWalker.getUnsigned1(addrSize) == status_Ok")) {
+        return status_BadFileFormat;
+    }
+    rootWalker.setAddrSize(forms.addrSize);
+    if (m_debugLine.bytes == nullptr) {
+        m_lineStatus = status_NoDebugInfo;
+    }
+    forms.unitOffset = begin;
+    forms.loadBias = m_loadBias;
+    forms.strings = m_debugStr.bytes;
+    forms.stringsSize = m_debugStr.size;
+    AbbrevTable const& abbrevs =
+        m_abbrevTables.at(abbrevOffset, walkerOf(m_debugAbbrev, forms.addrSize), forms);
+    m_units.emplace_back(
+        new DWARFCompilationUnit(this, {begin, end - begin, rootWalker.offset()}, forms, abbrevs));
+    walker.seek(end);
+    return status_Ok;
+}
+
+DWARFCompilationUnit* DWARFDebugInfoLoader::findUnitByOffset(std::uint64_t offset) const {
+    auto const after = std::upper_bound(m_units.begin(), m_units.end(), offset,
+                                        [](std::uint64_t o, auto const& unit) { return o < unit->header().offset; });
+    if (after == m_units.begin()) {
+        return nullptr;
+    }
+    DWARFCompilationUnit* const unit = std::prev(after)->get();
+    return unit->holds(offset) ? unit : nullptr;
+}
+
+DWARFCompilationUnit* DWARFDebugInfoLoader::unitById(unsigned long long offset) {
+    if (!m_hasUnits.load(std::memory_order_acquire)) {
+        return nullptr;
+    }
+    DWARFCompilationUnit* const unit = findUnitByOffset(offset);
+    return unit != nullptr && unit->header().offset == offset ? unit : nullptr;
+}
+
+// --- Symbols
+
+status_t DWARFDebugInfoLoader::loadSymbols(ISymbolTable* table, AcceptedRanges* filter, unsigned int mask,
+                                           ISrcLineResolver* /*resolver*/) {
+    if (failed(m_status)) {
+        return m_status;
+    }
+    if (m_debugInfo.bytes == nullptr) {
+        m_debugInfo = holdSection(section_role_DebugInfo, true);
+    }
+    if (m_debugInfo.size == 0) {
+        m_status = status_NoDebugInfo;
+        ORV_WARN("Cannot read .debug_info section ");
+        return m_status;
+    }
+    if (m_units.empty()) {
+        m_status = scanUnits();
+        if (failed(m_status)) {
+            return m_status;
+        }
+    }
+    DieTreeWalk walk(*this, {table, filter, table != nullptr ? table->scope() : nullptr});
+    for (auto const& unit : m_units) {
+        if (unit->header().firstDie < unit->header().offset + unit->header().length) {
+            walk.walkUnit(*unit, m_symbolsEnabled ? mask : 0);
+        }
+    }
+    m_hasUnits.store(true, std::memory_order_release);
+    m_status = status_Ok;
+    return status_Ok;
+}
+
+Scope* DWARFDebugInfoLoader::makeScope(RangeRecord const& record, Scope* parent) {
+    DWARFCompilationUnit* const unit = findUnitByOffset(record.token);
+    return makeDwarfScope(*unit, record.token, record.side(), parent);
+}
+
+unsigned int DWARFDebugInfoLoader::mergeDecision(MergeSide const& mine, MergeSide const& other,
+                                                 MergeNext const& next) {
+    return dwarfMergeRule(mine, other, next);
+}
+
+char const* DWARFDebugInfoLoader::keepText(std::string text) {
+    m_texts.push_back(std::move(text));
+    return m_texts.back().c_str();
+}
+
+} // namespace ORV_3_30

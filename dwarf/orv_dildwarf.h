@@ -1,0 +1,114 @@
+/// The reader of DWARF debug information, versions 2 to 4.
+///
+/// A load reads the header and the top of every unit, and hands each function, label and static variable
+/// to the symbol table. What lies inside a function is read when somebody asks for it, and line programs
+/// run at the first line question. No tree of entries stays in memory.
+#pragma once
+
+#include "dwarf/orv_dwarf_line_resolver.h"
+#include "dwarf/orv_dwarf_unit.h"
+#include "format/orv_ffl.h"
+#include "format/orv_elf_relocations.h"
+#include "lines/orv_dil.h"
+#include "symbols/orv_scope_maker.h"
+
+#include <atomic>
+#include <deque>
+#include <string>
+#include <vector>
+
+namespace ORV_3_30 {
+
+class DWARFDebugInfoLoader final : public DebugInfoLoader, public IScopeMaker {
+public:
+    /// loadBias: what is added to an address of the symbol file to get one of the module.
+    DWARFDebugInfoLoader(IFileFormatLoader* loader, char const* symFileName, IFileFormatHelper* helper,
+                         unsigned long long loadBias);
+
+    char const* symFileName() override { return m_symFileName.c_str(); }
+    unsigned int symFileFormat() override { return 1; }
+    status_t loadSymbols(ISymbolTable* table, AcceptedRanges* filter, unsigned int mask,
+                         ISrcLineResolver* resolver) override;
+    ISrcLineResolver* srcLineResolver(Scope* scope, ILock* lock) override;
+    status_t findStackVariable(ISymbol* symbol, unsigned long long pc, unsigned long long address,
+                               SymMgrObjectPtr<IStackFrameContext>& context, SymMgrObjectPtr<ISymbol>& out,
+                               bool* isInteger) override;
+    void sectionByIndex(SymMgrObjectPtr<ISection>& out, unsigned int index) override {
+        m_fileFormatHelper->sectionByIndex(out, index);
+    }
+
+    Scope* makeScope(RangeRecord const& record, Scope* parent) override;
+    unsigned int mergeDecision(MergeSide const& mine, MergeSide const& other, MergeNext const& next) override;
+    bool givesUnits() const override { return true; }
+
+    using Units = std::vector<SymMgrObjectPtr<DWARFCompilationUnit>>;
+    Units const& units() const { return m_units; }
+    /// By exact offset; loads the units if that has not been done. Null if there is none.
+    DWARFCompilationUnit* unitById(unsigned long long offset);
+    /// The unit that holds an offset in .debug_info; null if none does.
+    DWARFCompilationUnit* findUnitByOffset(std::uint64_t offset) const;
+    DWARFLineResolver* lineResolver() const { return m_lineResolver.get(); }
+    IFileFormatHelper* fileFormatHelper() const { return m_fileFormatHelper.get(); }
+    IFileFormatLoader* moduleLoader() const { return loader(); }
+    status_t lineStatus() const { return m_lineStatus; }
+    void setLineStatus(status_t status) { m_lineStatus = status; }
+
+    DwarfWalker infoWalker(unsigned int addrSize) const { return walkerOf(m_debugInfo, addrSize); }
+    DwarfWalker lineWalker(unsigned int addrSize) const { return walkerOf(m_debugLine, addrSize); }
+    DwarfWalker rangesWalker(unsigned int addrSize) const { return walkerOf(m_debugRanges, addrSize); }
+    /// Passes over the attributes of an entry, from behind its code. False at a form that is refused.
+    /// sibling: where the next entry of its list stands, if the entry tells; otherwise 0.
+    bool skipEntry(DwarfWalker& walker, DWARFCompilationUnit const& unit, AbbrevEntry const& entry,
+                   std::uint64_t& sibling) const;
+    /// Passes over the children of an entry, from behind its attributes.
+    void skipChildren(DwarfWalker& walker, DWARFCompilationUnit const& unit, std::uint64_t sibling) const;
+
+    /// A text that lives as long as the loader.
+    char const* keepText(std::string text);
+    /// False if more was read than the section can justify: units may share what they read, but not
+    /// without an end.
+    bool spendLineBytes(std::uint64_t bytes) { return spend(m_lineBytes, bytes); }
+    bool spendRangePair() { return spend(m_rangePairs, 1); }
+
+private:
+    /// A section in memory, as long as the loader lives.
+    struct HeldSection {
+        SymMgrObjectPtr<ISectionData> data;
+        unsigned char const* bytes = nullptr;
+        std::uint64_t size = 0;
+    };
+    static DwarfWalker walkerOf(HeldSection const& section, unsigned int addrSize) {
+        return {section.bytes, section.size, addrSize};
+    }
+    static bool spend(std::uint64_t& budget, std::uint64_t amount) {
+        bool const isEnough = amount <= budget;
+        budget -= isEnough ? amount : budget;
+        return isEnough;
+    }
+
+    HeldSection holdSection(unsigned int role, bool isRelocated);
+    void holdSections();
+    status_t scanUnits();
+    status_t scanUnit(DwarfWalker& walker);
+
+    std::string m_symFileName;
+    SymMgrObjectPtr<IFileFormatHelper> m_fileFormatHelper;
+    unsigned long long m_loadBias;
+    bool m_symbolsEnabled; ///< From the environment.
+    status_t m_status = status_Ok;
+    std::atomic<status_t> m_lineStatus{status_NotInitialized};
+    HeldSection m_debugInfo;
+    HeldSection m_debugAbbrev;
+    HeldSection m_debugStr;
+    HeldSection m_debugLine;
+    HeldSection m_debugRanges;
+    std::uint64_t m_lineBytes = 0;  ///< What may still be read.
+    std::uint64_t m_rangePairs = 0; ///< The same.
+    AbbrevTables m_abbrevTables;
+    Units m_units; ///< By offset.
+    std::atomic<bool> m_hasUnits{false}; ///< They have been read in full.
+    SymMgrObjectPtr<DWARFLineResolver> m_lineResolver;
+    std::deque<std::string> m_texts;
+};
+
+} // namespace ORV_3_30

@@ -1,0 +1,104 @@
+#include "dwarf/orv_dwarf_abbrev.h"
+
+#include "core/orv_trace.h"
+#include "dwarf/orv_dwarf_constants.h"
+#include "dwarf/orv_dwarf_die.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace ORV_3_30 {
+namespace {
+
+template <typename T> T saturated(std::uint64_t value) {
+    return static_cast<T>(std::min<std::uint64_t>(value, std::numeric_limits<T>::max()));
+}
+
+/// A few times the section is more than units that don't share their tables ever need.
+constexpr std::uint64_t k_rereads = 16;
+constexpr std::uint64_t k_leastBudget = std::uint64_t{1} << 20;
+
+} // namespace
+
+std::uint64_t AbbrevTable::read(DwarfWalker walker, FormContext const& context) {
+    std::uint64_t const begin = walker.offset();
+    bool hasFirst = false;
+    while (!walker.atEnd()) {
+        std::uint64_t const code = walker.unsignedLeb();
+        // A second code 1 is the next table: some producers leave the terminator out.
+        if (code == 0 || (code == 1 && hasFirst)) {
+            break;
+        }
+        hasFirst |= code == 1;
+        AbbrevEntry entry{};
+        entry.tag = saturated<std::uint32_t>(walker.unsignedLeb());
+        walker.getUnsigned1(entry.hasChildren);
+        readSpecs(walker, context, entry);
+        ORV_ASSERT(m_abbrevsMap.find(code) == 0, "m_abbrevsMap[abbrevCode] == NULL");
+        m_entries.push_back(entry);
+        m_abbrevsMap.store(code, static_cast<std::uint32_t>(m_entries.size()));
+    }
+    return walker.offset() - begin;
+}
+
+void AbbrevTable::readSpecs(DwarfWalker& walker, FormContext const& context, AbbrevEntry& entry) {
+    entry.firstSpec = static_cast<std::uint32_t>(m_specs.size());
+    while (!walker.atEnd()) {
+        std::uint64_t const attr = walker.unsignedLeb();
+        std::uint64_t const form = walker.unsignedLeb();
+        if (attr == 0) {
+            break; // whatever the form is
+        }
+        auto const kept = saturated<std::uint32_t>(attr);
+        auto const keptForm = static_cast<std::uint16_t>(form <= 0xFFFF ? form : 0);
+        m_specs.push_back({kept, keptForm});
+    }
+    entry.specCount = static_cast<std::uint32_t>(m_specs.size()) - entry.firstSpec;
+    makeSteps(context, entry);
+}
+
+void AbbrevTable::makeSteps(FormContext const& context, AbbrevEntry& entry) {
+    entry.firstStep = static_cast<std::uint32_t>(m_steps.size());
+    std::uint32_t seen = 0; // by slot: of two attributes with one code the first stands
+    std::uint32_t pending = 0;
+    for (std::uint32_t i = 0; i < entry.specCount; ++i) {
+        AbbrevSpec const& spec = m_specs[entry.firstSpec + i];
+        unsigned int const size = sizeOfForm(context, spec.form);
+        if (spec.attr == DW_AT_sibling && entry.siblingForm == 0) {
+            entry.siblingAt = entry.skipSize;
+            entry.siblingForm = spec.form;
+        }
+        bool const isFixed = entry.skipSize != AbbrevEntry::k_variable && size != k_variableSize;
+        entry.skipSize = isFixed ? entry.skipSize + size : AbbrevEntry::k_variable;
+        std::uint8_t slot = DieAttributes::slotOf(spec.attr);
+        if ((seen & std::uint32_t{1} << slot) != 0) {
+            slot = DieAttributes::slot_None;
+        }
+        if (slot == DieAttributes::slot_None && size != k_variableSize) {
+            pending += size;
+            continue;
+        }
+        seen |= slot != DieAttributes::slot_None ? std::uint32_t{1} << slot : 0;
+        m_steps.push_back({pending, spec.form, slot});
+        pending = 0;
+    }
+    entry.stepCount = static_cast<std::uint32_t>(m_steps.size()) - entry.firstStep;
+    entry.tailSize = pending;
+}
+
+AbbrevTable const& AbbrevTables::at(std::uint64_t offset, DwarfWalker const& section, FormContext const& context) {
+    std::unique_ptr<AbbrevTable>& table =
+        m_tables[{offset, context.addrSize, context.is64, context.version < 3}];
+    if (table == nullptr) {
+        table = std::make_unique<AbbrevTable>();
+        std::uint64_t const budget = std::max(k_leastBudget, section.size() * k_rereads);
+        if (m_bytesRead < budget && offset < section.size()) {
+            DwarfWalker walker = section;
+            walker.seek(offset);
+            m_bytesRead += table->read(walker, context);
+        }
+    }
+    return *table;
+}
+
+} // namespace ORV_3_30

@@ -1,0 +1,130 @@
+/// Numbers of the DWARF format (DWARF version 4, section 7) that the reader knows by name.
+#pragma once
+
+namespace ORV_3_30 {
+
+enum dwarf_tag_t : unsigned int {
+    DW_TAG_array_type = 0x01,
+    DW_TAG_class_type = 0x02,
+    DW_TAG_entry_point = 0x03,
+    DW_TAG_label = 0x0A,
+    DW_TAG_lexical_block = 0x0B,
+    DW_TAG_member = 0x0D,
+    DW_TAG_reference_type = 0x10,
+    DW_TAG_compile_unit = 0x11,
+    DW_TAG_structure_type = 0x13,
+    DW_TAG_typedef = 0x16,
+    DW_TAG_union_type = 0x17,
+    DW_TAG_common_block = 0x1A,
+    DW_TAG_inlined_subroutine = 0x1D,
+    DW_TAG_module = 0x1E,
+    DW_TAG_subrange_type = 0x21,
+    DW_TAG_base_type = 0x24,
+    DW_TAG_const_type = 0x26,
+    DW_TAG_packed_type = 0x2D,
+    DW_TAG_subprogram = 0x2E,
+    DW_TAG_try_block = 0x32,
+    DW_TAG_variable = 0x34,
+    DW_TAG_volatile_type = 0x35,
+    DW_TAG_restrict_type = 0x37,
+    DW_TAG_mutable_type = 0x40,
+    DW_TAG_rvalue_reference_type = 0x42,
+    DW_TAG_unit_options = 0x7000 ///< A vendor's: the options that a part of a unit was compiled with.
+};
+
+enum dwarf_attribute_t : unsigned int {
+    DW_AT_sibling = 0x01,
+    DW_AT_location = 0x02,
+    DW_AT_name = 0x03,
+    DW_AT_byte_size = 0x0B,
+    DW_AT_stmt_list = 0x10,
+    DW_AT_low_pc = 0x11,
+    DW_AT_high_pc = 0x12,
+    DW_AT_language = 0x13,
+    DW_AT_comp_dir = 0x1B,
+    DW_AT_inline = 0x20,
+    DW_AT_lower_bound = 0x22,
+    DW_AT_producer = 0x25,
+    DW_AT_upper_bound = 0x2F,
+    DW_AT_abstract_origin = 0x31,
+    DW_AT_decl_column = 0x39,
+    DW_AT_decl_file = 0x3A,
+    DW_AT_decl_line = 0x3B,
+    DW_AT_external = 0x3F,
+    DW_AT_specification = 0x47,
+    DW_AT_type = 0x49,
+    DW_AT_entry_pc = 0x52,
+    DW_AT_ranges = 0x55,
+    DW_AT_linkage_name = 0x6E,
+    DW_AT_MIPS_linkage_name = 0x2007,
+    DW_AT_GNU_discriminator = 0x2136,
+    DW_AT_unit_options = 0x3B01 ///< A vendor's: option text.
+};
+
+enum dwarf_form_t : unsigned int {
+    DW_FORM_addr = 0x01,
+    DW_FORM_block2 = 0x03,
+    DW_FORM_block4 = 0x04,
+    DW_FORM_data2 = 0x05,
+    DW_FORM_data4 = 0x06,
+    DW_FORM_data8 = 0x07,
+    DW_FORM_string = 0x08,
+    DW_FORM_block = 0x09,
+    DW_FORM_block1 = 0x0A,
+    DW_FORM_data1 = 0x0B,
+    DW_FORM_flag = 0x0C,
+    DW_FORM_sdata = 0x0D,
+    DW_FORM_strp = 0x0E,
+    DW_FORM_udata = 0x0F,
+    DW_FORM_ref_addr = 0x10,
+    DW_FORM_ref1 = 0x11,
+    DW_FORM_ref2 = 0x12,
+    DW_FORM_ref4 = 0x13,
+    DW_FORM_ref8 = 0x14,
+    DW_FORM_ref_udata = 0x15,
+    DW_FORM_indirect = 0x16,
+    DW_FORM_sec_offset = 0x17,
+    DW_FORM_exprloc = 0x18,
+    DW_FORM_flag_present = 0x19,
+    DW_FORM_ref_sig8 = 0x20,
+    DW_FORM_GNU_addr_index = 0x1F01,
+    DW_FORM_GNU_str_index = 0x1F02,
+    DW_FORM_GNU_ref_alt = 0x1F20,
+    DW_FORM_GNU_strp_alt = 0x1F21
+};
+
+enum dwarf_language_t : unsigned int {
+    DW_LANG_C = 0x02,
+    DW_LANG_Ada83 = 0x03,
+    DW_LANG_C_plus_plus = 0x04,
+    DW_LANG_Fortran77 = 0x07,
+    DW_LANG_Fortran90 = 0x08,
+    DW_LANG_Fortran95 = 0x0E
+};
+
+constexpr unsigned char DW_OP_addr = 0x03;
+
+enum dwarf_line_standard_t : unsigned int {
+    DW_LNS_extended = 0,
+    DW_LNS_copy = 1,
+    DW_LNS_advance_pc = 2,
+    DW_LNS_advance_line = 3,
+    DW_LNS_set_file = 4,
+    DW_LNS_set_column = 5,
+    DW_LNS_negate_stmt = 6,
+    DW_LNS_set_basic_block = 7,
+    DW_LNS_const_add_pc = 8,
+    DW_LNS_fixed_advance_pc = 9,
+    DW_LNS_set_prologue_end = 10,
+    DW_LNS_set_epilogue_begin = 11,
+    DW_LNS_set_isa = 12
+};
+
+enum dwarf_line_extended_t : unsigned int {
+    DW_LNE_end_sequence = 1,
+    DW_LNE_set_address = 2,
+    DW_LNE_define_file = 3,
+    DW_LNE_set_discriminator = 4
+};
+
+} // namespace ORV_3_30

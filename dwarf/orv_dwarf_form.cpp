@@ -1,0 +1,164 @@
+#include "dwarf/orv_dwarf_form.h"
+
+#include "core/orv_trace.h"
+#include "dwarf/orv_dwarf_constants.h"
+
+#include <algorithm>
+
+namespace ORV_3_30 {
+namespace {
+
+/// The next value of one of the unsigned sizes; 0 if too few bytes are left.
+template <unsigned int Width> std::uint64_t fixed(DwarfWalker& walker) {
+    std::uint64_t value = 0;
+    if constexpr (Width == 1) {
+        walker.getUnsigned1(value);
+    } else if constexpr (Width == 2) {
+        walker.getUnsigned2(value);
+    } else if constexpr (Width == 4) {
+        walker.getUnsigned4(value);
+    } else {
+        walker.getUnsigned8(value);
+    }
+    return value;
+}
+
+bool block(DwarfWalker& walker, std::uint64_t form, std::uint64_t length, AttrValue& out) {
+    out = {form, std::min(length, walker.remaining()), walker.current()};
+    walker.skip(length);
+    return true;
+}
+
+bool number(std::uint64_t form, std::uint64_t value, AttrValue& out) {
+    out = {form, value, nullptr};
+    return true;
+}
+
+/// An offset that must be there in full.
+bool checkedOffset(DwarfWalker& walker, bool is64, std::uint64_t form, AttrValue& out) {
+    std::uint64_t value = 0;
+    if (is64) {
+        if (!ORV_ASSERT(walker.getUnsigned8(value) == status_Ok, "walker.getUnsigned8(attrValue) == status_Ok")) {
+            return false;
+        }
+    } else if (!ORV_ASSERT(walker.getUnsigned4(value) == status_Ok, "walker.getUnsigned4(attrValue) == status_Ok")) {
+        return false;
+    }
+    return number(form, value, out);
+}
+
+std::uint64_t uncheckedOffset(DwarfWalker& walker, bool is64) { return is64 ? fixed<8>(walker) : fixed<4>(walker); }
+
+std::uint64_t addressOf(DwarfWalker& walker, FormContext const& context) {
+    walker.setAddrSizeQuietly(context.addrSize);
+    return walker.address();
+}
+
+} // namespace
+
+bool readForm(DwarfWalker& walker, FormContext const& context, std::uint64_t form, AttrValue& out) {
+    for (;;) {
+        switch (form) {
+        case DW_FORM_addr: return number(form, addressOf(walker, context) + context.loadBias, out);
+        case DW_FORM_block1: return block(walker, DW_FORM_block, fixed<1>(walker), out);
+        case DW_FORM_block2: return block(walker, DW_FORM_block, fixed<2>(walker), out);
+        case DW_FORM_block4: return block(walker, DW_FORM_block, fixed<4>(walker), out);
+        case DW_FORM_block:
+        case DW_FORM_exprloc: return block(walker, form, walker.unsignedLeb(), out);
+        case DW_FORM_data1: return number(DW_FORM_data8, fixed<1>(walker), out);
+        case DW_FORM_data2: return number(DW_FORM_data8, fixed<2>(walker), out);
+        case DW_FORM_data4: return number(DW_FORM_data8, fixed<4>(walker), out);
+        case DW_FORM_data8: return number(DW_FORM_data8, fixed<8>(walker), out);
+        case DW_FORM_flag: return number(form, fixed<1>(walker), out);
+        case DW_FORM_sdata: return number(form, static_cast<std::uint64_t>(walker.signedLeb()), out);
+        case DW_FORM_udata: return number(form, walker.unsignedLeb(), out);
+        case DW_FORM_string: {
+            auto const* const text = walker.current();
+            out.form = form;
+            out.data = text;
+            walker.text(out.value);
+            return true;
+        }
+        case DW_FORM_strp: {
+            std::uint64_t const offset = uncheckedOffset(walker, context.is64);
+            out.form = form;
+            out.data = offset < context.stringsSize ? context.strings + offset : nullptr;
+            return true;
+        }
+        case DW_FORM_ref_addr:
+            return number(form, context.version < 3 ? addressOf(walker, context) : uncheckedOffset(walker, context.is64),
+                          out);
+        case DW_FORM_ref1: return number(DW_FORM_ref_addr, fixed<1>(walker) + context.unitOffset, out);
+        case DW_FORM_ref2: return number(DW_FORM_ref_addr, fixed<2>(walker) + context.unitOffset, out);
+        case DW_FORM_ref4: return number(DW_FORM_ref_addr, fixed<4>(walker) + context.unitOffset, out);
+        case DW_FORM_ref8: return number(DW_FORM_ref_addr, fixed<8>(walker) + context.unitOffset, out);
+        case DW_FORM_ref_udata: return number(DW_FORM_ref_addr, walker.unsignedLeb() + context.unitOffset, out);
+        case DW_FORM_indirect:
+            if (walker.atEnd()) {
+                return false; // else an indirect form could name itself for ever
+            }
+            form = walker.unsignedLeb();
+            continue;
+        case DW_FORM_sec_offset:
+        case DW_FORM_GNU_ref_alt:
+        case DW_FORM_GNU_strp_alt: return checkedOffset(walker, context.is64, form, out);
+        case DW_FORM_flag_present:
+            out.form = form;
+            out.data = nullptr;
+            return true;
+        case DW_FORM_ref_sig8: walker.skip(8); return number(form, ~std::uint64_t{0}, out);
+        case DW_FORM_GNU_addr_index:
+        case DW_FORM_GNU_str_index:
+            walker.skipLeb();
+            out.form = form;
+            out.data = nullptr;
+            return true;
+        default: return false;
+        }
+    }
+}
+
+unsigned int sizeOfForm(FormContext const& context, std::uint64_t form) {
+    unsigned int const address = context.addrSize == 4 || context.addrSize == 8 ? context.addrSize : 0;
+    unsigned int const offset = context.is64 ? 8 : 4;
+    switch (form) {
+    case DW_FORM_addr: return address;
+    case DW_FORM_ref_addr: return context.version < 3 ? address : offset;
+    case DW_FORM_strp: return offset;
+    case DW_FORM_flag_present: return 0;
+    case DW_FORM_data1:
+    case DW_FORM_flag:
+    case DW_FORM_ref1: return 1;
+    case DW_FORM_data2:
+    case DW_FORM_ref2: return 2;
+    case DW_FORM_data4:
+    case DW_FORM_ref4: return 4;
+    case DW_FORM_data8:
+    case DW_FORM_ref8:
+    case DW_FORM_ref_sig8: return 8;
+    // Checked on reading, so that a cut one ends its entry.
+    default: return k_variableSize;
+    }
+}
+
+bool skipForm(DwarfWalker& walker, FormContext const& context, std::uint64_t form) {
+    unsigned int const size = sizeOfForm(context, form);
+    if (size != k_variableSize) {
+        walker.skip(size);
+        return true;
+    }
+    switch (form) {
+    case DW_FORM_block:
+    case DW_FORM_exprloc: walker.skip(walker.unsignedLeb()); return true;
+    case DW_FORM_block1: walker.skip(fixed<1>(walker)); return true;
+    case DW_FORM_sdata:
+    case DW_FORM_udata:
+    case DW_FORM_ref_udata: walker.skipLeb(); return true;
+    default: {
+        AttrValue ignored{};
+        return readForm(walker, context, form, ignored);
+    }
+    }
+}
+
+} // namespace ORV_3_30

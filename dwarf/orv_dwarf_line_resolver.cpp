@@ -1,0 +1,150 @@
+#include "dwarf/orv_dwarf_line_resolver.h"
+
+#include "core/orv_trace.h"
+#include "dwarf/orv_dildwarf.h"
+#include "dwarf/orv_dwarf_unit.h"
+#include "symbols/orv_globalscope.h"
+
+#include <cstring>
+#include <zlib.h>
+
+namespace ORV_3_30 {
+namespace {
+
+/// Paths are told apart by this alone: two of the same checksum are the same file.
+unsigned long long checksumOf(std::string_view path) {
+    return ::crc32_z(0, reinterpret_cast<unsigned char const*>(path.data()), path.size());
+}
+
+} // namespace
+
+DWARFLineResolver::DWARFLineResolver(Scope* scope, DWARFDebugInfoLoader* loader)
+    : SrcLineResolver(scope, &m_countLock), m_loader(loader),
+      m_lineTable(new LineTable(loader->moduleLoader(), this, &m_countLock)) {}
+
+// --- Files
+
+unsigned int DWARFLineResolver::sourceFileCount() {
+    LockGuard guard(m_isComplete.load(std::memory_order_acquire) ? nullptr : &m_runLock);
+    return static_cast<unsigned int>(m_sourceFiles.size());
+}
+
+ISourceFile* DWARFLineResolver::sourceFileById(unsigned int id) {
+    LockGuard guard(m_isComplete.load(std::memory_order_acquire) ? nullptr : &m_runLock);
+    return id < m_sourceFiles.size() ? m_sourceFiles[id].get() : nullptr;
+}
+
+bool DWARFLineResolver::fileIdByName(char const* name, unsigned int& outId, unsigned long long* outCrc) {
+    if (!ORV_ASSERT(name != nullptr, "false")) {
+        return false;
+    }
+    unsigned long long const crc = checksumOf(name);
+    if (outCrc != nullptr) {
+        *outCrc = crc;
+    }
+    LockGuard guard(m_isComplete.load(std::memory_order_acquire) ? nullptr : &m_runLock);
+    auto const found = m_sourceFileIdByCrc.find(crc);
+    if (found == m_sourceFileIdByCrc.end()) {
+        return false;
+    }
+    outId = found->second;
+    return true;
+}
+
+int DWARFLineResolver::addFile(char const* path, unsigned long long modificationTime, unsigned long long length) {
+    if (path == nullptr || *path == '\0') {
+        return -1;
+    }
+    auto const [entry, isNew] =
+        m_sourceFileIdByCrc.emplace(checksumOf(path), static_cast<unsigned int>(m_sourceFiles.size()));
+    if (isNew) {
+        m_sourceFiles.emplace_back(new SourceFile(this, entry->second, path, modificationTime, length));
+    }
+    return static_cast<int>(entry->second);
+}
+
+std::uint32_t DWARFLineResolver::addDirectory(std::string const& directory) {
+    auto const [entry, isNew] =
+        m_directories.emplace(directory, static_cast<std::uint32_t>(m_directoryNames.size()));
+    if (isNew) {
+        m_directoryNames.push_back(&entry->first);
+    }
+    return entry->second;
+}
+
+int DWARFLineResolver::addFileIn(std::uint32_t directory, std::string_view name, unsigned long long modificationTime,
+                                 unsigned long long length) {
+    auto const [entry, isNew] = m_knownNames.emplace(NameInDirectory{directory, name}, -1);
+    if (isNew) {
+        std::string path = *m_directoryNames[directory];
+        if (!path.empty() && path.back() != '/') {
+            path += '/';
+        }
+        path += name;
+        entry->second = addFile(path.c_str(), modificationTime, length);
+    }
+    return entry->second;
+}
+
+int DWARFLineResolver::fileIdOfNumber(unsigned long long number, DWARFCompilationUnit& unit) {
+    LockGuard guard(&m_runLock);
+    unit.runLineProgram(nullptr);
+    std::vector<int> const& ids = unit.sourceFileIds();
+    return number != 0 && number <= ids.size() ? ids[number - 1] : -1;
+}
+
+// --- Units and lines
+
+ICompUnitDetails* DWARFLineResolver::compUnitDetailsById(unsigned long long id) {
+    return m_loader->unitById(id);
+}
+
+status_t DWARFLineResolver::ensureLines(Scope* scope) {
+    if (m_isComplete.load(std::memory_order_acquire)) {
+        return m_loader->lineStatus();
+    }
+    LockGuard guard(&m_runLock);
+    // A question from within the run sees the momentary failure.
+    return m_loader->lineStatus() == status_NotInitialized ? runAll(scope != nullptr ? scope : this->scope())
+                                                               : m_loader->lineStatus();
+}
+
+status_t DWARFLineResolver::runAll(Scope* scope) {
+    auto* const global = dynamic_cast<GlobalScope*>(scope);
+    m_loader->setLineStatus(status_Fail);
+    SymMgrObjectPtr<RangeFilter> filter;
+    status_t status = status_Fail;
+    try {
+        if (scope != nullptr) {
+            scope->ensureKinds(symbol_kind_Function); // the units are read in a load of symbols
+        }
+        if (global != nullptr) {
+            filter = global->rangeFilter();
+        }
+        m_loader->setLineStatus(status_Fail);
+        bool isAny = false;
+        for (auto const& unit : m_loader->units()) {
+            status_t const unitStatus = unit->runLineProgram(filter.get());
+            isAny = isAny || unitStatus == status_Ok;
+            status = isAny ? status_Ok : unitStatus;
+        }
+    } catch (...) {
+        m_loader->setLineStatus(status_NotInitialized);
+        throw;
+    }
+    m_knownNames.clear();
+    m_lineTable->prepare();
+    m_loader->setLineStatus(status);
+    m_isComplete.store(true, std::memory_order_release);
+    return status;
+}
+
+status_t DWARFLineResolver::sourceLineIterator(SymMgrObjectPtr<SourceLines>& out, unsigned long long start,
+                                               unsigned long long end, unsigned long long unit, unsigned int fileId,
+                                               Scope* scope) {
+    out = nullptr;
+    status_t const status = ensureLines(scope);
+    return status == status_Ok ? SrcLineResolver::sourceLineIterator(out, start, end, unit, fileId, scope) : status;
+}
+
+} // namespace ORV_3_30

@@ -1,0 +1,57 @@
+#include "dwarf/orv_dwarf_ranges.h"
+
+#include "core/orv_trace.h"
+#include "dwarf/orv_dildwarf.h"
+
+#include <algorithm>
+
+namespace ORV_3_30 {
+
+std::uint64_t readRanges(DWARFCompilationUnit const& unit, AttrValue const* rangesAttr,
+                         std::uint64_t const* baseOverride, AddressPairs& out) {
+    if (!ORV_ASSERT(rangesAttr != nullptr, "rangesAttr")) {
+        return 0;
+    }
+    unsigned int const addrSize = unit.forms().addrSize;
+    DwarfWalker walker = unit.loader()->rangesWalker(addrSize);
+    if (rangesAttr->value >= walker.size() || (addrSize != 4 && addrSize != 8)) {
+        return 0;
+    }
+    walker.seek(rangesAttr->value);
+    std::uint64_t const selectsBase = addrSize == 4 ? 0xFFFFFFFF : ~std::uint64_t{0};
+    std::uint64_t base = unit.baseAddress();
+    std::uint64_t lowest = ~std::uint64_t{0};
+    bool hasSelected = false;
+    bool isWhole = false;
+    while (walker.remaining() >= 2 * addrSize && unit.loader()->spendRangePair()) {
+        std::uint64_t const first = walker.address();
+        std::uint64_t const second = walker.address();
+        if (first == 0 && second == 0) {
+            break;
+        }
+        if (first == selectsBase) {
+            base = isWhole ? 0 : second;
+            hasSelected = true;
+            continue;
+        }
+        if (first == second) {
+            continue;
+        }
+        if (baseOverride != nullptr && hasSelected && !isWhole && first + base > *baseOverride) {
+            base = 0;
+            isWhole = true;
+        }
+        lowest = std::min(lowest, first);
+        if (first + base < second + base) {
+            out.emplace_back(first + base, second + base);
+        }
+    }
+    // A list that makes a scope jump about must not make the adding slow.
+    constexpr std::size_t k_manyPairs = 4096;
+    if (out.size() > k_manyPairs) {
+        std::sort(out.begin(), out.end());
+    }
+    return lowest == ~std::uint64_t{0} ? base : base + lowest;
+}
+
+} // namespace ORV_3_30

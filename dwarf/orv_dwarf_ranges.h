@@ -1,0 +1,19 @@
+/// Range lists (DWARF version 4, 2.17.3).
+#pragma once
+
+#include "dwarf/orv_dwarf_unit.h"
+
+#include <utility>
+#include <vector>
+
+namespace ORV_3_30 {
+
+using AddressPairs = std::vector<std::pair<unsigned long long, unsigned long long>>;
+
+/// Reads the list that an attribute names into pairs of start and end. Returns the lowest address; 0 if
+/// the list lies outside its section. The base override, if not null, is for units of one compiler,
+/// which select a base in inlined code and then go on with whole addresses.
+std::uint64_t readRanges(DWARFCompilationUnit const& unit, AttrValue const* rangesAttr,
+                         std::uint64_t const* baseOverride, AddressPairs& out);
+
+} // namespace ORV_3_30

@@ -1,0 +1,83 @@
+/// Symbols and scopes of DWARF entries.
+#pragma once
+
+#include "dwarf/orv_dwarf_die.h"
+#include "dwarf/orv_dwarf_unit.h"
+#include "symbols/orv_scope.h"
+
+#include <atomic>
+#include <memory>
+
+namespace ORV_3_30 {
+
+class DWARFLineResolver;
+
+/// Where a symbol was declared, or an inlined body called, as its entry has it.
+struct DeclLocation {
+    std::uint64_t file; ///< Number in the unit's line table.
+    std::uint64_t line;
+    std::uint64_t column;
+    std::uint64_t extra; ///< Discriminator.
+    DWARFCompilationUnit* unit;
+
+    /// Null where neither file nor line is known. The attributes are looked for through the origin.
+    static std::unique_ptr<DeclLocation> read(AttrBindings& die);
+    /// The id of the file; -1 if the unit's table has none of that number. Runs the unit's line program.
+    int sourceFileId() const;
+};
+
+/// A symbol that knows its unit and where it was declared. What is looked up on demand is kept in
+/// atomics: threads share symbols, and find the same.
+class DWARFSymbol final : public Symbol {
+public:
+    DWARFSymbol(DWARFCompilationUnit& unit, MergeSide const& symbol, Scope* scope,
+                std::unique_ptr<DeclLocation> declaration);
+
+    /// status_Ok; status_False without a declaration whose file is known.
+    status_t sourceLine(SymMgrObjectPtr<ISourceLine>& out) override;
+    status_t compUnitDetails(ICompUnitDetails*& out) override;
+    void sourceLines(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out) override;
+    void sourceLineByAddress(SymMgrObjectPtr<ISourceLine>& out, IAddress* address) override;
+    void sourceLinesIn(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out, unsigned long long start,
+                       unsigned long long end) override;
+
+    /// Files whose lines are the symbol's own; -1 where unknown.
+    int declaredFileId();
+    int fileIdAtAddress();
+
+private:
+    static constexpr int k_notLookedUp = -2;
+    bool linesOfFile(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out, int fileId,
+                     unsigned long long start, unsigned long long end);
+
+    DWARFCompilationUnit& m_unit; ///< Of the bank: not used once the scope is gone.
+    std::unique_ptr<DeclLocation> m_declaration; ///< May be null.
+    std::atomic<int> m_declaredFileId{k_notLookedUp};
+    std::atomic<int> m_fileIdAtAddress{k_notLookedUp};
+};
+
+/// The scope of an entry that has a symbol. It holds the entry, and reads the entry's children when they
+/// are asked for.
+class DWARFScope : public SymbolScope {
+public:
+    /// childOffset: where the entry's children begin, in .debug_info.
+    DWARFScope(IFileFormatLoader* loader, Scope* parent, SymMgrObjectPtr<AttrBindings> die, std::uint64_t childOffset);
+
+    status_t loadKinds(unsigned int mask) override;
+    unsigned int mergeRule(MergeSide const& mine, MergeSide const& other, MergeNext const& next) override;
+    void merge(Scope& other, unsigned int flags, RangeRecord& record) override;
+    void mergeSide(MergeSide const& other, unsigned int flags) override;
+
+    AttrBindings* die() const { return m_die.get(); }
+    std::uint64_t childOffset() const { return m_childOffset; }
+
+private:
+    SymMgrObjectPtr<AttrBindings> m_die;
+    std::uint64_t m_childOffset;
+};
+
+/// Makes the scope of the entry at an offset, with its symbol and without a range.
+DWARFScope* makeDwarfScope(DWARFCompilationUnit& unit, std::uint64_t dieOffset, MergeSide const& symbol,
+                           Scope* parent);
+
+} // namespace ORV_3_30

@@ -1,0 +1,12 @@
+/// What a type comes to for a variable of it: its size, and whether it is an integer or a structure.
+#pragma once
+
+#include "dwarf/orv_dwarf_unit.h"
+
+namespace ORV_3_30 {
+
+/// False for a type without a known size, and for one that leads back to itself. Answers are kept by the
+/// unit. To be called under the load locks.
+bool lookUpType(DWARFCompilationUnit& unit, std::uint64_t offset, TypeInfo& out);
+
+} // namespace ORV_3_30

@@ -1,0 +1,124 @@
+#include "dwarf/orv_dwarf_unit.h"
+
+#include "core/orv_trace.h"
+#include "dwarf/orv_dildwarf.h"
+#include "dwarf/orv_dwarf_line_resolver.h"
+
+#include <cstring>
+
+namespace ORV_3_30 {
+namespace {
+
+char const* textOf(AttrBinding const* binding) {
+    bool const isText =
+        binding != nullptr && (binding->form == DW_FORM_string || binding->form == DW_FORM_strp) && binding->data;
+    return isText ? reinterpret_cast<char const*>(binding->data) : "";
+}
+
+/// True if the last occurrence of a name in a path ends where the path does.
+bool endsWith(char const* path, char const* name) {
+    std::size_t const pathSize = std::strlen(path);
+    std::size_t const nameSize = std::strlen(name);
+    return nameSize <= pathSize && std::strcmp(path + (pathSize - nameSize), name) == 0;
+}
+
+} // namespace
+
+DWARFCompilationUnit::DWARFCompilationUnit(DWARFDebugInfoLoader* loader, Header const& header,
+                                           FormContext const& forms, AbbrevTable const& abbrevs)
+    : m_loader(loader), m_header(header), m_forms(forms), m_abbrevs(abbrevs) {}
+
+DwarfWalker DWARFCompilationUnit::sectionWalker() const { return m_loader->infoWalker(m_forms.addrSize); }
+
+DwarfWalker DWARFCompilationUnit::unitWalker() const {
+    DwarfWalker walker = sectionWalker();
+    walker.limit(m_header.offset + m_header.length);
+    return walker;
+}
+
+/// Codes of later versions of the format are not known here: their units count as C, on purpose.
+DWARFCompilationUnit::language_t DWARFCompilationUnit::languageOf(std::uint64_t code) {
+    switch (code) {
+    case DW_LANG_C_plus_plus: return language_Cpp;
+    case DW_LANG_Fortran77:
+    case DW_LANG_Fortran90:
+    case DW_LANG_Fortran95: return language_Fortran;
+    case DW_LANG_Ada83: return language_Ada;
+    default: return language_C;
+    }
+}
+
+void DWARFCompilationUnit::readDetails(AttrBindings& entry) {
+    AttrBinding const* const language = entry.attribute(DW_AT_language);
+    m_language = languageOf(language != nullptr ? language->value : std::uint64_t{DW_LANG_C});
+    m_producer = textOf(entry.attribute(DW_AT_producer));
+    m_compiler = parseProducer(m_producer);
+    m_compDir = textOf(entry.attribute(DW_AT_comp_dir));
+    m_name = textOf(entry.attribute(DW_AT_name));
+    m_compileOptions = textOf(entry.attribute(DW_AT_unit_options));
+    AttrBinding const* base = entry.attribute(DW_AT_low_pc);
+    if (base == nullptr) {
+        base = entry.attribute(DW_AT_entry_pc);
+    }
+    m_baseAddress = base != nullptr ? base->value : 0;
+    if (AttrBinding const* const lines = entry.attribute(DW_AT_stmt_list)) {
+        m_hasLineInfo = true;
+        m_lineOffset = lines->value;
+    }
+    m_hasDetails = true;
+}
+
+char const* DWARFCompilationUnit::compilerName() {
+    if (*m_producer != '\0') {
+        return m_producer;
+    }
+    switch (m_compiler.kind) {
+    case compiler_Gnu:
+    case compiler_Gnu296: return "GNU";
+    case compiler_VarkoOld:
+    case compiler_Varko: return "Varko(R)";
+    default: return "";
+    }
+}
+
+ISourceFile* DWARFCompilationUnit::mainSourceFile() {
+    DWARFLineResolver* const resolver = m_loader->lineResolver();
+    if (resolver == nullptr) {
+        return m_mainFile;
+    }
+    LockGuard guard(resolver->runLock());
+    if (m_mainFile != nullptr) {
+        return m_mainFile;
+    }
+    runLineProgram(nullptr);
+    for (int const id : m_sourceFileIds) {
+        ISourceFile* const file = resolver->sourceFileById(static_cast<unsigned int>(id));
+        if (file != nullptr && *m_name != '\0' && endsWith(file->path(), m_name)) {
+            m_mainFile = file;
+            return m_mainFile;
+        }
+    }
+    if (!m_sourceFileIds.empty()) {
+        m_mainFile = resolver->sourceFileById(static_cast<unsigned int>(m_sourceFileIds.front()));
+    }
+    return m_mainFile;
+}
+
+ISourceFile* DWARFCompilationUnit::sourceFileByName(char const* name) {
+    if (!ORV_ASSERT(name != nullptr, "false")) {
+        return nullptr;
+    }
+    DWARFLineResolver* const resolver = m_loader->lineResolver();
+    unsigned int id = 0;
+    return resolver != nullptr && resolver->fileIdByName(name, id, nullptr) ? resolver->sourceFileById(id) : nullptr;
+}
+
+status_t DWARFCompilationUnit::runLineProgram(RangeFilter* filter) {
+    if (m_lineStatus == status_NotInitialized) {
+        m_lineStatus = status_Fail; // what a question from within the run would see
+        m_lineStatus = runLineProgramOnce(filter);
+    }
+    return m_lineStatus;
+}
+
+} // namespace ORV_3_30

@@ -1,0 +1,88 @@
+/// The walk over the entries of a unit that makes symbols of them.
+///
+///     DieTreeWalk walk(loader, {table, filter, parent});
+///     walk.walkUnit(unit, mask);
+///
+/// At the top of a unit it stops at functions, but for those of Fortran, which hold others. Below a
+/// function it is started again, with the function's scope as the parent, when somebody asks. It does not
+/// go into namespaces and classes on purpose: a definition stands at unit level, and points to its
+/// declaration.
+#pragma once
+
+#include "dwarf/orv_dwarf_die.h"
+#include "dwarf/orv_dwarf_ranges.h"
+#include "dwarf/orv_dwarf_unit.h"
+#include "orv/orv_scope.h"
+#include "symbols/orv_scope.h"
+
+#include <vector>
+
+namespace ORV_3_30 {
+
+class DWARFDebugInfoLoader;
+class DWARFScope;
+class SymbolTable;
+
+/// No recursion: however deep a file nests its entries, it costs memory in proportion, and no stack.
+class DieTreeWalk {
+public:
+    struct Target {
+        ISymbolTable* table;    ///< Null with a mask of 0.
+        AcceptedRanges* filter; ///< Null: everything is taken.
+        Scope* parent;
+    };
+
+    DieTreeWalk(DWARFDebugInfoLoader& loader, Target const& target);
+
+    /// Reads the unit's own entry and goes through its children. A mask of 0 makes no symbols.
+    void walkUnit(DWARFCompilationUnit& unit, unsigned int mask);
+    /// Goes through a list of children.
+    void walkChildren(DWARFCompilationUnit& unit, std::uint64_t childOffset, unsigned int mask);
+
+private:
+    /// A symbol that is added once its entry's children were walked.
+    struct Opened {
+        char const* name = nullptr; ///< Null: none.
+        std::uint64_t dieOffset = 0;
+        unsigned long long start = 0;
+        unsigned long long end = 0;
+        symbol_kind_t kind{};
+        symbol_visibility_t visibility{};
+        AddressPairs ranges; ///< Where it has several.
+    };
+    /// A list of children that is being read.
+    struct Level {
+        unsigned int mask; ///< Of the level above.
+        Opened opened;
+    };
+    enum class Children { Skip, Enter };
+
+    void run();
+    /// Reads one entry. False at the end of its list.
+    bool step();
+    bool enterUnit(AbbrevEntry const& entry, std::uint64_t offset);
+    Children act(std::uint32_t tag, std::uint64_t offset);
+    Children openFunction(symbol_kind_t kind, std::uint64_t offset);
+    Children openLabel(std::uint64_t offset);
+    Children openVariable(std::uint64_t offset);
+    Children mergeOptions();
+    bool rangeOf(unsigned long long& low, unsigned long long& high);
+    void open(char const* name, symbol_kind_t kind, std::uint64_t offset, unsigned long long start,
+              unsigned long long end);
+    void add(Opened const& opened);
+    bool accepts(unsigned long long start, unsigned long long end) const;
+    bool needsAttributes(std::uint32_t tag) const;
+
+    DWARFDebugInfoLoader& m_loader;
+    Target m_target;
+    SymbolTable* m_ownTable; ///< Null for a table that somebody else has implemented.
+    DWARFCompilationUnit* m_unit = nullptr;
+    bool m_isFirstWalk = false; ///< Options of parts are merged once.
+    unsigned int m_mask = 0;
+    DwarfWalker m_walker;
+    DieChain m_chain;
+    Opened m_opened; ///< By the entry that is being read.
+    std::vector<Level> m_levels;
+};
+
+} // namespace ORV_3_30

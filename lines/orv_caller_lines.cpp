@@ -1,0 +1,226 @@
+#include "lines/orv_caller_lines.h"
+
+#include "core/orv_trace.h"
+#include "lines/orv_source.h"
+#include "orv/orv_fileformatloader.h"
+#include "symbols/orv_symbolrange.h"
+
+#include <algorithm>
+
+namespace ORV_3_30 {
+
+// --- SymbolSourceLineIterator
+
+SymbolSourceLineIterator::SymbolSourceLineIterator(Scope& scope, ILineTable& table, LineQuery const& query)
+    : m_scope(scope), m_table(table), m_query(query) {
+    reset();
+}
+
+void SymbolSourceLineIterator::reset() {
+    m_lines = nullptr;
+    m_range = 0;
+    enterRange(0);
+}
+
+/// Goes to the first line in this range of the symbol or one behind it.
+bool SymbolSourceLineIterator::enterRange(std::size_t range) {
+    RangeList const& ranges = m_scope.ranges();
+    for (m_range = range; m_range < ranges.size(); ++m_range) {
+        RangeList::Range const& own = ranges[m_range];
+        unsigned long long const start = std::max(own.start, m_query.start);
+        unsigned long long const end = std::min(own.end, m_query.end);
+        bool const isPointInside = own.start <= m_query.start && m_query.start < own.end;
+        bool const isLabelInside = own.start == own.end && m_query.start <= own.start && own.start < m_query.limit();
+        if (start < end || (m_query.isAddress() && isPointInside) || isLabelInside) {
+            m_table.sourceLines(m_lines, m_query.unit, m_query.fileId, start, end);
+            if (m_lines->current()) {
+                return true;
+            }
+        }
+    }
+    m_lines = nullptr;
+    return false;
+}
+
+SymMgrObjectPtr<ISourceLine> SymbolSourceLineIterator::current() {
+    return m_lines ? m_lines->current() : SymMgrObjectPtr<ISourceLine>();
+}
+
+bool SymbolSourceLineIterator::next() {
+    if (!m_lines) {
+        return false;
+    }
+    return m_lines->next() || enterRange(m_range + 1);
+}
+
+// --- RangeCallerSourceLineIterator
+
+RangeCallerSourceLineIterator::RangeCallerSourceLineIterator(IFileFormatLoader* loader, ISymbolRange* range,
+                                                             ISourceLocation* callSite)
+    : m_loader(loader), m_range(range), m_callSite(callSite) {}
+
+SymMgrObjectPtr<ISourceLine> RangeCallerSourceLineIterator::current() {
+    if (!m_hasElement) {
+        return {};
+    }
+    SymMgrObjectPtr<IAddress> start;
+    SymMgrObjectPtr<IAddress> end;
+    m_range->startAddress(start);
+    m_range->endAddress(end);
+    return SymMgrObjectPtr<ISourceLine>(
+        new SourceLine(m_loader, m_callSite.get(), start->pseudoAddr(), end->pseudoAddr()));
+}
+
+// --- InlineCallerSourceLineIterator
+
+InlineCallerSourceLineIterator::InlineCallerSourceLineIterator(ILineTable& table, LineQuery const& query, Scope* scope)
+    : m_table(&table), m_query(query), m_loader(scope != nullptr ? scope->loader() : nullptr) {
+    if (scope != nullptr && isAddressQuestion()) {
+        scope->symbolRanges(m_ranges, query.start, query.end, symbol_kind_Function);
+    } else if (scope != nullptr) {
+        scope->nonOverlappedSymbolRanges(m_ranges, query.start, query.end, symbol_kind_Function, nullptr);
+    }
+    reset();
+}
+
+bool InlineCallerSourceLineIterator::isUseful(ISymbolRange& range) const {
+    if (isAddressQuestion() || range.inlineInstance() != nullptr) {
+        return true;
+    }
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> inner;
+    range.innerRanges(inner);
+    return inner && inner->current();
+}
+
+void InlineCallerSourceLineIterator::takeUsefulRange() {
+    m_isRangeUsed = false;
+    m_range = nullptr;
+    while (m_ranges) {
+        SymMgrObjectPtr<ISymbolRange> const range = m_ranges->current();
+        if (!range || isUseful(*range)) {
+            m_range = range;
+            return;
+        }
+        m_ranges->next();
+    }
+}
+
+unsigned long long InlineCallerSourceLineIterator::startOfRange() const {
+    return isAddressQuestion() ? m_query.start : static_cast<SymbolRange&>(*m_range).start();
+}
+
+unsigned long long InlineCallerSourceLineIterator::endOfRange() const {
+    return isAddressQuestion() ? m_query.start : static_cast<SymbolRange&>(*m_range).end();
+}
+
+void InlineCallerSourceLineIterator::reset() {
+    if (m_ranges) {
+        m_ranges->reset();
+    }
+    m_lines = nullptr;
+    m_callerLines = nullptr;
+    takeUsefulRange();
+    unsigned long long const limit = m_range ? startOfRange() : m_query.end;
+    bool const isFound =
+        m_range && limit <= m_query.start ? stepIntoRange() : askTable(m_query.start, limit);
+    if (!isFound) {
+        next();
+    }
+}
+
+/// Without a filter for the file a stretch is asked for by its start alone: clients know what comes of
+/// it.
+bool InlineCallerSourceLineIterator::askTable(unsigned long long from, unsigned long long to) {
+    if (m_query.fileId != k_allFiles) {
+        m_table->sourceLines(m_lines, m_query.unit, m_query.fileId, from, to);
+    } else {
+        m_table->sourceLinesByAddress(m_lines, from, m_query.unit, k_allFiles);
+    }
+    return static_cast<bool>(m_lines->current());
+}
+
+bool InlineCallerSourceLineIterator::fitsFilter(SourceLines& lines) const {
+    SymMgrObjectPtr<ISourceLine> const first = lines.current();
+    if (!first || m_query.fileId == k_allFiles) {
+        return static_cast<bool>(first);
+    }
+    return static_cast<SourceLocation*>(first->location())->fileId() == m_query.fileId;
+}
+
+bool InlineCallerSourceLineIterator::stepIntoRange() {
+    m_isRangeUsed = true;
+    if (IInlineInstance* const instance = m_range->inlineInstance()) {
+        return stepIntoInline(*instance);
+    }
+    auto& range = static_cast<SymbolRange&>(*m_range);
+    if (Symbol* const symbol = range.scope()->symbolImpl()) {
+        SymMgrObjectPtr<SourceLines> own;
+        symbol->sourceLinesIn(own, startOfRange(), endOfRange());
+        if (own && fitsFilter(*own)) {
+            m_callerLines = own;
+            return true;
+        }
+    }
+    if (askTable(startOfRange(), endOfRange()) && fitsFilter(*m_lines)) {
+        return true;
+    }
+    m_lines = nullptr;
+    return false;
+}
+
+bool InlineCallerSourceLineIterator::stepIntoInline(IInlineInstance& instance) {
+    if (!instance.hasCallSite()) {
+        return false;
+    }
+    SymMgrObjectPtr<ISourceLocation> callSite;
+    instance.callSite(callSite);
+    if (!callSite) {
+        ORV_ERROR("srcLocation == NULL ");
+        return false;
+    }
+    if (static_cast<SourceLocation*>(callSite.get())->fileId() != m_query.fileId) {
+        return false;
+    }
+    m_callerLines = new RangeCallerSourceLineIterator(m_loader, m_range.get(), callSite.get());
+    return true;
+}
+
+/// Goes on behind the range; true if the gap to the next one has lines.
+bool InlineCallerSourceLineIterator::leaveRange() {
+    m_lines = nullptr;
+    m_callerLines = nullptr;
+    unsigned long long const from = endOfRange();
+    m_ranges->next();
+    takeUsefulRange();
+    unsigned long long const to = isAddressQuestion() ? m_query.start : m_range ? startOfRange() : m_query.end;
+    return from < to && askTable(from, to);
+}
+
+bool InlineCallerSourceLineIterator::next() {
+    for (;;) {
+        if ((m_lines && m_lines->next()) || (m_callerLines && m_callerLines->next())) {
+            return true;
+        }
+        if (!m_range) {
+            return false;
+        }
+        if (!m_isRangeUsed) {
+            m_lines = nullptr;
+            if (stepIntoRange()) {
+                return true;
+            }
+        }
+        if (leaveRange()) {
+            return true;
+        }
+    }
+}
+
+SymMgrObjectPtr<ISourceLine> InlineCallerSourceLineIterator::current() {
+    if (m_callerLines) {
+        return m_callerLines->current();
+    }
+    return m_lines ? m_lines->current() : SymMgrObjectPtr<ISourceLine>();
+}
+
+} // namespace ORV_3_30

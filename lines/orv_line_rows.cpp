@@ -1,0 +1,95 @@
+#include "lines/orv_line_rows.h"
+
+#include <algorithm>
+
+namespace ORV_3_30 {
+
+std::uint32_t LineRows::indexOfUnit(unsigned long long unit) {
+    if (!m_units.empty() && m_units.back() == unit) {
+        return static_cast<std::uint32_t>(m_units.size() - 1);
+    }
+    auto const [entry, isNew] = m_unitIndex.emplace(unit, static_cast<std::uint32_t>(m_units.size()));
+    if (isNew) {
+        m_units.push_back(unit);
+    }
+    return entry->second;
+}
+
+LineRows::Packed& LineRows::makeRoom() {
+    if (m_chunks.empty() || m_chunks.back().size() == k_chunkSize) {
+        m_chunks.emplace_back();
+        m_chunks.back().reserve(m_chunks.size() == 1 ? k_firstChunk : k_chunkSize);
+    }
+    m_chunks.back().emplace_back();
+    return m_chunks.back().back();
+}
+
+bool LineRows::add(unsigned long long unit, SrcLocator const& row) {
+    if (m_size == ~std::uint32_t{0}) {
+        return false;
+    }
+    constexpr unsigned long long k_longestRun = 0xFFFFFFFF;
+    bool follows = false;
+    if (!m_runs.empty()) {
+        Run const& last = m_runs.back();
+        follows = last.end == row.start && row.start >= last.base && row.end >= row.start &&
+                  row.start - last.base <= k_longestRun && m_units[last.unit] == unit;
+    }
+    if (!follows) {
+        m_runs.push_back({row.start, row.end, m_size, 0, indexOfUnit(unit)});
+    }
+    Run& run = m_runs.back();
+    Packed& packed = makeRoom();
+    packed = {static_cast<std::uint32_t>(row.start - run.base), row.line, row.fileId,
+              static_cast<std::uint16_t>(row.column), static_cast<std::uint16_t>(row.discriminator)};
+    if (row.column >= k_wide || row.discriminator > 0xFFFF) {
+        packed.column = k_wide;
+        m_wide[m_size] = {row.column, row.discriminator};
+    }
+    run.end = row.end;
+    ++run.count;
+    ++m_size;
+    return true;
+}
+
+LineRows::Run const& LineRows::runOf(std::uint32_t row) const {
+    auto const after = std::upper_bound(m_runs.begin(), m_runs.end(), row,
+                                        [](std::uint32_t r, Run const& run) { return r < run.firstRow; });
+    return *std::prev(after);
+}
+
+SrcLocator LineRows::locator(Run const& run, std::uint32_t row) const {
+    Packed const& own = packed(row);
+    bool const isLast = row + 1 == run.firstRow + run.count;
+    SrcLocator result{run.base + own.offset,
+                      isLast ? run.end : run.base + packed(row + 1).offset,
+                      own.discriminator,
+                      own.line,
+                      own.column,
+                      own.fileId};
+    if (own.column == k_wide) {
+        Wide const& wide = m_wide.at(row);
+        result.column = wide.column;
+        result.discriminator = wide.discriminator;
+    }
+    return result;
+}
+
+std::uint32_t LineRows::rowAt(Run const& run, unsigned long long address) const {
+    unsigned long long const distance = address - run.base;
+    std::uint32_t from = run.firstRow;
+    std::uint32_t count = run.count;
+    // The last row at or below the address: rows of no size in front of it don't hold it.
+    while (count > 1) {
+        std::uint32_t const half = count / 2;
+        if (packed(from + half).offset <= distance) {
+            from += half;
+            count -= half;
+        } else {
+            count = half;
+        }
+    }
+    return from;
+}
+
+} // namespace ORV_3_30

@@ -1,0 +1,81 @@
+/// The rows of a line table as they are stored: flat, in the order of arrival.
+///
+/// A line program gives rows that follow one another, each ending where the next begins. Such a chain
+/// is a run: its rows need no end, no unit and no more than a 32-bit distance from the run's base.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <unordered_map>
+#include <vector>
+
+namespace ORV_3_30 {
+
+/// One row: what stands in [start, end).
+struct SrcLocator {
+    unsigned long long start;
+    unsigned long long end;
+    unsigned long long discriminator;
+    unsigned int line;
+    unsigned int column;
+    unsigned int fileId;
+};
+
+/// Only grows. No lock: the table guards it.
+class LineRows {
+public:
+    struct Run {
+        unsigned long long base;
+        unsigned long long end;
+        std::uint32_t firstRow;
+        std::uint32_t count;
+        std::uint32_t unit; ///< Index into the units.
+    };
+
+    /// False if there is no room for a further row: they are numbered with 32 bits.
+    bool add(unsigned long long unit, SrcLocator const& row);
+
+    std::uint32_t size() const { return m_size; }
+    std::vector<Run> const& runs() const { return m_runs; }
+    /// The run that holds a row.
+    Run const& runOf(std::uint32_t row) const;
+    unsigned long long unitOf(Run const& run) const { return m_units[run.unit]; }
+    SrcLocator locator(Run const& run, std::uint32_t row) const;
+    /// The row of a run that holds an address; the run must hold it.
+    std::uint32_t rowAt(Run const& run, unsigned long long address) const;
+    unsigned int fileOf(std::uint32_t row) const { return packed(row).fileId; }
+    unsigned long long startOf(Run const& run, std::uint32_t row) const { return run.base + packed(row).offset; }
+
+private:
+    /// What does not fit into 16 bits stands apart.
+    static constexpr std::uint16_t k_wide = 0xFFFF;
+    static constexpr std::uint32_t k_chunkBits = 14;
+    static constexpr std::uint32_t k_chunkSize = std::uint32_t{1} << k_chunkBits;
+    static constexpr std::uint32_t k_firstChunk = 64;
+
+    struct Packed {
+        std::uint32_t offset; ///< From the run's base.
+        std::uint32_t line;
+        std::uint32_t fileId;
+        std::uint16_t column; ///< k_wide: column and discriminator stand apart.
+        std::uint16_t discriminator;
+    };
+    struct Wide {
+        unsigned int column;
+        unsigned long long discriminator;
+    };
+
+    Packed const& packed(std::uint32_t row) const { return m_chunks[row >> k_chunkBits][row & (k_chunkSize - 1)]; }
+    Packed& makeRoom();
+    std::uint32_t indexOfUnit(unsigned long long unit);
+
+    std::vector<std::vector<Packed>> m_chunks;
+    std::uint32_t m_size = 0;
+    std::unordered_map<std::uint32_t, Wide> m_wide;
+    std::vector<Run> m_runs;
+    std::vector<unsigned long long> m_units;
+    std::unordered_map<unsigned long long, std::uint32_t> m_unitIndex;
+};
+
+} // namespace ORV_3_30

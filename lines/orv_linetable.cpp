@@ -1,0 +1,262 @@
+#include "lines/orv_linetable.h"
+
+#include "lines/orv_line_iterators.h"
+
+#include <algorithm>
+#include <numeric>
+#include <tuple>
+
+namespace ORV_3_30 {
+namespace {
+
+/// The order of rows that start at one address. Of two that differ in the discriminator alone, each
+/// counts as below the other: a newcomer goes behind what is there.
+bool isLess(SrcLocator const& a, SrcLocator const& b) {
+    if (a.line != b.line) {
+        return a.line < b.line;
+    }
+    if (a.column != b.column) {
+        return a.column < b.column;
+    }
+    return a.discriminator != b.discriminator;
+}
+
+/// More rows than this at one address are ordered by line and column alone.
+constexpr std::size_t k_mostAtOneStart = 64;
+
+} // namespace
+
+SymMgrObjectPtr<ILineTable> ILineTable::create(IFileFormatLoader& loader, ISrcLineResolver& resolver) {
+    return SymMgrObjectPtr<ILineTable>(new LineTable(&loader, &resolver, nullptr));
+}
+
+void LineTable::addLine(unsigned long long unit, unsigned int fileId, unsigned int line, unsigned int column,
+                        unsigned long long address, unsigned long long size, unsigned long long discriminator) {
+    m_rows.add(unit, {address, address + size, discriminator, line, column, fileId});
+    if (m_hasAddresses.load(std::memory_order_relaxed) || m_hasRanges.load(std::memory_order_relaxed)) {
+        m_hasAddresses = false;
+        m_hasRanges = false;
+    }
+}
+
+void LineTable::sourceLinesByAddress(SymMgrObjectPtr<SourceLines>& out, unsigned long long address,
+                                     unsigned long long unit, unsigned int fileId) {
+    out = new SourceLineByAddrIterator(*this, {unit, fileId, address, address});
+}
+
+void LineTable::sourceLines(SymMgrObjectPtr<SourceLines>& out, unsigned long long unit, unsigned int fileId,
+                            unsigned long long start, unsigned long long end) {
+    out = new SourceLineIterator(*this, {unit, fileId, start, end});
+}
+
+// --- Questions for an address
+
+LineTable::AddressIndex const& LineTable::prepareAddresses() const {
+    if (m_hasAddresses.load(std::memory_order_acquire)) {
+        return m_byAddress;
+    }
+    std::lock_guard<std::mutex> const guard(m_indexLock);
+    if (!m_hasAddresses.load(std::memory_order_acquire)) {
+        std::vector<LineRows::Run> const& runs = m_rows.runs();
+        AddressIndex index;
+        index.runs.resize(runs.size());
+        std::iota(index.runs.begin(), index.runs.end(), 0);
+        auto const byBase = [&](std::uint32_t a, std::uint32_t b) { return runs[a].base < runs[b].base; };
+        if (!std::is_sorted(index.runs.begin(), index.runs.end(), byBase)) {
+            std::stable_sort(index.runs.begin(), index.runs.end(), byBase);
+        }
+        index.bases.reserve(runs.size());
+        for (std::uint32_t const run : index.runs) {
+            index.bases.push_back(runs[run].base);
+        }
+        index.ends.build(runs.size(), [&](std::size_t i) { return runs[index.runs[i]].end; });
+        m_byAddress = std::move(index);
+        m_hasAddresses.store(true, std::memory_order_release);
+    }
+    return m_byAddress;
+}
+
+/// Visits the rows over an address that pass the filters, in no particular order.
+template <typename Visitor> void LineTable::visitAt(LineQuery const& query, Visitor visit) const {
+    AddressIndex const& index = prepareAddresses();
+    std::vector<LineRows::Run> const& runs = m_rows.runs();
+    unsigned long long const address = query.start;
+    auto const endOf = [&](std::size_t i) { return runs[index.runs[i]].end; };
+    auto const above = static_cast<std::size_t>(
+        std::upper_bound(index.bases.begin(), index.bases.end(), address) - index.bases.begin());
+    for (std::size_t i = index.ends.nextAbove(0, address, endOf); i < above;
+         i = index.ends.nextAbove(i + 1, address, endOf)) {
+        LineRows::Run const& run = runs[index.runs[i]];
+        if (query.unit != k_allUnits && m_rows.unitOf(run) != query.unit) {
+            continue;
+        }
+        std::uint32_t const row = m_rows.rowAt(run, address);
+        if (query.fileId == k_allFiles || m_rows.fileOf(row) == query.fileId) {
+            visit(run, row);
+        }
+    }
+}
+
+void LineTable::rowsAt(LineQuery const& query, std::vector<std::uint32_t>& out) const {
+    out.clear();
+    visitAt(query, [&](LineRows::Run const& /*run*/, std::uint32_t row) { out.push_back(row); });
+    if (out.size() > 1) {
+        std::sort(out.begin(), out.end(), [this](std::uint32_t a, std::uint32_t b) { return precedes(a, b); });
+    }
+}
+
+bool LineTable::latestAt(LineQuery const& query, SrcLocator& row, unsigned long long& unit) const {
+    bool isFound = false;
+    std::uint32_t best = 0;
+    unsigned long long bestStart = 0;
+    visitAt(query, [&](LineRows::Run const& run, std::uint32_t candidate) {
+        unsigned long long const start = m_rows.startOf(run, candidate);
+        if (!isFound || start > bestStart || (start == bestStart && precedes(candidate, best))) {
+            isFound = true;
+            best = candidate;
+            bestStart = start;
+        }
+    });
+    if (isFound) {
+        LineRows::Run const& run = m_rows.runOf(best);
+        row = m_rows.locator(run, best);
+        unit = m_rows.unitOf(run);
+    }
+    return isFound;
+}
+
+/// The order in which two rows come out.
+bool LineTable::precedes(std::uint32_t a, std::uint32_t b) const {
+    LineRows::Run const& runA = m_rows.runOf(a);
+    LineRows::Run const& runB = m_rows.runOf(b);
+    auto const keyA = std::tuple(m_rows.fileOf(a), m_rows.unitOf(runA), m_rows.startOf(runA, a));
+    auto const keyB = std::tuple(m_rows.fileOf(b), m_rows.unitOf(runB), m_rows.startOf(runB, b));
+    return keyA != keyB ? keyA < keyB : positionInRange(a) < positionInRange(b);
+}
+
+std::size_t LineTable::positionInRange(std::uint32_t row) const {
+    LineRows::Run const& run = m_rows.runOf(row);
+    auto const key = std::pair(m_rows.fileOf(row), m_rows.unitOf(run));
+    std::vector<SrcRange> const& all = ranges();
+    auto const range = std::lower_bound(all.begin(), all.end(), key, [](SrcRange const& r, auto const& k) {
+        return std::pair(r.fileId, r.unit) < k;
+    });
+    auto const startOf = [this](std::uint32_t r) { return m_rows.startOf(m_rows.runOf(r), r); };
+    unsigned long long const start = startOf(row);
+    auto at = std::lower_bound(range->rows.begin(), range->rows.end(), start,
+                               [&](std::uint32_t r, unsigned long long s) { return startOf(r) < s; });
+    at = std::find(at, range->rows.end(), row);
+    return static_cast<std::size_t>(at - range->rows.begin());
+}
+
+// --- Questions for a stretch
+
+std::vector<SrcRange> const& LineTable::ranges() const {
+    if (!m_hasRanges.load(std::memory_order_acquire)) {
+        std::lock_guard<std::mutex> const guard(m_indexLock);
+        if (!m_hasRanges.load(std::memory_order_acquire)) {
+            collectRanges();
+            m_hasRanges.store(true, std::memory_order_release);
+        }
+    }
+    return m_ranges;
+}
+
+void LineTable::collectRanges() const {
+    /// A stretch of a run whose rows are of one file.
+    struct Piece {
+        unsigned int fileId;
+        unsigned long long unit;
+        std::uint32_t firstRow;
+        std::uint32_t count;
+    };
+    std::vector<Piece> pieces;
+    for (LineRows::Run const& run : m_rows.runs()) {
+        for (std::uint32_t row = run.firstRow; row < run.firstRow + run.count; ++row) {
+            unsigned int const fileId = m_rows.fileOf(row);
+            if (row == run.firstRow || pieces.back().fileId != fileId) {
+                pieces.push_back({fileId, m_rows.unitOf(run), row, 0});
+            }
+            ++pieces.back().count;
+        }
+    }
+    std::stable_sort(pieces.begin(), pieces.end(), [](Piece const& a, Piece const& b) {
+        return std::pair(a.fileId, a.unit) < std::pair(b.fileId, b.unit);
+    });
+    std::vector<SrcRange> ranges;
+    for (Piece const& piece : pieces) {
+        if (ranges.empty() || ranges.back().fileId != piece.fileId || ranges.back().unit != piece.unit) {
+            ranges.push_back({piece.fileId, piece.unit, {}, {}});
+        }
+        for (std::uint32_t i = 0; i < piece.count; ++i) {
+            ranges.back().rows.push_back(piece.firstRow + i);
+        }
+    }
+    for (SrcRange& range : ranges) {
+        orderRange(range);
+    }
+    m_ranges = std::move(ranges);
+}
+
+void LineTable::orderRange(SrcRange& range) const {
+    struct Placed {
+        unsigned long long start;
+        std::uint32_t row;
+    };
+    std::vector<Placed> placed;
+    placed.reserve(range.rows.size());
+    for (std::uint32_t const row : range.rows) {
+        placed.push_back({m_rows.startOf(m_rows.runOf(row), row), row});
+    }
+    auto const byStart = [](Placed const& a, Placed const& b) { return a.start < b.start; };
+    if (!std::is_sorted(placed.begin(), placed.end(), byStart)) {
+        std::stable_sort(placed.begin(), placed.end(), byStart);
+    }
+    std::vector<std::uint32_t> same;
+    range.rows.clear();
+    for (std::size_t i = 0; i < placed.size(); ++i) {
+        same.push_back(placed[i].row);
+        if (i + 1 == placed.size() || placed[i + 1].start != placed[i].start) {
+            orderSameStart(same);
+            range.rows.insert(range.rows.end(), same.begin(), same.end());
+            same.clear();
+        }
+    }
+    range.rows.shrink_to_fit();
+    range.ends.build(range.rows.size(), [&](std::size_t i) { return locator(range.rows[i]).end; });
+}
+
+/// Orders rows of one start, given in the order of arrival, as a sorted list with a memory of the last
+/// insertion would have it: the search for a place begins there if that row counts as below the new one.
+void LineTable::orderSameStart(std::vector<std::uint32_t>& rows) const {
+    if (rows.size() < 2) {
+        return;
+    }
+    if (rows.size() > k_mostAtOneStart) {
+        std::reverse(rows.begin(), rows.end());
+        std::stable_sort(rows.begin(), rows.end(), [this](std::uint32_t a, std::uint32_t b) {
+            SrcLocator const left = locator(a);
+            SrcLocator const right = locator(b);
+            return std::pair(left.line, left.column) < std::pair(right.line, right.column);
+        });
+        return;
+    }
+    struct Entry {
+        SrcLocator locator;
+        std::uint32_t row;
+    };
+    std::vector<Entry> list;
+    std::size_t last = 0;
+    for (std::uint32_t const row : rows) {
+        Entry const entry{locator(row), row};
+        std::size_t at = !list.empty() && isLess(list[last].locator, entry.locator) ? last : 0;
+        while (at < list.size() && isLess(list[at].locator, entry.locator)) {
+            ++at;
+        }
+        list.insert(list.begin() + static_cast<std::ptrdiff_t>(at), entry);
+        last = at;
+    }
+    std::transform(list.begin(), list.end(), rows.begin(), [](Entry const& entry) { return entry.row; });
+}
+
+} // namespace ORV_3_30

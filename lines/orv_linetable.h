@@ -1,0 +1,108 @@
+/// The one store of address to line knowledge of a module, whatever the debug format.
+///
+///     SymMgrObjectPtr<LineTable> table(new LineTable(loader, resolver, nullptr));
+///     table->addLine(unit, fileId, 12, 3, 0x1000, 8, 0);
+///     SymMgrObjectPtr<SourceLines> lines;
+///     table->sourceLinesByAddress(lines, 0x1004, k_allUnits, k_allFiles);
+///
+/// Rows go in as they come, and may overlap in any way. What comes out is ordered by file, unit, start,
+/// line and column; of two rows that agree in all of these, the one that came later is first. The
+/// indices for that are made when a question needs them: one by address over all rows, and one for
+/// each file in each unit.
+///
+/// Adding and asking at the same time is not guarded: the resolvers fill their tables before anybody
+/// asks. Threads that only ask may do so together.
+#pragma once
+
+#include "lines/orv_end_index.h"
+#include "lines/orv_line_rows.h"
+#include "orv/orv_debuginfoloader.h"
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <vector>
+
+namespace ORV_3_30 {
+
+using SourceLines = IIterator<SymMgrObjectPtr<ISourceLine>>;
+
+constexpr unsigned long long k_allUnits = ~0ULL;
+constexpr unsigned int k_allFiles = 0xFFFFFFFF;
+
+/// What a question asks for: rows in [start, end). One address has start equal to end.
+struct LineQuery {
+    unsigned long long unit;
+    unsigned int fileId;
+    unsigned long long start;
+    unsigned long long end;
+
+    bool isAddress() const { return start == end && start != ~0ULL; }
+    /// A question for an address is one for a byte.
+    unsigned long long limit() const { return isAddress() ? end + 1 : end; }
+};
+
+/// The rows of one source file in one unit, in the order in which they come out.
+struct SrcRange {
+    unsigned int fileId;
+    unsigned long long unit;
+    std::vector<std::uint32_t> rows;
+    EndIndex ends;
+};
+
+class LineTable final : public SymMgrObject<ILineTable> {
+public:
+    /// Holds loader and resolver without a count: both outlive the table.
+    LineTable(IFileFormatLoader* loader, ISrcLineResolver* resolver, ILock* countLock)
+        : SymMgrObject(countLock), m_loader(loader), m_resolver(resolver) {}
+
+    void sourceLinesByAddress(SymMgrObjectPtr<SourceLines>& out, unsigned long long address, unsigned long long unit,
+                              unsigned int fileId) override;
+    void sourceLines(SymMgrObjectPtr<SourceLines>& out, unsigned long long unit, unsigned int fileId,
+                     unsigned long long start, unsigned long long end) override;
+    void addLine(unsigned long long unit, unsigned int fileId, unsigned int line, unsigned int column,
+                 unsigned long long address, unsigned long long size, unsigned long long discriminator) override;
+
+    IFileFormatLoader* loader() const { return m_loader; }
+    ISrcLineResolver* resolver() const { return m_resolver; }
+
+    // For the iterators.
+
+    /// The rows over one address that pass the filters, in order.
+    void rowsAt(LineQuery const& query, std::vector<std::uint32_t>& out) const;
+    /// The one of them that starts last, of several such the first; false if there is none.
+    bool latestAt(LineQuery const& query, SrcLocator& row, unsigned long long& unit) const;
+    /// By file, then unit.
+    std::vector<SrcRange> const& ranges() const;
+    SrcLocator locator(std::uint32_t row) const { return m_rows.locator(m_rows.runOf(row), row); }
+    unsigned long long unitOf(std::uint32_t row) const { return m_rows.unitOf(m_rows.runOf(row)); }
+
+    /// Makes what questions for addresses need, ahead of the first one.
+    void prepare() const { prepareAddresses(); }
+
+private:
+    struct AddressIndex {
+        std::vector<std::uint32_t> runs; ///< By base.
+        std::vector<unsigned long long> bases;
+        EndIndex ends;
+    };
+
+    AddressIndex const& prepareAddresses() const;
+    void collectRanges() const;
+    void orderRange(SrcRange& range) const;
+    void orderSameStart(std::vector<std::uint32_t>& rows) const;
+    template <typename Visitor> void visitAt(LineQuery const& query, Visitor visit) const;
+    bool precedes(std::uint32_t a, std::uint32_t b) const;
+    std::size_t positionInRange(std::uint32_t row) const;
+
+    IFileFormatLoader* m_loader;
+    ISrcLineResolver* m_resolver;
+    LineRows m_rows;
+    mutable std::mutex m_indexLock; ///< Guards the making of the indices.
+    mutable std::atomic<bool> m_hasAddresses{false};
+    mutable std::atomic<bool> m_hasRanges{false};
+    mutable AddressIndex m_byAddress;
+    mutable std::vector<SrcRange> m_ranges;
+};
+
+} // namespace ORV_3_30
