@@ -323,8 +323,10 @@ SectionBytes ElfHelper::readSectionBytes(unsigned int index) const {
         return {};
     }
     SectionBytes uncompressed;
-    if (std::strncmp(sectionName(index), ".zdebug_", 8) == 0 &&
-        uncompressZlibSection(raw.bytes.get(), raw.size, uncompressed)) {
+    bool const isNamedCompressed = std::strncmp(sectionName(index), ".zdebug_", 8) == 0;
+    bool const isFlagged = (section->sh_flags & SHF_COMPRESSED) != 0;
+    if ((isNamedCompressed && uncompressZlibSection(raw.bytes.get(), raw.size, uncompressed)) ||
+        (isFlagged && uncompressFlaggedSection(raw.bytes.get(), raw.size, m_is64, uncompressed))) {
         return uncompressed;
     }
     return raw;

@@ -1,10 +1,12 @@
 #include "format/orv_section_data.h"
 
+#include "core/orv_cursor.h"
 #include "core/orv_trace.h"
 #include "format/orv_elf_helper.h"
 
 #include <cstdlib>
 #include <cstring>
+#include <elf.h>
 #include <new>
 #include <zlib.h>
 
@@ -75,19 +77,11 @@ void ElfSectionData::load() {
     }
 }
 
-bool uncompressZlibSection(unsigned char const* in, std::uint64_t size, SectionBytes& out) {
-    constexpr std::uint64_t k_headerSize = 12;
+namespace {
+
+bool uncompress(unsigned char const* stream, std::uint64_t size, std::uint64_t uncompressedSize, SectionBytes& out) {
     // deflate can't do better than 1 : 1032, so a larger size in the header is a lie (RFC 1951).
     constexpr std::uint64_t k_largestRatio = 1032;
-
-    out = SectionBytes();
-    if (in == nullptr || size <= k_headerSize || std::memcmp(in, "ZLIB", 4) != 0) {
-        return false;
-    }
-    std::uint64_t uncompressedSize = 0;
-    for (std::size_t i = 4; i < k_headerSize; ++i) {
-        uncompressedSize = uncompressedSize << 8 | in[i];
-    }
     if (uncompressedSize / k_largestRatio > size) {
         ORV_ERROR("error while uncompressing ZLIB section data");
         return false;
@@ -98,7 +92,7 @@ bool uncompressZlibSection(unsigned char const* in, std::uint64_t size, SectionB
         throw std::bad_alloc();
     }
     uLongf produced = uncompressedSize;
-    if (::uncompress(result.bytes.get(), &produced, in + k_headerSize, size - k_headerSize) != Z_OK) {
+    if (::uncompress(result.bytes.get(), &produced, stream, size) != Z_OK) {
         ORV_ERROR("error while uncompressing ZLIB section data");
         return false;
     }
@@ -106,6 +100,33 @@ bool uncompressZlibSection(unsigned char const* in, std::uint64_t size, SectionB
     result.bytes[produced] = 0;
     out = std::move(result);
     return true;
+}
+
+} // namespace
+
+bool uncompressZlibSection(unsigned char const* in, std::uint64_t size, SectionBytes& out) {
+    constexpr std::uint64_t k_headerSize = 12;
+    out = SectionBytes();
+    if (in == nullptr || size <= k_headerSize || std::memcmp(in, "ZLIB", 4) != 0) {
+        return false;
+    }
+    std::uint64_t uncompressedSize = 0;
+    for (std::size_t i = 4; i < k_headerSize; ++i) {
+        uncompressedSize = uncompressedSize << 8 | in[i];
+    }
+    return uncompress(in + k_headerSize, size - k_headerSize, uncompressedSize, out);
+}
+
+bool uncompressFlaggedSection(unsigned char const* in, std::uint64_t size, bool is64, SectionBytes& out) {
+    out = SectionBytes();
+    ByteCursor header(in, size);
+    std::uint32_t type = 0;
+    std::uint64_t uncompressedSize = 0;
+    unsigned int const word = is64 ? 8 : 4;
+    bool const isWhole = header.read(type) && header.skip(word - 4) && header.readWord(word, uncompressedSize) &&
+                         header.skip(word); // ch_reserved, ch_size, ch_addralign
+    return isWhole && type == ELFCOMPRESS_ZLIB &&
+           uncompress(in + header.position(), header.remaining(), uncompressedSize, out);
 }
 
 } // namespace ORV_3_30

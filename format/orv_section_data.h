@@ -110,5 +110,8 @@ private:
 /// Undoes the ".zdebug_" compression: "ZLIB", the uncompressed size as 8 bytes big-endian, a zlib
 /// stream (RFC 1950). False, with an empty result, if in is anything else or broken.
 bool uncompressZlibSection(unsigned char const* in, std::uint64_t size, SectionBytes& out);
+/// Undoes the compression that SHF_COMPRESSED tells of (System V ABI, "Compressed Sections"): a header
+/// of the file's class, a zlib stream. False, with an empty result, for another type or a broken stream.
+bool uncompressFlaggedSection(unsigned char const* in, std::uint64_t size, bool is64, SectionBytes& out);
 
 } // namespace ORV_3_30

@@ -16,6 +16,7 @@ char const* describe(status_t status) {
     case status_CantOpenFile: return "cannot be opened: no such file, no permission to read it, or a directory";
     case status_BadFileFormat:
         return "is not a module that orv reads, or is damaged: it takes ELF files for x86, x86-64 and ARM";
+    case status_BadDebugInfo: return "has damaged debug information";
     case status_OutOfMemory: return "needs more memory than there is";
     case status_UnsupportedFileVersion: return "has debug information of an unsupported version";
     case status_NoDebugInfo: return "has no debug information";
@@ -72,22 +73,24 @@ Module::Module(std::string name, CommonOptions const& options) : m_name(std::mov
 }
 
 status_t Module::symbolRangeByAddress(IAddress& address, SymMgrObjectPtr<ISymbolRange>& out, symbol_kind_t mask) {
-    status_t const status = m_bank->symbolRangeByAddress(&address, out, mask, nullptr);
-    return noteRefusal(status) ? m_bank->symbolRangeByAddress(&address, out, mask, nullptr) : status;
+    return load([&] { return m_bank->symbolRangeByAddress(&address, out, mask, nullptr); });
 }
 
-bool Module::noteRefusal(status_t status) {
-    if (status != status_UnsupportedFileVersion) {
-        return false;
+void Module::noteBadDebugInfo(status_t status) {
+    if (m_isNoted || status == status_NoDebugInfo) {
+        return;
     }
-    if (!m_isRefusalNoted) {
-        m_isRefusalNoted = true;
+    m_isNoted = true;
+    std::fflush(stdout);
+    if (status == status_UnsupportedFileVersion) {
         std::fprintf(stderr,
-                     "orv: %s: the debug information is of a DWARF version above 4, which orv does not read; ELF symbols "
-                     "answer in its place. Compile with -gdwarf-4 to have lines\n",
+                     "orv: %s: the debug information is of a DWARF version above 4, which orv does not read: ELF "
+                     "symbols answer in its place; compile with -gdwarf-4 for what it can read\n",
                      m_name.c_str());
+    } else {
+        std::fprintf(stderr, "orv: %s: the debug information is damaged (%s): ELF symbols answer in its place\n",
+                     m_name.c_str(), describe(status));
     }
-    return true;
 }
 
 IFileFormatLoader& Module::loader() {

@@ -41,24 +41,31 @@ public:
 
     std::string const& name() const { return m_name; }
     IModuleSymbolBank& bank() const { return *m_bank; }
-    /// The bank's query of that name. The first one loads; if the debug information is of a version that
-    /// is not read, that is said once, and what is left answers.
+    /// Runs a query of the bank that may load. If the debug information can't be read, that is said once
+    /// on standard error, and what is left answers.
+    template <typename Query> status_t load(Query query) {
+        status_t status = query();
+        if (failed(status)) {
+            noteBadDebugInfo(status);
+            status = query();
+        }
+        return status;
+    }
     status_t symbolRangeByAddress(IAddress& address, SymMgrObjectPtr<ISymbolRange>& out, symbol_kind_t mask);
-    /// True for the status of a refused version. Says so on standard error, once.
-    bool noteRefusal(status_t status);
     /// The file format loader, for what the bank does not tell: sections by index and by address.
     IFileFormatLoader& loader();
     /// True for a file of the 32-bit class.
     bool is32Bit();
 
 private:
+    void noteBadDebugInfo(status_t status);
     Module(std::string name, CommonOptions const& options);
 
     std::string m_name;
     CommonOptions m_options;
     SymMgrObjectPtr<ISymbolManager> m_manager;
     SymMgrObjectPtr<IModuleSymbolBank> m_bank;
-    bool m_isRefusalNoted = false;
+    bool m_isNoted = false; ///< That the debug information can't be read.
     SymMgrObjectPtr<IFileFormatLoader> m_loader; ///< Made on first use.
 };
 
