@@ -67,6 +67,10 @@ private:
         }
     };
 
+    LineTable const* flatTable(status_t& status, Scope* scope) override {
+        status = ensureLines(scope);
+        return status == status_Ok ? m_lineTable.get() : nullptr;
+    }
     status_t runAll(Scope* scope);
 
     DWARFDebugInfoLoader* m_loader; ///< Not counted: it owns the resolver.

@@ -123,6 +123,22 @@ void DWARFSymbol::sourceLinesIn(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourc
     }
 }
 
+bool DWARFSymbol::latestLineAt(unsigned long long address, SrcLocator& row) {
+    if (owner() == nullptr || scope() == nullptr || m_unit.loader()->lineResolver() == nullptr) {
+        return false;
+    }
+    unsigned long long start = 0;
+    unsigned long long end = 0;
+    bool const holds = scope()->rangeAt(start, end, address) || scope()->hasLabelAt(address);
+    LineTable const& table = m_unit.loader()->lineResolver()->table();
+    auto const find = [&](int fileId) {
+        unsigned long long unit = 0;
+        return fileId >= 0 &&
+               table.latestAt({compUnitId(), static_cast<unsigned int>(fileId), address, address}, row, unit);
+    };
+    return holds && (find(declaredFileId()) || find(fileIdAtAddress()));
+}
+
 void DWARFSymbol::sourceLines(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out) {
     if (owner() != nullptr && m_unit.loader()->lineResolver() != nullptr) {
         m_unit.loader()->lineResolver()->ensureLines(nullptr);

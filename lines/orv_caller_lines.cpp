@@ -9,6 +9,34 @@
 
 namespace ORV_3_30 {
 
+bool latestCallerLine(LineTable const& table, unsigned long long address, unsigned long long unit, Scope* scope,
+                      SrcLocator& row, unsigned long long& rowUnit) {
+    LineQuery const query{unit, k_allFiles, address, address};
+    std::vector<Scope*> scopes;
+    if (scope != nullptr) {
+        scope->scopesAt(address, symbol_kind_Function, scopes);
+    }
+    if (scopes.empty()) {
+        return table.latestAt(query, row, rowUnit);
+    }
+    bool isFound = false;
+    for (Scope* const at : scopes) {
+        if (at->inlineInstance() != nullptr) {
+            continue; // its call site stands for a file that was asked for, and none was
+        }
+        SrcLocator candidate{};
+        unsigned long long candidateUnit = at->compUnitId();
+        Symbol* const symbol = at->symbolImpl();
+        bool const isOwn = symbol != nullptr && symbol->latestLineAt(address, candidate);
+        if ((isOwn || table.latestAt(query, candidate, candidateUnit)) && (!isFound || candidate.start > row.start)) {
+            isFound = true;
+            row = candidate;
+            rowUnit = candidateUnit;
+        }
+    }
+    return isFound;
+}
+
 // --- SymbolSourceLineIterator
 
 SymbolSourceLineIterator::SymbolSourceLineIterator(Scope& scope, ILineTable& table, LineQuery const& query)

@@ -11,6 +11,11 @@
 
 namespace ORV_3_30 {
 
+/// What a walk over an InlineCallerSourceLineIterator for one address, without a filter for the file, comes
+/// to when the line that starts last is taken, of several such the first. False if there is none.
+bool latestCallerLine(LineTable const& table, unsigned long long address, unsigned long long unit, Scope* scope,
+                      SrcLocator& row, unsigned long long& rowUnit);
+
 /// The lines of one file inside a symbol's ranges.
 class SymbolSourceLineIterator final : public SymMgrObject<SourceLines> {
 public:

@@ -11,6 +11,20 @@ status_t SrcLineResolver::sourceLocationByAddress(SymMgrObjectPtr<ISourceLocatio
                                                   unsigned long long unit, Scope* scope,
                                                   ISourceLocationChooser* chooser) {
     out = nullptr;
+    if (chooser == nullptr) {
+        SrcLocator row{};
+        unsigned long long rowUnit = 0;
+        status_t status = status_Ok;
+        if (LineTable const* const table = flatTable(status, scope)) {
+            if (latestCallerLine(*table, address, unit, scope != nullptr ? scope : m_scope, row, rowUnit)) {
+                out = new SourceLocation(this, {rowUnit, row.fileId, row.line, row.column, row.discriminator});
+            }
+            return status_Ok;
+        }
+        if (status != status_Ok) {
+            return status;
+        }
+    }
     SymMgrObjectPtr<SourceLines> lines;
     status_t const status = sourceLineIterator(lines, address, address, unit, k_allFiles, scope);
     if (!lines) {

@@ -24,6 +24,9 @@ bool isLess(SrcLocator const& a, SrcLocator const& b) {
 /// More rows than this at one address are ordered by line and column alone.
 constexpr std::size_t k_mostAtOneStart = 64;
 
+/// How many runs are looked at one by one before the index of ends is asked.
+constexpr unsigned int k_stepsBack = 16;
+
 } // namespace
 
 SymMgrObjectPtr<ILineTable> ILineTable::create(IFileFormatLoader& loader, ISrcLineResolver& resolver) {
@@ -66,8 +69,10 @@ LineTable::AddressIndex const& LineTable::prepareAddresses() const {
             std::stable_sort(index.runs.begin(), index.runs.end(), byBase);
         }
         index.bases.reserve(runs.size());
+        index.reach.reserve(runs.size());
         for (std::uint32_t const run : index.runs) {
             index.bases.push_back(runs[run].base);
+            index.reach.push_back(std::max(runs[run].end, index.reach.empty() ? 0 : index.reach.back()));
         }
         index.ends.build(runs.size(), [&](std::size_t i) { return runs[index.runs[i]].end; });
         m_byAddress = std::move(index);
@@ -81,19 +86,31 @@ template <typename Visitor> void LineTable::visitAt(LineQuery const& query, Visi
     AddressIndex const& index = prepareAddresses();
     std::vector<LineRows::Run> const& runs = m_rows.runs();
     unsigned long long const address = query.start;
-    auto const endOf = [&](std::size_t i) { return runs[index.runs[i]].end; };
-    auto const above = static_cast<std::size_t>(
-        std::upper_bound(index.bases.begin(), index.bases.end(), address) - index.bases.begin());
-    for (std::size_t i = index.ends.nextAbove(0, address, endOf); i < above;
-         i = index.ends.nextAbove(i + 1, address, endOf)) {
-        LineRows::Run const& run = runs[index.runs[i]];
+    auto const visitRun = [&](LineRows::Run const& run) {
         if (query.unit != k_allUnits && m_rows.unitOf(run) != query.unit) {
-            continue;
+            return;
         }
         std::uint32_t const row = m_rows.rowAt(run, address);
         if (query.fileId == k_allFiles || m_rows.fileOf(row) == query.fileId) {
             visit(run, row);
         }
+    };
+    auto above = static_cast<std::size_t>(std::upper_bound(index.bases.begin(), index.bases.end(), address) -
+                                          index.bases.begin());
+    // As a rule the run just below is the one, and none before it reaches as far.
+    for (unsigned int steps = 0; steps < k_stepsBack; ++steps) {
+        if (above == 0 || index.reach[above - 1] <= address) {
+            return;
+        }
+        LineRows::Run const& run = runs[index.runs[--above]];
+        if (run.end > address) {
+            visitRun(run);
+        }
+    }
+    auto const endOf = [&](std::size_t i) { return runs[index.runs[i]].end; };
+    for (std::size_t i = index.ends.nextAbove(0, address, endOf); i < above;
+         i = index.ends.nextAbove(i + 1, address, endOf)) {
+        visitRun(runs[index.runs[i]]);
     }
 }
 
@@ -106,23 +123,22 @@ void LineTable::rowsAt(LineQuery const& query, std::vector<std::uint32_t>& out) 
 }
 
 bool LineTable::latestAt(LineQuery const& query, SrcLocator& row, unsigned long long& unit) const {
-    bool isFound = false;
+    LineRows::Run const* bestRun = nullptr;
     std::uint32_t best = 0;
     unsigned long long bestStart = 0;
     visitAt(query, [&](LineRows::Run const& run, std::uint32_t candidate) {
         unsigned long long const start = m_rows.startOf(run, candidate);
-        if (!isFound || start > bestStart || (start == bestStart && precedes(candidate, best))) {
-            isFound = true;
+        if (bestRun == nullptr || start > bestStart || (start == bestStart && precedes(candidate, best))) {
+            bestRun = &run;
             best = candidate;
             bestStart = start;
         }
     });
-    if (isFound) {
-        LineRows::Run const& run = m_rows.runOf(best);
-        row = m_rows.locator(run, best);
-        unit = m_rows.unitOf(run);
+    if (bestRun != nullptr) {
+        row = m_rows.locator(*bestRun, best);
+        unit = m_rows.unitOf(*bestRun);
     }
-    return isFound;
+    return bestRun != nullptr;
 }
 
 /// The order in which two rows come out.

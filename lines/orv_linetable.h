@@ -84,6 +84,7 @@ private:
     struct AddressIndex {
         std::vector<std::uint32_t> runs; ///< By base.
         std::vector<unsigned long long> bases;
+        std::vector<unsigned long long> reach; ///< The greatest end up to here.
         EndIndex ends;
     };
 

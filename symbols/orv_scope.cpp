@@ -27,18 +27,27 @@ Scope::Extras& Scope::extras() {
     return *current;
 }
 
-ISymbolTable* Scope::symbolTable() {
+ISymbolTable* Scope::symbolTable() { return &ownTable(); }
+
+SymbolTable& Scope::ownTable() {
     Extras& own = extras();
-    ISymbolTable* const made = own.madeTable.load(std::memory_order_acquire);
-    if (made != nullptr) {
-        return made;
+    if (SymbolTable* const made = own.madeTable.load(std::memory_order_acquire)) {
+        return *made;
     }
     LockGuard guard(&own.lock);
-    if (!own.table) {
-        own.table = new SymbolTable(this, &own.lock);
-        own.madeTable.store(own.table.get(), std::memory_order_release);
+    SymbolTable* made = own.madeTable.load(std::memory_order_acquire);
+    if (made == nullptr) {
+        made = new SymbolTable(this, &own.lock);
+        own.table = made;
+        own.madeTable.store(made, std::memory_order_release);
     }
-    return own.table.get();
+    return *made;
+}
+
+void Scope::scopesAt(unsigned long long address, symbol_kind_t mask, std::vector<Scope*>& out) {
+    if (ensureKinds(mask) == status_Ok) {
+        ownTable().scopesAt(address, mask, out);
+    }
 }
 
 ThunkList const& Scope::thunks() {

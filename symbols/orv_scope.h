@@ -23,6 +23,8 @@ struct RangeRecord;
 using SymbolRangeIterator = IIterator<SymMgrObjectPtr<ISymbolRange>>;
 using ThunkList = std::vector<SymMgrObjectPtr<Thunk>>; ///< In the order of arrival.
 
+class SymbolTable;
+
 class Scope : public SymMgrObject<IScope> {
 public:
     Scope(IFileFormatLoader* loader, Scope* parent);
@@ -35,6 +37,9 @@ public:
                           symbol_kind_t mask) override;
     status_t symbolRangeByAddress(SymMgrObjectPtr<ISymbolRange>& out, unsigned long long address, symbol_kind_t mask,
                                   ISymbolChooser* resolver) override;
+
+    /// The scopes of the ranges that symbolRanges gives for one address, in its order.
+    void scopesAt(unsigned long long address, symbol_kind_t mask, std::vector<Scope*>& out);
 
     /// The scope's own range that holds an address; false if none does.
     virtual bool rangeAt(unsigned long long& start, unsigned long long& end, unsigned long long address);
@@ -67,6 +72,11 @@ public:
     void addRange(unsigned long long start, unsigned long long end) { m_ranges.add(start, end); }
     bool removeRange(unsigned long long start) { return m_ranges.remove(start); }
     bool hasSeveralRanges() const { return m_ranges.size() > 1; }
+    /// True if one of the scope's ranges has no size and stands at an address.
+    bool hasLabelAt(unsigned long long address) const {
+        RangeList::Range const* const range = m_ranges.floor(address);
+        return range != nullptr && range->start == address && range->end == address;
+    }
     /// All ones without a range.
     unsigned long long firstStart() const { return m_ranges.empty() ? ~0ULL : m_ranges[0].start; }
     unsigned long long lastEnd() const { return m_ranges.empty() ? ~0ULL : m_ranges[m_ranges.size() - 1].end; }
@@ -88,10 +98,11 @@ private:
     struct Extras {
         OrvLock lock; ///< Guards the count of the table, and its making.
         SymMgrObjectPtr<ISymbolTable> table;
-        std::atomic<ISymbolTable*> madeTable{nullptr}; ///< The same, for those who only ask.
+        std::atomic<SymbolTable*> madeTable{nullptr}; ///< The same, for those who only ask.
         ThunkList thunks;
     };
     Extras& extras();
+    SymbolTable& ownTable();
 
     RangeList m_ranges;
     Scope* m_parent;                        ///< Not counted.

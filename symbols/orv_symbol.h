@@ -17,6 +17,7 @@ namespace ORV_3_30 {
 
 class IFileFormatLoader;
 class Scope;
+struct SrcLocator;
 
 constexpr unsigned long long k_noCompUnit = ~0ULL;
 
@@ -120,6 +121,9 @@ public:
     /// What sourceLines gives, restricted to [start, end); start equal to end asks for one address.
     virtual void sourceLinesIn(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out,
                                unsigned long long start, unsigned long long end);
+    /// Of the lines that sourceLinesIn gives for one address the one that starts last, of several such
+    /// the first; false if there is none.
+    virtual bool latestLineAt(unsigned long long /*address*/, SrcLocator& /*row*/) { return false; }
 
 private:
     unsigned long long m_address;

@@ -575,6 +575,25 @@ RangeRecord const* SymbolTable::chooseByClient(Records const& found, ISymbolChoo
     return nullptr;
 }
 
+void SymbolTable::scopesAt(unsigned long long address, symbol_kind_t mask, std::vector<Scope*>& out) const {
+    Records found;
+    {
+        std::shared_lock<Guard> const guard(m_guard);
+        Position const at = m_keys.floor(address);
+        if (!m_keys.isEnd(at)) {
+            collectAlive(at, found);
+        }
+    }
+    for (RangeRecord const* record : found) {
+        symbol_kind_t kind{};
+        bool const holds =
+            record->isPoint() ? record->start == address : record->start <= address && address < record->end;
+        if (holds && kindOf(*record, kind) && (kind & mask) != 0) {
+            out.push_back(scopeOf(*record));
+        }
+    }
+}
+
 RangeRecord const* SymbolTable::chooseRecord(unsigned long long address, symbol_kind_t mask, unsigned long long key,
                                              ISymbolChooser* resolver) const {
     if (resolver != nullptr) {

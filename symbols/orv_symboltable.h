@@ -70,6 +70,9 @@ public:
     Records recordsAlive(unsigned long long key) const;
     /// Of those alive at a key, the candidates for an address in its stretch.
     Records candidates(unsigned long long address, symbol_kind_t mask, unsigned long long key) const;
+    /// The scopes of the ranges that hold an address, the one that ends last first: those that
+    /// symbolRanges gives for it.
+    void scopesAt(unsigned long long address, symbol_kind_t mask, std::vector<Scope*>& out) const;
     /// The one that wins at an address in a key's stretch; null if there is none.
     RangeRecord const* chooseRecord(unsigned long long address, symbol_kind_t mask, unsigned long long key,
                                     ISymbolChooser* resolver) const;

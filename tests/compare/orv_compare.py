@@ -1,0 +1,233 @@
+"""Our answers beside those of llvm-symbolizer and addr2line, over every function of a module.
+
+    orv_compare.py MODULE            agreement, and the first differences
+    orv_compare.py --speed MODULE    time and memory of one address and of many, side by side
+
+Each function is asked for at its start and at ten random addresses inside. File and line are compared
+with both; the outermost function with llvm-symbolizer, since addr2line names the innermost. A
+difference is counted under what is known to cause it (docs/lines.md), or as unexplained.
+"""
+
+import argparse
+import collections
+import json
+import os
+import pathlib
+import random
+import re
+import subprocess
+import sys
+import tempfile
+import time
+
+ORV = os.environ.get("ORV", "orv")
+INSIDE = 10
+
+
+def run(command, text):
+    return subprocess.run(command, input=text, capture_output=True, text=True, errors="replace", check=False).stdout
+
+
+def functions(module):
+    """(address, size, name) of all function symbols that are defined and have a size."""
+    listed = run(["readelf", "-sW", module], "")
+    found = {}
+    for line in listed.splitlines():
+        words = line.split()
+        if len(words) >= 8 and words[3] in ("FUNC", "IFUNC") and words[6] != "UND":
+            size = int(words[2], 0)
+            if size:
+                found.setdefault((int(words[1], 16), size), words[7])
+    return sorted((address, size, name) for (address, size), name in found.items())
+
+
+def addresses_of(found, seed, inside=INSIDE):
+    chance = random.Random(seed)
+    addresses = []
+    for address, size, _ in found:
+        addresses.append(address)
+        addresses += [address + chance.randrange(size) for _ in range(inside)]
+    return addresses
+
+
+def ours(module, addresses):
+    text = run([ORV, "symbolize", "-f", "-e", module], "".join(f"{a:x}\n" for a in addresses))
+    lines = text.splitlines()
+    return [(lines[i], split_line(lines[i + 1])) for i in range(0, len(lines) - 1, 2)]
+
+
+def split_line(text):
+    """("file", line) of addr2line's words; line 0 where unknown."""
+    match = re.match(r"(.*):(\d+|\?)(?: \(discriminator \d+\))?$", text)
+    file, line = match.groups()
+    return (file, 0 if line == "?" else int(line))
+
+
+def addr2line(module, addresses):
+    text = run(["addr2line", "-e", module], "".join(f"{a:x}\n" for a in addresses))
+    return [split_line(line) for line in text.splitlines()]
+
+
+def llvm_symbolizer(module, addresses):
+    """[(outermost function, (file, line))]; the line is the innermost frame's."""
+    text = run(["llvm-symbolizer", "--no-demangle", "--output-style=LLVM", "-e", module],
+               "".join(f"0x{a:x}\n" for a in addresses))
+    answers = []
+    frames = []
+    for line in text.splitlines() + [""]:
+        if line:
+            frames.append(line)
+        elif frames:
+            file, number, _ = frames[1].rsplit(":", 2)
+            answers.append((frames[-2], (file, int(number))))
+            frames = []
+    return answers
+
+
+def same_file(a, b):
+    """Paths are joined alike, but one may be normalised."""
+    return a == b or os.path.normpath(a) == os.path.normpath(b)
+
+
+def same_line(a, b):
+    if a[1] == 0 and b[1] == 0:
+        return True
+    return a[1] == b[1] and same_file(a[0], b[0])
+
+
+class Comparison:
+    def __init__(self, module, found, addresses):
+        self.module = module
+        self.addresses = addresses
+        self.owners = []
+        for address, size, name in found:
+            self.owners += [(address, size, name)] * (INSIDE + 1)
+        self.ours = ours(module, addresses)
+        self.llvm = llvm_symbolizer(module, addresses)
+        self.addr2line = addr2line(module, addresses)
+        if not len(self.ours) == len(self.llvm) == len(self.addr2line) == len(addresses):
+            sys.exit(f"{module}: {len(addresses)} addresses, answers: {len(self.ours)} of ours, {len(self.llvm)} of "
+                     f"llvm-symbolizer, {len(self.addr2line)} of addr2line")
+        self.differences = collections.defaultdict(list)
+
+    def count(self):
+        agreed = collections.Counter()
+        for i, address in enumerate(self.addresses):
+            function, line = self.ours[i]
+            theirs, their_line = self.llvm[i]
+            if function == theirs or self.is_same_function(i):
+                agreed["function"] += 1
+            elif function.split(".")[0] == theirs.split(".")[0]:
+                agreed["function"] += 1
+                agreed["clones"] += 1
+            else:
+                self.differences["function"].append((address, function, theirs))
+            for what, other in (("line, llvm-symbolizer", their_line), ("line, addr2line", self.addr2line[i])):
+                if same_line(line, other):
+                    agreed[what] += 1
+                else:
+                    self.differences[what].append((address, line, other))
+            both = same_line(line, their_line) or same_line(line, self.addr2line[i])
+            agreed["line, one of them"] += both
+        return agreed
+
+    def is_same_function(self, i):
+        """The same symbol under another of its names: an alias, or the variant of a constructor."""
+        mine, theirs = self.ours[i][0], self.llvm[i][0]
+        return {mine, theirs} <= self.names_at(self.owners[i][0])
+
+    def names_at(self, address):
+        if not hasattr(self, "names"):
+            self.names = collections.defaultdict(set)
+            for line in run(["readelf", "-sW", self.module], "").splitlines():
+                words = line.split()
+                if len(words) >= 8 and words[0][:-1].isdigit():
+                    self.names[int(words[1], 16)].add(words[7].split("@")[0])
+        return self.names[address]
+
+
+def compare(module, show, require):
+    found = functions(module)
+    addresses = addresses_of(found, seed=len(found))
+    comparison = Comparison(module, found, addresses)
+    agreed = comparison.count()
+    total = max(len(addresses), 1)
+    print(f"{module}: {len(found)} functions, {len(addresses)} addresses")
+    failed = False
+    for what in ("function", "line, llvm-symbolizer", "line, addr2line", "line, one of them"):
+        share = 100 * agreed[what] / total
+        print(f"  {what:24} {share:8.3f} %  {total - agreed[what]:6} differ")
+        failed |= what in ("function", "line, one of them") and share < require
+    if agreed["clones"]:
+        print(f"  {agreed['clones']} addresses in clones and cold parts, which we name by the function in the source")
+    for what, differences in comparison.differences.items():
+        for address, mine, theirs in differences[:show]:
+            print(f"  {what}: 0x{address:x}: ours {mine}, theirs {theirs}")
+    return failed
+
+
+def measure(command, text, repeat):
+    """Best wall time in seconds, and peak memory in MiB."""
+    best, memory = None, 0
+    with tempfile.NamedTemporaryFile("w") as file:
+        file.write(text)
+        file.flush()
+        for _ in range(repeat):
+            with open(file.name) as source:
+                begin = time.perf_counter()
+                process = subprocess.Popen(command, stdin=source, stdout=subprocess.DEVNULL,
+                                           stderr=subprocess.DEVNULL)
+                _, _, usage = os.wait4(process.pid, 0)
+                elapsed = time.perf_counter() - begin
+                process.returncode = 0
+            best = elapsed if best is None else min(best, elapsed)
+            memory = max(memory, usage.ru_maxrss / 1024)
+    return best, memory
+
+
+def speed(module):
+    found = functions(module)
+    chance = random.Random(1)
+    many = []
+    for _ in range(100000):
+        address, size, _ = chance.choice(found)
+        many.append(address + chance.randrange(size))
+    print(f"{module}: {len(found)} functions")
+    for what, addresses, repeat in (("one address", many[:1], 20), ("100,000 addresses", many, 3)):
+        text = "".join(f"0x{a:x}\n" for a in addresses)
+        one = [f"0x{addresses[0]:x}"] if len(addresses) == 1 else []
+        commands = {
+            "orv": [ORV, "symbolize", "-f", "-e", module, *one],
+            "llvm-symbolizer": ["llvm-symbolizer", "--no-demangle", "--no-inlines", "-e", module, *one],
+            "addr2line": ["addr2line", "-f", "-e", module, *one],
+        }
+        times = {}
+        for name, command in commands.items():
+            if name == "addr2line" and len(addresses) > 1:
+                command, text_of = command, "".join(f"0x{a:x}\n" for a in addresses[:1000])
+                elapsed, memory = measure(command, text_of, 1)
+                print(f"  {what:18} {name:16} {elapsed * 1000:9.1f} ms for the first 1,000 {memory:8.1f} MiB")
+                continue
+            times[name], memory = measure(command, text, repeat)
+            print(f"  {what:18} {name:16} {times[name] * 1000:9.1f} ms {memory:8.1f} MiB"
+                  f"   {times[name] / times['orv']:6.2f} of orv's time")
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--speed", action="store_true", help="measure in place of comparing")
+    parser.add_argument("--show", type=int, default=10, help="how many differences of each kind to print")
+    parser.add_argument("--require", type=float, default=0, help="fail if less than so many per cent agree")
+    parser.add_argument("modules", nargs="+", metavar="MODULE")
+    options = parser.parse_args()
+    failed = False
+    for module in options.modules:
+        if options.speed:
+            speed(module)
+        else:
+            failed |= compare(module, options.show, options.require)
+    sys.exit(1 if failed else 0)
+
+
+if __name__ == "__main__":
+    main()
