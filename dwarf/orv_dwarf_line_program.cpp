@@ -30,36 +30,30 @@ void LineFileEntry::read(DwarfWalker& walker) {
 // --- The machine
 
 LineMachine::LineMachine(DwarfWalker program, LineHeader const& header) : m_walker(program), m_header(header) {
-    m_state.isStmt = header.defaultIsStmt;
+    reset();
+    makeSpecialSteps();
 }
 
-void LineMachine::prepare() {
-    if (m_clearAfterRow) {
-        m_clearAfterRow = false;
-        m_state.basicBlock = false;
-        m_state.discriminator = 0;
-    }
-    if (m_resetAfterRow) {
-        m_resetAfterRow = false;
-        m_state = LineState();
-        m_state.isStmt = m_header.defaultIsStmt;
-    }
+void LineMachine::reset() {
+    m_state = LineState();
+    m_state.isStmt = m_header.defaultIsStmt;
 }
 
-LineMachine::Step LineMachine::special(unsigned int opcode) {
-    unsigned int const adjusted = opcode - m_header.opcodeBase;
-    // A range of 0 divides nothing: such an opcode moves by the base alone.
-    unsigned int const range = m_header.lineRange;
-    advance(range != 0 ? adjusted / range : 0);
-    unsigned int const remainder = range != 0 ? adjusted % range : 0;
-    m_state.line += static_cast<std::int16_t>(static_cast<int>(remainder) + m_header.lineBase);
-    m_clearAfterRow = true;
-    return Step::Row;
+void LineMachine::makeSpecialSteps() {
+    for (unsigned int opcode = m_header.opcodeBase; opcode < m_special.size(); ++opcode) {
+        unsigned int const adjusted = opcode - m_header.opcodeBase;
+        // A range of 0 divides nothing: such an opcode moves by the base alone.
+        unsigned int const range = m_header.lineRange;
+        unsigned int const operations = range != 0 ? adjusted / range : 0;
+        unsigned int const remainder = range != 0 ? adjusted % range : 0;
+        m_special[opcode] = {operations * m_header.minimumInstructionLength,
+                             static_cast<std::int16_t>(static_cast<int>(remainder) + m_header.lineBase)};
+    }
 }
 
 LineMachine::Step LineMachine::standard(unsigned int opcode) {
     switch (opcode) {
-    case DW_LNS_copy: m_clearAfterRow = true; return Step::Row;
+    case DW_LNS_copy: return Step::Row;
     case DW_LNS_advance_pc: advance(m_walker.unsignedLeb()); break;
     case DW_LNS_advance_line:
         m_state.line = static_cast<std::int64_t>(static_cast<std::uint64_t>(m_state.line) +
@@ -177,7 +171,7 @@ private:
 class Stretches {
 public:
     Stretches(DWARFCompilationUnit& unit, LineTable& table, IFileFormatHelper& helper, RangeFilter* filter)
-        : m_unit(unit), m_table(table), m_helper(helper), m_filter(filter) {}
+        : m_unit(unit), m_table(table), m_helper(helper), m_filter(filter), m_bias(unit.forms().loadBias) {}
 
     void add(LineState const& row) {
         if (m_hasPrevious && row.address >= m_previous.address) {
@@ -191,6 +185,11 @@ public:
 
 private:
     void close(std::uint64_t end) {
+        std::uint64_t const start = m_previous.address + m_bias;
+        std::uint64_t const size = end - m_previous.address;
+        if (m_filter != nullptr && !holdsStretch(*m_filter, start, start + size)) {
+            return;
+        }
         std::vector<int> const& ids = m_unit.sourceFileIds();
         if (m_previous.file == 0 || m_previous.file > ids.size() || ids[m_previous.file - 1] < 0) {
             return;
@@ -198,12 +197,7 @@ private:
         if (!m_helper.isLoadedAddress(m_previous.address)) {
             return;
         }
-        std::uint64_t const start = m_previous.address + m_unit.forms().loadBias;
-        std::uint64_t const size = end - m_previous.address;
-        if (m_filter != nullptr && !holdsStretch(*m_filter, start, start + size)) {
-            return;
-        }
-        m_table.addLine(m_unit.id(), static_cast<unsigned int>(ids[m_previous.file - 1]),
+        m_table.addLine(m_unit.header().offset, static_cast<unsigned int>(ids[m_previous.file - 1]),
                         static_cast<unsigned int>(m_previous.line), static_cast<unsigned int>(m_previous.column), start,
                         size, m_previous.discriminator);
     }
@@ -212,6 +206,7 @@ private:
     LineTable& m_table;
     IFileFormatHelper& m_helper;
     RangeFilter* m_filter;
+    std::uint64_t m_bias;
     LineState m_previous;
     bool m_hasPrevious = false;
 };
@@ -305,9 +300,7 @@ status_t DWARFCompilationUnit::runLineProgramOnce(RangeFilter* filter) {
         ORV_ASSERT(!entry.name.empty(), "fileName && strlen(fileName) > 0");
         files.add(entry);
     };
-    while (machine.nextRow(defineFile)) {
-        stretches.add(machine.state());
-    }
+    machine.run([&](LineState const& row) { stretches.add(row); }, defineFile);
     return status_Ok;
 }
 

@@ -3,6 +3,7 @@
 
 #include "dwarf/orv_dwarf_walker.h"
 
+#include <array>
 #include <cstdint>
 #include <string_view>
 #include <vector>
@@ -40,51 +41,62 @@ struct LineState {
     bool endSequence = false;
 };
 
-/// Runs a program from row to row.
+/// Runs a program.
 class LineMachine {
 public:
     LineMachine(DwarfWalker program, LineHeader const& header);
 
-    /// True at a row; false when the bytes are used up. A file that the program defines is handed to
-    /// defineFile(LineFileEntry const&).
-    template <typename DefineFile> bool nextRow(DefineFile defineFile);
-    LineState const& state() const { return m_state; }
+    /// Hands each row to addRow(LineState const&), and each file that the program defines to
+    /// defineFile(LineFileEntry const&), until the bytes are used up.
+    template <typename AddRow, typename DefineFile> void run(AddRow addRow, DefineFile defineFile);
 
 private:
     enum class Step { Goes, Row, DefinesFile };
 
-    void prepare();
-    Step special(unsigned int opcode);
+    void reset();
+    void special(unsigned int opcode) {
+        SpecialStep const& step = m_special[opcode];
+        m_state.address += step.advance;
+        m_state.line += step.line;
+    }
+    void makeSpecialSteps();
     Step standard(unsigned int opcode);
     Step extended();
-    void advance(std::uint64_t operations) {
-        m_state.address += operations * m_header.minimumInstructionLength;
-    }
+    void advance(std::uint64_t operations) { m_state.address += operations * m_header.minimumInstructionLength; }
+
+    /// What a special opcode does, worked out ahead: they make most of the rows.
+    struct SpecialStep {
+        std::uint32_t advance;
+        std::int32_t line;
+    };
 
     DwarfWalker m_walker;
     LineHeader m_header;
     LineState m_state;
     LineFileEntry m_defined{};
-    bool m_clearAfterRow = false;
-    bool m_resetAfterRow = false;
+    std::array<SpecialStep, 256> m_special{};
 };
 
-template <typename DefineFile> bool LineMachine::nextRow(DefineFile defineFile) {
+template <typename AddRow, typename DefineFile> void LineMachine::run(AddRow addRow, DefineFile defineFile) {
     std::uint8_t opcode = 0;
     while (m_walker.getUnsigned1(opcode) == status_Ok) {
-        prepare();
-        Step const step = opcode >= m_header.opcodeBase ? special(opcode)
-                          : opcode == 0                 ? extended()
-                                                        : standard(opcode);
-        m_resetAfterRow = m_state.endSequence;
-        if (step == Step::Row) {
-            return true;
+        Step step = Step::Row;
+        if (opcode >= m_header.opcodeBase) {
+            special(opcode);
+        } else {
+            step = opcode == 0 ? extended() : standard(opcode);
         }
-        if (step == Step::DefinesFile) {
+        if (step == Step::Row) {
+            addRow(m_state);
+            m_state.basicBlock = false;
+            m_state.discriminator = 0;
+            if (m_state.endSequence) {
+                reset();
+            }
+        } else if (step == Step::DefinesFile) {
             defineFile(m_defined);
         }
     }
-    return false;
 }
 
 } // namespace ORV_3_30

@@ -2,8 +2,9 @@
 
 #include "platform/orv_demangler.h"
 
+#include <algorithm>
 #include <cstring>
-#include <string>
+#include <string_view>
 
 namespace ORV_3_30 {
 namespace {
@@ -16,6 +17,49 @@ bool areEqual(char const* first, char const* second) {
 }
 
 bool isMangled(char const* name) { return name[0] == '_' && name[1] == 'Z'; }
+
+/// A name without the words that stand for clones, each behind a dot; the whole name if it ends in
+/// anything else behind one.
+std::string_view withoutClone(std::string_view name) {
+    std::size_t const dot = name.find('.');
+    if (dot == std::string_view::npos) {
+        return name;
+    }
+    bool isInWord = false;
+    for (char const c : name.substr(dot + 1)) {
+        bool const isWord = (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_';
+        if (!isWord && (c != '.' || !isInWord)) {
+            return name;
+        }
+        isInWord = isWord;
+    }
+    return isInWord ? name.substr(0, dot) : name;
+}
+
+/// True if two names that part at a place do so in the variant of a constructor or destructor alone.
+bool isVariantMark(std::string_view a, std::string_view b, std::size_t at) {
+    auto const isVariant = [](char c) { return c >= '0' && c <= '5'; };
+    bool const isMarked = at > 2 && (a[at - 1] == 'C' || a[at - 1] == 'D');
+    // The variant ends a nested name. Elsewhere such letters stand in numbers of substitutions.
+    if (!isMarked || !isVariant(a[at]) || !isVariant(b[at]) || at + 1 == a.size() || a[at + 1] != 'E' ||
+        a.substr(at + 1) != b.substr(at + 1)) {
+        return false;
+    }
+    // Not inside an identifier: none that begins before reaches this far.
+    for (std::size_t i = 2; i < at; ++i) {
+        std::size_t length = 0;
+        std::size_t end = i;
+        while (end < at && a[end] >= '0' && a[end] <= '9' && length < at) {
+            length = length * 10 + static_cast<std::size_t>(a[end] - '0');
+            ++end;
+        }
+        if (end != i && end + length >= at) {
+            return false;
+        }
+        i = end != i ? end - 1 : i;
+    }
+    return true;
+}
 
 /// The short form of a name, made when it is needed.
 class ShortName {
@@ -90,34 +134,13 @@ bool areVariantsOfOneName(char const* a, char const* b) {
     if (!isMangled(a) || !isMangled(b)) {
         return false;
     }
-    std::size_t at = 0;
-    while (a[at] == b[at] && a[at] != '\0') {
-        ++at;
-    }
-    auto const isVariant = [](char c) { return c >= '0' && c <= '5'; };
-    bool const isMarked = at > 2 && (a[at - 1] == 'C' || a[at - 1] == 'D');
-    // The variant ends a nested name. Elsewhere such letters stand in numbers of substitutions.
-    if (!isMarked || !isVariant(a[at]) || !isVariant(b[at]) || a[at + 1] != 'E' ||
-        std::strcmp(a + at + 1, b + at + 1) != 0) {
+    std::string_view const mine = withoutClone(a);
+    std::string_view const other = withoutClone(b);
+    if (mine.size() != other.size()) {
         return false;
     }
-    // Not inside an identifier: none that begins before reaches this far.
-    for (std::size_t i = 2; i < at; ++i) {
-        std::size_t length = 0;
-        std::size_t end = i;
-        while (end < at && a[end] >= '0' && a[end] <= '9' && length < at) {
-            length = length * 10 + static_cast<std::size_t>(a[end] - '0');
-            ++end;
-        }
-        if (end == i) {
-            continue;
-        }
-        if (end + length >= at) {
-            return false;
-        }
-        i = end - 1;
-    }
-    return true;
+    auto const [at, same] = std::mismatch(mine.begin(), mine.end(), other.begin());
+    return at == mine.end() || isVariantMark(mine, other, static_cast<std::size_t>(at - mine.begin()));
 }
 
 unsigned int dwarfMergeRule(MergeSide const& mine, MergeSide const& other, MergeNext const& next) {

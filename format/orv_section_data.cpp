@@ -8,6 +8,7 @@
 #include <cstring>
 #include <elf.h>
 #include <new>
+#include <sys/mman.h>
 #include <zlib.h>
 
 namespace ORV_3_30 {
@@ -42,7 +43,14 @@ void SectionData::load() {
 
 SectionBytes tryAllocateSectionBytes(std::uint64_t size) {
     SectionBytes result;
-    if (size < ByteBuffer::k_largest) {
+    if (size >= k_largePage / 2 && size < ByteBuffer::k_largest) {
+        constexpr std::align_val_t k_alignment{k_largePage};
+        auto* const block = static_cast<unsigned char*>(::operator new[](size + 1, k_alignment, std::nothrow));
+        result.bytes = std::unique_ptr<unsigned char[], SectionBlockDelete>(block, {true});
+        if (block != nullptr) {
+            ::madvise(block, size + 1, MADV_HUGEPAGE); // no more than a wish
+        }
+    } else if (size < ByteBuffer::k_largest) {
         result.bytes.reset(new (std::nothrow) unsigned char[size + 1]);
     }
     if (result.bytes != nullptr) {

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <utility>
 
 namespace ORV_3_30 {
@@ -72,10 +73,24 @@ private:
     bool m_read = false;
 };
 
+/// Large blocks stand in large pages, which cost far less to fill.
+constexpr std::size_t k_largePage = std::size_t{1} << 21;
+
+struct SectionBlockDelete {
+    bool isLarge = false;
+    void operator()(unsigned char* block) const {
+        if (isLarge) {
+            ::operator delete[](block, std::align_val_t{k_largePage});
+        } else {
+            delete[] block;
+        }
+    }
+};
+
 /// An owned block of section bytes with one zero byte behind the last, so that a string that the
 /// section fails to end, ends there.
 struct SectionBytes {
-    std::unique_ptr<unsigned char[]> bytes;
+    std::unique_ptr<unsigned char[], SectionBlockDelete> bytes;
     std::uint64_t size = 0;
 };
 

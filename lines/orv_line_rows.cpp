@@ -1,6 +1,7 @@
 #include "lines/orv_line_rows.h"
 
 #include <algorithm>
+#include <new>
 
 namespace ORV_3_30 {
 
@@ -15,13 +16,22 @@ std::uint32_t LineRows::indexOfUnit(unsigned long long unit) {
     return entry->second;
 }
 
-LineRows::Packed& LineRows::makeRoom() {
-    if (m_chunks.empty() || m_chunks.back().size() == k_chunkSize) {
+void LineRows::startChunk() {
+    bool const grows = m_size < k_chunkSize;
+    std::uint32_t const used = grows ? m_size : 0;
+    std::uint32_t const room = grows ? std::max(k_firstChunk, 4 * m_size) : k_chunkSize;
+    if (m_chunks.empty() || !grows) {
         m_chunks.emplace_back();
-        m_chunks.back().reserve(m_chunks.size() == 1 ? k_firstChunk : k_chunkSize);
     }
-    m_chunks.back().emplace_back();
-    return m_chunks.back().back();
+    // Not zeroed: pages that no row comes for cost nothing.
+    void* const rows = std::realloc(m_chunks.back().get(), std::min(room, k_chunkSize) * sizeof(Packed));
+    if (rows == nullptr) {
+        throw std::bad_alloc();
+    }
+    static_cast<void>(m_chunks.back().release());
+    m_chunks.back().reset(static_cast<Packed*>(rows));
+    m_next = m_chunks.back().get() + used;
+    m_roomEnd = m_chunks.back().get() + std::min(room, k_chunkSize);
 }
 
 bool LineRows::add(unsigned long long unit, SrcLocator const& row) {
@@ -30,16 +40,19 @@ bool LineRows::add(unsigned long long unit, SrcLocator const& row) {
     }
     constexpr unsigned long long k_longestRun = 0xFFFFFFFF;
     bool follows = false;
-    if (!m_runs.empty()) {
+    if (m_size != 0) {
         Run const& last = m_runs.back();
         follows = last.end == row.start && row.start >= last.base && row.end >= row.start &&
                   row.start - last.base <= k_longestRun && m_units[last.unit] == unit;
+    }
+    if (m_next == m_roomEnd) {
+        startChunk();
     }
     if (!follows) {
         m_runs.push_back({row.start, row.end, m_size, 0, indexOfUnit(unit)});
     }
     Run& run = m_runs.back();
-    Packed& packed = makeRoom();
+    Packed& packed = *m_next++;
     packed = {static_cast<std::uint32_t>(row.start - run.base), row.line, row.fileId,
               static_cast<std::uint16_t>(row.column), static_cast<std::uint16_t>(row.discriminator)};
     if (row.column >= k_wide || row.discriminator > 0xFFFF) {

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <memory>
 #include <unordered_map>
 #include <vector>
@@ -52,7 +53,7 @@ private:
     static constexpr std::uint16_t k_wide = 0xFFFF;
     static constexpr std::uint32_t k_chunkBits = 14;
     static constexpr std::uint32_t k_chunkSize = std::uint32_t{1} << k_chunkBits;
-    static constexpr std::uint32_t k_firstChunk = 64;
+    static constexpr std::uint32_t k_firstChunk = 64; ///< The first chunk grows up to the size of the others.
 
     struct Packed {
         std::uint32_t offset; ///< From the run's base.
@@ -66,11 +67,16 @@ private:
         unsigned long long discriminator;
     };
 
-    Packed const& packed(std::uint32_t row) const { return m_chunks[row >> k_chunkBits][row & (k_chunkSize - 1)]; }
-    Packed& makeRoom();
+    Packed const& packed(std::uint32_t row) const { return m_chunks[row >> k_chunkBits].get()[row & (k_chunkSize - 1)]; }
+    void startChunk();
     std::uint32_t indexOfUnit(unsigned long long unit);
 
-    std::vector<std::vector<Packed>> m_chunks;
+    struct Free {
+        void operator()(Packed* rows) const { std::free(rows); }
+    };
+    std::vector<std::unique_ptr<Packed, Free>> m_chunks;
+    Packed* m_next = nullptr;   ///< Room for the next row.
+    Packed* m_roomEnd = nullptr;
     std::uint32_t m_size = 0;
     std::unordered_map<std::uint32_t, Wide> m_wide;
     std::vector<Run> m_runs;

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <utility>
+#include <vector>
 
 namespace orv_cli {
 namespace {
@@ -55,16 +56,18 @@ char const* nameOfSymbolFormat(unsigned int format) {
     }
 }
 
-Module& Module::load(std::string name, CommonOptions const& options) {
-    static Module* module = nullptr;
-    module = new Module(std::move(name), options);
-    return *module;
+Module& Module::load(std::string name, CommonOptions const& options, Sharing sharing) {
+    static std::vector<Module*> modules; // reachable, and never taken down
+    modules.push_back(new Module(std::move(name), options, sharing));
+    return *modules.back();
 }
 
-Module::Module(std::string name, CommonOptions const& options) : m_name(std::move(name)), m_options(options) {
+Module::Module(std::string name, CommonOptions const& options, Sharing sharing)
+    : m_name(std::move(name)), m_options(options) {
     status_t status = ISymbolManager::create(m_manager);
     if (status == status_Ok) {
-        unsigned int const flags = options.noDebugInfo ? load_flags_NoDebugInfo : load_flags_None;
+        unsigned int const flags = (options.noDebugInfo ? load_flags_NoDebugInfo : load_flags_None) |
+                                   (sharing == Sharing::Anew ? load_flags_NewLoader : load_flags_None);
         status = m_manager->loadSymbolsFromModuleEx(m_name.c_str(), nullptr, m_bank, options.arch, flags, "");
     }
     if (status != status_Ok) {

@@ -35,7 +35,8 @@ class Module {
 public:
     /// Throws Failure if the module can't be loaded. The module stays until the process ends, and goes
     /// with it: taking tens of thousands of symbols apart one by one would serve nobody.
-    static Module& load(std::string name, CommonOptions const& options);
+    enum class Sharing { Shared, Anew }; ///< Anew: reads the file again, beside what is loaded.
+    static Module& load(std::string name, CommonOptions const& options, Sharing sharing = Sharing::Shared);
     Module(Module const&) = delete;
     Module& operator=(Module const&) = delete;
 
@@ -59,7 +60,7 @@ public:
 
 private:
     void noteBadDebugInfo(status_t status);
-    Module(std::string name, CommonOptions const& options);
+    Module(std::string name, CommonOptions const& options, Sharing sharing);
 
     std::string m_name;
     CommonOptions m_options;

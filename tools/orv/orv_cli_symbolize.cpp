@@ -111,24 +111,33 @@ void groupByLocality(std::vector<Query>& queries, std::vector<Query*>& grouped) 
     }
 }
 
+/// More addresses than this are no small load.
+constexpr std::size_t k_mostAnnounced = 64;
+
 class Symbolizer {
 public:
     Symbolizer(SymbolizeOptions const& options, CommonOptions const& common)
-        : m_options(options), m_json(common.json), m_module(Module::load(options.module, common)),
-          m_is32Bit(m_module.is32Bit()) {}
+        : m_options(options), m_common(common), m_json(common.json), m_module(&Module::load(options.module, common)),
+          m_is32Bit(m_module->is32Bit()) {}
 
-    /// Words of the command line or of the input.
-    template <typename Words> void answer(Words const& words) {
+    enum class Source { CommandLine, Input };
+
+    /// Words of the command line are all there will be; of the input there may be more.
+    template <typename Words> void answer(Words const& words, Source source) {
         m_queries.assign(words.size(), Query());
         for (std::size_t i = 0; i < words.size(); ++i) {
             parse(words[i], m_queries[i]);
         }
         groupByLocality(m_queries, m_grouped);
+        if (source == Source::CommandLine && words.size() <= k_mostAnnounced) {
+            announce();
+        }
         for (Query* const query : m_grouped) {
             if (query->isAddress) {
                 find(*query);
             }
         }
+        findAgain();
         for (Query const& query : m_queries) {
             if (!query.isAddress) {
                 complain(query);
@@ -162,16 +171,43 @@ private:
 
     void find(Query& query) {
         SymMgrObjectPtr<IAddress> where;
-        if (m_module.bank().addressByValue(query.value, where) != status_Ok) {
+        if (m_module->bank().addressByValue(query.value, where) != status_Ok) {
             return;
         }
         findFunction(query, where);
         findLine(query, *where);
     }
 
+    /// Tells the bank ahead which addresses will be asked for, so that it reads no more than it must.
+    void announce() {
+        m_isAnnounced = m_module->bank().symFileFormat() == symbolFormatDwarf;
+        for (Query const& query : m_queries) {
+            if (m_isAnnounced && query.isAddress) {
+                m_module->bank().prefetcher()->putPseudoAddress(query.value);
+            }
+        }
+    }
+
+    /// What was announced restricts the bank to the symbols at those addresses. Where there is none, there
+    /// may still be a line: such questions go to a bank without the restriction.
+    void findAgain() {
+        auto const isOpen = [](Query const& query) {
+            return query.isAddress && (query.function == nullptr || query.file == nullptr);
+        };
+        if (!m_isAnnounced || std::none_of(m_queries.begin(), m_queries.end(), isOpen)) {
+            return;
+        }
+        m_module = &Module::load(m_options.module, m_common, Module::Sharing::Anew);
+        for (Query& query : m_queries) {
+            if (isOpen(query)) {
+                find(query);
+            }
+        }
+    }
+
     void findFunction(Query& query, SymMgrObjectPtr<IAddress> where) {
         SymMgrObjectPtr<ISymbolRange> range;
-        if (m_module.symbolRangeByAddress(*where, range, k_kindsInCode) != status_Ok) {
+        if (m_module->symbolRangeByAddress(*where, range, k_kindsInCode) != status_Ok) {
             return;
         }
         ISymbol* const symbol = range->symbol();
@@ -184,7 +220,7 @@ private:
 
     void findLine(Query& query, IAddress& where) {
         SymMgrObjectPtr<ISourceLocation> location;
-        if (m_module.bank().sourceLocationByAddress(&where, location, ~0ULL, nullptr) != status_Ok) {
+        if (m_module->bank().sourceLocationByAddress(&where, location, ~0ULL, nullptr) != status_Ok) {
             return;
         }
         ISourceFile* const file = location->sourceFile();
@@ -257,9 +293,11 @@ private:
     }
 
     SymbolizeOptions const& m_options;
+    CommonOptions const& m_common;
     bool m_json;
-    Module& m_module;
+    Module* m_module;
     bool m_is32Bit;
+    bool m_isAnnounced = false;
     std::vector<Query> m_queries;
     std::vector<Query*> m_grouped;
     int m_exitStatus = 0;
@@ -270,11 +308,11 @@ private:
 int symbolize(SymbolizeOptions const& options, CommonOptions const& common) {
     Symbolizer symbolizer(options, common);
     if (!options.words.empty()) {
-        symbolizer.answer(options.words);
+        symbolizer.answer(options.words, Symbolizer::Source::CommandLine);
     } else {
         InputWords input;
         for (std::vector<std::string_view> words; input.next(words);) {
-            symbolizer.answer(words);
+            symbolizer.answer(words, Symbolizer::Source::Input);
         }
     }
     finishOutput();
