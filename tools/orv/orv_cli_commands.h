@@ -28,9 +28,24 @@ struct SymbolsOptions {
     bool disjoint = false;
     bool demangle = false;
 };
-/// Both give what is wrong with an argument, or the empty string.
+struct LinesOptions {
+    std::string module;
+    std::string file;  ///< A path or the end of one; empty: all.
+    std::string range; ///< As in SymbolsOptions.
+    std::string unit;  ///< Hexadecimal id; empty: all.
+};
+int lines(LinesOptions const& options, CommonOptions const& common);
+int files(std::string const& module, CommonOptions const& common);
+int units(std::string const& module, CommonOptions const& common);
+int function(std::string const& module, std::string const& word, CommonOptions const& common);
+
+char const* nameOf(symbol_kind_t kind);
+/// A missing side stays null: no bound. False unless both sides are addresses or missing.
+bool parseRange(std::string const& text, SymMgrObjectPtr<IAddress>& from, SymMgrObjectPtr<IAddress>& to);
+/// All give what is wrong with an argument, or the empty string.
 std::string checkKinds(std::string const& kinds);
 std::string checkRange(std::string const& range);
+std::string checkAddress(std::string const& address);
 int symbols(SymbolsOptions const& options, CommonOptions const& common);
 
 enum class AddressForm { Pseudo, Rva, FileOffset };

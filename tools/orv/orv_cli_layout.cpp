@@ -1,9 +1,11 @@
 /// info, candidates, sections and segments: what the headers of a module say.
 
 #include "orv_cli_commands.h"
+#include "orv_cli_debug.h"
 #include "orv_cli_output.h"
 
 #include <cstdio>
+#include <map>
 
 namespace orv_cli {
 namespace {
@@ -19,6 +21,24 @@ char const* describe(symbol_file_validity_t validity) {
     return "unknown";
 }
 
+/// Compiler and language, and how many units they made.
+using Producers = std::map<std::pair<std::string, std::string>, std::size_t>;
+
+Producers producersOf(Module& module) {
+    Producers found;
+    try {
+        DebugInfo debug(module);
+        if (debug.isThere()) {
+            for (ICompUnitDetails* const unit : debug.units()) {
+                ++found[{unit->compilerName(), nameOfLanguage(unit->language())}];
+            }
+        }
+    } catch (Failure const& failure) {
+        std::fprintf(stderr, "orv: %s\n", failure.what());
+    }
+    return found;
+}
+
 char const* nameOfSegmentType(unsigned int type) { return type == 1 ? "code" : type == 2 ? "data" : "other"; }
 
 } // namespace
@@ -27,6 +47,7 @@ int info(std::string const& moduleName, CommonOptions const& common) {
     Module& module = Module::load(moduleName, common);
     IModuleSymbolBank& bank = module.bank();
     SymMgrObjectPtr<IAddress> const entry = bank.entryPoint();
+    Producers const producers = common.noDebugInfo ? Producers() : producersOf(module);
     if (common.json) {
         Json object;
         object["file"] = bank.execFileName();
@@ -38,6 +59,10 @@ int info(std::string const& moduleName, CommonOptions const& common) {
         object["symbol_file"] = bank.symFileName();
         object["symbol_file_format"] = nameOfSymbolFormat(bank.symFileFormat());
         object["memory_estimate"] = bank.memoryEstimate();
+        object["producers"] = Json::array();
+        for (auto const& [producer, count] : producers) {
+            object["producers"].push_back({{"compiler", producer.first}, {"language", producer.second}, {"units", count}});
+        }
         printJson(object);
     } else {
         std::printf("file                    %s\n", bank.execFileName());
@@ -49,6 +74,10 @@ int info(std::string const& moduleName, CommonOptions const& common) {
         std::printf("symbol file             %s\n", bank.symFileName());
         std::printf("symbol file format      %s\n", nameOfSymbolFormat(bank.symFileFormat()));
         std::printf("memory estimate         %llu bytes\n", bank.memoryEstimate());
+        for (auto const& [producer, count] : producers) {
+            std::printf("%-22s  %zu of %s\n", "units", count, producer.second.c_str());
+            std::printf("%-22s  %s\n", "  compiled by", producer.first.c_str());
+        }
     }
     finishOutput();
     return 0;

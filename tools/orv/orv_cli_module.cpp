@@ -17,11 +17,20 @@ char const* describe(status_t status) {
     case status_CantOpenFile: return "cannot be opened: no such file, no permission to read it, or a directory";
     case status_BadFileFormat:
         return "is not a module that orv reads, or is damaged: it takes ELF files for x86, x86-64 and ARM";
-    case status_BadDebugInfo: return "has damaged debug information";
     case status_OutOfMemory: return "needs more memory than there is";
     case status_UnsupportedFileVersion: return "has debug information of an unsupported version";
     case status_NoDebugInfo: return "has no debug information";
     default: return toUString(status);
+    }
+}
+
+std::string describeDebugInfo(status_t status) {
+    switch (status) {
+    case status_UnsupportedFileVersion:
+        return "the debug information is of a DWARF version above 4, and orv reads 2 to 4: -gdwarf-4 gives what it can "
+               "read";
+    case status_OutOfMemory: return "the debug information needs more memory than there is";
+    default: return "the debug information is damaged";
     }
 }
 
@@ -85,15 +94,8 @@ void Module::noteBadDebugInfo(status_t status) {
     }
     m_isNoted = true;
     std::fflush(stdout);
-    if (status == status_UnsupportedFileVersion) {
-        std::fprintf(stderr,
-                     "orv: %s: the debug information is of a DWARF version above 4, which orv does not read: ELF "
-                     "symbols answer in its place; compile with -gdwarf-4 for what it can read\n",
-                     m_name.c_str());
-    } else {
-        std::fprintf(stderr, "orv: %s: the debug information is damaged (%s): ELF symbols answer in its place\n",
-                     m_name.c_str(), describe(status));
-    }
+    std::fprintf(stderr, "orv: %s: %s; ELF symbols answer in its place\n", m_name.c_str(),
+                 describeDebugInfo(status).c_str());
 }
 
 IFileFormatLoader& Module::loader() {

@@ -26,6 +26,8 @@ struct CommonOptions {
 
 /// The words of a status for people.
 char const* describe(status_t status);
+/// What debug information that can't be read means for the user.
+std::string describeDebugInfo(status_t status);
 char const* nameOf(arch_t arch);
 char const* nameOf(exec_format_t format);
 char const* nameOfSymbolFormat(unsigned int format);

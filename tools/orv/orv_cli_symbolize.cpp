@@ -1,5 +1,6 @@
 #include "orv_cli_commands.h"
 #include "orv_cli_output.h"
+#include "orv_cli_progress.h"
 
 #include <algorithm>
 #include <array>
@@ -132,12 +133,7 @@ public:
         if (source == Source::CommandLine && words.size() <= k_mostAnnounced) {
             announce();
         }
-        for (Query* const query : m_grouped) {
-            if (query->isAddress) {
-                find(*query);
-            }
-        }
-        findAgain();
+        findAll();
         for (Query const& query : m_queries) {
             if (!query.isAddress) {
                 complain(query);
@@ -167,6 +163,16 @@ private:
         std::fprintf(stderr, "orv: %.*s: is no address: give hexadecimal digits, with or without 0x\n",
                      static_cast<int>(query.word.size()), query.word.data());
         m_exitStatus = 1;
+    }
+
+    void findAll() {
+        Progress const progress("reading " + m_options.module);
+        for (Query* const query : m_grouped) {
+            if (query->isAddress) {
+                find(*query);
+            }
+        }
+        findAgain();
     }
 
     void find(Query& query) {

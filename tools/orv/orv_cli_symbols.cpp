@@ -1,5 +1,7 @@
 #include "orv_cli_commands.h"
+#include "orv_cli_debug.h"
 #include "orv_cli_output.h"
+#include "orv_cli_progress.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -24,17 +26,6 @@ constexpr KindName k_kindNames[] = {
     {"other", symbol_kind_Other | symbol_kind_DataAlt},
 };
 
-char const* nameOf(symbol_kind_t kind) {
-    switch (kind) {
-    case symbol_kind_Function: return "function";
-    case symbol_kind_DataAlt: return "label";
-    case symbol_kind_Data: return "data";
-    case symbol_kind_Other: return "other";
-    case symbol_kind_FunctionAlt: return "entry";
-    default: return "unknown";
-    }
-}
-
 /// False for a word that is no kind.
 bool parseKinds(std::string const& text, unsigned int& kinds) {
     kinds = text.empty() ? k_allKinds : 0;
@@ -50,7 +41,53 @@ bool parseKinds(std::string const& text, unsigned int& kinds) {
     return true;
 }
 
-/// A missing side stays null: no bound. False unless both sides are addresses or missing.
+void print(ISymbolRange& range, SymbolsOptions const& options, bool json) {
+    ISymbol& symbol = *range.symbol();
+    SymMgrObjectPtr<IAddress> start;
+    range.startAddress(start);
+    char const* const name = options.demangle ? symbol.demangledName(0) : symbol.name();
+    bool const isGlobal = symbol.visibility() == symbol_visibility_Global;
+    IThunk* const thunk = range.thunk();
+    ICompUnitDetails* unit = nullptr;
+    bool const hasUnit = symbol.compUnitDetails(unit) == status_Ok;
+    std::string const declaration = hasUnit ? declarationOf(symbol) : std::string();
+    if (json) {
+        Json object;
+        object["start"] = hex(start->pseudoAddr());
+        object["size"] = range.size();
+        object["kind"] = nameOf(symbol.kind());
+        object["visibility"] = isGlobal ? "global" : "local";
+        object["name"] = name;
+        object["thunk"] = thunk != nullptr;
+        object["unit"] = hasUnit ? Json(hex(unit->id())) : Json();
+        object["declared"] = declaration.empty() ? Json() : Json(declaration);
+        printJson(object);
+        return;
+    }
+    std::printf("%016llx %10llu  %-8s  %-6s  %s%s", start->pseudoAddr(), range.size(), nameOf(symbol.kind()),
+                isGlobal ? "global" : "local", name,
+                thunk == nullptr    ? ""
+                : thunk->isImport() ? "  [import thunk]"
+                                    : "  [thunk]");
+    if (hasUnit) {
+        std::printf("  [unit %s%s%s]", hex(unit->id()).c_str(), declaration.empty() ? "" : ", ", declaration.c_str());
+    }
+    std::putchar('\n');
+}
+
+} // namespace
+
+char const* nameOf(symbol_kind_t kind) {
+    switch (kind) {
+    case symbol_kind_Function: return "function";
+    case symbol_kind_DataAlt: return "label";
+    case symbol_kind_Data: return "data";
+    case symbol_kind_Other: return "other";
+    case symbol_kind_FunctionAlt: return "entry";
+    default: return "unknown";
+    }
+}
+
 bool parseRange(std::string const& text, SymMgrObjectPtr<IAddress>& from, SymMgrObjectPtr<IAddress>& to) {
     std::size_t const colon = text.find(':');
     if (colon == std::string::npos) {
@@ -66,33 +103,6 @@ bool parseRange(std::string const& text, SymMgrObjectPtr<IAddress>& from, SymMgr
     return parseSide(text.substr(0, colon), from) && parseSide(text.substr(colon + 1), to);
 }
 
-void print(ISymbolRange& range, SymbolsOptions const& options, bool json) {
-    ISymbol& symbol = *range.symbol();
-    SymMgrObjectPtr<IAddress> start;
-    range.startAddress(start);
-    char const* const name = options.demangle ? symbol.demangledName(0) : symbol.name();
-    bool const isGlobal = symbol.visibility() == symbol_visibility_Global;
-    IThunk* const thunk = range.thunk();
-    if (json) {
-        Json object;
-        object["start"] = hex(start->pseudoAddr());
-        object["size"] = range.size();
-        object["kind"] = nameOf(symbol.kind());
-        object["visibility"] = isGlobal ? "global" : "local";
-        object["name"] = name;
-        object["thunk"] = thunk != nullptr;
-        printJson(object);
-        return;
-    }
-    std::printf("%016llx %10llu  %-8s  %-6s  %s%s\n", start->pseudoAddr(), range.size(), nameOf(symbol.kind()),
-                isGlobal ? "global" : "local", name,
-                thunk == nullptr    ? ""
-                : thunk->isImport() ? "  [import thunk]"
-                                    : "  [thunk]");
-}
-
-} // namespace
-
 std::string checkKinds(std::string const& kinds) {
     unsigned int mask = 0;
     return parseKinds(kinds, mask) ? "" : kinds + ": the kinds are function, data and other";
@@ -104,6 +114,11 @@ std::string checkRange(std::string const& range) {
     return parseRange(range, from, to) ? "" : range + ": give two hexadecimal addresses as FROM:TO";
 }
 
+std::string checkAddress(std::string const& address) {
+    unsigned long long value = 0;
+    return parseAddress(address, value) ? "" : address + ": give hexadecimal digits, with or without 0x";
+}
+
 int symbols(SymbolsOptions const& options, CommonOptions const& common) {
     SymMgrObjectPtr<IAddress> from;
     SymMgrObjectPtr<IAddress> to;
@@ -113,9 +128,15 @@ int symbols(SymbolsOptions const& options, CommonOptions const& common) {
     auto const kinds = static_cast<symbol_kind_t>(mask);
     Module& module = Module::load(options.module, common);
     RangeIterator ranges;
-    status_t const status = options.disjoint
-                                ? module.bank().nonOverlappedSymbolRanges(ranges, kinds, from.get(), to.get(), nullptr)
-                                : module.bank().originalSymbolRanges(ranges, kinds, from.get(), to.get());
+    status_t status = status_Ok;
+    {
+        Progress const progress("reading " + module.name());
+        status = module.load([&] {
+            return options.disjoint
+                       ? module.bank().nonOverlappedSymbolRanges(ranges, kinds, from.get(), to.get(), nullptr)
+                       : module.bank().originalSymbolRanges(ranges, kinds, from.get(), to.get());
+        });
+    }
     if (failed(status)) {
         throw Failure(module.name() + ": " + describe(status));
     }

@@ -53,6 +53,11 @@ public:
         addAddress();
         addModuleCommand("info", "Format, architecture, addresses and symbol file of a module", "orv info /bin/ls",
                          info);
+        addLines();
+        addFunction();
+        addModuleCommand("units", "The compilation units of a module, as its debug information has them",
+                         "orv units prog", units);
+        addModuleCommand("files", "The source files of a module", "orv files prog", files);
         addModuleCommand("candidates", "The files that may hold a module's debug information, in order",
                          "orv candidates /bin/ls", candidates);
         addModuleCommand("sections", "The sections of a module", "orv sections --json /bin/ls", sections);
@@ -154,6 +159,28 @@ private:
         addModule(command);
     }
 
+    void addLines() {
+        LinesOptions& options = m_lines;
+        CLI::App* const command = add("lines", "Which source line each stretch of code came from",
+                                      "orv lines --file main.cpp --range 1000:2000 prog", [this] {
+                                          m_lines.module = m_module;
+                                          return lines(m_lines, m_common);
+                                      });
+        command->add_option("--file", options.file, "Lines of this file: a path, or the end of one")->type_name("NAME");
+        command->add_option("--range", options.range, "Addresses to show, hexadecimal; either side may be missing")
+            ->check(CLI::Validator(checkRange, "FROM:TO"));
+        command->add_option("--unit", options.unit, "Lines of this unit, by its id")
+            ->check(CLI::Validator(checkAddress, "ID"));
+        addModule(command);
+    }
+
+    void addFunction() {
+        CLI::App* const command = add("function", "One function: ranges, declaration, lines and what lies in it",
+                                      "orv function prog main", [this] { return function(m_module, m_word, m_common); });
+        addModule(command);
+        command->add_option("NAME", m_word, "Its name, mangled or not, or an address in it")->required()->type_name("");
+    }
+
     void addAddress() {
         CLI::App* const command = add("address", "One address in all its forms", "orv address --rva /bin/ls 5000 5010",
                                       [this] { return address(m_module, m_words, m_form, m_common); });
@@ -173,6 +200,8 @@ private:
     std::string m_demangleStyle;
     SymbolizeOptions m_symbolize;
     SymbolsOptions m_symbols;
+    LinesOptions m_lines;
+    std::string m_word;
     std::vector<std::string> m_words;
     AddressForm m_form = AddressForm::Pseudo;
     std::function<int()> m_action;

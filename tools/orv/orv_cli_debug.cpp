@@ -1,0 +1,242 @@
+/// units, files and lines: what the debug information says of itself.
+
+#include "orv_cli_debug.h"
+
+#include "orv_cli_commands.h"
+#include "orv_cli_output.h"
+#include "orv_cli_progress.h"
+
+#include <cstdio>
+#include <cstring>
+
+namespace orv_cli {
+namespace {
+
+constexpr unsigned long long k_allUnits = ~0ULL;
+
+/// Little-endian; 0 where too few bytes are left.
+unsigned long long numberAt(IBuffer& bytes, unsigned long long offset, unsigned int width) {
+    unsigned long long value = 0;
+    if (offset <= bytes.size() && width <= bytes.size() - offset) {
+        std::memcpy(&value, bytes.data() + offset, width);
+    }
+    return value;
+}
+
+std::string versionOf(ICompUnitDetails& unit) {
+    return std::to_string(unit.compilerMajorVersion()) + "." + std::to_string(unit.compilerMinorVersion());
+}
+
+/// True for a path that ends in the name, at the border of a component.
+bool matchesName(char const* path, std::string const& name) {
+    std::size_t const size = std::strlen(path);
+    if (name.empty() || size < name.size() || std::strcmp(path + size - name.size(), name.c_str()) != 0) {
+        return name.empty();
+    }
+    return size == name.size() || name.front() == '/' || path[size - name.size() - 1] == '/';
+}
+
+void printUnit(ICompUnitDetails& unit, bool json) {
+    ISourceFile* const main = unit.mainSourceFile();
+    if (json) {
+        Json object;
+        object["id"] = hex(unit.id());
+        object["main_file"] = main != nullptr ? Json(main->path()) : Json();
+        object["directory"] = unit.compilationDirectory();
+        object["language"] = nameOfLanguage(unit.language());
+        object["compiler"] = unit.compilerName();
+        object["compiler_version"] = versionOf(unit);
+        object["options"] = unit.compileOptions();
+        printJson(object);
+        return;
+    }
+    std::printf("%s  %s\n", hexColumn(unit.id()).c_str(), main != nullptr ? main->path() : "(no source file)");
+    std::printf("    directory  %s\n", unit.compilationDirectory());
+    std::printf("    language   %s\n", nameOfLanguage(unit.language()));
+    std::printf("    compiler   %s\n", unit.compilerName());
+    if (unit.compilerMajorVersion() != 0) {
+        std::printf("    version    %s\n", versionOf(unit).c_str());
+    }
+    if (*unit.compileOptions() != '\0') {
+        std::printf("    options    %s\n", unit.compileOptions());
+    }
+}
+
+void printRow(ISourceFile& file, ISourceLine& line, bool json) {
+    SymMgrObjectPtr<IAddress> start;
+    line.address(start);
+    unsigned long long const from = start->pseudoAddr();
+    ISourceLocation& place = *line.location();
+    if (json) {
+        Json object;
+        object["start"] = hex(from);
+        object["end"] = hex(from + line.size());
+        object["file"] = file.path();
+        object["line"] = place.line();
+        object["column"] = place.column();
+        object["discriminator"] = place.discriminator();
+        object["unit"] = hex(place.unit());
+        printJson(object);
+        return;
+    }
+    std::printf("%016llx-%016llx  %s:%u:%u", from, from + line.size(), file.path(), place.line(), place.column());
+    if (place.discriminator() != 0) {
+        std::printf(" (discriminator %llu)", place.discriminator());
+    }
+    std::putchar('\n');
+}
+
+} // namespace
+
+DebugInfo::DebugInfo(Module& module) : m_module(module) {
+    IFileFormatLoader& loader = module.loader();
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>> candidates;
+    if (failed(loader.symbolFiles(candidates))) {
+        return;
+    }
+    long long index = 0;
+    for (auto candidate = candidates->current(); candidate; candidate = candidates->current(), ++index) {
+        if (candidate->validity() == symbolFileValid) {
+            break;
+        }
+        candidates->next();
+    }
+    Progress const progress("reading " + module.name());
+    SymMgrObjectPtr<IDebugInfoLoader> found;
+    loader.debugInfoLoader(found, index, 0);
+    if (!found || found->symFileFormat() != symbolFormatDwarf) {
+        return;
+    }
+    m_resolver = found->srcLineResolver(nullptr, nullptr);
+    // With no kind of symbols the units alone are read.
+    status_t const status = found->loadSymbols(nullptr, nullptr, 0, m_resolver);
+    if (failed(status)) {
+        throw Failure(module.name() + ": " + describeDebugInfo(status));
+    }
+    m_loader = found;
+}
+
+SymMgrObjectPtr<IBuffer> DebugInfo::unitBytes() {
+    SymMgrObjectPtr<IBuffer> bytes;
+    SymMgrObjectPtr<ISection> section;
+    for (unsigned int i = 0; m_loader->sectionByIndex(section, i), section; ++i) {
+        if (std::strcmp(section->name(), ".debug_info") == 0 || std::strcmp(section->name(), ".zdebug_info") == 0) {
+            section->read(bytes);
+            break;
+        }
+    }
+    return bytes;
+}
+
+/// A unit's id is its offset: the headers' lengths lead from one to the next (DWARF version 4, 7.5.1.1).
+std::vector<ICompUnitDetails*> DebugInfo::units() {
+    std::vector<ICompUnitDetails*> found;
+    SymMgrObjectPtr<IBuffer> const bytes = unitBytes();
+    for (unsigned long long offset = 0; bytes && offset < bytes->size();) {
+        if (ICompUnitDetails* const unit = m_resolver->compUnitDetailsById(offset)) {
+            found.push_back(unit);
+        }
+        unsigned long long length = numberAt(*bytes, offset, 4);
+        unsigned long long header = 4;
+        if (length == 0xFFFFFFFF) {
+            length = numberAt(*bytes, offset + 4, 8);
+            header = 12;
+        }
+        if (length > bytes->size() - offset) {
+            break;
+        }
+        offset += header + length;
+    }
+    return found;
+}
+
+std::vector<ISourceFile*> DebugInfo::files() {
+    Progress const progress("reading the lines of " + m_module.name());
+    // Any question for lines has them read.
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> lines;
+    m_resolver->sourceLines(lines, k_allUnits, 0, 0, 0, nullptr);
+    std::vector<ISourceFile*> found;
+    for (unsigned int id = 0; id < m_resolver->sourceFileCount(); ++id) {
+        found.push_back(m_resolver->sourceFileById(id));
+    }
+    return found;
+}
+
+char const* nameOfLanguage(unsigned int language) {
+    switch (language) {
+    case 1: return "Ada";
+    case 3: return "C and others";
+    case 4: return "C++";
+    case 5: return "Fortran";
+    default: return "unknown";
+    }
+}
+
+std::string declarationOf(ISymbol& symbol) {
+    SymMgrObjectPtr<ISourceLine> line;
+    if (symbol.sourceLine(line) != status_Ok || line->location()->sourceFile() == nullptr) {
+        return {};
+    }
+    return std::string(line->location()->sourceFile()->path()) + ":" + std::to_string(line->location()->line());
+}
+
+int units(std::string const& moduleName, CommonOptions const& common) {
+    Module& module = Module::load(moduleName, common);
+    DebugInfo debug(module);
+    if (debug.isThere()) {
+        for (ICompUnitDetails* const unit : debug.units()) {
+            printUnit(*unit, common.json);
+        }
+    }
+    finishOutput();
+    return 0;
+}
+
+int files(std::string const& moduleName, CommonOptions const& common) {
+    Module& module = Module::load(moduleName, common);
+    DebugInfo debug(module);
+    if (debug.isThere()) {
+        for (ISourceFile* const file : debug.files()) {
+            if (common.json) {
+                Json object;
+                object["id"] = file->id();
+                object["path"] = file->path();
+                object["modification_time"] = file->modificationTime();
+                object["length"] = file->length();
+                printJson(object);
+            } else {
+                std::printf("%6u  %s\n", file->id(), file->path());
+            }
+        }
+    }
+    finishOutput();
+    return 0;
+}
+
+int lines(LinesOptions const& options, CommonOptions const& common) {
+    SymMgrObjectPtr<IAddress> from;
+    SymMgrObjectPtr<IAddress> to;
+    parseRange(options.range, from, to);
+    unsigned long long unit = k_allUnits;
+    if (!options.unit.empty()) {
+        parseAddress(options.unit, unit);
+    }
+    Module& module = Module::load(options.module, common);
+    DebugInfo debug(module);
+    if (debug.isThere()) {
+        for (ISourceFile* const file : debug.files()) {
+            SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> rows;
+            if (!matchesName(file->path(), options.file) || file->sourceLines(rows, unit, from.get(), to.get())) {
+                continue;
+            }
+            for (auto row = rows->current(); row; row = rows->current()) {
+                printRow(*file, *row, common.json);
+                rows->next();
+            }
+        }
+    }
+    finishOutput();
+    return 0;
+}
+
+} // namespace orv_cli

@@ -1,0 +1,37 @@
+/// The debug information of a module below the bank: units, source files and rows of the line table.
+#pragma once
+
+#include "orv_cli_module.h"
+
+#include <vector>
+
+namespace orv_cli {
+
+/// A reader of its own beside the bank's: the bank tells of a unit whose id is known, while this finds
+/// them all.
+class DebugInfo {
+public:
+    /// The debug information that the default choice finds. Throws Failure if it can't be read.
+    explicit DebugInfo(Module& module);
+
+    /// False for a module without debug information. Then nothing else may be asked.
+    bool isThere() const { return static_cast<bool>(m_loader); }
+    /// All compilation units, by id.
+    std::vector<ICompUnitDetails*> units();
+    /// All source files, by id. Runs the line programs.
+    std::vector<ISourceFile*> files();
+
+private:
+    /// The bytes of .debug_info, uncompressed.
+    SymMgrObjectPtr<IBuffer> unitBytes();
+
+    Module& m_module;
+    SymMgrObjectPtr<IDebugInfoLoader> m_loader;
+    ISrcLineResolver* m_resolver = nullptr;
+};
+
+char const* nameOfLanguage(unsigned int language);
+/// "path:line" of a declaration; the empty string where it is not known.
+std::string declarationOf(ISymbol& symbol);
+
+} // namespace orv_cli

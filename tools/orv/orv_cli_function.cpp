@@ -1,0 +1,203 @@
+/// function: one function as a person wants to see it.
+
+#include "orv_cli_commands.h"
+#include "orv_cli_debug.h"
+#include "orv_cli_output.h"
+#include "orv_cli_progress.h"
+
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+namespace orv_cli {
+namespace {
+
+constexpr auto k_functionKinds = static_cast<symbol_kind_t>(symbol_kind_Function | symbol_kind_FunctionAlt);
+
+using Ranges = SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>>;
+
+unsigned long long startOf(ISymbolRange& range) {
+    SymMgrObjectPtr<IAddress> start;
+    range.startAddress(start);
+    return start->pseudoAddr();
+}
+
+bool hasName(ISymbol& symbol, std::string const& name) {
+    return name == symbol.name() || name == symbol.shortName() || name == symbol.demangledName(0);
+}
+
+/// The functions that a word names: those of that name, or the one at that address.
+std::vector<SymMgrObjectPtr<ISymbolRange>> findFunctions(Module& module, std::string const& word) {
+    std::vector<SymMgrObjectPtr<ISymbolRange>> found;
+    Ranges ranges;
+    module.load([&] { return module.bank().originalSymbolRanges(ranges, k_functionKinds, nullptr, nullptr); });
+    for (auto range = ranges ? ranges->current() : SymMgrObjectPtr<ISymbolRange>(); range; range = ranges->current()) {
+        bool isKnown = false;
+        for (auto const& earlier : found) {
+            isKnown |= earlier->symbol() == range->symbol(); // another range of the same one
+        }
+        if (!isKnown && hasName(*range->symbol(), word)) {
+            found.push_back(range);
+        }
+        ranges->next();
+    }
+    unsigned long long value = 0;
+    SymMgrObjectPtr<IAddress> where;
+    SymMgrObjectPtr<ISymbolRange> range;
+    if (found.empty() && parseAddress(word, value) && module.bank().addressByValue(value, where) == status_Ok &&
+        module.symbolRangeByAddress(*where, range, k_functionKinds) == status_Ok) {
+        found.push_back(range);
+    }
+    return found;
+}
+
+class FunctionView {
+public:
+    FunctionView(ISymbolRange& range) : m_symbol(*range.symbol()), m_range(range) {
+        collectRanges();
+        collectLines();
+    }
+
+    void print() const {
+        std::printf("%s\n", m_symbol.demangledName(0));
+        if (std::strcmp(m_symbol.name(), m_symbol.demangledName(0)) != 0) {
+            std::printf("    symbol      %s\n", m_symbol.name());
+        }
+        std::printf("    visibility  %s\n", visibility());
+        ICompUnitDetails* unit = nullptr;
+        if (m_symbol.compUnitDetails(unit) == status_Ok) {
+            ISourceFile* const main = unit->mainSourceFile();
+            std::printf("    unit        %s %s\n", hex(unit->id()).c_str(), main != nullptr ? main->path() : "");
+        }
+        std::string const declaration = declarationOf(m_symbol);
+        if (!declaration.empty()) {
+            std::printf("    declared    %s\n", declaration.c_str());
+        }
+        for (auto const& range : m_ranges) {
+            std::printf("    range       %s-%s %llu bytes%s\n", hexColumn(startOf(*range)).c_str(),
+                        hexColumn(startOf(*range) + range->size()).c_str(), range->size(),
+                        range->isEntryRange() && m_ranges.size() > 1 ? ", entered here" : "");
+        }
+        printInside();
+        if (!m_lines.empty()) {
+            std::printf("    lines       %s\n", m_lines.front()->location()->sourceFile()->path());
+        }
+        for (auto const& line : m_lines) {
+            SymMgrObjectPtr<IAddress> start;
+            line->address(start);
+            std::printf("        %s %5u bytes  line %u\n", hexColumn(start->pseudoAddr()).c_str(), line->size(),
+                        line->location()->line());
+        }
+    }
+
+    void printAsJson() const {
+        Json object;
+        object["name"] = m_symbol.name();
+        object["demangled"] = m_symbol.demangledName(0);
+        object["visibility"] = visibility();
+        ICompUnitDetails* unit = nullptr;
+        object["unit"] = m_symbol.compUnitDetails(unit) == status_Ok ? Json(hex(unit->id())) : Json();
+        std::string const declaration = declarationOf(m_symbol);
+        object["declared"] = declaration.empty() ? Json() : Json(declaration);
+        object["ranges"] = Json::array();
+        for (auto const& range : m_ranges) {
+            object["ranges"].push_back({{"start", hex(startOf(*range))}, {"size", range->size()}});
+        }
+        object["inside"] = Json::array();
+        forEachInside([&](ISymbolRange& inner) {
+            object["inside"].push_back({{"start", hex(startOf(inner))},
+                                        {"size", inner.size()},
+                                        {"kind", nameOf(inner.symbol()->kind())},
+                                        {"name", inner.symbol()->name()}});
+        });
+        object["file"] = m_lines.empty() ? Json() : Json(m_lines.front()->location()->sourceFile()->path());
+        object["lines"] = Json::array();
+        for (auto const& line : m_lines) {
+            SymMgrObjectPtr<IAddress> start;
+            line->address(start);
+            object["lines"].push_back(
+                {{"start", hex(start->pseudoAddr())}, {"size", line->size()}, {"line", line->location()->line()}});
+        }
+        printJson(object);
+    }
+
+private:
+    void collectRanges() {
+        Ranges ranges;
+        m_symbol.ranges(ranges);
+        for (auto range = ranges ? ranges->current() : SymMgrObjectPtr<ISymbolRange>(); range;
+             range = ranges->current()) {
+            m_ranges.push_back(range);
+            ranges->next();
+        }
+        if (m_ranges.empty()) {
+            m_ranges.emplace_back(&m_range); // a thunk's stretch is the table's alone
+        }
+    }
+
+    void collectLines() {
+        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> lines;
+        m_symbol.sourceLines(lines);
+        for (auto line = lines ? lines->current() : SymMgrObjectPtr<ISourceLine>(); line; line = lines->current()) {
+            if (line->location()->sourceFile() != nullptr) {
+                m_lines.push_back(line);
+            }
+            lines->next();
+        }
+    }
+
+    template <typename Visitor> void forEachInside(Visitor visit) const {
+        for (auto const& range : m_ranges) {
+            Ranges inner;
+            range->innerRanges(inner);
+            for (auto at = inner ? inner->current() : SymMgrObjectPtr<ISymbolRange>(); at; at = inner->current()) {
+                visit(*at);
+                inner->next();
+            }
+        }
+    }
+
+    void printInside() const {
+        forEachInside([](ISymbolRange& inner) {
+            std::printf("    inside      %s %5llu bytes  %-8s %s\n", hexColumn(startOf(inner)).c_str(), inner.size(),
+                        nameOf(inner.symbol()->kind()), inner.symbol()->demangledName(0));
+        });
+    }
+
+    char const* visibility() const { return m_symbol.visibility() == symbol_visibility_Global ? "global" : "local"; }
+
+    ISymbol& m_symbol;
+    ISymbolRange& m_range;
+    std::vector<SymMgrObjectPtr<ISymbolRange>> m_ranges;
+    std::vector<SymMgrObjectPtr<ISourceLine>> m_lines;
+};
+
+} // namespace
+
+int function(std::string const& moduleName, std::string const& word, CommonOptions const& common) {
+    Module& module = Module::load(moduleName, common);
+    std::vector<SymMgrObjectPtr<ISymbolRange>> found;
+    std::vector<FunctionView> views;
+    {
+        Progress const progress("reading " + module.name());
+        found = findFunctions(module, word);
+        for (auto const& range : found) {
+            views.emplace_back(*range);
+        }
+    }
+    for (FunctionView const& view : views) {
+        if (common.json) {
+            view.printAsJson();
+        } else {
+            view.print();
+        }
+    }
+    finishOutput();
+    if (views.empty()) {
+        throw Failure(module.name() + ": no function is named or stands at " + word +
+                      ": 'orv symbols --kind function' lists them");
+    }
+    return 0;
+}
+
+} // namespace orv_cli
