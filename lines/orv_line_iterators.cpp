@@ -17,6 +17,10 @@ void SourceLineIterator::reset() {
         return;
     }
     std::vector<SrcRange> const& ranges = m_table.ranges();
+    if (m_query.start > m_query.end) {
+        m_range = ranges.size();
+        return;
+    }
     auto const first = std::lower_bound(ranges.begin(), ranges.end(), m_query.fileId,
                                         [](SrcRange const& r, unsigned int id) { return r.fileId < id; });
     enterRange(m_query.fileId == k_allFiles ? 0 : static_cast<std::size_t>(first - ranges.begin()));

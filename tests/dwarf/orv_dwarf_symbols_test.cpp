@@ -1,0 +1,499 @@
+/// Units, entries and the symbols that come of them, from assembler text.
+
+#include "dwarf/orv_dwarf_constants.h"
+#include "dwarf/orv_dwarf_merge.h"
+#include "dwarf/orv_dwarf_producer.h"
+#include "orv/orv_dwarf.h"
+#include "support/orv_assembler.h"
+
+using namespace orv_test;
+
+namespace {
+
+using Unit = DwarfText::Unit;
+
+constexpr auto k_functions = symbol_kind_Function;
+
+/// Abbreviations that most texts use: 1 a unit, 2 a function with low and high, 3 one with children.
+DwarfText commonText() {
+    DwarfText text;
+    text.abbrev(1, DW_TAG_compile_unit, true, {{DW_AT_name, DW_FORM_string}})
+        .abbrev(2, DW_TAG_subprogram, false,
+                {{DW_AT_name, DW_FORM_string}, {DW_AT_low_pc, DW_FORM_addr}, {DW_AT_high_pc, DW_FORM_data4}})
+        .abbrev(3, DW_TAG_subprogram, true,
+                {{DW_AT_name, DW_FORM_string}, {DW_AT_low_pc, DW_FORM_addr}, {DW_AT_high_pc, DW_FORM_data4}});
+    return text;
+}
+
+std::string unitEntry() { return ".uleb128 1\n.asciz \"a.c\"\n"; }
+
+std::string function(std::string const& name, unsigned int start, unsigned int size, unsigned int code = 2) {
+    return ".uleb128 " + std::to_string(code) + "\n.asciz \"" + name + "\"\n.8byte code + " + std::to_string(start) +
+           "\n.4byte " + std::to_string(size) + "\n";
+}
+
+std::string symbolsOf(DwarfText const& text, symbol_kind_t mask = k_functions) {
+    return dwarfSymbols(Assembled(text.source()).path(), mask);
+}
+
+} // namespace
+
+TEST(Dwarf, PassesOverEveryForm) {
+    struct Row {
+        unsigned int form;
+        char const* bytes;
+    };
+    for (auto const& [form, bytes] : {
+             Row{DW_FORM_addr, ".8byte 0x1234"},
+             Row{DW_FORM_block1, ".byte 3, 1, 2, 3"},
+             Row{DW_FORM_block2, ".2byte 3\n.byte 1, 2, 3"},
+             Row{DW_FORM_block4, ".4byte 3\n.byte 1, 2, 3"},
+             Row{DW_FORM_block, ".uleb128 200\n.fill 200, 1, 2"},
+             Row{DW_FORM_exprloc, ".uleb128 2\n.byte 1, 2"},
+             Row{DW_FORM_data1, ".byte 9"},
+             Row{DW_FORM_data2, ".2byte 9"},
+             Row{DW_FORM_data4, ".4byte 9"},
+             Row{DW_FORM_data8, ".8byte 9"},
+             Row{DW_FORM_string, ".asciz \"text\""},
+             Row{DW_FORM_flag, ".byte 1"},
+             Row{DW_FORM_sdata, ".sleb128 -70000"},
+             Row{DW_FORM_udata, ".uleb128 70000"},
+             Row{DW_FORM_strp, ".4byte 0x7fffffff"},
+             Row{DW_FORM_ref_addr, ".4byte 11"},
+             Row{DW_FORM_ref1, ".byte 11"},
+             Row{DW_FORM_ref2, ".2byte 11"},
+             Row{DW_FORM_ref4, ".4byte 11"},
+             Row{DW_FORM_ref8, ".8byte 11"},
+             Row{DW_FORM_ref_udata, ".uleb128 300"},
+             Row{DW_FORM_indirect, ".uleb128 5\n.2byte 9"},
+             Row{DW_FORM_indirect, ".uleb128 0x16\n.uleb128 0x19"},
+             Row{DW_FORM_sec_offset, ".4byte 0"},
+             Row{DW_FORM_flag_present, ""},
+             Row{DW_FORM_ref_sig8, ".8byte 0x1122334455667788"},
+             Row{DW_FORM_GNU_addr_index, ".uleb128 300"},
+             Row{DW_FORM_GNU_str_index, ".uleb128 300"},
+             Row{DW_FORM_GNU_ref_alt, ".4byte 1"},
+             Row{DW_FORM_GNU_strp_alt, ".4byte 1"},
+         }) {
+        // The form stands in a function, whose attributes are read, in a type, which is passed over, and
+        // in a type's child.
+        DwarfText text = commonText();
+        text.abbrev(4, DW_TAG_subprogram, false,
+                    {{0x2001, form}, {DW_AT_name, DW_FORM_string}, {0x2002, form}, {DW_AT_low_pc, DW_FORM_addr},
+                     {DW_AT_high_pc, DW_FORM_data4}, {0x2003, form}})
+            .abbrev(5, DW_TAG_structure_type, true, {{0x2001, form}, {0x2002, form}})
+            .abbrev(6, DW_TAG_member, false, {{0x2001, form}});
+        std::string const value = std::string(bytes) + "\n";
+        text.unit({}, unitEntry() + ".uleb128 4\n" + value + ".asciz \"f\"\n" + value + ".8byte code\n.4byte 4\n" +
+                          value + ".uleb128 5\n" + value + value + ".uleb128 6\n" + value + ".byte 0\n" +
+                          function("g", 16, 4) + ".byte 0\n");
+        EXPECT_EQ(symbolsOf(text), "f[1000,1004)l g[1010,1014)l") << "form " << form << ": " << bytes;
+    }
+}
+
+TEST(Dwarf, RefusedFormsEndTheirList) {
+    for (unsigned int const form : {0x02U, 0x1AU, 0x1BU, 0x1CU, 0x1DU, 0x1EU, 0x1FU, 0x21U, 0x22U, 0x25U, 0x29U}) {
+        for (bool const isIndirect : {false, true}) {
+            DwarfText text = commonText();
+            text.abbrev(4, DW_TAG_structure_type, false, {{0x2001, isIndirect ? DW_FORM_indirect : form}});
+            std::string const indirect = isIndirect ? ".uleb128 " + std::to_string(form) + "\n" : "";
+            text.unit({}, unitEntry() + function("f", 0, 4) + ".uleb128 4\n" + indirect + function("g", 16, 4) +
+                              ".byte 0\n")
+                .unit({}, unitEntry() + function("h", 32, 4) + ".byte 0\n");
+            EXPECT_EQ(symbolsOf(text), "f[1000,1004)l h[1020,1024)l") << "form " << form;
+        }
+    }
+}
+
+TEST(Dwarf, ReadsUnitsOfEveryShape) {
+    for (Unit const unit : {Unit{0, 8, false}, Unit{1, 8, false}, Unit{2, 8, false}, Unit{3, 8, false}, Unit{4, 8, false},
+                            Unit{2, 8, true}, Unit{3, 8, true}, Unit{4, 8, true}}) {
+        DwarfText text = commonText();
+        text.abbrev(4, DW_TAG_subprogram, false, {{DW_AT_specification, DW_FORM_ref_addr},
+                                                  {DW_AT_name, DW_FORM_strp},
+                                                  {DW_AT_low_pc, DW_FORM_addr},
+                                                  {DW_AT_high_pc, DW_FORM_data1}});
+        bool const wide = unit.is64 || unit.version < 3; // before version 3 a reference has the address's size
+        text.unit(unit, unitEntry() + ".uleb128 4\n" + (wide ? ".8byte 0\n" : ".4byte 0\n") +
+                            (unit.is64 ? ".8byte 2\n" : ".4byte 2\n") + ".8byte code\n.byte 7\n" +
+                            function("g", 16, 4) + ".byte 0\n")
+            .section(".debug_str", ".asciz \"x\"\n.asciz \"named\"\n");
+        EXPECT_EQ(symbolsOf(text), "named[1000,1007)l g[1010,1014)l")
+            << "version " << unit.version << (unit.is64 ? ", 64 bits" : "");
+    }
+    // Addresses of 4 bytes, in a 32-bit program.
+    DwarfText text;
+    text.abbrev(1, DW_TAG_compile_unit, true, {{DW_AT_name, DW_FORM_string}})
+        .abbrev(2, DW_TAG_subprogram, false,
+                {{DW_AT_name, DW_FORM_string}, {DW_AT_low_pc, DW_FORM_addr}, {DW_AT_high_pc, DW_FORM_addr}})
+        .unit({2, 4, false}, unitEntry() + ".uleb128 2\n.asciz \"f\"\n.4byte code, code + 6\n.byte 0\n");
+    EXPECT_EQ(dwarfSymbols(Assembled(text.source(), Assembled::Kind::Program, true).path(), k_functions),
+              "f[1000,1006)l");
+}
+
+TEST(Dwarf, RefusesLaterVersions) {
+    DwarfText text = commonText();
+    text.unit({}, unitEntry() + function("f", 0, 4) + ".byte 0\n")
+        .unit({5, 8, false}, unitEntry() + function("g", 16, 4) + ".byte 0\n");
+    Assembled const program(text.source());
+    LogCapture const log(40000);
+    status_t status = status_Ok;
+    EXPECT_EQ(dwarfSymbols(program.path(), k_functions, &status), "");
+    EXPECT_EQ(status, status_UnsupportedFileVersion);
+    EXPECT_EQ(log.count("ASSERTION FAILED: 'version <= 4'"), 1U);
+    // The next question is answered by what there is.
+    SymMgrObjectPtr<IModuleSymbolBank> bank;
+    ASSERT_EQ(loadBank(program.path(), bank), status_Ok);
+    EXPECT_EQ(symbolAt(*bank, 0x1000), "none");
+    EXPECT_EQ(symbolAt(*bank, 0x1000), "code@1000+0");
+}
+
+TEST(Dwarf, RefusesCutHeaders) {
+    struct Row {
+        char const* text;
+        char const* assertion;
+    };
+    for (auto const& [bytes, assertion] : {
+             Row{".byte 1, 2", "walker.getUnsigned4(debugInfoForCUSize) == status_Ok"},
+             Row{".4byte 0xffffffff\n.byte 1", "walker.getUnsigned8(debugInfoForCUSize) == status_Ok"},
+             Row{".4byte 1\n.byte 4", "rootWalker.getUnsigned2(version) == status_Ok"},
+             Row{".4byte 0", "rootWalker.getUnsigned2(version) == status_Ok"},
+             Row{".4byte 4\n.2byte 4, 0", "rootWalker.getUnsigned4(abbrevOffset) == status_Ok"},
+             Row{".4byte 0xffffffff\n.8byte 6\n.2byte 4, 0, 0", "rootWalker.getUnsigned8(abbrevOffset) == status_Ok"},
+             Row{".4byte 6\n.2byte 4\n.4byte 0", "rootWalker.getUnsigned1(addrSize) == status_Ok"},
+         }) {
+        DwarfText text = commonText();
+        text.section(".debug_info", std::string(bytes) + "\n");
+        Assembled const program(text.source());
+        LogCapture const log(40000);
+        status_t status = status_Ok;
+        dwarfSymbols(program.path(), k_functions, &status);
+        EXPECT_EQ(status, status_BadFileFormat) << bytes;
+        EXPECT_EQ(log.count(std::string("ASSERTION FAILED: '") + assertion + "'"), 1U) << bytes;
+    }
+}
+
+TEST(Dwarf, ReadsAbbreviationsAsTheyCome) {
+    // A second code 1 ends a table that has no terminator; a code met again stands for the later entry.
+    DwarfText text = commonText();
+    text.abbrev(2, DW_TAG_structure_type, false, {{DW_AT_name, DW_FORM_string}})
+        .abbrev(0x40000, DW_TAG_subprogram, false,
+                {{DW_AT_name, DW_FORM_string}, {DW_AT_name, DW_FORM_string}, {DW_AT_low_pc, DW_FORM_addr},
+                 {DW_AT_high_pc, DW_FORM_data1}})
+        .abbrev(1, DW_TAG_compile_unit, true, {{DW_AT_name, DW_FORM_data1}})
+        .abbrev(7, DW_TAG_subprogram, false, {});
+    text.unit({}, unitEntry() + ".uleb128 2\n.asciz \"type\"\n" +
+                      ".uleb128 0x40000\n.asciz \"first\"\n.asciz \"second\"\n.8byte code\n.byte 3\n" +
+                      ".uleb128 7\n" + function("lost", 16, 4) + ".byte 0\n");
+    Assembled const program(text.source());
+    LogCapture const log(40000);
+    EXPECT_EQ(dwarfSymbols(program.path(), k_functions), "first[1000,1003)l");
+    EXPECT_EQ(log.count("ASSERTION FAILED: 'm_abbrevsMap[abbrevCode] == NULL'"), 1U);
+    EXPECT_GE(log.count("ASSERTION FAILED: 'false'"), 1U); // code 7 lies behind the table's end
+}
+
+TEST(Dwarf, FollowsSiblingsOfKnownCompilersOnly) {
+    struct Row {
+        char const* producer;
+        char const* sibling;
+        char const* symbols;
+    };
+    // The sibling leads over f to g.
+    for (auto const& [producer, sibling, symbols] : {
+             Row{"GNU C 4.8", ".Lg - .Lunit0", "g[1010,1014)l"},
+             Row{"Varko(R) Version 12.1", ".Lg - .Lunit0", "g[1010,1014)l"},
+             Row{"GNU C 2.96", ".Lg - .Lunit0", "f[1000,1004)l g[1010,1014)l"},
+             Row{"clang version 14", ".Lg - .Lunit0", "f[1000,1004)l g[1010,1014)l"},
+             Row{"GNU C 4.8", "0", "f[1000,1004)l g[1010,1014)l"},
+             Row{"GNU C 4.8", ".Ls - .Lunit0", "f[1000,1004)l g[1010,1014)l"},
+             Row{"GNU C 4.8", "0x7fffffff", ""},
+         }) {
+        DwarfText text = commonText();
+        text.abbrev(4, DW_TAG_compile_unit, true, {{DW_AT_producer, DW_FORM_string}})
+            .abbrev(5, DW_TAG_structure_type, true, {{DW_AT_name, DW_FORM_string}, {DW_AT_sibling, DW_FORM_ref4}});
+        text.unit({}, std::string(".uleb128 4\n.asciz \"") + producer + "\"\n.Ls: .uleb128 5\n.asciz \"s\"\n.4byte " +
+                          sibling + "\n.byte 0\n" + function("f", 0, 4) + ".Lg:" + function("g", 16, 4) + ".byte 0\n");
+        EXPECT_EQ(symbolsOf(text), symbols) << producer << ", " << sibling;
+    }
+}
+
+TEST(Dwarf, MakesSymbolsByTag) {
+    // What stands in which tag, and what comes of it under which kinds.
+    struct Row {
+        unsigned int tag;
+        unsigned int language;
+        symbol_kind_t mask;
+        char const* symbols;
+    };
+    constexpr auto k_data = symbol_kind_Data;
+    constexpr auto k_entries = symbol_kind_FunctionAlt;
+    for (auto const& [tag, language, mask, symbols] : {
+             Row{DW_TAG_lexical_block, DW_LANG_C, k_functions, "f[1000,1004)l"},
+             Row{DW_TAG_try_block, DW_LANG_C, k_functions, "f[1000,1004)l"},
+             Row{DW_TAG_common_block, DW_LANG_C, k_functions, "f[1000,1004)l"},
+             Row{DW_TAG_module, DW_LANG_Fortran90, k_functions, "f[1000,1004)l"},
+             Row{DW_TAG_unit_options, DW_LANG_C, k_functions, "f[1000,1004)l"},
+             Row{0x39, DW_LANG_C_plus_plus, k_functions, ""}, // a namespace
+             Row{DW_TAG_class_type, DW_LANG_C_plus_plus, k_functions, ""},
+             Row{DW_TAG_inlined_subroutine, DW_LANG_C, k_functions, "f[1000,1004)l"},
+             Row{DW_TAG_subprogram, DW_LANG_C, k_functions, ""}, // children of a declaration
+             Row{DW_TAG_subprogram, DW_LANG_Fortran90, k_functions, ""},
+             Row{DW_TAG_subprogram, DW_LANG_Fortran90, k_data, "v[1008,1008)l"},
+             Row{DW_TAG_subprogram, DW_LANG_C, k_data, ""},
+             Row{DW_TAG_entry_point, DW_LANG_Fortran90, k_entries, ""},
+             Row{DW_TAG_variable, DW_LANG_C, k_data, "v[1008,1008)l"},
+             Row{DW_TAG_variable, DW_LANG_C, k_functions, ""},
+             Row{DW_TAG_label, DW_LANG_C, symbol_kind_DataAlt, "l[100c,100c)l"},
+             Row{DW_TAG_label, DW_LANG_C, k_functions, ""},
+         }) {
+        DwarfText text = commonText();
+        text.abbrev(4, DW_TAG_compile_unit, true, {{DW_AT_language, DW_FORM_data1}})
+            .abbrev(5, tag, true, {})
+            .abbrev(6, DW_TAG_variable, false, {{DW_AT_name, DW_FORM_string}, {DW_AT_location, DW_FORM_block1}})
+            .abbrev(7, DW_TAG_label, false, {{DW_AT_name, DW_FORM_string}, {DW_AT_low_pc, DW_FORM_addr}});
+        text.unit({}, ".uleb128 4\n.byte " + std::to_string(language) + "\n.uleb128 5\n" + function("f", 0, 4) +
+                          ".uleb128 6\n.asciz \"v\"\n.byte 9, 3\n.8byte code + 8\n" +
+                          ".uleb128 7\n.asciz \"l\"\n.8byte code + 12\n" + ".byte 0\n.byte 0\n");
+        EXPECT_EQ(symbolsOf(text, mask), symbols) << "tag " << tag << ", kinds " << mask;
+    }
+}
+
+TEST(Dwarf, NamesAndPlacesFunctions) {
+    DwarfText text = commonText();
+    text.abbrev(4, DW_TAG_compile_unit, true, {{DW_AT_language, DW_FORM_data1}})
+        .abbrev(5, DW_TAG_subprogram, false, {{DW_AT_name, DW_FORM_string}, {DW_AT_linkage_name, DW_FORM_string},
+                                              {DW_AT_external, DW_FORM_flag_present}})
+        .abbrev(6, DW_TAG_subprogram, false, {{DW_AT_specification, DW_FORM_ref4}, {DW_AT_low_pc, DW_FORM_addr},
+                                              {DW_AT_high_pc, DW_FORM_addr}})
+        .abbrev(7, DW_TAG_subprogram, false, {{DW_AT_abstract_origin, DW_FORM_ref4}, {DW_AT_low_pc, DW_FORM_addr}})
+        .abbrev(8, DW_TAG_subprogram, false, {{DW_AT_name, DW_FORM_string}, {DW_AT_inline, DW_FORM_data1}})
+        .abbrev(9, DW_TAG_subprogram, false, {{DW_AT_name, DW_FORM_string}, {DW_AT_high_pc, DW_FORM_addr}})
+        .abbrev(10, DW_TAG_subprogram, false, {{DW_AT_MIPS_linkage_name, DW_FORM_string},
+                                               {DW_AT_linkage_name, DW_FORM_string}, {DW_AT_low_pc, DW_FORM_addr}});
+    std::string const entries =
+        ".Lplain: .uleb128 5\n.asciz \"plain\"\n.asciz \"_Z5plainv\"\n" // a declaration alone
+        ".Lx: .uleb128 6\n.4byte .Lplain - .Lunit0\n.8byte code, code + 8\n"
+        ".uleb128 7\n.4byte .Lx - .Lunit0\n.8byte code + 16\n"           // through two origins; its end is not its own
+        ".uleb128 8\n.asciz \"inlined\"\n.byte 1\n"                       // abstract: no place
+        ".uleb128 9\n.asciz \"endless\"\n.8byte code + 32\n"              // an end that is an address, no start
+        ".uleb128 10\n.asciz \"vendor\"\n.asciz \"linkage\"\n.8byte code + 48\n"
+        ".uleb128 2\n.asciz \"\"\n.8byte code + 64\n.4byte 4\n"           // no name
+        ".uleb128 6\n.4byte .Lplain - .Lunit0\n.8byte code + 80, code + 72\n" + // the wrong way round
+        function("tail_", 96, 4) + function("_BLNK_", 112, 4) + ".byte 0\n";
+    text.unit({}, ".uleb128 4\n.byte 4\n" + entries);
+    EXPECT_EQ(symbolsOf(text),
+              "_Z5plainv[1000,1008) endless[1020,1020)l vendor[1030,1030)l tail_[1060,1064)l _BLNK_[1070,1074)l");
+    DwarfText fortran = commonText();
+    fortran.abbrev(4, DW_TAG_compile_unit, true, {{DW_AT_language, DW_FORM_data1}})
+        .unit({}, ".uleb128 4\n.byte 14\n" + function("tail_", 96, 4) + function("_BLNK_", 112, 4) +
+                      function("outer_", 0, 64, 3) + function("inner_", 16, 8) + ".byte 0, 0\n");
+    EXPECT_EQ(symbolsOf(fortran), "outer[1000,1040)l inner[1010,1018)l tail[1060,1064)l _BLNK_[1070,1074)l");
+}
+
+TEST(Dwarf, OriginsThatLeadInCirclesEnd) {
+    DwarfText text = commonText();
+    text.abbrev(4, DW_TAG_subprogram, false, {{DW_AT_specification, DW_FORM_ref4}, {DW_AT_low_pc, DW_FORM_addr}})
+        .abbrev(5, DW_TAG_variable, false, {{DW_AT_type, DW_FORM_ref4}, {DW_AT_name, DW_FORM_string},
+                                            {DW_AT_location, DW_FORM_block1}})
+        .abbrev(6, DW_TAG_typedef, false, {{DW_AT_type, DW_FORM_ref4}});
+    text.unit({}, unitEntry() +
+                      ".La: .uleb128 4\n.4byte .Lb - .Lunit0\n.8byte code\n"
+                      ".Lb: .uleb128 4\n.4byte .La - .Lunit0\n.8byte code\n"
+                      ".Lc: .uleb128 4\n.4byte .Lc - .Lunit0\n.8byte code\n"
+                      ".uleb128 4\n.4byte 0x7ffffff0\n.8byte code\n"
+                      ".uleb128 5\n.4byte .Lt - .Lunit0\n.asciz \"v\"\n.byte 9, 3\n.8byte code + 8\n"
+                      ".Lt: .uleb128 6\n.4byte .Lu - .Lunit0\n.Lu: .uleb128 6\n.4byte .Lt - .Lunit0\n" +
+                      function("f", 16, 4) + ".byte 0\n");
+    EXPECT_EQ(symbolsOf(text, k_allKinds), "v[1008,1008)l f[1010,1014)l");
+}
+
+TEST(Dwarf, ReadsRangeLists) {
+    DwarfText text;
+    text.abbrev(1, DW_TAG_compile_unit, true, {{DW_AT_low_pc, DW_FORM_addr}})
+        .abbrev(2, DW_TAG_subprogram, false, {{DW_AT_name, DW_FORM_string}, {DW_AT_ranges, DW_FORM_sec_offset}});
+    std::ostringstream entries;
+    for (char const* const name : {"two", "based", "skipped", "empty", "open"}) {
+        entries << ".uleb128 2\n.asciz \"" << name << "\"\n.4byte ." << name << " - .Lranges\n";
+    }
+    entries << ".uleb128 2\n.asciz \"beyond\"\n.4byte 0x7fffffff\n.byte 0\n";
+    text.unit({}, ".uleb128 1\n.8byte code\n" + entries.str())
+        .section(".debug_ranges", ".Lranges:\n"
+                                  ".two: .8byte 0x10, 0x20, 0x40, 0x48, 0, 0\n"
+                                  ".based: .8byte -1, code + 0x100, 0, 8, 0, 0\n"
+                                  ".skipped: .8byte 0x70, 0x70, 0x200, 0x210, 0, 0\n"
+                                  ".empty: .8byte 0, 0\n"
+                                  ".open: .8byte 0x300, 0x304\n"); // the section ends before the list does
+    EXPECT_EQ(symbolsOf(text), "two[1010,1020)l two[1040,1048)l based[1100,1108)l skipped[1200,1210)l open[1300,1304)l");
+    // All ones of 4 bytes select a base only where addresses have 4 bytes.
+    DwarfText narrow;
+    narrow.abbrev(1, DW_TAG_compile_unit, true, {{DW_AT_low_pc, DW_FORM_addr}})
+        .abbrev(2, DW_TAG_subprogram, false, {{DW_AT_name, DW_FORM_string}, {DW_AT_ranges, DW_FORM_data4}})
+        .unit({4, 4, false}, ".uleb128 1\n.4byte 0\n.uleb128 2\n.asciz \"f\"\n.4byte 0\n.byte 0\n")
+        .section(".debug_ranges", ".4byte -1, code + 0x10, 0, 8, 0, 0\n");
+    EXPECT_EQ(dwarfSymbols(Assembled(narrow.source(), Assembled::Kind::Program, true).path(), k_functions),
+              "f[1010,1018)l");
+}
+
+TEST(Dwarf, NestsWithoutEnd) {
+    DwarfText text = commonText();
+    text.abbrev(4, DW_TAG_lexical_block, true, {}).abbrev(5, DW_TAG_structure_type, true, {});
+    text.unit({}, unitEntry() + ".fill 1000000, 1, 4\n" + function("deep", 0, 4) + ".fill 1000000, 1, 0\n" +
+                      ".fill 1000000, 1, 5\n.fill 1000000, 1, 0\n" + function("f", 16, 4) + ".byte 0\n");
+    EXPECT_EQ(symbolsOf(text), "deep[1000,1004)l f[1010,1014)l");
+}
+
+TEST(Dwarf, UnitsThatShareHugeTablesEnd) {
+    // Each of the units would read the abbreviations, the lines and the ranges of all.
+    DwarfText text;
+    text.abbrev(1, DW_TAG_compile_unit, true, {{DW_AT_stmt_list, DW_FORM_sec_offset}, {DW_AT_ranges, DW_FORM_sec_offset}});
+    text.abbrevText(".set code_number, 2\n.rept 20000\n.uleb128 code_number, 0x13\n.byte 0, 0, 0\n"
+                    ".set code_number, code_number + 1\n.endr\n");
+    text.section(".debug_info", ".set at, 0\n.rept 20000\n.4byte 7 + 9\n.2byte 4\n.4byte .Labbrev + at * 4\n.byte 8\n"
+                                ".uleb128 1\n.4byte 0, 0\n.set at, at + 1\n.endr\n");
+    text.section(".debug_line", ".4byte .Lline_end - .Lline_begin\n.Lline_begin: .2byte 2\n.4byte 6\n.byte 1, 1, 1, 1, 10, 0\n"
+                                ".fill 300000, 1, 1\n.Lline_end:\n");
+    Assembled const program(text.source());
+    dwarfSymbols(program.path());
+    PlainDebugInfo debug(program.path());
+    debug.rows();
+}
+
+TEST(Dwarf, MergesWithRawSymbols) {
+    // What stands in the symbol table under another name for one thing does not come twice; what has a
+    // name of its own stays.
+    struct Row {
+        char const* dwarf;
+        char const* raw;
+        unsigned int rawSize;
+        char const* symbols;
+    };
+    for (auto const& [dwarf, raw, rawSize, symbols] : {
+             Row{"f", "f", 16, "f[4096,4112)"},
+             Row{"f", "g", 16, "f[4096,4112) g[4096,4112)"},
+             Row{"_ZN1AC2Ev", "_ZN1AC1Ev", 16, "_ZN1AC2Ev[4096,4112)"},
+             Row{"_Z1fv", "_Z1fv.cold", 16, "_Z1fv[4096,4112)"},
+             Row{"_Z1fv", "_Z1gv", 16, "_Z1fv[4096,4112) _Z1gv[4096,4112)"},
+             Row{"f", "_Z1fv", 16, "_Z1fv[4096,4112)"}, // the fuller name is taken
+             Row{"f", "f", 8, "f[4096,4112)"},
+             Row{"f", "f", 32, "f[4096,4128)"}, // up to what follows at 0x1020
+             Row{"f", "f", 48, "f[4096,4112)"},
+         }) {
+        DwarfText text = commonText();
+        text.unit({}, unitEntry() + function(dwarf, 0, 16) + function("next", 32, 16) + ".byte 0\n");
+        std::string const name = std::string("\"") + raw + "\"";
+        Assembled const program(text.source() + ".text\n.globl " + name + "\n.type " + name + ", @function\n.set " +
+                                name + ", code\n.size " + name + ", " + std::to_string(rawSize) + "\n");
+        SymMgrObjectPtr<IModuleSymbolBank> bank;
+        ASSERT_EQ(loadBank(program.path(), bank), status_Ok);
+        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> ranges;
+        bank->originalSymbolRanges(ranges, k_functions, nullptr, nullptr);
+        EXPECT_EQ(allRanges(ranges), std::string(symbols) + " next[4128,4144)") << dwarf << " and " << raw;
+        EXPECT_EQ(ranges->current(), SymMgrObjectPtr<ISymbolRange>());
+        SymMgrObjectPtr<IAddress> where;
+        SymMgrObjectPtr<ISymbolRange> range;
+        bank->addressByValue(0x1000, where);
+        bank->symbolRangeByAddress(where.get(), range, k_functions, nullptr);
+        ICompUnitDetails* unit = nullptr;
+        EXPECT_EQ(range->symbol()->compUnitDetails(unit), status_Ok) << dwarf << " and " << raw;
+    }
+}
+
+TEST(Dwarf, KnowsVariantsOfNames) {
+    struct Row {
+        char const* a;
+        char const* b;
+        bool areVariants;
+    };
+    for (auto const& [a, b, areVariants] : {
+             Row{"_ZN1AC1Ev", "_ZN1AC2Ev", true},
+             Row{"_ZN1AD0Ev", "_ZN1AD2Ev.cold", true},
+             Row{"_Z1fv", "_Z1fv.isra.0.part.1", true},
+             Row{"_Z1fv", "_Z1fv.", false},
+             Row{"_Z1fv", "_Z1fv.Cold", false},
+             Row{"_Z3AC1v", "_Z3AC2v", false}, // part of an identifier
+             Row{"_ZN4xAC1Ev", "_ZN4xAC2Ev", false},
+             Row{"_ZN1AC1Ev", "_ZN1AD1Ev", false},
+             Row{"_ZN1AC1Ev", "_ZN1BC1Ev", false},
+             Row{"f", "f.cold", false},
+         }) {
+        EXPECT_EQ(areVariantsOfOneName(a, b), areVariants) << a << " and " << b;
+    }
+}
+
+TEST(Dwarf, ReadsProducers) {
+    struct Row {
+        char const* producer;
+        unsigned int kind;
+        unsigned int major;
+        unsigned int minor;
+        char const* reportFile;
+    };
+    for (auto const& [producer, kind, major, minor, reportFile] : {
+             Row{"GNU C++ 4.8.2 -O2", 1, 4, 8, ""},
+             Row{"GNU C 2.96", 2, 2, 96, ""},
+             Row{"GNU C 2.", 1, 2, 0, ""},
+             Row{"GNU C ", 1, 0, 0, ""},
+             Row{"GNU C++17 12.2.0", 1, 0, 0, ""},
+             Row{"GNU Fortran2008 12.2.0", 1, 0, 0, ""},
+             Row{"Varko(R) C Version 7.1", 3, 7, 0, ""},
+             Row{"Varko(R) C Version 8.0", 4, 8, 0, ""},
+             Row{"Varko Version ", 3, 0, 0, ""},
+             Row{"The Varko(R) Version 9", 0, 0, 0, ""},
+             Row{"Varko(R) Opt_report_file a.rep -O2", 3, 0, 0, "a.rep"},
+             Row{"Varko(R) Opt_report_file c:\\dir\\a.rep", 3, 0, 0, "c:\\d"},
+             Row{"Varko(R) Opt_report_file tail\\", 3, 0, 0, "tail\\"},
+             Row{"clang version 14.0.6", 0, 0, 0, ""},
+             Row{"", 0, 0, 0, ""},
+         }) {
+        Compiler const compiler = parseProducer(producer);
+        EXPECT_EQ(compiler.kind, kind) << producer;
+        EXPECT_EQ(compiler.major, major) << producer;
+        EXPECT_EQ(compiler.minor, minor) << producer;
+        EXPECT_EQ(compiler.optReportFile, reportFile) << producer;
+    }
+}
+
+TEST(Dwarf, MergesOptions) {
+    struct Row {
+        char const* options;
+        char const* newText;
+        char const* merged;
+    };
+    for (auto const& [options, newText, merged] : {
+             Row{"", "-g -O2 ", " -g  -O2 "},
+             Row{"-g ", "-g -O3 ", "-g  -O3 "},
+             Row{"", "-g -O2 -check stack ", " -g "},
+             Row{"", "-g1 -O2", ""},
+             Row{"x", "debug:full -fast -O2 debug:all ", "x debug:all  debug:full  -O2  -fast "},
+         }) {
+        std::string text = options;
+        mergeOptions(text, newText);
+        EXPECT_EQ(text, merged) << options << " with " << newText;
+    }
+}
+
+TEST(Dwarf, CalculatesRanges) {
+    AttrBinding low;
+    low.form = DW_FORM_addr;
+    low.value = 0x100;
+    AttrBinding address = low;
+    address.value = 0x140;
+    AttrBinding distance;
+    distance.form = DW_FORM_data8;
+    distance.value = 0x20;
+    struct Row {
+        AttrBinding const* low;
+        AttrBinding const* high;
+        unsigned long long start;
+        unsigned long long end;
+    };
+    for (auto const& row : {Row{nullptr, nullptr, 0, 0}, Row{&low, nullptr, 0x100, 0x100}, Row{&low, &address, 0x100, 0x140},
+                            Row{&low, &distance, 0x100, 0x120}, Row{nullptr, &address, 0x140, 0x140},
+                            Row{nullptr, &distance, 0, 0x20}}) {
+        unsigned long long start = 7;
+        unsigned long long end = 7;
+        dwarf_utils::calculateHighLowAdresses(row.low, row.high, start, end);
+        EXPECT_EQ(start, row.start);
+        EXPECT_EQ(end, row.end);
+    }
+}

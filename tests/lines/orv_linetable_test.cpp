@@ -1,0 +1,295 @@
+/// The line table against a plain model: boundaries, each with the list of the rows that are open there, as
+/// its rules describe it.
+
+#include "support/orv_test_support.h"
+
+#include "support/orv_elf_builder.h"
+
+#include <algorithm>
+#include <map>
+#include <random>
+#include <tuple>
+
+using namespace orv_test;
+
+namespace {
+
+constexpr unsigned long long k_allUnits = ~0ULL;
+constexpr unsigned int k_allFiles = 0xFFFFFFFF;
+
+struct Row {
+    unsigned long long unit;
+    unsigned int file;
+    unsigned int line;
+    unsigned int column;
+    unsigned long long start;
+    unsigned long long size;
+    unsigned long long discriminator;
+
+    unsigned long long end() const { return start + size; }
+};
+
+/// A sorted list with a memory of the last insertion.
+class RowList {
+public:
+    static bool isLess(Row const& a, Row const& b) {
+        auto const keyA = std::tie(a.start, a.line, a.column);
+        auto const keyB = std::tie(b.start, b.line, b.column);
+        return keyA != keyB ? keyA < keyB : a.discriminator != b.discriminator;
+    }
+    void insert(Row const* row) {
+        bool const fromHint = !rows.empty() && isLess(*rows[m_hint], *row);
+        std::size_t at = fromHint ? m_hint : 0;
+        while (at < rows.size() && isLess(*rows[at], *row)) {
+            ++at;
+        }
+        rows.insert(rows.begin() + static_cast<std::ptrdiff_t>(at), row);
+        m_hint = at;
+    }
+    /// Copies keep their order.
+    void append(Row const* row) {
+        rows.push_back(row);
+        std::stable_sort(rows.begin(), rows.end(), [](Row const* a, Row const* b) {
+            return std::tie(a->start, a->line, a->column) < std::tie(b->start, b->line, b->column);
+        });
+        m_hint = static_cast<std::size_t>(std::find(rows.begin(), rows.end(), row) - rows.begin());
+    }
+
+    std::vector<Row const*> rows;
+
+private:
+    std::size_t m_hint = 0;
+};
+
+/// The rows of one file in one unit.
+class Boundaries {
+public:
+    void add(Row const* row) {
+        auto at = m_lists.lower_bound(row->start);
+        if (at == m_lists.end() || at->first != row->start) {
+            RowList list;
+            list.insert(row);
+            if (at != m_lists.begin()) {
+                for (Row const* open : std::prev(at)->second.rows) {
+                    if (open->end() > row->start) {
+                        list.append(open);
+                    }
+                }
+            }
+            at = m_lists.emplace_hint(at, row->start, list);
+        } else {
+            at->second.insert(row);
+        }
+        for (++at; at != m_lists.end() && at->first < row->end(); ++at) {
+            at->second.insert(row);
+        }
+    }
+
+    void query(unsigned long long start, unsigned long long end, std::vector<Row const*>& out) const {
+        unsigned long long const limit = start == end && start != ~0ULL ? end + 1 : end;
+        auto at = m_lists.upper_bound(start);
+        bool isFirst = at != m_lists.begin();
+        at = isFirst ? std::prev(at) : at;
+        for (; at != m_lists.end() && at->first < limit; ++at, isFirst = false) {
+            for (Row const* row : at->second.rows) {
+                if (row->end() > start && (isFirst || row->start == at->first)) {
+                    out.push_back(row);
+                }
+            }
+        }
+    }
+
+private:
+    std::map<unsigned long long, RowList> m_lists;
+};
+
+class Model {
+public:
+    void add(Row const* row) { m_ranges[{row->file, row->unit}].add(row); }
+    std::vector<Row const*> query(unsigned long long unit, unsigned int file, unsigned long long start,
+                                  unsigned long long end) const {
+        std::vector<Row const*> found;
+        for (auto const& [key, boundaries] : m_ranges) {
+            if ((file == k_allFiles || key.first == file) && (unit == k_allUnits || key.second == unit)) {
+                boundaries.query(start, end, found);
+            }
+        }
+        return found;
+    }
+
+private:
+    std::map<std::pair<unsigned int, unsigned long long>, Boundaries> m_ranges;
+};
+
+/// Knows nothing: the lines under test are told by their numbers.
+class NoFiles final : public SymMgrObject<ISrcLineResolver> {
+public:
+    status_t sourceLocationByAddress(SymMgrObjectPtr<ISourceLocation>& /*out*/, unsigned long long /*address*/,
+                                     unsigned long long /*unit*/, Scope* /*scope*/,
+                                     ISourceLocationChooser* /*chooser*/) override {
+        return status_Fail;
+    }
+    status_t sourceLines(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& /*out*/, unsigned long long /*unit*/,
+                         unsigned int /*fileId*/, unsigned long long /*start*/, unsigned long long /*end*/,
+                         Scope* /*scope*/) override {
+        return status_Fail;
+    }
+    unsigned int sourceFileCount() override { return 0; }
+    ISourceFile* sourceFileById(unsigned int /*id*/) override { return nullptr; }
+    ICompUnitDetails* compUnitDetailsById(unsigned long long /*id*/) override { return nullptr; }
+    status_t addressRequested(unsigned long long /*address*/) override { return status_Ok; }
+    status_t requestsCleared() override { return status_Ok; }
+};
+
+class LineTables : public testing::Test {
+protected:
+    void SetUp() override {
+        ElfBuilder elf;
+        elf.load(PF_R | PF_X, 0, 0x100000);
+        m_loader = loaderOf(m_dir.file("m", elf.bytes()));
+        m_resolver = new NoFiles;
+        m_table = ILineTable::create(*m_loader, *m_resolver);
+    }
+
+    void add(Row const& row) {
+        m_table->addLine(row.unit, row.file, row.line, row.column, row.start, row.size, row.discriminator);
+    }
+
+    static std::string textOf(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> const& lines) {
+        std::ostringstream text;
+        for (auto line = lines->current(); line; line = lines->current()) {
+            SymMgrObjectPtr<IAddress> start;
+            line->address(start);
+            ISourceLocation& place = *line->location();
+            text << place.unit() << '/' << place.line() << ':' << place.column() << '.' << place.discriminator() << '['
+                 << start->pseudoAddr() << '+' << line->size() << ") ";
+            lines->next();
+        }
+        return text.str();
+    }
+    std::string stretch(unsigned long long unit, unsigned int file, unsigned long long start, unsigned long long end) {
+        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> lines;
+        m_table->sourceLines(lines, unit, file, start, end);
+        return textOf(lines);
+    }
+    std::string at(unsigned long long address, unsigned long long unit = k_allUnits, unsigned int file = k_allFiles) {
+        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> lines;
+        m_table->sourceLinesByAddress(lines, address, unit, file);
+        return textOf(lines);
+    }
+    static std::string expected(std::vector<Row const*> const& rows, bool isCut, unsigned long long start,
+                                unsigned long long limit) {
+        std::ostringstream text;
+        for (Row const* row : rows) {
+            unsigned long long const from = isCut ? std::max(row->start, start) : row->start;
+            unsigned long long const to = isCut ? std::min(row->end(), limit) : row->end();
+            text << row->unit << '/' << row->line << ':' << row->column << '.' << row->discriminator << '[' << from
+                 << '+' << to - from << ") ";
+        }
+        return text.str();
+    }
+
+    TempDir m_dir;
+    SymMgrObjectPtr<IFileFormatLoader> m_loader;
+    SymMgrObjectPtr<ISrcLineResolver> m_resolver;
+    SymMgrObjectPtr<ILineTable> m_table;
+};
+
+} // namespace
+
+TEST_F(LineTables, AgreesWithTheModel) {
+    enum class Shape { Chains, Scattered, Nested, Equal };
+    for (Shape const shape : {Shape::Chains, Shape::Scattered, Shape::Nested, Shape::Equal}) {
+        for (unsigned int seed = 0; seed < 6; ++seed) {
+            std::mt19937 random(seed * 4 + static_cast<unsigned int>(shape));
+            auto const pick = [&](unsigned int below) { return static_cast<unsigned int>(random() % below); };
+            unsigned int const count = shape == Shape::Chains ? 8000 : 700;
+            std::vector<Row> rows;
+            unsigned long long next = 0x1000;
+            for (unsigned int i = 0; i < count; ++i) {
+                Row row{pick(3) * 0x100ULL, pick(4), 1 + pick(shape == Shape::Equal ? 3 : 400), pick(3), 0, 0, 0};
+                switch (shape) {
+                case Shape::Chains: // as line programs write them, with a jump now and then
+                    next = pick(40) == 0 ? 0x1000 + pick(0x8000) : next;
+                    row.unit = next % 3 * 0x100;
+                    row.start = next;
+                    row.size = pick(4) == 0 ? 0 : pick(12);
+                    next += row.size;
+                    break;
+                case Shape::Scattered:
+                    row.start = 0x1000 + pick(0x800);
+                    row.size = pick(64);
+                    break;
+                case Shape::Nested:
+                    row.start = 0x1000 + pick(400);
+                    row.size = 0x1800 - row.start - pick(400);
+                    break;
+                case Shape::Equal:
+                    row.start = 0x1000 + pick(8) * 16;
+                    row.size = pick(5) * 16;
+                    break;
+                }
+                row.discriminator = row.line % 5;
+                rows.push_back(row);
+            }
+            SetUp();
+            Model model;
+            for (Row const& row : rows) {
+                add(row);
+                model.add(&row);
+            }
+            for (unsigned int i = 0; i < 400; ++i) {
+                unsigned long long const unit = pick(3) == 0 ? k_allUnits : pick(4) * 0x100ULL;
+                unsigned int const file = pick(3) == 0 ? k_allFiles : pick(5);
+                unsigned long long const start = 0xFF0 + pick(shape == Shape::Chains ? 0x8100 : 0x900);
+                unsigned long long const end = pick(4) == 0 ? start : start + pick(0x200);
+                auto const found = model.query(unit, file, start, end);
+                ASSERT_EQ(stretch(unit, file, start, end),
+                          expected(found, true, start, start == end ? end + 1 : end))
+                    << "shape " << static_cast<int>(shape) << ", seed " << seed << ", unit " << unit << ", file "
+                    << file << ", " << start << "-" << end;
+                ASSERT_EQ(at(start, unit, file), expected(model.query(unit, file, start, start), false, 0, 0))
+                    << "shape " << static_cast<int>(shape) << ", seed " << seed << ", unit " << unit << ", file "
+                    << file << ", at " << start;
+            }
+            auto const all = model.query(k_allUnits, k_allFiles, 0, ~0ULL);
+            ASSERT_EQ(stretch(k_allUnits, k_allFiles, 0, ~0ULL), expected(all, true, 0, ~0ULL));
+        }
+    }
+}
+
+TEST_F(LineTables, OrdersRowsOfOnePlace) {
+    // Equal rows: the newer in front. Rows that differ in the discriminator alone: the newer behind, and
+    // the search for an equal one begins at the last insertion.
+    for (auto const& [start, discriminators, order] :
+         {std::tuple(100ULL, std::vector<int>{1, 1, 2}, "0/5:1.1[100+8) 0/5:1.1[100+8) 0/5:1.2[100+8) "),
+          std::tuple(200ULL, std::vector<int>{1, 2, 1}, "0/5:1.1[200+8) 0/5:1.2[200+8) 0/5:1.1[200+8) "),
+          std::tuple(300ULL, std::vector<int>{2, 1}, "0/5:1.2[300+8) 0/5:1.1[300+8) ")}) {
+        for (int const discriminator : discriminators) {
+            add({0, 0, 5, 1, start, 8, static_cast<unsigned long long>(discriminator)});
+        }
+        EXPECT_EQ(at(start), order);
+    }
+}
+
+TEST_F(LineTables, KeepsWideValues) {
+    add({0, 0, 0xFFFFFFFF, 0xFFFE, 100, 4, 0xFFFF});
+    add({0, 0, 1, 0xFFFF, 104, 4, 0x10000});
+    add({0, 0, 2, 0xFFFFFFFF, 108, 0x200000000, ~0ULL});
+    add({0, 0, 3, 1, 108 + 0x200000000, 1, 1});
+    EXPECT_EQ(at(100), "0/4294967295:65534.65535[100+4) ");
+    EXPECT_EQ(at(104), "0/1:65535.65536[104+4) ");
+    EXPECT_EQ(at(0x100000000), "0/2:4294967295.18446744073709551615[108+0) "); // a size has 32 bits
+    EXPECT_EQ(at(108 + 0x200000000), "0/3:1.1[8589934700+1) ");
+}
+
+TEST_F(LineTables, SeesRowsThatComeBetweenQuestions) {
+    add({0, 0, 1, 0, 100, 10, 0});
+    EXPECT_EQ(at(105), "0/1:0.0[100+10) ");
+    add({0, 0, 2, 0, 104, 2, 0});
+    EXPECT_EQ(at(105), "0/1:0.0[100+10) 0/2:0.0[104+2) ");
+    EXPECT_EQ(stretch(k_allUnits, 0, 103, 105), "0/1:0.0[103+2) 0/2:0.0[104+1) ");
+    EXPECT_EQ(stretch(k_allUnits, 7, 0, ~0ULL), "");
+    EXPECT_EQ(stretch(k_allUnits, k_allFiles, ~0ULL, ~0ULL), "");
+    EXPECT_EQ(stretch(k_allUnits, k_allFiles, 105, 103), "");
+}
