@@ -83,7 +83,8 @@ public:
         }
     }
     std::string path() const { return m_dir.path() + "/module"; }
-    TempDir const& folder() const { return m_dir; }
+    /// The assembler writes some debug sections by itself.
+    void remove(std::string const& section) const { run("objcopy -R " + section + " " + path()); }
 
 private:
     static void run(std::string const& command) {

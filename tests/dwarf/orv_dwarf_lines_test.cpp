@@ -1,0 +1,372 @@
+/// Line programs and file tables, from assembler text.
+
+#include "dwarf/orv_dwarf_constants.h"
+#include "support/orv_assembler.h"
+
+using namespace orv_test;
+
+namespace {
+
+/// What stands in a line table's header.
+struct Header {
+    unsigned int version = 2;
+    unsigned int minimumInstructionLength = 1;
+    unsigned int defaultIsStmt = 1;
+    int lineBase = -5;
+    unsigned int lineRange = 14;
+    unsigned int opcodeBase = 13;
+    bool is64 = false;
+    std::string directories = ".asciz \"inc\"\n.asciz \"/abs\"\n";
+    std::string files = ".asciz \"a.c\"\n.byte 0, 0, 0\n.asciz \"b.h\"\n.byte 1\n.uleb128 300, 70000\n"
+                        ".asciz \"c.h\"\n.byte 2, 0, 0\n.asciz \"/d/e.h\"\n.byte 1, 0, 0\n";
+};
+
+std::string lineTable(Header const& header, std::string const& program) {
+    std::ostringstream text;
+    std::string const offset = header.is64 ? ".8byte " : ".4byte ";
+    text << (header.is64 ? ".4byte 0xffffffff\n" : "") << offset << ".Llend\\@ - .Llbegin\\@\n.Llbegin\\@:\n.2byte "
+         << header.version << "\n" << offset << ".Lprogram\\@ - .Lheader\\@\n.Lheader\\@:\n.byte "
+         << header.minimumInstructionLength << "\n" << (header.version >= 4 ? ".byte 1\n" : "") << ".byte "
+         << header.defaultIsStmt << "\n.byte " << header.lineBase << ", " << header.lineRange << ", "
+         << header.opcodeBase << "\n.fill " << (header.opcodeBase != 0 ? header.opcodeBase - 1 : 0) << ", 1, 1\n"
+         << header.directories << ".byte 0\n" << header.files << ".byte 0\n.Lprogram\\@:\n" << program << ".Llend\\@:\n";
+    // The labels are made unique by the macro that the text stands in.
+    static int number = 0;
+    std::string const name = "line_table_" + std::to_string(number++);
+    return ".macro " + name + "\n" + text.str() + ".endm\n" + name + "\n";
+}
+
+std::string setAddress(unsigned int offset) {
+    return ".byte 0, 9, 2\n.8byte code + " + std::to_string(offset) + "\n";
+}
+char const* const k_copy = ".byte 1\n";
+char const* const k_end = ".byte 0, 1, 1\n";
+
+/// A unit in /dir that has a line table, from an offset on.
+DwarfText unitText(std::string const& offset = "0") {
+    DwarfText text;
+    text.abbrev(1, DW_TAG_compile_unit, false,
+                {{DW_AT_name, DW_FORM_string}, {DW_AT_comp_dir, DW_FORM_string}, {DW_AT_stmt_list, DW_FORM_sec_offset}})
+        .unit({}, ".uleb128 1\n.asciz \"a.c\"\n.asciz \"/dir\"\n.4byte " + offset + "\n");
+    return text;
+}
+
+std::string rowsOf(std::string const& lineSection) {
+    DwarfText text = unitText();
+    text.section(".debug_line", lineSection);
+    return PlainDebugInfo(Assembled(text.source()).path()).rows();
+}
+
+} // namespace
+
+TEST(DwarfLines, RunsEachOpcode) {
+    struct Row {
+        char const* what;
+        std::string program;
+        char const* rows;
+    };
+    std::string const begin = setAddress(0);
+    std::string const next = setAddress(0x10) + k_end; // closes the last stretch at 0x1010
+    Header const plain;
+    Header fine;
+    fine.minimumInstructionLength = 4;
+    Header few;
+    few.opcodeBase = 10;
+    Header many;
+    many.opcodeBase = 15;
+    Header flat;
+    flat.lineRange = 0;
+    struct Case {
+        char const* what;
+        Header header;
+        std::string program;
+        char const* rows;
+    };
+    for (auto const& [what, header, program, rows] : std::vector<Case>{
+             {"copy", plain, begin + k_copy + next, "1000+10 /dir/a.c:1:0"},
+             {"special", plain, begin + ".byte 13 + 14 * 3 + 7\n" + next, "1003+d /dir/a.c:3:0"},
+             {"special of 4 bytes", fine, begin + ".byte 13 + 14 * 3 + 7\n" + next, "100c+4 /dir/a.c:3:0"},
+             {"special without a range", flat, begin + ".byte 3, 9\n.byte 200\n" + next, "1000+10 /dir/a.c:5:0"},
+             {"advance_pc", plain, begin + ".byte 2\n.uleb128 3\n" + k_copy + next, "1003+d /dir/a.c:1:0"},
+             {"advance_pc of 4 bytes", fine, begin + ".byte 2\n.uleb128 3\n" + k_copy + next, "100c+4 /dir/a.c:1:0"},
+             {"advance_line", plain, begin + ".byte 3\n.sleb128 99999\n.byte 3\n.sleb128 -10\n" + k_copy + next,
+              "1000+10 /dir/a.c:99990:0"},
+             {"high lines", plain, begin + ".byte 3\n.sleb128 39999\n.byte 13 + 6\n" + next, "1000+10 /dir/a.c:40001:0"},
+             {"set_file", plain, begin + ".byte 4, 2\n" + k_copy + next, "1000+10 /dir/inc/b.h:1:0"},
+             {"absolute directory", plain, begin + ".byte 4, 3\n" + k_copy + next, "1000+10 /abs/c.h:1:0"},
+             {"absolute name", plain, begin + ".byte 4, 4\n" + k_copy + next, "1000+10 /d/e.h:1:0"},
+             {"file 0", plain, begin + ".byte 4, 0\n" + k_copy + next, ""},
+             {"file beyond the table", plain, begin + ".byte 4, 5\n" + k_copy + next, ""},
+             {"set_column", plain, begin + ".byte 5\n.uleb128 300\n" + k_copy + next, "1000+10 /dir/a.c:1:300"},
+             {"negate_stmt", plain, begin + ".byte 6\n" + k_copy + next, "1000+10 /dir/a.c:1:0"},
+             {"set_basic_block", plain, begin + ".byte 7\n" + k_copy + next, "1000+10 /dir/a.c:1:0"},
+             {"const_add_pc", plain, begin + ".byte 8\n" + k_copy + setAddress(0x20) + k_end, "1011+f /dir/a.c:1:0"},
+             {"const_add_pc of 4 bytes", fine, begin + ".byte 8\n" + k_copy + setAddress(0x20) + k_end,
+              "1011+f /dir/a.c:1:0"},
+             {"fixed_advance_pc", plain, begin + ".byte 9\n.2byte 4\n" + k_copy + next, "1004+c /dir/a.c:1:0"},
+             {"fixed_advance_pc, down", plain,
+              setAddress(8) + k_copy + ".byte 9\n.2byte 0xffff\n" + k_copy + next, "1007+9 /dir/a.c:1:0"},
+             {"prologue_end, epilogue_begin, isa", plain, begin + ".byte 10, 11, 12\n.uleb128 300\n" + k_copy + next,
+              "1000+10 /dir/a.c:1:0"},
+             {"opcode_base 10", few, begin + ".byte 10\n" + next, "1000+10 /dir/a.c:4294967292:0"},
+             {"opcode 13 below the base", many, begin + ".byte 13\n" + k_copy + next, "1000+10 /dir/a.c:1:0"},
+             {"discriminator", plain, begin + ".byte 0, 2, 4, 7\n" + k_copy + ".byte 2, 4\n" + k_copy + next,
+              "1000+4 /dir/a.c:1:0.7 1004+c /dir/a.c:1:0"},
+             {"define_file", plain,
+              begin + ".byte 0, 8, 3\n.asciz \"n.h\"\n.byte 0, 0, 0\n.byte 4, 5\n" + k_copy + next, "1000+10 /dir/n.h:1:0"},
+             {"unknown extended opcode", plain, begin + ".byte 0, 4, 0x80, 1, 2, 3\n" + k_copy + next,
+              "1000+10 /dir/a.c:1:0"},
+             {"rows of no size", plain, begin + k_copy + ".byte 3, 1\n" + k_copy + next,
+              "1000+0 /dir/a.c:1:0 1000+10 /dir/a.c:2:0"},
+             {"two sequences", plain,
+              begin + ".byte 5, 3\n" + k_copy + setAddress(4) + k_end + setAddress(0x20) + k_copy + setAddress(0x24) + k_end,
+              "1000+4 /dir/a.c:1:3 1020+4 /dir/a.c:1:0"},
+             {"backwards", plain, setAddress(0x40) + k_copy + setAddress(0x20) + k_copy + setAddress(0x30) + k_end,
+              "1020+10 /dir/a.c:1:0"},
+             {"no code there", plain, ".byte 0, 9, 2\n.8byte 0x900000\n" + std::string(k_copy) + ".byte 2, 4\n" + k_end, ""},
+             {"no end", plain, begin + k_copy + setAddress(4) + k_copy, "1000+4 /dir/a.c:1:0"},
+         }) {
+        EXPECT_EQ(rowsOf(lineTable(header, program)), rows) << what;
+    }
+}
+
+TEST(DwarfLines, ReadsHeadersOfEveryVersion) {
+    std::string const program = setAddress(0) + k_copy + setAddress(4) + k_end;
+    for (unsigned int const version : {0U, 1U, 2U, 3U, 4U}) {
+        for (bool const is64 : {false, true}) {
+            Header header;
+            header.version = version;
+            header.is64 = is64;
+            EXPECT_EQ(rowsOf(lineTable(header, program)), "1000+4 /dir/a.c:1:0") << "version " << version;
+        }
+    }
+    struct Row {
+        char const* assertion;
+        void (*edit)(Header&);
+        status_t status;
+        char const* rows;
+    };
+    for (auto const& [assertion, edit, status, rows] : {
+             Row{"1 <= minimumInstructionLength", [](Header& h) { h.minimumInstructionLength = 0; }, status_Ok,
+                 "1000+4 /dir/a.c:1:0"},
+             Row{"minimumInstructionLength <= 4", [](Header& h) { h.minimumInstructionLength = 5; }, status_Ok,
+                 "1000+4 /dir/a.c:1:0"},
+             Row{"defaultIsStmt < 2", [](Header& h) { h.defaultIsStmt = 2; }, status_Ok, "1000+4 /dir/a.c:1:0"},
+             Row{"incDirectory", [](Header& h) { h.directories.clear(); }, status_Ok, "1000+4 /dir/a.c:1:0"},
+             Row{nullptr, [](Header& h) { h.version = 5; }, status_UnsupportedFileVersion, ""},
+         }) {
+        Header header;
+        edit(header);
+        DwarfText text = unitText();
+        text.section(".debug_line", lineTable(header, program));
+        Assembled const module(text.source());
+        PlainDebugInfo debug(module.path());
+        LogCapture const log(10000);
+        EXPECT_EQ(debug.rows(), rows) << (assertion != nullptr ? assertion : "version 5");
+        EXPECT_EQ(debug.linesStatus, status);
+        EXPECT_EQ(log.count("Line info version: "), 1U);
+        if (assertion != nullptr) {
+            EXPECT_GE(log.count(std::string("ASSERTION FAILED: '") + assertion + "'"), 1U);
+        }
+    }
+}
+
+TEST(DwarfLines, StatusOfUnitsWithoutAProgram) {
+    struct Row {
+        char const* offset;
+        char const* section;
+        status_t status;
+    };
+    for (auto const& [offset, section, status] : {
+             Row{"0x7fffffff", ".byte 1\n", status_BadDebugInfo},
+             Row{"1", ".byte 1\n", status_BadDebugInfo},
+             Row{"0", ".byte 1\n", status_Ok}, // as good as empty
+             Row{"0", nullptr, status_NoDebugInfo},
+         }) {
+        DwarfText text = unitText(offset);
+        if (section != nullptr) {
+            text.section(".debug_line", section);
+        }
+        Assembled const module(text.source());
+        if (section == nullptr) {
+            module.remove(".debug_line");
+        }
+        PlainDebugInfo debug(module.path());
+        EXPECT_EQ(debug.rows(), "");
+        EXPECT_EQ(debug.linesStatus, status) << offset;
+        EXPECT_EQ(debug.rows(), ""); // the second question gets the same answer
+        EXPECT_EQ(debug.linesStatus, status) << offset;
+    }
+}
+
+TEST(DwarfLines, UnitsShareFiles) {
+    DwarfText text = unitText("0");
+    text.unit({}, ".uleb128 1\n.asciz \"b.h\"\n.asciz \"/dir\"\n.4byte .Lsecond\n");
+    Header reversed;
+    reversed.files = ".asciz \"b.h\"\n.byte 1, 0, 0\n.asciz \"a.c\"\n.byte 0, 0, 0\n";
+    text.section(".debug_line", lineTable({}, setAddress(0) + k_copy + setAddress(4) + k_end) + ".Lsecond:\n" +
+                                    lineTable(reversed, setAddress(8) + ".byte 4, 2\n" + k_copy + setAddress(12) + k_end));
+    Assembled const module(text.source());
+    PlainDebugInfo debug(module.path());
+    EXPECT_EQ(debug.rows(), "1000+4 /dir/a.c:1:0 1008+4 /dir/a.c:1:0");
+    ISrcLineResolver& resolver = debug.resolver();
+    EXPECT_EQ(resolver.sourceFileCount(), 4U);
+    EXPECT_EQ(resolver.sourceFileById(4), nullptr);
+    EXPECT_EQ(resolver.compUnitDetailsById(1), nullptr);
+    ICompUnitDetails* const unit = resolver.compUnitDetailsById(0);
+    ASSERT_NE(unit, nullptr);
+    EXPECT_EQ(unit->mainSourceFile(), resolver.sourceFileById(0));
+    EXPECT_EQ(unit->sourceFileByName("/dir/inc/b.h"), resolver.sourceFileById(1));
+    EXPECT_EQ(unit->sourceFileByName("b.h"), nullptr);
+    EXPECT_EQ(unit->sourceFileByName(nullptr), nullptr);
+    EXPECT_EQ(resolver.sourceFileById(1)->modificationTime(), 300U);
+    EXPECT_EQ(resolver.sourceFileById(1)->length(), 70000U);
+    EXPECT_EQ(resolver.sourceFileById(1)->checksum(), nullptr);
+    unsigned long long second = 0;
+    while (second < 0x100 && (second == 0 || resolver.compUnitDetailsById(second) == nullptr)) {
+        ++second;
+    }
+    ASSERT_LT(second, 0x100U);
+    EXPECT_EQ(resolver.compUnitDetailsById(second)->mainSourceFile(), resolver.sourceFileById(1));
+    EXPECT_EQ(debug.rows(second), "1008+4 /dir/a.c:1:0");
+}
+
+TEST(DwarfLines, AnswerFromTheBank) {
+    // The row that starts last wins, also over rows of other files; a range question for a file sees that
+    // file alone.
+    DwarfText text;
+    text.abbrev(1, DW_TAG_compile_unit, true,
+                {{DW_AT_name, DW_FORM_string}, {DW_AT_comp_dir, DW_FORM_string}, {DW_AT_stmt_list, DW_FORM_sec_offset}})
+        .abbrev(2, DW_TAG_subprogram, false,
+                {{DW_AT_name, DW_FORM_string}, {DW_AT_low_pc, DW_FORM_addr}, {DW_AT_high_pc, DW_FORM_data4},
+                 {DW_AT_decl_file, DW_FORM_data1}, {DW_AT_decl_line, DW_FORM_data1}, {DW_AT_decl_column, DW_FORM_data1}})
+        .unit({}, ".uleb128 1\n.asciz \"a.c\"\n.asciz \"/dir\"\n.4byte 0\n"
+                  ".uleb128 2\n.asciz \"f\"\n.8byte code\n.4byte 0x40\n.byte 1, 5, 7\n"
+                  ".uleb128 2\n.asciz \"g\"\n.8byte code + 0x40\n.4byte 0x40\n.byte 9, 5, 0\n.byte 0\n")
+        .section(".debug_line",
+                 lineTable({}, setAddress(0) + ".byte 3, 9\n" + k_copy + setAddress(0x10) + ".byte 4, 2\n" + k_copy +
+                                   setAddress(0x20) + ".byte 4, 1\n" + k_copy + setAddress(0x40) + ".byte 4, 2\n" + k_copy +
+                                   setAddress(0x60) + k_end));
+    Assembled const module(text.source());
+    SymMgrObjectPtr<IModuleSymbolBank> bank;
+    ASSERT_EQ(loadBank(module.path(), bank), status_Ok);
+    auto const placeAt = [&](unsigned long long address) {
+        SymMgrObjectPtr<IAddress> where;
+        SymMgrObjectPtr<ISourceLocation> location;
+        bank->addressByValue(address, where);
+        status_t const status = bank->sourceLocationByAddress(where.get(), location, ~0ULL, nullptr);
+        return status != status_Ok ? std::string("none")
+                                   : std::string(location->sourceFile()->path()) + ":" + std::to_string(location->line());
+    };
+    EXPECT_EQ(placeAt(0x1000), "/dir/a.c:10"); // a first question for a line loads by itself
+    EXPECT_EQ(placeAt(0x1018), "/dir/inc/b.h:10");
+    EXPECT_EQ(placeAt(0x105f), "/dir/inc/b.h:10");
+    EXPECT_EQ(placeAt(0x1060), "none");
+    EXPECT_EQ(symbolAt(*bank, 0x1018), "f@1000+64");
+
+    SymMgrObjectPtr<IAddress> where;
+    SymMgrObjectPtr<ISymbolRange> range;
+    bank->addressByValue(0x1018, where);
+    bank->symbolRangeByAddress(where.get(), range, symbol_kind_Function, nullptr);
+    auto const linesOf = [](SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> const& lines) {
+        std::ostringstream found;
+        for (auto line = lines ? lines->current() : SymMgrObjectPtr<ISourceLine>(); line; line = lines->current()) {
+            found << std::hex << line->relativeAddress() << '+' << line->size() << ' ';
+            lines->next();
+        }
+        return found.str();
+    };
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> lines;
+    range->symbol()->sourceLines(lines); // those of the file where it was declared
+    EXPECT_EQ(linesOf(lines), "1000+10 1020+20 ");
+    SymMgrObjectPtr<ISourceLine> declaration;
+    ASSERT_EQ(range->symbol()->sourceLine(declaration), status_Ok);
+    EXPECT_STREQ(declaration->location()->sourceFile()->path(), "/dir/a.c");
+    EXPECT_EQ(declaration->location()->line(), 5U);
+    EXPECT_EQ(declaration->location()->column(), 7U);
+    SymMgrObjectPtr<ISourceLine> here;
+    range->symbol()->sourceLineByAddress(here, where.get());
+    EXPECT_EQ(here->location()->line(), 10U);
+
+    bank->addressByValue(0x1048, where);
+    bank->symbolRangeByAddress(where.get(), range, symbol_kind_Function, nullptr);
+    EXPECT_EQ(range->symbol()->sourceLine(declaration), status_False); // no file of that number
+    range->symbol()->sourceLines(lines);                                // those of the file at its address
+    EXPECT_EQ(linesOf(lines), "1040+20 ");
+}
+
+TEST(DwarfLines, ChoosersSeeWhatTheShortWayTakes) {
+    // Overlapping functions and rows: the choice of one address must be the one that the walk over all
+    // lines would make.
+    DwarfText text;
+    text.abbrev(1, DW_TAG_compile_unit, true,
+                {{DW_AT_name, DW_FORM_string}, {DW_AT_comp_dir, DW_FORM_string}, {DW_AT_stmt_list, DW_FORM_sec_offset}})
+        .abbrev(2, DW_TAG_subprogram, false,
+                {{DW_AT_name, DW_FORM_string}, {DW_AT_low_pc, DW_FORM_addr}, {DW_AT_high_pc, DW_FORM_data4},
+                 {DW_AT_decl_file, DW_FORM_data1}, {DW_AT_decl_line, DW_FORM_data1}});
+    std::ostringstream entries;
+    std::ostringstream program;
+    for (int i = 0; i < 40; ++i) {
+        entries << ".uleb128 2\n.asciz \"f" << i << "\"\n.8byte code + " << i * 37 % 200 << "\n.4byte " << i * 13 % 90
+                << "\n.byte " << i % 5 << ", 1\n";
+        program << setAddress(static_cast<unsigned int>(i * 29 % 190)) << ".byte 4, " << 1 + i % 4 << "\n.byte 3, 1\n"
+                << k_copy << setAddress(static_cast<unsigned int>(i * 29 % 190 + i * 7 % 60)) << k_end;
+    }
+    text.unit({}, ".uleb128 1\n.asciz \"a.c\"\n.asciz \"/dir\"\n.4byte 0\n" + entries.str() + ".byte 0\n")
+        .section(".debug_line", lineTable({}, program.str()));
+    Assembled const module(text.source());
+    SymMgrObjectPtr<IModuleSymbolBank> bank;
+    ASSERT_EQ(loadBank(module.path(), bank), status_Ok);
+    /// Takes the best by the rule, with the start from a second question for the line table.
+    class Latest final : public ISourceLocationChooser {
+    public:
+        status_t choose(SymMgrObjectPtr<ISourceLocation>& out,
+                        IIterator<SymMgrObjectPtr<ISourceLocation>>& candidates) override {
+            count = 0;
+            for (auto place = candidates.current(); place; place = candidates.current()) {
+                all.push_back(place);
+                ++count;
+                candidates.next();
+            }
+            out = nullptr;
+            return status_Ok;
+        }
+        std::vector<SymMgrObjectPtr<ISourceLocation>> all;
+        int count = 0;
+    };
+    int several = 0;
+    for (unsigned long long address = 0x1000; address < 0x1110; ++address) {
+        SymMgrObjectPtr<IAddress> where;
+        bank->addressByValue(address, where);
+        SymMgrObjectPtr<ISourceLocation> chosen;
+        SymMgrObjectPtr<ISourceLocation> none;
+        Latest chooser;
+        bank->sourceLocationByAddress(where.get(), chosen, ~0ULL, nullptr);
+        bank->sourceLocationByAddress(where.get(), none, ~0ULL, &chooser);
+        several += chooser.count > 1 ? 1 : 0;
+        EXPECT_EQ(static_cast<bool>(chosen), chooser.count > 0) << std::hex << address;
+        bool isAmong = !chosen;
+        for (auto const& place : chooser.all) {
+            isAmong |= chosen && place->line() == chosen->line() && place->sourceFile() == chosen->sourceFile();
+        }
+        EXPECT_TRUE(isAmong) << std::hex << address;
+    }
+    EXPECT_GT(several, 50);
+}
+
+TEST(DwarfLines, SkipsSymbolsOnDemand) {
+    DwarfText text;
+    text.abbrev(1, DW_TAG_compile_unit, true,
+                {{DW_AT_name, DW_FORM_string}, {DW_AT_comp_dir, DW_FORM_string}, {DW_AT_stmt_list, DW_FORM_sec_offset}})
+        .abbrev(2, DW_TAG_subprogram, false,
+                {{DW_AT_name, DW_FORM_string}, {DW_AT_low_pc, DW_FORM_addr}, {DW_AT_high_pc, DW_FORM_data4}})
+        .unit({}, ".uleb128 1\n.asciz \"a.c\"\n.asciz \"/dir\"\n.4byte 0\n"
+                  ".uleb128 2\n.asciz \"f\"\n.8byte code\n.4byte 0x40\n.byte 0\n")
+        .section(".debug_line", lineTable({}, setAddress(0) + k_copy + setAddress(4) + k_end));
+    Assembled const module(text.source());
+    ::setenv("ORV_SKIP_DWARF_SYMBOLS", "1", 1);
+    EXPECT_EQ(dwarfSymbols(module.path()), "");
+    EXPECT_EQ(PlainDebugInfo(module.path()).rows(), "1000+4 /dir/a.c:1:0");
+    ::unsetenv("ORV_SKIP_DWARF_SYMBOLS");
+    EXPECT_EQ(dwarfSymbols(module.path()), "f[1000,1040)l");
+}
