@@ -17,6 +17,10 @@ namespace {
 constexpr std::uint64_t k_lineRereads = 4;
 constexpr std::uint64_t k_rangeRereads = 16;
 constexpr std::uint64_t k_leastBudget = std::uint64_t{1} << 16;
+/// Paths and names that are put together, and texts that are searched, against what the sections hold.
+constexpr std::uint64_t k_textsMade = 8;
+constexpr std::uint64_t k_textsSearched = 64;
+constexpr std::uint64_t k_leastTexts = std::uint64_t{1} << 20;
 
 constexpr unsigned int k_latestVersion = 4;
 
@@ -96,18 +100,24 @@ void DWARFDebugInfoLoader::holdSections() {
     m_debugRanges = holdSection(section_role_DebugRanges, true);
     m_lineBytes = std::max(k_leastBudget, m_debugLine.size * k_lineRereads);
     m_rangePairs = std::max(k_leastBudget, m_debugRanges.size * k_rangeRereads);
+    std::uint64_t const texts = m_debugInfo.size + m_debugStr.size + m_debugLine.size;
+    m_textBytes = k_leastTexts + texts * k_textsMade;
+    m_searchBytes = k_leastTexts + texts * k_textsSearched;
 }
 
 status_t DWARFDebugInfoLoader::scanUnits() {
     holdSections();
     DwarfWalker walker = infoWalker(0);
-    while (!walker.atEnd()) {
-        status_t const status = scanUnit(walker);
-        if (status != status_Ok) {
-            return status;
+    status_t status = status_Ok;
+    try {
+        while (status == status_Ok && !walker.atEnd()) {
+            status = scanUnit(walker);
         }
+    } catch (...) {
+        m_units.clear(); // the next load begins anew
+        throw;
     }
-    return status_Ok;
+    return status;
 }
 
 /// Reads the header of a unit, and moves the walker behind the unit (DWARF version 4, 7.5.1.1).
@@ -199,6 +209,7 @@ status_t DWARFDebugInfoLoader::loadSymbols(ISymbolTable* table, AcceptedRanges* 
     if (m_units.empty()) {
         m_status = scanUnits();
         if (failed(m_status)) {
+            m_hasUnits.store(true, std::memory_order_release); // those in front of the bad one stay
             return m_status;
         }
     }
@@ -223,9 +234,12 @@ unsigned int DWARFDebugInfoLoader::mergeDecision(MergeSide const& mine, MergeSid
     return dwarfMergeRule(mine, other, next);
 }
 
-char const* DWARFDebugInfoLoader::keepText(std::string text) {
-    m_texts.push_back(std::move(text));
-    return m_texts.back().c_str();
+char const* DWARFDebugInfoLoader::keepShortened(char const* name, std::size_t size) {
+    auto const found = m_shortened.find(name);
+    if (found != m_shortened.end()) {
+        return found->second.c_str();
+    }
+    return spendTextBytes(size) ? m_shortened.emplace(name, std::string(name, size - 1)).first->second.c_str() : name;
 }
 
 } // namespace ORV_3_30

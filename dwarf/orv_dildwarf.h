@@ -13,8 +13,8 @@
 #include "symbols/orv_scope_maker.h"
 
 #include <atomic>
-#include <deque>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace ORV_3_30 {
@@ -43,7 +43,7 @@ public:
 
     using Units = std::vector<SymMgrObjectPtr<DWARFCompilationUnit>>;
     Units const& units() const { return m_units; }
-    /// By exact offset; loads the units if that has not been done. Null if there is none.
+    /// By exact offset, once a load has read the units. Null if there is none.
     DWARFCompilationUnit* unitById(unsigned long long offset);
     /// The unit that holds an offset in .debug_info; null if none does.
     DWARFCompilationUnit* findUnitByOffset(std::uint64_t offset) const;
@@ -63,12 +63,17 @@ public:
     /// Passes over the children of an entry, from behind its attributes.
     void skipChildren(DwarfWalker& walker, DWARFCompilationUnit const& unit, std::uint64_t sibling) const;
 
-    /// A text that lives as long as the loader.
-    char const* keepText(std::string text);
+    /// A name without its last character, as long as the loader lives; the name itself where too many
+    /// have been kept.
+    char const* keepShortened(char const* name, std::size_t size);
     /// False if more was read than the section can justify: units may share what they read, but not
     /// without an end.
     bool spendLineBytes(std::uint64_t bytes) { return spend(m_lineBytes, bytes); }
     bool spendRangePair() { return spend(m_rangePairs, 1); }
+    /// For texts that are made of what is in the sections.
+    bool spendTextBytes(std::uint64_t bytes) { return spend(m_textBytes, bytes); }
+    /// For the search of texts that entries may share.
+    bool spendSearchBytes(std::uint64_t bytes) { return spend(m_searchBytes, bytes); }
 
 private:
     /// A section in memory, as long as the loader lives.
@@ -104,11 +109,13 @@ private:
     HeldSection m_debugRanges;
     std::uint64_t m_lineBytes = 0;  ///< What may still be read.
     std::uint64_t m_rangePairs = 0; ///< The same.
+    std::uint64_t m_textBytes = 0;  ///< The same.
+    std::uint64_t m_searchBytes = 0; ///< The same.
     AbbrevTables m_abbrevTables;
     Units m_units; ///< By offset.
     std::atomic<bool> m_hasUnits{false}; ///< They have been read in full.
     SymMgrObjectPtr<DWARFLineResolver> m_lineResolver;
-    std::deque<std::string> m_texts;
+    std::unordered_map<char const*, std::string> m_shortened; ///< By the name that they were made of.
 };
 
 } // namespace ORV_3_30

@@ -12,14 +12,14 @@
 
 namespace ORV_3_30 {
 
-void LineFileEntry::read(DwarfWalker& walker) {
+void LineFileEntry::read(DwarfWalker& walker, EmptyName empty) {
     std::uint64_t size = 0;
     char const* const text = walker.text(size);
     name = {text, size};
     directory = 0;
     modificationTime = 0;
     length = 0;
-    if (size == 0) {
+    if (size == 0 && empty == EmptyName::Ends) {
         return;
     }
     directory = walker.unsignedLeb();
@@ -92,7 +92,7 @@ LineMachine::Step LineMachine::extended() {
     switch (opcode) {
     case DW_LNE_end_sequence: m_state.endSequence = true; return Step::Row;
     case DW_LNE_set_address: m_state.address = operands.address(); break;
-    case DW_LNE_define_file: m_defined.read(operands); return Step::DefinesFile;
+    case DW_LNE_define_file: m_defined.read(operands, LineFileEntry::EmptyName::Counts); return Step::DefinesFile;
     case DW_LNE_set_discriminator: m_state.discriminator = operands.unsignedLeb(); break;
     default: ORV_ERROR("Line machine do not support opcode " << static_cast<unsigned int>(opcode)); break;
     }
@@ -140,7 +140,9 @@ private:
         }
         Directory& directory = m_directories[entry.directory - 1];
         if (directory.number == k_unknown) {
-            directory.number = m_resolver.addDirectory(fullName(directory.text));
+            std::string const name = fullName(directory.text);
+            bool const isAffordable = m_unit.loader()->spendTextBytes(name.size());
+            directory.number = m_resolver.addDirectory(isAffordable ? name : std::string());
         }
         return directory.number;
     }
@@ -262,7 +264,7 @@ status_t readLineHeader(DwarfWalker& walker, bool is64, LineHeader& header, Unit
     }
     for (;;) {
         LineFileEntry entry{};
-        entry.read(walker);
+        entry.read(walker, LineFileEntry::EmptyName::Ends);
         if (entry.name.empty()) {
             break;
         }

@@ -26,7 +26,9 @@ struct LineFileEntry {
     std::uint64_t modificationTime;
     std::uint64_t length;
 
-    void read(DwarfWalker& walker);
+    /// What an entry without a name is: the end of a table, or an entry like others.
+    enum class EmptyName { Ends, Counts };
+    void read(DwarfWalker& walker, EmptyName empty);
 };
 
 /// The registers.

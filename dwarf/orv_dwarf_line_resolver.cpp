@@ -19,8 +19,8 @@ unsigned long long checksumOf(std::string_view path) {
 } // namespace
 
 DWARFLineResolver::DWARFLineResolver(Scope* scope, DWARFDebugInfoLoader* loader)
-    : SrcLineResolver(scope, &m_countLock), m_loader(loader),
-      m_lineTable(new LineTable(loader->moduleLoader(), this, &m_countLock)) {}
+    : SrcLineResolver(scope), m_loader(loader),
+      m_lineTable(new LineTable(loader->moduleLoader(), this, &m_tableLock)) {}
 
 // --- Files
 
@@ -75,8 +75,9 @@ std::uint32_t DWARFLineResolver::addDirectory(std::string const& directory) {
 int DWARFLineResolver::addFileIn(std::uint32_t directory, std::string_view name, unsigned long long modificationTime,
                                  unsigned long long length) {
     auto const [entry, isNew] = m_knownNames.emplace(NameInDirectory{directory, name}, -1);
-    if (isNew) {
-        std::string path = *m_directoryNames[directory];
+    std::string const& parent = *m_directoryNames[directory];
+    if (isNew && m_loader->spendTextBytes(parent.size() + name.size())) {
+        std::string path = parent;
         if (!path.empty() && path.back() != '/') {
             path += '/';
         }
@@ -110,16 +111,17 @@ status_t DWARFLineResolver::ensureLines(Scope* scope) {
 }
 
 status_t DWARFLineResolver::runAll(Scope* scope) {
-    auto* const global = dynamic_cast<GlobalScope*>(scope);
+    auto* const global = dynamic_cast<GlobalScope*>(this->scope());
     m_loader->setLineStatus(status_Fail);
     SymMgrObjectPtr<RangeFilter> filter;
     status_t status = status_Fail;
     try {
-        if (scope != nullptr) {
-            scope->ensureKinds(symbol_kind_Function); // the units are read in a load of symbols
-        }
+        // The units are read in a load of symbols. With a filter it has been made already, for more kinds.
         if (global != nullptr) {
             filter = global->rangeFilter();
+        }
+        if (scope != nullptr) {
+            scope->ensureKinds(symbol_kind_Function);
         }
         m_loader->setLineStatus(status_Fail);
         bool isAny = false;
@@ -128,12 +130,12 @@ status_t DWARFLineResolver::runAll(Scope* scope) {
             isAny = isAny || unitStatus == status_Ok;
             status = isAny ? status_Ok : unitStatus;
         }
+        m_lineTable->prepare();
     } catch (...) {
         m_loader->setLineStatus(status_NotInitialized);
         throw;
     }
     m_knownNames.clear();
-    m_lineTable->prepare();
     m_loader->setLineStatus(status);
     m_isComplete.store(true, std::memory_order_release);
     return status;

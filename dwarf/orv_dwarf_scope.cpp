@@ -15,18 +15,6 @@ std::uint64_t numberOf(AttrBindings& die, unsigned int attr) {
     return binding != nullptr ? binding->value : 0;
 }
 
-/// True while this thread looks up the file at a symbol's address. The search leads back to the symbol
-/// and to others that overlap it, which then go without.
-thread_local bool t_isLookingUp = false;
-
-class LookUpMark {
-public:
-    LookUpMark() { t_isLookingUp = true; }
-    ~LookUpMark() { t_isLookingUp = false; }
-    LookUpMark(LookUpMark const&) = delete;
-    LookUpMark& operator=(LookUpMark const&) = delete;
-};
-
 } // namespace
 
 // --- DeclLocation
@@ -86,16 +74,18 @@ status_t DWARFSymbol::compUnitDetails(ICompUnitDetails*& out) {
 
 int DWARFSymbol::fileIdAtAddress() {
     int id = m_fileIdAtAddress.load(std::memory_order_relaxed);
-    if (id != k_notLookedUp || t_isLookingUp) {
-        return id != k_notLookedUp ? id : -1;
+    if (id != k_notLookedUp) {
+        return id;
     }
-    LookUpMark const mark;
-    id = -1;
-    SymMgrObjectPtr<ISourceLocation> location;
-    m_unit.loader()->lineResolver()->sourceLocationByAddress(location, addressValue(), compUnitId(), nullptr, nullptr);
-    if (location && ORV_ASSERT(location->sourceFile() != nullptr, "srcFile != 0L")) {
-        id = static_cast<int>(location->sourceFile()->id());
-    }
+    // What a question for the line there comes to while no symbol over the address has lines of its own:
+    // to ask them too would lead from one to the next, and back.
+    SrcLocator row{};
+    unsigned long long unit = 0;
+    DWARFLineResolver& resolver = *m_unit.loader()->lineResolver();
+    bool const isFound =
+        resolver.table().latestAt({compUnitId(), k_allFiles, addressValue(), addressValue()}, row, unit);
+    bool const hasFile = isFound && ORV_ASSERT(resolver.sourceFileById(row.fileId) != nullptr, "srcFile != 0L");
+    id = hasFile ? static_cast<int>(row.fileId) : -1;
     m_fileIdAtAddress.store(id, std::memory_order_relaxed);
     return id;
 }
@@ -127,16 +117,13 @@ bool DWARFSymbol::latestLineAt(unsigned long long address, SrcLocator& row) {
     if (owner() == nullptr || scope() == nullptr || m_unit.loader()->lineResolver() == nullptr) {
         return false;
     }
-    unsigned long long start = 0;
-    unsigned long long end = 0;
-    bool const holds = scope()->rangeAt(start, end, address) || scope()->hasLabelAt(address);
     LineTable const& table = m_unit.loader()->lineResolver()->table();
     auto const find = [&](int fileId) {
         unsigned long long unit = 0;
         return fileId >= 0 &&
                table.latestAt({compUnitId(), static_cast<unsigned int>(fileId), address, address}, row, unit);
     };
-    return holds && (find(declaredFileId()) || find(fileIdAtAddress()));
+    return scope()->holds(address) && (find(declaredFileId()) || find(fileIdAtAddress()));
 }
 
 void DWARFSymbol::sourceLines(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out) {

@@ -9,6 +9,9 @@
 namespace ORV_3_30 {
 namespace {
 
+/// What stands behind this in a producer's text is not looked at.
+constexpr std::size_t k_longestProducer = std::size_t{1} << 16;
+
 char const* textOf(AttrBinding const* binding) {
     bool const isText =
         binding != nullptr && (binding->form == DW_FORM_string || binding->form == DW_FORM_strp) && binding->data;
@@ -52,7 +55,13 @@ void DWARFCompilationUnit::readDetails(AttrBindings& entry) {
     AttrBinding const* const language = entry.attribute(DW_AT_language);
     m_language = languageOf(language != nullptr ? language->value : std::uint64_t{DW_LANG_C});
     m_producer = textOf(entry.attribute(DW_AT_producer));
-    m_compiler = parseProducer(m_producer);
+    std::uint64_t const searched = ::strnlen(m_producer, k_longestProducer);
+    if (m_loader->spendSearchBytes(searched)) {
+        m_compiler = parseProducer(std::string(m_producer, searched).c_str());
+    }
+    if (!m_compiler.optReportFile.empty() && !m_loader->spendTextBytes(m_compiler.optReportFile.size())) {
+        m_compiler.optReportFile.clear();
+    }
     m_compDir = textOf(entry.attribute(DW_AT_comp_dir));
     m_name = textOf(entry.attribute(DW_AT_name));
     m_compileOptions = textOf(entry.attribute(DW_AT_unit_options));
@@ -66,6 +75,18 @@ void DWARFCompilationUnit::readDetails(AttrBindings& entry) {
         m_lineOffset = lines->value;
     }
     m_hasDetails = true;
+}
+
+void DWARFCompilationUnit::mergeOptions(char const* newText) {
+    std::string merged = compileOptions();
+    if (!m_loader->spendSearchBytes(merged.size() + std::strlen(newText))) {
+        return;
+    }
+    std::size_t const before = merged.size();
+    ORV_3_30::mergeOptions(merged, newText);
+    if (merged.size() != before) {
+        m_merged = std::make_unique<std::string>(std::move(merged));
+    }
 }
 
 char const* DWARFCompilationUnit::compilerName() {
@@ -115,7 +136,7 @@ ISourceFile* DWARFCompilationUnit::sourceFileByName(char const* name) {
 
 status_t DWARFCompilationUnit::runLineProgram(RangeFilter* filter) {
     if (m_lineStatus == status_NotInitialized) {
-        m_lineStatus = status_Fail; // what a question from within the run would see
+        m_lineStatus = status_OutOfMemory; // it stays, if that is how the run ends
         m_lineStatus = runLineProgramOnce(filter);
     }
     return m_lineStatus;

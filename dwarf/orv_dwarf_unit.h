@@ -11,6 +11,7 @@
 #include "orv/orv_source.h"
 #include "symbols/orv_accepted_ranges.h"
 
+#include <memory>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -45,7 +46,7 @@ public:
     ISourceFile* sourceFileByName(char const* name) override;
     unsigned int reserved4() override { return 0; }
     char const* compilationDirectory() override { return m_compDir; }
-    char const* compileOptions() override { return m_compileOptions.c_str(); }
+    char const* compileOptions() override { return m_merged != nullptr ? m_merged->c_str() : m_compileOptions; }
     char const* optReportFile() override {
         return m_compiler.optReportFile.empty() ? nullptr : m_compiler.optReportFile.c_str();
     }
@@ -58,7 +59,7 @@ public:
     /// Takes in what the unit's entry tells. Once: clients hold on to the texts.
     void readDetails(AttrBindings& entry);
     /// Takes in the options that a part of the unit was compiled with.
-    void mergeOptions(char const* newText) { ORV_3_30::mergeOptions(m_compileOptions, newText); }
+    void mergeOptions(char const* newText);
     bool hasDetails() const { return m_hasDetails; }
 
     /// Runs the line program, once; later calls give the first one's status. Without a filter all its
@@ -109,7 +110,8 @@ private:
     char const* m_compDir = "";
     char const* m_name = "";
     char const* m_producer = "";
-    std::string m_compileOptions;
+    char const* m_compileOptions = "";
+    std::unique_ptr<std::string> m_merged; ///< With the options of parts; null as long as none came.
     Compiler m_compiler;
     ISourceFile* m_mainFile = nullptr;
     std::vector<int> m_sourceFileIds;

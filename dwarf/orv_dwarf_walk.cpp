@@ -252,7 +252,7 @@ void DieTreeWalk::open(char const* name, symbol_kind_t kind, std::uint64_t offse
     bool const isFunction = kind == symbol_kind_Function || kind == symbol_kind_FunctionAlt;
     std::size_t const size = std::strlen(name);
     if (isFunction && m_unit->isFortran() && name[size - 1] == '_' && std::strcmp(name, "_BLNK_") != 0) {
-        name = m_loader.keepText(std::string(name, size - 1));
+        name = m_loader.keepShortened(name, size);
     }
     m_opened.name = name;
     m_opened.dieOffset = offset;

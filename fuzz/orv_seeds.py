@@ -61,9 +61,94 @@ def elf_seeds():
             yield (folder / name).read_bytes()
 
 
+PROGRAM = """
+namespace ns { struct A { A(int); int f(int) const; int v; }; }
+ns::A::A(int x) : v(x) {}
+int ns::A::f(int y) const { if (y > 3) return v * y; for (int i = 0; i < v; ++i) y += i; return y; }
+static int counter;
+extern "C" int f(int x) { ns::A a(x); counter += a.f(2); return counter; }
+"""
+ASSEMBLER_UNIT = """
+        .section .debug_abbrev,"",@progbits
+        .byte 1, 0x11, 1, 0x25, 8, 0x13, 0xb, 0x10, 6, 0, 0
+        .byte 2, 0x2e, 1, 3, 8, 0x11, 1, 0x55, 6, 0x3a, 0xb, 0x3b, 0xb, 1, 0x13, 0, 0
+        .byte 3, 0x34, 0, 3, 8, 2, 0xa, 0x49, 0x13, 0, 0
+        .byte 4, 0x24, 0, 3, 8, 0xb, 0xb, 0, 0
+        .byte 5, 0xa, 0, 3, 8, 0x11, 1, 0, 0, 0
+        .section .debug_info,"",@progbits
+1:      .4byte 3f - 2f
+2:      .2byte 3
+        .4byte 0
+        .byte 8, 1
+        .asciz "GNU Fortran 4.8"
+        .byte 8
+        .4byte 0
+        .byte 2
+        .asciz "f_"
+        .8byte 0x1000
+        .4byte 0
+        .byte 1, 1
+        .4byte 4f - 1b
+        .byte 5
+        .asciz "l"
+        .8byte 0x1008, 0
+4:      .byte 3
+        .asciz "v"
+        .byte 9, 3
+        .8byte 0x1010
+        .4byte 5f - 1b
+5:      .byte 4
+        .asciz "int"
+        .byte 4, 0
+3:      .section .debug_ranges,"",@progbits
+        .8byte -1, 0x1000, 0, 0x20, 0x40, 0x60, 0, 0
+"""
+SECTIONS = [".debug_info", ".debug_abbrev", ".debug_str", ".debug_line", ".debug_ranges", ".debug_loc"]
+
+
+def debug_sections():
+    """The debug sections of small objects, linked to 0x1000: a list of dictionaries."""
+    with tempfile.TemporaryDirectory() as folder:
+        folder = pathlib.Path(folder)
+        (folder / "p.cpp").write_text(PROGRAM)
+        (folder / "u.s").write_text(ASSEMBLER_UNIT)
+
+        def run(*command):
+            subprocess.run(command, check=True, cwd=folder, capture_output=True)
+
+        names = []
+        for compiler in ("g++", "clang++"):
+            for flags in (["-gdwarf-2", "-O0"], ["-gdwarf-3", "-O2", "-gstrict-dwarf"], ["-gdwarf-4", "-O2"]):
+                names.append(f"{compiler}{flags[0]}")
+                run(compiler, *flags, "-c", "p.cpp", "-o", "p.o")
+                run("ld", "-e", "f", "-Ttext=0x1000", "-o", names[-1], "p.o")
+        names.append("u.o")
+        run("as", "--64", "-o", "u.o", "u.s")
+        for name in names:
+            found = {}
+            for section in SECTIONS:
+                out = folder / "section"
+                out.unlink(missing_ok=True)
+                run("objcopy", "-O", "binary", f"--only-section={section}", "--set-section-flags", f"{section}=alloc",
+                    name, out.name)
+                if out.exists() and out.stat().st_size:
+                    found[section] = out.read_bytes()
+            yield found
+
+
+def dwarf_seeds():
+    for sections in debug_sections():
+        yield b"".join(bytes([SECTIONS.index(name)]) + len(data).to_bytes(2, "little") + data
+                       for name, data in sections.items())
+
+
+def line_seeds():
+    return [sections[".debug_line"] for sections in debug_sections() if ".debug_line" in sections]
+
+
 target, folder = sys.argv[1], pathlib.Path(sys.argv[2])
 folder.mkdir(parents=True, exist_ok=True)
-seeds = {"elf": elf_seeds, "filename": lambda: [p.encode() for p in PATHS],
+seeds = {"elf": elf_seeds, "dwarf": dwarf_seeds, "lines": line_seeds, "filename": lambda: [p.encode() for p in PATHS],
          "demangler": lambda: [n.encode() for n in NAMES + [n[2:] for n in NAMES] + DEMANGLED]}[target]()
 for number, seed in enumerate(seeds):
     (folder / f"seed-{number:02}").write_bytes(seed)

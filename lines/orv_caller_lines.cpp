@@ -6,6 +6,7 @@
 #include "symbols/orv_symbolrange.h"
 
 #include <algorithm>
+#include <optional>
 
 namespace ORV_3_30 {
 
@@ -20,6 +21,9 @@ bool latestCallerLine(LineTable const& table, unsigned long long address, unsign
         return table.latestAt(query, row, rowUnit);
     }
     bool isFound = false;
+    SrcLocator fromTable{};
+    unsigned long long tableUnit = 0;
+    std::optional<bool> isInTable; // the same for all of them
     for (Scope* const at : scopes) {
         if (at->inlineInstance() != nullptr) {
             continue; // its call site stands for a file that was asked for, and none was
@@ -28,7 +32,14 @@ bool latestCallerLine(LineTable const& table, unsigned long long address, unsign
         unsigned long long candidateUnit = at->compUnitId();
         Symbol* const symbol = at->symbolImpl();
         bool const isOwn = symbol != nullptr && symbol->latestLineAt(address, candidate);
-        if ((isOwn || table.latestAt(query, candidate, candidateUnit)) && (!isFound || candidate.start > row.start)) {
+        if (!isOwn && !isInTable) {
+            isInTable = table.latestAt(query, fromTable, tableUnit);
+        }
+        if (!isOwn && *isInTable) {
+            candidate = fromTable;
+            candidateUnit = tableUnit;
+        }
+        if ((isOwn || *isInTable) && (!isFound || candidate.start > row.start)) {
             isFound = true;
             row = candidate;
             rowUnit = candidateUnit;
@@ -46,14 +57,13 @@ SymbolSourceLineIterator::SymbolSourceLineIterator(Scope& scope, ILineTable& tab
 
 void SymbolSourceLineIterator::reset() {
     m_lines = nullptr;
-    m_range = 0;
-    enterRange(0);
+    enterRange(m_scope.ranges().firstFrom(m_query.start));
 }
 
 /// Goes to the first line in this range of the symbol or one behind it.
 bool SymbolSourceLineIterator::enterRange(std::size_t range) {
     RangeList const& ranges = m_scope.ranges();
-    for (m_range = range; m_range < ranges.size(); ++m_range) {
+    for (m_range = range; m_range < ranges.size() && ranges[m_range].start < m_query.limit(); ++m_range) {
         RangeList::Range const& own = ranges[m_range];
         unsigned long long const start = std::max(own.start, m_query.start);
         unsigned long long const end = std::min(own.end, m_query.end);

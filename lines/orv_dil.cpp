@@ -31,8 +31,10 @@ status_t SrcLineResolver::sourceLocationByAddress(SymMgrObjectPtr<ISourceLocatio
         return status;
     }
     if (chooser != nullptr) {
-        SourceLineToLocIterator locations(lines.get());
-        return chooser->choose(out, locations);
+        // Counted, since the client may hold it for a while.
+        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLocation>>> const locations(
+            new SourceLineToLocIterator(lines.get()));
+        return chooser->choose(out, *locations);
     }
     // Of all lines over the address the one that starts last; of several such the first.
     SymMgrObjectPtr<ISourceLine> best;

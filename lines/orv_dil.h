@@ -58,8 +58,9 @@ private:
 /// Base of the line resolvers: the one place where overlapping lines are settled.
 class SrcLineResolver : public SymMgrObject<ISrcLineResolver> {
 public:
-    /// scope: where symbols are looked for if a question names no scope. Not counted, may be null.
-    SrcLineResolver(Scope* scope, ILock* countLock) : SymMgrObject(countLock), m_scope(scope) {}
+    /// scope: where symbols are looked for if a question names no scope. Not counted, may be null. Threads
+    /// share a resolver, so its count has a lock of its own.
+    explicit SrcLineResolver(Scope* scope) : SymMgrObject(true), m_scope(scope) {}
 
     status_t sourceLocationByAddress(SymMgrObjectPtr<ISourceLocation>& out, unsigned long long address,
                                      unsigned long long unit, Scope* scope, ISourceLocationChooser* chooser) override;

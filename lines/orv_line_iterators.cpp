@@ -3,6 +3,7 @@
 #include "lines/orv_source.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace ORV_3_30 {
 
@@ -21,9 +22,15 @@ void SourceLineIterator::reset() {
         m_range = ranges.size();
         return;
     }
-    auto const first = std::lower_bound(ranges.begin(), ranges.end(), m_query.fileId,
-                                        [](SrcRange const& r, unsigned int id) { return r.fileId < id; });
-    enterRange(m_query.fileId == k_allFiles ? 0 : static_cast<std::size_t>(first - ranges.begin()));
+    if (m_query.fileId == k_allFiles) {
+        enterRange(0);
+        return;
+    }
+    auto const key = std::pair(m_query.fileId, m_query.unit != k_allUnits ? m_query.unit : 0);
+    auto const first = std::lower_bound(ranges.begin(), ranges.end(), key, [](SrcRange const& r, auto const& k) {
+        return std::pair(r.fileId, r.unit) < k;
+    });
+    enterRange(static_cast<std::size_t>(first - ranges.begin()));
 }
 
 /// Goes to the first row that fits, in this range or one behind it.
@@ -36,11 +43,12 @@ void SourceLineIterator::settle(std::size_t position) {
     std::vector<SrcRange> const& ranges = m_table.ranges();
     for (; m_range < ranges.size(); ++m_range, position = 0) {
         SrcRange const& range = ranges[m_range];
-        if (m_query.fileId != k_allFiles && range.fileId != m_query.fileId) {
+        bool const isOtherUnit = m_query.unit != k_allUnits && range.unit != m_query.unit;
+        if (m_query.fileId != k_allFiles && (range.fileId != m_query.fileId || isOtherUnit)) {
             m_range = ranges.size();
             return;
         }
-        if (m_query.unit != k_allUnits && range.unit != m_query.unit) {
+        if (isOtherUnit) {
             continue;
         }
         m_position = range.ends.nextAbove(position, m_query.start,

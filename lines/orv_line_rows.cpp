@@ -9,6 +9,7 @@ std::uint32_t LineRows::indexOfUnit(unsigned long long unit) {
     if (!m_units.empty() && m_units.back() == unit) {
         return static_cast<std::uint32_t>(m_units.size() - 1);
     }
+    m_units.reserve(m_units.size() + 1); // before the map knows of it
     auto const [entry, isNew] = m_unitIndex.emplace(unit, static_cast<std::uint32_t>(m_units.size()));
     if (isNew) {
         m_units.push_back(unit);
@@ -16,49 +17,49 @@ std::uint32_t LineRows::indexOfUnit(unsigned long long unit) {
     return entry->second;
 }
 
-void LineRows::startChunk() {
-    bool const grows = m_size < k_chunkSize;
-    std::uint32_t const used = grows ? m_size : 0;
-    std::uint32_t const room = grows ? std::max(k_firstChunk, 4 * m_size) : k_chunkSize;
-    if (m_chunks.empty() || !grows) {
+void LineRows::makeRoom() {
+    std::uint32_t const chunk = m_size >> k_chunkBits;
+    std::uint32_t const used = m_size & (k_chunkSize - 1);
+    // The first chunk grows up to the size of the others.
+    std::uint32_t const room = chunk == 0 ? std::min(std::max(k_firstChunk, 4 * used), k_chunkSize) : k_chunkSize;
+    if (m_chunks.size() == chunk) {
         m_chunks.emplace_back();
     }
     // Not zeroed: pages that no row comes for cost nothing.
-    void* const rows = std::realloc(m_chunks.back().get(), std::min(room, k_chunkSize) * sizeof(Packed));
+    void* const rows = std::realloc(m_chunks[chunk].get(), room * sizeof(Packed));
     if (rows == nullptr) {
         throw std::bad_alloc();
     }
-    static_cast<void>(m_chunks.back().release());
-    m_chunks.back().reset(static_cast<Packed*>(rows));
-    m_next = m_chunks.back().get() + used;
-    m_roomEnd = m_chunks.back().get() + std::min(room, k_chunkSize);
+    static_cast<void>(m_chunks[chunk].release());
+    m_chunks[chunk].reset(static_cast<Packed*>(rows));
+    m_room = chunk * k_chunkSize + room;
 }
 
+/// What can fail comes first: a row that finds no memory leaves everything as it was.
 bool LineRows::add(unsigned long long unit, SrcLocator const& row) {
-    if (m_size == ~std::uint32_t{0}) {
+    if (m_size == ~std::uint32_t{0} || row.end < row.start) {
         return false;
     }
     constexpr unsigned long long k_longestRun = 0xFFFFFFFF;
     bool follows = false;
-    if (m_size != 0) {
+    if (!m_runs.empty()) {
         Run const& last = m_runs.back();
-        follows = last.end == row.start && row.start >= last.base && row.end >= row.start &&
-                  row.start - last.base <= k_longestRun && m_units[last.unit] == unit;
+        follows = last.end == row.start && row.start - last.base <= k_longestRun && m_units[last.unit] == unit;
     }
-    if (m_next == m_roomEnd) {
-        startChunk();
+    bool const isWide = row.column >= k_wide || row.discriminator > 0xFFFF;
+    if (m_size == m_room) {
+        makeRoom();
+    }
+    if (isWide) {
+        m_wide[m_size] = {row.column, row.discriminator};
     }
     if (!follows) {
         m_runs.push_back({row.start, row.end, m_size, 0, indexOfUnit(unit)});
     }
     Run& run = m_runs.back();
-    Packed& packed = *m_next++;
-    packed = {static_cast<std::uint32_t>(row.start - run.base), row.line, row.fileId,
-              static_cast<std::uint16_t>(row.column), static_cast<std::uint16_t>(row.discriminator)};
-    if (row.column >= k_wide || row.discriminator > 0xFFFF) {
-        packed.column = k_wide;
-        m_wide[m_size] = {row.column, row.discriminator};
-    }
+    m_chunks[m_size >> k_chunkBits].get()[m_size & (k_chunkSize - 1)] = {
+        static_cast<std::uint32_t>(row.start - run.base), row.line, row.fileId,
+        isWide ? k_wide : static_cast<std::uint16_t>(row.column), static_cast<std::uint16_t>(row.discriminator)};
     run.end = row.end;
     ++run.count;
     ++m_size;

@@ -34,7 +34,8 @@ public:
         std::uint32_t unit; ///< Index into the units.
     };
 
-    /// False if there is no room for a further row: they are numbered with 32 bits.
+    /// False for a row that is not taken: one that ends below its start, or one too many, as rows are
+    /// numbered with 32 bits.
     bool add(unsigned long long unit, SrcLocator const& row);
 
     std::uint32_t size() const { return m_size; }
@@ -53,7 +54,7 @@ private:
     static constexpr std::uint16_t k_wide = 0xFFFF;
     static constexpr std::uint32_t k_chunkBits = 14;
     static constexpr std::uint32_t k_chunkSize = std::uint32_t{1} << k_chunkBits;
-    static constexpr std::uint32_t k_firstChunk = 64; ///< The first chunk grows up to the size of the others.
+    static constexpr std::uint32_t k_firstChunk = 64;
 
     struct Packed {
         std::uint32_t offset; ///< From the run's base.
@@ -68,15 +69,14 @@ private:
     };
 
     Packed const& packed(std::uint32_t row) const { return m_chunks[row >> k_chunkBits].get()[row & (k_chunkSize - 1)]; }
-    void startChunk();
+    void makeRoom();
     std::uint32_t indexOfUnit(unsigned long long unit);
 
     struct Free {
         void operator()(Packed* rows) const { std::free(rows); }
     };
     std::vector<std::unique_ptr<Packed, Free>> m_chunks;
-    Packed* m_next = nullptr;   ///< Room for the next row.
-    Packed* m_roomEnd = nullptr;
+    std::uint32_t m_room = 0; ///< Rows that the chunks have room for.
     std::uint32_t m_size = 0;
     std::unordered_map<std::uint32_t, Wide> m_wide;
     std::vector<Run> m_runs;

@@ -147,22 +147,11 @@ bool LineTable::precedes(std::uint32_t a, std::uint32_t b) const {
     LineRows::Run const& runB = m_rows.runOf(b);
     auto const keyA = std::tuple(m_rows.fileOf(a), m_rows.unitOf(runA), m_rows.startOf(runA, a));
     auto const keyB = std::tuple(m_rows.fileOf(b), m_rows.unitOf(runB), m_rows.startOf(runB, b));
-    return keyA != keyB ? keyA < keyB : positionInRange(a) < positionInRange(b);
-}
-
-std::size_t LineTable::positionInRange(std::uint32_t row) const {
-    LineRows::Run const& run = m_rows.runOf(row);
-    auto const key = std::pair(m_rows.fileOf(row), m_rows.unitOf(run));
-    std::vector<SrcRange> const& all = ranges();
-    auto const range = std::lower_bound(all.begin(), all.end(), key, [](SrcRange const& r, auto const& k) {
-        return std::pair(r.fileId, r.unit) < k;
-    });
-    auto const startOf = [this](std::uint32_t r) { return m_rows.startOf(m_rows.runOf(r), r); };
-    unsigned long long const start = startOf(row);
-    auto at = std::lower_bound(range->rows.begin(), range->rows.end(), start,
-                               [&](std::uint32_t r, unsigned long long s) { return startOf(r) < s; });
-    at = std::find(at, range->rows.end(), row);
-    return static_cast<std::size_t>(at - range->rows.begin());
+    if (keyA != keyB) {
+        return keyA < keyB;
+    }
+    ranges(); // they give the positions
+    return m_positions[a] < m_positions[b];
 }
 
 // --- Questions for a stretch
@@ -208,10 +197,15 @@ void LineTable::collectRanges() const {
             ranges.back().rows.push_back(piece.firstRow + i);
         }
     }
+    std::vector<std::uint32_t> positions(m_rows.size());
     for (SrcRange& range : ranges) {
         orderRange(range);
+        for (std::size_t i = 0; i < range.rows.size(); ++i) {
+            positions[range.rows[i]] = static_cast<std::uint32_t>(i);
+        }
     }
     m_ranges = std::move(ranges);
+    m_positions = std::move(positions);
 }
 
 void LineTable::orderRange(SrcRange& range) const {

@@ -94,7 +94,6 @@ private:
     void orderSameStart(std::vector<std::uint32_t>& rows) const;
     template <typename Visitor> void visitAt(LineQuery const& query, Visitor visit) const;
     bool precedes(std::uint32_t a, std::uint32_t b) const;
-    std::size_t positionInRange(std::uint32_t row) const;
 
     IFileFormatLoader* m_loader;
     ISrcLineResolver* m_resolver;
@@ -104,6 +103,7 @@ private:
     mutable std::atomic<bool> m_hasRanges{false};
     mutable AddressIndex m_byAddress;
     mutable std::vector<SrcRange> m_ranges;
+    mutable std::vector<std::uint32_t> m_positions; ///< Of each row in its range.
 };
 
 } // namespace ORV_3_30

@@ -108,4 +108,13 @@ RangeList::Range const* RangeList::floor(unsigned long long address) const {
     return above > 0 ? &m_many->ranges[above - 1] : nullptr;
 }
 
+std::size_t RangeList::firstFrom(unsigned long long address) const {
+    if (!m_many) {
+        return 0;
+    }
+    // The main range may stand inside the one before it.
+    std::size_t const above = indexAbove(m_many->ranges, address);
+    return above > 2 ? above - 2 : 0;
+}
+
 } // namespace ORV_3_30

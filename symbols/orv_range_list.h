@@ -40,6 +40,8 @@ public:
     Range const& operator[](std::size_t index) const { return m_many ? m_many->ranges[index] : m_one; }
     /// The last range that starts at or below an address; null if there is none.
     Range const* floor(unsigned long long address) const;
+    /// Index of the first range that can hold an address or stand behind it.
+    std::size_t firstFrom(unsigned long long address) const;
 
 private:
     struct Many {

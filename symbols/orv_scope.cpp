@@ -27,6 +27,31 @@ Scope::Extras& Scope::extras() {
     return *current;
 }
 
+void Scope::replaceRanges(RangeList ranges) {
+    Extras& own = extras();
+    own.replacedRanges.push_back(std::make_unique<RangeList>(std::move(ranges)));
+    m_replacedRanges.store(own.replacedRanges.back().get(), std::memory_order_release);
+}
+
+bool Scope::removeRange(unsigned long long start) {
+    RangeList fewer = ownRanges();
+    bool const isFound = fewer.remove(start);
+    if (isFound) {
+        replaceRanges(std::move(fewer));
+    }
+    return isFound;
+}
+
+bool Scope::holds(unsigned long long address) const {
+    RangeList const& own = ownRanges();
+    for (std::size_t i = own.firstFrom(address); i < own.size() && own[i].start <= address; ++i) {
+        if (address < own[i].end || (own[i].start == address && own[i].end == address)) {
+            return true;
+        }
+    }
+    return false;
+}
+
 ISymbolTable* Scope::symbolTable() { return &ownTable(); }
 
 SymbolTable& Scope::ownTable() {
@@ -74,7 +99,7 @@ Thunk* Scope::thunkAt(unsigned long long address) {
 }
 
 bool Scope::rangeAt(unsigned long long& start, unsigned long long& end, unsigned long long address) {
-    RangeList::Range const* const range = m_ranges.floor(address);
+    RangeList::Range const* const range = ownRanges().floor(address);
     if (range == nullptr || address >= range->end) {
         return false;
     }

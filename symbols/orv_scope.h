@@ -58,7 +58,7 @@ public:
     /// Made on first use: most scopes are leaves, and never get one.
     virtual ISymbolTable* symbolTable();
     virtual ThunkList const& thunks();
-    virtual RangeList const& ranges() { return m_ranges; }
+    virtual RangeList const& ranges() { return ownRanges(); }
     /// mergeDecision between this scope, as mergeSideOf gives it, and what may not have a scope yet.
     virtual unsigned int mergeRule(MergeSide const& mine, MergeSide const& other, MergeNext const& next);
     /// merge with what has no scope.
@@ -69,17 +69,18 @@ public:
     IFileFormatLoader* loader() const { return m_loader; }
     Scope* parentScope() const { return m_parent; }
 
+    /// Before the scope goes into a table.
     void addRange(unsigned long long start, unsigned long long end) { m_ranges.add(start, end); }
-    bool removeRange(unsigned long long start) { return m_ranges.remove(start); }
-    bool hasSeveralRanges() const { return m_ranges.size() > 1; }
-    /// True if one of the scope's ranges has no size and stands at an address.
-    bool hasLabelAt(unsigned long long address) const {
-        RangeList::Range const* const range = m_ranges.floor(address);
-        return range != nullptr && range->start == address && range->end == address;
-    }
+    bool removeRange(unsigned long long start);
+    bool hasSeveralRanges() const { return ownRanges().size() > 1; }
+    /// True if a range holds an address, or stands there without a size.
+    bool holds(unsigned long long address) const;
     /// All ones without a range.
-    unsigned long long firstStart() const { return m_ranges.empty() ? ~0ULL : m_ranges[0].start; }
-    unsigned long long lastEnd() const { return m_ranges.empty() ? ~0ULL : m_ranges[m_ranges.size() - 1].end; }
+    unsigned long long firstStart() const { return ownRanges().empty() ? ~0ULL : ownRanges()[0].start; }
+    unsigned long long lastEnd() const {
+        RangeList const& own = ownRanges();
+        return own.empty() ? ~0ULL : own[own.size() - 1].end;
+    }
 
     /// A thunk that starts inside one that is there is ignored.
     void addThunk(Thunk* thunk);
@@ -91,7 +92,8 @@ protected:
     std::atomic<unsigned int>& loadedKinds() { return m_loadedKinds; }
     /// The lock that all loads below a root share; null below a scope that has none.
     virtual ILock* loadLock() { return nullptr; }
-    void replaceRanges(RangeList ranges) { m_ranges = std::move(ranges); }
+    /// For a scope that readers may have: the ranges that they look at stay as they are.
+    void replaceRanges(RangeList ranges);
 
 private:
     /// What only few scopes have.
@@ -100,11 +102,18 @@ private:
         SymMgrObjectPtr<ISymbolTable> table;
         std::atomic<SymbolTable*> madeTable{nullptr}; ///< The same, for those who only ask.
         ThunkList thunks;
+        std::vector<std::unique_ptr<RangeList>> replacedRanges; ///< The present ones last.
     };
     Extras& extras();
     SymbolTable& ownTable();
 
-    RangeList m_ranges;
+    RangeList const& ownRanges() const {
+        RangeList const* const replaced = m_replacedRanges.load(std::memory_order_acquire);
+        return replaced != nullptr ? *replaced : m_ranges;
+    }
+
+    RangeList m_ranges; ///< As long as m_replacedRanges is null.
+    std::atomic<RangeList const*> m_replacedRanges{nullptr};
     Scope* m_parent;                        ///< Not counted.
     IFileFormatLoader* m_loader;            ///< Not counted.
     std::atomic<Extras*> m_extras{nullptr}; ///< Owned. Null until needed.

@@ -332,19 +332,21 @@ void SymbolTable::changeEnd(RangeRecord* rival, unsigned int flags, unsigned lon
 void SymbolTable::addDeferred(IScopeMaker& maker, Deferred const& symbol) {
     std::unique_lock<Guard> const guard(m_guard);
     m_holdsDeciders = true;
-    RangeRecord* const record =
-        m_pool.make(symbol.start, symbol.end, nullptr, nullptr, symbol.name, symbol.token, m_arrivals++,
-                    numberOf(maker), static_cast<std::uint8_t>(symbol.kind),
-                    static_cast<std::uint8_t>(symbol.visibility));
-    insertDeferred(*record);
-}
-
-void SymbolTable::insertDeferred(RangeRecord& symbol) {
+    MergeSide const side{symbol.name, symbol.start, symbol.end, false, symbol.visibility, symbol.kind};
     Position at = m_keys.lowerBound(symbol.start);
     if (m_keys.isEnd(at) || m_keys.address(at) != symbol.start) {
-        link(m_keys.insert(at, symbol.start), &symbol);
+        at = m_keys.insert(at, symbol.start);
+    } else if (takeIntoRival(at, side)) {
         return;
     }
+    // Only now: what a rival takes in, as all of a further load may be, needs no record.
+    link(at, m_pool.make(symbol.start, symbol.end, nullptr, nullptr, symbol.name, symbol.token, m_arrivals++,
+                         numberOf(maker), static_cast<std::uint8_t>(symbol.kind),
+                         static_cast<std::uint8_t>(symbol.visibility)));
+}
+
+/// Lets the first thing that starts at a key and is the same take a newcomer in; false if there is none.
+bool SymbolTable::takeIntoRival(Position at, MergeSide const& side) {
     RangeRecord* const first = m_keys.records(at);
     if (first != nullptr) {
         MergeNext next;
@@ -354,16 +356,15 @@ void SymbolTable::insertDeferred(RangeRecord& symbol) {
             RangeRecord const* const last = lastFrom(ahead);
             next.name = last != nullptr ? nameOf(*last) : nullptr;
         }
-        MergeSide const side = symbol.side();
         for (RangeRecord* rival = first; rival != nullptr; rival = rival->next) {
             unsigned int const flags = decide(*rival, side, next);
             if (flags != merge_Different) {
                 absorbSide(rival, flags, side);
-                return;
+                return true;
             }
         }
     }
-    link(at, &symbol);
+    return false;
 }
 
 unsigned int SymbolTable::decide(RangeRecord const& rival, MergeSide const& newcomer, MergeNext const& next) const {

@@ -102,8 +102,7 @@ private:
     IScopeMaker& rawMakerOf(IFileFormatLoader* loader);
     std::uint8_t numberOf(IScopeMaker& maker);
     bool isRaw(RangeRecord const& record) const;
-    /// Puts a record in that is not linked yet, or lets a rival take it in.
-    void insertDeferred(RangeRecord& symbol);
+    bool takeIntoRival(Position at, MergeSide const& newcomer);
     unsigned int decide(RangeRecord const& rival, MergeSide const& newcomer, MergeNext const& next) const;
     template <typename Merge>
     void changeEnd(RangeRecord* rival, unsigned int flags, unsigned long long end, Merge merge);

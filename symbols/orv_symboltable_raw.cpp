@@ -193,7 +193,9 @@ void SymbolTable::insertRaw(RangeRecord& symbol, Names& names) {
     }
     for (RangeRecord* rival = m_keys.records(at); rival != nullptr; rival = rival->next) {
         if (!isRaw(*rival)) {
-            insertDeferred(symbol); // the rival decides
+            if (!takeIntoRival(at, symbol.side())) { // the rival decides
+                link(at, &symbol);
+            }
             return;
         }
         if (names.areSameSymbol(*rival, symbol)) {

@@ -34,7 +34,8 @@ public:
 };
 
 /// Reader of one debug information format for one module. A format fills the module's symbol table
-/// and owns a line resolver, or has none.
+/// and owns a line resolver, or has none. It must not outlive the file format loader that made it, nor a
+/// table that it has filled outlive either.
 class ORV_API IDebugInfoLoader : public ISymMgrObject {
 public:
     /// The file that the debug information comes from. Lives as long as the loader.

@@ -34,7 +34,7 @@ Place symbolAt(Module& module, IAddress& address) {
     constexpr auto k_allKinds = static_cast<symbol_kind_t>(
         symbol_kind_Function | symbol_kind_DataAlt | symbol_kind_Data | symbol_kind_Other | symbol_kind_FunctionAlt);
     SymMgrObjectPtr<ISymbolRange> range;
-    if (module.bank().symbolRangeByAddress(&address, range, k_allKinds, nullptr) != status_Ok) {
+    if (module.symbolRangeByAddress(address, range, k_allKinds) != status_Ok) {
         return {};
     }
     SymMgrObjectPtr<IAddress> start;

@@ -88,11 +88,15 @@ void printRow(ISourceFile& file, ISourceLine& line, bool json) {
 
 } // namespace
 
-DebugInfo::DebugInfo(Module& module) : m_module(module) {
+DebugInfo::DebugInfo(Module& module, CommonOptions const& common) : m_module(module) {
+    Failure const none(module.name() + ": has no debug information that orv reads: compile with -g -gdwarf-4");
+    if (common.noDebugInfo) {
+        throw none;
+    }
     IFileFormatLoader& loader = module.loader();
     SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>> candidates;
     if (failed(loader.symbolFiles(candidates))) {
-        return;
+        throw none;
     }
     long long index = 0;
     for (auto candidate = candidates->current(); candidate; candidate = candidates->current(), ++index) {
@@ -105,7 +109,7 @@ DebugInfo::DebugInfo(Module& module) : m_module(module) {
     SymMgrObjectPtr<IDebugInfoLoader> found;
     loader.debugInfoLoader(found, index, 0);
     if (!found || found->symFileFormat() != symbolFormatDwarf) {
-        return;
+        throw none;
     }
     m_resolver = found->srcLineResolver(nullptr, nullptr);
     // With no kind of symbols the units alone are read.
@@ -154,7 +158,10 @@ std::vector<ISourceFile*> DebugInfo::files() {
     Progress const progress("reading the lines of " + m_module.name());
     // Any question for lines has them read.
     SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> lines;
-    m_resolver->sourceLines(lines, k_allUnits, 0, 0, 0, nullptr);
+    status_t const status = m_resolver->sourceLines(lines, k_allUnits, 0, 0, 0, nullptr);
+    if (failed(status) && status != status_NoDebugInfo) {
+        throw Failure(m_module.name() + ": " + describeDebugInfo(status));
+    }
     std::vector<ISourceFile*> found;
     for (unsigned int id = 0; id < m_resolver->sourceFileCount(); ++id) {
         found.push_back(m_resolver->sourceFileById(id));
@@ -182,11 +189,9 @@ std::string declarationOf(ISymbol& symbol) {
 
 int units(std::string const& moduleName, CommonOptions const& common) {
     Module& module = Module::load(moduleName, common);
-    DebugInfo debug(module);
-    if (debug.isThere()) {
-        for (ICompUnitDetails* const unit : debug.units()) {
-            printUnit(*unit, common.json);
-        }
+    DebugInfo debug(module, common);
+    for (ICompUnitDetails* const unit : debug.units()) {
+        printUnit(*unit, common.json);
     }
     finishOutput();
     return 0;
@@ -194,19 +199,17 @@ int units(std::string const& moduleName, CommonOptions const& common) {
 
 int files(std::string const& moduleName, CommonOptions const& common) {
     Module& module = Module::load(moduleName, common);
-    DebugInfo debug(module);
-    if (debug.isThere()) {
-        for (ISourceFile* const file : debug.files()) {
-            if (common.json) {
-                Json object;
-                object["id"] = file->id();
-                object["path"] = file->path();
-                object["modification_time"] = file->modificationTime();
-                object["length"] = file->length();
-                printJson(object);
-            } else {
-                std::printf("%6u  %s\n", file->id(), file->path());
-            }
+    DebugInfo debug(module, common);
+    for (ISourceFile* const file : debug.files()) {
+        if (common.json) {
+            Json object;
+            object["id"] = file->id();
+            object["path"] = file->path();
+            object["modification_time"] = file->modificationTime();
+            object["length"] = file->length();
+            printJson(object);
+        } else {
+            std::printf("%6u  %s\n", file->id(), file->path());
         }
     }
     finishOutput();
@@ -222,17 +225,15 @@ int lines(LinesOptions const& options, CommonOptions const& common) {
         parseAddress(options.unit, unit);
     }
     Module& module = Module::load(options.module, common);
-    DebugInfo debug(module);
-    if (debug.isThere()) {
-        for (ISourceFile* const file : debug.files()) {
-            SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> rows;
-            if (!matchesName(file->path(), options.file) || file->sourceLines(rows, unit, from.get(), to.get())) {
-                continue;
-            }
-            for (auto row = rows->current(); row; row = rows->current()) {
-                printRow(*file, *row, common.json);
-                rows->next();
-            }
+    DebugInfo debug(module, common);
+    for (ISourceFile* const file : debug.files()) {
+        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> rows;
+        if (!matchesName(file->path(), options.file) || file->sourceLines(rows, unit, from.get(), to.get())) {
+            continue;
+        }
+        for (auto row = rows->current(); row; row = rows->current()) {
+            printRow(*file, *row, common.json);
+            rows->next();
         }
     }
     finishOutput();

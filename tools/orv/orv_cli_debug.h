@@ -11,11 +11,10 @@ namespace orv_cli {
 /// them all.
 class DebugInfo {
 public:
-    /// The debug information that the default choice finds. Throws Failure if it can't be read.
-    explicit DebugInfo(Module& module);
+    /// The debug information that the default choice finds. Throws Failure if there is none, or if it
+    /// can't be read.
+    DebugInfo(Module& module, CommonOptions const& common);
 
-    /// False for a module without debug information. Then nothing else may be asked.
-    bool isThere() const { return static_cast<bool>(m_loader); }
     /// All compilation units, by id.
     std::vector<ICompUnitDetails*> units();
     /// All source files, by id. Runs the line programs.

@@ -24,14 +24,12 @@ char const* describe(symbol_file_validity_t validity) {
 /// Compiler and language, and how many units they made.
 using Producers = std::map<std::pair<std::string, std::string>, std::size_t>;
 
-Producers producersOf(Module& module) {
+Producers producersOf(Module& module, CommonOptions const& common) {
     Producers found;
     try {
-        DebugInfo debug(module);
-        if (debug.isThere()) {
-            for (ICompUnitDetails* const unit : debug.units()) {
-                ++found[{unit->compilerName(), nameOfLanguage(unit->language())}];
-            }
+        DebugInfo debug(module, common);
+        for (ICompUnitDetails* const unit : debug.units()) {
+            ++found[{unit->compilerName(), nameOfLanguage(unit->language())}];
         }
     } catch (Failure const& failure) {
         std::fprintf(stderr, "orv: %s\n", failure.what());
@@ -47,7 +45,7 @@ int info(std::string const& moduleName, CommonOptions const& common) {
     Module& module = Module::load(moduleName, common);
     IModuleSymbolBank& bank = module.bank();
     SymMgrObjectPtr<IAddress> const entry = bank.entryPoint();
-    Producers const producers = common.noDebugInfo ? Producers() : producersOf(module);
+    Producers const producers = bank.symFileFormat() == symbolFormatDwarf ? producersOf(module, common) : Producers();
     if (common.json) {
         Json object;
         object["file"] = bank.execFileName();

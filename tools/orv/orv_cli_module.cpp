@@ -1,6 +1,7 @@
 #include "orv_cli_module.h"
 
 #include <cstdio>
+#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -27,10 +28,10 @@ char const* describe(status_t status) {
 std::string describeDebugInfo(status_t status) {
     switch (status) {
     case status_UnsupportedFileVersion:
-        return "the debug information is of a DWARF version above 4, and orv reads 2 to 4: -gdwarf-4 gives what it can "
-               "read";
-    case status_OutOfMemory: return "the debug information needs more memory than there is";
-    default: return "the debug information is damaged";
+        return "the debug information is of a DWARF version above 4: ELF symbols answer in its place; -gdwarf-4 gives "
+               "what orv can read";
+    case status_OutOfMemory: return "the debug information needs more memory than there is: ELF symbols answer in its place";
+    default: return "the debug information is damaged: ELF symbols answer in its place";
     }
 }
 
@@ -89,12 +90,13 @@ status_t Module::symbolRangeByAddress(IAddress& address, SymMgrObjectPtr<ISymbol
 }
 
 void Module::noteBadDebugInfo(status_t status) {
-    if (m_isNoted || status == status_NoDebugInfo) {
+    static bool isNoted = false; // once, also where a module is read again
+    if (isNoted || status == status_NoDebugInfo) {
         return;
     }
-    m_isNoted = true;
+    isNoted = true;
     std::fflush(stdout);
-    std::fprintf(stderr, "orv: %s: %s; ELF symbols answer in its place\n", m_name.c_str(),
+    std::fprintf(stderr, "%sorv: %s: %s\n", ::isatty(STDERR_FILENO) != 0 ? "\r\033[K" : "", m_name.c_str(),
                  describeDebugInfo(status).c_str());
 }
 

@@ -61,6 +61,7 @@ public:
     bool is32Bit();
 
 private:
+    /// Says once that the debug information can't be read.
     void noteBadDebugInfo(status_t status);
     Module(std::string name, CommonOptions const& options, Sharing sharing);
 
@@ -68,7 +69,6 @@ private:
     CommonOptions m_options;
     SymMgrObjectPtr<ISymbolManager> m_manager;
     SymMgrObjectPtr<IModuleSymbolBank> m_bank;
-    bool m_isNoted = false; ///< That the debug information can't be read.
     SymMgrObjectPtr<IFileFormatLoader> m_loader; ///< Made on first use.
 };
 

@@ -81,6 +81,7 @@ struct Query {
     bool isAddress = false;
     char const* function = nullptr; ///< Null where it is not known.
     unsigned long long offset = 0;  ///< In the function; told in JSON only.
+    bool isLabel = false;           ///< The function has no size.
     char const* file = nullptr;     ///< Null where it is not known.
     unsigned int line = 0;
     unsigned int column = 0;
@@ -195,10 +196,11 @@ private:
     }
 
     /// What was announced restricts the bank to the symbols at those addresses. Where there is none, there
-    /// may still be a line: such questions go to a bank without the restriction.
+    /// may still be a line, and a label reaches as far as the next thing that is known: such questions go
+    /// to a bank without the restriction.
     void findAgain() {
         auto const isOpen = [](Query const& query) {
-            return query.isAddress && (query.function == nullptr || query.file == nullptr);
+            return query.isAddress && (query.function == nullptr || query.file == nullptr || query.isLabel);
         };
         if (!m_isAnnounced || std::none_of(m_queries.begin(), m_queries.end(), isOpen)) {
             return;
@@ -206,6 +208,8 @@ private:
         m_module = &Module::load(m_options.module, m_common, Module::Sharing::Anew);
         for (Query& query : m_queries) {
             if (isOpen(query)) {
+                query.function = nullptr;
+                query.file = nullptr;
                 find(query);
             }
         }
@@ -217,6 +221,7 @@ private:
             return;
         }
         ISymbol* const symbol = range->symbol();
+        query.isLabel = range->size() == 0;
         query.function = m_options.demangle ? symbol->demangledName(0) : symbol->name();
         if (m_json) {
             range->startAddress(where);
@@ -250,10 +255,10 @@ private:
         }
         fputs_unlocked(file, stdout);
         if (query.line == 0) {
-            fputs_unlocked(":?", stdout);
-        } else {
-            printNumber(':', query.line);
+            fputs_unlocked(":?\n", stdout);
+            return;
         }
+        printNumber(':', query.line);
         if (query.discriminator != 0) {
             std::printf(" (discriminator %llu)", query.discriminator);
         }
@@ -277,8 +282,8 @@ private:
             std::printf(m_is32Bit ? "0x%08llx%s" : "0x%016llx%s", query.value, m_options.pretty ? ": " : "\n");
         }
         if (m_options.functions) {
-            bool const isKnown = query.function != nullptr;
-            fputs_unlocked(isKnown ? query.function : "??", stdout);
+            bool const isKnown = query.function != nullptr || query.file != nullptr;
+            fputs_unlocked(query.function != nullptr ? query.function : "??", stdout);
             fputs_unlocked(!m_options.pretty ? "\n" : isKnown ? " at " : " ", stdout);
         }
         printLine(query);

@@ -1,0 +1,65 @@
+/// DWARF as a whole: an ELF program round debug sections that are the input's, through every query.
+///
+/// The input is a row of sections: a byte for which, two for the length, the bytes.
+
+#include "dwarf/orv_dwarf_constants.h"
+#include "orv_fuzz_input.h"
+#include "support/orv_elf_builder.h"
+
+#include <algorithm>
+#include <iterator>
+
+using namespace orv_fuzz;
+using orv_test::ElfBuilder;
+using orv_test::ElfClass;
+
+namespace {
+
+constexpr char const* k_sections[] = {".debug_info",   ".debug_abbrev", ".debug_str",
+                                      ".debug_line",   ".debug_ranges", ".debug_loc"};
+
+std::string moduleOf(std::uint8_t const* data, std::size_t size) {
+    bool const is32 = size > 0 && (data[0] & 0x80) != 0;
+    ElfBuilder elf(is32 ? ElfClass::Elf32 : ElfClass::Elf64);
+    elf.load(PF_R | PF_X, 0x1000, 0x10000);
+    elf.section(".text", SHT_PROGBITS, SHF_ALLOC | SHF_EXECINSTR, 0x1000, std::string(0x400, '\x90'));
+    elf.symbol("f", STB_GLOBAL, STT_FUNC, 0x1000, 0x20);
+    elf.symbol("_ZN1AC1Ev", STB_GLOBAL, STT_FUNC, 0x1040, 0x20);
+    for (std::size_t at = 0; at + 3 <= size;) {
+        std::size_t const length = std::min<std::size_t>(data[at + 1] | data[at + 2] << 8, size - at - 3);
+        elf.section(k_sections[(data[at] & 0x7F) % std::size(k_sections)], SHT_PROGBITS, 0, 0,
+                    std::string(reinterpret_cast<char const*>(data + at + 3), length));
+        at += 3 + length;
+    }
+    return elf.bytes();
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
+    static InputFile const file;
+    std::string const module = moduleOf(data, size);
+    if (!file.write(module.data(), module.size())) {
+        return 0;
+    }
+    SymMgrObjectPtr<ISymbolManager> manager;
+    ISymbolManager::create(manager);
+    SymMgrObjectPtr<IModuleSymbolBank> bank;
+    if (manager->loadSymbolsFromModule(file.path(), nullptr, bank, arch_Unknown, true, "") != status_Ok) {
+        std::abort(); // broken debug information never fails a load
+    }
+    bool const isAnnounced = size > 3 && (data[size - 1] & 1) != 0;
+    if (isAnnounced) {
+        bank->prefetcher()->putRVA(0x10);
+    }
+    askAt(*bank, 0x1000);
+    Ranges it;
+    bank->originalSymbolRanges(it, k_allKinds, nullptr, nullptr);
+    walk(it);
+    bank->nonOverlappedSymbolRanges(it, k_allKinds, nullptr, nullptr, nullptr);
+    walk(it);
+    for (unsigned long long address = 0x1000; address < 0x1400; address += 0x33) {
+        askAt(*bank, address);
+    }
+    return 0;
+}
