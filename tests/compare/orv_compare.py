@@ -102,6 +102,7 @@ class Comparison:
         self.owners = []
         for address, size, name in found:
             self.owners += [(address, size, name)] * (INSIDE + 1)
+        self.function_names = {name for _, _, name in found}
         self.ours = ours(module, addresses)
         self.llvm = llvm_symbolizer(module, addresses)
         self.addr2line = addr2line(module, addresses)
@@ -120,6 +121,12 @@ class Comparison:
             elif function.split(".")[0] == theirs.split(".")[0]:
                 agreed["function"] += 1
                 agreed["clones"] += 1
+            elif function == theirs.rstrip("_") or theirs == "MAIN__":
+                agreed["function"] += 1
+                agreed["underscores"] += 1
+            elif theirs not in self.function_names and function == self.owners[i][2]:
+                agreed["function"] += 1
+                agreed["data"] += 1
             else:
                 self.differences["function"].append((address, function, theirs))
             for what, other in (("line, llvm-symbolizer", their_line), ("line, addr2line", self.addr2line[i])):
@@ -160,6 +167,10 @@ def compare(module, show, require):
         failed |= what in ("function", "line, one of them") and share < require
     if agreed["clones"]:
         print(f"  {agreed['clones']} addresses in clones and cold parts, which we name by the function in the source")
+    if agreed["data"]:
+        print(f"  {agreed['data']} addresses that llvm-symbolizer names by data of another section (relocatable object)")
+    if agreed["underscores"]:
+        print(f"  {agreed['underscores']} addresses in Fortran procedures, which we name as the source does: no underscore, no MAIN__")
     for what, differences in comparison.differences.items():
         for address, mine, theirs in differences[:show]:
             print(f"  {what}: 0x{address:x}: ours {mine}, theirs {theirs}")

@@ -1,0 +1,81 @@
+"""Our lines and functions against llvm-symbolizer and addr2line, on programs built here."""
+
+import concurrent.futures
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+
+HERE = pathlib.Path(__file__).resolve().parent
+FIXTURES = HERE.parent / "fixtures"
+sys.path[:0] = [str(HERE), str(HERE.parent.parent / "bench")]
+import orv_compare
+import orv_programs
+
+REQUIRED = 99.5
+C_SOURCES = [FIXTURES / "shapes.c", FIXTURES / "shapes_main.c"]
+
+
+def run(*command):
+    subprocess.run(command, check=True)
+
+
+def programs(folder):
+    """(name, command) of everything that is built."""
+    template = folder / "template.cpp"
+    template.write_text(orv_programs.UNIT.replace("@N@", "0") +
+                        "\nint main(int, char** argv) { return unit_0_run(argv[0]); }\n")
+    for version in (2, 3, 4):
+        for level in ("-O0", "-O2"):
+            flags = [f"-gdwarf-{version}", level]
+            yield f"c-gcc{version}{level}", ["gcc", *flags, *C_SOURCES]
+            yield f"c-clang{version}{level}", ["clang", *flags, *C_SOURCES]
+            yield f"f-gfortran{version}{level}", ["gfortran", *flags, FIXTURES / "solver.f90"]
+    for compiler, version, level in (("g++", 4, "-O0"), ("g++", 2, "-O2"), ("g++", 3, "-O2"), ("g++", 4, "-O2"),
+                                     ("clang++", 4, "-O2"), ("clang++", 3, "-O0")):
+        yield f"cpp-{compiler}{version}{level}", [compiler, f"-gdwarf-{version}", level, template]
+    plain = ["gcc", "-gdwarf-4", "-O2"]
+    yield "c-zdebug", [*plain, "-gz=zlib-gnu", *C_SOURCES]
+    yield "c-compressed", [*plain, "-gz=zlib", *C_SOURCES]
+    yield "c-gc-sections", [*plain, "-ffunction-sections", "-Wl,--gc-sections", *C_SOURCES]
+    yield "cpp-gc-sections", ["g++", "-gdwarf-4", "-O1", "-ffunction-sections", "-Wl,--gc-sections", template]
+    yield "c-static", [*plain, "-static", *C_SOURCES]
+    yield "c-shared", [*plain, "-shared", "-fPIC", *C_SOURCES]
+    yield "c-32.o", ["gcc", "-m32", "-gdwarf-4", "-O0", "-c", C_SOURCES[0]]
+    yield "c-64.o", ["gcc", "-gdwarf-3", "-O1", "-c", C_SOURCES[0]]
+    yield "c-lto", [*plain, "-flto", *C_SOURCES]
+
+
+def many_units(folder, count=300):
+    sources = folder / "many"
+    sources.mkdir()
+    for n in range(count):
+        (sources / f"u{n}.c").write_text(f'#include "shapes.h"\nint f{n}(int x) {{ return scaled(x + {n}) * {n}; }}\n'
+                                         f"static int g{n}(int x)\n{{\n    return x / 3;\n}}\n"
+                                         f"int h{n}(int x)\n{{\n    if (x)\n        return g{n}(x);\n    return f{n}(x);\n}}\n")
+    main = "".join(f"int h{n}(int);\n" for n in range(count)) + "int main(int c, char** v) { int s = 0; (void)v;\n"
+    (sources / "main.c").write_text(main + "".join(f"s += h{n}(c);\n" for n in range(count)) + "return s; }\n")
+    return ["gcc", "-gdwarf-4", "-O1", f"-I{FIXTURES}", *sorted(sources.glob("*.c"))]
+
+
+def main():
+    failed = False
+    with tempfile.TemporaryDirectory() as folder:
+        folder = pathlib.Path(folder)
+        work = list(programs(folder)) + [("c-many-units", many_units(folder))]
+
+        def build(job):
+            name, command = job
+            run(*command, "-o", folder / name)
+            return folder / name
+
+        with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+            modules = list(pool.map(build, work))
+        for module in modules:
+            failed |= orv_compare.compare(module, show=3, require=REQUIRED)
+    sys.exit(1 if failed else 0)
+
+
+if __name__ == "__main__":
+    main()
