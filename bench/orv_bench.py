@@ -14,6 +14,8 @@ import sys
 import tempfile
 import time
 
+import orv_programs
+
 ORV = sys.argv[1]
 RUNS = 7
 QUESTIONS = 100_000
@@ -100,7 +102,56 @@ def heap_per_symbol(module):
     print(subprocess.run([program, module], check=True, capture_output=True, text=True).stdout.rstrip())
 
 
+def addresses_in_functions(module, count):
+    """Random addresses inside the functions of a module."""
+    found = []
+    for line in subprocess.run(["readelf", "-sW", module], capture_output=True, text=True).stdout.splitlines():
+        words = line.split()
+        if len(words) >= 8 and words[3] == "FUNC" and words[6] != "UND" and int(words[2], 0):
+            found.append((int(words[1], 16), int(words[2], 0)))
+    chance = random.Random(3)
+    return [start + chance.randrange(size) for start, size in (chance.choice(found) for _ in range(count))]
+
+
+def debug_program(module):
+    """Function and line, where there is debug information."""
+    print(f"\n=== {module} ({os.path.getsize(module) / 1e6:.0f} MB)")
+    many = addresses_in_functions(module, QUESTIONS)
+    one = [f"{many[0]:#x}"]
+    text = "".join(f"{a:#x}\n" for a in many)
+    peers = [("orv symbolize -f", [ORV, "symbolize", "-f", "-e", module]),
+             ("llvm-symbolizer, no inlines", ["llvm-symbolizer", "--no-demangle", "--no-inlines", "-e", module]),
+             ("llvm-symbolizer", ["llvm-symbolizer", "--no-demangle", "-e", module]),
+             ("addr2line -f", ["addr2line", "-f", "-e", module])]
+    table("function and line of one address, whole process",
+          [(name, measure([*command, *one], "", 15)) for name, command in peers])
+    table(f"function and line of {QUESTIONS:,} random addresses",
+          [(name, measure(command, text, RUNS)) for name, command in peers[:3]])
+    table("everything, whole process", [(f"orv {what}", measure([ORV, what, module], "", 3)) for what in ("symbols", "lines")])
+    lines = subprocess.run([ORV, "lines", module], capture_output=True, text=True, check=True).stdout.count("\n")
+    print(f"  {lines} rows")
+    heap_per_symbol(module)
+
+
+def growth(folder, compiler):
+    """The same program linked 1, 2 and 4 times over."""
+    print(f"\n=== growth, {compiler}: the same units 1, 2 and 4 times over")
+    first = None
+    for copies in (1, 2, 4):
+        module = str(orv_programs.build(folder, compiler, 6, copies))
+        text = "".join(f"{a:#x}\n" for a in addresses_in_functions(module, QUESTIONS))
+        seconds, memory = measure([ORV, "symbolize", "-f", "-e", module], text, 5)
+        load, _ = measure([ORV, "symbolize", "-f", "-e", module], text.splitlines()[0] + "\n", 9)
+        first = first or (load, seconds, memory)
+        print(f"  {copies} times: load {load * 1000:7.1f}ms ({load / first[0]:.2f}), {QUESTIONS:,} addresses "
+              f"{seconds * 1000:7.1f}ms ({seconds / first[1]:.2f}), memory {memory / 1024:6.1f}MiB ({memory / first[2]:.2f})")
+
+
 with tempfile.TemporaryDirectory() as name:
+    programs = pathlib.Path(ORV).resolve().parents[2] / "programs"
+    for compiler in ("g++", "clang++"):
+        debug_program(str(orv_programs.build(programs, compiler, 12, 1)))
+    growth(programs, "g++")
     modules = [large_library(), many_symbols(pathlib.Path(name))]
     for module in modules:
         compare(module)

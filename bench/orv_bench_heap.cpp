@@ -52,5 +52,11 @@ int main(int argc, char** argv) {
         "  %s: %zu symbols, %.1f bytes each once loaded (%.1f of them its name), %.1f once all were asked for\n",
         argv[1], symbols, static_cast<double>(loaded) / count, static_cast<double>(names) / count,
         static_cast<double>(asked) / count);
+    SymMgrObjectPtr<ISourceLocation> location;
+    bank->sourceLocationByAddress(bank->entryPoint().get(), location, ~0ULL, nullptr);
+    std::size_t const withLines = heapInUse() - before;
+    if (withLines > asked) {
+        std::printf("  %s: %zu bytes of heap for all lines\n", argv[1], withLines - asked);
+    }
     return 0;
 }

@@ -46,6 +46,66 @@ def build(folder):
                                        text=True).stdout.splitlines() if len(line.split()) == 3}
 
 
+def check_debug(folder):
+    """What a program with debug information gives: addr2line's words, units, files, lines, functions."""
+    source = str(folder / "p.c")
+    program, refused, compressed = str(folder / "d4"), str(folder / "d5"), str(folder / "d4z")
+    subprocess.run([CC, "-O1", "-gdwarf-4", "-o", program, source], check=True, cwd=folder)
+    subprocess.run([CC, "-O1", "-gdwarf-5", "-o", refused, source], check=True, cwd=folder)
+    subprocess.run(["objcopy", "--compress-debug-sections=zlib-gabi", program, compressed], check=True)
+    symbols = {line.split()[2]: line.split()[0] for line in
+               subprocess.run(["nm", program], capture_output=True, text=True).stdout.splitlines() if len(line.split()) == 3}
+    words = [symbols["main"], symbols["twice"], symbols["helper"], symbols["_start"], "0", "zz9"]
+    for flags in ["-f", "-s", "-fa", "-fp", "-faps"]:
+        theirs = subprocess.run(["addr2line", flags, "-e", program, *words[:-1]], capture_output=True, text=True).stdout
+        for module in (program, compressed):
+            by_arguments = run("symbolize", flags, "-e", module, *words[:-1]).stdout
+            expect(f"symbolize {flags} with lines", by_arguments, theirs)
+            expect(f"symbolize {flags} with lines by input",
+                   run("symbolize", flags, "-e", module, text_in="\n".join(words[:-1])).stdout, theirs)
+    answer = json.loads(run("symbolize", "--json", "-e", program, symbols["twice"]).stdout)
+    expect("json with a line", (answer["file"], answer["line"]), (source, 5))
+
+    unit = json.loads(run("units", "--json", program).stdout)
+    expect("units", (unit["id"], unit["main_file"], unit["directory"], unit["language"]),
+           ("0x0", source, str(folder), "C and others"))
+    expect("units for people", run("units", program).stdout.splitlines()[0], f"0000000000000000  {source}")
+    expect("files", [json.loads(line)["path"] for line in run("files", "--json", program).stdout.splitlines()][0], source)
+    rows = [json.loads(line) for line in run("lines", "--json", "--file", "p.c", program).stdout.splitlines()]
+    expect("lines", all(row["file"] == source and row["unit"] == "0x0" for row in rows) and len(rows) > 5, True)
+    low = hex(int(symbols["twice"], 16))
+    few = [json.loads(line) for line in
+           run("lines", "--json", "--range", f"{low}:{int(low, 16) + 1:x}", "--unit", "0", program).stdout.splitlines()]
+    expect("lines of a range", {(row["start"], row["line"]) for row in few if row["start"] != row["end"]}, {(low, 5)})
+    expect("lines of another file", run("lines", "--file", "q.c", program).stdout, "")
+
+    shown = json.loads(run("function", "--json", program, "twice").stdout)
+    expect("function", (shown["declared"], shown["unit"], shown["ranges"][0]["start"], shown["lines"][0]["line"]),
+           (f"{source}:5", "0x0", low, 5))
+    expect("function by address", json.loads(run("function", "--json", program, low).stdout)["name"], "twice")
+    expect("function for people", run("function", program, "main").stdout.splitlines()[0], "main")
+    missing = run("function", program, "nobody")
+    expect("no function", (missing.returncode, missing.stderr.count("\n")), (1, 1))
+    listed = {row["name"]: row for row in map(json.loads, run("symbols", "--json", program).stdout.splitlines())}
+    expect("symbols with units", (listed["helper"]["unit"], listed["helper"]["declared"], listed["helper"]["visibility"]),
+           ("0x0", f"{source}:4", "local"))
+    expect("symbols without units", listed["_start"]["unit"], None)
+    info = json.loads(run("info", "--json", program).stdout)
+    expect("info", (info["producers"][0]["units"], info["symbol_file_format"]), (1, "DWARF"))
+
+    for command in (["symbolize", "-f", "-e", refused, symbols["main"]], ["address", refused, symbols["main"]],
+                    ["symbols", refused], ["function", refused, "main"], ["info", refused]):
+        answer = run(*command)
+        expect(f"{command[0]} with DWARF 5", (answer.returncode, answer.stderr.count("\n"),
+                                              "version above 4" in answer.stderr and "-gdwarf-4" in answer.stderr), (0, 1, True))
+        expect(f"{command[0]} still answers", "main" in answer.stdout or command[0] == "info", True)
+    for command in ("units", "files", "lines"):
+        answer = run(command, refused)
+        expect(f"{command} with DWARF 5", (answer.returncode, answer.stderr.count("\n"), answer.stdout), (1, 1, ""))
+        answer = run(command, str(folder / "p"))
+        expect(f"{command} without debug information", (answer.returncode, answer.stderr.count("\n")), (1, 1))
+
+
 def check_symbolize(folder, symbols):
     """addr2line's own words, but for the file that it guesses from the symbol table."""
     program = str(folder / "p")
@@ -170,6 +230,7 @@ with tempfile.TemporaryDirectory() as name:
     folder = pathlib.Path(name)
     symbols = build(folder)
     check_symbolize(folder, symbols)
+    check_debug(folder)
     check_commands(folder, symbols)
     check_manners(folder)
 for failure in failures:
