@@ -148,11 +148,10 @@ status_t DWARFDebugInfoLoader::scanUnit(DwarfWalker& walker) {
         return status_UnsupportedFileVersion;
     }
     std::uint64_t abbrevOffset = 0;
-    bool const hasOffset =
-        forms.is64 ? ORV_ASSERT(rootWalker.getUnsigned8(abbrevOffset) == status_Ok,
-                                "rootWalker.getUnsigned8(abbrevOffset) == status_Ok")
-                   : ORV_ASSERT(rootWalker.getUnsigned4(abbrevOffset) == status_Ok,
-                                "rootWalker.getUnsigned4(abbrevOffset) == status_Ok");
+    bool const hasOffset = forms.is64 ? ORV_ASSERT(rootWalker.getUnsigned8(abbrevOffset) == status_Ok,
+                                                   "rootWalker.getUnsigned8(abbrevOffset) == status_Ok")
+                                      : ORV_ASSERT(rootWalker.getUnsigned4(abbrevOffset) == status_Ok,
+                                                   "rootWalker.getUnsigned4(abbrevOffset) == status_Ok");
     if (!hasOffset || !ORV_ASSERT(rootWalker.getUnsigned1(forms.addrSize) == status_Ok,
                                   "rootWalker.getUnsigned1(addrSize) == status_Ok")) {
         return status_BadFileFormat;
@@ -165,10 +164,8 @@ status_t DWARFDebugInfoLoader::scanUnit(DwarfWalker& walker) {
     forms.loadBias = m_loadBias;
     forms.strings = m_debugStr.bytes;
     forms.stringsSize = m_debugStr.size;
-    AbbrevTable const& abbrevs =
-        m_abbrevTables.at(abbrevOffset, walkerOf(m_debugAbbrev, forms.addrSize), forms);
-    m_units.emplace_back(
-        new DWARFCompilationUnit(this, {begin, end - begin, rootWalker.offset()}, forms, abbrevs));
+    AbbrevTable const& abbrevs = m_abbrevTables.at(abbrevOffset, walkerOf(m_debugAbbrev, forms.addrSize), forms);
+    m_units.emplace_back(new DWARFCompilationUnit(this, {begin, end - begin, rootWalker.offset()}, forms, abbrevs));
     walker.seek(end);
     return status_Ok;
 }
@@ -229,8 +226,7 @@ Scope* DWARFDebugInfoLoader::makeScope(RangeRecord const& record, Scope* parent)
     return makeDwarfScope(*unit, record.token, record.side(), parent);
 }
 
-unsigned int DWARFDebugInfoLoader::mergeDecision(MergeSide const& mine, MergeSide const& other,
-                                                 MergeNext const& next) {
+unsigned int DWARFDebugInfoLoader::mergeDecision(MergeSide const& mine, MergeSide const& other, MergeNext const& next) {
     return dwarfMergeRule(mine, other, next);
 }
 

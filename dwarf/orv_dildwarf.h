@@ -7,8 +7,8 @@
 
 #include "dwarf/orv_dwarf_line_resolver.h"
 #include "dwarf/orv_dwarf_unit.h"
-#include "format/orv_ffl.h"
 #include "format/orv_elf_relocations.h"
+#include "format/orv_ffl.h"
 #include "lines/orv_dil.h"
 #include "symbols/orv_scope_maker.h"
 
@@ -107,12 +107,12 @@ private:
     HeldSection m_debugStr;
     HeldSection m_debugLine;
     HeldSection m_debugRanges;
-    std::uint64_t m_lineBytes = 0;  ///< What may still be read.
-    std::uint64_t m_rangePairs = 0; ///< The same.
-    std::uint64_t m_textBytes = 0;  ///< The same.
+    std::uint64_t m_lineBytes = 0;   ///< What may still be read.
+    std::uint64_t m_rangePairs = 0;  ///< The same.
+    std::uint64_t m_textBytes = 0;   ///< The same.
     std::uint64_t m_searchBytes = 0; ///< The same.
     AbbrevTables m_abbrevTables;
-    Units m_units; ///< By offset.
+    Units m_units;                       ///< By offset.
     std::atomic<bool> m_hasUnits{false}; ///< They have been read in full.
     SymMgrObjectPtr<DWARFLineResolver> m_lineResolver;
     std::unordered_map<char const*, std::string> m_shortened; ///< By the name that they were made of.

@@ -87,8 +87,7 @@ void AbbrevTable::makeSteps(FormContext const& context, AbbrevEntry& entry) {
 }
 
 AbbrevTable const& AbbrevTables::at(std::uint64_t offset, DwarfWalker const& section, FormContext const& context) {
-    std::unique_ptr<AbbrevTable>& table =
-        m_tables[{offset, context.addrSize, context.is64, context.version < 3}];
+    std::unique_ptr<AbbrevTable>& table = m_tables[{offset, context.addrSize, context.is64, context.version < 3}];
     if (table == nullptr) {
         table = std::make_unique<AbbrevTable>();
         std::uint64_t const budget = std::max(k_leastBudget, section.size() * k_rereads);

@@ -105,9 +105,8 @@ private:
 ///
 /// Holds its unit without a count: units live as long as their loader. Guarded by the load locks: what
 /// is filled on demand is filled under them.
-class AttrBindings final
-    : public SymMgrObjectImpl,
-      public SortList<unsigned long long, AttrBinding, FakeRemover<AttrBinding>> {
+class AttrBindings final : public SymMgrObjectImpl,
+                           public SortList<unsigned long long, AttrBinding, FakeRemover<AttrBinding>> {
 public:
     AttrBindings(DWARFCompilationUnit* unit, ILock* countLock) : SymMgrObjectImpl(countLock), m_unit(unit) {}
 

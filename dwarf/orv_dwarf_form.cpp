@@ -86,8 +86,8 @@ bool readForm(DwarfWalker& walker, FormContext const& context, std::uint64_t for
             return true;
         }
         case DW_FORM_ref_addr:
-            return number(form, context.version < 3 ? addressOf(walker, context) : uncheckedOffset(walker, context.is64),
-                          out);
+            return number(
+                form, context.version < 3 ? addressOf(walker, context) : uncheckedOffset(walker, context.is64), out);
         case DW_FORM_ref1: return number(DW_FORM_ref_addr, fixed<1>(walker) + context.unitOffset, out);
         case DW_FORM_ref2: return number(DW_FORM_ref_addr, fixed<2>(walker) + context.unitOffset, out);
         case DW_FORM_ref4: return number(DW_FORM_ref_addr, fixed<4>(walker) + context.unitOffset, out);

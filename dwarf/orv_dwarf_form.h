@@ -9,8 +9,8 @@ namespace ORV_3_30 {
 
 /// What the size and meaning of forms depend on in one unit.
 struct FormContext {
-    std::uint64_t unitOffset = 0; ///< References inside a unit count from here.
-    std::uint64_t loadBias = 0;   ///< Added to every address.
+    std::uint64_t unitOffset = 0;           ///< References inside a unit count from here.
+    std::uint64_t loadBias = 0;             ///< Added to every address.
     unsigned char const* strings = nullptr; ///< .debug_str.
     std::uint64_t stringsSize = 0;
     unsigned int addrSize = 0;

@@ -116,8 +116,8 @@ public:
 
     void addDirectory(std::string_view directory) { m_directories.push_back({directory, k_unknown}); }
     void add(LineFileEntry const& entry) {
-        m_unit.sourceFileIds().push_back(m_resolver.addFileIn(directoryOf(entry), entry.name, entry.modificationTime,
-                                                              entry.length));
+        m_unit.sourceFileIds().push_back(
+            m_resolver.addFileIn(directoryOf(entry), entry.name, entry.modificationTime, entry.length));
     }
 
 private:

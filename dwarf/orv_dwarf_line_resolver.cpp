@@ -19,8 +19,8 @@ unsigned long long checksumOf(std::string_view path) {
 } // namespace
 
 DWARFLineResolver::DWARFLineResolver(Scope* scope, DWARFDebugInfoLoader* loader)
-    : SrcLineResolver(scope), m_loader(loader),
-      m_lineTable(new LineTable(loader->moduleLoader(), this, &m_tableLock)) {}
+    : SrcLineResolver(scope), m_loader(loader), m_lineTable(new LineTable(loader->moduleLoader(), this, &m_tableLock)) {
+}
 
 // --- Files
 
@@ -64,8 +64,7 @@ int DWARFLineResolver::addFile(char const* path, unsigned long long modification
 }
 
 std::uint32_t DWARFLineResolver::addDirectory(std::string const& directory) {
-    auto const [entry, isNew] =
-        m_directories.emplace(directory, static_cast<std::uint32_t>(m_directoryNames.size()));
+    auto const [entry, isNew] = m_directories.emplace(directory, static_cast<std::uint32_t>(m_directoryNames.size()));
     if (isNew) {
         m_directoryNames.push_back(&entry->first);
     }
@@ -96,9 +95,7 @@ int DWARFLineResolver::fileIdOfNumber(unsigned long long number, DWARFCompilatio
 
 // --- Units and lines
 
-ICompUnitDetails* DWARFLineResolver::compUnitDetailsById(unsigned long long id) {
-    return m_loader->unitById(id);
-}
+ICompUnitDetails* DWARFLineResolver::compUnitDetailsById(unsigned long long id) { return m_loader->unitById(id); }
 
 status_t DWARFLineResolver::ensureLines(Scope* scope) {
     if (m_isComplete.load(std::memory_order_acquire)) {
@@ -107,7 +104,7 @@ status_t DWARFLineResolver::ensureLines(Scope* scope) {
     LockGuard guard(&m_runLock);
     // A question from within the run sees the momentary failure.
     return m_loader->lineStatus() == status_NotInitialized ? runAll(scope != nullptr ? scope : this->scope())
-                                                               : m_loader->lineStatus();
+                                                           : m_loader->lineStatus();
 }
 
 status_t DWARFLineResolver::runAll(Scope* scope) {

@@ -74,10 +74,10 @@ private:
     status_t runAll(Scope* scope);
 
     DWARFDebugInfoLoader* m_loader; ///< Not counted: it owns the resolver.
-    OrvLock m_tableLock; ///< Of the table's count.
+    OrvLock m_tableLock;            ///< Of the table's count.
     OrvLock m_runLock;
     SymMgrObjectPtr<LineTable> m_lineTable;
-    std::atomic<bool> m_isComplete{false}; ///< All programs have been run.
+    std::atomic<bool> m_isComplete{false};                 ///< All programs have been run.
     std::deque<SymMgrObjectPtr<SourceFile>> m_sourceFiles; ///< By id.
     std::map<unsigned long long, unsigned int> m_sourceFileIdByCrc;
     std::unordered_map<std::string, std::uint32_t> m_directories;

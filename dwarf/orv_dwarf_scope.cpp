@@ -25,8 +25,8 @@ std::unique_ptr<DeclLocation> DeclLocation::read(AttrBindings& die) {
     if (file == 0 || line == 0) {
         return nullptr;
     }
-    return std::make_unique<DeclLocation>(DeclLocation{
-        file, line, numberOf(die, DW_AT_decl_column), numberOf(die, DW_AT_GNU_discriminator), die.unit()});
+    return std::make_unique<DeclLocation>(
+        DeclLocation{file, line, numberOf(die, DW_AT_decl_column), numberOf(die, DW_AT_GNU_discriminator), die.unit()});
 }
 
 int DeclLocation::sourceFileId() const {
@@ -56,10 +56,10 @@ status_t DWARFSymbol::sourceLine(SymMgrObjectPtr<ISourceLine>& out) {
     if (owner() == nullptr || m_declaration == nullptr || declaredFileId() < 0) {
         return status_False;
     }
-    auto* const location = new SourceLocation(
-        m_unit.loader()->lineResolver(),
-        {compUnitId(), static_cast<unsigned int>(declaredFileId()), static_cast<unsigned int>(m_declaration->line),
-         static_cast<unsigned int>(m_declaration->column), m_declaration->extra});
+    auto* const location = new SourceLocation(m_unit.loader()->lineResolver(),
+                                              {compUnitId(), static_cast<unsigned int>(declaredFileId()),
+                                               static_cast<unsigned int>(m_declaration->line),
+                                               static_cast<unsigned int>(m_declaration->column), m_declaration->extra});
     out = new SourceLine(owner(), location, addressValue(), addressValue());
     return status_Ok;
 }
@@ -100,8 +100,8 @@ bool DWARFSymbol::linesOfFile(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceL
     return static_cast<bool>(out->current());
 }
 
-void DWARFSymbol::sourceLinesIn(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out,
-                                unsigned long long start, unsigned long long end) {
+void DWARFSymbol::sourceLinesIn(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out, unsigned long long start,
+                                unsigned long long end) {
     out = nullptr;
     if (owner() == nullptr || scope() == nullptr || m_unit.loader()->lineResolver() == nullptr) {
         return;

@@ -51,7 +51,7 @@ private:
     bool linesOfFile(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out, int fileId,
                      unsigned long long start, unsigned long long end);
 
-    DWARFCompilationUnit& m_unit; ///< Of the bank: not used once the scope is gone.
+    DWARFCompilationUnit& m_unit;                ///< Of the bank: not used once the scope is gone.
     std::unique_ptr<DeclLocation> m_declaration; ///< May be null.
     std::atomic<int> m_declaredFileId{k_notLookedUp};
     std::atomic<int> m_fileIdAtAddress{k_notLookedUp};
@@ -78,7 +78,6 @@ private:
 };
 
 /// Makes the scope of the entry at an offset, with its symbol and without a range.
-DWARFScope* makeDwarfScope(DWARFCompilationUnit& unit, std::uint64_t dieOffset, MergeSide const& symbol,
-                           Scope* parent);
+DWARFScope* makeDwarfScope(DWARFCompilationUnit& unit, std::uint64_t dieOffset, MergeSide const& symbol, Scope* parent);
 
 } // namespace ORV_3_30

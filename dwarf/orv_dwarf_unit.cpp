@@ -27,8 +27,8 @@ bool endsWith(char const* path, char const* name) {
 
 } // namespace
 
-DWARFCompilationUnit::DWARFCompilationUnit(DWARFDebugInfoLoader* loader, Header const& header,
-                                           FormContext const& forms, AbbrevTable const& abbrevs)
+DWARFCompilationUnit::DWARFCompilationUnit(DWARFDebugInfoLoader* loader, Header const& header, FormContext const& forms,
+                                           AbbrevTable const& abbrevs)
     : m_loader(loader), m_header(header), m_forms(forms), m_abbrevs(abbrevs) {}
 
 DwarfWalker DWARFCompilationUnit::sectionWalker() const { return m_loader->infoWalker(m_forms.addrSize); }

@@ -74,9 +74,7 @@ public:
     bool isFortran() const { return m_language == language_Fortran; }
     compiler_kind_t compilerKind() const { return m_compiler.kind; }
     /// Only some compilers are known to get DW_AT_sibling right.
-    bool trustsSiblings() const {
-        return m_compiler.kind != compiler_Unknown && m_compiler.kind != compiler_Gnu296;
-    }
+    bool trustsSiblings() const { return m_compiler.kind != compiler_Unknown && m_compiler.kind != compiler_Gnu296; }
     std::uint64_t baseAddress() const { return m_baseAddress; }
     char const* compDir() const { return m_compDir; }
     char const* unitName() const { return m_name; }

@@ -21,10 +21,10 @@ std::string moduleOf(std::string const& lines) {
     elf.load(PF_R | PF_X, 0x1000, 0x10000);
     elf.section(".text", SHT_PROGBITS, SHF_ALLOC | SHF_EXECINSTR, 0x1000, std::string(0x400, '\x90'));
     // A unit in "/d" with a function "f" over all of the code.
-    elf.section(".debug_abbrev", SHT_PROGBITS, 0, 0,
-                text({1, 0x11, 1, 0x1B, 8, 0x10, 6, 0, 0, 2, 0x2E, 0, 3, 8, 0x11, 1, 0x12, 6, 0x3A, 0xB, 0x3B, 0xB, 0, 0, 0}));
-    std::string entries = text({4, 0, 0, 0, 0, 0, 8, 1, '/', 'd', 0, 0, 0, 0, 0, 2, 'f', 0, 0, 0x10, 0, 0, 0, 0, 0, 0, 0, 4,
-                                0, 0, 1, 1, 0});
+    elf.section(".debug_abbrev", SHT_PROGBITS, 0, 0, text({1, 0x11, 1, 0x1B, 8, 0x10, 6,   0,    0,   2, 0x2E, 0, 3,
+                                                           8, 0x11, 1, 0x12, 6, 0x3A, 0xB, 0x3B, 0xB, 0, 0,    0}));
+    std::string entries = text(
+        {4, 0, 0, 0, 0, 0, 8, 1, '/', 'd', 0, 0, 0, 0, 0, 2, 'f', 0, 0, 0x10, 0, 0, 0, 0, 0, 0, 0, 4, 0, 0, 1, 1, 0});
     elf.section(".debug_info", SHT_PROGBITS, 0, 0, text({static_cast<int>(entries.size()), 0, 0, 0}) + entries);
     elf.section(".debug_line", SHT_PROGBITS, 0, 0, lines);
     return elf.bytes();

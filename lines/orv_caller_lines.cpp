@@ -159,8 +159,7 @@ void InlineCallerSourceLineIterator::reset() {
     m_callerLines = nullptr;
     takeUsefulRange();
     unsigned long long const limit = m_range ? startOfRange() : m_query.end;
-    bool const isFound =
-        m_range && limit <= m_query.start ? stepIntoRange() : askTable(m_query.start, limit);
+    bool const isFound = m_range && limit <= m_query.start ? stepIntoRange() : askTable(m_query.start, limit);
     if (!isFound) {
         next();
     }

@@ -68,7 +68,9 @@ private:
         unsigned long long discriminator;
     };
 
-    Packed const& packed(std::uint32_t row) const { return m_chunks[row >> k_chunkBits].get()[row & (k_chunkSize - 1)]; }
+    Packed const& packed(std::uint32_t row) const {
+        return m_chunks[row >> k_chunkBits].get()[row & (k_chunkSize - 1)];
+    }
     void makeRoom();
     std::uint32_t indexOfUnit(unsigned long long unit);
 

@@ -45,7 +45,11 @@ struct RangeRecord {
     /// True while the record alone says what stands here, with or without a scope.
     bool isDeferred() const { return name != nullptr; }
     MergeSide side() const {
-        return {name,  start, end, false, static_cast<symbol_visibility_t>(visibility.load()),
+        return {name,
+                start,
+                end,
+                false,
+                static_cast<symbol_visibility_t>(visibility.load()),
                 static_cast<symbol_kind_t>(kind.load())};
     }
 };

@@ -130,8 +130,8 @@ void ScopeRelatedSymbol::thunks(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbo
     out = m_scope != nullptr ? new ThunkRangeIterator(m_scope) : nullptr;
 }
 
-void Symbol::sourceLinesIn(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out,
-                           unsigned long long /*start*/, unsigned long long /*end*/) {
+void Symbol::sourceLinesIn(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out, unsigned long long /*start*/,
+                           unsigned long long /*end*/) {
     out = nullptr;
 }
 

@@ -119,8 +119,8 @@ public:
     status_t address(SymMgrObjectPtr<IAddress>& out) override;
     unsigned long long addressValue() const { return m_address; }
     /// What sourceLines gives, restricted to [start, end); start equal to end asks for one address.
-    virtual void sourceLinesIn(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out,
-                               unsigned long long start, unsigned long long end);
+    virtual void sourceLinesIn(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out, unsigned long long start,
+                               unsigned long long end);
     /// Of the lines that sourceLinesIn gives for one address the one that starts last, of several such
     /// the first; false if there is none.
     virtual bool latestLineAt(unsigned long long /*address*/, SrcLocator& /*row*/) { return false; }

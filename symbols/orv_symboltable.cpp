@@ -416,9 +416,8 @@ bool SymbolTable::isDeserted(Position at) const {
 }
 
 RangeRecord* SymbolTable::makeRecord(Position at, unsigned long long end, Scope* scope, std::uint32_t order) {
-    RangeRecord* const record =
-        m_pool.make(m_keys.address(at), end, nullptr, scope, nullptr, std::uint64_t{0}, order, std::uint8_t{0},
-                    std::uint8_t{0}, std::uint8_t{0});
+    RangeRecord* const record = m_pool.make(m_keys.address(at), end, nullptr, scope, nullptr, std::uint64_t{0}, order,
+                                            std::uint8_t{0}, std::uint8_t{0}, std::uint8_t{0});
     link(at, record);
     return record;
 }
@@ -454,7 +453,8 @@ bool SymbolTable::kindOf(RangeRecord const& record, symbol_kind_t& kind) const {
 
 bool SymbolTable::rankOf(RangeRecord const& record, Rank& out) const {
     if (record.isDeferred()) {
-        out = {m_makers[record.maker]->givesUnits(), symbolPriorityByKind(static_cast<symbol_kind_t>(record.kind.load())),
+        out = {m_makers[record.maker]->givesUnits(),
+               symbolPriorityByKind(static_cast<symbol_kind_t>(record.kind.load())),
                static_cast<symbol_visibility_t>(record.visibility.load()), false};
         return true;
     }

@@ -132,11 +132,11 @@ private:
     Pool<RangeRecord> m_pool;
     std::vector<RawSymbolBatch> m_batches; ///< Where raw records stand.
     std::uint32_t m_arrivals = 0;
-    std::vector<IScopeMaker*> m_makers;                     ///< By the number that records have. Not owned.
+    std::vector<IScopeMaker*> m_makers;                      ///< By the number that records have. Not owned.
     std::vector<std::unique_ptr<RawScopeMaker>> m_rawMakers; ///< One for each loader of raw symbols.
-    std::size_t m_linked = 0;                 ///< How many records were ever linked.
-    bool m_holdsDeciders = false;             ///< Scopes that decide by more than name and range have come in.
-    mutable std::mutex m_scopesLock;          ///< Guards the making of scopes, inside m_guard.
+    std::size_t m_linked = 0;                                ///< How many records were ever linked.
+    bool m_holdsDeciders = false;    ///< Scopes that decide by more than name and range have come in.
+    mutable std::mutex m_scopesLock; ///< Guards the making of scopes, inside m_guard.
     mutable std::vector<SymMgrObjectPtr<Scope>> m_scopes; ///< Once for each range or scope taken.
 };
 

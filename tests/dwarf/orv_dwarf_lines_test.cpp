@@ -25,20 +25,21 @@ std::string lineTable(Header const& header, std::string const& program) {
     std::ostringstream text;
     std::string const offset = header.is64 ? ".8byte " : ".4byte ";
     text << (header.is64 ? ".4byte 0xffffffff\n" : "") << offset << ".Llend\\@ - .Llbegin\\@\n.Llbegin\\@:\n.2byte "
-         << header.version << "\n" << offset << ".Lprogram\\@ - .Lheader\\@\n.Lheader\\@:\n.byte "
-         << header.minimumInstructionLength << "\n" << (header.version >= 4 ? ".byte 1\n" : "") << ".byte "
-         << header.defaultIsStmt << "\n.byte " << header.lineBase << ", " << header.lineRange << ", "
-         << header.opcodeBase << "\n.fill " << (header.opcodeBase != 0 ? header.opcodeBase - 1 : 0) << ", 1, 1\n"
-         << header.directories << ".byte 0\n" << header.files << ".byte 0\n.Lprogram\\@:\n" << program << ".Llend\\@:\n";
+         << header.version << "\n"
+         << offset << ".Lprogram\\@ - .Lheader\\@\n.Lheader\\@:\n.byte " << header.minimumInstructionLength << "\n"
+         << (header.version >= 4 ? ".byte 1\n" : "") << ".byte " << header.defaultIsStmt << "\n.byte "
+         << header.lineBase << ", " << header.lineRange << ", " << header.opcodeBase << "\n.fill "
+         << (header.opcodeBase != 0 ? header.opcodeBase - 1 : 0) << ", 1, 1\n"
+         << header.directories << ".byte 0\n"
+         << header.files << ".byte 0\n.Lprogram\\@:\n"
+         << program << ".Llend\\@:\n";
     // The labels are made unique by the macro that the text stands in.
     static int number = 0;
     std::string const name = "line_table_" + std::to_string(number++);
     return ".macro " + name + "\n" + text.str() + ".endm\n" + name + "\n";
 }
 
-std::string setAddress(unsigned int offset) {
-    return ".byte 0, 9, 2\n.8byte code + " + std::to_string(offset) + "\n";
-}
+std::string setAddress(unsigned int offset) { return ".byte 0, 9, 2\n.8byte code + " + std::to_string(offset) + "\n"; }
 char const* const k_copy = ".byte 1\n";
 char const* const k_end = ".byte 0, 1, 1\n";
 
@@ -91,7 +92,8 @@ TEST(DwarfLines, RunsEachOpcode) {
              {"advance_pc of 4 bytes", fine, begin + ".byte 2\n.uleb128 3\n" + k_copy + next, "100c+4 /dir/a.c:1:0"},
              {"advance_line", plain, begin + ".byte 3\n.sleb128 99999\n.byte 3\n.sleb128 -10\n" + k_copy + next,
               "1000+10 /dir/a.c:99990:0"},
-             {"high lines", plain, begin + ".byte 3\n.sleb128 39999\n.byte 13 + 6\n" + next, "1000+10 /dir/a.c:40001:0"},
+             {"high lines", plain, begin + ".byte 3\n.sleb128 39999\n.byte 13 + 6\n" + next,
+              "1000+10 /dir/a.c:40001:0"},
              {"set_file", plain, begin + ".byte 4, 2\n" + k_copy + next, "1000+10 /dir/inc/b.h:1:0"},
              {"absolute directory", plain, begin + ".byte 4, 3\n" + k_copy + next, "1000+10 /abs/c.h:1:0"},
              {"absolute name", plain, begin + ".byte 4, 4\n" + k_copy + next, "1000+10 /d/e.h:1:0"},
@@ -104,8 +106,8 @@ TEST(DwarfLines, RunsEachOpcode) {
              {"const_add_pc of 4 bytes", fine, begin + ".byte 8\n" + k_copy + setAddress(0x20) + k_end,
               "1011+f /dir/a.c:1:0"},
              {"fixed_advance_pc", plain, begin + ".byte 9\n.2byte 4\n" + k_copy + next, "1004+c /dir/a.c:1:0"},
-             {"fixed_advance_pc, down", plain,
-              setAddress(8) + k_copy + ".byte 9\n.2byte 0xffff\n" + k_copy + next, "1007+9 /dir/a.c:1:0"},
+             {"fixed_advance_pc, down", plain, setAddress(8) + k_copy + ".byte 9\n.2byte 0xffff\n" + k_copy + next,
+              "1007+9 /dir/a.c:1:0"},
              {"prologue_end, epilogue_begin, isa", plain, begin + ".byte 10, 11, 12\n.uleb128 300\n" + k_copy + next,
               "1000+10 /dir/a.c:1:0"},
              {"opcode_base 10", few, begin + ".byte 10\n" + next, "1000+10 /dir/a.c:4294967292:0"},
@@ -113,17 +115,20 @@ TEST(DwarfLines, RunsEachOpcode) {
              {"discriminator", plain, begin + ".byte 0, 2, 4, 7\n" + k_copy + ".byte 2, 4\n" + k_copy + next,
               "1000+4 /dir/a.c:1:0.7 1004+c /dir/a.c:1:0"},
              {"define_file", plain,
-              begin + ".byte 0, 8, 3\n.asciz \"n.h\"\n.byte 0, 0, 0\n.byte 4, 5\n" + k_copy + next, "1000+10 /dir/n.h:1:0"},
+              begin + ".byte 0, 8, 3\n.asciz \"n.h\"\n.byte 0, 0, 0\n.byte 4, 5\n" + k_copy + next,
+              "1000+10 /dir/n.h:1:0"},
              {"unknown extended opcode", plain, begin + ".byte 0, 4, 0x80, 1, 2, 3\n" + k_copy + next,
               "1000+10 /dir/a.c:1:0"},
              {"rows of no size", plain, begin + k_copy + ".byte 3, 1\n" + k_copy + next,
               "1000+0 /dir/a.c:1:0 1000+10 /dir/a.c:2:0"},
              {"two sequences", plain,
-              begin + ".byte 5, 3\n" + k_copy + setAddress(4) + k_end + setAddress(0x20) + k_copy + setAddress(0x24) + k_end,
+              begin + ".byte 5, 3\n" + k_copy + setAddress(4) + k_end + setAddress(0x20) + k_copy + setAddress(0x24) +
+                  k_end,
               "1000+4 /dir/a.c:1:3 1020+4 /dir/a.c:1:0"},
              {"backwards", plain, setAddress(0x40) + k_copy + setAddress(0x20) + k_copy + setAddress(0x30) + k_end,
               "1020+10 /dir/a.c:1:0"},
-             {"no code there", plain, ".byte 0, 9, 2\n.8byte 0x900000\n" + std::string(k_copy) + ".byte 2, 4\n" + k_end, ""},
+             {"no code there", plain, ".byte 0, 9, 2\n.8byte 0x900000\n" + std::string(k_copy) + ".byte 2, 4\n" + k_end,
+              ""},
              {"no end", plain, begin + k_copy + setAddress(4) + k_copy, "1000+4 /dir/a.c:1:0"},
          }) {
         EXPECT_EQ(rowsOf(lineTable(header, program)), rows) << what;
@@ -204,8 +209,9 @@ TEST(DwarfLines, UnitsShareFiles) {
     text.unit({}, ".uleb128 1\n.asciz \"b.h\"\n.asciz \"/dir\"\n.4byte .Lsecond\n");
     Header reversed;
     reversed.files = ".asciz \"b.h\"\n.byte 1, 0, 0\n.asciz \"a.c\"\n.byte 0, 0, 0\n";
-    text.section(".debug_line", lineTable({}, setAddress(0) + k_copy + setAddress(4) + k_end) + ".Lsecond:\n" +
-                                    lineTable(reversed, setAddress(8) + ".byte 4, 2\n" + k_copy + setAddress(12) + k_end));
+    text.section(".debug_line",
+                 lineTable({}, setAddress(0) + k_copy + setAddress(4) + k_end) + ".Lsecond:\n" +
+                     lineTable(reversed, setAddress(8) + ".byte 4, 2\n" + k_copy + setAddress(12) + k_end));
     Assembled const module(text.source());
     PlainDebugInfo debug(module.path());
     EXPECT_EQ(debug.rows(), "1000+4 /dir/a.c:1:0 1008+4 /dir/a.c:1:0");
@@ -238,15 +244,19 @@ TEST(DwarfLines, AnswerFromTheBank) {
     text.abbrev(1, DW_TAG_compile_unit, true,
                 {{DW_AT_name, DW_FORM_string}, {DW_AT_comp_dir, DW_FORM_string}, {DW_AT_stmt_list, DW_FORM_sec_offset}})
         .abbrev(2, DW_TAG_subprogram, false,
-                {{DW_AT_name, DW_FORM_string}, {DW_AT_low_pc, DW_FORM_addr}, {DW_AT_high_pc, DW_FORM_data4},
-                 {DW_AT_decl_file, DW_FORM_data1}, {DW_AT_decl_line, DW_FORM_data1}, {DW_AT_decl_column, DW_FORM_data1}})
+                {{DW_AT_name, DW_FORM_string},
+                 {DW_AT_low_pc, DW_FORM_addr},
+                 {DW_AT_high_pc, DW_FORM_data4},
+                 {DW_AT_decl_file, DW_FORM_data1},
+                 {DW_AT_decl_line, DW_FORM_data1},
+                 {DW_AT_decl_column, DW_FORM_data1}})
         .unit({}, ".uleb128 1\n.asciz \"a.c\"\n.asciz \"/dir\"\n.4byte 0\n"
                   ".uleb128 2\n.asciz \"f\"\n.8byte code\n.4byte 0x40\n.byte 1, 5, 7\n"
                   ".uleb128 2\n.asciz \"g\"\n.8byte code + 0x40\n.4byte 0x40\n.byte 9, 5, 0\n.byte 0\n")
         .section(".debug_line",
                  lineTable({}, setAddress(0) + ".byte 3, 9\n" + k_copy + setAddress(0x10) + ".byte 4, 2\n" + k_copy +
-                                   setAddress(0x20) + ".byte 4, 1\n" + k_copy + setAddress(0x40) + ".byte 4, 2\n" + k_copy +
-                                   setAddress(0x60) + k_end));
+                                   setAddress(0x20) + ".byte 4, 1\n" + k_copy + setAddress(0x40) + ".byte 4, 2\n" +
+                                   k_copy + setAddress(0x60) + k_end));
     Assembled const module(text.source());
     SymMgrObjectPtr<IModuleSymbolBank> bank;
     ASSERT_EQ(loadBank(module.path(), bank), status_Ok);
@@ -255,8 +265,9 @@ TEST(DwarfLines, AnswerFromTheBank) {
         SymMgrObjectPtr<ISourceLocation> location;
         bank->addressByValue(address, where);
         status_t const status = bank->sourceLocationByAddress(where.get(), location, ~0ULL, nullptr);
-        return status != status_Ok ? std::string("none")
-                                   : std::string(location->sourceFile()->path()) + ":" + std::to_string(location->line());
+        return status != status_Ok
+                   ? std::string("none")
+                   : std::string(location->sourceFile()->path()) + ":" + std::to_string(location->line());
     };
     EXPECT_EQ(placeAt(0x1000), "/dir/a.c:10"); // a first question for a line loads by itself
     EXPECT_EQ(placeAt(0x1018), "/dir/inc/b.h:10");
@@ -291,7 +302,7 @@ TEST(DwarfLines, AnswerFromTheBank) {
     bank->addressByValue(0x1048, where);
     bank->symbolRangeByAddress(where.get(), range, symbol_kind_Function, nullptr);
     EXPECT_EQ(range->symbol()->sourceLine(declaration), status_False); // no file of that number
-    range->symbol()->sourceLines(lines);                                // those of the file at its address
+    range->symbol()->sourceLines(lines);                               // those of the file at its address
     EXPECT_EQ(linesOf(lines), "1040+20 ");
 }
 
@@ -302,8 +313,11 @@ TEST(DwarfLines, ChoosersSeeWhatTheShortWayTakes) {
     text.abbrev(1, DW_TAG_compile_unit, true,
                 {{DW_AT_name, DW_FORM_string}, {DW_AT_comp_dir, DW_FORM_string}, {DW_AT_stmt_list, DW_FORM_sec_offset}})
         .abbrev(2, DW_TAG_subprogram, false,
-                {{DW_AT_name, DW_FORM_string}, {DW_AT_low_pc, DW_FORM_addr}, {DW_AT_high_pc, DW_FORM_data4},
-                 {DW_AT_decl_file, DW_FORM_data1}, {DW_AT_decl_line, DW_FORM_data1}});
+                {{DW_AT_name, DW_FORM_string},
+                 {DW_AT_low_pc, DW_FORM_addr},
+                 {DW_AT_high_pc, DW_FORM_data4},
+                 {DW_AT_decl_file, DW_FORM_data1},
+                 {DW_AT_decl_line, DW_FORM_data1}});
     std::ostringstream entries;
     std::ostringstream program;
     for (int i = 0; i < 40; ++i) {

@@ -79,8 +79,12 @@ TEST(Dwarf, PassesOverEveryForm) {
         // in a type's child.
         DwarfText text = commonText();
         text.abbrev(4, DW_TAG_subprogram, false,
-                    {{0x2001, form}, {DW_AT_name, DW_FORM_string}, {0x2002, form}, {DW_AT_low_pc, DW_FORM_addr},
-                     {DW_AT_high_pc, DW_FORM_data4}, {0x2003, form}})
+                    {{0x2001, form},
+                     {DW_AT_name, DW_FORM_string},
+                     {0x2002, form},
+                     {DW_AT_low_pc, DW_FORM_addr},
+                     {DW_AT_high_pc, DW_FORM_data4},
+                     {0x2003, form}})
             .abbrev(5, DW_TAG_structure_type, true, {{0x2001, form}, {0x2002, form}})
             .abbrev(6, DW_TAG_member, false, {{0x2001, form}});
         std::string const value = std::string(bytes) + "\n";
@@ -106,13 +110,14 @@ TEST(Dwarf, RefusedFormsEndTheirList) {
 }
 
 TEST(Dwarf, ReadsUnitsOfEveryShape) {
-    for (Unit const unit : {Unit{0, 8, false}, Unit{1, 8, false}, Unit{2, 8, false}, Unit{3, 8, false}, Unit{4, 8, false},
-                            Unit{2, 8, true}, Unit{3, 8, true}, Unit{4, 8, true}}) {
+    for (Unit const unit : {Unit{0, 8, false}, Unit{1, 8, false}, Unit{2, 8, false}, Unit{3, 8, false},
+                            Unit{4, 8, false}, Unit{2, 8, true}, Unit{3, 8, true}, Unit{4, 8, true}}) {
         DwarfText text = commonText();
-        text.abbrev(4, DW_TAG_subprogram, false, {{DW_AT_specification, DW_FORM_ref_addr},
-                                                  {DW_AT_name, DW_FORM_strp},
-                                                  {DW_AT_low_pc, DW_FORM_addr},
-                                                  {DW_AT_high_pc, DW_FORM_data1}});
+        text.abbrev(4, DW_TAG_subprogram, false,
+                    {{DW_AT_specification, DW_FORM_ref_addr},
+                     {DW_AT_name, DW_FORM_strp},
+                     {DW_AT_low_pc, DW_FORM_addr},
+                     {DW_AT_high_pc, DW_FORM_data1}});
         bool const wide = unit.is64 || unit.version < 3; // before version 3 a reference has the address's size
         text.unit(unit, unitEntry() + ".uleb128 4\n" + (wide ? ".8byte 0\n" : ".4byte 0\n") +
                             (unit.is64 ? ".8byte 2\n" : ".4byte 2\n") + ".8byte code\n.byte 7\n" +
@@ -178,13 +183,15 @@ TEST(Dwarf, ReadsAbbreviationsAsTheyCome) {
     DwarfText text = commonText();
     text.abbrev(2, DW_TAG_structure_type, false, {{DW_AT_name, DW_FORM_string}})
         .abbrev(0x40000, DW_TAG_subprogram, false,
-                {{DW_AT_name, DW_FORM_string}, {DW_AT_name, DW_FORM_string}, {DW_AT_low_pc, DW_FORM_addr},
+                {{DW_AT_name, DW_FORM_string},
+                 {DW_AT_name, DW_FORM_string},
+                 {DW_AT_low_pc, DW_FORM_addr},
                  {DW_AT_high_pc, DW_FORM_data1}})
         .abbrev(1, DW_TAG_compile_unit, true, {{DW_AT_name, DW_FORM_data1}})
         .abbrev(7, DW_TAG_subprogram, false, {});
     text.unit({}, unitEntry() + ".uleb128 2\n.asciz \"type\"\n" +
-                      ".uleb128 0x40000\n.asciz \"first\"\n.asciz \"second\"\n.8byte code\n.byte 3\n" +
-                      ".uleb128 7\n" + function("lost", 16, 4) + ".byte 0\n");
+                      ".uleb128 0x40000\n.asciz \"first\"\n.asciz \"second\"\n.8byte code\n.byte 3\n" + ".uleb128 7\n" +
+                      function("lost", 16, 4) + ".byte 0\n");
     Assembled const program(text.source());
     LogCapture const log(40000);
     EXPECT_EQ(dwarfSymbols(program.path(), k_functions), "first[1000,1003)l");
@@ -261,25 +268,30 @@ TEST(Dwarf, MakesSymbolsByTag) {
 TEST(Dwarf, NamesAndPlacesFunctions) {
     DwarfText text = commonText();
     text.abbrev(4, DW_TAG_compile_unit, true, {{DW_AT_language, DW_FORM_data1}})
-        .abbrev(5, DW_TAG_subprogram, false, {{DW_AT_name, DW_FORM_string}, {DW_AT_linkage_name, DW_FORM_string},
-                                              {DW_AT_external, DW_FORM_flag_present}})
-        .abbrev(6, DW_TAG_subprogram, false, {{DW_AT_specification, DW_FORM_ref4}, {DW_AT_low_pc, DW_FORM_addr},
-                                              {DW_AT_high_pc, DW_FORM_addr}})
+        .abbrev(5, DW_TAG_subprogram, false,
+                {{DW_AT_name, DW_FORM_string},
+                 {DW_AT_linkage_name, DW_FORM_string},
+                 {DW_AT_external, DW_FORM_flag_present}})
+        .abbrev(6, DW_TAG_subprogram, false,
+                {{DW_AT_specification, DW_FORM_ref4}, {DW_AT_low_pc, DW_FORM_addr}, {DW_AT_high_pc, DW_FORM_addr}})
         .abbrev(7, DW_TAG_subprogram, false, {{DW_AT_abstract_origin, DW_FORM_ref4}, {DW_AT_low_pc, DW_FORM_addr}})
         .abbrev(8, DW_TAG_subprogram, false, {{DW_AT_name, DW_FORM_string}, {DW_AT_inline, DW_FORM_data1}})
         .abbrev(9, DW_TAG_subprogram, false, {{DW_AT_name, DW_FORM_string}, {DW_AT_high_pc, DW_FORM_addr}})
-        .abbrev(10, DW_TAG_subprogram, false, {{DW_AT_MIPS_linkage_name, DW_FORM_string},
-                                               {DW_AT_linkage_name, DW_FORM_string}, {DW_AT_low_pc, DW_FORM_addr}});
+        .abbrev(10, DW_TAG_subprogram, false,
+                {{DW_AT_MIPS_linkage_name, DW_FORM_string},
+                 {DW_AT_linkage_name, DW_FORM_string},
+                 {DW_AT_low_pc, DW_FORM_addr}});
     std::string const entries =
         ".Lplain: .uleb128 5\n.asciz \"plain\"\n.asciz \"_Z5plainv\"\n" // a declaration alone
         ".Lx: .uleb128 6\n.4byte .Lplain - .Lunit0\n.8byte code, code + 8\n"
-        ".uleb128 7\n.4byte .Lx - .Lunit0\n.8byte code + 16\n"           // through two origins; its end is not its own
-        ".uleb128 8\n.asciz \"inlined\"\n.byte 1\n"                       // abstract: no place
-        ".uleb128 9\n.asciz \"endless\"\n.8byte code + 32\n"              // an end that is an address, no start
+        ".uleb128 7\n.4byte .Lx - .Lunit0\n.8byte code + 16\n" // through two origins; its end is not its own
+        ".uleb128 8\n.asciz \"inlined\"\n.byte 1\n"            // abstract: no place
+        ".uleb128 9\n.asciz \"endless\"\n.8byte code + 32\n"   // an end that is an address, no start
         ".uleb128 10\n.asciz \"vendor\"\n.asciz \"linkage\"\n.8byte code + 48\n"
-        ".uleb128 2\n.asciz \"\"\n.8byte code + 64\n.4byte 4\n"           // no name
+        ".uleb128 2\n.asciz \"\"\n.8byte code + 64\n.4byte 4\n"                 // no name
         ".uleb128 6\n.4byte .Lplain - .Lunit0\n.8byte code + 80, code + 72\n" + // the wrong way round
-        function("tail_", 96, 4) + function("_BLNK_", 112, 4) + ".byte 0\n";
+        function("tail_", 96, 4) +
+        function("_BLNK_", 112, 4) + ".byte 0\n";
     text.unit({}, ".uleb128 4\n.byte 4\n" + entries);
     EXPECT_EQ(symbolsOf(text),
               "_Z5plainv[1000,1008) endless[1020,1020)l vendor[1030,1030)l tail_[1060,1064)l _BLNK_[1070,1074)l");
@@ -293,8 +305,8 @@ TEST(Dwarf, NamesAndPlacesFunctions) {
 TEST(Dwarf, OriginsThatLeadInCirclesEnd) {
     DwarfText text = commonText();
     text.abbrev(4, DW_TAG_subprogram, false, {{DW_AT_specification, DW_FORM_ref4}, {DW_AT_low_pc, DW_FORM_addr}})
-        .abbrev(5, DW_TAG_variable, false, {{DW_AT_type, DW_FORM_ref4}, {DW_AT_name, DW_FORM_string},
-                                            {DW_AT_location, DW_FORM_block1}})
+        .abbrev(5, DW_TAG_variable, false,
+                {{DW_AT_type, DW_FORM_ref4}, {DW_AT_name, DW_FORM_string}, {DW_AT_location, DW_FORM_block1}})
         .abbrev(6, DW_TAG_typedef, false, {{DW_AT_type, DW_FORM_ref4}});
     text.unit({}, unitEntry() +
                       ".La: .uleb128 4\n.4byte .Lb - .Lunit0\n.8byte code\n"
@@ -323,7 +335,8 @@ TEST(Dwarf, ReadsRangeLists) {
                                   ".skipped: .8byte 0x70, 0x70, 0x200, 0x210, 0, 0\n"
                                   ".empty: .8byte 0, 0\n"
                                   ".open: .8byte 0x300, 0x304\n"); // the section ends before the list does
-    EXPECT_EQ(symbolsOf(text), "two[1010,1020)l two[1040,1048)l based[1100,1108)l skipped[1200,1210)l open[1300,1304)l");
+    EXPECT_EQ(symbolsOf(text),
+              "two[1010,1020)l two[1040,1048)l based[1100,1108)l skipped[1200,1210)l open[1300,1304)l");
     // All ones of 4 bytes select a base only where addresses have 4 bytes.
     DwarfText narrow;
     narrow.abbrev(1, DW_TAG_compile_unit, true, {{DW_AT_low_pc, DW_FORM_addr}})
@@ -345,13 +358,15 @@ TEST(Dwarf, NestsWithoutEnd) {
 TEST(Dwarf, UnitsThatShareHugeTablesEnd) {
     // Each of the units would read the abbreviations, the lines and the ranges of all.
     DwarfText text;
-    text.abbrev(1, DW_TAG_compile_unit, true, {{DW_AT_stmt_list, DW_FORM_sec_offset}, {DW_AT_ranges, DW_FORM_sec_offset}});
+    text.abbrev(1, DW_TAG_compile_unit, true,
+                {{DW_AT_stmt_list, DW_FORM_sec_offset}, {DW_AT_ranges, DW_FORM_sec_offset}});
     text.abbrevText(".set code_number, 2\n.rept 20000\n.uleb128 code_number, 0x13\n.byte 0, 0, 0\n"
                     ".set code_number, code_number + 1\n.endr\n");
     text.section(".debug_info", ".set at, 0\n.rept 20000\n.4byte 7 + 9\n.2byte 4\n.4byte .Labbrev + at * 4\n.byte 8\n"
                                 ".uleb128 1\n.4byte 0, 0\n.set at, at + 1\n.endr\n");
-    text.section(".debug_line", ".4byte .Lline_end - .Lline_begin\n.Lline_begin: .2byte 2\n.4byte 6\n.byte 1, 1, 1, 1, 10, 0\n"
-                                ".fill 300000, 1, 1\n.Lline_end:\n");
+    text.section(".debug_line",
+                 ".4byte .Lline_end - .Lline_begin\n.Lline_begin: .2byte 2\n.4byte 6\n.byte 1, 1, 1, 1, 10, 0\n"
+                 ".fill 300000, 1, 1\n.Lline_end:\n");
     Assembled const program(text.source());
     dwarfSymbols(program.path());
     PlainDebugInfo debug(program.path());
@@ -487,9 +502,9 @@ TEST(Dwarf, CalculatesRanges) {
         unsigned long long start;
         unsigned long long end;
     };
-    for (auto const& row : {Row{nullptr, nullptr, 0, 0}, Row{&low, nullptr, 0x100, 0x100}, Row{&low, &address, 0x100, 0x140},
-                            Row{&low, &distance, 0x100, 0x120}, Row{nullptr, &address, 0x140, 0x140},
-                            Row{nullptr, &distance, 0, 0x20}}) {
+    for (auto const& row :
+         {Row{nullptr, nullptr, 0, 0}, Row{&low, nullptr, 0x100, 0x100}, Row{&low, &address, 0x100, 0x140},
+          Row{&low, &distance, 0x100, 0x120}, Row{nullptr, &address, 0x140, 0x140}, Row{nullptr, &distance, 0, 0x20}}) {
         unsigned long long start = 7;
         unsigned long long end = 7;
         dwarf_utils::calculateHighLowAdresses(row.low, row.high, start, end);

@@ -244,8 +244,7 @@ TEST_F(LineTables, AgreesWithTheModel) {
                 unsigned long long const start = 0xFF0 + pick(shape == Shape::Chains ? 0x8100 : 0x900);
                 unsigned long long const end = pick(4) == 0 ? start : start + pick(0x200);
                 auto const found = model.query(unit, file, start, end);
-                ASSERT_EQ(stretch(unit, file, start, end),
-                          expected(found, true, start, start == end ? end + 1 : end))
+                ASSERT_EQ(stretch(unit, file, start, end), expected(found, true, start, start == end ? end + 1 : end))
                     << "shape " << static_cast<int>(shape) << ", seed " << seed << ", unit " << unit << ", file "
                     << file << ", " << start << "-" << end;
                 ASSERT_EQ(at(start, unit, file), expected(model.query(unit, file, start, start), false, 0, 0))

@@ -45,9 +45,11 @@ public:
         std::string const label = std::to_string(m_unitCount++);
         std::string const offset = unit.is64 ? ".8byte " : ".4byte ";
         m_info << ".Lunit" << label << ":\n"
-               << (unit.is64 ? ".4byte 0xffffffff\n" : "") << offset << ".Lend" << label << " - .Lbegin" << label << "\n"
-               << ".Lbegin" << label << ":\n.2byte " << unit.version << "\n" << offset << ".Labbrev\n.byte "
-               << unit.addrSize << "\n" << entries << ".Lend" << label << ":\n";
+               << (unit.is64 ? ".4byte 0xffffffff\n" : "") << offset << ".Lend" << label << " - .Lbegin" << label
+               << "\n"
+               << ".Lbegin" << label << ":\n.2byte " << unit.version << "\n"
+               << offset << ".Labbrev\n.byte " << unit.addrSize << "\n"
+               << entries << ".Lend" << label << ":\n";
         return *this;
     }
     DwarfText& section(std::string const& name, std::string const& text) {
@@ -56,7 +58,8 @@ public:
     }
     std::string source() const {
         return ".text\n.globl code\ncode: .fill 0x1000, 1, 0x90\n.section .debug_abbrev,\"\",@progbits\n.Labbrev:\n" +
-               m_abbrevs.str() + ".byte 0\n.section .debug_info,\"\",@progbits\n.Linfo:\n" + m_info.str() + m_others.str();
+               m_abbrevs.str() + ".byte 0\n.section .debug_info,\"\",@progbits\n.Linfo:\n" + m_info.str() +
+               m_others.str();
     }
 
 private:

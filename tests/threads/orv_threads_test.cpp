@@ -125,25 +125,26 @@ namespace {
 /// A program of several units with functions, labels, variables and lines.
 std::string debugText() {
     DwarfText text;
-    text.abbrev(1, 0x11, true, {{0x03, 0x08}, {0x1B, 0x08}, {0x10, 0x17}})                     // unit
+    text.abbrev(1, 0x11, true, {{0x03, 0x08}, {0x1B, 0x08}, {0x10, 0x17}})                             // unit
         .abbrev(2, 0x2E, true, {{0x03, 0x08}, {0x11, 0x01}, {0x12, 0x06}, {0x3A, 0x0B}, {0x3B, 0x0B}}) // function
-        .abbrev(3, 0x0A, false, {{0x03, 0x08}, {0x11, 0x01}})                                   // label
-        .abbrev(4, 0x34, false, {{0x03, 0x08}, {0x02, 0x0A}});                                  // variable
+        .abbrev(3, 0x0A, false, {{0x03, 0x08}, {0x11, 0x01}})                                          // label
+        .abbrev(4, 0x34, false, {{0x03, 0x08}, {0x02, 0x0A}});                                         // variable
     std::ostringstream lines;
     for (int unit = 0; unit < 4; ++unit) {
         std::ostringstream entries;
         std::string const label = ".Llines" + std::to_string(unit);
         entries << ".uleb128 1\n.asciz \"u.c\"\n.asciz \"/d" << unit << "\"\n.4byte " << label << "\n";
-        lines << label << ": .4byte " << label << "e - " << label << "b\n" << label << "b: .2byte 2\n.4byte " << label
-              << "p - " << label << "h\n" << label << "h: .byte 1, 1, -5, 14, 13\n.fill 12, 1, 1\n.byte 0\n"
+        lines << label << ": .4byte " << label << "e - " << label << "b\n"
+              << label << "b: .2byte 2\n.4byte " << label << "p - " << label << "h\n"
+              << label << "h: .byte 1, 1, -5, 14, 13\n.fill 12, 1, 1\n.byte 0\n"
               << ".asciz \"u.c\"\n.byte 0, 0, 0\n.asciz \"u.h\"\n.byte 0, 0, 0\n.byte 0\n"
               << label << "p: .byte 0, 9, 2\n.8byte code + " << unit * 0x400 << "\n";
         for (int i = 0; i < 60; ++i) {
             int const start = unit * 0x400 + i * 16;
             entries << ".uleb128 2\n.asciz \"_Z1f" << i << "v\"\n.8byte code + " << start << "\n.4byte "
-                    << 16 + i % 3 * 8 << "\n.byte " << i % 3 << ", " << i + 1 << "\n.uleb128 3\n.asciz \"l\"\n.8byte code + "
-                    << start + 4 << "\n.uleb128 4\n.asciz \"v" << i << "\"\n.byte 9, 3\n.8byte code + " << start + 8
-                    << "\n.byte 0\n";
+                    << 16 + i % 3 * 8 << "\n.byte " << i % 3 << ", " << i + 1
+                    << "\n.uleb128 3\n.asciz \"l\"\n.8byte code + " << start + 4 << "\n.uleb128 4\n.asciz \"v" << i
+                    << "\"\n.byte 9, 3\n.8byte code + " << start + 8 << "\n.byte 0\n";
             lines << ".byte 4, " << 1 + i % 2 << ", 1, 2, 16\n";
         }
         text.unit({}, entries.str() + ".byte 0\n");
@@ -178,9 +179,7 @@ void queryLines(IModuleSymbolBank& bank, std::mt19937& random) {
     case 0: symbol.sourceLine(line); break;
     case 1: symbol.sourceLines(lines); break;
     case 2: symbol.sourceLineByAddress(line, where.get()); break;
-    default:
-        range->innerRanges(inner);
-        allRanges(inner);
+    default: range->innerRanges(inner); allRanges(inner);
     }
     query(bank, random);
 }

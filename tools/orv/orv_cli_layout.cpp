@@ -59,7 +59,8 @@ int info(std::string const& moduleName, CommonOptions const& common) {
         object["memory_estimate"] = bank.memoryEstimate();
         object["producers"] = Json::array();
         for (auto const& [producer, count] : producers) {
-            object["producers"].push_back({{"compiler", producer.first}, {"language", producer.second}, {"units", count}});
+            object["producers"].push_back(
+                {{"compiler", producer.first}, {"language", producer.second}, {"units", count}});
         }
         printJson(object);
     } else {

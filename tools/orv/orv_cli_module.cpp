@@ -30,7 +30,8 @@ std::string describeDebugInfo(status_t status) {
     case status_UnsupportedFileVersion:
         return "the debug information is of a DWARF version above 4: ELF symbols answer in its place; -gdwarf-4 gives "
                "what orv can read";
-    case status_OutOfMemory: return "the debug information needs more memory than there is: ELF symbols answer in its place";
+    case status_OutOfMemory:
+        return "the debug information needs more memory than there is: ELF symbols answer in its place";
     default: return "the debug information is damaged: ELF symbols answer in its place";
     }
 }

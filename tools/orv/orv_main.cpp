@@ -175,8 +175,9 @@ private:
     }
 
     void addFunction() {
-        CLI::App* const command = add("function", "One function: ranges, declaration, lines and what lies in it",
-                                      "orv function prog main", [this] { return function(m_module, m_word, m_common); });
+        CLI::App* const command =
+            add("function", "One function: ranges, declaration, lines and what lies in it", "orv function prog main",
+                [this] { return function(m_module, m_word, m_common); });
         addModule(command);
         command->add_option("NAME", m_word, "Its name, mangled or not, or an address in it")->required()->type_name("");
     }
