@@ -21,7 +21,7 @@ with tempfile.TemporaryDirectory() as folder:
     (folder / "prog.cpp").write_text("\n".join(
         ["#include <cstdio>", *includes, "static void name(unsigned long long pc, unsigned long long loadBase) {", *body,
          "}", "int main() { name(0x5000, 0); }", ""]))
-    subprocess.run([cxx, "-std=c++17", "-Wall", "-Werror", f"-I{root / 'include'}", "-no-pie", "-o", folder / "prog",
+    subprocess.run([cxx, "-std=c++17", "-Wall", "-Werror", "-gdwarf-4", f"-I{root / 'include'}", "-no-pie", "-o", folder / "prog",
                     folder / "prog.cpp", lib, f"-Wl,-rpath,{lib.parent}"], check=True)
     subprocess.run([folder / "prog"], check=True)
 
