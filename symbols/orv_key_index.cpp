@@ -90,10 +90,8 @@ void KeyIndex::setRecords(Position at, RangeRecord* head) {
     Chunk& chunk = m_chunks[at.chunk];
     Key& changed = chunk.keys[at.slot];
     unsigned long long const before = changed.greatestEnd;
-    unsigned long long end = 0;
-    for (RangeRecord const* record = head; record != nullptr; record = record->next) {
-        end = std::max(end, record->end.load(std::memory_order_relaxed));
-    }
+    // The list is sorted by end, the greatest first.
+    unsigned long long const end = head != nullptr ? head->end.load(std::memory_order_relaxed) : 0;
     changed.records = head;
     changed.greatestEnd = end;
     if (end < before) {

@@ -229,26 +229,74 @@ RangeRecord* SymbolTable::insertBeside(Position at, unsigned long long end, Scop
     }
     if (first != nullptr) {
         Position const ahead = m_keys.next(at);
-        unsigned long long nextKey = ~0ULL;
-        Scope* nextScope = nullptr;
-        if (!m_keys.isEnd(ahead)) {
-            nextKey = m_keys.address(ahead);
-            RangeRecord const* const last = lastFrom(ahead);
-            nextScope = last != nullptr ? scopeOf(*last) : nullptr;
-        }
-        for (RangeRecord* rival = first; rival != nullptr; rival = rival->next) {
-            unsigned int const flags = scopeOf(*rival)->mergeDecision(*scope, nextKey, nextScope);
-            if (flags != merge_Different) {
-                absorb(rival, flags, *scope, end);
-                return rival;
-            }
+        unsigned long long const nextKey = m_keys.isEnd(ahead) ? ~0ULL : m_keys.address(ahead);
+        RangeRecord const* const last = m_keys.isEnd(ahead) ? nullptr : lastFrom(ahead);
+        Scope* const nextScope = last != nullptr ? scopeOf(*last) : nullptr;
+        ISymbol* const symbol = scope->symbol();
+        unsigned int flags = merge_Different;
+        RangeRecord* const rival = findRival(
+            at, symbol != nullptr ? symbol->name() : nullptr,
+            [&](RangeRecord const& record) { return scopeOf(record)->mergeDecision(*scope, nextKey, nextScope); },
+            flags);
+        if (rival != nullptr) {
+            absorb(rival, flags, *scope, end);
+            return rival;
         }
     }
     return makeRecord(at, end, scope, order);
 }
 
+KeyGroup* SymbolTable::groupAt(unsigned long long address) const {
+    auto const found = m_groups.empty() ? m_groups.end() : m_groups.find(address);
+    return found != m_groups.end() ? found->second.get() : nullptr;
+}
+
+template <typename Decide>
+RangeRecord* SymbolTable::findRival(Position at, char const* name, Decide decide, unsigned int& flags) {
+    unsigned long long const address = m_keys.address(at);
+    KeyGroup* group = groupAt(address);
+    std::size_t count = 0;
+    if (group == nullptr || name == nullptr) {
+        for (RangeRecord* rival = m_keys.records(at); rival != nullptr; rival = rival->next) {
+            flags = decide(*rival);
+            if (flags != merge_Different) {
+                return rival;
+            }
+            if (++count == KeyGroup::k_least && name != nullptr) {
+                break;
+            }
+        }
+        if (count < KeyGroup::k_least || name == nullptr) {
+            return nullptr;
+        }
+        auto made = std::make_unique<KeyGroup>(m_keys.records(at),
+                                               [this](RangeRecord const& record) { return nameOf(record); });
+        group = made.get();
+        m_groups[address] = std::move(made);
+    }
+    for (RangeRecord* const rival : group->candidates(name)) {
+        flags = decide(*rival);
+        if (flags != merge_Different) {
+            return rival;
+        }
+    }
+    return nullptr;
+}
+
+MergeNext SymbolTable::nextOf(Position at) const {
+    Position const ahead = m_keys.next(at);
+    if (m_keys.isEnd(ahead)) {
+        return {};
+    }
+    RangeRecord const* const last = lastFrom(ahead);
+    return {m_keys.address(ahead), last != nullptr ? nameOf(*last) : nullptr};
+}
+
 /// What starts at a key and ends first.
 RangeRecord const* SymbolTable::lastFrom(Position at) const {
+    if (KeyGroup const* const group = groupAt(m_keys.address(at))) {
+        return group->last();
+    }
     RangeRecord const* last = nullptr;
     for (RangeRecord const* record = m_keys.records(at); record != nullptr; record = record->next) {
         last = record;
@@ -347,24 +395,23 @@ void SymbolTable::addDeferred(IScopeMaker& maker, Deferred const& symbol) {
 
 /// Lets the first thing that starts at a key and is the same take a newcomer in; false if there is none.
 bool SymbolTable::takeIntoRival(Position at, MergeSide const& side) {
-    RangeRecord* const first = m_keys.records(at);
-    if (first != nullptr) {
-        MergeNext next;
-        Position const ahead = m_keys.next(at);
-        if (!m_keys.isEnd(ahead)) {
-            next.key = m_keys.address(ahead);
-            RangeRecord const* const last = lastFrom(ahead);
-            next.name = last != nullptr ? nameOf(*last) : nullptr;
-        }
-        for (RangeRecord* rival = first; rival != nullptr; rival = rival->next) {
-            unsigned int const flags = decide(*rival, side, next);
-            if (flags != merge_Different) {
-                absorbSide(rival, flags, side);
-                return true;
-            }
+    if (m_keys.records(at) == nullptr) {
+        return false;
+    }
+    MergeNext const next = nextOf(at);
+    unsigned int flags = merge_Different;
+    RangeRecord* const rival = findRival(
+        at, side.name, [&](RangeRecord const& record) { return decide(record, side, next); }, flags);
+    if (rival == nullptr) {
+        return false;
+    }
+    absorbSide(rival, flags, side);
+    if ((flags & merge_TakeName) != 0) {
+        if (KeyGroup* const group = groupAt(rival->start)) {
+            group->rename(rival);
         }
     }
-    return false;
+    return true;
 }
 
 unsigned int SymbolTable::decide(RangeRecord const& rival, MergeSide const& newcomer, MergeNext const& next) const {
@@ -472,24 +519,32 @@ bool SymbolTable::rankOf(RangeRecord const& record, Rank& out) const {
 /// Behind all that end later or at the same place.
 void SymbolTable::link(Position at, RangeRecord* record) {
     RangeRecord* head = m_keys.records(at);
-    RangeRecord** slot = &head;
-    while (*slot != nullptr && (*slot)->end >= record->end) {
-        slot = &(*slot)->next;
+    if (KeyGroup* const group = groupAt(record->start)) {
+        group->link(head, record);
+    } else {
+        RangeRecord** slot = &head;
+        while (*slot != nullptr && (*slot)->end >= record->end) {
+            slot = &(*slot)->next;
+        }
+        record->next = *slot;
+        *slot = record;
     }
-    record->next = *slot;
-    *slot = record;
     m_keys.setRecords(at, head);
     ++m_linked;
 }
 
 void SymbolTable::unlink(Position at, RangeRecord* record) {
     RangeRecord* head = m_keys.records(at);
-    RangeRecord** slot = &head;
-    while (*slot != nullptr && *slot != record) {
-        slot = &(*slot)->next;
-    }
-    if (*slot != nullptr) {
-        *slot = record->next;
+    if (KeyGroup* const group = groupAt(record->start)) {
+        group->unlink(head, record);
+    } else {
+        RangeRecord** slot = &head;
+        while (*slot != nullptr && *slot != record) {
+            slot = &(*slot)->next;
+        }
+        if (*slot != nullptr) {
+            *slot = record->next;
+        }
     }
     m_keys.setRecords(at, head);
 }

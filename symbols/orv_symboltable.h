@@ -12,6 +12,7 @@
 
 #include "core/orv_pool.h"
 #include "orv/orv_scope.h"
+#include "symbols/orv_key_group.h"
 #include "symbols/orv_key_index.h"
 #include "symbols/orv_scope.h"
 #include "symbols/orv_scope_maker.h"
@@ -20,6 +21,7 @@
 #include <memory>
 #include <mutex>
 #include <shared_mutex>
+#include <unordered_map>
 #include <vector>
 
 namespace ORV_3_30 {
@@ -103,6 +105,11 @@ private:
     std::uint8_t numberOf(IScopeMaker& maker);
     bool isRaw(RangeRecord const& record) const;
     bool takeIntoRival(Position at, MergeSide const& newcomer);
+    /// The first thing at a key, in list order, about which decide says anything but merge_Different.
+    template <typename Decide>
+    RangeRecord* findRival(Position at, char const* name, Decide decide, unsigned int& flags);
+    MergeNext nextOf(Position at) const;
+    KeyGroup* groupAt(unsigned long long address) const;
     unsigned int decide(RangeRecord const& rival, MergeSide const& newcomer, MergeNext const& next) const;
     template <typename Merge>
     void changeEnd(RangeRecord* rival, unsigned int flags, unsigned long long end, Merge merge);
@@ -130,7 +137,8 @@ private:
     mutable Guard m_guard;
     KeyIndex m_keys;
     Pool<RangeRecord> m_pool;
-    std::vector<RawSymbolBatch> m_batches; ///< Where raw records stand.
+    std::vector<RawSymbolBatch> m_batches;                                      ///< Where raw records stand.
+    std::unordered_map<unsigned long long, std::unique_ptr<KeyGroup>> m_groups; ///< At keys where much starts.
     std::uint32_t m_arrivals = 0;
     std::vector<IScopeMaker*> m_makers;                      ///< By the number that records have. Not owned.
     std::vector<std::unique_ptr<RawScopeMaker>> m_rawMakers; ///< One for each loader of raw symbols.

@@ -237,6 +237,7 @@ void SymbolTable::insertRawGroup(RawSymbolBatch& batch, std::vector<std::uint32_
         }
     }
     m_linked += records.size() - before;
+    m_groups.erase(address);
     std::stable_sort(records.begin(), records.end(),
                      [](RangeRecord const* a, RangeRecord const* b) { return a->end > b->end; });
     for (std::size_t i = 0; i < records.size(); ++i) {

@@ -413,6 +413,38 @@ TEST(Dwarf, MergesWithRawSymbols) {
     }
 }
 
+TEST(Dwarf, MergesInCrowds) {
+    // Where much starts at one address, what has nothing to do with a newcomer is not looked at; the outcome
+    // is that of a comparison with each.
+    auto const symbolsWith = [](int others) {
+        DwarfText text = commonText();
+        std::ostringstream crowd;
+        for (int i = 0; i < others; ++i) {
+            crowd << function("_ZN5other" + std::to_string(i % 10) + "fILi" + std::to_string(i) + "EEEvv", 0,
+                              static_cast<unsigned int>(600 + i));
+        }
+        auto const unit = [&](unsigned int grow) {
+            return unitEntry() + crowd.str() + function("_ZN1AC2Ev", 0, 16 + grow) + function("plain", 0, 40) +
+                   function("_ZN1A1fEi", 0, 24) + function("label", 0, 0) + function("next", 0x200, 8) + ".byte 0\n";
+        };
+        text.unit({}, unit(0))
+            .unit({}, unitEntry() + function("_ZN1A1fEd", 0, 32) + function("plain.", 0, 8) +
+                          function("_ZN1AC1Ev", 0, 48) + function("label", 0, 64) + ".byte 0\n");
+        text.unit({}, unit(3));
+        std::string kept;
+        std::istringstream words(symbolsOf(text));
+        for (std::string word; words >> word;) {
+            kept += word.find("other") == std::string::npos ? word + " " : "";
+        }
+        return kept;
+    };
+    std::string const few = symbolsWith(0);
+    // "plain" has taken the name "plain.", which no "plain" is the same as.
+    EXPECT_EQ(few, "label[1000,1040)l _ZN1AC2Ev[1000,1030)l plain.[1000,1028)l plain[1000,1028)l "
+                   "_ZN1A1fEi[1000,1020)l next[1200,1208)l ");
+    EXPECT_EQ(symbolsWith(100), few);
+}
+
 TEST(Dwarf, KnowsVariantsOfNames) {
     struct Row {
         char const* a;
