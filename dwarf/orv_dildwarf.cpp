@@ -49,14 +49,16 @@ void calculateHighLowAdresses(AttrBinding const* low, AttrBinding const* high, u
 
 } // namespace dwarf_utils
 
-DWARFDebugInfoLoader::DWARFDebugInfoLoader(IFileFormatLoader* loader, char const* symFileName,
+DWARFDebugInfoLoader::DWARFDebugInfoLoader(IFileFormatLoader* loader, std::string symFileName,
                                            IFileFormatHelper* helper, unsigned long long loadBias)
-    : DebugInfoLoader(loader), m_symFileName(symFileName), m_fileFormatHelper(helper), m_loadBias(loadBias),
+    : DebugInfoLoader(loader), m_symFileName(std::move(symFileName)), m_fileFormatHelper(helper), m_loadBias(loadBias),
       m_symbolsEnabled(areSymbolsEnabled()) {}
 
 ISrcLineResolver* DWARFDebugInfoLoader::srcLineResolver(Scope* scope, ILock* /*lock*/) {
     if (!m_lineResolver) {
-        m_lineResolver = new DWARFLineResolver(scope, this);
+        SymMgrObjectPtr<DWARFLineResolver> const fresh(new DWARFLineResolver(scope, this));
+        fresh->open();
+        m_lineResolver = fresh;
     }
     m_lineResolver->moveTo(scope);
     return m_lineResolver.get();
@@ -99,10 +101,13 @@ void DWARFDebugInfoLoader::holdSections() {
     m_debugLine = holdSection(section_role_DebugLine, true);
     m_debugRanges = holdSection(section_role_DebugRanges, true);
     m_lineBytes = std::max(k_leastBudget, m_debugLine.size * k_lineRereads);
+    m_textBytes = k_leastTexts + textsSize() * k_textsMade;
+}
+
+/// What one load may spend. A client may have many made, and each is to give the same.
+void DWARFDebugInfoLoader::refillBudgets() {
     m_rangePairs = std::max(k_leastBudget, m_debugRanges.size * k_rangeRereads);
-    std::uint64_t const texts = m_debugInfo.size + m_debugStr.size + m_debugLine.size;
-    m_textBytes = k_leastTexts + texts * k_textsMade;
-    m_searchBytes = k_leastTexts + texts * k_textsSearched;
+    m_searchBytes = k_leastTexts + textsSize() * k_textsSearched;
 }
 
 status_t DWARFDebugInfoLoader::scanUnits() {
@@ -210,6 +215,7 @@ status_t DWARFDebugInfoLoader::loadSymbols(ISymbolTable* table, AcceptedRanges* 
             return m_status;
         }
     }
+    refillBudgets();
     DieTreeWalk walk(*this, {table, filter, table != nullptr ? table->scope() : nullptr});
     for (auto const& unit : m_units) {
         if (unit->header().firstDie < unit->header().offset + unit->header().length) {

@@ -22,7 +22,7 @@ namespace ORV_3_30 {
 class DWARFDebugInfoLoader final : public DebugInfoLoader, public IScopeMaker {
 public:
     /// loadBias: what is added to an address of the symbol file to get one of the module.
-    DWARFDebugInfoLoader(IFileFormatLoader* loader, char const* symFileName, IFileFormatHelper* helper,
+    DWARFDebugInfoLoader(IFileFormatLoader* loader, std::string symFileName, IFileFormatHelper* helper,
                          unsigned long long loadBias);
 
     char const* symFileName() override { return m_symFileName.c_str(); }
@@ -66,6 +66,8 @@ public:
     /// A name without its last character, as long as the loader lives; the name itself where too many
     /// have been kept.
     char const* keepShortened(char const* name, std::size_t size);
+    /// To be called where a load begins.
+    void refillBudgets();
     /// False if more was read than the section can justify: units may share what they read, but not
     /// without an end.
     bool spendLineBytes(std::uint64_t bytes) { return spend(m_lineBytes, bytes); }
@@ -93,6 +95,7 @@ private:
 
     HeldSection holdSection(unsigned int role, bool isRelocated);
     void holdSections();
+    std::uint64_t textsSize() const { return m_debugInfo.size + m_debugStr.size + m_debugLine.size; }
     status_t scanUnits();
     status_t scanUnit(DwarfWalker& walker);
 

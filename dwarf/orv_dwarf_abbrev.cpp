@@ -14,8 +14,8 @@ template <typename T> T saturated(std::uint64_t value) {
     return static_cast<T>(std::min<std::uint64_t>(value, std::numeric_limits<T>::max()));
 }
 
-/// A few times the section is more than units that don't share their tables ever need.
-constexpr std::uint64_t k_rereads = 16;
+/// Twice the section is more than units that don't share their tables ever need.
+constexpr std::uint64_t k_rereads = 2;
 constexpr std::uint64_t k_leastBudget = std::uint64_t{1} << 20;
 
 } // namespace
@@ -87,17 +87,19 @@ void AbbrevTable::makeSteps(FormContext const& context, AbbrevEntry& entry) {
 }
 
 AbbrevTable const& AbbrevTables::at(std::uint64_t offset, DwarfWalker const& section, FormContext const& context) {
-    std::unique_ptr<AbbrevTable>& table = m_tables[{offset, context.addrSize, context.is64, context.version < 3}];
-    if (table == nullptr) {
-        table = std::make_unique<AbbrevTable>();
-        std::uint64_t const budget = std::max(k_leastBudget, section.size() * k_rereads);
-        if (m_bytesRead < budget && offset < section.size()) {
-            DwarfWalker walker = section;
-            walker.seek(offset);
-            m_bytesRead += table->read(walker, context);
-        }
+    Key const key{offset, context.addrSize, context.is64, context.version < 3};
+    auto const known = m_tables.find(key);
+    if (known != m_tables.end()) {
+        return *known->second;
     }
-    return *table;
+    auto table = std::make_unique<AbbrevTable>();
+    std::uint64_t const budget = std::max(k_leastBudget, section.size() * k_rereads);
+    if (m_bytesRead < budget && offset < section.size()) {
+        DwarfWalker walker = section;
+        walker.seek(offset);
+        m_bytesRead += table->read(walker, context);
+    }
+    return *m_tables.emplace(key, std::move(table)).first->second;
 }
 
 } // namespace ORV_3_30

@@ -5,39 +5,53 @@
 #include "dwarf/orv_dwarf_unit.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace ORV_3_30 {
 
+namespace {
+
+struct SlotOfAttribute {
+    DieAttributes::Slot slot;
+    std::uint32_t attr;
+};
+
+/// By attribute, so that bindings come in order.
+constexpr SlotOfAttribute k_slots[] = {
+    {DieAttributes::slot_Sibling, DW_AT_sibling},
+    {DieAttributes::slot_Location, DW_AT_location},
+    {DieAttributes::slot_Name, DW_AT_name},
+    {DieAttributes::slot_ByteSize, DW_AT_byte_size},
+    {DieAttributes::slot_StmtList, DW_AT_stmt_list},
+    {DieAttributes::slot_LowPc, DW_AT_low_pc},
+    {DieAttributes::slot_HighPc, DW_AT_high_pc},
+    {DieAttributes::slot_Language, DW_AT_language},
+    {DieAttributes::slot_CompDir, DW_AT_comp_dir},
+    {DieAttributes::slot_Inline, DW_AT_inline},
+    {DieAttributes::slot_LowerBound, DW_AT_lower_bound},
+    {DieAttributes::slot_Producer, DW_AT_producer},
+    {DieAttributes::slot_UpperBound, DW_AT_upper_bound},
+    {DieAttributes::slot_AbstractOrigin, DW_AT_abstract_origin},
+    {DieAttributes::slot_DeclColumn, DW_AT_decl_column},
+    {DieAttributes::slot_DeclFile, DW_AT_decl_file},
+    {DieAttributes::slot_DeclLine, DW_AT_decl_line},
+    {DieAttributes::slot_External, DW_AT_external},
+    {DieAttributes::slot_Specification, DW_AT_specification},
+    {DieAttributes::slot_Type, DW_AT_type},
+    {DieAttributes::slot_EntryPc, DW_AT_entry_pc},
+    {DieAttributes::slot_Ranges, DW_AT_ranges},
+    {DieAttributes::slot_LinkageName, DW_AT_linkage_name},
+    {DieAttributes::slot_VendorLinkageName, DW_AT_MIPS_linkage_name},
+    {DieAttributes::slot_Discriminator, DW_AT_GNU_discriminator},
+    {DieAttributes::slot_Options, DW_AT_unit_options},
+};
+
+} // namespace
+
 std::uint8_t DieAttributes::slotOf(std::uint32_t attr) {
-    switch (attr) {
-    case DW_AT_sibling: return slot_Sibling;
-    case DW_AT_location: return slot_Location;
-    case DW_AT_name: return slot_Name;
-    case DW_AT_byte_size: return slot_ByteSize;
-    case DW_AT_stmt_list: return slot_StmtList;
-    case DW_AT_low_pc: return slot_LowPc;
-    case DW_AT_high_pc: return slot_HighPc;
-    case DW_AT_language: return slot_Language;
-    case DW_AT_comp_dir: return slot_CompDir;
-    case DW_AT_inline: return slot_Inline;
-    case DW_AT_lower_bound: return slot_LowerBound;
-    case DW_AT_producer: return slot_Producer;
-    case DW_AT_upper_bound: return slot_UpperBound;
-    case DW_AT_abstract_origin: return slot_AbstractOrigin;
-    case DW_AT_decl_column: return slot_DeclColumn;
-    case DW_AT_decl_file: return slot_DeclFile;
-    case DW_AT_decl_line: return slot_DeclLine;
-    case DW_AT_external: return slot_External;
-    case DW_AT_specification: return slot_Specification;
-    case DW_AT_type: return slot_Type;
-    case DW_AT_entry_pc: return slot_EntryPc;
-    case DW_AT_ranges: return slot_Ranges;
-    case DW_AT_linkage_name: return slot_LinkageName;
-    case DW_AT_MIPS_linkage_name: return slot_VendorLinkageName;
-    case DW_AT_GNU_discriminator: return slot_Discriminator;
-    case DW_AT_unit_options: return slot_Options;
-    default: return slot_None;
-    }
+    auto const* const found = std::lower_bound(std::begin(k_slots), std::end(k_slots), attr,
+                                               [](SlotOfAttribute const& s, std::uint32_t a) { return s.attr < a; });
+    return found != std::end(k_slots) && found->attr == attr ? found->slot : slot_None;
 }
 
 bool DieAttributes::read(DwarfWalker& walker, FormContext const& context, AbbrevTable const& table,
@@ -107,6 +121,9 @@ bool DieChain::extend() {
     link.unit = unit;
     link.offset = offset;
     link.attributes.read(walker, unit->forms(), unit->abbrevs(), *entry);
+    if (!unit->loader()->spendSearchBytes(walker.offset() - offset)) {
+        return false; // many entries share an origin that is long
+    }
     ++m_count;
     m_isComplete = false;
     return true;
@@ -157,36 +174,30 @@ bool AttrBindings::readDie(DwarfWalker& walker) {
     m_offset = offset;
     m_tag = entry->tag;
     m_hasChildren = entry->hasChildren;
-    AbbrevSpec const* const specs = table.specs(*entry);
-    std::vector<AttrBinding*> read;
-    AttrValue value{};
-    bool isComplete = true;
-    for (std::uint32_t i = 0; i < entry->specCount && isComplete; ++i) {
-        isComplete = readForm(walker, m_unit->forms(), specs[i].form, value);
-        if (isComplete) {
-            m_pool.push_back({nullptr, specs[i].attr, value.form, value.value, value.data});
-            read.push_back(&m_pool.back());
+    DieAttributes attributes;
+    bool const isComplete = attributes.read(walker, m_unit->forms(), table, *entry);
+    m_pool.reserve(attributes.count()); // bindings stay where they are
+    for (SlotOfAttribute const& known : k_slots) {
+        if (AttrValue const* const value = attributes.get(known.slot)) {
+            m_pool.push_back({nullptr, known.attr, value->form, value->value, value->data});
+            insertItem(&m_pool.back());
         }
-        if (walker.atEnd()) {
-            break; // the rest of the entry is not there
-        }
-    }
-    // In ascending order the list takes them without a walk; of two with one code the first stands.
-    std::stable_sort(read.begin(), read.end(),
-                     [](AttrBinding const* a, AttrBinding const* b) { return a->attr < b->attr; });
-    for (AttrBinding* const binding : read) {
-        insertItem(binding);
     }
     return isComplete;
 }
 
 AttrBinding const* AttrBindings::attribute(unsigned long long attr, bool localOnly) {
+    AttrBindings const* const holder = localOnly ? this : holderOf(attr);
+    return holder != nullptr ? holder->find(attr) : nullptr;
+}
+
+AttrBindings* AttrBindings::holderOf(unsigned long long attr) {
     AttrBindings* entry = this;
     for (unsigned int i = 0; entry != nullptr && i < k_longestOriginChain; ++i) {
-        if (AttrBinding const* const binding = entry->find(attr)) {
-            return binding;
+        if (entry->find(attr) != nullptr) {
+            return entry;
         }
-        entry = localOnly ? nullptr : entry->resolveOrigin();
+        entry = entry->resolveOrigin();
     }
     return nullptr;
 }

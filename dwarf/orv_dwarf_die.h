@@ -62,6 +62,8 @@ public:
     /// walker in front of it.
     bool read(DwarfWalker& walker, FormContext const& context, AbbrevTable const& table, AbbrevEntry const& entry);
 
+    /// How many of them are there.
+    std::size_t count() const { return static_cast<std::size_t>(__builtin_popcount(m_present)); }
     bool has(Slot slot) const { return (m_present & std::uint32_t{1} << slot) != 0; }
     /// Null where the attribute is not there.
     AttrValue const* get(Slot slot) const { return has(slot) ? &m_values[slot] : nullptr; }
@@ -101,7 +103,8 @@ private:
     bool m_isComplete = false;
 };
 
-/// One entry with all its attributes, sorted by code.
+/// One entry with the attributes that the reader knows, sorted by code. How long an abbreviation is does
+/// not matter to what it takes.
 ///
 /// Holds its unit without a count: units live as long as their loader. Guarded by the load locks: what
 /// is filled on demand is filled under them.
@@ -117,6 +120,8 @@ public:
     /// its origin: a definition has the attributes of its declaration, an instance those of its abstract
     /// origin.
     AttrBinding const* attribute(unsigned long long attr, bool localOnly = false);
+    /// The entry among this one and its origins that has an attribute; null if none has.
+    AttrBindings* holderOf(unsigned long long attr);
     /// The entry that DW_AT_abstract_origin or else DW_AT_specification names; null if there is none.
     AttrBindings* resolveOrigin();
 
@@ -131,7 +136,7 @@ private:
     std::uint64_t m_tag = 0;
     std::uint64_t m_offset = 0;
     unsigned char m_hasChildren = 0;
-    std::deque<AttrBinding> m_pool;
+    std::vector<AttrBinding> m_pool; ///< Made once, at its full size.
     SymMgrObjectPtr<AttrBindings> m_origin;
 };
 

@@ -18,9 +18,7 @@ unsigned long long checksumOf(std::string_view path) {
 
 } // namespace
 
-DWARFLineResolver::DWARFLineResolver(Scope* scope, DWARFDebugInfoLoader* loader)
-    : SrcLineResolver(scope), m_loader(loader), m_lineTable(new LineTable(loader->moduleLoader(), this, &m_tableLock)) {
-}
+void DWARFLineResolver::open() { m_lineTable = new LineTable(m_loader->moduleLoader(), this, &m_tableLock); }
 
 // --- Files
 
@@ -51,19 +49,33 @@ bool DWARFLineResolver::fileIdByName(char const* name, unsigned int& outId, unsi
     return true;
 }
 
+// In each of these what can fail comes before the map knows of it.
+
 int DWARFLineResolver::addFile(char const* path, unsigned long long modificationTime, unsigned long long length) {
     if (path == nullptr || *path == '\0') {
         return -1;
     }
-    auto const [entry, isNew] =
-        m_sourceFileIdByCrc.emplace(checksumOf(path), static_cast<unsigned int>(m_sourceFiles.size()));
-    if (isNew) {
-        m_sourceFiles.emplace_back(new SourceFile(this, entry->second, path, modificationTime, length));
+    unsigned long long const checksum = checksumOf(path);
+    auto const known = m_sourceFileIdByCrc.find(checksum);
+    if (known != m_sourceFileIdByCrc.end()) {
+        return static_cast<int>(known->second);
     }
-    return static_cast<int>(entry->second);
+    auto const id = static_cast<unsigned int>(m_sourceFiles.size());
+    SymMgrObjectPtr<SourceFile> const file(new SourceFile(this, id, path, modificationTime, length));
+    m_sourceFiles.push_back(file);
+    try {
+        m_sourceFileIdByCrc.emplace(checksum, id);
+    } catch (...) {
+        m_sourceFiles.pop_back();
+        throw;
+    }
+    return static_cast<int>(id);
 }
 
 std::uint32_t DWARFLineResolver::addDirectory(std::string const& directory) {
+    if (m_directoryNames.size() == m_directoryNames.capacity()) {
+        m_directoryNames.reserve(2 * m_directoryNames.size() + 8);
+    }
     auto const [entry, isNew] = m_directories.emplace(directory, static_cast<std::uint32_t>(m_directoryNames.size()));
     if (isNew) {
         m_directoryNames.push_back(&entry->first);
@@ -73,17 +85,23 @@ std::uint32_t DWARFLineResolver::addDirectory(std::string const& directory) {
 
 int DWARFLineResolver::addFileIn(std::uint32_t directory, std::string_view name, unsigned long long modificationTime,
                                  unsigned long long length) {
-    auto const [entry, isNew] = m_knownNames.emplace(NameInDirectory{directory, name}, -1);
+    NameInDirectory const key{directory, name};
+    auto const known = m_knownNames.find(key);
+    if (known != m_knownNames.end()) {
+        return known->second;
+    }
     std::string const& parent = *m_directoryNames[directory];
-    if (isNew && m_loader->spendTextBytes(parent.size() + name.size())) {
+    int id = -1;
+    if (m_loader->spendTextBytes(parent.size() + name.size())) {
         std::string path = parent;
         if (!path.empty() && path.back() != '/') {
             path += '/';
         }
         path += name;
-        entry->second = addFile(path.c_str(), modificationTime, length);
+        id = addFile(path.c_str(), modificationTime, length);
     }
-    return entry->second;
+    m_knownNames.emplace(key, id);
+    return id;
 }
 
 int DWARFLineResolver::fileIdOfNumber(unsigned long long number, DWARFCompilationUnit& unit) {

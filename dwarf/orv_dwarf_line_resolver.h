@@ -6,11 +6,11 @@
 
 #include <atomic>
 #include <cstdint>
-#include <deque>
 #include <map>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
 namespace ORV_3_30 {
 
@@ -22,7 +22,10 @@ class DWARFDebugInfoLoader;
 /// unit's files runs that unit's program alone, under the same lock.
 class DWARFLineResolver final : public SrcLineResolver {
 public:
-    DWARFLineResolver(Scope* scope, DWARFDebugInfoLoader* loader);
+    DWARFLineResolver(Scope* scope, DWARFDebugInfoLoader* loader) : SrcLineResolver(scope), m_loader(loader) {}
+    /// Makes the table. To be called once, before anything else: apart from construction, since a counted
+    /// object that can't be finished must go by its count.
+    void open();
 
     unsigned int sourceFileCount() override;
     ISourceFile* sourceFileById(unsigned int id) override;
@@ -77,11 +80,11 @@ private:
     OrvLock m_tableLock;            ///< Of the table's count.
     OrvLock m_runLock;
     SymMgrObjectPtr<LineTable> m_lineTable;
-    std::atomic<bool> m_isComplete{false};                 ///< All programs have been run.
-    std::deque<SymMgrObjectPtr<SourceFile>> m_sourceFiles; ///< By id.
+    std::atomic<bool> m_isComplete{false};                  ///< All programs have been run.
+    std::vector<SymMgrObjectPtr<SourceFile>> m_sourceFiles; ///< By id.
     std::map<unsigned long long, unsigned int> m_sourceFileIdByCrc;
     std::unordered_map<std::string, std::uint32_t> m_directories;
-    std::deque<std::string const*> m_directoryNames;
+    std::vector<std::string const*> m_directoryNames;
     std::unordered_map<NameInDirectory, int, Hash> m_knownNames;
 };
 

@@ -1,6 +1,7 @@
 #include "dwarf/orv_dwarf_merge.h"
 
 #include "platform/orv_demangler.h"
+#include "platform/orv_mangled_size.h"
 
 #include <algorithm>
 #include <cstring>
@@ -38,8 +39,9 @@ std::string_view withoutClone(std::string_view name) {
 
 /// True if two names that part at a place do so in the variant of a constructor or destructor alone.
 bool isVariantMark(std::string_view a, std::string_view b, std::size_t at) {
-    auto const isVariant = [](char c) { return c >= '0' && c <= '5'; };
     bool const isMarked = at > 2 && (a[at - 1] == 'C' || a[at - 1] == 'D');
+    char const first = isMarked && a[at - 1] == 'C' ? '1' : '0';
+    auto const isVariant = [&](char c) { return c >= first && c <= first + 2; };
     // The variant ends a nested name. Elsewhere such letters stand in numbers of substitutions.
     if (!isMarked || !isVariant(a[at]) || !isVariant(b[at]) || at + 1 == a.size() || a[at + 1] != 'E' ||
         a.substr(at + 1) != b.substr(at + 1)) {
@@ -123,8 +125,7 @@ unsigned int flagsOfRanges(MergeSide const& mine, MergeSide const& other, MergeN
     if (!isTooLong && !isTooShort) {
         return 0;
     }
-    bool const belongsToNext =
-        next.name != nullptr && other.lastEnd == next.key && std::strcmp(other.name, next.name) == 0;
+    bool const belongsToNext = next.name != nullptr && other.lastEnd == next.key && areEqual(other.name, next.name);
     return belongsToNext ? merge_Different : merge_ReplaceEnd;
 }
 
@@ -140,7 +141,10 @@ bool areVariantsOfOneName(char const* a, char const* b) {
         return false;
     }
     auto const [at, same] = std::mismatch(mine.begin(), mine.end(), other.begin());
-    return at == mine.end() || isVariantMark(mine, other, static_cast<std::size_t>(at - mine.begin()));
+    bool const areVariants =
+        at == mine.end() || isVariantMark(mine, other, static_cast<std::size_t>(at - mine.begin()));
+    // What can't be demangled stands for itself.
+    return areVariants && mangledSizeBound(mine) != k_unboundedSize;
 }
 
 unsigned int dwarfMergeRule(MergeSide const& mine, MergeSide const& other, MergeNext const& next) {

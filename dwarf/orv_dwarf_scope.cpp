@@ -25,8 +25,10 @@ std::unique_ptr<DeclLocation> DeclLocation::read(AttrBindings& die) {
     if (file == 0 || line == 0) {
         return nullptr;
     }
-    return std::make_unique<DeclLocation>(
-        DeclLocation{file, line, numberOf(die, DW_AT_decl_column), numberOf(die, DW_AT_GNU_discriminator), die.unit()});
+    // The number is one of the table of the unit that has it: an origin may stand in another one.
+    return std::make_unique<DeclLocation>(DeclLocation{file, line, numberOf(die, DW_AT_decl_column),
+                                                       numberOf(die, DW_AT_GNU_discriminator),
+                                                       die.holderOf(DW_AT_decl_file)->unit()});
 }
 
 int DeclLocation::sourceFileId() const {

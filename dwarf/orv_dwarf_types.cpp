@@ -53,7 +53,10 @@ public:
             return out.isSized;
         }
         out.isSized = decode(*unit, offset, out, depth);
-        unit->knownTypes()[offset] = out;
+        // Deep down a failure may come of the depth alone.
+        if (out.isSized || depth == 0) {
+            unit->knownTypes()[offset] = out;
+        }
         return out.isSized;
     }
 

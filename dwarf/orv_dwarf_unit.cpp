@@ -85,7 +85,8 @@ void DWARFCompilationUnit::mergeOptions(char const* newText) {
     std::size_t const before = merged.size();
     ORV_3_30::mergeOptions(merged, newText);
     if (merged.size() != before) {
-        m_merged = std::make_unique<std::string>(std::move(merged));
+        m_mergedOptions.push_back(std::move(merged));
+        m_compileOptions = m_mergedOptions.back().c_str();
     }
 }
 

@@ -11,7 +11,8 @@
 #include "orv/orv_source.h"
 #include "symbols/orv_accepted_ranges.h"
 
-#include <memory>
+#include <atomic>
+#include <deque>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -46,7 +47,7 @@ public:
     ISourceFile* sourceFileByName(char const* name) override;
     unsigned int reserved4() override { return 0; }
     char const* compilationDirectory() override { return m_compDir; }
-    char const* compileOptions() override { return m_merged != nullptr ? m_merged->c_str() : m_compileOptions; }
+    char const* compileOptions() override { return m_compileOptions; }
     char const* optReportFile() override {
         return m_compiler.optReportFile.empty() ? nullptr : m_compiler.optReportFile.c_str();
     }
@@ -108,8 +109,8 @@ private:
     char const* m_compDir = "";
     char const* m_name = "";
     char const* m_producer = "";
-    char const* m_compileOptions = "";
-    std::unique_ptr<std::string> m_merged; ///< With the options of parts; null as long as none came.
+    std::atomic<char const*> m_compileOptions{""};
+    std::deque<std::string> m_mergedOptions; ///< With those of parts. Earlier texts stay, for who holds them.
     Compiler m_compiler;
     ISourceFile* m_mainFile = nullptr;
     std::vector<int> m_sourceFileIds;

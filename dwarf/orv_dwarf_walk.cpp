@@ -23,7 +23,6 @@ DieTreeWalk::DieTreeWalk(DWARFDebugInfoLoader& loader, Target const& target)
 
 void DieTreeWalk::walkUnit(DWARFCompilationUnit& unit, unsigned int mask) {
     m_unit = &unit;
-    m_isFirstWalk = !unit.hasDetails();
     m_mask = m_target.table != nullptr ? mask : 0;
     m_walker = unit.unitWalker();
     m_walker.seek(unit.header().firstDie);
@@ -36,17 +35,22 @@ void DieTreeWalk::walkChildren(DWARFCompilationUnit& unit, std::uint64_t childOf
     m_mask = mask;
     m_walker = unit.unitWalker();
     m_walker.seek(childOffset);
-    m_levels.push_back({mask, {}});
+    m_loader.refillBudgets();
+    m_levels.push_back({mask, false});
     run();
 }
 
 void DieTreeWalk::run() {
     while (!m_levels.empty()) {
         if (!step()) {
-            Level const level = std::move(m_levels.back());
+            Level const level = m_levels.back();
             m_levels.pop_back();
             m_mask = level.mask;
-            add(level.opened);
+            if (level.hasOpened) {
+                Opened const opened = std::move(m_waiting.back());
+                m_waiting.pop_back();
+                add(opened);
+            }
         }
     }
 }
@@ -88,8 +92,12 @@ bool DieTreeWalk::step() {
         m_mask = mask;
         add(m_opened);
     } else if (children == Children::Enter) {
-        m_levels.push_back({mask, std::move(m_opened)});
-        m_opened = {};
+        bool const hasOpened = m_opened.name != nullptr;
+        m_levels.push_back({mask, hasOpened});
+        if (hasOpened) {
+            m_waiting.push_back(std::move(m_opened));
+            m_opened = {};
+        }
     } else {
         m_mask = mask;
         m_loader.skipChildren(m_walker, *m_unit, sibling);
@@ -105,7 +113,7 @@ bool DieTreeWalk::needsAttributes(std::uint32_t tag) const {
     case DW_TAG_entry_point: return (m_mask & symbol_kind_FunctionAlt) != 0;
     case DW_TAG_label: return (m_mask & symbol_kind_DataAlt) != 0;
     case DW_TAG_variable: return (m_mask & symbol_kind_Data) != 0;
-    case DW_TAG_unit_options: return m_isFirstWalk;
+    case DW_TAG_unit_options: return true;
     default: return false;
     }
 }
@@ -133,7 +141,7 @@ DieTreeWalk::Children DieTreeWalk::act(std::uint32_t tag, std::uint64_t offset) 
         return Children::Enter;
     case DW_TAG_label: return (m_mask & symbol_kind_DataAlt) != 0 ? openLabel(offset) : Children::Skip;
     case DW_TAG_variable: return (m_mask & symbol_kind_Data) != 0 ? openVariable(offset) : Children::Skip;
-    case DW_TAG_unit_options: return m_isFirstWalk ? mergeOptions() : Children::Enter;
+    case DW_TAG_unit_options: return mergeOptions();
     default: return Children::Skip;
     }
 }
@@ -188,14 +196,23 @@ DieTreeWalk::Children DieTreeWalk::openFunction(symbol_kind_t kind, std::uint64_
     if (!hasPlace && children == Children::Skip) {
         return children; // an abstract one: nothing can come of it
     }
-    char const* name = m_chain.symbolName();
+    unsigned long long low = 0;
+    unsigned long long high = 0;
+    // Of the functions that a filter keeps out, most go before a name is looked for.
+    bool const isPlain = own.has(DieAttributes::slot_LowPc) && own.has(DieAttributes::slot_HighPc) &&
+                         !own.has(DieAttributes::slot_Ranges) && own.has(DieAttributes::slot_Name);
+    if (isPlain && rangeOf(low, high) && !accepts(low, high)) {
+        return Children::Skip;
+    }
+    char const* const name = m_chain.symbolName();
     if (name == nullptr) {
         return Children::Skip;
     }
     if (AttrValue const* const ranges = m_chain.find(DieAttributes::slot_Ranges)) {
         unsigned long long const lowest = readRanges(*m_unit, ranges, nullptr, m_opened.ranges);
         open(name, kind, offset, lowest, lowest);
-        if (m_opened.ranges.size() == 1) {
+        // One pair needs no scope of its own, unless the symbol's address is another: it goes by the base.
+        if (m_opened.ranges.size() == 1 && m_opened.ranges.front().first == lowest) {
             m_opened.start = m_opened.ranges.front().first;
             m_opened.end = m_opened.ranges.front().second;
             m_opened.ranges.clear();
@@ -204,12 +221,10 @@ DieTreeWalk::Children DieTreeWalk::openFunction(symbol_kind_t kind, std::uint64_
         }
         return children;
     }
-    unsigned long long low = 0;
-    unsigned long long high = 0;
     if (!rangeOf(low, high)) {
         return children;
     }
-    if (!accepts(low, high)) {
+    if (!isPlain && !accepts(low, high)) {
         return Children::Skip;
     }
     open(name, kind, offset, low, high);
@@ -240,7 +255,7 @@ DieTreeWalk::Children DieTreeWalk::openVariable(std::uint64_t offset) {
     bool const isSized = type != nullptr && lookUpType(*unit, type->value, info);
     unsigned long long const end = address + (isSized ? info.size : 0);
     char const* const name = m_chain.symbolName();
-    if (name == nullptr || end < address || !accepts(address, end)) {
+    if (end < address || !accepts(address, end) || name == nullptr) {
         return Children::Enter;
     }
     open(name, symbol_kind_Data, offset, address, end);

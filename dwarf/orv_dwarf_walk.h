@@ -53,7 +53,7 @@ private:
     /// A list of children that is being read.
     struct Level {
         unsigned int mask; ///< Of the level above.
-        Opened opened;
+        bool hasOpened;    ///< Its entry has made the last of what waits.
     };
     enum class Children { Skip, Enter };
 
@@ -77,12 +77,12 @@ private:
     Target m_target;
     SymbolTable* m_ownTable; ///< Null for a table that somebody else has implemented.
     DWARFCompilationUnit* m_unit = nullptr;
-    bool m_isFirstWalk = false; ///< Options of parts are merged once.
     unsigned int m_mask = 0;
     DwarfWalker m_walker;
     DieChain m_chain;
     Opened m_opened; ///< By the entry that is being read.
     std::vector<Level> m_levels;
+    std::vector<Opened> m_waiting; ///< For the ends of their entries' children.
 };
 
 } // namespace ORV_3_30

@@ -18,8 +18,9 @@ constexpr unsigned int k_noSymbolFileFormat = 0;
 /// Stands for a symbol file without debug information: it reports the file's name, and loads nothing.
 class EmptyDebugInfoLoader final : public SymMgrObject<IDebugInfoLoader> {
 public:
-    /// Banks share it, so its count has a lock of its own.
-    explicit EmptyDebugInfoLoader(char const* name) : SymMgrObject(true), m_name(name) {}
+    /// Banks share it, so its count has a lock of its own. The name comes ready-made: a counted object that
+    /// can't be finished would leave that lock behind.
+    explicit EmptyDebugInfoLoader(std::string name) : SymMgrObject(true), m_name(std::move(name)) {}
 
     char const* symFileName() override { return m_name.c_str(); }
     unsigned int symFileFormat() override { return k_noSymbolFileFormat; }
@@ -39,7 +40,8 @@ private:
     std::string m_name;
 };
 
-/// Base of the loaders that have a format. Banks share a loader, so its count has a lock of its own.
+/// Base of the loaders that have a format. Banks share a loader, so its count has a lock of its own; the
+/// constructors of those that derive from it allocate nothing, as in EmptyDebugInfoLoader.
 class DebugInfoLoader : public SymMgrObject<IDebugInfoLoader> {
 public:
     explicit DebugInfoLoader(IFileFormatLoader* loader) : SymMgrObject(true), m_loader(loader) {}

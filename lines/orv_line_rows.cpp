@@ -9,7 +9,9 @@ std::uint32_t LineRows::indexOfUnit(unsigned long long unit) {
     if (!m_units.empty() && m_units.back() == unit) {
         return static_cast<std::uint32_t>(m_units.size() - 1);
     }
-    m_units.reserve(m_units.size() + 1); // before the map knows of it
+    if (m_units.size() == m_units.capacity()) {
+        m_units.reserve(2 * m_units.size() + 8); // before the map knows of it
+    }
     auto const [entry, isNew] = m_unitIndex.emplace(unit, static_cast<std::uint32_t>(m_units.size()));
     if (isNew) {
         m_units.push_back(unit);

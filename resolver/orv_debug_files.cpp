@@ -7,7 +7,7 @@ namespace ORV_3_30 {
 
 BinaryWithDWARFInfo::BinaryWithDWARFInfo(char const* moduleFile, long long ordinal, IFileFormatHelper* helper,
                                          ILock* lock)
-    : SymMgrObject(true), m_ffHelper(helper), m_ordinal(ordinal), m_lock(lock) {
+    : SymMgrObject(lock), m_ffHelper(helper), m_ordinal(ordinal), m_lock(lock) {
     if (moduleFile != nullptr) {
         fullPath(m_moduleFile, moduleFile, false);
         validateSymbolFile(m_moduleFile.c_str());

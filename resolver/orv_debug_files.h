@@ -11,7 +11,7 @@ namespace ORV_3_30 {
 /// The module itself, if it has debug information. It accepts no other file.
 class BinaryWithDWARFInfo final : public SymMgrObject<ISymbolFileToResolve> {
 public:
-    /// lock guards the checks; it belongs to the module's loader, which owns this.
+    /// lock guards the checks and the count; it belongs to the module's loader, which owns this.
     BinaryWithDWARFInfo(char const* moduleFile, long long ordinal, IFileFormatHelper* helper, ILock* lock);
 
     char const* symbolFileName() override { return m_resolvedFile.c_str(); }

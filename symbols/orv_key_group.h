@@ -6,41 +6,59 @@
 
 #include "symbols/orv_range_record.h"
 
+#include <cstddef>
 #include <functional>
 #include <map>
-#include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
 namespace ORV_3_30 {
 
-/// An index beside a key's list. No lock: the table guards it.
+/// An index beside a key's list. Names are known by their hashes: they can be long, and share their
+/// bytes. No lock: the table guards it.
 class KeyGroup {
 public:
     /// From so many records on it pays.
     static constexpr std::size_t k_least = 16;
 
-    /// nameOf: a record's name, null for a scope without a symbol.
-    KeyGroup(RangeRecord* head, std::function<char const*(RangeRecord const&)> nameOf);
+    /// What the table knows of a record.
+    struct View {
+        std::function<char const*(RangeRecord const&)> nameOf; ///< Null for a scope without a symbol.
+        std::function<bool(RangeRecord const&)> isPlain;       ///< Goes by plainMergeRule.
+    };
+    KeyGroup(RangeRecord* head, View view);
 
-    /// The records whose names may have to do with a newcomer's, in list order.
-    std::vector<RangeRecord*> candidates(char const* name);
-    /// Puts a record in its place in the list.
+    /// The records that may have to do with a newcomer, in list order.
+    std::vector<RangeRecord*> candidates(char const* name, unsigned long long start, unsigned long long end);
     void link(RangeRecord*& head, RangeRecord* record);
     void unlink(RangeRecord*& head, RangeRecord* record);
     /// To be called when a record has got another name.
-    void rename(RangeRecord* record) { addTexts(record); }
+    void rename(RangeRecord* record) { enter(record); }
     RangeRecord* last() const { return m_last; }
 
 private:
-    void addTexts(RangeRecord* record);
-    void removeTexts(RangeRecord* record);
-    std::string const& shortName(char const* name);
+    /// The forms under which a name can meet others. Two names may differ in a dot at the end.
+    struct Texts {
+        std::size_t name;
+        std::size_t nameWithoutDot;
+        std::size_t shortForm;
+        std::size_t shortFormWithoutDot;
+    };
+    /// Records that share a text.
+    struct Same {
+        std::vector<RangeRecord*> plain;
+        std::unordered_map<unsigned long long, std::vector<RangeRecord*>> plainByEnd;
+        std::vector<RangeRecord*> others;
+    };
 
-    std::function<char const*(RangeRecord const&)> m_nameOf;
-    std::unordered_map<std::string, std::vector<RangeRecord*>> m_byText;
-    std::unordered_map<char const*, std::string> m_shortNames;       ///< By the name's place.
+    Texts const& textsOf(char const* name);
+    void enter(RangeRecord* record);
+    void leave(RangeRecord* record);
+
+    View m_view;
+    std::unordered_map<std::size_t, Same> m_byText;
+    std::unordered_map<std::size_t, Texts> m_texts;                  ///< By the name.
     std::map<unsigned long long, RangeRecord*> m_lastOfEnd;          ///< The last record with each end.
     std::unordered_map<RangeRecord const*, RangeRecord*> m_previous; ///< Null in front of the first.
     RangeRecord* m_last = nullptr;

@@ -5,6 +5,7 @@
 #include "symbols/orv_symboltable_iterators.h"
 
 #include <algorithm>
+#include <cstring>
 #include <mutex>
 #include <typeinfo>
 
@@ -77,6 +78,15 @@ void sortAsList(SymbolTable::Records& records) {
     });
 }
 
+/// Whether a merge would leave a record other than it is.
+bool changesAnything(RangeRecord const& rival, unsigned int flags, MergeSide const& newcomer) {
+    bool const takesName = (flags & merge_TakeName) != 0 && std::strcmp(rival.name, newcomer.name) != 0;
+    bool const takesData =
+        (flags & merge_TakeSymbolData) != 0 && (rival.kind != newcomer.kind || rival.visibility != newcomer.visibility);
+    bool const takesEnd = (flags & (merge_ReplaceEnd | merge_ReplaceScope)) != 0 && rival.end != newcomer.lastEnd;
+    return takesName || takesData || takesEnd;
+}
+
 /// True for a scope that goes by the rule of Scope::mergeDecision, which looks at nothing else.
 bool isPlain(Scope const& scope) { return typeid(scope) == typeid(SymbolScope); }
 
@@ -131,17 +141,19 @@ SymMgrObjectPtr<ISymbolTable> ISymbolTable::create(Scope* scope) {
 
 // --- Adding
 
-/// Makes room for what may have to be kept, so that keeping it can't fail once it is linked.
-void SymbolTable::reserveKeep() {
-    std::lock_guard<std::mutex> const guard(m_scopesLock);
-    if (m_scopes.size() + 1 >= m_scopes.capacity()) {
-        m_scopes.reserve(m_scopes.size() * 2 + 4);
-    }
-}
-
 void SymbolTable::keep(Scope* scope) {
     std::lock_guard<std::mutex> const guard(m_scopesLock);
     m_scopes.emplace_back(scope);
+}
+
+/// Gives up what was kept a moment ago.
+void SymbolTable::drop(Scope* scope) {
+    std::lock_guard<std::mutex> const guard(m_scopesLock);
+    auto const last = std::find_if(m_scopes.rbegin(), m_scopes.rend(),
+                                   [&](SymMgrObjectPtr<Scope> const& kept) { return kept.get() == scope; });
+    if (last != m_scopes.rend()) {
+        m_scopes.erase(std::next(last).base());
+    }
 }
 
 bool SymbolTable::addRange(unsigned long long start, unsigned long long end, Scope* scope) {
@@ -149,11 +161,15 @@ bool SymbolTable::addRange(unsigned long long start, unsigned long long end, Sco
     SymMgrObjectPtr<Scope> const held(scope);
     std::unique_lock<Guard> const guard(m_guard);
     m_holdsDeciders |= scope != nullptr && !isPlain(*scope);
-    reserveKeep();
+    if (scope == nullptr) {
+        insertRange(start, end, nullptr, m_arrivals++);
+        return false;
+    }
+    keep(scope); // first: once a record refers to it, nothing may fail
     RangeRecord const* const record = insertRange(start, end, scope, m_arrivals++);
-    bool const isTaken = scope != nullptr && record != nullptr && record->scope == scope;
-    if (isTaken) {
-        keep(scope);
+    bool const isTaken = record != nullptr && record->scope == scope;
+    if (!isTaken) {
+        drop(scope);
     }
     return isTaken;
 }
@@ -172,14 +188,9 @@ bool SymbolTable::addScope(Scope* scope) {
     for (std::size_t i = 0; i < scope->ranges().size(); ++i) {
         ranges.push_back(scope->ranges()[i]);
     }
-    auto const noteStay = [&](Scope* holder) {
-        if (holder == scope && !hasStayed) {
-            hasStayed = true;
-            keep(scope); // at once: a record refers to it
-        }
-    };
+    keep(scope); // first: once a record refers to it, nothing may fail
+    auto const noteStay = [&](Scope* holder) { hasStayed |= holder == scope; };
     for (RangeList::Range const& range : ranges) {
-        reserveKeep();
         RangeRecord const* const record = insertRange(range.start, range.end, scope, m_arrivals++);
         if (record == nullptr) {
             continue;
@@ -193,7 +204,6 @@ bool SymbolTable::addScope(Scope* scope) {
     Scope* const thunkOwner = target != nullptr ? target : scope;
     ThunkList const thunks = scope->thunks();
     for (SymMgrObjectPtr<Thunk> const& thunk : thunks) {
-        reserveKeep();
         RangeRecord* const record =
             insertRange(thunk->address(), thunk->address() + thunk->size(), thunkOwner, m_arrivals++);
         if (record == nullptr) {
@@ -208,6 +218,9 @@ bool SymbolTable::addScope(Scope* scope) {
             holder->removeRange(thunk->address());
             record->name = nullptr; // the scope says from now on
         }
+    }
+    if (!hasStayed) {
+        drop(scope);
     }
     return hasStayed;
 }
@@ -235,7 +248,7 @@ RangeRecord* SymbolTable::insertBeside(Position at, unsigned long long end, Scop
         ISymbol* const symbol = scope->symbol();
         unsigned int flags = merge_Different;
         RangeRecord* const rival = findRival(
-            at, symbol != nullptr ? symbol->name() : nullptr,
+            at, symbol != nullptr ? symbol->name() : nullptr, end,
             [&](RangeRecord const& record) { return scopeOf(record)->mergeDecision(*scope, nextKey, nextScope); },
             flags);
         if (rival != nullptr) {
@@ -251,8 +264,8 @@ KeyGroup* SymbolTable::groupAt(unsigned long long address) const {
     return found != m_groups.end() ? found->second.get() : nullptr;
 }
 
-template <typename Decide>
-RangeRecord* SymbolTable::findRival(Position at, char const* name, Decide decide, unsigned int& flags) {
+template <typename Decide> RangeRecord* SymbolTable::findRival(Position at, char const* name, unsigned long long end,
+                                                               Decide decide, unsigned int& flags) {
     unsigned long long const address = m_keys.address(at);
     KeyGroup* group = groupAt(address);
     std::size_t count = 0;
@@ -269,12 +282,13 @@ RangeRecord* SymbolTable::findRival(Position at, char const* name, Decide decide
         if (count < KeyGroup::k_least || name == nullptr) {
             return nullptr;
         }
-        auto made = std::make_unique<KeyGroup>(m_keys.records(at),
-                                               [this](RangeRecord const& record) { return nameOf(record); });
+        auto made = std::make_unique<KeyGroup>(
+            m_keys.records(at), KeyGroup::View{[this](RangeRecord const& record) { return nameOf(record); },
+                                               [this](RangeRecord const& record) { return isRaw(record); }});
         group = made.get();
         m_groups[address] = std::move(made);
     }
-    for (RangeRecord* const rival : group->candidates(name)) {
+    for (RangeRecord* const rival : group->candidates(name, address, end)) {
         flags = decide(*rival);
         if (flags != merge_Different) {
             return rival;
@@ -324,8 +338,8 @@ void SymbolTable::absorb(RangeRecord* rival, unsigned int flags, Scope& newcomer
 }
 
 void SymbolTable::absorbSide(RangeRecord* rival, unsigned int flags, MergeSide const& newcomer) {
-    if (flags == merge_Same) {
-        return;
+    if (flags == merge_Same || (rival->isDeferred() && !changesAnything(*rival, flags, newcomer))) {
+        return; // who holds the scope keeps the one that others get
     }
     changeEnd(rival, flags, newcomer.lastEnd, [&] {
         if (!rival->isDeferred()) {
@@ -401,7 +415,7 @@ bool SymbolTable::takeIntoRival(Position at, MergeSide const& side) {
     MergeNext const next = nextOf(at);
     unsigned int flags = merge_Different;
     RangeRecord* const rival = findRival(
-        at, side.name, [&](RangeRecord const& record) { return decide(record, side, next); }, flags);
+        at, side.name, side.lastEnd, [&](RangeRecord const& record) { return decide(record, side, next); }, flags);
     if (rival == nullptr) {
         return false;
     }

@@ -107,7 +107,7 @@ private:
     bool takeIntoRival(Position at, MergeSide const& newcomer);
     /// The first thing at a key, in list order, about which decide says anything but merge_Different.
     template <typename Decide>
-    RangeRecord* findRival(Position at, char const* name, Decide decide, unsigned int& flags);
+    RangeRecord* findRival(Position at, char const* name, unsigned long long end, Decide decide, unsigned int& flags);
     MergeNext nextOf(Position at) const;
     KeyGroup* groupAt(unsigned long long address) const;
     unsigned int decide(RangeRecord const& rival, MergeSide const& newcomer, MergeNext const& next) const;
@@ -126,7 +126,7 @@ private:
     void removeOtherRanges(Scope& scope);
     void eraseDeserted(unsigned long long from, unsigned long long to);
     void keep(Scope* scope);
-    void reserveKeep();
+    void drop(Scope* scope);
     bool isDeserted(Position at) const;
 
     void collectAlive(Position at, Records& out) const;

@@ -191,8 +191,9 @@ void SymbolTable::insertRaw(RangeRecord& symbol, Names& names) {
     if (m_keys.isEnd(at) || m_keys.address(at) != symbol.start) {
         at = m_keys.insert(at, symbol.start);
     }
+    std::size_t count = 0;
     for (RangeRecord* rival = m_keys.records(at); rival != nullptr; rival = rival->next) {
-        if (!isRaw(*rival)) {
+        if (!isRaw(*rival) || (m_holdsDeciders && ++count == KeyGroup::k_least)) {
             if (!takeIntoRival(at, symbol.side())) { // the rival decides
                 link(at, &symbol);
             }

@@ -355,6 +355,29 @@ TEST(Dwarf, NestsWithoutEnd) {
     EXPECT_EQ(symbolsOf(text), "deep[1000,1004)l f[1010,1014)l");
 }
 
+TEST(Dwarf, SurvivesAbsurdNumbers) {
+    // Lengths near 2^32 and 2^64, numbers that go on for ever: what lies in front of them stays.
+    for (char const* const bytes :
+         {".uleb128 4\n.4byte 0xfffffff0\n", ".uleb128 5\n.uleb128 0xfffffffffffffff0\n",
+          ".uleb128 5\n.fill 5000, 1, 0x80\n", ".uleb128 6\n.fill 5000, 1, 0xff\n", ".fill 5000, 1, 0x80\n",
+          ".uleb128 7\n.8byte -8\n", ".uleb128 8\n.8byte code, -1\n"}) {
+        DwarfText text = commonText();
+        text.abbrev(4, DW_TAG_subprogram, false, {{0x2001, DW_FORM_block4}, {DW_AT_name, DW_FORM_string}})
+            .abbrev(5, DW_TAG_subprogram, false, {{0x2001, DW_FORM_exprloc}, {DW_AT_name, DW_FORM_string}})
+            .abbrev(6, DW_TAG_subprogram, false, {{0x2001, DW_FORM_sdata}, {DW_AT_name, DW_FORM_string}})
+            .abbrev(7, DW_TAG_subprogram, false, {{DW_AT_specification, DW_FORM_ref8}, {DW_AT_low_pc, DW_FORM_addr}})
+            .abbrev(8, DW_TAG_subprogram, false, {{DW_AT_low_pc, DW_FORM_addr}, {DW_AT_high_pc, DW_FORM_data8}});
+        text.unit({}, unitEntry() + function("f", 0, 4) + bytes);
+        EXPECT_EQ(symbolsOf(text), "f[1000,1004)l") << bytes;
+    }
+    for (char const* const length : {"0xffffffe0", "0x7fffffff"}) {
+        DwarfText text = commonText();
+        text.section(".debug_info", std::string(".4byte ") + length + "\n.2byte 4\n.4byte 0\n.byte 8\n" + unitEntry() +
+                                        function("f", 0, 4));
+        EXPECT_EQ(symbolsOf(text), "f[1000,1004)l") << length;
+    }
+}
+
 TEST(Dwarf, UnitsThatShareHugeTablesEnd) {
     // Each of the units would read the abbreviations, the lines and the ranges of all.
     DwarfText text;

@@ -1,6 +1,7 @@
 /// Memory runs out at each point of a load in turn. What was asked for fails with a status, and what
 /// is asked afterwards finds nothing broken: the sanitizers watch.
 
+#include "support/orv_assembler.h"
 #include "support/orv_elf_builder.h"
 #include "support/orv_test_support.h"
 #include "symbols/orv_scope.h"
@@ -30,6 +31,11 @@ ORV_NOINLINE void* operator new(std::size_t size) { return allocateOrThrow(size)
 ORV_NOINLINE void* operator new[](std::size_t size) { return allocateOrThrow(size); }
 ORV_NOINLINE void* operator new(std::size_t size, std::nothrow_t const& /*tag*/) noexcept { return allocate(size); }
 ORV_NOINLINE void* operator new[](std::size_t size, std::nothrow_t const& /*tag*/) noexcept { return allocate(size); }
+ORV_NOINLINE void* operator new[](std::size_t size, std::align_val_t align, std::nothrow_t const& /*tag*/) noexcept {
+    return g_untilFailure >= 0 && g_untilFailure-- == 0 ? nullptr
+                                                        : std::aligned_alloc(static_cast<std::size_t>(align), size);
+}
+ORV_NOINLINE void operator delete[](void* memory, std::align_val_t /*align*/) noexcept { std::free(memory); }
 ORV_NOINLINE void operator delete(void* memory) noexcept { std::free(memory); }
 ORV_NOINLINE void operator delete[](void* memory) noexcept { std::free(memory); }
 ORV_NOINLINE void operator delete(void* memory, std::size_t /*size*/) noexcept { std::free(memory); }
@@ -97,6 +103,56 @@ TEST(Memory, RunsOutDuringALoad) {
         return asked == status_Ok;
     });
     EXPECT_GT(points, 20);
+}
+
+TEST(Memory, RunsOutInDebugInformation) {
+    DwarfText text;
+    text.abbrev(1, 0x11, true, {{0x03, 0x08}, {0x1B, 0x08}, {0x10, 0x17}, {0x25, 0x08}})
+        .abbrev(2, 0x2E, true, {{0x03, 0x08}, {0x11, 0x01}, {0x12, 0x06}, {0x3A, 0x0B}, {0x3B, 0x0B}})
+        .abbrev(3, 0x0A, false, {{0x03, 0x08}, {0x11, 0x01}})
+        .abbrev(4, 0x2E, false, {{0x03, 0x08}, {0x55, 0x17}});
+    std::string const function =
+        "\"\n.8byte code\n.4byte 16\n.byte 1, 1\n.uleb128 3\n.asciz \"l\"\n.8byte code + 4\n.byte 0\n";
+    for (int unit = 0; unit < 2; ++unit) {
+        text.unit({}, ".uleb128 1\n.asciz \"u.c\"\n.asciz \"/d\"\n.4byte 0\n.asciz \"GNU Fortran 4\"\n"
+                      ".uleb128 2\n.asciz \"f" +
+                          function + ".uleb128 2\n.asciz \"_Z1gv" + function +
+                          ".uleb128 4\n.asciz \"h\"\n.4byte 0\n.byte 0\n");
+    }
+    text.section(".debug_ranges", ".8byte code, code + 4, code + 32, code + 40, 0, 0\n")
+        .section(".debug_line",
+                 ".4byte 2f - 1f\n1: .2byte 2\n.4byte 4f - 3f\n3: .byte 1, 1, -5, 14, 13\n.fill 12, 1, 1\n"
+                 ".asciz \"inc\"\n.byte 0\n.asciz \"u.c\"\n.byte 0, 0, 0\n.asciz \"u.h\"\n.byte 1, 0, 0, 0\n"
+                 "4: .byte 0, 9, 2\n.8byte code\n.byte 1, 2, 4, 5\n.uleb128 70000\n.byte 4, 2, 1, 2, 8, 0, 1, 1\n2:\n");
+    Assembled const module(text.source());
+    std::string const path = module.path();
+    SymMgrObjectPtr<ISymbolManager> manager;
+    ASSERT_EQ(ISymbolManager::create(manager), status_Ok);
+    int const points = failInTurn([&] {
+        SymMgrObjectPtr<IModuleSymbolBank> bank;
+        if (manager->loadSymbolsFromModuleEx(path.c_str(), nullptr, bank, arch_Unknown, load_flags_NewLoader, "") !=
+            status_Ok) {
+            return false;
+        }
+        auto const ask = [&] {
+            SymMgrObjectPtr<IAddress> where;
+            SymMgrObjectPtr<ISourceLocation> location;
+            SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> all;
+            status_t const symbols = bank->originalSymbolRanges(all, k_allKinds, nullptr, nullptr);
+            status_t const made = bank->addressByValue(0x1005, where);
+            status_t const line =
+                made == status_Ok ? bank->sourceLocationByAddress(where.get(), location, ~0ULL, nullptr) : made;
+            return symbols == status_Ok && line == status_Ok;
+        };
+        bool const isThrough = ask();
+        long const left = g_untilFailure;
+        g_untilFailure = -1;
+        ask(); // the bank stays usable
+        EXPECT_NE(symbolAt(*bank, 0x1005, symbol_kind_Function), "none");
+        g_untilFailure = left;
+        return isThrough;
+    });
+    EXPECT_GT(points, 100);
 }
 
 TEST(Memory, RunsOutInATable) {
