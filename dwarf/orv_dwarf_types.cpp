@@ -112,6 +112,10 @@ private:
             }
             if (die.getHasChildren() != 0) {
                 unit.loader()->skipChildren(walker, unit, 0);
+                // Arrays in arrays in arrays would be passed over again and again.
+                if (!unit.loader()->spendSearchBytes(walker.offset() - die.offset())) {
+                    return false;
+                }
             }
         }
     }

@@ -471,7 +471,10 @@ void SymbolTable::eraseDeserted(unsigned long long from, unsigned long long to) 
 }
 
 bool SymbolTable::isDeserted(Position at) const {
-    bool isAlive = m_keys.records(at) != nullptr;
+    if (m_keys.records(at) != nullptr) {
+        return false;
+    }
+    bool isAlive = false;
     m_keys.forEachSpanning(at, [&](RangeRecord& /*record*/) { isAlive = true; });
     return !isAlive;
 }
