@@ -170,7 +170,9 @@ status_t DWARFDebugInfoLoader::scanUnit(DwarfWalker& walker) {
     forms.strings = m_debugStr.bytes;
     forms.stringsSize = m_debugStr.size;
     AbbrevTable const& abbrevs = m_abbrevTables.at(abbrevOffset, walkerOf(m_debugAbbrev, forms.addrSize), forms);
-    m_units.emplace_back(new DWARFCompilationUnit(this, {begin, end - begin, rootWalker.offset()}, forms, abbrevs));
+    SymMgrObjectPtr<DWARFCompilationUnit> const unit(
+        new DWARFCompilationUnit(this, {begin, end - begin, rootWalker.offset()}, forms, abbrevs));
+    m_units.push_back(unit);
     walker.seek(end);
     return status_Ok;
 }

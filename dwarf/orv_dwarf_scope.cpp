@@ -58,11 +58,11 @@ status_t DWARFSymbol::sourceLine(SymMgrObjectPtr<ISourceLine>& out) {
     if (owner() == nullptr || m_declaration == nullptr || declaredFileId() < 0) {
         return status_False;
     }
-    auto* const location = new SourceLocation(m_unit.loader()->lineResolver(),
-                                              {compUnitId(), static_cast<unsigned int>(declaredFileId()),
-                                               static_cast<unsigned int>(m_declaration->line),
-                                               static_cast<unsigned int>(m_declaration->column), m_declaration->extra});
-    out = new SourceLine(owner(), location, addressValue(), addressValue());
+    SymMgrObjectPtr<ISourceLocation> const location(new SourceLocation(
+        m_unit.loader()->lineResolver(),
+        {compUnitId(), static_cast<unsigned int>(declaredFileId()), static_cast<unsigned int>(m_declaration->line),
+         static_cast<unsigned int>(m_declaration->column), m_declaration->extra}));
+    out = new SourceLine(owner(), location.get(), addressValue(), addressValue());
     return status_Ok;
 }
 

@@ -105,7 +105,8 @@ IDebugInfoLoader* ElfFileLoader::createDwarfLoader(char const* name) {
     }
     bool const isPlaced = symbolFile->getImageBase() != ~0ULL;
     unsigned long long const bias = isPlaced ? m_elfHelper->getImageBase() - symbolFile->getImageBase() : 0;
-    return new DWARFDebugInfoLoader(this, name, new ElfFileFormatHelper(symbolFile.get()), bias);
+    SymMgrObjectPtr<IFileFormatHelper> const helper(new ElfFileFormatHelper(symbolFile.get()));
+    return new DWARFDebugInfoLoader(this, name, helper.get(), bias);
 }
 
 Segment* ElfFileLoader::newSegment(char const* name, unsigned long long rva, unsigned long long fileOffset,

@@ -93,9 +93,9 @@ SymMgrObjectPtr<ISourceLine> SourceLineIterator::makeLine(SrcLocator const& row,
 
 SymMgrObjectPtr<ISourceLine> SourceLineIterator::lineBetween(SrcLocator const& row, unsigned long long unit,
                                                              unsigned long long start, unsigned long long end) {
-    auto* const location =
-        new SourceLocation(m_table.resolver(), {unit, row.fileId, row.line, row.column, row.discriminator});
-    return SymMgrObjectPtr<ISourceLine>(new SourceLine(m_table.loader(), location, start, end));
+    SymMgrObjectPtr<ISourceLocation> const location(
+        new SourceLocation(m_table.resolver(), {unit, row.fileId, row.line, row.column, row.discriminator}));
+    return SymMgrObjectPtr<ISourceLine>(new SourceLine(m_table.loader(), location.get(), start, end));
 }
 
 SymMgrObjectPtr<ISourceLine> SourceLineByAddrIterator::makeLine(SrcLocator const& row, unsigned long long unit) {
