@@ -222,11 +222,10 @@ AttrBindings* AttrBindings::resolveOrigin() {
     if (unit == nullptr) {
         return nullptr;
     }
-    SymMgrObjectPtr<AttrBindings> const origin(new AttrBindings(unit, nullptr));
     DwarfWalker walker = unit->sectionWalker();
     walker.seek(reference->value);
-    origin->readDie(walker);
-    m_origin = origin;
+    m_origin = new AttrBindings(unit, nullptr);
+    m_origin->readDie(walker);
     return m_origin.get();
 }
 

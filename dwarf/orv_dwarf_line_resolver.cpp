@@ -128,13 +128,11 @@ status_t DWARFLineResolver::ensureLines(Scope* scope) {
 status_t DWARFLineResolver::runAll(Scope* scope) {
     auto* const global = dynamic_cast<GlobalScope*>(this->scope());
     m_loader->setLineStatus(status_Fail);
-    SymMgrObjectPtr<RangeFilter> filter;
     status_t status = status_Fail;
     try {
         // The units are read in a load of symbols. With a filter it has been made already, for more kinds.
-        if (global != nullptr) {
-            filter = global->rangeFilter();
-        }
+        SymMgrObjectPtr<RangeFilter> const filter(global != nullptr ? global->rangeFilter()
+                                                                    : SymMgrObjectPtr<RangeFilter>());
         if (scope != nullptr) {
             scope->ensureKinds(symbol_kind_Function);
         }

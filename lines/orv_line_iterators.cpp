@@ -8,7 +8,7 @@
 namespace ORV_3_30 {
 
 SourceLineIterator::SourceLineIterator(LineTable& table, LineQuery const& query) : m_table(table), m_query(query) {
-    reset();
+    SourceLineIterator::reset();
 }
 
 void SourceLineIterator::reset() {

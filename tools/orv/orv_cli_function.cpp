@@ -53,7 +53,7 @@ std::vector<SymMgrObjectPtr<ISymbolRange>> findFunctions(Module& module, std::st
 
 class FunctionView {
 public:
-    FunctionView(ISymbolRange& range) : m_symbol(*range.symbol()), m_range(range) {
+    explicit FunctionView(ISymbolRange& range) : m_symbol(*range.symbol()), m_range(range) {
         collectRanges();
         collectLines();
     }
