@@ -55,10 +55,7 @@ LineMachine::Step LineMachine::standard(unsigned int opcode) {
     switch (opcode) {
     case DW_LNS_copy: return Step::Row;
     case DW_LNS_advance_pc: advance(m_walker.unsignedLeb()); break;
-    case DW_LNS_advance_line:
-        m_state.line = static_cast<std::int64_t>(static_cast<std::uint64_t>(m_state.line) +
-                                                 static_cast<std::uint64_t>(m_walker.signedLeb()));
-        break;
+    case DW_LNS_advance_line: moveLine(m_walker.signedLeb()); break;
     case DW_LNS_set_file: m_state.file = m_walker.unsignedLeb(); break;
     case DW_LNS_set_column: m_state.column = m_walker.unsignedLeb(); break;
     case DW_LNS_negate_stmt: m_state.isStmt = !m_state.isStmt; break;

@@ -59,11 +59,16 @@ private:
     void special(unsigned int opcode) {
         SpecialStep const& step = m_special[opcode];
         m_state.address += step.advance;
-        m_state.line += step.line;
+        moveLine(step.line);
     }
     void makeSpecialSteps();
     Step standard(unsigned int opcode);
     Step extended();
+    /// Wraps round: a program may count as far as it likes.
+    void moveLine(std::int64_t lines) {
+        m_state.line =
+            static_cast<std::int64_t>(static_cast<std::uint64_t>(m_state.line) + static_cast<std::uint64_t>(lines));
+    }
     void advance(std::uint64_t operations) { m_state.address += operations * m_header.minimumInstructionLength; }
 
     /// What a special opcode does, worked out ahead: they make most of the rows.
