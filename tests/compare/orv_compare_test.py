@@ -17,10 +17,6 @@ REQUIRED = 99.5
 C_SOURCES = [FIXTURES / "shapes.c", FIXTURES / "shapes_main.c"]
 
 
-def run(*command):
-    subprocess.run(command, check=True)
-
-
 def programs(folder):
     """(name, command) of everything that is built."""
     template = folder / "template.cpp"
@@ -67,7 +63,10 @@ def main():
 
         def build(job):
             name, command = job
-            run(*command, "-o", folder / name)
+            # A folder of its own: gfortran leaves module files where it stands, and several run at a time.
+            place = folder / f"{name}.d"
+            place.mkdir()
+            subprocess.run([*command, "-o", folder / name], check=True, cwd=place)
             return folder / name
 
         with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:

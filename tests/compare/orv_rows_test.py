@@ -128,7 +128,7 @@ def main():
                                    ("clang4", "clang++", "-gdwarf-4", "-O2", template),
                                    ("c3", "gcc", "-gdwarf-3", "-O2", *shapes), ("clang2", "clang", "-gdwarf-2", "-O1", *shapes),
                                    ("fortran", "gfortran", "-gdwarf-4", "-O2", FIXTURES / "solver.f90")):
-                subprocess.run([*command, "-o", folder / name], check=True)
+                subprocess.run([*command, "-o", folder / name], check=True, cwd=folder)
                 modules.append(folder / name)
         for module in modules:
             failed |= check(module)
