@@ -3,8 +3,8 @@
 
 #include "orv/orv_address.h"
 #include "orv/orv_debuginfoloader.h"
-#include "orv/orv_export.h"
 #include "orv/orv_dwarf.h"
+#include "orv/orv_export.h"
 #include "orv/orv_fileformatloader.h"
 #include "orv/orv_forward.h"
 #include "orv/orv_iterator.h"
