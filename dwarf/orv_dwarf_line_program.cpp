@@ -100,12 +100,6 @@ LineMachine::Step LineMachine::extended() {
 
 namespace {
 
-/// True if one stretch of a filter holds [start, end).
-bool holdsStretch(RangeFilter const& filter, std::uint64_t start, std::uint64_t end) {
-    auto const found = filter.startByEnd().lower_bound(end);
-    return found != filter.startByEnd().end() && found->second <= start;
-}
-
 /// The file table of a unit, as the program and its header fill it.
 class UnitFiles {
 public:
@@ -178,7 +172,7 @@ public:
         }
         m_hasPrevious = !row.endSequence;
         if (m_hasPrevious) {
-            m_previous = row;
+            m_previous = static_cast<LineRow const&>(row);
         }
     }
 
@@ -186,7 +180,7 @@ private:
     void close(std::uint64_t end) {
         std::uint64_t const start = m_previous.address + m_bias;
         std::uint64_t const size = end - m_previous.address;
-        if (m_filter != nullptr && !holdsStretch(*m_filter, start, start + size)) {
+        if (m_filter != nullptr && !m_filter->holds(start, start + size)) {
             return;
         }
         std::vector<int> const& ids = m_unit.sourceFileIds();
@@ -206,7 +200,7 @@ private:
     IFileFormatHelper& m_helper;
     RangeFilter* m_filter;
     std::uint64_t m_bias;
-    LineState m_previous;
+    LineRow m_previous;
     bool m_hasPrevious = false;
 };
 

@@ -31,13 +31,17 @@ struct LineFileEntry {
     void read(DwarfWalker& walker, EmptyName empty);
 };
 
-/// The registers.
-struct LineState {
+/// The registers that a row of the table comes from.
+struct LineRow {
     std::uint64_t address = 0;
     std::uint64_t file = 1;
     std::int64_t line = 1;
     std::uint64_t column = 0;
     std::uint64_t discriminator = 0;
+};
+
+/// All registers.
+struct LineState : LineRow {
     bool isStmt = false;
     bool basicBlock = false;
     bool endSequence = false;

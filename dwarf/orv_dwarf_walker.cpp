@@ -23,7 +23,7 @@ std::uint64_t DwarfWalker::longUnsignedLeb() {
     return value;
 }
 
-std::int64_t DwarfWalker::signedLeb() {
+std::int64_t DwarfWalker::longSignedLeb() {
     std::uint64_t value = 0;
     unsigned int shift = 0;
     std::uint64_t byte = 0;

@@ -57,7 +57,13 @@ public:
         return longUnsignedLeb();
     }
     /// The sign is extended where fewer than 64 bits were read.
-    std::int64_t signedLeb();
+    std::int64_t signedLeb() {
+        if (m_current != m_end && *m_current < 0x80) {
+            constexpr std::int64_t k_sign = 0x40;
+            return (std::int64_t{*m_current++} ^ k_sign) - k_sign;
+        }
+        return longSignedLeb();
+    }
     void skipLeb() {
         while (m_current != m_end && *m_current++ >= 0x80) {
         }
@@ -88,6 +94,7 @@ private:
         return status_Ok;
     }
     std::uint64_t longUnsignedLeb();
+    std::int64_t longSignedLeb();
 
     unsigned char const* m_current = nullptr;
     unsigned char const* m_base = nullptr;

@@ -74,6 +74,13 @@ void RangeFilter::add(unsigned long long start, unsigned long long end) {
         entry = m_startByEnd.erase(entry);
     }
     m_startByEnd.emplace(end, start);
+    m_lowest = std::min(m_lowest, start);
+    m_highest = std::max(m_highest, end);
+}
+
+bool RangeFilter::isInOne(unsigned long long start, unsigned long long end) const {
+    auto const found = m_startByEnd.lower_bound(end);
+    return found != m_startByEnd.end() && found->second <= start;
 }
 
 } // namespace ORV_3_30

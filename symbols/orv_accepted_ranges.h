@@ -35,10 +35,19 @@ class RangeFilter final : public SymMgrObjectImpl {
 public:
     /// Stretches that overlap or touch become one.
     void add(unsigned long long start, unsigned long long end);
+    /// True if one stretch holds [start, end). Nearly all rows of a module lie outside all of them, which
+    /// needs no search.
+    bool holds(unsigned long long start, unsigned long long end) const {
+        return start >= m_lowest && end <= m_highest && isInOne(start, end);
+    }
     std::map<unsigned long long, unsigned long long> const& startByEnd() const { return m_startByEnd; }
 
 private:
+    bool isInOne(unsigned long long start, unsigned long long end) const;
+
     std::map<unsigned long long, unsigned long long> m_startByEnd;
+    unsigned long long m_lowest = ~0ULL;
+    unsigned long long m_highest = 0;
 };
 
 } // namespace ORV_3_30

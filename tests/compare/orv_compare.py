@@ -231,7 +231,7 @@ def speed(module):
         times = {}
         for name, command in commands.items():
             if name == "addr2line" and len(addresses) > 1:
-                command, text_of = command, "".join(f"0x{a:x}\n" for a in addresses[:1000])
+                text_of = "".join(f"0x{a:x}\n" for a in addresses[:1000])
                 elapsed, memory = measure(command, text_of, 1)
                 print(f"  {what:18} {name:16} {elapsed * 1000:9.1f} ms for the first 1,000 {memory:8.1f} MiB")
                 continue
