@@ -96,10 +96,10 @@ def compare(module):
           [(name, measure(command, many, RUNS)) for name, command in demangled])
 
 
-def heap_per_symbol(module):
-    """Heap of the library once all symbols are loaded, without what the process has before."""
+def heap(module, *rows):
+    """Heap of the library once all symbols are loaded, without what the process has before; and of its line rows."""
     program = pathlib.Path(ORV).resolve().parents[2] / "bench" / "orv_bench_heap"
-    print(subprocess.run([program, module], check=True, capture_output=True, text=True).stdout.rstrip())
+    print(subprocess.run([program, module, *rows], check=True, capture_output=True, text=True).stdout.rstrip())
 
 
 def addresses_in_functions(module, count):
@@ -129,8 +129,7 @@ def debug_program(module):
           [(name, measure(command, text, RUNS)) for name, command in peers[:3]])
     table("everything, whole process", [(f"orv {what}", measure([ORV, what, module], "", 3)) for what in ("symbols", "lines")])
     lines = subprocess.run([ORV, "lines", module], capture_output=True, text=True, check=True).stdout.count("\n")
-    print(f"  {lines} rows")
-    heap_per_symbol(module)
+    heap(module, str(lines))
 
 
 def growth(folder, compiler):
@@ -157,4 +156,4 @@ with tempfile.TemporaryDirectory() as name:
         compare(module)
     print("\n=== heap of a loaded module")
     for module in modules:
-        heap_per_symbol(module)
+        heap(module)
