@@ -64,13 +64,6 @@ ISrcLineResolver* DWARFDebugInfoLoader::srcLineResolver(Scope* scope, ILock* /*l
     return m_lineResolver.get();
 }
 
-status_t DWARFDebugInfoLoader::findStackVariable(ISymbol* /*symbol*/, unsigned long long /*pc*/,
-                                                 unsigned long long /*address*/,
-                                                 SymMgrObjectPtr<IStackFrameContext>& /*context*/,
-                                                 SymMgrObjectPtr<ISymbol>& /*out*/, bool* /*isInteger*/) {
-    return status_False; // no variable is known so far
-}
-
 // --- Units
 
 DWARFDebugInfoLoader::HeldSection DWARFDebugInfoLoader::holdSection(unsigned int role, bool isRelocated) {
@@ -102,6 +95,15 @@ void DWARFDebugInfoLoader::holdSections() {
     m_debugRanges = holdSection(section_role_DebugRanges, true);
     m_lineBytes = std::max(k_leastBudget, m_debugLine.size * k_lineRereads);
     m_textBytes = k_leastTexts + textsSize() * k_textsMade;
+    m_members = k_leastBudget + m_debugInfo.size;
+}
+
+DwarfWalker DWARFDebugInfoLoader::locationsWalker(unsigned int addrSize) {
+    if (!m_hasReadLocations) {
+        m_debugLoc = holdSection(section_role_DebugLoc, true);
+        m_hasReadLocations = true;
+    }
+    return walkerOf(m_debugLoc, addrSize);
 }
 
 /// What one load may spend. A client may have many made, and each is to give the same.

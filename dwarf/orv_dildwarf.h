@@ -6,6 +6,7 @@
 #pragma once
 
 #include "dwarf/orv_dwarf_line_resolver.h"
+#include "dwarf/orv_dwarf_stackvar.h"
 #include "dwarf/orv_dwarf_unit.h"
 #include "format/orv_elf_relocations.h"
 #include "format/orv_ffl.h"
@@ -40,6 +41,11 @@ public:
     Scope* makeScope(RangeRecord const& record, Scope* parent) override;
     unsigned int mergeDecision(MergeSide const& mine, MergeSide const& other, MergeNext const& next) override;
     bool givesUnits() const override { return true; }
+    bool givesInlines() const override { return false; }
+    /// Guards the counts of inline instances.
+    ILock* inlineCountLock() { return &m_inlineCountLock; }
+    /// Who makes the scopes of inlined bodies.
+    IScopeMaker& inlineMaker() { return m_inlineMaker; }
 
     using Units = std::vector<SymMgrObjectPtr<DWARFCompilationUnit>>;
     Units const& units() const { return m_units; }
@@ -56,6 +62,8 @@ public:
     DwarfWalker infoWalker(unsigned int addrSize) const { return walkerOf(m_debugInfo, addrSize); }
     DwarfWalker lineWalker(unsigned int addrSize) const { return walkerOf(m_debugLine, addrSize); }
     DwarfWalker rangesWalker(unsigned int addrSize) const { return walkerOf(m_debugRanges, addrSize); }
+    /// Over .debug_loc, which is read when it is first needed. Under the load lock.
+    DwarfWalker locationsWalker(unsigned int addrSize);
     /// Passes over the attributes of an entry, from behind its code. False at a form that is refused.
     /// sibling: where the next entry of its list stands, if the entry tells; otherwise 0.
     bool skipEntry(DwarfWalker& walker, DWARFCompilationUnit const& unit, AbbrevEntry const& entry,
@@ -76,8 +84,26 @@ public:
     bool spendTextBytes(std::uint64_t bytes) { return spend(m_textBytes, bytes); }
     /// For the search of texts that entries may share.
     bool spendSearchBytes(std::uint64_t bytes) { return spend(m_searchBytes, bytes); }
+    /// For the members of variables: many may share a type.
+    bool spendMember() { return spend(m_members, 1); }
 
 private:
+    /// Inlined bodies rank below what is no inlined body; apart from that they are like other entries.
+    class InlineMaker final : public IScopeMaker {
+    public:
+        explicit InlineMaker(DWARFDebugInfoLoader& loader) : m_loader(loader) {}
+        Scope* makeScope(RangeRecord const& record, Scope* parent) override {
+            return m_loader.makeScope(record, parent);
+        }
+        unsigned int mergeDecision(MergeSide const& mine, MergeSide const& other, MergeNext const& next) override {
+            return m_loader.mergeDecision(mine, other, next);
+        }
+        bool givesUnits() const override { return true; }
+        bool givesInlines() const override { return true; }
+
+    private:
+        DWARFDebugInfoLoader& m_loader;
+    };
     /// A section in memory, as long as the loader lives.
     struct HeldSection {
         SymMgrObjectPtr<ISectionData> data;
@@ -96,6 +122,9 @@ private:
     HeldSection holdSection(unsigned int role, bool isRelocated);
     void holdSections();
     std::uint64_t textsSize() const { return m_debugInfo.size + m_debugStr.size + m_debugLine.size; }
+    /// Finds the variable at a stack address that no question has found before.
+    status_t searchStack(ISymbol* symbol, unsigned long long pc, unsigned long long address,
+                         IStackFrameContext& context, StackAnswers::Answer const*& answer);
     status_t scanUnits();
     status_t scanUnit(DwarfWalker& walker);
 
@@ -110,14 +139,21 @@ private:
     HeldSection m_debugStr;
     HeldSection m_debugLine;
     HeldSection m_debugRanges;
+    HeldSection m_debugLoc;
+    bool m_hasReadLocations = false;
     std::uint64_t m_lineBytes = 0;   ///< What may still be read.
     std::uint64_t m_rangePairs = 0;  ///< The same.
     std::uint64_t m_textBytes = 0;   ///< The same.
     std::uint64_t m_searchBytes = 0; ///< The same.
+    std::uint64_t m_members = 0;     ///< The same.
     AbbrevTables m_abbrevTables;
     Units m_units;                       ///< By offset.
     std::atomic<bool> m_hasUnits{false}; ///< They have been read in full.
     SymMgrObjectPtr<DWARFLineResolver> m_lineResolver;
+    InlineMaker m_inlineMaker{*this};
+    OrvLock m_inlineCountLock;
+    OrvLock m_stackLock; ///< Of the answers. Taken ahead of the load lock.
+    StackAnswers m_stackAnswers;
     std::unordered_map<char const*, std::string> m_shortened; ///< By the name that they were made of.
 };
 

@@ -47,14 +47,19 @@ enum dwarf_attribute_t : unsigned int {
     DW_AT_producer = 0x25,
     DW_AT_upper_bound = 0x2F,
     DW_AT_abstract_origin = 0x31,
+    DW_AT_data_member_location = 0x38,
     DW_AT_decl_column = 0x39,
     DW_AT_decl_file = 0x3A,
     DW_AT_decl_line = 0x3B,
     DW_AT_external = 0x3F,
+    DW_AT_frame_base = 0x40,
     DW_AT_specification = 0x47,
     DW_AT_type = 0x49,
     DW_AT_entry_pc = 0x52,
     DW_AT_ranges = 0x55,
+    DW_AT_call_column = 0x57,
+    DW_AT_call_file = 0x58,
+    DW_AT_call_line = 0x59,
     DW_AT_linkage_name = 0x6E,
     DW_AT_MIPS_linkage_name = 0x2007,
     DW_AT_GNU_discriminator = 0x2136,
@@ -102,7 +107,18 @@ enum dwarf_language_t : unsigned int {
     DW_LANG_Fortran95 = 0x0E
 };
 
-constexpr unsigned char DW_OP_addr = 0x03;
+enum dwarf_operation_t : unsigned char {
+    DW_OP_addr = 0x03,
+    DW_OP_plus_uconst = 0x23,
+    DW_OP_reg4 = 0x54,
+    DW_OP_reg6 = 0x56,
+    DW_OP_breg4 = 0x74,
+    DW_OP_breg5 = 0x75,
+    DW_OP_breg6 = 0x76,
+    DW_OP_breg7 = 0x77,
+    DW_OP_fbreg = 0x91,
+    DW_OP_call_frame_cfa = 0x9C
+};
 
 enum dwarf_line_standard_t : unsigned int {
     DW_LNS_extended = 0,

@@ -32,14 +32,19 @@ constexpr SlotOfAttribute k_slots[] = {
     {DieAttributes::slot_Producer, DW_AT_producer},
     {DieAttributes::slot_UpperBound, DW_AT_upper_bound},
     {DieAttributes::slot_AbstractOrigin, DW_AT_abstract_origin},
+    {DieAttributes::slot_MemberLocation, DW_AT_data_member_location},
     {DieAttributes::slot_DeclColumn, DW_AT_decl_column},
     {DieAttributes::slot_DeclFile, DW_AT_decl_file},
     {DieAttributes::slot_DeclLine, DW_AT_decl_line},
     {DieAttributes::slot_External, DW_AT_external},
+    {DieAttributes::slot_FrameBase, DW_AT_frame_base},
     {DieAttributes::slot_Specification, DW_AT_specification},
     {DieAttributes::slot_Type, DW_AT_type},
     {DieAttributes::slot_EntryPc, DW_AT_entry_pc},
     {DieAttributes::slot_Ranges, DW_AT_ranges},
+    {DieAttributes::slot_CallColumn, DW_AT_call_column},
+    {DieAttributes::slot_CallFile, DW_AT_call_file},
+    {DieAttributes::slot_CallLine, DW_AT_call_line},
     {DieAttributes::slot_LinkageName, DW_AT_linkage_name},
     {DieAttributes::slot_VendorLinkageName, DW_AT_MIPS_linkage_name},
     {DieAttributes::slot_Discriminator, DW_AT_GNU_discriminator},
@@ -129,8 +134,8 @@ bool DieChain::extend() {
     return true;
 }
 
-AttrValue const* DieChain::find(DieAttributes::Slot slot, DWARFCompilationUnit*& unit) {
-    for (unsigned int i = 0; i < m_count || extend(); ++i) {
+AttrValue const* DieChain::findFrom(unsigned int link, DieAttributes::Slot slot, DWARFCompilationUnit*& unit) {
+    for (unsigned int i = link; i < m_count || extend(); ++i) {
         if (m_links[i].attributes.has(slot)) {
             unit = m_links[i].unit;
             return m_links[i].attributes.get(slot);
@@ -139,25 +144,39 @@ AttrValue const* DieChain::find(DieAttributes::Slot slot, DWARFCompilationUnit*&
     return nullptr;
 }
 
+AttrValue const* DieChain::find(DieAttributes::Slot slot, DWARFCompilationUnit*& unit) {
+    return findFrom(0, slot, unit);
+}
+
 AttrValue const* DieChain::find(DieAttributes::Slot slot) {
     DWARFCompilationUnit* unit = nullptr;
     return find(slot, unit);
 }
 
-char const* DieChain::text(DieAttributes::Slot slot) {
-    AttrValue const* const value = find(slot);
+namespace {
+
+char const* textOf(AttrValue const* value) {
     bool const isText = value != nullptr && (value->form == DW_FORM_string || value->form == DW_FORM_strp) &&
                         value->data != nullptr && *value->data != 0;
     return isText ? reinterpret_cast<char const*>(value->data) : nullptr;
 }
 
-char const* DieChain::symbolName() {
+} // namespace
+
+char const* DieChain::text(DieAttributes::Slot slot) { return textOf(find(slot)); }
+
+char const* DieChain::symbolName() { return nameFrom(0); }
+
+char const* DieChain::originName() { return hasOrigin() ? nameFrom(1) : nullptr; }
+
+char const* DieChain::nameFrom(unsigned int link) {
+    DWARFCompilationUnit* unit = nullptr;
     for (auto const slot : {DieAttributes::slot_VendorLinkageName, DieAttributes::slot_LinkageName}) {
-        if (find(slot) != nullptr) {
-            return text(slot);
+        if (AttrValue const* const name = findFrom(link, slot, unit)) {
+            return textOf(name);
         }
     }
-    return text(DieAttributes::slot_Name);
+    return textOf(findFrom(link, DieAttributes::slot_Name, unit));
 }
 
 bool AttrBindings::readDie(DwarfWalker& walker) {

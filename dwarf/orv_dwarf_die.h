@@ -42,14 +42,19 @@ public:
         slot_Producer,
         slot_UpperBound,
         slot_AbstractOrigin,
+        slot_MemberLocation,
         slot_DeclColumn,
         slot_DeclFile,
         slot_DeclLine,
         slot_External,
+        slot_FrameBase,
         slot_Specification,
         slot_Type,
         slot_EntryPc,
         slot_Ranges,
+        slot_CallColumn,
+        slot_CallFile,
+        slot_CallLine,
         slot_LinkageName,
         slot_VendorLinkageName,
         slot_Discriminator,
@@ -73,6 +78,7 @@ public:
 private:
     std::uint32_t m_present = 0;
     std::array<AttrValue, slot_Count> m_values; ///< Set where m_present says so.
+    static_assert(slot_Count <= 32, "each has a bit in m_present");
 };
 
 /// An entry's attributes and those of its origins, read as far as they are asked for.
@@ -89,6 +95,10 @@ public:
     char const* text(DieAttributes::Slot slot);
     /// The linkage name or else the plain one; null if it is missing or empty.
     char const* symbolName();
+    /// The same, from the entry's origin on.
+    char const* originName();
+    /// True if the entry has an origin that can be read.
+    bool hasOrigin() { return m_count > 1 || extend(); }
 
 private:
     struct Link {
@@ -97,6 +107,8 @@ private:
         std::uint64_t offset;
     };
     bool extend();
+    AttrValue const* findFrom(unsigned int link, DieAttributes::Slot slot, DWARFCompilationUnit*& unit);
+    char const* nameFrom(unsigned int link);
 
     std::array<Link, k_longestOriginChain> m_links;
     unsigned int m_count = 0;

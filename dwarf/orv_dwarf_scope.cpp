@@ -2,10 +2,14 @@
 
 #include "core/orv_trace.h"
 #include "dwarf/orv_dildwarf.h"
+#include "dwarf/orv_dwarf_inline.h"
+#include "dwarf/orv_dwarf_members.h"
 #include "dwarf/orv_dwarf_merge.h"
+#include "dwarf/orv_dwarf_types.h"
 #include "dwarf/orv_dwarf_walk.h"
 #include "lines/orv_caller_lines.h"
 #include "lines/orv_source.h"
+#include "symbols/orv_symboltable.h"
 
 namespace ORV_3_30 {
 namespace {
@@ -19,16 +23,30 @@ std::uint64_t numberOf(AttrBindings& die, unsigned int attr) {
 
 // --- DeclLocation
 
-std::unique_ptr<DeclLocation> DeclLocation::read(AttrBindings& die) {
-    std::uint64_t const file = numberOf(die, DW_AT_decl_file);
-    std::uint64_t const line = numberOf(die, DW_AT_decl_line);
-    if (file == 0 || line == 0) {
-        return nullptr;
+bool DeclLocation::readDeclaration(DWARFCompilationUnit& unit, std::uint64_t dieOffset, DeclLocation& out) {
+    DwarfWalker walker = unit.sectionWalker();
+    walker.seek(dieOffset);
+    AttrBindings entry(&unit, nullptr);
+    entry.readDie(walker);
+    AttrBindings* const die = entry.tag() == DW_TAG_inlined_subroutine ? entry.resolveOrigin() : &entry;
+    if (die == nullptr || numberOf(*die, DW_AT_decl_file) == 0 || numberOf(*die, DW_AT_decl_line) == 0) {
+        return false;
     }
     // The number is one of the table of the unit that has it: an origin may stand in another one.
-    return std::make_unique<DeclLocation>(DeclLocation{file, line, numberOf(die, DW_AT_decl_column),
-                                                       numberOf(die, DW_AT_GNU_discriminator),
-                                                       die.holderOf(DW_AT_decl_file)->unit()});
+    out = {numberOf(*die, DW_AT_decl_file), numberOf(*die, DW_AT_decl_line), numberOf(*die, DW_AT_decl_column),
+           numberOf(*die, DW_AT_GNU_discriminator), die->holderOf(DW_AT_decl_file)->unit()};
+    return true;
+}
+
+bool DeclLocation::readCall(DWARFCompilationUnit& unit, std::uint64_t dieOffset, DeclLocation& out) {
+    DieAttributes attributes;
+    if (!unit.readEntry(dieOffset, attributes)) {
+        return false;
+    }
+    out = {attributes.number(DieAttributes::slot_CallFile), attributes.number(DieAttributes::slot_CallLine),
+           attributes.number(DieAttributes::slot_CallColumn), attributes.number(DieAttributes::slot_Discriminator),
+           &unit};
+    return out.file != 0 && out.line != 0;
 }
 
 int DeclLocation::sourceFileId() const {
@@ -36,18 +54,24 @@ int DeclLocation::sourceFileId() const {
     return resolver != nullptr ? resolver->fileIdOfNumber(file, *unit) : -1;
 }
 
+SourceLocation* DeclLocation::locationIn(int fileId, unsigned long long unitKey) const {
+    return new SourceLocation(unit->loader()->lineResolver(),
+                              {unitKey, static_cast<unsigned int>(fileId), static_cast<unsigned int>(line),
+                               static_cast<unsigned int>(column), extra});
+}
+
 // --- DWARFSymbol
 
-DWARFSymbol::DWARFSymbol(DWARFCompilationUnit& unit, MergeSide const& symbol, Scope* scope,
-                         std::unique_ptr<DeclLocation> declaration)
+DWARFSymbol::DWARFSymbol(DWARFCompilationUnit& unit, std::uint64_t dieOffset, MergeSide const& symbol, Scope* scope)
     : Symbol(unit.loader()->moduleLoader(), SymbolName::borrowed(symbol.name), symbol.firstStart, scope,
              symbol.visibility, symbol.kind, unit.id()),
-      m_unit(unit), m_declaration(std::move(declaration)) {}
+      m_unit(unit), m_dieOffset(dieOffset) {}
 
 int DWARFSymbol::declaredFileId() {
     int id = m_declaredFileId.load(std::memory_order_relaxed);
     if (id == k_notLookedUp) {
-        id = m_declaration != nullptr ? m_declaration->sourceFileId() : -1;
+        DeclLocation declaration{};
+        id = DeclLocation::readDeclaration(m_unit, m_dieOffset, declaration) ? declaration.sourceFileId() : -1;
         m_declaredFileId.store(id, std::memory_order_relaxed);
     }
     return id;
@@ -55,13 +79,12 @@ int DWARFSymbol::declaredFileId() {
 
 status_t DWARFSymbol::sourceLine(SymMgrObjectPtr<ISourceLine>& out) {
     out = nullptr;
-    if (owner() == nullptr || m_declaration == nullptr || declaredFileId() < 0) {
+    DeclLocation declaration{};
+    if (owner() == nullptr || declaredFileId() < 0 ||
+        !DeclLocation::readDeclaration(m_unit, m_dieOffset, declaration)) {
         return status_False;
     }
-    SymMgrObjectPtr<ISourceLocation> const location(new SourceLocation(
-        m_unit.loader()->lineResolver(),
-        {compUnitId(), static_cast<unsigned int>(declaredFileId()), static_cast<unsigned int>(m_declaration->line),
-         static_cast<unsigned int>(m_declaration->column), m_declaration->extra}));
+    SymMgrObjectPtr<ISourceLocation> const location(declaration.locationIn(declaredFileId(), compUnitId()));
     out = new SourceLine(owner(), location.get(), addressValue(), addressValue());
     return status_Ok;
 }
@@ -150,18 +173,41 @@ void DWARFSymbol::sourceLineByAddress(SymMgrObjectPtr<ISourceLine>& out, IAddres
 
 // --- DWARFScope
 
-DWARFScope::DWARFScope(IFileFormatLoader* loader, Scope* parent, SymMgrObjectPtr<AttrBindings> die,
-                       std::uint64_t childOffset)
-    : SymbolScope(loader, parent), m_die(std::move(die)), m_childOffset(childOffset) {}
+DWARFScope::DWARFScope(DWARFCompilationUnit& unit, std::uint64_t dieOffset, Scope* parent)
+    : SymbolScope(unit.loader()->moduleLoader(), parent), m_unit(unit), m_dieOffset(dieOffset) {}
 
 status_t DWARFScope::loadKinds(unsigned int mask) {
-    if (!m_die) {
+    DwarfWalker walker = m_unit.unitWalker();
+    walker.seek(m_dieOffset);
+    AbbrevEntry const* const entry = m_unit.abbrevs().find(walker.unsignedLeb());
+    if (entry == nullptr) {
         return status_NoDebugInfo;
     }
-    if (m_die->getHasChildren() != 0) {
-        DWARFCompilationUnit& unit = *m_die->unit();
-        DieTreeWalk walk(*unit.loader(), {symbolTable(), nullptr, this});
-        walk.walkChildren(unit, m_childOffset, mask);
+    if ((mask & symbol_kind_Data) != 0 && (entry->tag == DW_TAG_variable || entry->tag == DW_TAG_member)) {
+        return loadMembers();
+    }
+    if (entry->hasChildren != 0) {
+        std::uint64_t sibling = 0;
+        m_unit.loader()->skipEntry(walker, m_unit, *entry, sibling);
+        DieTreeWalk walk(*m_unit.loader(), {nullptr, nullptr, this});
+        walk.walkChildren(m_unit, walker.offset(), mask);
+    }
+    return status_Ok;
+}
+
+status_t DWARFScope::loadMembers() {
+    DieChain chain;
+    DWARFCompilationUnit* unit = &m_unit;
+    AttrValue const* const type =
+        m_unit.readEntry(m_dieOffset, chain.start(m_unit, m_dieOffset)) ? chain.find(DieAttributes::slot_Type, unit)
+                                                                       : nullptr;
+    TypeInfo info{};
+    if (type == nullptr || !lookUpType(*unit, type->value, info) || !leadsToMembers(info.tag)) {
+        return status_Ok;
+    }
+    for (auto const& [start, member] : membersOf(*unit, info.structOffset, firstStart(), lastEnd())) {
+        ownTable().addDeferred(*m_unit.loader(), {member.name, start, member.end, symbol_visibility_Local,
+                                                  symbol_kind_Data, member.dieOffset});
     }
     return status_Ok;
 }
@@ -202,12 +248,13 @@ void DWARFScope::mergeSide(MergeSide const& other, unsigned int flags) {
 
 DWARFScope* makeDwarfScope(DWARFCompilationUnit& unit, std::uint64_t dieOffset, MergeSide const& symbol,
                            Scope* parent) {
-    SymMgrObjectPtr<AttrBindings> const die(new AttrBindings(&unit, nullptr));
-    DwarfWalker walker = unit.sectionWalker();
+    DwarfWalker walker = unit.unitWalker();
     walker.seek(dieOffset);
-    die->readDie(walker);
-    auto scope = std::make_unique<DWARFScope>(unit.loader()->moduleLoader(), parent, die, walker.offset());
-    scope->setSymbol(new DWARFSymbol(unit, symbol, scope.get(), DeclLocation::read(*die)));
+    AbbrevEntry const* const entry = unit.abbrevs().find(walker.unsignedLeb());
+    bool const isInline = entry != nullptr && entry->tag == DW_TAG_inlined_subroutine;
+    std::unique_ptr<DWARFScope> scope(isInline ? new DWARFInlineInstanceScope(unit, dieOffset, parent)
+                                               : new DWARFScope(unit, dieOffset, parent));
+    scope->setSymbol(new DWARFSymbol(unit, dieOffset, symbol, scope.get()));
     return scope.release();
 }
 

@@ -10,7 +10,7 @@
 
 namespace ORV_3_30 {
 
-class DWARFLineResolver;
+class SourceLocation;
 
 /// Where a symbol was declared, or an inlined body called, as its entry has it.
 struct DeclLocation {
@@ -20,18 +20,22 @@ struct DeclLocation {
     std::uint64_t extra; ///< Discriminator.
     DWARFCompilationUnit* unit;
 
-    /// Null where neither file nor line is known. The attributes are looked for through the origin.
-    static std::unique_ptr<DeclLocation> read(AttrBindings& die);
+    /// Of the declaration of the entry at an offset; for an inlined body, of what is inlined. The attributes
+    /// are looked for through the origin. False where file or line is not known.
+    static bool readDeclaration(DWARFCompilationUnit& unit, std::uint64_t dieOffset, DeclLocation& out);
+    /// Of the call of an inlined body.
+    static bool readCall(DWARFCompilationUnit& unit, std::uint64_t dieOffset, DeclLocation& out);
     /// The id of the file; -1 if the unit's table has none of that number. Runs the unit's line program.
     int sourceFileId() const;
+    /// A new location for the file of that id.
+    SourceLocation* locationIn(int fileId, unsigned long long unitKey) const;
 };
 
 /// A symbol that knows its unit and where it was declared. What is looked up on demand is kept in
 /// atomics: threads share symbols, and find the same.
 class DWARFSymbol final : public Symbol {
 public:
-    DWARFSymbol(DWARFCompilationUnit& unit, MergeSide const& symbol, Scope* scope,
-                std::unique_ptr<DeclLocation> declaration);
+    DWARFSymbol(DWARFCompilationUnit& unit, std::uint64_t dieOffset, MergeSide const& symbol, Scope* scope);
 
     /// status_Ok; status_False without a declaration whose file is known.
     status_t sourceLine(SymMgrObjectPtr<ISourceLine>& out) override;
@@ -51,30 +55,31 @@ private:
     bool linesOfFile(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out, int fileId,
                      unsigned long long start, unsigned long long end);
 
-    DWARFCompilationUnit& m_unit;                ///< Of the bank: not used once the scope is gone.
-    std::unique_ptr<DeclLocation> m_declaration; ///< May be null.
+    DWARFCompilationUnit& m_unit; ///< Of the bank: not used once the scope is gone.
+    std::uint64_t m_dieOffset;
     std::atomic<int> m_declaredFileId{k_notLookedUp};
     std::atomic<int> m_fileIdAtAddress{k_notLookedUp};
 };
 
-/// The scope of an entry that has a symbol. It holds the entry, and reads the entry's children when they
-/// are asked for.
+/// The scope of an entry that has a symbol. It knows where the entry stands, and reads what lies in it when
+/// that is asked for: for a variable the members of its type, for anything else the entry's children.
 class DWARFScope : public SymbolScope {
 public:
-    /// childOffset: where the entry's children begin, in .debug_info.
-    DWARFScope(IFileFormatLoader* loader, Scope* parent, SymMgrObjectPtr<AttrBindings> die, std::uint64_t childOffset);
+    DWARFScope(DWARFCompilationUnit& unit, std::uint64_t dieOffset, Scope* parent);
 
     status_t loadKinds(unsigned int mask) override;
     unsigned int mergeRule(MergeSide const& mine, MergeSide const& other, MergeNext const& next) override;
     void merge(Scope& other, unsigned int flags, RangeRecord& record) override;
     void mergeSide(MergeSide const& other, unsigned int flags) override;
 
-    AttrBindings* die() const { return m_die.get(); }
-    std::uint64_t childOffset() const { return m_childOffset; }
+    DWARFCompilationUnit& unit() const { return m_unit; }
+    std::uint64_t dieOffset() const { return m_dieOffset; }
 
 private:
-    SymMgrObjectPtr<AttrBindings> m_die;
-    std::uint64_t m_childOffset;
+    status_t loadMembers();
+
+    DWARFCompilationUnit& m_unit;
+    std::uint64_t m_dieOffset; ///< In .debug_info.
 };
 
 /// Makes the scope of the entry at an offset, with its symbol and without a range.

@@ -39,6 +39,13 @@ DwarfWalker DWARFCompilationUnit::unitWalker() const {
     return walker;
 }
 
+bool DWARFCompilationUnit::readEntry(std::uint64_t offset, DieAttributes& out) const {
+    DwarfWalker walker = unitWalker();
+    walker.seek(offset);
+    AbbrevEntry const* const entry = m_abbrevs.find(walker.unsignedLeb());
+    return entry != nullptr && out.read(walker, m_forms, m_abbrevs, *entry);
+}
+
 /// Codes of later versions of the format are not known here: their units count as C, on purpose.
 DWARFCompilationUnit::language_t DWARFCompilationUnit::languageOf(std::uint64_t code) {
     switch (code) {

@@ -86,6 +86,10 @@ public:
     /// The same, which ends with the unit.
     DwarfWalker unitWalker() const;
 
+    /// Reads the attributes of the entry at an offset of the unit. False if there is none, or if a form of it is
+    /// refused.
+    bool readEntry(std::uint64_t offset, DieAttributes& out) const;
+
     /// Ids of the source files, in the order of the unit's file table: file number n stands at n - 1.
     std::vector<int>& sourceFileIds() { return m_sourceFileIds; }
 

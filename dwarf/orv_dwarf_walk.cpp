@@ -11,7 +11,8 @@
 namespace ORV_3_30 {
 namespace {
 
-/// What is made below an inlined body that was entered on the way: nothing. It matches no kind.
+/// What is made below an inlined body on the way past it: nothing, as it matches no kind. Its own scope
+/// reads it when it is asked.
 constexpr unsigned int k_maskBelowInline = 0x20;
 
 AttrBinding bindingOf(AttrValue const& value) { return {nullptr, 0, value.form, value.value, value.data}; }
@@ -35,6 +36,7 @@ void DieTreeWalk::walkChildren(DWARFCompilationUnit& unit, std::uint64_t childOf
     m_mask = mask;
     m_walker = unit.unitWalker();
     m_walker.seek(childOffset);
+    m_isBelowFunction = true;
     m_loader.refillBudgets();
     m_levels.push_back({mask, false});
     run();
@@ -113,6 +115,7 @@ bool DieTreeWalk::needsAttributes(std::uint32_t tag) const {
     case DW_TAG_entry_point: return (m_mask & symbol_kind_FunctionAlt) != 0;
     case DW_TAG_label: return (m_mask & symbol_kind_DataAlt) != 0;
     case DW_TAG_variable: return (m_mask & symbol_kind_Data) != 0;
+    case DW_TAG_inlined_subroutine: return m_isBelowFunction && (m_mask & symbol_kind_Function) != 0;
     case DW_TAG_unit_options: return true;
     default: return false;
     }
@@ -134,8 +137,8 @@ DieTreeWalk::Children DieTreeWalk::act(std::uint32_t tag, std::uint64_t offset) 
     case DW_TAG_entry_point:
         return (m_mask & symbol_kind_FunctionAlt) != 0 ? openFunction(symbol_kind_FunctionAlt, offset) : Children::Skip;
     case DW_TAG_inlined_subroutine:
-        if (m_target.parent != nullptr && m_target.parent->parentScope() != nullptr &&
-            (m_mask & symbol_kind_Function) != 0) {
+        if (m_isBelowFunction && (m_mask & symbol_kind_Function) != 0) {
+            openInline(offset);
             m_mask = k_maskBelowInline;
         }
         return Children::Enter;
@@ -209,16 +212,8 @@ DieTreeWalk::Children DieTreeWalk::openFunction(symbol_kind_t kind, std::uint64_
         return Children::Skip;
     }
     if (AttrValue const* const ranges = m_chain.find(DieAttributes::slot_Ranges)) {
-        unsigned long long const lowest = readRanges(*m_unit, ranges, nullptr, m_opened.ranges);
-        open(name, kind, offset, lowest, lowest);
-        // One pair needs no scope of its own, unless the symbol's address is another: it goes by the base.
-        if (m_opened.ranges.size() == 1 && m_opened.ranges.front().first == lowest) {
-            m_opened.start = m_opened.ranges.front().first;
-            m_opened.end = m_opened.ranges.front().second;
-            m_opened.ranges.clear();
-        } else if (m_opened.ranges.empty()) {
-            m_opened.name = nullptr; // nowhere: a table has no place for it
-        }
+        open(shortened(name), kind, offset, 0, 0);
+        takeRanges(*ranges, nullptr);
         return children;
     }
     if (!rangeOf(low, high)) {
@@ -227,8 +222,52 @@ DieTreeWalk::Children DieTreeWalk::openFunction(symbol_kind_t kind, std::uint64_
     if (!isPlain && !accepts(low, high)) {
         return Children::Skip;
     }
-    open(name, kind, offset, low, high);
+    open(shortened(name), kind, offset, low, high);
     return children;
+}
+
+/// One range needs no scope of its own, unless the symbol's address is another: it goes by the base.
+void DieTreeWalk::takeRanges(AttrValue const& list, std::uint64_t const* baseOverride) {
+    unsigned long long const lowest = readRanges(*m_unit, &list, baseOverride, m_opened.ranges);
+    m_opened.start = lowest;
+    m_opened.end = lowest;
+    if (m_opened.ranges.size() == 1 && m_opened.ranges.front().first == lowest) {
+        m_opened.end = m_opened.ranges.front().second;
+        m_opened.ranges.clear();
+    } else if (m_opened.ranges.empty()) {
+        m_opened.name = nullptr; // nowhere: a table has no place for it
+    }
+}
+
+void DieTreeWalk::openInline(std::uint64_t offset) {
+    AttrValue const* const low = m_chain.find(DieAttributes::slot_LowPc);
+    AttrValue const* const high = m_chain.find(DieAttributes::slot_HighPc);
+    AttrValue const* const ranges = m_chain.find(DieAttributes::slot_Ranges);
+    bool const hasList = (low == nullptr || high == nullptr) && ranges != nullptr;
+    char const* const name = m_chain.originName();
+    if ((low == nullptr && high == nullptr && !hasList) || name == nullptr || m_target.parent == nullptr) {
+        return;
+    }
+    unsigned long long start = 0;
+    unsigned long long end = 0;
+    if (!hasList) {
+        rangeOf(start, end);
+    }
+    open(name, symbol_kind_Function, offset, start, std::max(start, end));
+    m_opened.isInline = true;
+    if (hasList) {
+        std::uint64_t const parentStart = m_target.parent->firstStart();
+        bool const isOverridden = m_unit->compilerKind() == compiler_Varko && m_target.parent->symbol() != nullptr;
+        takeRanges(*ranges, isOverridden ? &parentStart : nullptr);
+    }
+    if (!isInSegment(m_opened.start)) {
+        m_opened.name = nullptr;
+    }
+}
+
+bool DieTreeWalk::isInSegment(unsigned long long address) const {
+    IFileFormatLoader* const loader = m_loader.moduleLoader();
+    return loader != nullptr && loader->segmentByAddress(address) != nullptr;
 }
 
 DieTreeWalk::Children DieTreeWalk::openLabel(std::uint64_t offset) {
@@ -262,18 +301,21 @@ DieTreeWalk::Children DieTreeWalk::openVariable(std::uint64_t offset) {
     return Children::Enter;
 }
 
+/// Compilers of Fortran put an underscore behind the names of procedures.
+char const* DieTreeWalk::shortened(char const* name) {
+    std::size_t const size = std::strlen(name);
+    bool const isMarked = m_unit->isFortran() && name[size - 1] == '_' && std::strcmp(name, "_BLNK_") != 0;
+    return isMarked ? m_loader.keepShortened(name, size) : name;
+}
+
 void DieTreeWalk::open(char const* name, symbol_kind_t kind, std::uint64_t offset, unsigned long long start,
                        unsigned long long end) {
-    bool const isFunction = kind == symbol_kind_Function || kind == symbol_kind_FunctionAlt;
-    std::size_t const size = std::strlen(name);
-    if (isFunction && m_unit->isFortran() && name[size - 1] == '_' && std::strcmp(name, "_BLNK_") != 0) {
-        name = m_loader.keepShortened(name, size);
-    }
     m_opened.name = name;
     m_opened.dieOffset = offset;
     m_opened.start = start;
     m_opened.end = end;
     m_opened.kind = kind;
+    m_opened.isInline = false;
     bool const isExternal = m_chain.find(DieAttributes::slot_External) != nullptr;
     m_opened.visibility = isExternal ? symbol_visibility_Global : symbol_visibility_Local;
 }
@@ -282,11 +324,20 @@ void DieTreeWalk::add(Opened const& opened) {
     if (opened.name == nullptr) {
         return;
     }
+    if (m_target.table == nullptr) {
+        m_target.table = m_target.parent->symbolTable();
+        m_ownTable = dynamic_cast<SymbolTable*>(m_target.table);
+    }
     if (opened.ranges.empty() && m_ownTable != nullptr) {
         m_ownTable->addDeferred(
-            m_loader, {opened.name, opened.start, opened.end, opened.visibility, opened.kind, opened.dieOffset});
-        return;
+            opened.isInline ? m_loader.inlineMaker() : m_loader,
+            {opened.name, opened.start, opened.end, opened.visibility, opened.kind, opened.dieOffset});
+    } else {
+        addAsScope(opened);
     }
+}
+
+void DieTreeWalk::addAsScope(Opened const& opened) {
     MergeSide const symbol{opened.name, opened.start, opened.end, false, opened.visibility, opened.kind};
     SymMgrObjectPtr<Scope> const scope(makeDwarfScope(*m_unit, opened.dieOffset, symbol, m_target.parent));
     for (auto const& [start, end] : opened.ranges) {

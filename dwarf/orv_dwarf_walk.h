@@ -27,7 +27,7 @@ class SymbolTable;
 class DieTreeWalk {
 public:
     struct Target {
-        ISymbolTable* table;    ///< Null with a mask of 0.
+        ISymbolTable* table;    ///< Null with a mask of 0, and below a function: the parent's, made when needed.
         AcceptedRanges* filter; ///< Null: everything is taken.
         Scope* parent;
     };
@@ -36,7 +36,7 @@ public:
 
     /// Reads the unit's own entry and goes through its children. A mask of 0 makes no symbols.
     void walkUnit(DWARFCompilationUnit& unit, unsigned int mask);
-    /// Goes through a list of children.
+    /// Goes through the list of children of the parent's entry.
     void walkChildren(DWARFCompilationUnit& unit, std::uint64_t childOffset, unsigned int mask);
 
 private:
@@ -48,6 +48,7 @@ private:
         unsigned long long end = 0;
         symbol_kind_t kind{};
         symbol_visibility_t visibility{};
+        bool isInline = false;
         AddressPairs ranges; ///< Where it has several.
     };
     /// A list of children that is being read.
@@ -65,17 +66,25 @@ private:
     Children openFunction(symbol_kind_t kind, std::uint64_t offset);
     Children openLabel(std::uint64_t offset);
     Children openVariable(std::uint64_t offset);
+    /// An inlined body. It is refused without a word where something of it is missing.
+    void openInline(std::uint64_t offset);
+    bool isInSegment(unsigned long long address) const;
+    /// Gives what was opened the ranges of a list.
+    void takeRanges(AttrValue const& list, std::uint64_t const* baseOverride);
     Children mergeOptions();
     bool rangeOf(unsigned long long& low, unsigned long long& high);
+    char const* shortened(char const* name);
     void open(char const* name, symbol_kind_t kind, std::uint64_t offset, unsigned long long start,
               unsigned long long end);
     void add(Opened const& opened);
+    void addAsScope(Opened const& opened);
     bool accepts(unsigned long long start, unsigned long long end) const;
     bool needsAttributes(std::uint32_t tag) const;
 
     DWARFDebugInfoLoader& m_loader;
     Target m_target;
     SymbolTable* m_ownTable; ///< Null for a table that somebody else has implemented.
+    bool m_isBelowFunction = false;
     DWARFCompilationUnit* m_unit = nullptr;
     unsigned int m_mask = 0;
     DwarfWalker m_walker;

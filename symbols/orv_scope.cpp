@@ -69,9 +69,14 @@ SymbolTable& Scope::ownTable() {
     return *made;
 }
 
+SymbolTable* Scope::madeTable() const {
+    Extras const* const own = m_extras.load(std::memory_order_acquire);
+    return own != nullptr ? own->madeTable.load(std::memory_order_acquire) : nullptr;
+}
+
 void Scope::scopesAt(unsigned long long address, symbol_kind_t mask, std::vector<Scope*>& out) {
-    if (ensureKinds(mask) == status_Ok) {
-        ownTable().scopesAt(address, mask, out);
+    if (ensureKinds(mask) == status_Ok && madeTable() != nullptr) {
+        madeTable()->scopesAt(address, mask, out);
     }
 }
 
@@ -142,16 +147,19 @@ unsigned int Scope::mergeDecision(Scope& other, unsigned long long nextKey, Scop
     return mergeRule(mine, theirs, {nextKey, nextSymbol != nullptr ? nextSymbol->name() : nullptr});
 }
 
-status_t Scope::ensureKinds(unsigned int mask) {
-    if ((mask & ~m_loadedKinds.load(std::memory_order_acquire)) == 0) {
-        return status_Ok;
-    }
-    // All loads below one root go one after the other: their loader is one.
+ILock* Scope::rootLoadLock() {
     Scope* root = this;
     while (root->m_parent != nullptr) {
         root = root->m_parent;
     }
-    LockGuard guard(root->loadLock());
+    return root->loadLock();
+}
+
+status_t Scope::ensureKinds(unsigned int mask) {
+    if ((mask & ~m_loadedKinds.load(std::memory_order_acquire)) == 0) {
+        return status_Ok;
+    }
+    LockGuard guard(rootLoadLock());
     unsigned int const missing = mask & ~m_loadedKinds.load(std::memory_order_acquire);
     if (missing == 0) {
         return status_Ok;
@@ -169,7 +177,9 @@ status_t Scope::symbolRanges(SymMgrObjectPtr<SymbolRangeIterator>& out, unsigned
     if (status != status_Ok) {
         return status;
     }
-    symbolTable()->symbolRanges(out, start, end, kinds);
+    if (SymbolTable* const table = madeTable()) {
+        table->symbolRanges(out, start, end, kinds);
+    }
     return out ? status_Ok : status_False;
 }
 
@@ -180,7 +190,9 @@ status_t Scope::symbolRangeByAddress(SymMgrObjectPtr<ISymbolRange>& out, unsigne
     if (status != status_Ok) {
         return status;
     }
-    symbolTable()->symbolRangeByAddress(out, address, mask, resolver);
+    if (SymbolTable* const table = madeTable()) {
+        table->symbolRangeByAddress(out, address, mask, resolver);
+    }
     return out ? status_Ok : status_False;
 }
 
@@ -191,7 +203,9 @@ status_t Scope::nonOverlappedSymbolRanges(SymMgrObjectPtr<SymbolRangeIterator>& 
     if (status != status_Ok) {
         return status;
     }
-    symbolTable()->nonOverlappedSymbolRanges(out, start, end, mask, resolver);
+    if (SymbolTable* const table = madeTable()) {
+        table->nonOverlappedSymbolRanges(out, start, end, mask, resolver);
+    }
     return out ? status_Ok : status_False;
 }
 

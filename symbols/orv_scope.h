@@ -68,6 +68,9 @@ public:
 
     IFileFormatLoader* loader() const { return m_loader; }
     Scope* parentScope() const { return m_parent; }
+    /// The lock that all loads below one root go through, one after the other: their loader is one. Null
+    /// where the root has none.
+    ILock* rootLoadLock();
 
     /// Before the scope goes into a table.
     void addRange(unsigned long long start, unsigned long long end) { m_ranges.add(start, end); }
@@ -90,8 +93,10 @@ public:
 protected:
     /// Bits that a load has been made for.
     std::atomic<unsigned int>& loadedKinds() { return m_loadedKinds; }
-    /// The lock that all loads below a root share; null below a scope that has none.
+    /// Of a root: the lock that all loads below it share.
     virtual ILock* loadLock() { return nullptr; }
+    /// Made on first use.
+    SymbolTable& ownTable();
     /// For a scope that readers may have: the ranges that they look at stay as they are.
     void replaceRanges(RangeList ranges);
 
@@ -105,7 +110,8 @@ private:
         std::vector<std::unique_ptr<RangeList>> replacedRanges; ///< The present ones last.
     };
     Extras& extras();
-    SymbolTable& ownTable();
+    /// Null as long as nothing was put into it.
+    SymbolTable* madeTable() const;
 
     RangeList const& ownRanges() const {
         RangeList const* const replaced = m_replacedRanges.load(std::memory_order_acquire);

@@ -19,6 +19,8 @@ public:
     virtual unsigned int mergeDecision(MergeSide const& mine, MergeSide const& other, MergeNext const& next) = 0;
     /// True if its symbols have a compilation unit.
     virtual bool givesUnits() const = 0;
+    /// True if its symbols are inlined bodies.
+    virtual bool givesInlines() const = 0;
 
 protected:
     ~IScopeMaker() = default;

@@ -96,6 +96,7 @@ public:
         return plainMergeRule(mine, other);
     }
     bool givesUnits() const override { return false; }
+    bool givesInlines() const override { return false; }
     IFileFormatLoader* loader() const { return m_loader; }
 
 private:
@@ -263,9 +264,9 @@ bool SymbolTable::kindOf(RangeRecord const& record, symbol_kind_t& kind) const {
 
 bool SymbolTable::rankOf(RangeRecord const& record, Rank& out) const {
     if (record.isDeferred()) {
-        out = {m_makers[record.maker]->givesUnits(),
-               symbolPriorityByKind(static_cast<symbol_kind_t>(record.kind.load())),
-               static_cast<symbol_visibility_t>(record.visibility.load()), false};
+        IScopeMaker const& maker = *m_makers[record.maker];
+        out = {maker.givesUnits(), symbolPriorityByKind(static_cast<symbol_kind_t>(record.kind.load())),
+               static_cast<symbol_visibility_t>(record.visibility.load()), maker.givesInlines()};
         return true;
     }
     Scope* const scope = record.scope.load(std::memory_order_acquire);

@@ -37,7 +37,7 @@ public:
 /// One inlined call, bound to the scope of the inlined body.
 class InlineInstance : public SymMgrObject<IInlineInstance> {
 public:
-    explicit InlineInstance(Scope* scope) : m_scope(scope) {}
+    explicit InlineInstance(Scope* scope, ILock* countLock = nullptr) : SymMgrObject(countLock), m_scope(scope) {}
 
     ISymbol* symbol() override;
     virtual void ranges(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>>& out);

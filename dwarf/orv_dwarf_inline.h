@@ -1,0 +1,43 @@
+/// Inlined bodies (DWARF version 4, 3.3.8).
+///
+/// Each is a scope of its own inside the function that it was inlined into, with a symbol named after the
+/// inlined function and an instance that knows the call. They are made one level at a time, when somebody asks
+/// what lies in the level above.
+#pragma once
+
+#include "dwarf/orv_dwarf_scope.h"
+#include "symbols/orv_thunk.h"
+
+#include <atomic>
+
+namespace ORV_3_30 {
+
+/// What the entry tells of the call is read when the instance is made. The file is looked up at the first
+/// question, and kept in an atomic: threads share instances, and find the same.
+class DWARFInlineInstance final : public InlineInstance {
+public:
+    DWARFInlineInstance(DWARFCompilationUnit& unit, std::uint64_t dieOffset, Scope* scope, ILock* countLock);
+
+    /// Null without a call site, and where the number of its file is none of the unit's.
+    void callSite(SymMgrObjectPtr<ISourceLocation>& out) override;
+    /// True if the entry tells file and line, whether or not the file is known.
+    bool hasCallSite() override { return m_hasCall; }
+
+private:
+    static constexpr int k_notLookedUp = -2;
+    DeclLocation m_call{};
+    bool m_hasCall;
+    std::atomic<int> m_fileId{k_notLookedUp};
+};
+
+class DWARFInlineInstanceScope final : public DWARFScope {
+public:
+    DWARFInlineInstanceScope(DWARFCompilationUnit& unit, std::uint64_t dieOffset, Scope* parent);
+
+    IInlineInstance* inlineInstance() override { return m_inlineInstance.get(); }
+
+private:
+    SymMgrObjectPtr<IInlineInstance> m_inlineInstance;
+};
+
+} // namespace ORV_3_30

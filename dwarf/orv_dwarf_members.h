@@ -1,0 +1,55 @@
+/// The members of structures, by address.
+#pragma once
+
+#include "dwarf/orv_dwarf_visitor.h"
+
+#include <map>
+#include <string>
+
+namespace ORV_3_30 {
+
+/// A member of a variable.
+struct StructMember {
+    char const* name; ///< In a section.
+    unsigned long long end;
+    std::uint64_t dieOffset;
+};
+using StructMembers = std::map<unsigned long long, StructMember>; ///< By start; of several, as in a union, the first.
+
+/// Looks at the members of one type, one level deep: it finds the one that holds an address, or lists them all.
+class StructMemberVisitor final : public DIEVisitor {
+public:
+    /// Finds the member at target of a variable that starts at an address.
+    StructMemberVisitor(unsigned long long start, unsigned long long target) : m_start(start), m_target(target) {}
+    /// Lists the members.
+    StructMemberVisitor(unsigned long long start, StructMembers& all) : m_start(start), m_all(&all) {}
+
+    bool visit(DWARFCompilationUnit& unit, AttrBindings& die) override;
+
+    /// The member that was found; its name is null without one.
+    struct Found {
+        char const* name = nullptr;
+        unsigned long long start = 0;
+        std::uint64_t typeOffset = 0;
+        std::uint32_t typeTag = 0;
+    };
+    Found const& found() const { return m_found; }
+
+private:
+    unsigned long long m_start;
+    unsigned long long m_target = 0;
+    StructMembers* m_all = nullptr;
+    Found m_found;
+};
+
+/// True for the types of variables that have scopes for their members: classes, structures and unions, and
+/// what only adds a property to one.
+bool leadsToMembers(std::uint32_t typeTag);
+/// The members of a variable over [start, end) of the type at an offset. The last one ends with the variable.
+StructMembers membersOf(DWARFCompilationUnit& unit, std::uint64_t typeOffset, unsigned long long start,
+                        unsigned long long end);
+/// Adds "::" and the name of the member at target, and of the member in that one, as far as there is one.
+void appendMemberNames(DWARFCompilationUnit& unit, std::uint64_t typeOffset, unsigned long long start,
+                       unsigned long long target, std::string& name);
+
+} // namespace ORV_3_30

@@ -1,0 +1,168 @@
+#include "dwarf/orv_dwarf_stackvar.h"
+
+#include "core/orv_trace.h"
+#include "dwarf/orv_dildwarf.h"
+#include "dwarf/orv_dwarf_members.h"
+#include "dwarf/orv_dwarf_types.h"
+
+#include <algorithm>
+
+namespace ORV_3_30 {
+namespace {
+
+/// A program has new frames all the time. Beyond this many answers we begin anew.
+constexpr std::size_t k_mostAnswers = std::size_t{1} << 17;
+
+bool isHeld(SymMgrObjectPtr<DWARFSymbol> const& symbol) {
+    unsigned int count = 0;
+    symbol->refCount(count);
+    return count > 1;
+}
+
+} // namespace
+
+bool StackVariableVisitor::visit(DWARFCompilationUnit& unit, AttrBindings& die) {
+    if (die.tag() != DW_TAG_variable) {
+        return true;
+    }
+    AttrBinding const* const name = die.attribute(DW_AT_name);
+    AttrBinding const* const location = die.attribute(DW_AT_location);
+    if (location == nullptr) {
+        return true;
+    }
+    std::uint64_t const address = locationIn(unit, *location, m_frame);
+    AttrBinding const* const type = die.attribute(DW_AT_type);
+    TypeInfo info{0, ~std::uint64_t{0}, 0, false, false};
+    bool const isSized = type != nullptr && lookUpType(unit, type->value, info);
+    std::uint64_t const size = isSized ? info.size : 1;
+    if (address > m_targetAddress || m_targetAddress - address >= size) {
+        return true;
+    }
+    bool const isNamed = name != nullptr && name->data != nullptr;
+    std::string text = isNamed ? reinterpret_cast<char const*>(name->data) : "";
+    if (isSized && info.structOffset != ~std::uint64_t{0}) {
+        appendMemberNames(unit, info.structOffset, address, m_targetAddress, text);
+    }
+    MergeSide const symbol{"", 0, 0, false, symbol_visibility_Local, symbol_kind_Data};
+    m_resultSymbol = new DWARFSymbol(unit, die.offset(), symbol, nullptr);
+    m_resultSymbol->setName(text.c_str());
+    m_isInteger = isSized && info.isInteger;
+    return false;
+}
+
+// --- StackAnswers
+
+StackAnswers::~StackAnswers() {
+    forgetAll();
+    for (SymMgrObjectPtr<DWARFSymbol> const& symbol : m_lent) {
+        if (isHeld(symbol)) {
+            symbol->leaveScope();
+        }
+    }
+}
+
+StackAnswers::Answer const* StackAnswers::find(IStackFrameContext& context, unsigned long long address) const {
+    auto const frame = m_answers.find(frameOf(context));
+    if (frame == m_answers.end()) {
+        return nullptr;
+    }
+    auto const answer = frame->second.find(address);
+    return answer != frame->second.end() ? &answer->second : nullptr;
+}
+
+StackAnswers::Answer const& StackAnswers::add(IStackFrameContext& context, unsigned long long address,
+                                              Answer answer) {
+    if (m_count >= k_mostAnswers) {
+        forgetAll();
+    }
+    ++m_count;
+    return m_answers[frameOf(context)].insert_or_assign(address, std::move(answer)).first->second;
+}
+
+void StackAnswers::forgetAll() {
+    m_lent.erase(std::remove_if(m_lent.begin(), m_lent.end(), [](auto const& symbol) { return !isHeld(symbol); }),
+                 m_lent.end());
+    for (auto const& [frame, answers] : m_answers) {
+        for (auto const& [address, answer] : answers) {
+            if (isHeld(answer.symbol)) {
+                m_lent.push_back(answer.symbol);
+            }
+        }
+    }
+    m_answers.clear();
+    m_count = 0;
+}
+
+// --- The question
+
+status_t DWARFDebugInfoLoader::findStackVariable(ISymbol* symbol, unsigned long long pc, unsigned long long address,
+                                                 SymMgrObjectPtr<IStackFrameContext>& context,
+                                                 SymMgrObjectPtr<ISymbol>& out, bool* isInteger) {
+    if (!context) {
+        return status_InvalidArg;
+    }
+    LockGuard answers(&m_stackLock);
+    StackAnswers::Answer const* answer = m_stackAnswers.find(*context, address);
+    if (answer == nullptr) {
+        status_t const status = searchStack(symbol, pc, address, *context, answer);
+        if (status != status_Ok) {
+            return status;
+        }
+    }
+    out = answer->symbol.get();
+    if (isInteger != nullptr) {
+        *isInteger = answer->isInteger;
+    }
+    return status_Ok;
+}
+
+status_t DWARFDebugInfoLoader::searchStack(ISymbol* symbol, unsigned long long pc, unsigned long long address,
+                                           IStackFrameContext& context, StackAnswers::Answer const*& answer) {
+    if (m_debugInfo.size == 0) {
+        return status_NoDebugInfo;
+    }
+    auto* const function = dynamic_cast<DWARFSymbol*>(symbol);
+    auto* const scope = function != nullptr ? dynamic_cast<DWARFScope*>(function->scope()) : nullptr;
+    if (scope == nullptr) {
+        return status_Fail;
+    }
+    LockGuard loads(scope->rootLoadLock()); // types and budgets are theirs
+    refillBudgets();
+    DWARFCompilationUnit& unit = scope->unit();
+    DwarfWalker walker = unit.unitWalker();
+    walker.seek(scope->dieOffset());
+    AttrBindings die(&unit, nullptr);
+    die.readDie(walker);
+    if (die.tag() != DW_TAG_subprogram) {
+        ORV_WARN("Expecting DW_TAG_subprogram, got " << die.tag());
+        return status_Fail;
+    }
+    // Both as they stand: a high end that is a distance from low is not taken for one.
+    AttrBinding const* const lowValue = die.attribute(DW_AT_low_pc);
+    AttrBinding const* const highValue = die.attribute(DW_AT_high_pc);
+    unsigned long long const low = lowValue != nullptr ? lowValue->value : 0;
+    unsigned long long const high = highValue != nullptr ? highValue->value : 0;
+    if (pc < low || pc > high) {
+        AttrBinding const* const name = die.attribute(DW_AT_name);
+        bool const isNamed = name != nullptr && name->data != nullptr;
+        ORV_WARN("Address range did not match subprogram,  address:"
+                 << pc << " low: " << low << " high: " << high
+                 << " func: " << (isNamed ? reinterpret_cast<char const*>(name->data) : ""));
+        return status_Fail;
+    }
+    StackFrame frame{pc, context, 0};
+    if (AttrBinding const* const base = die.attribute(DW_AT_frame_base)) {
+        frame.base = locationIn(unit, *base, frame);
+    }
+    StackVariableVisitor visitor(frame, address);
+    if (die.getHasChildren() != 0) {
+        visitEntries(unit, walker, VisitDepth::AllLevels, visitor);
+    }
+    if (!visitor.resultSymbol()) {
+        return status_False;
+    }
+    answer = &m_stackAnswers.add(context, address, {visitor.resultSymbol(), visitor.isInteger()});
+    return status_Ok;
+}
+
+} // namespace ORV_3_30

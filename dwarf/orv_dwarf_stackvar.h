@@ -1,0 +1,61 @@
+/// Which local variable of a function owns a stack address.
+#pragma once
+
+#include "dwarf/orv_dwarf_location.h"
+#include "dwarf/orv_dwarf_scope.h"
+#include "dwarf/orv_dwarf_visitor.h"
+
+#include <map>
+#include <utility>
+#include <vector>
+
+namespace ORV_3_30 {
+
+/// Takes the first variable in the order of the file that holds the address, in whichever block it stands.
+class StackVariableVisitor final : public DIEVisitor {
+public:
+    StackVariableVisitor(StackFrame const& frame, unsigned long long targetAddress)
+        : m_frame(frame), m_targetAddress(targetAddress) {}
+
+    bool visit(DWARFCompilationUnit& unit, AttrBindings& die) override;
+
+    /// The variable, with the member in its name where one holds the address. Null if none was found.
+    SymMgrObjectPtr<DWARFSymbol> const& resultSymbol() const { return m_resultSymbol; }
+    /// Of the variable's type.
+    bool isInteger() const { return m_isInteger; }
+
+private:
+    StackFrame m_frame;
+    unsigned long long m_targetAddress;
+    SymMgrObjectPtr<DWARFSymbol> m_resultSymbol;
+    bool m_isInteger = false;
+};
+
+/// Answers by stack pointer and frame pointer, which fix the frame, and then by address. Guarded by its
+/// owner. The symbols have no scope; what a client still holds at the end loses what leads back to the bank.
+class StackAnswers {
+public:
+    struct Answer {
+        SymMgrObjectPtr<DWARFSymbol> symbol;
+        bool isInteger;
+    };
+    StackAnswers() = default;
+    StackAnswers(StackAnswers const&) = delete;
+    StackAnswers& operator=(StackAnswers const&) = delete;
+    ~StackAnswers();
+
+    /// Null if there is none.
+    Answer const* find(IStackFrameContext& context, unsigned long long address) const;
+    Answer const& add(IStackFrameContext& context, unsigned long long address, Answer answer);
+
+private:
+    using Frame = std::pair<unsigned long long, unsigned long long>;
+    static Frame frameOf(IStackFrameContext& context) { return {context.getRegister(0), context.getRegister(1)}; }
+    void forgetAll();
+
+    std::map<Frame, std::map<unsigned long long, Answer>> m_answers;
+    std::size_t m_count = 0;
+    std::vector<SymMgrObjectPtr<DWARFSymbol>> m_lent; ///< Of answers that were forgotten.
+};
+
+} // namespace ORV_3_30

@@ -1,0 +1,22 @@
+/// Walks that show somebody every entry.
+#pragma once
+
+#include "dwarf/orv_dwarf_die.h"
+#include "dwarf/orv_dwarf_unit.h"
+
+namespace ORV_3_30 {
+
+class DIEVisitor {
+public:
+    virtual ~DIEVisitor() = default;
+    /// True to go on, false to end the walk.
+    virtual bool visit(DWARFCompilationUnit& unit, AttrBindings& die) = 0;
+};
+
+enum class VisitDepth { OneLevel, AllLevels };
+
+/// Shows the entries of a list of children, in the order of the file. The walker stands on the first one.
+/// False if the visitor has ended it. No recursion.
+bool visitEntries(DWARFCompilationUnit& unit, DwarfWalker& walker, VisitDepth depth, DIEVisitor& visitor);
+
+} // namespace ORV_3_30
