@@ -74,18 +74,34 @@ private:
     bool m_isAtEnd = false;
 };
 
+/// A function and a place in it: of the innermost one the line at the address, of those around it the line of
+/// the call of the one before.
+struct Frame {
+    char const* function = nullptr; ///< Null where it is not known.
+    char const* file = nullptr;     ///< Null where it is not known.
+    unsigned int line = 0;
+    unsigned int column = 0;
+    unsigned long long discriminator = 0;
+
+    void takePlace(ISourceLocation& place) {
+        ISourceFile* const source = place.sourceFile();
+        file = source != nullptr ? source->path() : nullptr;
+        line = place.line();
+        column = place.column();
+        discriminator = place.discriminator();
+    }
+};
+
 /// One question, and what is known of it.
 struct Query {
     std::string_view word;
     unsigned long long value = 0;
     bool isAddress = false;
-    char const* function = nullptr; ///< Null where it is not known.
-    unsigned long long offset = 0;  ///< In the function; told in JSON only.
-    bool isLabel = false;           ///< The function has no size.
-    char const* file = nullptr;     ///< Null where it is not known.
-    unsigned int line = 0;
-    unsigned int column = 0;
-    unsigned long long discriminator = 0;
+    bool isLabel = false;          ///< The function has no size.
+    unsigned long long offset = 0; ///< In the innermost function's range; told in JSON only.
+    Frame innermost;
+    std::size_t callersBegin = 0; ///< The frames around it, from the inside out.
+    std::size_t callersEnd = 0;
 };
 
 /// The queries grouped by address: neighbours in a module are found at less cost one after the other.
@@ -127,6 +143,7 @@ public:
     /// Words of the command line are all there will be; of the input there may be more.
     template <typename Words> void answer(Words const& words, Source source) {
         m_queries.assign(words.size(), Query());
+        m_callers.clear();
         for (std::size_t i = 0; i < words.size(); ++i) {
             parse(words[i], m_queries[i]);
         }
@@ -200,7 +217,8 @@ private:
     /// to a bank without the restriction.
     void findAgain() {
         auto const isOpen = [](Query const& query) {
-            return query.isAddress && (query.function == nullptr || query.file == nullptr || query.isLabel);
+            return query.isAddress &&
+                   (query.innermost.function == nullptr || query.innermost.file == nullptr || query.isLabel);
         };
         if (!m_isAnnounced || std::none_of(m_queries.begin(), m_queries.end(), isOpen)) {
             return;
@@ -208,59 +226,116 @@ private:
         m_module = &Module::load(m_options.module, m_common, Module::Sharing::Anew);
         for (Query& query : m_queries) {
             if (isOpen(query)) {
-                query.function = nullptr;
-                query.file = nullptr;
+                query.innermost = Frame();
+                query.callersBegin = query.callersEnd = 0;
                 find(query);
             }
         }
     }
+
+    char const* nameOf(ISymbol& symbol) const { return m_options.demangle ? symbol.demangledName(0) : symbol.name(); }
 
     void findFunction(Query& query, SymMgrObjectPtr<IAddress> where) {
         SymMgrObjectPtr<ISymbolRange> range;
         if (m_module->symbolRangeByAddress(*where, range, k_kindsInCode) != status_Ok) {
             return;
         }
-        ISymbol* const symbol = range->symbol();
         query.isLabel = range->size() == 0;
-        query.function = m_options.demangle ? symbol->demangledName(0) : symbol->name();
-        if (m_json) {
-            range->startAddress(where);
-            query.offset = query.value - where->pseudoAddr();
+        m_ranges.assign(1, range);
+        if (m_options.functions || m_options.inlines || m_json) {
+            goInward(*where);
         }
+        query.innermost.function = nameOf(*m_ranges.back()->symbol());
+        if (m_options.inlines) {
+            noteCallers(query);
+        }
+        if (m_json) {
+            SymMgrObjectPtr<IAddress> start;
+            m_ranges.back()->startAddress(start);
+            query.offset = query.value - start->pseudoAddr();
+        }
+    }
+
+    /// Follows the inlined bodies at an address, from the function inward.
+    void goInward(IAddress& where) {
+        for (;;) {
+            SymMgrObjectPtr<ISymbolRange> inner;
+            m_ranges.back()->innerRangeByAddress(inner, &where);
+            if (inner && !isBody(*inner)) {
+                inner = bodyAt(*m_ranges.back(), where);
+            }
+            if (!inner) {
+                return;
+            }
+            m_ranges.push_back(inner);
+        }
+    }
+
+    /// Compilers leave the calls behind of which no code has stayed: they have no extent, and reach in front of
+    /// others as a label does.
+    static bool isBody(ISymbolRange& range) { return range.inlineInstance() != nullptr && range.size() != 0; }
+
+    static SymMgrObjectPtr<ISymbolRange> bodyAt(ISymbolRange& outer, IAddress& where) {
+        SymMgrObjectPtr<ISymbolRange> best;
+        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> ranges;
+        outer.innerRanges(ranges);
+        unsigned long long const address = where.pseudoAddr();
+        for (auto range = ranges ? ranges->current() : nullptr; range; range = ranges->current()) {
+            SymMgrObjectPtr<IAddress> start;
+            range->startAddress(start);
+            if (start->pseudoAddr() > address) {
+                break; // they come by start
+            }
+            if (isBody(*range) && address - start->pseudoAddr() < range->size()) {
+                best = range;
+            }
+            ranges->next();
+        }
+        return best;
+    }
+
+    void noteCallers(Query& query) {
+        query.callersBegin = m_callers.size();
+        for (std::size_t i = m_ranges.size() - 1; i > 0; --i) {
+            Frame caller;
+            caller.function = nameOf(*m_ranges[i - 1]->symbol());
+            SymMgrObjectPtr<ISourceLocation> call;
+            m_ranges[i]->inlineInstance()->callSite(call);
+            if (call) {
+                caller.takePlace(*call);
+            }
+            m_callers.push_back(caller);
+        }
+        query.callersEnd = m_callers.size();
     }
 
     void findLine(Query& query, IAddress& where) {
         SymMgrObjectPtr<ISourceLocation> location;
-        if (m_module->bank().sourceLocationByAddress(&where, location, ~0ULL, nullptr) != status_Ok) {
-            return;
+        if (m_module->bank().sourceLocationByAddress(&where, location, ~0ULL, nullptr) == status_Ok) {
+            query.innermost.takePlace(*location);
         }
-        ISourceFile* const file = location->sourceFile();
-        query.file = file != nullptr ? file->path() : nullptr;
-        query.line = location->line();
-        query.column = location->column();
-        query.discriminator = location->discriminator();
     }
 
     /// In the words of addr2line: "??:0" where nothing is known, "??:?" for a function without a line, and
     /// "?" for line 0, which compilers give to code that belongs to no line.
-    void printLine(Query const& query) const {
-        if (query.file == nullptr) {
-            fputs_unlocked(query.function != nullptr ? "??:?\n" : "??:0\n", stdout);
+    void printPlace(Frame const& frame) const {
+        if (frame.file == nullptr) {
+            fputs_unlocked(frame.function != nullptr ? "??:?\n" : "??:0\n", stdout);
             return;
         }
-        char const* file = query.file;
+        char const* file = frame.file;
         if (m_options.baseNames) {
             char const* const slash = std::strrchr(file, '/');
             file = slash != nullptr ? slash + 1 : file;
         }
         fputs_unlocked(file, stdout);
-        if (query.line == 0) {
+        if (frame.line == 0) {
             fputs_unlocked(":?\n", stdout);
             return;
         }
-        printNumber(':', query.line);
-        if (query.discriminator != 0) {
-            std::printf(" (discriminator %llu)", query.discriminator);
+        printNumber(':', frame.line);
+        if (frame.discriminator != 0) {
+            std::printf(" (discriminator %llu)", frame.discriminator);
         }
         putc_unlocked('\n', stdout);
     }
@@ -281,25 +356,48 @@ private:
         if (m_options.addresses) {
             std::printf(m_is32Bit ? "0x%08llx%s" : "0x%016llx%s", query.value, m_options.pretty ? ": " : "\n");
         }
-        if (m_options.functions) {
-            bool const isKnown = query.function != nullptr || query.file != nullptr;
-            fputs_unlocked(query.function != nullptr ? query.function : "??", stdout);
-            fputs_unlocked(!m_options.pretty ? "\n" : isKnown ? " at " : " ", stdout);
+        print(query.innermost);
+        for (std::size_t i = query.callersBegin; i < query.callersEnd; ++i) {
+            if (m_options.pretty) {
+                fputs_unlocked(" (inlined by) ", stdout);
+            }
+            print(m_callers[i]);
         }
-        printLine(query);
     }
 
-    static void printAsJson(Query const& query) {
-        bool const isFound = query.function != nullptr;
+    void print(Frame const& frame) const {
+        if (m_options.functions) {
+            bool const isKnown = frame.function != nullptr || frame.file != nullptr;
+            fputs_unlocked(frame.function != nullptr ? frame.function : "??", stdout);
+            fputs_unlocked(!m_options.pretty ? "\n" : isKnown ? " at " : " ", stdout);
+        }
+        printPlace(frame);
+    }
+
+    static void addPlace(Json& object, Frame const& frame) {
+        bool const hasLine = frame.file != nullptr;
+        object["file"] = hasLine ? Json(frame.file) : Json();
+        object["line"] = hasLine ? Json(frame.line) : Json();
+        object["column"] = hasLine ? Json(frame.column) : Json();
+        object["discriminator"] = hasLine ? Json(frame.discriminator) : Json();
+    }
+
+    void printAsJson(Query const& query) const {
+        bool const isFound = query.innermost.function != nullptr;
         Json object;
         object["address"] = query.isAddress ? Json(hex(query.value)) : Json(std::string(query.word));
-        object["function"] = isFound ? Json(query.function) : Json();
+        object["function"] = isFound ? Json(query.innermost.function) : Json();
         object["offset"] = isFound ? Json(hex(query.offset)) : Json();
-        bool const hasLine = query.file != nullptr;
-        object["file"] = hasLine ? Json(query.file) : Json();
-        object["line"] = hasLine ? Json(query.line) : Json();
-        object["column"] = hasLine ? Json(query.column) : Json();
-        object["discriminator"] = hasLine ? Json(query.discriminator) : Json();
+        addPlace(object, query.innermost);
+        if (m_options.inlines) {
+            object["callers"] = Json::array();
+            for (std::size_t i = query.callersBegin; i < query.callersEnd; ++i) {
+                Json caller;
+                caller["function"] = m_callers[i].function;
+                addPlace(caller, m_callers[i]);
+                object["callers"].push_back(caller);
+            }
+        }
         printJson(object);
     }
 
@@ -311,6 +409,8 @@ private:
     bool m_isAnnounced = false;
     std::vector<Query> m_queries;
     std::vector<Query*> m_grouped;
+    std::vector<Frame> m_callers;
+    std::vector<SymMgrObjectPtr<ISymbolRange>> m_ranges; ///< At one address, from the outside in.
     int m_exitStatus = 0;
 };
 
