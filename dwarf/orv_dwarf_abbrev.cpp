@@ -35,6 +35,7 @@ std::uint64_t AbbrevTable::read(DwarfWalker walker, FormContext const& context) 
         walker.getUnsigned1(entry.hasChildren);
         readSpecs(walker, context, entry);
         ORV_ASSERT(m_abbrevsMap.find(code) == 0, "m_abbrevsMap[abbrevCode] == NULL");
+        m_hasUnitOptions |= entry.tag == DW_TAG_unit_options;
         m_entries.push_back(entry);
         m_abbrevsMap.store(code, static_cast<std::uint32_t>(m_entries.size()));
     }

@@ -56,6 +56,8 @@ public:
         std::uint32_t const index = m_abbrevsMap.find(code);
         return index != 0 ? &m_entries[index - 1] : nullptr;
     }
+    /// True if entries with the options of a part of a unit may come.
+    bool hasUnitOptions() const { return m_hasUnitOptions; }
     AbbrevSpec const* specs(AbbrevEntry const& entry) const { return m_specs.data() + entry.firstSpec; }
     AbbrevStep const* steps(AbbrevEntry const& entry) const { return m_steps.data() + entry.firstStep; }
 
@@ -67,6 +69,7 @@ private:
     std::vector<AbbrevEntry> m_entries;
     std::vector<AbbrevSpec> m_specs;
     std::vector<AbbrevStep> m_steps;
+    bool m_hasUnitOptions = false;
 };
 
 /// All tables of a file. Lives as long as the loader.

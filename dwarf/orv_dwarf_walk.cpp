@@ -12,7 +12,7 @@ namespace ORV_3_30 {
 namespace {
 
 /// What is made below an inlined body on the way past it: nothing, as it matches no kind. Its own scope
-/// reads it when it is asked.
+/// reads it when it is asked. Only option texts count there too.
 constexpr unsigned int k_maskBelowInline = 0x20;
 
 AttrBinding bindingOf(AttrValue const& value) { return {nullptr, 0, value.form, value.value, value.data}; }
@@ -140,6 +140,7 @@ DieTreeWalk::Children DieTreeWalk::act(std::uint32_t tag, std::uint64_t offset) 
         if (m_isBelowFunction && (m_mask & symbol_kind_Function) != 0) {
             openInline(offset);
             m_mask = k_maskBelowInline;
+            return m_unit->abbrevs().hasUnitOptions() ? Children::Enter : Children::Skip;
         }
         return Children::Enter;
     case DW_TAG_label: return (m_mask & symbol_kind_DataAlt) != 0 ? openLabel(offset) : Children::Skip;

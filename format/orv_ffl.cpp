@@ -26,6 +26,8 @@ template <typename Map> auto floorEntry(Map& map, unsigned long long address) {
     return after == map.begin() ? map.end() : std::prev(after);
 }
 
+} // namespace
+
 bool isElf(IModuleImage* image) {
     unsigned char magic[SELFMAG] = {};
     if (image == nullptr || !ORV_ASSERT(image->read(0, sizeof(magic), magic) == sizeof(magic), "false")) {
@@ -33,8 +35,6 @@ bool isElf(IModuleImage* image) {
     }
     return std::memcmp(magic, ELFMAG, SELFMAG) == 0;
 }
-
-} // namespace
 
 status_t IFileFormatLoader::create(SymMgrObjectPtr<IFileFormatLoader>& out, SymMgrObjectPtr<IModuleImage> image,
                                    char const* /*targetName*/) {

@@ -43,6 +43,13 @@ public:
     virtual void relocations(SymMgrObjectPtr<RelocationAddends>& out, unsigned int sectionIndex) = 0;
 };
 
+/// True for an image that begins as ELF files do.
+bool isElf(IModuleImage* image);
+
+/// The view of another file, for who wants to know whether it belongs to a module. Null if the file is no ELF file or
+/// a broken one; isElfFile tells which.
+SymMgrObjectPtr<IFileFormatHelper> openFileFormatHelper(char const* path, bool& isElfFile);
+
 /// Its count and its place in the manager's map change together, under the manager's loader lock: a
 /// concurrent load can never find a loader that is on its way out.
 ///

@@ -79,6 +79,10 @@ status_t ElfFileLoader::collectSymbolFiles(SymbolFiles& candidates) {
     };
     auto const ordinal = [&] { return static_cast<long long>(candidates.size()); };
     join(SymMgrObjectPtr<ISymbolFileToResolve>(
+        new DWARFBuildIdSymbolFileToResolve(fileName(), ordinal(), helper.get(), symbolFileLock())));
+    join(SymMgrObjectPtr<ISymbolFileToResolve>(
+        new DWARFSymbolFileToResolve(fileName(), ordinal(), helper.get(), symbolFileLock())));
+    join(SymMgrObjectPtr<ISymbolFileToResolve>(
         new BinaryWithDWARFInfo(fileName(), ordinal(), helper.get(), symbolFileLock())));
     return status_Ok;
 }
@@ -167,6 +171,14 @@ void ElfFileLoader::addThunks(ISymbolTable& table, AcceptedRanges* filter) {
     for (RelocationAddends::Entry const& entry : addends->entries()) {
         callBack.addend(entry);
     }
+}
+
+SymMgrObjectPtr<IFileFormatHelper> openFileFormatHelper(char const* path, bool& isElfFile) {
+    SymMgrObjectPtr<IModuleImage> const image = IModuleImage::create(path, arch_Unknown, false);
+    isElfFile = isElf(image.get());
+    SymMgrObjectPtr<ElfHelper> const file(isElfFile ? new ElfHelper(image) : nullptr);
+    return file && file->valid() ? SymMgrObjectPtr<IFileFormatHelper>(new ElfFileFormatHelper(file.get()))
+                                 : SymMgrObjectPtr<IFileFormatHelper>();
 }
 
 ElfFileFormatHelper::ElfFileFormatHelper(ElfHelper* elfHelper) : m_elfHelper(elfHelper) {

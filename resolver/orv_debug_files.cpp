@@ -2,36 +2,158 @@
 
 #include "core/orv_trace.h"
 #include "image/orv_path.h"
+#include "resolver/orv_debug_sections.h"
 
 namespace ORV_3_30 {
+namespace {
+
+std::string canonical(std::string const& path) {
+    std::string out;
+    fullPath(out, path.c_str(), false);
+    return out;
+}
+
+SymMgrObjectPtr<ISectionData> sectionOf(IFileFormatHelper* helper, section_role_t role) {
+    SymMgrObjectPtr<ISectionData> section;
+    if (helper != nullptr) {
+        helper->sectionData(section, role);
+    }
+    return section;
+}
+
+} // namespace
+
+DWARFCandidate::DWARFCandidate(char const* moduleFile, long long ordinal, IFileFormatHelper* helper, ILock* lock)
+    : SymMgrObject(lock), m_moduleFile(moduleFile != nullptr ? moduleFile : ""), m_ffHelper(helper),
+      m_ordinal(ordinal), m_lock(lock) {}
+
+void DWARFCandidate::accept(char const* path) {
+    m_resolvedFile = path;
+    m_validity = symbolFileValid;
+}
+
+long long DWARFCandidate::validateSymbolFile(char const* resolvedSymFile) {
+    if (resolvedSymFile == nullptr) {
+        return -1;
+    }
+    LockGuard guard(m_lock);
+    // The file that it holds is not read again: a change of it goes unnoticed.
+    if (m_validity == symbolFileValid && canonical(resolvedSymFile) == canonical(m_resolvedFile)) {
+        return m_ordinal;
+    }
+    if (!fileExists(resolvedSymFile) || !isSought(resolvedSymFile)) {
+        return -1;
+    }
+    accept(resolvedSymFile);
+    return m_ordinal;
+}
+
+// --- Build id
+
+DWARFBuildIdSymbolFileToResolve::DWARFBuildIdSymbolFileToResolve(char const* moduleFile, long long ordinal,
+                                                                 IFileFormatHelper* helper, ILock* lock)
+    : DWARFCandidate(moduleFile, ordinal, helper, lock) {
+    SymMgrObjectPtr<ISectionData> const note = sectionOf(helper, section_role_BuildId);
+    constexpr std::size_t k_folderDigits = 2;
+    if (moduleFile == nullptr || !note || !readBuildId(note.get(), m_buildId) || m_buildId.size() <= k_folderDigits) {
+        m_buildId.clear();
+        return;
+    }
+    m_resolvedFile =
+        ".build-id/" + m_buildId.substr(0, k_folderDigits) + "/" + m_buildId.substr(k_folderDigits) + ".debug";
+    m_validity = symbolFileNotFound;
+}
+
+bool DWARFBuildIdSymbolFileToResolve::isSought(char const* path) {
+    if (m_buildId.empty()) {
+        return false;
+    }
+    ORV_INFO("validating Build ID for symbol file candidate: " << path);
+    bool isElf = false;
+    SymMgrObjectPtr<IFileFormatHelper> const file = openFileFormatHelper(path, isElf);
+    if (!file) {
+        if (!isElf) {
+            ORV_INFO("cannot create ffHelper for " << path);
+        }
+        return false;
+    }
+    SymMgrObjectPtr<ISectionData> const note = sectionOf(file.get(), section_role_BuildId);
+    std::string id;
+    if (!note || !readBuildId(note.get(), id) || id != m_buildId) {
+        return false;
+    }
+    ORV_INFO("validation passed for symbol file: " << path);
+    return true;
+}
+
+// --- Debug link
+
+DWARFSymbolFileToResolve::DWARFSymbolFileToResolve(char const* moduleFile, long long ordinal,
+                                                   IFileFormatHelper* helper, ILock* lock)
+    : DWARFCandidate(moduleFile, ordinal, helper, lock) {
+    if (moduleFile == nullptr) {
+        return;
+    }
+    SymMgrObjectPtr<ISectionData> const link = sectionOf(helper, section_role_DebugLink);
+    if (link) {
+        m_hasDebugLink = true;
+        DebugLink const read = readDebugLink(*link);
+        m_debugLinkCrc = read.crc;
+        search(read.name);
+    } else if (sectionOf(helper, section_role_DebugInfo)) {
+        accept(moduleFile);
+    } else {
+        m_validity = symbolFileNotFound;
+    }
+}
+
+void DWARFSymbolFileToResolve::search(std::string const& name) {
+    std::string directory;
+    directoryName(directory, m_moduleFile.c_str());
+    std::string inFolder;
+    joinPath(inFolder, name.c_str(), (directory + ".debug").c_str());
+    m_validity = symbolFileNotFound;
+    for (std::string const& place : {directory + name, inFolder}) {
+        if (!fileExists(place.c_str())) {
+            continue;
+        }
+        if (isSought(place.c_str())) {
+            accept(place.c_str());
+            return;
+        }
+        m_validity = symbolFileMismatch;
+    }
+    m_resolvedFile = name;
+}
+
+bool DWARFSymbolFileToResolve::isSought(char const* path) {
+    return m_hasDebugLink && fileCrc(path) == m_debugLinkCrc;
+}
+
+// --- The module itself
 
 BinaryWithDWARFInfo::BinaryWithDWARFInfo(char const* moduleFile, long long ordinal, IFileFormatHelper* helper,
                                          ILock* lock)
-    : SymMgrObject(lock), m_ffHelper(helper), m_ordinal(ordinal), m_lock(lock) {
+    : DWARFCandidate(moduleFile, ordinal, helper, lock) {
     if (moduleFile != nullptr) {
-        fullPath(m_moduleFile, moduleFile, false);
-        validateSymbolFile(m_moduleFile.c_str());
+        m_moduleFile = canonical(moduleFile);
+        BinaryWithDWARFInfo::validateSymbolFile(m_moduleFile.c_str());
     }
 }
 
 long long BinaryWithDWARFInfo::validateSymbolFile(char const* resolvedSymFile) {
-    LockGuard guard(m_lock);
+    LockGuard guard(lock());
     if (!ORV_ASSERT(resolvedSymFile != nullptr, "resolvedSymFile != 0L")) {
         return 0;
     }
-    std::string offered;
-    fullPath(offered, resolvedSymFile, false);
     long long result = -1;
-    if (offered == m_moduleFile) {
-        if (!ORV_ASSERT(m_ffHelper, "m_ffHelper != 0L")) {
+    if (isSought(canonical(resolvedSymFile).c_str())) {
+        if (!ORV_ASSERT(helper() != nullptr, "m_ffHelper != 0L")) {
             return -1;
         }
-        SymMgrObjectPtr<ISectionData> debugInfo;
-        m_ffHelper->sectionData(debugInfo, section_role_DebugInfo);
-        if (debugInfo) {
-            m_resolvedFile = m_moduleFile;
-            m_validity = symbolFileValid;
-            result = m_ordinal;
+        if (sectionOf(helper(), section_role_DebugInfo)) {
+            accept(m_moduleFile.c_str());
+            result = ordinal();
         } else {
             m_validity = symbolFileRefused;
         }

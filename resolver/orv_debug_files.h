@@ -1,33 +1,87 @@
-/// The files that may hold the DWARF of an ELF module.
+/// The files that may hold the DWARF of an ELF module: a companion that the build id names, a companion that
+/// .gnu_debuglink names, the module itself.
+///
+/// Each finds what it can when it is made, and accepts other files by the same rule later. They belong to the
+/// module's loader, whose lock guards the checks and the counts. The texts that they hand out live until the
+/// next file is accepted.
 #pragma once
 
 #include "format/orv_ffl.h"
 #include "orv/orv_symbolfileresolver.h"
 
+#include <cstdint>
 #include <string>
 
 namespace ORV_3_30 {
 
-/// The module itself, if it has debug information. It accepts no other file.
-class BinaryWithDWARFInfo final : public SymMgrObject<ISymbolFileToResolve> {
+/// What the three have in common.
+class DWARFCandidate : public SymMgrObject<ISymbolFileToResolve> {
 public:
-    /// lock guards the checks and the count; it belongs to the module's loader, which owns this.
-    BinaryWithDWARFInfo(char const* moduleFile, long long ordinal, IFileFormatHelper* helper, ILock* lock);
-
     char const* symbolFileName() override { return m_resolvedFile.c_str(); }
     char const* moduleFileName() override { return m_moduleFile.c_str(); }
     symbol_file_format_t symbolFileFormat() override { return symbolFormatDwarf; }
     symbol_file_validity_t validity() override { return m_validity; }
     long long validateSymbolFile(char const* resolvedSymFile) override;
+    unsigned int candidateClassFlag() override { return 1; }
+
+protected:
+    /// A null name stands for no module: the candidate does nothing.
+    DWARFCandidate(char const* moduleFile, long long ordinal, IFileFormatHelper* helper, ILock* lock);
+
+    /// Whether an existing file that is not the present one is the one sought.
+    virtual bool isSought(char const* path) = 0;
+
+    void accept(char const* path);
+    long long ordinal() const { return m_ordinal; }
+    ILock* lock() const { return m_lock; }
+    IFileFormatHelper* helper() const { return m_ffHelper.get(); }
+
+    std::string m_moduleFile;
+    std::string m_resolvedFile;
+    symbol_file_validity_t m_validity = symbolFileUnchecked;
+
+private:
+    SymMgrObjectPtr<IFileFormatHelper> m_ffHelper;
+    long long m_ordinal;
+    ILock* m_lock;
+};
+
+/// The companion of the module's build id. It looks for no file, on purpose: the name is relative, and the library
+/// knows no root to put before it. A client's resolver does.
+class DWARFBuildIdSymbolFileToResolve final : public DWARFCandidate {
+public:
+    DWARFBuildIdSymbolFileToResolve(char const* moduleFile, long long ordinal, IFileFormatHelper* helper, ILock* lock);
+
+private:
+    bool isSought(char const* path) override;
+
+    std::string m_buildId; ///< In lower-case hexadecimal digits; empty if the module has none.
+};
+
+/// The companion that .gnu_debuglink names, beside the module or in ".debug" there, told by its CRC. A module without
+/// that section stands for itself, if it has debug information, and accepts nothing else.
+class DWARFSymbolFileToResolve final : public DWARFCandidate {
+public:
+    DWARFSymbolFileToResolve(char const* moduleFile, long long ordinal, IFileFormatHelper* helper, ILock* lock);
+
+private:
+    bool isSought(char const* path) override;
+    void search(std::string const& name);
+
+    std::uint64_t m_debugLinkCrc = 0;
+    bool m_hasDebugLink = false;
+};
+
+/// The module itself, if it has debug information. It accepts no other file.
+class BinaryWithDWARFInfo final : public DWARFCandidate {
+public:
+    BinaryWithDWARFInfo(char const* moduleFile, long long ordinal, IFileFormatHelper* helper, ILock* lock);
+
+    long long validateSymbolFile(char const* resolvedSymFile) override;
     unsigned int candidateClassFlag() override { return 0; }
 
 private:
-    std::string m_moduleFile; ///< In canonical form.
-    SymMgrObjectPtr<IFileFormatHelper> m_ffHelper;
-    std::string m_resolvedFile;
-    symbol_file_validity_t m_validity = symbolFileUnchecked;
-    long long m_ordinal;
-    ILock* m_lock;
+    bool isSought(char const* path) override { return m_moduleFile == path; }
 };
 
 } // namespace ORV_3_30
