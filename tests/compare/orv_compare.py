@@ -4,11 +4,13 @@
     orv_compare.py --speed MODULE    time and memory of one address and of many, side by side
 
 Each function is asked for at its start and at ten random addresses inside. File and line are compared
-with both; the outermost function with llvm-symbolizer, since addr2line names the innermost. A
-difference is counted under what is known to cause it (docs/lines.md), or as unexplained.
+with both; the outermost function and the chain of inlined calls, with the lines of the calls, with
+llvm-symbolizer. A difference is counted under what is known to cause it (docs/lines.md,
+docs/inlines.md), or as unexplained.
 """
 
 import argparse
+import bisect
 import collections
 import json
 import os
@@ -50,10 +52,34 @@ def addresses_of(found, seed, inside=INSIDE):
     return addresses
 
 
+def frames_of(lines):
+    """[[(function, (file, line)), ...], ...] of symbolize -f -i -a, the innermost first."""
+    answers = []
+    function = None
+    for line in lines:
+        if re.fullmatch(r"0x[0-9a-f]{8,16}", line):
+            answers.append([])
+        elif function is None:
+            function = line
+        else:
+            answers[-1].append((function, split_line(line)))
+            function = None
+    return answers
+
+
 def ours(module, addresses):
-    text = run([ORV, "symbolize", "-f", "-e", module], "".join(f"{a:x}\n" for a in addresses))
-    lines = text.splitlines()
-    return [(lines[i], split_line(lines[i + 1])) for i in range(0, len(lines) - 1, 2)]
+    return frames_of(run([ORV, "symbolize", "-fia", "-e", module], "".join(f"{a:x}\n" for a in addresses)).splitlines())
+
+
+def entered(module):
+    """Stretches of the functions that our debug information has, as sorted starts and their ends."""
+    stretches = []
+    for line in run([ORV, "symbols", "--kind", "function", "--json", module], "").splitlines():
+        symbol = json.loads(line)
+        if symbol["unit"] is not None:
+            start = int(symbol["start"], 16)
+            stretches.append((start, start + symbol["size"]))
+    return sorted(stretches)
 
 
 def split_line(text):
@@ -69,7 +95,7 @@ def addr2line(module, addresses):
 
 
 def llvm_symbolizer(module, addresses):
-    """[(outermost function, (file, line))]; the line is the innermost frame's."""
+    """The same as ours."""
     text = run(["llvm-symbolizer", "--no-demangle", "--output-style=LLVM", "-e", module],
                "".join(f"0x{a:x}\n" for a in addresses))
     answers = []
@@ -78,8 +104,8 @@ def llvm_symbolizer(module, addresses):
         if line:
             frames.append(line)
         elif frames:
-            file, number, _ = frames[1].rsplit(":", 2)
-            answers.append((frames[-2], (file, int(number))))
+            places = [frame.rsplit(":", 2)[:2] for frame in frames[1::2]]
+            answers.append([(name, (file, int(number))) for name, (file, number) in zip(frames[::2], places)])
             frames = []
     return answers
 
@@ -110,12 +136,35 @@ class Comparison:
             sys.exit(f"{module}: {len(addresses)} addresses, answers: {len(self.ours)} of ours, {len(self.llvm)} of "
                      f"llvm-symbolizer, {len(self.addr2line)} of addr2line")
         self.differences = collections.defaultdict(list)
+        self.entered = entered(module)
+
+    def is_entered(self, address):
+        at = bisect.bisect_right(self.entered, (address, float("inf")))
+        return any(start <= address < end for start, end in self.entered[max(0, at - 50):at])
+
+    def is_same_chain(self, i):
+        """The same calls; the outermost function and the innermost line are compared by themselves."""
+        mine, theirs = self.ours[i], self.llvm[i]
+        names = all(a[0].split(".")[0] == b[0].split(".")[0] for a, b in zip(mine[:-1], theirs[:-1]))
+        return len(mine) == len(theirs) and names and all(same_line(a[1], b[1]) for a, b in zip(mine[1:], theirs[1:]))
+
+    def count_chain(self, agreed, i):
+        if len(self.llvm[i]) > 1 and not self.is_entered(self.addresses[i]):
+            agreed["not entered"] += 1
+            return
+        agreed["chains"] += 1
+        agreed["deepest"] = max(agreed["deepest"], len(self.llvm[i]))
+        if self.is_same_chain(i):
+            agreed["chain"] += 1
+        else:
+            self.differences["chain"].append((self.addresses[i], self.ours[i], self.llvm[i]))
 
     def count(self):
         agreed = collections.Counter()
         for i, address in enumerate(self.addresses):
-            function, line = self.ours[i]
-            theirs, their_line = self.llvm[i]
+            self.count_chain(agreed, i)
+            function, line = self.ours[i][-1][0], self.ours[i][0][1]
+            theirs, their_line = self.llvm[i][-1][0], self.llvm[i][0][1]
             if function == theirs or self.is_same_function(i):
                 agreed["function"] += 1
             elif function.split(".")[0] == theirs.split(".")[0]:
@@ -140,7 +189,7 @@ class Comparison:
 
     def is_same_function(self, i):
         """The same symbol under another of its names: an alias, or the variant of a constructor."""
-        mine, theirs = self.ours[i][0], self.llvm[i][0]
+        mine, theirs = self.ours[i][-1][0], self.llvm[i][-1][0]
         return {mine, theirs} <= self.names_at(self.owners[i][0])
 
     def names_at(self, address):
@@ -159,8 +208,7 @@ def check_announced(module, addresses, answers):
     differing = 0
     for begin in range(0, len(chosen), 4):
         few = chosen[begin:begin + 4]
-        lines = run([ORV, "symbolize", "-f", "-e", module, *(f"{addresses[i]:x}" for i in few)], "").splitlines()
-        got = [(lines[i], split_line(lines[i + 1])) for i in range(0, len(lines) - 1, 2)]
+        got = frames_of(run([ORV, "symbolize", "-fia", "-e", module, *(f"{addresses[i]:x}" for i in few)], "").splitlines())
         for i, answer in zip(few, got):
             if answer != answers[i]:
                 differing += 1
@@ -168,7 +216,7 @@ def check_announced(module, addresses, answers):
     return differing
 
 
-def compare(module, show, require):
+def compare(module, show, require, require_chain=0):
     found = functions(module)
     addresses = addresses_of(found, seed=len(found))
     comparison = Comparison(module, found, addresses)
@@ -181,6 +229,13 @@ def compare(module, show, require):
         share = 100 * agreed[what] / total
         print(f"  {what:24} {share:8.3f} %  {total - agreed[what]:6} differ")
         failed |= what in ("function", "line, one of them") and share < require
+    chains = max(agreed["chains"], 1)
+    print(f"  {'chain of inlined calls':24} {100 * agreed['chain'] / chains:8.3f} %  {chains - agreed['chain']:6} differ"
+          f", up to {agreed['deepest']} deep")
+    failed |= 100 * agreed["chain"] / chains < require_chain
+    if agreed["not entered"]:
+        print(f"  {100 * agreed['not entered'] / total:.1f} % of the addresses are left out of the chains: their functions are"
+              " written inside a namespace or class")
     if agreed["clones"]:
         print(f"  {agreed['clones']} addresses in clones and cold parts, which we name by the function in the source")
     if agreed["data"]:
@@ -220,13 +275,16 @@ def speed(module):
         address, size, _ = chance.choice(found)
         many.append(address + chance.randrange(size))
     print(f"{module}: {len(found)} functions")
-    for what, addresses, repeat in (("one address", many[:1], 20), ("100,000 addresses", many, 3)):
+    for what, addresses, inlines, repeat in (("one address", many[:1], False, 20), ("100,000 addresses", many, False, 3),
+                                             ("one address, -i", many[:1], True, 20),
+                                             ("100,000, -i", many, True, 3)):
         text = "".join(f"0x{a:x}\n" for a in addresses)
         one = [f"0x{addresses[0]:x}"] if len(addresses) == 1 else []
         commands = {
-            "orv": [ORV, "symbolize", "-f", "-e", module, *one],
-            "llvm-symbolizer": ["llvm-symbolizer", "--no-demangle", "--no-inlines", "-e", module, *one],
-            "addr2line": ["addr2line", "-f", "-e", module, *one],
+            "orv": [ORV, "symbolize", f"-f{'i' * inlines}e", module, *one],
+            "llvm-symbolizer": ["llvm-symbolizer", "--no-demangle", f"--{'' if inlines else 'no-'}inlines", "-e", module,
+                                *one],
+            "addr2line": ["addr2line", f"-f{'i' * inlines}e", module, *one],
         }
         times = {}
         for name, command in commands.items():
