@@ -1,6 +1,9 @@
 include(CMakePackageConfigHelpers)
 
 install(TARGETS orv EXPORT orvTargets)
+if(ORV_DEBUGINFOD)
+    install(TARGETS orv_debuginfod EXPORT orvTargets)
+endif()
 install(TARGETS orv_client)
 set_target_properties(orv_client PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
 install(DIRECTORY include/orv TYPE INCLUDE FILES_MATCHING PATTERN "*.h")

@@ -3,6 +3,7 @@
 
 #include "orv/orv_address.h"
 #include "orv/orv_debuginfoloader.h"
+#include "orv/orv_debugroots.h"
 #include "orv/orv_dwarf.h"
 #include "orv/orv_export.h"
 #include "orv/orv_fileformatloader.h"

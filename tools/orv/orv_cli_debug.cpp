@@ -98,13 +98,7 @@ DebugInfo::DebugInfo(Module& module, CommonOptions const& common) : m_module(mod
     if (failed(loader.symbolFiles(candidates))) {
         throw none;
     }
-    long long index = 0;
-    for (auto candidate = candidates->current(); candidate; candidate = candidates->current(), ++index) {
-        if (candidate->validity() == symbolFileValid) {
-            break;
-        }
-        candidates->next();
-    }
+    long long const index = candidates->current() ? module.resolver().resolveSymbolFile(candidates) : -1;
     Progress const progress("reading " + module.name());
     SymMgrObjectPtr<IDebugInfoLoader> found;
     loader.debugInfoLoader(found, index, 0);

@@ -11,7 +11,7 @@ namespace orv_cli {
 /// them all.
 class DebugInfo {
 public:
-    /// The debug information that the default choice finds. Throws Failure if there is none, or if it
+    /// The debug information that the module's resolver finds. Throws Failure if there is none, or if it
     /// can't be read.
     DebugInfo(Module& module, CommonOptions const& common);
 

@@ -10,17 +10,6 @@
 namespace orv_cli {
 namespace {
 
-char const* describe(symbol_file_validity_t validity) {
-    switch (validity) {
-    case symbolFileUnchecked: return "not checked";
-    case symbolFileValid: return "valid";
-    case symbolFileRefused: return "holds no debug information";
-    case symbolFileMismatch: return "belongs to another build";
-    case symbolFileNotFound: return "not found";
-    }
-    return "unknown";
-}
-
 /// Compiler and language, and how many units they made.
 using Producers = std::map<std::pair<std::string, std::string>, std::size_t>;
 
@@ -77,31 +66,6 @@ int info(std::string const& moduleName, CommonOptions const& common) {
             std::printf("%-22s  %zu of %s\n", "units", count, producer.second.c_str());
             std::printf("%-22s  %s\n", "  compiled by", producer.first.c_str());
         }
-    }
-    finishOutput();
-    return 0;
-}
-
-int candidates(std::string const& moduleName, CommonOptions const& common) {
-    Module& module = Module::load(moduleName, common);
-    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>> list;
-    status_t const status = module.loader().symbolFiles(list);
-    if (failed(status)) {
-        throw Failure(moduleName + ": " + describe(status));
-    }
-    for (auto candidate = list->current(); candidate; candidate = list->current()) {
-        char const* const format = nameOfSymbolFormat(candidate->symbolFileFormat());
-        char const* const validity = describe(candidate->validity());
-        if (common.json) {
-            Json object;
-            object["format"] = format;
-            object["validity"] = validity;
-            object["name"] = candidate->symbolFileName();
-            printJson(object);
-        } else {
-            std::printf("%-18s  %-26s  %s\n", format, validity, candidate->symbolFileName());
-        }
-        list->next();
     }
     finishOutput();
     return 0;

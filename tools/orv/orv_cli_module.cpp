@@ -1,5 +1,7 @@
 #include "orv_cli_module.h"
 
+#include "orv_cli_resolver.h"
+
 #include <cstdio>
 #include <unistd.h>
 #include <utility>
@@ -74,17 +76,22 @@ Module& Module::load(std::string name, CommonOptions const& options, Sharing sha
 }
 
 Module::Module(std::string name, CommonOptions const& options, Sharing sharing)
-    : m_name(std::move(name)), m_options(options) {
+    : m_name(std::move(name)), m_options(options), m_resolver(std::make_unique<Resolver>(options)) {
     status_t status = ISymbolManager::create(m_manager);
     if (status == status_Ok) {
         unsigned int const flags = (options.noDebugInfo ? load_flags_NoDebugInfo : load_flags_None) |
                                    (sharing == Sharing::Anew ? load_flags_NewLoader : load_flags_None);
-        status = m_manager->loadSymbolsFromModuleEx(m_name.c_str(), nullptr, m_bank, options.arch, flags, "");
+        status = m_manager->loadSymbolsFromModuleEx(m_name.c_str(), m_resolver.get(), m_bank, options.arch, flags, "");
     }
     if (status != status_Ok) {
         throw Failure(m_name + ": " + describe(status));
     }
+    m_resolver->finish(m_name);
 }
+
+Module::~Module() = default;
+
+ISymbolFileResolver& Module::resolver() { return *m_resolver; }
 
 status_t Module::symbolRangeByAddress(IAddress& address, SymMgrObjectPtr<ISymbolRange>& out, symbol_kind_t mask) {
     return load([&] { return m_bank->symbolRangeByAddress(&address, out, mask, nullptr); });

@@ -3,9 +3,11 @@
 
 #include <orv/orv.h>
 
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace orv_cli {
 
@@ -20,6 +22,9 @@ public:
 struct CommonOptions {
     arch_t arch = arch_Unknown;
     bool noDebugInfo = false;
+    std::vector<std::string> debugRoots; ///< Empty: those of distributions.
+    bool askServers = false;             ///< Those of DEBUGINFOD_URLS.
+    std::string symbolFile;              ///< Empty: whichever is found.
     bool json = false;
     std::string logLevel = "off";
 };
@@ -32,6 +37,8 @@ char const* nameOf(arch_t arch);
 char const* nameOf(exec_format_t format);
 char const* nameOfSymbolFormat(unsigned int format);
 
+class Resolver;
+
 /// A loaded module. Its bank is never null.
 class Module {
 public:
@@ -41,6 +48,7 @@ public:
     static Module& load(std::string name, CommonOptions const& options, Sharing sharing = Sharing::Shared);
     Module(Module const&) = delete;
     Module& operator=(Module const&) = delete;
+    ~Module();
 
     std::string const& name() const { return m_name; }
     IModuleSymbolBank& bank() const { return *m_bank; }
@@ -57,6 +65,8 @@ public:
     status_t symbolRangeByAddress(IAddress& address, SymMgrObjectPtr<ISymbolRange>& out, symbol_kind_t mask);
     /// The file format loader, for what the bank does not tell: sections by index and by address.
     IFileFormatLoader& loader();
+    /// Decides on symbol files, as the options say.
+    ISymbolFileResolver& resolver();
     /// True for a file of the 32-bit class.
     bool is32Bit();
 
@@ -67,6 +77,7 @@ private:
 
     std::string m_name;
     CommonOptions m_options;
+    std::unique_ptr<Resolver> m_resolver;
     SymMgrObjectPtr<ISymbolManager> m_manager;
     SymMgrObjectPtr<IModuleSymbolBank> m_bank;
     SymMgrObjectPtr<IFileFormatLoader> m_loader; ///< Made on first use.

@@ -98,6 +98,14 @@ private:
                "Architecture of the module, where the file does not tell")
             ->check(oneOf("ARCH", k_architectures));
         app.add_flag("--no-debug-info", m_common.noDebugInfo, "Look for no debug information");
+        app.add_option("--debug-root", m_common.debugRoots,
+                       "Look for companions under this folder; repeatable (default: /usr/lib/debug)")
+            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+            ->expected(1)
+            ->type_name("DIR");
+        app.add_flag("--debuginfod", m_common.askServers, "Ask the servers of DEBUGINFOD_URLS for companions");
+        app.add_option("--symbol-file", m_common.symbolFile, "Take debug information from this companion")
+            ->type_name("FILE");
         app.add_option("--log-level", m_common.logLevel, "Log to standard error")->check(oneOf("LEVEL", k_logLevels));
     }
 

@@ -1,0 +1,39 @@
+/// A resolver that asks debuginfod servers for companions. In a library of its own: link with -lorv_debuginfod.
+///
+///     DebugRootsResolver local;
+///     DebuginfodResolver resolver(&local);
+///     manager->loadSymbolsFromModule("/bin/ls", &resolver, bank, arch_Unknown, false, "");
+#pragma once
+
+#include "orv/orv_symbolfileresolver.h"
+
+namespace ORV_3_30 {
+
+/// Asks another resolver first, and where that finds nothing the servers of DEBUGINFOD_URLS, by build id. Does nothing
+/// of its own where the variable is not set. What a server sends is kept in the folder and for the time that the
+/// debuginfod client library is set to, and is taken only if the candidate accepts it. DEBUGINFOD_TIMEOUT and
+/// DEBUGINFOD_MAXTIME bound the time, in seconds (debuginfod_find_debuginfo(3)).
+///
+/// Shows how much has come on standard error, if that is a terminal. A resolver serves one load at a time.
+class ORV_API DebuginfodResolver : public ISymbolFileResolver {
+public:
+    /// first is asked before the servers, and must outlive the resolver; null stands for the default choice.
+    explicit DebuginfodResolver(ISymbolFileResolver* first);
+    virtual ~DebuginfodResolver();
+
+    long long resolveSymbolFile(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>>& candidates) override;
+    /// Why the servers gave nothing in the last load, for people; the empty string if they gave the companion or were
+    /// not asked. Lives until the next load.
+    virtual char const* lastAnswer() const;
+
+private:
+    struct State;
+    State* m_state; ///< Owned.
+};
+
+/// The same for programs that load the library when they need it. The caller owns it, and gives it back with
+/// orv_destroyDebuginfodResolver.
+extern "C" ORV_API DebuginfodResolver* orv_createDebuginfodResolver(ISymbolFileResolver* first);
+extern "C" ORV_API void orv_destroyDebuginfodResolver(DebuginfodResolver* resolver);
+
+} // namespace ORV_3_30

@@ -1,0 +1,88 @@
+#include "orv_cli_resolver.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <dlfcn.h>
+#include <unistd.h>
+
+namespace orv_cli {
+namespace {
+
+std::vector<std::string> rootsOf(CommonOptions const& options) {
+    return options.debugRoots.empty() ? std::vector<std::string>{"/usr/lib/debug"} : options.debugRoots;
+}
+
+/// Said once, also where a module is read again.
+void sayOnce(std::string const& text) {
+    static bool isSaid = false;
+    if (!isSaid) {
+        std::fflush(stdout);
+        std::fprintf(stderr, "orv: %s\n", text.c_str());
+        isSaid = true;
+    }
+}
+
+} // namespace
+
+Resolver::Resolver(CommonOptions const& options) : m_options(options), m_roots(rootsOf(options)) {
+    if (options.askServers) {
+        loadServers();
+    }
+}
+
+Resolver::~Resolver() = default;
+
+/// Its client library brings a good deal with it, so only those who ask for it wait for that.
+void Resolver::loadServers() {
+    void* const library = ::dlopen(ORV_DEBUGINFOD_LIBRARY, RTLD_NOW);
+    void* const create = library != nullptr ? ::dlsym(library, "orv_createDebuginfodResolver") : nullptr;
+    if (create == nullptr) {
+        throw Failure(std::string("--debuginfod: ") + ORV_DEBUGINFOD_LIBRARY +
+                      " can't be loaded: install it beside liborv");
+    }
+    m_servers = reinterpret_cast<decltype(&orv_createDebuginfodResolver)>(create)(&m_roots);
+    char const* const urls = std::getenv("DEBUGINFOD_URLS");
+    if (urls == nullptr || *urls == '\0') {
+        sayOnce("--debuginfod: DEBUGINFOD_URLS is not set, so no server is asked");
+    }
+}
+
+long long
+Resolver::resolveSymbolFile(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>>& candidates) {
+    if (m_options.symbolFile.empty()) {
+        return m_servers != nullptr ? m_servers->resolveSymbolFile(candidates) : m_roots.resolveSymbolFile(candidates);
+    }
+    candidates->reset();
+    for (auto candidate = candidates->current(); candidate; candidate = candidates->current()) {
+        long long const index = candidate->validateSymbolFile(m_options.symbolFile.c_str());
+        if (index >= 0) {
+            m_isTaken = true;
+            return index;
+        }
+        candidates->next();
+    }
+    return -1;
+}
+
+void Resolver::finish(std::string const& module) {
+    if (!m_options.symbolFile.empty() && !m_options.noDebugInfo && !m_isTaken) {
+        bool const isThere = ::access(m_options.symbolFile.c_str(), R_OK) == 0;
+        throw Failure(m_options.symbolFile + ": " +
+                      (isThere ? "is no companion of " + module +
+                                     ": neither its build id nor its CRC is the one that the module names"
+                               : "cannot be opened"));
+    }
+    if (m_servers != nullptr && *m_servers->lastAnswer() != '\0') {
+        sayOnce(module + ": " + m_servers->lastAnswer());
+    }
+}
+
+std::string Resolver::places() const {
+    std::string all;
+    for (std::string const& root : rootsOf(m_options)) {
+        all += (all.empty() ? "" : ", ") + root;
+    }
+    return m_servers != nullptr ? all + " and the servers of DEBUGINFOD_URLS" : all;
+}
+
+} // namespace orv_cli
