@@ -1,21 +1,27 @@
 # Bash completion for orv.
 _orv() {
     local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD-1]}
-    local common="--json --arch --no-debug-info --log-level --version --help"
+    local common="--json --arch --no-debug-info --debug-root --debuginfod --symbol-file --log-level --version --help"
+    local commands="symbolize info candidates symbols sections segments address units files lines function inlines stackvar"
     local command="" word
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
         case $word in
-            symbolize|info|candidates|symbols|sections|segments|address) command=$word; break ;;
+            symbolize | info | candidates | symbols | sections | segments | address | units | files | lines | function | inlines | stackvar)
+                command=$word
+                break
+                ;;
         esac
     done
     case $prev in
         --arch) COMPREPLY=($(compgen -W "arm em180 em181 em50 unknown x86 x86-64" -- "$cur")); return ;;
         --log-level) COMPREPLY=($(compgen -W "trace info warn error off" -- "$cur")); return ;;
         --kind) COMPREPLY=($(compgen -W "function data other" -- "$cur")); return ;;
-        --range) return ;;
+        --debug-root) COMPREPLY=($(compgen -d -- "$cur")); return ;;
+        --symbol-file) COMPREPLY=($(compgen -f -- "$cur")); return ;;
+        --range | --pc | --sp | --fp | --unit) return ;;
     esac
     if [[ -z $command ]]; then
-        COMPREPLY=($(compgen -W "symbolize info candidates symbols sections segments address $common" -- "$cur"))
+        COMPREPLY=($(compgen -W "$commands $common" -- "$cur"))
         return
     fi
     if [[ $cur == -* ]]; then
@@ -24,6 +30,8 @@ _orv() {
             symbolize) own="-e --exe -f --functions -i --inlines -C --demangle -a --addresses -p --pretty-print -s --basenames" ;;
             symbols) own="--kind --range --disjoint -C --demangle" ;;
             address) own="--rva --file-offset" ;;
+            lines) own="--file --range --unit" ;;
+            stackvar) own="--pc --sp --fp" ;;
         esac
         COMPREPLY=($(compgen -W "$own $common" -- "$cur"))
         return

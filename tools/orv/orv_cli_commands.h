@@ -37,6 +37,17 @@ struct LinesOptions {
 int lines(LinesOptions const& options, CommonOptions const& common);
 int files(std::string const& module, CommonOptions const& common);
 int units(std::string const& module, CommonOptions const& common);
+int inlines(std::string const& module, std::string const& word, CommonOptions const& common);
+
+/// All numbers are hexadecimal.
+struct StackOptions {
+    std::string module;
+    std::string pc;
+    std::string stackPointer;
+    std::string framePointer;
+    std::vector<std::string> words; ///< Stack addresses.
+};
+int stackVariables(StackOptions const& options, CommonOptions const& common);
 int function(std::string const& module, std::string const& word, CommonOptions const& common);
 
 char const* nameOf(symbol_kind_t kind);

@@ -2,6 +2,7 @@
 
 #include "orv_cli_commands.h"
 #include "orv_cli_debug.h"
+#include "orv_cli_find.h"
 #include "orv_cli_output.h"
 #include "orv_cli_progress.h"
 
@@ -11,45 +12,6 @@
 
 namespace orv_cli {
 namespace {
-
-constexpr auto k_functionKinds = static_cast<symbol_kind_t>(symbol_kind_Function | symbol_kind_FunctionAlt);
-
-using Ranges = SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>>;
-
-unsigned long long startOf(ISymbolRange& range) {
-    SymMgrObjectPtr<IAddress> start;
-    range.startAddress(start);
-    return start->pseudoAddr();
-}
-
-bool hasName(ISymbol& symbol, std::string const& name) {
-    return name == symbol.name() || name == symbol.shortName() || name == symbol.demangledName(0);
-}
-
-/// The functions that a word names: those of that name, or the one at that address.
-std::vector<SymMgrObjectPtr<ISymbolRange>> findFunctions(Module& module, std::string const& word) {
-    std::vector<SymMgrObjectPtr<ISymbolRange>> found;
-    Ranges ranges;
-    module.load([&] { return module.bank().originalSymbolRanges(ranges, k_functionKinds, nullptr, nullptr); });
-    for (auto range = ranges ? ranges->current() : SymMgrObjectPtr<ISymbolRange>(); range; range = ranges->current()) {
-        bool isKnown = false;
-        for (auto const& earlier : found) {
-            isKnown |= earlier->symbol() == range->symbol(); // another range of the same one
-        }
-        if (!isKnown && hasName(*range->symbol(), word)) {
-            found.push_back(range);
-        }
-        ranges->next();
-    }
-    unsigned long long value = 0;
-    SymMgrObjectPtr<IAddress> where;
-    SymMgrObjectPtr<ISymbolRange> range;
-    if (found.empty() && parseAddress(word, value) && module.bank().addressByValue(value, where) == status_Ok &&
-        module.symbolRangeByAddress(*where, range, k_functionKinds) == status_Ok) {
-        found.push_back(range);
-    }
-    return found;
-}
 
 class FunctionView {
 public:
@@ -176,11 +138,10 @@ private:
 
 int function(std::string const& moduleName, std::string const& word, CommonOptions const& common) {
     Module& module = Module::load(moduleName, common);
-    std::vector<SymMgrObjectPtr<ISymbolRange>> found;
+    std::vector<SymMgrObjectPtr<ISymbolRange>> const found = findFunctions(module, word);
     std::vector<FunctionView> views;
     {
         Progress const progress("reading " + module.name());
-        found = findFunctions(module, word);
         for (auto const& range : found) {
             views.emplace_back(*range);
         }
@@ -193,10 +154,6 @@ int function(std::string const& moduleName, std::string const& word, CommonOptio
         }
     }
     finishOutput();
-    if (views.empty()) {
-        throw Failure(module.name() + ": no function is named or stands at " + word +
-                      ": 'orv symbols --kind function' lists them");
-    }
     return 0;
 }
 

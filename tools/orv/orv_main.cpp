@@ -54,7 +54,11 @@ public:
         addModuleCommand("info", "Format, architecture, addresses and symbol file of a module", "orv info /bin/ls",
                          info);
         addLines();
-        addFunction();
+        addFunctionCommand("function", "One function: ranges, declaration, lines and what lies in it",
+                           "orv function prog main", function);
+        addFunctionCommand("inlines", "The tree of inlined calls of a function, with call sites and sizes",
+                           "orv inlines prog main", inlines);
+        addStackVariables();
         addModuleCommand("units", "The compilation units of a module, as its debug information has them",
                          "orv units prog", units);
         addModuleCommand("files", "The source files of a module", "orv files prog", files);
@@ -182,12 +186,35 @@ private:
         addModule(command);
     }
 
-    void addFunction() {
+    void addFunctionCommand(char const* name, char const* description, char const* example,
+                            int (*run)(std::string const&, std::string const&, CommonOptions const&)) {
         CLI::App* const command =
-            add("function", "One function: ranges, declaration, lines and what lies in it", "orv function prog main",
-                [this] { return function(m_module, m_word, m_common); });
+            add(name, description, example, [this, run] { return run(m_module, m_word, m_common); });
         addModule(command);
         command->add_option("NAME", m_word, "Its name, mangled or not, or an address in it")->required()->type_name("");
+    }
+
+    void addStackVariables() {
+        StackOptions& options = m_stack;
+        CLI::App* const command =
+            add("stackvar", "The local variable or member that owns a stack address",
+                "orv stackvar prog --pc 1161 --sp 7ffe1000 --fp 7ffe1040 7ffe1034", [this] {
+                    m_stack.module = m_module;
+                    return stackVariables(m_stack, m_common);
+                });
+        auto const addNumber = [&](char const* name, std::string& value, char const* description) {
+            command->add_option(name, value, description)
+                ->required()
+                ->check(CLI::Validator(checkAddress, "ADDR"));
+        };
+        addNumber("--pc", options.pc, "Address of the instruction, as the module lays it out");
+        addNumber("--sp", options.stackPointer, "Value of the stack pointer there");
+        addNumber("--fp", options.framePointer, "Value of the frame pointer there; of DWARF 3 the canonical frame address");
+        addModule(command);
+        command->add_option("ADDR", options.words, "Stack addresses, hexadecimal")
+            ->required()
+            ->type_name("")
+            ->check(CLI::Validator(checkAddress, ""));
     }
 
     void addAddress() {
@@ -210,6 +237,7 @@ private:
     SymbolizeOptions m_symbolize;
     SymbolsOptions m_symbols;
     LinesOptions m_lines;
+    StackOptions m_stack;
     std::string m_word;
     std::vector<std::string> m_words;
     AddressForm m_form = AddressForm::Pseudo;

@@ -1,0 +1,112 @@
+/// inlines: the tree of inlined calls of a function.
+
+#include "orv_cli_commands.h"
+#include "orv_cli_find.h"
+#include "orv_cli_output.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <vector>
+
+namespace orv_cli {
+namespace {
+
+/// A function or an inlined body of one, with the bodies in it.
+struct Body {
+    ISymbol* symbol = nullptr;
+    IInlineInstance* instance = nullptr; ///< Null at the root.
+    unsigned long long start = 0;
+    unsigned long long size = 0; ///< Of all its ranges, what lies in them included.
+    std::vector<Body> bodies;    ///< By start.
+};
+
+std::vector<SymMgrObjectPtr<ISymbolRange>> rangesOf(ISymbol& symbol) {
+    std::vector<SymMgrObjectPtr<ISymbolRange>> found;
+    Ranges ranges;
+    symbol.ranges(ranges);
+    for (auto range = ranges ? ranges->current() : SymMgrObjectPtr<ISymbolRange>(); range; range = ranges->current()) {
+        found.push_back(range);
+        ranges->next();
+    }
+    return found;
+}
+
+/// Files may nest bodies as deep as they like; people look at a few levels.
+constexpr unsigned int k_deepest = 200;
+
+void addBodies(Body& body, unsigned int depth) {
+    std::vector<SymMgrObjectPtr<ISymbolRange>> const ranges = rangesOf(*body.symbol);
+    for (auto const& range : ranges) {
+        body.size += range->size();
+        Ranges inner;
+        range->innerRanges(inner);
+        for (auto at = inner ? inner->current() : SymMgrObjectPtr<ISymbolRange>(); at; at = inner->current()) {
+            IInlineInstance* const instance = at->inlineInstance();
+            bool const isKnown = std::any_of(body.bodies.begin(), body.bodies.end(),
+                                             [&](Body const& known) { return known.instance == instance; });
+            if (instance != nullptr && !isKnown) {
+                body.bodies.push_back({at->symbol(), instance, startOf(*at), 0, {}});
+            }
+            inner->next();
+        }
+    }
+    if (depth < k_deepest) {
+        for (Body& inner : body.bodies) {
+            addBodies(inner, depth + 1);
+        }
+    }
+}
+
+std::string callOf(Body const& body) {
+    SymMgrObjectPtr<ISourceLocation> call;
+    if (body.instance != nullptr) {
+        body.instance->callSite(call);
+    }
+    ISourceFile* const file = call ? call->sourceFile() : nullptr;
+    return file != nullptr ? std::string(file->path()) + ":" + std::to_string(call->line()) : std::string();
+}
+
+/// indent: of the lines below this one.
+void print(Body const& body, std::string const& branch, std::string const& indent) {
+    std::string const call = callOf(body);
+    std::printf("%s%s  %s, %llu bytes%s%s\n", branch.c_str(), body.symbol->demangledName(0), hex(body.start).c_str(),
+                body.size, call.empty() ? "" : ", called at ", call.c_str());
+    for (Body const& inner : body.bodies) {
+        bool const isLast = &inner == &body.bodies.back();
+        print(inner, indent + (isLast ? "`- " : "|- "), indent + (isLast ? "   " : "|  "));
+    }
+}
+
+Json jsonOf(Body const& body) {
+    std::string const call = callOf(body);
+    Json object;
+    object["name"] = body.symbol->name();
+    object["demangled"] = body.symbol->demangledName(0);
+    object["start"] = hex(body.start);
+    object["size"] = body.size;
+    object["called_at"] = call.empty() ? Json() : Json(call);
+    object["inlines"] = Json::array();
+    for (Body const& inner : body.bodies) {
+        object["inlines"].push_back(jsonOf(inner));
+    }
+    return object;
+}
+
+} // namespace
+
+int inlines(std::string const& moduleName, std::string const& word, CommonOptions const& common) {
+    Module& module = Module::load(moduleName, common);
+    for (auto const& range : findFunctions(module, word)) {
+        Body root{range->symbol(), nullptr, startOf(*range), 0, {}};
+        addBodies(root, 0);
+        if (common.json) {
+            printJson(jsonOf(root));
+        } else {
+            print(root, "", "");
+        }
+    }
+    finishOutput();
+    return 0;
+}
+
+} // namespace orv_cli
