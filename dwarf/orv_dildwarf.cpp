@@ -1,7 +1,6 @@
 #include "dwarf/orv_dildwarf.h"
 
 #include "core/orv_trace.h"
-#include "dwarf/orv_dwarf_merge.h"
 #include "dwarf/orv_dwarf_scope.h"
 #include "dwarf/orv_dwarf_walk.h"
 #include "orv/orv_dwarf.h"
@@ -237,7 +236,7 @@ Scope* DWARFDebugInfoLoader::makeScope(RangeRecord const& record, Scope* parent)
 }
 
 unsigned int DWARFDebugInfoLoader::mergeDecision(MergeSide const& mine, MergeSide const& other, MergeNext const& next) {
-    return dwarfMergeRule(mine, other, next);
+    return dwarfMergeRule(mine, other, next, m_shortNames);
 }
 
 char const* DWARFDebugInfoLoader::keepShortened(char const* name, std::size_t size) {

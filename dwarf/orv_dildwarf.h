@@ -6,6 +6,7 @@
 #pragma once
 
 #include "dwarf/orv_dwarf_line_resolver.h"
+#include "dwarf/orv_dwarf_merge.h"
 #include "dwarf/orv_dwarf_stackvar.h"
 #include "dwarf/orv_dwarf_unit.h"
 #include "format/orv_elf_relocations.h"
@@ -151,6 +152,7 @@ private:
     std::atomic<bool> m_hasUnits{false}; ///< They have been read in full.
     SymMgrObjectPtr<DWARFLineResolver> m_lineResolver;
     InlineMaker m_inlineMaker{*this};
+    ShortNames m_shortNames;
     OrvLock m_inlineCountLock;
     OrvLock m_stackLock; ///< Of the answers. Taken ahead of the load lock.
     StackAnswers m_stackAnswers;

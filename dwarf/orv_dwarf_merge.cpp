@@ -63,45 +63,28 @@ bool isVariantMark(std::string_view a, std::string_view b, std::size_t at) {
     return true;
 }
 
-/// The short form of a name, made when it is needed.
-class ShortName {
-public:
-    explicit ShortName(char const* name) : m_name(name) {}
-    char const* text() {
-        if (!isMangled(m_name)) {
-            return m_name;
-        }
-        if (!m_demangler) {
-            m_demangler = ISymbolNameDemangler::create(m_name, exec_format_Elf);
-        }
-        return m_demangler->shortName();
-    }
-
-private:
-    char const* m_name;
-    SymMgrObjectPtr<ISymbolNameDemangler> m_demangler;
-};
-
 /// What the names of two symbols make of them; merge_Different if they have nothing in common.
-unsigned int flagsOfNames(char const* mine, char const* other) {
+unsigned int flagsOfNames(char const* mine, char const* other, ShortNames& shortNames) {
     if (std::strcmp(mine, other) == 0) {
         return merge_TakeSymbolData; // taking the same name would change nothing
     }
-    ShortName otherShort(other);
+    std::lock_guard<std::mutex> const guard(shortNames.lock());
+    shortNames.makeRoom();
     bool const isHopeful = !isMangled(mine) || !isMangled(other);
-    if (isHopeful && areEqual(mine, otherShort.text())) {
+    if (isHopeful && areEqual(mine, shortNames.of(other))) {
         return merge_TakeName | merge_TakeSymbolData;
     }
     if (isMangled(mine)) {
         if (areVariantsOfOneName(mine, other)) {
             return merge_TakeSymbolData;
         }
-        ShortName mineShort(mine);
-        if (areEqual(mineShort.text(), otherShort.text()) && !areEqual(mine, mineShort.text())) {
+        char const* const mineShort = shortNames.of(mine);
+        char const* const otherShort = shortNames.of(other);
+        if (areEqual(mineShort, otherShort) && !areEqual(mine, mineShort)) {
             return merge_TakeSymbolData;
         }
         // A name that can't be demangled stands for itself in the short form too.
-        if (!isHopeful && areEqual(mine, otherShort.text())) {
+        if (!isHopeful && areEqual(mine, otherShort)) {
             return merge_TakeName | merge_TakeSymbolData;
         }
     }
@@ -147,11 +130,33 @@ bool areVariantsOfOneName(char const* a, char const* b) {
     return areVariants && mangledSizeBound(mine) != k_unboundedSize;
 }
 
-unsigned int dwarfMergeRule(MergeSide const& mine, MergeSide const& other, MergeNext const& next) {
+char const* ShortNames::of(char const* name) {
+    if (!isMangled(name)) {
+        return name;
+    }
+    auto const [made, isNew] = m_made.try_emplace(name);
+    if (isNew) {
+        made->second = ISymbolNameDemangler::create(name, exec_format_Elf)->shortName();
+        m_bytes += made->first.size() + made->second.size();
+    }
+    return made->second.c_str();
+}
+
+void ShortNames::makeRoom() {
+    constexpr std::size_t k_mostBytes = std::size_t{1} << 22;
+    constexpr std::size_t k_mostNames = std::size_t{1} << 14;
+    if (m_bytes > k_mostBytes || m_made.size() > k_mostNames) {
+        m_made.clear();
+        m_bytes = 0;
+    }
+}
+
+unsigned int dwarfMergeRule(MergeSide const& mine, MergeSide const& other, MergeNext const& next,
+                            ShortNames& shortNames) {
     if (mine.firstStart != other.firstStart) {
         return merge_Different;
     }
-    unsigned int const byName = flagsOfNames(mine.name, other.name);
+    unsigned int const byName = flagsOfNames(mine.name, other.name, shortNames);
     return byName != merge_Different ? byName | flagsOfRanges(mine, other, next) : merge_Different;
 }
 

@@ -3,9 +3,29 @@
 
 #include "symbols/orv_merge.h"
 
+#include <mutex>
+#include <string>
+#include <unordered_map>
+
 namespace ORV_3_30 {
 
-unsigned int dwarfMergeRule(MergeSide const& mine, MergeSide const& other, MergeNext const& next);
+/// Short forms of names that were made before: inlined functions come again and again. The lock is for
+/// those who hold on to what of gives.
+class ShortNames {
+public:
+    std::mutex& lock() { return m_lock; }
+    /// Stays until makeRoom.
+    char const* of(char const* name);
+    /// Forgets what there is if it has become too much.
+    void makeRoom();
+
+private:
+    std::mutex m_lock;
+    std::unordered_map<std::string, std::string> m_made; ///< By the name.
+    std::size_t m_bytes = 0;
+};
+
+unsigned int dwarfMergeRule(MergeSide const& mine, MergeSide const& other, MergeNext const& next, ShortNames& shortNames);
 
 /// True if two mangled names differ in nothing but the variant of a constructor or destructor, and in
 /// what a compiler puts behind the names of a function's parts and clones: their short names are the same.

@@ -4,7 +4,6 @@
 #include "dwarf/orv_dildwarf.h"
 #include "dwarf/orv_dwarf_inline.h"
 #include "dwarf/orv_dwarf_members.h"
-#include "dwarf/orv_dwarf_merge.h"
 #include "dwarf/orv_dwarf_types.h"
 #include "dwarf/orv_dwarf_walk.h"
 #include "lines/orv_caller_lines.h"
@@ -213,7 +212,7 @@ status_t DWARFScope::loadMembers() {
 }
 
 unsigned int DWARFScope::mergeRule(MergeSide const& mine, MergeSide const& other, MergeNext const& next) {
-    return dwarfMergeRule(mine, other, next);
+    return m_unit.loader()->mergeDecision(mine, other, next);
 }
 
 void DWARFScope::merge(Scope& other, unsigned int flags, RangeRecord& /*record*/) {

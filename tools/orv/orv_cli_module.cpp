@@ -2,6 +2,7 @@
 
 #include "orv_cli_resolver.h"
 
+#include <atomic>
 #include <cstdio>
 #include <unistd.h>
 #include <utility>
@@ -98,11 +99,10 @@ status_t Module::symbolRangeByAddress(IAddress& address, SymMgrObjectPtr<ISymbol
 }
 
 void Module::noteBadDebugInfo(status_t status) {
-    static bool isNoted = false; // once, also where a module is read again
-    if (isNoted || status == status_NoDebugInfo) {
+    static std::atomic<bool> isNoted{false}; // once, also where a module is read again
+    if (status == status_NoDebugInfo || isNoted.exchange(true)) {
         return;
     }
-    isNoted = true;
     std::fflush(stdout);
     std::fprintf(stderr, "%sorv: %s: %s\n", ::isatty(STDERR_FILENO) != 0 ? "\r\033[K" : "", m_name.c_str(),
                  describeDebugInfo(status).c_str());

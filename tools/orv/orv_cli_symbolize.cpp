@@ -1,4 +1,6 @@
+#include "orv_cli_chains.h"
 #include "orv_cli_commands.h"
+#include "orv_cli_find.h"
 #include "orv_cli_output.h"
 #include "orv_cli_progress.h"
 
@@ -7,9 +9,12 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <numeric>
 #include <string_view>
+#include <thread>
 #include <unistd.h>
+#include <unordered_map>
 
 namespace orv_cli {
 namespace {
@@ -100,12 +105,12 @@ struct Query {
     bool isLabel = false;          ///< The function has no size.
     unsigned long long offset = 0; ///< In the innermost function's range; told in JSON only.
     Frame innermost;
-    std::size_t callersBegin = 0; ///< The frames around it, from the inside out.
+    std::vector<Frame> const* callers = nullptr; ///< Where the frames around it stand, from the inside out.
+    std::size_t callersBegin = 0;
     std::size_t callersEnd = 0;
 };
 
-/// The queries grouped by address: neighbours in a module are found at less cost one after the other.
-/// The order inside a group does not matter.
+/// The queries by address: neighbours in a module are found at less cost one after the other, and equals once.
 void groupByLocality(std::vector<Query>& queries, std::vector<Query*>& grouped) {
     constexpr unsigned int k_groupBits = 11;
     grouped.resize(queries.size());
@@ -127,10 +132,107 @@ void groupByLocality(std::vector<Query>& queries, std::vector<Query*>& grouped) 
     for (Query& query : queries) {
         grouped[starts[(query.value - lowest) >> shift]++] = &query;
     }
+    // Each group ends where the next one began.
+    std::size_t begin = 0;
+    for (std::size_t group = 0; begin < grouped.size(); ++group) {
+        std::sort(grouped.begin() + static_cast<std::ptrdiff_t>(begin),
+                  grouped.begin() + static_cast<std::ptrdiff_t>(starts[group]),
+                  [](Query const* a, Query const* b) { return a->value < b->value; });
+        begin = starts[group];
+    }
 }
+
+/// Answers queries, one at a time. Each thread has its own; they share the module.
+class Finder {
+public:
+    Finder(SymbolizeOptions const& options, bool wantsOffsets, Module& module)
+        : m_options(options), m_wantsOffsets(wantsOffsets), m_module(module) {}
+
+    void find(Query& query) {
+        SymMgrObjectPtr<IAddress> where;
+        if (m_module.bank().addressByValue(query.value, where) != status_Ok) {
+            return;
+        }
+        findFunction(query, where);
+        findLine(query, *where);
+    }
+
+    /// Queries in the order of their addresses: equal ones are answered once.
+    void findAll(Query* const* begin, Query* const* end) {
+        Query const* last = nullptr;
+        for (Query* const* at = begin; at != end; ++at) {
+            Query& query = **at;
+            if (query.isAddress && last != nullptr && last->value == query.value) {
+                std::string_view const word = query.word;
+                query = *last;
+                query.word = word;
+            } else if (query.isAddress) {
+                find(query);
+                last = &query;
+            }
+        }
+    }
+
+private:
+    char const* nameOf(ISymbol& symbol) const { return m_options.demangle ? symbol.demangledName(0) : symbol.name(); }
+
+    void findFunction(Query& query, SymMgrObjectPtr<IAddress> where) {
+        SymMgrObjectPtr<ISymbolRange> range;
+        if (m_module.symbolRangeByAddress(*where, range, k_kindsInCode) != status_Ok) {
+            return;
+        }
+        query.isLabel = range->size() == 0;
+        if (m_options.functions || m_options.inlines || m_wantsOffsets) {
+            followInlines(*range, *where, m_ranges);
+        } else {
+            m_ranges.assign(1, range);
+        }
+        query.innermost.function = nameOf(*m_ranges.back()->symbol());
+        if (m_options.inlines) {
+            noteCallers(query);
+        }
+        if (m_wantsOffsets) {
+            query.offset = query.value - startOf(*m_ranges.back());
+        }
+    }
+
+    void noteCallers(Query& query) {
+        query.callers = &m_callers;
+        query.callersBegin = m_callers.size();
+        for (std::size_t i = m_ranges.size() - 1; i > 0; --i) {
+            auto const [call, isNew] = m_calls.try_emplace(m_ranges[i]->inlineInstance());
+            if (isNew) {
+                SymMgrObjectPtr<ISourceLocation> place;
+                call->first->callSite(place);
+                if (place) {
+                    call->second.takePlace(*place);
+                }
+                call->second.function = nameOf(*m_ranges[i - 1]->symbol());
+            }
+            m_callers.push_back(call->second);
+        }
+        query.callersEnd = m_callers.size();
+    }
+
+    void findLine(Query& query, IAddress& where) {
+        SymMgrObjectPtr<ISourceLocation> location;
+        if (m_module.bank().sourceLocationByAddress(&where, location, ~0ULL, nullptr) == status_Ok) {
+            query.innermost.takePlace(*location);
+        }
+    }
+
+    SymbolizeOptions const& m_options;
+    bool m_wantsOffsets;
+    Module& m_module;
+    std::vector<Frame> m_callers;
+    std::vector<SymMgrObjectPtr<ISymbolRange>> m_ranges; ///< At one address, from the outside in.
+    std::unordered_map<IInlineInstance*, Frame> m_calls; ///< Who calls a body, and where.
+};
 
 /// More addresses than this are no small load.
 constexpr std::size_t k_mostAnnounced = 64;
+/// Fewer are not worth a thread.
+constexpr std::size_t k_queriesPerThread = 2048;
 
 class Symbolizer {
 public:
@@ -143,7 +245,6 @@ public:
     /// Words of the command line are all there will be; of the input there may be more.
     template <typename Words> void answer(Words const& words, Source source) {
         m_queries.assign(words.size(), Query());
-        m_callers.clear();
         for (std::size_t i = 0; i < words.size(); ++i) {
             parse(words[i], m_queries[i]);
         }
@@ -185,21 +286,27 @@ private:
 
     void findAll() {
         Progress const progress("reading " + m_options.module);
-        for (Query* const query : m_grouped) {
-            if (query->isAddress) {
-                find(*query);
-            }
+        m_finders.clear();
+        std::size_t const most = std::max(1U, std::thread::hardware_concurrency());
+        std::size_t const count = std::clamp<std::size_t>(m_grouped.size() / k_queriesPerThread, 1, most);
+        for (std::size_t i = 0; i < count; ++i) {
+            m_finders.push_back(std::make_unique<Finder>(m_options, m_json, *m_module));
+        }
+        Query** const queries = m_grouped.data();
+        std::size_t const share = m_grouped.size() / count;
+        // The first one loads what all need.
+        std::size_t const first = std::min<std::size_t>(m_grouped.size(), 1);
+        m_finders[0]->findAll(queries, queries + first);
+        std::vector<std::thread> threads;
+        for (std::size_t i = 1; i < count; ++i) {
+            std::size_t const end = i + 1 == count ? m_grouped.size() : (i + 1) * share;
+            threads.emplace_back([=] { m_finders[i]->findAll(queries + i * share, queries + end); });
+        }
+        m_finders[0]->findAll(queries + first, queries + (count == 1 ? m_grouped.size() : share));
+        for (std::thread& thread : threads) {
+            thread.join();
         }
         findAgain();
-    }
-
-    void find(Query& query) {
-        SymMgrObjectPtr<IAddress> where;
-        if (m_module->bank().addressByValue(query.value, where) != status_Ok) {
-            return;
-        }
-        findFunction(query, where);
-        findLine(query, *where);
     }
 
     /// Tells the bank ahead which addresses will be asked for, so that it reads no more than it must.
@@ -224,95 +331,13 @@ private:
             return;
         }
         m_module = &Module::load(m_options.module, m_common, Module::Sharing::Anew);
+        m_finders.push_back(std::make_unique<Finder>(m_options, m_json, *m_module));
         for (Query& query : m_queries) {
             if (isOpen(query)) {
                 query.innermost = Frame();
                 query.callersBegin = query.callersEnd = 0;
-                find(query);
+                m_finders.back()->find(query);
             }
-        }
-    }
-
-    char const* nameOf(ISymbol& symbol) const { return m_options.demangle ? symbol.demangledName(0) : symbol.name(); }
-
-    void findFunction(Query& query, SymMgrObjectPtr<IAddress> where) {
-        SymMgrObjectPtr<ISymbolRange> range;
-        if (m_module->symbolRangeByAddress(*where, range, k_kindsInCode) != status_Ok) {
-            return;
-        }
-        query.isLabel = range->size() == 0;
-        m_ranges.assign(1, range);
-        if (m_options.functions || m_options.inlines || m_json) {
-            goInward(*where);
-        }
-        query.innermost.function = nameOf(*m_ranges.back()->symbol());
-        if (m_options.inlines) {
-            noteCallers(query);
-        }
-        if (m_json) {
-            SymMgrObjectPtr<IAddress> start;
-            m_ranges.back()->startAddress(start);
-            query.offset = query.value - start->pseudoAddr();
-        }
-    }
-
-    /// Follows the inlined bodies at an address, from the function inward.
-    void goInward(IAddress& where) {
-        for (;;) {
-            SymMgrObjectPtr<ISymbolRange> inner;
-            m_ranges.back()->innerRangeByAddress(inner, &where);
-            if (inner && !isBody(*inner)) {
-                inner = bodyAt(*m_ranges.back(), where);
-            }
-            if (!inner) {
-                return;
-            }
-            m_ranges.push_back(inner);
-        }
-    }
-
-    /// Compilers leave the calls behind of which no code has stayed: they have no extent, and reach in front of
-    /// others as a label does.
-    static bool isBody(ISymbolRange& range) { return range.inlineInstance() != nullptr && range.size() != 0; }
-
-    static SymMgrObjectPtr<ISymbolRange> bodyAt(ISymbolRange& outer, IAddress& where) {
-        SymMgrObjectPtr<ISymbolRange> best;
-        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> ranges;
-        outer.innerRanges(ranges);
-        unsigned long long const address = where.pseudoAddr();
-        for (auto range = ranges ? ranges->current() : nullptr; range; range = ranges->current()) {
-            SymMgrObjectPtr<IAddress> start;
-            range->startAddress(start);
-            if (start->pseudoAddr() > address) {
-                break; // they come by start
-            }
-            if (isBody(*range) && address - start->pseudoAddr() < range->size()) {
-                best = range;
-            }
-            ranges->next();
-        }
-        return best;
-    }
-
-    void noteCallers(Query& query) {
-        query.callersBegin = m_callers.size();
-        for (std::size_t i = m_ranges.size() - 1; i > 0; --i) {
-            Frame caller;
-            caller.function = nameOf(*m_ranges[i - 1]->symbol());
-            SymMgrObjectPtr<ISourceLocation> call;
-            m_ranges[i]->inlineInstance()->callSite(call);
-            if (call) {
-                caller.takePlace(*call);
-            }
-            m_callers.push_back(caller);
-        }
-        query.callersEnd = m_callers.size();
-    }
-
-    void findLine(Query& query, IAddress& where) {
-        SymMgrObjectPtr<ISourceLocation> location;
-        if (m_module->bank().sourceLocationByAddress(&where, location, ~0ULL, nullptr) == status_Ok) {
-            query.innermost.takePlace(*location);
         }
     }
 
@@ -361,7 +386,7 @@ private:
             if (m_options.pretty) {
                 fputs_unlocked(" (inlined by) ", stdout);
             }
-            print(m_callers[i]);
+            print((*query.callers)[i]);
         }
     }
 
@@ -393,8 +418,8 @@ private:
             object["callers"] = Json::array();
             for (std::size_t i = query.callersBegin; i < query.callersEnd; ++i) {
                 Json caller;
-                caller["function"] = m_callers[i].function;
-                addPlace(caller, m_callers[i]);
+                caller["function"] = (*query.callers)[i].function;
+                addPlace(caller, (*query.callers)[i]);
                 object["callers"].push_back(caller);
             }
         }
@@ -409,8 +434,7 @@ private:
     bool m_isAnnounced = false;
     std::vector<Query> m_queries;
     std::vector<Query*> m_grouped;
-    std::vector<Frame> m_callers;
-    std::vector<SymMgrObjectPtr<ISymbolRange>> m_ranges; ///< At one address, from the outside in.
+    std::vector<std::unique_ptr<Finder>> m_finders; ///< Of the last words.
     int m_exitStatus = 0;
 };
 
