@@ -235,6 +235,28 @@ Scope* DWARFDebugInfoLoader::makeScope(RangeRecord const& record, Scope* parent)
     return makeDwarfScope(*unit, record.token, record.side(), parent);
 }
 
+Scope* DWARFDebugInfoLoader::InlineMaker::makeScope(RangeRecord const& record, Scope* parent) {
+    return childScope(*m_loader.findUnitByOffset(record.token), record.token, record.side(), parent);
+}
+
+OriginFacts DWARFDebugInfoLoader::originFacts(DWARFCompilationUnit& asking, std::uint64_t offset) {
+    auto const [entry, isNew] = m_originFacts.try_emplace(offset);
+    if (!isNew) {
+        return entry->second;
+    }
+    DWARFCompilationUnit* const unit = asking.holds(offset) ? &asking : findUnitByOffset(offset);
+    DieChain chain;
+    if (unit != nullptr && unit->readEntry(offset, chain.start(*unit, offset))) {
+        OriginFacts& facts = entry->second;
+        facts.name = chain.symbolName();
+        facts.isExternal = chain.find(DieAttributes::slot_External) != nullptr;
+        for (auto const slot : {DieAttributes::slot_LowPc, DieAttributes::slot_HighPc, DieAttributes::slot_Ranges}) {
+            facts.hasPlace |= chain.find(slot) != nullptr;
+        }
+    }
+    return entry->second;
+}
+
 unsigned int DWARFDebugInfoLoader::mergeDecision(MergeSide const& mine, MergeSide const& other, MergeNext const& next) {
     return dwarfMergeRule(mine, other, next, m_shortNames);
 }

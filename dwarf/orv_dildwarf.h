@@ -21,6 +21,13 @@
 
 namespace ORV_3_30 {
 
+/// What the origin of an inlined body tells, with its own origins.
+struct OriginFacts {
+    char const* name = nullptr; ///< The linkage name or else the plain one; null if it is missing or empty.
+    bool hasPlace = false;      ///< It tells addresses.
+    bool isExternal = false;
+};
+
 class DWARFDebugInfoLoader final : public DebugInfoLoader, public IScopeMaker {
 public:
     /// loadBias: what is added to an address of the symbol file to get one of the module.
@@ -72,6 +79,10 @@ public:
     /// Passes over the children of an entry, from behind its attributes.
     void skipChildren(DwarfWalker& walker, DWARFCompilationUnit const& unit, std::uint64_t sibling) const;
 
+    /// Of the entry at an offset in .debug_info, asked for from a unit. Nothing for an entry that can't be read. Kept: the
+    /// same functions are inlined again and again. Under the load lock.
+    OriginFacts originFacts(DWARFCompilationUnit& asking, std::uint64_t offset);
+
     /// A name without its last character, as long as the loader lives; the name itself where too many
     /// have been kept.
     char const* keepShortened(char const* name, std::size_t size);
@@ -93,9 +104,7 @@ private:
     class InlineMaker final : public IScopeMaker {
     public:
         explicit InlineMaker(DWARFDebugInfoLoader& loader) : m_loader(loader) {}
-        Scope* makeScope(RangeRecord const& record, Scope* parent) override {
-            return m_loader.makeScope(record, parent);
-        }
+        Scope* makeScope(RangeRecord const& record, Scope* parent) override;
         unsigned int mergeDecision(MergeSide const& mine, MergeSide const& other, MergeNext const& next) override {
             return m_loader.mergeDecision(mine, other, next);
         }
@@ -153,6 +162,7 @@ private:
     SymMgrObjectPtr<DWARFLineResolver> m_lineResolver;
     InlineMaker m_inlineMaker{*this};
     ShortNames m_shortNames;
+    std::unordered_map<std::uint64_t, OriginFacts> m_originFacts;
     OrvLock m_inlineCountLock;
     OrvLock m_stackLock; ///< Of the answers. Taken ahead of the load lock.
     StackAnswers m_stackAnswers;

@@ -2,6 +2,7 @@
 
 #include "core/orv_trace.h"
 #include "dwarf/orv_dildwarf.h"
+#include "orv/orv_dwarf.h"
 
 #include <algorithm>
 
@@ -52,6 +53,18 @@ std::uint64_t readRanges(DWARFCompilationUnit const& unit, AttrValue const* rang
         std::sort(out.begin(), out.end());
     }
     return lowest == ~std::uint64_t{0} ? base : base + lowest;
+}
+
+bool rangeOfEntry(AttrValue const* low, AttrValue const* high, unsigned long long& outLow,
+                  unsigned long long& outHigh) {
+    auto const bindingOf = [](AttrValue const* value) {
+        return value != nullptr ? AttrBinding{nullptr, 0, value->form, value->value, value->data} : AttrBinding();
+    };
+    AttrBinding const lowBinding = bindingOf(low);
+    AttrBinding const highBinding = bindingOf(high);
+    dwarf_utils::calculateHighLowAdresses(low != nullptr ? &lowBinding : nullptr,
+                                          high != nullptr ? &highBinding : nullptr, outLow, outHigh);
+    return (low != nullptr || high != nullptr) && outLow <= outHigh;
 }
 
 } // namespace ORV_3_30

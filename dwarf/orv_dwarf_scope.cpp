@@ -3,11 +3,13 @@
 #include "core/orv_trace.h"
 #include "dwarf/orv_dildwarf.h"
 #include "dwarf/orv_dwarf_inline.h"
+#include "dwarf/orv_dwarf_inline_index.h"
 #include "dwarf/orv_dwarf_members.h"
 #include "dwarf/orv_dwarf_types.h"
 #include "dwarf/orv_dwarf_walk.h"
 #include "lines/orv_caller_lines.h"
 #include "lines/orv_source.h"
+#include "symbols/orv_symbolrange.h"
 #include "symbols/orv_symboltable.h"
 
 namespace ORV_3_30 {
@@ -175,7 +177,74 @@ void DWARFSymbol::sourceLineByAddress(SymMgrObjectPtr<ISourceLine>& out, IAddres
 DWARFScope::DWARFScope(DWARFCompilationUnit& unit, std::uint64_t dieOffset, Scope* parent)
     : SymbolScope(unit.loader()->moduleLoader(), parent), m_unit(unit), m_dieOffset(dieOffset) {}
 
+DWARFScope::~DWARFScope() {
+    if (m_body == InlineIndex::k_root) {
+        delete m_index.load();
+    }
+}
+
+void DWARFScope::useIndex(InlineIndex& index, std::uint32_t body) {
+    m_body = body;
+    m_index.store(&index, std::memory_order_release);
+}
+
+/// Null for a scope that has none.
+InlineIndex* DWARFScope::inlineIndex() {
+    InlineIndex* index = m_index.load(std::memory_order_acquire);
+    if (index != nullptr || m_hasNoIndex.load(std::memory_order_acquire)) {
+        return index;
+    }
+    LockGuard guard(rootLoadLock());
+    index = m_index.load(std::memory_order_acquire);
+    if (index == nullptr && !m_hasNoIndex) {
+        m_unit.loader()->refillBudgets();
+        index = InlineIndex::read(*this).release();
+        m_index.store(index, std::memory_order_release);
+        m_hasNoIndex.store(index == nullptr, std::memory_order_release);
+    }
+    return index;
+}
+
+DWARFScope* DWARFScope::indexedChild(std::uint64_t dieOffset) {
+    InlineIndex* const index = m_index.load(std::memory_order_acquire);
+    InlineIndex::BodyId const body =
+        index != nullptr && index->isPlain(m_body) ? index->bodyAt(m_body, dieOffset) : InlineIndex::k_none;
+    return body != InlineIndex::k_none ? index->scopeOf(body, this) : nullptr;
+}
+
+void DWARFScope::lendIndex(DWARFScope& child) {
+    InlineIndex* const index = m_index.load(std::memory_order_acquire);
+    InlineIndex::BodyId const body = index != nullptr ? index->bodyAt(m_body, child.dieOffset()) : InlineIndex::k_none;
+    if (body != InlineIndex::k_none) {
+        child.useIndex(*index, body);
+    }
+}
+
+status_t DWARFScope::symbolRangeByAddress(SymMgrObjectPtr<ISymbolRange>& out, unsigned long long address,
+                                          symbol_kind_t mask, ISymbolChooser* resolver) {
+    bool const wantsBodies = resolver == nullptr && (mask & symbol_kind_Function) != 0;
+    InlineIndex* const index = wantsBodies ? inlineIndex() : nullptr;
+    if (index == nullptr || !index->isPlain(m_body)) {
+        return Scope::symbolRangeByAddress(out, address, mask, resolver);
+    }
+    if ((mask & ~m_askedKinds.load(std::memory_order_relaxed)) != 0) {
+        m_askedKinds.fetch_or(mask);
+    }
+    InlineIndex::Hit hit{};
+    out = index->find(m_body, address, hit)
+              ? new SymbolRange(hit.start, hit.end, index->scopeOf(hit.body, this), nullptr)
+              : nullptr;
+    return out ? status_Ok : status_False;
+}
+
+status_t DWARFScope::symbolRanges(SymMgrObjectPtr<SymbolRangeIterator>& out, unsigned long long start,
+                                  unsigned long long end, symbol_kind_t mask) {
+    // Without a mask the kinds count that somebody has asked for.
+    return Scope::symbolRanges(out, start, end, mask != 0 ? mask : static_cast<symbol_kind_t>(loadedKinds() | m_askedKinds));
+}
+
 status_t DWARFScope::loadKinds(unsigned int mask) {
+    inlineIndex(); // ahead of the table, so that both have the same scopes
     DwarfWalker walker = m_unit.unitWalker();
     walker.seek(m_dieOffset);
     AbbrevEntry const* const entry = m_unit.abbrevs().find(walker.unsignedLeb());
@@ -243,6 +312,19 @@ void DWARFScope::mergeSide(MergeSide const& other, unsigned int flags) {
         only.add(firstStart(), other.lastEnd);
         replaceRanges(std::move(only));
     }
+}
+
+DWARFScope* childScope(DWARFCompilationUnit& unit, std::uint64_t dieOffset, MergeSide const& symbol, Scope* parent) {
+    auto* const around = dynamic_cast<DWARFScope*>(parent);
+    DWARFScope* const indexed = around != nullptr ? around->indexedChild(dieOffset) : nullptr;
+    if (indexed != nullptr) {
+        return indexed;
+    }
+    DWARFScope* const made = makeDwarfScope(unit, dieOffset, symbol, parent);
+    if (around != nullptr) {
+        around->lendIndex(*made);
+    }
+    return made;
 }
 
 DWARFScope* makeDwarfScope(DWARFCompilationUnit& unit, std::uint64_t dieOffset, MergeSide const& symbol,

@@ -10,6 +10,7 @@
 
 namespace ORV_3_30 {
 
+class InlineIndex;
 class SourceLocation;
 
 /// Where a symbol was declared, or an inlined body called, as its entry has it.
@@ -66,8 +67,13 @@ private:
 class DWARFScope : public SymbolScope {
 public:
     DWARFScope(DWARFCompilationUnit& unit, std::uint64_t dieOffset, Scope* parent);
+    ~DWARFScope() override;
 
     status_t loadKinds(unsigned int mask) override;
+    status_t symbolRanges(SymMgrObjectPtr<SymbolRangeIterator>& out, unsigned long long start, unsigned long long end,
+                          symbol_kind_t mask) override;
+    status_t symbolRangeByAddress(SymMgrObjectPtr<ISymbolRange>& out, unsigned long long address, symbol_kind_t mask,
+                                  ISymbolChooser* resolver) override;
     unsigned int mergeRule(MergeSide const& mine, MergeSide const& other, MergeNext const& next) override;
     void merge(Scope& other, unsigned int flags, RangeRecord& record) override;
     void mergeSide(MergeSide const& other, unsigned int flags) override;
@@ -75,13 +81,27 @@ public:
     DWARFCompilationUnit& unit() const { return m_unit; }
     std::uint64_t dieOffset() const { return m_dieOffset; }
 
+    /// For the scope of an inlined body: where it stands in the index of a scope around it.
+    void useIndex(InlineIndex& index, std::uint32_t body);
+    /// The scope of an inlined body directly in this one, as answers have it. Null where the symbol table decides: a
+    /// scope that it gets is told where it stands by lendIndex.
+    DWARFScope* indexedChild(std::uint64_t dieOffset);
+    void lendIndex(DWARFScope& child);
+
 private:
     status_t loadMembers();
+    InlineIndex* inlineIndex();
 
     DWARFCompilationUnit& m_unit;
-    std::uint64_t m_dieOffset; ///< In .debug_info.
+    std::uint64_t m_dieOffset;                   ///< In .debug_info.
+    std::atomic<InlineIndex*> m_index{nullptr};  ///< Owned by the scope that it was read for.
+    std::uint32_t m_body = 0;                    ///< In the index; 0 in the scope that owns it.
+    std::atomic<bool> m_hasNoIndex{false};       ///< It was tried.
+    std::atomic<unsigned int> m_askedKinds{0};   ///< By questions that needed no load.
 };
 
+/// The scope of the entry at an offset inside another one: without a range, unless it was made before.
+DWARFScope* childScope(DWARFCompilationUnit& unit, std::uint64_t dieOffset, MergeSide const& symbol, Scope* parent);
 /// Makes the scope of the entry at an offset, with its symbol and without a range.
 DWARFScope* makeDwarfScope(DWARFCompilationUnit& unit, std::uint64_t dieOffset, MergeSide const& symbol, Scope* parent);
 

@@ -15,8 +15,6 @@ namespace {
 /// reads it when it is asked. Only option texts count there too.
 constexpr unsigned int k_maskBelowInline = 0x20;
 
-AttrBinding bindingOf(AttrValue const& value) { return {nullptr, 0, value.form, value.value, value.data}; }
-
 } // namespace
 
 DieTreeWalk::DieTreeWalk(DWARFDebugInfoLoader& loader, Target const& target)
@@ -175,18 +173,10 @@ bool DieTreeWalk::accepts(unsigned long long start, unsigned long long end) cons
     return m_target.filter == nullptr || m_target.filter->accept(start, end);
 }
 
-/// The range of low_pc and high_pc. False if neither is there, or they are the wrong way round.
 bool DieTreeWalk::rangeOf(unsigned long long& low, unsigned long long& high) {
     AttrValue const* const lowValue = m_chain.find(DieAttributes::slot_LowPc);
     AttrValue const* const highValue = m_chain.find(DieAttributes::slot_HighPc);
-    if (lowValue == nullptr && highValue == nullptr) {
-        return false;
-    }
-    AttrBinding const lowBinding = lowValue != nullptr ? bindingOf(*lowValue) : AttrBinding();
-    AttrBinding const highBinding = highValue != nullptr ? bindingOf(*highValue) : AttrBinding();
-    dwarf_utils::calculateHighLowAdresses(lowValue != nullptr ? &lowBinding : nullptr,
-                                          highValue != nullptr ? &highBinding : nullptr, low, high);
-    return low <= high;
+    return rangeOfEntry(lowValue, highValue, low, high);
 }
 
 DieTreeWalk::Children DieTreeWalk::openFunction(symbol_kind_t kind, std::uint64_t offset) {
@@ -340,11 +330,14 @@ void DieTreeWalk::add(Opened const& opened) {
 
 void DieTreeWalk::addAsScope(Opened const& opened) {
     MergeSide const symbol{opened.name, opened.start, opened.end, false, opened.visibility, opened.kind};
-    SymMgrObjectPtr<Scope> const scope(makeDwarfScope(*m_unit, opened.dieOffset, symbol, m_target.parent));
+    SymMgrObjectPtr<Scope> const scope(childScope(*m_unit, opened.dieOffset, symbol, m_target.parent));
+    bool const isNew = scope->ranges().empty();
     for (auto const& [start, end] : opened.ranges) {
-        scope->addRange(start, end);
+        if (isNew) {
+            scope->addRange(start, end);
+        }
     }
-    if (opened.ranges.empty()) {
+    if (isNew && opened.ranges.empty()) {
         scope->addRange(opened.start, opened.end);
     }
     bool const isRejected =

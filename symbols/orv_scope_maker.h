@@ -12,8 +12,9 @@ class Scope;
 /// as records is asked for the scope when somebody needs it. It outlives the table.
 class IScopeMaker {
 public:
-    /// A new scope with its symbol, and the record's stretch for its one range. Called from any thread,
-    /// under locks of the table: takes none that lead to a load or a query.
+    /// A scope with its symbol. One without a range gets the record's stretch for its one range; one that the maker
+    /// keeps anyway comes with those that it has. Called from any thread, under locks of the table: takes none that lead
+    /// to a load or a query.
     virtual Scope* makeScope(RangeRecord const& record, Scope* parent) = 0;
     /// What becomes of a newcomer that starts where one of its records does.
     virtual unsigned int mergeDecision(MergeSide const& mine, MergeSide const& other, MergeNext const& next) = 0;

@@ -244,7 +244,9 @@ Scope* SymbolTable::scopeOf(RangeRecord const& record) const {
         SymMgrObjectPtr<Scope> const made(m_makers[record.maker]->makeScope(record, m_scope));
         scope = made.get();
         m_scopes.emplace_back(scope);
-        scope->addRange(record.start, record.end);
+        if (scope->ranges().empty()) {
+            scope->addRange(record.start, record.end);
+        }
         const_cast<RangeRecord&>(record).scope.store(scope, std::memory_order_release);
     }
     return scope;

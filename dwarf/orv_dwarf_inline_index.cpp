@@ -1,0 +1,289 @@
+#include "dwarf/orv_dwarf_inline_index.h"
+
+#include "dwarf/orv_dildwarf.h"
+#include "dwarf/orv_dwarf_ranges.h"
+
+#include <algorithm>
+
+namespace ORV_3_30 {
+
+/// The walk. It passes over the same entries as the one that fills symbol tables, and stops where that one would do
+/// anything that is not plain to see.
+class InlineIndex::Reader {
+public:
+    Reader(InlineIndex& index, DWARFScope& scope)
+        : m_index(index), m_unit(scope.unit()), m_loader(*m_unit.loader()), m_walker(m_unit.unitWalker()) {
+        m_walker.seek(scope.dieOffset());
+    }
+
+    bool read() {
+        AbbrevEntry const* const entry = m_unit.abbrevs().find(m_walker.unsignedLeb());
+        bool const isFunction =
+            entry != nullptr && (entry->tag == DW_TAG_subprogram || entry->tag == DW_TAG_inlined_subroutine);
+        // One compiler needs the parent's place to read ranges, and option texts belong to every walk.
+        if (!isFunction || m_unit.compilerKind() == compiler_Varko || m_unit.abbrevs().hasUnitOptions()) {
+            return false;
+        }
+        std::uint64_t sibling = 0;
+        m_index.m_bodies.emplace_back();
+        if (!m_loader.skipEntry(m_walker, m_unit, *entry, sibling)) {
+            return false;
+        }
+        if (entry->hasChildren != 0) {
+            m_levels.push_back(k_root);
+        }
+        while (!m_levels.empty()) {
+            if (!step()) {
+                return false;
+            }
+        }
+        sortEntries();
+        return true;
+    }
+
+private:
+    /// One entry, or the end of a list. False for what is not known.
+    bool step() {
+        std::uint64_t const offset = m_walker.offset();
+        std::uint64_t const code = m_walker.unsignedLeb();
+        if (code == 0) {
+            m_levels.pop_back();
+            return true;
+        }
+        AbbrevEntry const* const entry = m_unit.abbrevs().find(code);
+        return entry != nullptr && act(*entry, offset);
+    }
+
+    bool act(AbbrevEntry const& entry, std::uint64_t offset) {
+        BodyId const level = m_levels.back();
+        std::uint64_t sibling = 0;
+        switch (entry.tag) {
+        case DW_TAG_inlined_subroutine: return addBody(entry, offset);
+        case DW_TAG_variable:
+            if (!m_attributes.read(m_walker, m_unit.forms(), m_unit.abbrevs(), entry)) {
+                return false;
+            }
+            m_index.m_bodies[level].isPlain &= !isStatic();
+            break;
+        case DW_TAG_common_block:
+        case DW_TAG_module:
+        case DW_TAG_lexical_block:
+        case DW_TAG_try_block:
+            if (!m_loader.skipEntry(m_walker, m_unit, entry, sibling)) {
+                return false;
+            }
+            break;
+        case DW_TAG_compile_unit: return false;
+        case DW_TAG_subprogram:
+        case DW_TAG_entry_point:
+        case DW_TAG_label: m_index.m_bodies[level].isPlain = false; [[fallthrough]];
+        default: return passOver(entry);
+        }
+        if (entry.hasChildren != 0) {
+            m_levels.push_back(level);
+        }
+        return true;
+    }
+
+    bool passOver(AbbrevEntry const& entry) {
+        std::uint64_t sibling = 0;
+        if (!m_loader.skipEntry(m_walker, m_unit, entry, sibling)) {
+            return false;
+        }
+        if (entry.hasChildren != 0) {
+            m_loader.skipChildren(m_walker, m_unit, sibling);
+        }
+        return true;
+    }
+
+    bool isStatic() const {
+        AttrValue const* const location = m_attributes.get(DieAttributes::slot_Location);
+        return location != nullptr && (location->form == DW_FORM_block || location->form == DW_FORM_exprloc) &&
+               location->value != 0 && location->data[0] == DW_OP_addr;
+    }
+
+    bool addBody(AbbrevEntry const& entry, std::uint64_t offset) {
+        if (!m_attributes.read(m_walker, m_unit.forms(), m_unit.abbrevs(), entry)) {
+            return false;
+        }
+        AttrValue const* reference = m_attributes.get(DieAttributes::slot_AbstractOrigin);
+        if (reference == nullptr) {
+            reference = m_attributes.get(DieAttributes::slot_Specification);
+        }
+        OriginFacts const origin = reference != nullptr ? m_loader.originFacts(m_unit, reference->value) : OriginFacts();
+        if (origin.hasPlace) {
+            return false; // ranges are looked for there too
+        }
+        BodyId const level = m_levels.back();
+        auto const id = static_cast<BodyId>(m_index.m_bodies.size());
+        if (origin.name == nullptr || id == k_none || !place()) {
+            if (entry.hasChildren != 0) {
+                m_loader.skipChildren(m_walker, m_unit, m_attributes.number(DieAttributes::slot_Sibling));
+            }
+            return true;
+        }
+        Body& body = m_index.m_bodies.emplace_back();
+        body.dieOffset = offset;
+        body.name = origin.name;
+        body.address = m_address;
+        body.parent = level;
+        body.isGlobal = origin.isExternal || m_attributes.has(DieAttributes::slot_External);
+        body.ranges = std::move(m_ranges);
+        for (std::size_t i = 0; i < body.ranges.size(); ++i) {
+            m_index.m_entries.push_back({level, id, body.ranges[i].start, body.ranges[i].end, 0});
+        }
+        if (entry.hasChildren != 0) {
+            m_levels.push_back(id);
+        }
+        return true;
+    }
+
+    /// The ranges of the body that was read, and its address. False if it has none, or none in the module.
+    bool place() {
+        m_ranges = RangeList();
+        AttrValue const* const low = m_attributes.get(DieAttributes::slot_LowPc);
+        AttrValue const* const high = m_attributes.get(DieAttributes::slot_HighPc);
+        AttrValue const* const list = m_attributes.get(DieAttributes::slot_Ranges);
+        if ((low == nullptr || high == nullptr) && list != nullptr) {
+            m_pairs.clear();
+            m_address = readRanges(m_unit, list, nullptr, m_pairs);
+            for (auto const& [start, end] : m_pairs) {
+                m_ranges.add(start, end);
+            }
+        } else if (low != nullptr || high != nullptr) {
+            unsigned long long end = 0;
+            rangeOfEntry(low, high, m_address, end);
+            m_ranges.add(m_address, std::max(m_address, end));
+        }
+        return !m_ranges.empty() && m_loader.moduleLoader() != nullptr &&
+               m_loader.moduleLoader()->segmentByAddress(m_address) != nullptr;
+    }
+
+    void sortEntries() {
+        std::vector<Entry>& entries = m_index.m_entries;
+        std::stable_sort(entries.begin(), entries.end(), [](Entry const& a, Entry const& b) {
+            return a.level != b.level ? a.level < b.level : a.start < b.start;
+        });
+        for (std::size_t i = 0; i < entries.size(); ++i) {
+            Body& level = m_index.m_bodies[entries[i].level];
+            bool const isFirst = level.entryCount == 0;
+            level.firstEntry = isFirst ? static_cast<std::uint32_t>(i) : level.firstEntry;
+            ++level.entryCount;
+            entries[i].greatestEnd = entries[i].end;
+            if (!isFirst) {
+                level.isPlain = level.isPlain && standsAlone(i);
+                entries[i].greatestEnd = std::max(entries[i].end, entries[i - 1].greatestEnd);
+            }
+        }
+    }
+
+    /// True if an entry does not merge with those of its level that begin where it does, and came before.
+    bool standsAlone(std::size_t index) {
+        constexpr std::size_t k_mostTogether = 16;
+        Entry const& entry = m_index.m_entries[index];
+        MergeSide const newcomer = sideOf(entry);
+        for (std::size_t i = index; i > 0; --i) {
+            Entry const& earlier = m_index.m_entries[i - 1];
+            if (earlier.level != entry.level || earlier.start != entry.start) {
+                return true;
+            }
+            if (index - i == k_mostTogether || m_loader.mergeDecision(sideOf(earlier), newcomer, {}) != merge_Different) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    MergeSide sideOf(Entry const& entry) const {
+        Body const& body = m_index.m_bodies[entry.body];
+        RangeList::Range const& last = body.ranges[body.ranges.size() - 1];
+        return {body.name,           body.ranges[0].start,     last.end, body.ranges.size() > 1,
+                symbol_visibility_t{}, symbol_kind_Function};
+    }
+
+    InlineIndex& m_index;
+    DWARFCompilationUnit& m_unit;
+    DWARFDebugInfoLoader& m_loader;
+    DwarfWalker m_walker;
+    DieAttributes m_attributes;
+    std::vector<BodyId> m_levels; ///< The lists that are open, each by the body that it lies in.
+    AddressPairs m_pairs;
+    RangeList m_ranges;
+    unsigned long long m_address = 0;
+};
+
+std::unique_ptr<InlineIndex> InlineIndex::read(DWARFScope& scope) {
+    auto index = std::make_unique<InlineIndex>();
+    index->m_unit = &scope.unit();
+    return Reader(*index, scope).read() ? std::move(index) : nullptr;
+}
+
+/// As the symbol table has it among inlined bodies: the more visible, then the later start. Else what stands first in
+/// a list wins: what ends later, or came earlier.
+bool InlineIndex::isBetter(Entry const& candidate, Entry const& best) const {
+    bool const isGlobal = m_bodies[candidate.body].isGlobal;
+    bool const isBestGlobal = m_bodies[best.body].isGlobal;
+    if (isGlobal != isBestGlobal) {
+        return isGlobal;
+    }
+    if (candidate.start != best.start) {
+        return candidate.start > best.start;
+    }
+    return candidate.end != best.end ? candidate.end > best.end : &candidate < &best;
+}
+
+bool InlineIndex::find(BodyId level, unsigned long long address, Hit& out) const {
+    auto const first = m_entries.begin() + m_bodies[level].firstEntry;
+    auto const last = first + m_bodies[level].entryCount;
+    auto at = std::upper_bound(first, last, address,
+                               [](unsigned long long value, Entry const& entry) { return value < entry.start; });
+    if (at == first) {
+        return false;
+    }
+    unsigned long long const key = (at - 1)->start;
+    Entry const* best = nullptr;
+    while (at != first && ((at - 1)->greatestEnd > address || (at - 1)->start == key)) {
+        --at;
+        // What has no extent stands from its key up to the next one.
+        bool const holds = at->end > address || (at->start == at->end && at->start == key);
+        if (holds && (best == nullptr || isBetter(*at, *best))) {
+            best = &*at;
+        }
+    }
+    if (best == nullptr) {
+        return false;
+    }
+    out = {best->start, best->end, best->body};
+    return true;
+}
+
+InlineIndex::BodyId InlineIndex::bodyAt(BodyId level, std::uint64_t dieOffset) const {
+    auto const found = std::lower_bound(m_bodies.begin() + 1, m_bodies.end(), dieOffset,
+                                        [](Body const& body, std::uint64_t offset) { return body.dieOffset < offset; });
+    bool const isThere = found != m_bodies.end() && found->dieOffset == dieOffset && found->parent == level;
+    return isThere ? static_cast<BodyId>(found - m_bodies.begin()) : k_none;
+}
+
+DWARFScope* InlineIndex::scopeOf(BodyId id, Scope* parent) {
+    Body& body = m_bodies[id];
+    DWARFScope* scope = body.scope.load(std::memory_order_acquire);
+    if (scope != nullptr) {
+        return scope;
+    }
+    std::lock_guard<std::mutex> const guard(m_lock);
+    scope = body.scope.load(std::memory_order_acquire);
+    if (scope == nullptr) {
+        symbol_visibility_t const visibility = body.isGlobal ? symbol_visibility_Global : symbol_visibility_Local;
+        MergeSide const symbol{body.name, body.address, body.address, false, visibility, symbol_kind_Function};
+        SymMgrObjectPtr<Scope> const made(scope = makeDwarfScope(*m_unit, body.dieOffset, symbol, parent));
+        for (std::size_t i = 0; i < body.ranges.size(); ++i) {
+            scope->addRange(body.ranges[i].start, body.ranges[i].end);
+        }
+        scope->useIndex(*this, id);
+        m_scopes.push_back(made);
+        body.scope.store(scope, std::memory_order_release);
+    }
+    return scope;
+}
+
+} // namespace ORV_3_30
