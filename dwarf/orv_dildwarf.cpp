@@ -240,6 +240,7 @@ Scope* DWARFDebugInfoLoader::InlineMaker::makeScope(RangeRecord const& record, S
 }
 
 OriginFacts DWARFDebugInfoLoader::originFacts(DWARFCompilationUnit& asking, std::uint64_t offset) {
+    std::lock_guard<std::mutex> const guard(m_originLock);
     auto const [entry, isNew] = m_originFacts.try_emplace(offset);
     if (!isNew) {
         return entry->second;

@@ -80,7 +80,7 @@ public:
     void skipChildren(DwarfWalker& walker, DWARFCompilationUnit const& unit, std::uint64_t sibling) const;
 
     /// Of the entry at an offset in .debug_info, asked for from a unit. Nothing for an entry that can't be read. Kept: the
-    /// same functions are inlined again and again. Under the load lock.
+    /// same functions are inlined again and again.
     OriginFacts originFacts(DWARFCompilationUnit& asking, std::uint64_t offset);
 
     /// A name without its last character, as long as the loader lives; the name itself where too many
@@ -123,9 +123,12 @@ private:
     static DwarfWalker walkerOf(HeldSection const& section, unsigned int addrSize) {
         return {section.bytes, section.size, addrSize};
     }
-    static bool spend(std::uint64_t& budget, std::uint64_t amount) {
-        bool const isEnough = amount <= budget;
-        budget -= isEnough ? amount : budget;
+    /// Threads may spend at the same time, and lose count of a little.
+    using Budget = std::atomic<std::uint64_t>;
+    static bool spend(Budget& budget, std::uint64_t amount) {
+        std::uint64_t const left = budget.load(std::memory_order_relaxed);
+        bool const isEnough = amount <= left;
+        budget.store(isEnough ? left - amount : 0, std::memory_order_relaxed);
         return isEnough;
     }
 
@@ -151,17 +154,18 @@ private:
     HeldSection m_debugRanges;
     HeldSection m_debugLoc;
     bool m_hasReadLocations = false;
-    std::uint64_t m_lineBytes = 0;   ///< What may still be read.
-    std::uint64_t m_rangePairs = 0;  ///< The same.
-    std::uint64_t m_textBytes = 0;   ///< The same.
-    std::uint64_t m_searchBytes = 0; ///< The same.
-    std::uint64_t m_members = 0;     ///< The same.
+    Budget m_lineBytes{0};   ///< What may still be read.
+    Budget m_rangePairs{0};  ///< The same.
+    Budget m_textBytes{0};   ///< The same.
+    Budget m_searchBytes{0}; ///< The same.
+    Budget m_members{0};     ///< The same.
     AbbrevTables m_abbrevTables;
     Units m_units;                       ///< By offset.
     std::atomic<bool> m_hasUnits{false}; ///< They have been read in full.
     SymMgrObjectPtr<DWARFLineResolver> m_lineResolver;
     InlineMaker m_inlineMaker{*this};
     ShortNames m_shortNames;
+    std::mutex m_originLock; ///< Of the facts.
     std::unordered_map<std::uint64_t, OriginFacts> m_originFacts;
     OrvLock m_inlineCountLock;
     OrvLock m_stackLock; ///< Of the answers. Taken ahead of the load lock.

@@ -12,6 +12,9 @@
 #include "symbols/orv_symbolrange.h"
 #include "symbols/orv_symboltable.h"
 
+#include <array>
+#include <mutex>
+
 namespace ORV_3_30 {
 namespace {
 
@@ -194,7 +197,9 @@ InlineIndex* DWARFScope::inlineIndex() {
     if (index != nullptr || m_hasNoIndex.load(std::memory_order_acquire)) {
         return index;
     }
-    LockGuard guard(rootLoadLock());
+    // No load: threads that ask for different functions read at the same time.
+    static auto& locks = *new std::array<std::mutex, 64>; // never destroyed, as a client may go on until the very end
+    std::lock_guard<std::mutex> const guard(locks[reinterpret_cast<std::uintptr_t>(this) / sizeof(*this) % locks.size()]);
     index = m_index.load(std::memory_order_acquire);
     if (index == nullptr && !m_hasNoIndex) {
         m_unit.loader()->refillBudgets();

@@ -79,22 +79,26 @@ private:
     bool m_isAtEnd = false;
 };
 
-/// A function and a place in it: of the innermost one the line at the address, of those around it the line of
-/// the call of the one before.
-struct Frame {
-    char const* function = nullptr; ///< Null where it is not known.
-    char const* file = nullptr;     ///< Null where it is not known.
+/// A place in a source file.
+struct Place {
+    char const* file = nullptr; ///< Null where it is not known.
     unsigned int line = 0;
     unsigned int column = 0;
     unsigned long long discriminator = 0;
 
-    void takePlace(ISourceLocation& place) {
-        ISourceFile* const source = place.sourceFile();
+    void take(ISourceLocation& location) {
+        ISourceFile* const source = location.sourceFile();
         file = source != nullptr ? source->path() : nullptr;
-        line = place.line();
-        column = place.column();
-        discriminator = place.discriminator();
+        line = location.line();
+        column = location.column();
+        discriminator = location.discriminator();
     }
+};
+
+/// A function that calls the one before, which is inlined into it, and the place of the call.
+struct Frame {
+    char const* function = nullptr;
+    Place place;
 };
 
 /// One question, and what is known of it.
@@ -104,10 +108,25 @@ struct Query {
     bool isAddress = false;
     bool isLabel = false;          ///< The function has no size.
     unsigned long long offset = 0; ///< In the innermost function's range; told in JSON only.
-    Frame innermost;
+    char const* function = nullptr; ///< The innermost one; null where it is not known.
+    Place place;
     std::vector<Frame> const* callers = nullptr; ///< Where the frames around it stand, from the inside out.
     std::size_t callersBegin = 0;
     std::size_t callersEnd = 0;
+
+    /// From a query for the same address: what is known of the function, or of the place.
+    void takeAnswer(Query const& other, bool wantsFunction) {
+        if (!wantsFunction) {
+            place = other.place;
+            return;
+        }
+        function = other.function;
+        isLabel = other.isLabel;
+        offset = other.offset;
+        callers = other.callers;
+        callersBegin = other.callersBegin;
+        callersEnd = other.callersEnd;
+    }
 };
 
 /// The queries by address: neighbours in a module are found at less cost one after the other, and equals once.
@@ -148,32 +167,37 @@ public:
     Finder(SymbolizeOptions const& options, bool wantsOffsets, Module& module)
         : m_options(options), m_wantsOffsets(wantsOffsets), m_module(module) {}
 
-    void find(Query& query) {
-        SymMgrObjectPtr<IAddress> where;
-        if (m_module.bank().addressByValue(query.value, where) != status_Ok) {
-            return;
-        }
-        findFunction(query, where);
-        findLine(query, *where);
-    }
+    enum class Order { FunctionsFirst, LinesFirst };
 
-    /// Queries in the order of their addresses: equal ones are answered once.
-    void findAll(Query* const* begin, Query* const* end) {
-        Query const* last = nullptr;
-        for (Query* const* at = begin; at != end; ++at) {
-            Query& query = **at;
-            if (query.isAddress && last != nullptr && last->value == query.value) {
-                std::string_view const word = query.word;
-                query = *last;
-                query.word = word;
-            } else if (query.isAddress) {
-                find(query);
-                last = &query;
+    /// Queries in the order of their addresses: equal ones are answered once. Threads that begin at different ends do
+    /// not wait for the same load.
+    void findAll(Query* const* begin, Query* const* end, Order order) {
+        for (bool const wantsFunctions : {order == Order::FunctionsFirst, order != Order::FunctionsFirst}) {
+            Query const* last = nullptr;
+            for (Query* const* at = begin; at != end; ++at) {
+                if ((*at)->isAddress) {
+                    find(**at, last, wantsFunctions);
+                    last = *at;
+                }
             }
         }
     }
 
+    void find(Query& query) {
+        Query* const one = &query;
+        findAll(&one, &one + 1, Order::FunctionsFirst);
+    }
+
 private:
+    void find(Query& query, Query const* last, bool wantsFunction) {
+        SymMgrObjectPtr<IAddress> where;
+        if (last != nullptr && last->value == query.value) {
+            query.takeAnswer(*last, wantsFunction);
+        } else if (m_module.bank().addressByValue(query.value, where) == status_Ok) {
+            wantsFunction ? findFunction(query, where) : findLine(query, *where);
+        }
+    }
+
     char const* nameOf(ISymbol& symbol) const { return m_options.demangle ? symbol.demangledName(0) : symbol.name(); }
 
     void findFunction(Query& query, SymMgrObjectPtr<IAddress> where) {
@@ -187,7 +211,7 @@ private:
         } else {
             m_ranges.assign(1, range);
         }
-        query.innermost.function = nameOf(*m_ranges.back()->symbol());
+        query.function = nameOf(*m_ranges.back()->symbol());
         if (m_options.inlines) {
             noteCallers(query);
         }
@@ -202,10 +226,10 @@ private:
         for (std::size_t i = m_ranges.size() - 1; i > 0; --i) {
             auto const [call, isNew] = m_calls.try_emplace(m_ranges[i]->inlineInstance());
             if (isNew) {
-                SymMgrObjectPtr<ISourceLocation> place;
-                call->first->callSite(place);
-                if (place) {
-                    call->second.takePlace(*place);
+                SymMgrObjectPtr<ISourceLocation> location;
+                call->first->callSite(location);
+                if (location) {
+                    call->second.place.take(*location);
                 }
                 call->second.function = nameOf(*m_ranges[i - 1]->symbol());
             }
@@ -217,7 +241,7 @@ private:
     void findLine(Query& query, IAddress& where) {
         SymMgrObjectPtr<ISourceLocation> location;
         if (m_module.bank().sourceLocationByAddress(&where, location, ~0ULL, nullptr) == status_Ok) {
-            query.innermost.takePlace(*location);
+            query.place.take(*location);
         }
     }
 
@@ -294,15 +318,13 @@ private:
         }
         Query** const queries = m_grouped.data();
         std::size_t const share = m_grouped.size() / count;
-        // The first one loads what all need.
-        std::size_t const first = std::min<std::size_t>(m_grouped.size(), 1);
-        m_finders[0]->findAll(queries, queries + first);
         std::vector<std::thread> threads;
         for (std::size_t i = 1; i < count; ++i) {
             std::size_t const end = i + 1 == count ? m_grouped.size() : (i + 1) * share;
-            threads.emplace_back([=] { m_finders[i]->findAll(queries + i * share, queries + end); });
+            threads.emplace_back(
+                [=] { m_finders[i]->findAll(queries + i * share, queries + end, Finder::Order::LinesFirst); });
         }
-        m_finders[0]->findAll(queries + first, queries + (count == 1 ? m_grouped.size() : share));
+        m_finders[0]->findAll(queries, queries + (count == 1 ? m_grouped.size() : share), Finder::Order::FunctionsFirst);
         for (std::thread& thread : threads) {
             thread.join();
         }
@@ -325,7 +347,7 @@ private:
     void findAgain() {
         auto const isOpen = [](Query const& query) {
             return query.isAddress &&
-                   (query.innermost.function == nullptr || query.innermost.file == nullptr || query.isLabel);
+                   (query.function == nullptr || query.place.file == nullptr || query.isLabel);
         };
         if (!m_isAnnounced || std::none_of(m_queries.begin(), m_queries.end(), isOpen)) {
             return;
@@ -334,7 +356,8 @@ private:
         m_finders.push_back(std::make_unique<Finder>(m_options, m_json, *m_module));
         for (Query& query : m_queries) {
             if (isOpen(query)) {
-                query.innermost = Frame();
+                query.function = nullptr;
+                query.place = Place();
                 query.callersBegin = query.callersEnd = 0;
                 m_finders.back()->find(query);
             }
@@ -343,24 +366,24 @@ private:
 
     /// In the words of addr2line: "??:0" where nothing is known, "??:?" for a function without a line, and
     /// "?" for line 0, which compilers give to code that belongs to no line.
-    void printPlace(Frame const& frame) const {
-        if (frame.file == nullptr) {
-            fputs_unlocked(frame.function != nullptr ? "??:?\n" : "??:0\n", stdout);
+    void printPlace(Place const& place, char const* function) const {
+        if (place.file == nullptr) {
+            fputs_unlocked(function != nullptr ? "??:?\n" : "??:0\n", stdout);
             return;
         }
-        char const* file = frame.file;
+        char const* file = place.file;
         if (m_options.baseNames) {
             char const* const slash = std::strrchr(file, '/');
             file = slash != nullptr ? slash + 1 : file;
         }
         fputs_unlocked(file, stdout);
-        if (frame.line == 0) {
+        if (place.line == 0) {
             fputs_unlocked(":?\n", stdout);
             return;
         }
-        printNumber(':', frame.line);
-        if (frame.discriminator != 0) {
-            std::printf(" (discriminator %llu)", frame.discriminator);
+        printNumber(':', place.line);
+        if (place.discriminator != 0) {
+            std::printf(" (discriminator %llu)", place.discriminator);
         }
         putc_unlocked('\n', stdout);
     }
@@ -381,45 +404,45 @@ private:
         if (m_options.addresses) {
             std::printf(m_is32Bit ? "0x%08llx%s" : "0x%016llx%s", query.value, m_options.pretty ? ": " : "\n");
         }
-        print(query.innermost);
+        print(query.function, query.place);
         for (std::size_t i = query.callersBegin; i < query.callersEnd; ++i) {
             if (m_options.pretty) {
                 fputs_unlocked(" (inlined by) ", stdout);
             }
-            print((*query.callers)[i]);
+            print((*query.callers)[i].function, (*query.callers)[i].place);
         }
     }
 
-    void print(Frame const& frame) const {
+    void print(char const* function, Place const& place) const {
         if (m_options.functions) {
-            bool const isKnown = frame.function != nullptr || frame.file != nullptr;
-            fputs_unlocked(frame.function != nullptr ? frame.function : "??", stdout);
+            bool const isKnown = function != nullptr || place.file != nullptr;
+            fputs_unlocked(function != nullptr ? function : "??", stdout);
             fputs_unlocked(!m_options.pretty ? "\n" : isKnown ? " at " : " ", stdout);
         }
-        printPlace(frame);
+        printPlace(place, function);
     }
 
-    static void addPlace(Json& object, Frame const& frame) {
-        bool const hasLine = frame.file != nullptr;
-        object["file"] = hasLine ? Json(frame.file) : Json();
-        object["line"] = hasLine ? Json(frame.line) : Json();
-        object["column"] = hasLine ? Json(frame.column) : Json();
-        object["discriminator"] = hasLine ? Json(frame.discriminator) : Json();
+    static void addPlace(Json& object, Place const& place) {
+        bool const hasLine = place.file != nullptr;
+        object["file"] = hasLine ? Json(place.file) : Json();
+        object["line"] = hasLine ? Json(place.line) : Json();
+        object["column"] = hasLine ? Json(place.column) : Json();
+        object["discriminator"] = hasLine ? Json(place.discriminator) : Json();
     }
 
     void printAsJson(Query const& query) const {
-        bool const isFound = query.innermost.function != nullptr;
+        bool const isFound = query.function != nullptr;
         Json object;
         object["address"] = query.isAddress ? Json(hex(query.value)) : Json(std::string(query.word));
-        object["function"] = isFound ? Json(query.innermost.function) : Json();
+        object["function"] = isFound ? Json(query.function) : Json();
         object["offset"] = isFound ? Json(hex(query.offset)) : Json();
-        addPlace(object, query.innermost);
+        addPlace(object, query.place);
         if (m_options.inlines) {
             object["callers"] = Json::array();
             for (std::size_t i = query.callersBegin; i < query.callersEnd; ++i) {
                 Json caller;
                 caller["function"] = (*query.callers)[i].function;
-                addPlace(caller, (*query.callers)[i]);
+                addPlace(caller, (*query.callers)[i].place);
                 object["callers"].push_back(caller);
             }
         }
