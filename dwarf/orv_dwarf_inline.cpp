@@ -4,27 +4,34 @@
 
 namespace ORV_3_30 {
 
-DWARFInlineInstance::DWARFInlineInstance(DWARFCompilationUnit& unit, std::uint64_t dieOffset, Scope* scope,
-                                         ILock* countLock)
-    : InlineInstance(scope, countLock), m_hasCall(DeclLocation::readCall(unit, dieOffset, m_call)) {}
+bool DWARFInlineInstance::readCall(DeclLocation& out) const {
+    auto const& body = static_cast<DWARFScope const&>(*scope());
+    return DeclLocation::readCall(body.unit(), body.dieOffset(), out);
+}
+
+bool DWARFInlineInstance::hasCallSite() {
+    DeclLocation call{};
+    return readCall(call);
+}
 
 void DWARFInlineInstance::callSite(SymMgrObjectPtr<ISourceLocation>& out) {
     out = nullptr;
-    if (!m_hasCall) {
+    DeclLocation call{};
+    if (!readCall(call)) {
         return;
     }
     int id = m_fileId.load(std::memory_order_relaxed);
     if (id == k_notLookedUp) {
-        id = m_call.sourceFileId();
+        id = call.sourceFileId();
         m_fileId.store(id, std::memory_order_relaxed);
     }
     if (id >= 0) {
-        out = m_call.locationIn(id, m_call.unit->id());
+        out = call.locationIn(id, call.unit->id());
     }
 }
 
 DWARFInlineInstanceScope::DWARFInlineInstanceScope(DWARFCompilationUnit& unit, std::uint64_t dieOffset, Scope* parent)
     : DWARFScope(unit, dieOffset, parent),
-      m_inlineInstance(new DWARFInlineInstance(unit, dieOffset, this, unit.loader()->inlineCountLock())) {}
+      m_inlineInstance(new DWARFInlineInstance(this, unit.loader()->inlineCountLock())) {}
 
 } // namespace ORV_3_30

@@ -12,21 +12,20 @@
 
 namespace ORV_3_30 {
 
-/// What the entry tells of the call is read when the instance is made. The file is looked up at the first
-/// question, and kept in an atomic: threads share instances, and find the same.
+/// The entry of the call is read when somebody asks. The file is looked up at the first question, and kept in an atomic:
+/// threads share instances, and find the same.
 class DWARFInlineInstance final : public InlineInstance {
 public:
-    DWARFInlineInstance(DWARFCompilationUnit& unit, std::uint64_t dieOffset, Scope* scope, ILock* countLock);
+    DWARFInlineInstance(DWARFScope* scope, ILock* countLock) : InlineInstance(scope, countLock) {}
 
     /// Null without a call site, and where the number of its file is none of the unit's.
     void callSite(SymMgrObjectPtr<ISourceLocation>& out) override;
     /// True if the entry tells file and line, whether or not the file is known.
-    bool hasCallSite() override { return m_hasCall; }
+    bool hasCallSite() override;
 
 private:
     static constexpr int k_notLookedUp = -2;
-    DeclLocation m_call{};
-    bool m_hasCall;
+    bool readCall(DeclLocation& out) const;
     std::atomic<int> m_fileId{k_notLookedUp};
 };
 

@@ -60,6 +60,12 @@ private:
         switch (entry.tag) {
         case DW_TAG_inlined_subroutine: return addBody(entry, offset);
         case DW_TAG_variable:
+            if (!entry.mayBeStatic) {
+                if (!m_loader.skipEntry(m_walker, m_unit, entry, sibling)) {
+                    return false;
+                }
+                break;
+            }
             if (!m_attributes.read(m_walker, m_unit.forms(), m_unit.abbrevs(), entry)) {
                 return false;
             }

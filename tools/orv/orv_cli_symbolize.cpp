@@ -9,7 +9,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <memory>
+#include <mutex>
 #include <numeric>
 #include <string_view>
 #include <thread>
@@ -318,15 +320,27 @@ private:
         }
         Query** const queries = m_grouped.data();
         std::size_t const share = m_grouped.size() / count;
+        std::exception_ptr failure; // of any thread: the last one stays
+        std::mutex failureLock;
+        auto const answerShare = [&](std::size_t i, Finder::Order order) {
+            std::size_t const end = i + 1 == count ? m_grouped.size() : (i + 1) * share;
+            try {
+                m_finders[i]->findAll(queries + i * share, queries + end, order);
+            } catch (...) {
+                std::lock_guard<std::mutex> const guard(failureLock);
+                failure = std::current_exception();
+            }
+        };
         std::vector<std::thread> threads;
         for (std::size_t i = 1; i < count; ++i) {
-            std::size_t const end = i + 1 == count ? m_grouped.size() : (i + 1) * share;
-            threads.emplace_back(
-                [=] { m_finders[i]->findAll(queries + i * share, queries + end, Finder::Order::LinesFirst); });
+            threads.emplace_back(answerShare, i, Finder::Order::LinesFirst);
         }
-        m_finders[0]->findAll(queries, queries + (count == 1 ? m_grouped.size() : share), Finder::Order::FunctionsFirst);
+        answerShare(0, Finder::Order::FunctionsFirst);
         for (std::thread& thread : threads) {
             thread.join();
+        }
+        if (failure) {
+            std::rethrow_exception(failure);
         }
         findAgain();
     }
