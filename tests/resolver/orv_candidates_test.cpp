@@ -1,0 +1,274 @@
+/// The candidates for a module's debug information: what they find, what they accept, and who decides.
+
+#include "support/orv_assembler.h"
+
+#include "resolver/orv_debug_sections.h"
+
+using namespace orv_test;
+
+namespace {
+
+using Candidates = SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>>;
+
+/// A program with a function, and with what else the text says.
+std::string programText(std::string const& more) {
+    return ".text\n.globl code\n.type code, @function\ncode: .fill 0x20, 1, 0x90\n.size code, .-code\n" + more;
+}
+
+// The linker drops links, and notes that are broken: both get their names in the end.
+
+std::string buildIdNote(std::string const& id, unsigned int size, unsigned int nameSize = 4, unsigned int type = 3,
+                        std::string const& name = "GNU") {
+    return ".section .id,\"a\",@progbits\n.4byte " + std::to_string(nameSize) + ", " + std::to_string(size) +
+           ", " + std::to_string(type) + "\n.asciz \"" + name + "\"\n.byte " + id + "\n";
+}
+
+std::string debugLink(std::string const& name, std::string const& crc) {
+    return ".section .link,\"\",@progbits\n.asciz \"" + name + "\"\n.balign 4\n.4byte " + crc + "\n";
+}
+
+/// A module under a name of its own in a folder of its own.
+class Placed {
+public:
+    Placed(std::string const& text, std::string const& name) : m_path(m_dir.path() + "/" + name) {
+        std::filesystem::copy(Assembled(text).path(), m_path);
+        if (std::system(("objcopy --rename-section .link=.gnu_debuglink --rename-section .id=.note.gnu.build-id " +
+                         m_path).c_str()) != 0) {
+            throw std::runtime_error("objcopy has failed");
+        }
+    }
+    std::string const& path() const { return m_path; }
+    TempDir const& dir() const { return m_dir; }
+
+private:
+    TempDir m_dir;
+    std::string m_path;
+};
+
+std::string crcText(std::string const& path) { return std::to_string(fileCrc(path.c_str())); }
+
+/// "name validity" of each candidate.
+std::string listOf(IFileFormatLoader& loader) {
+    Candidates list;
+    loader.symbolFiles(list);
+    std::string text;
+    for (auto candidate = list->current(); candidate; candidate = list->current()) {
+        text += (text.empty() ? "" : ", ") + std::string(candidate->symbolFileName()) + " " +
+                std::to_string(candidate->validity());
+        list->next();
+    }
+    return text;
+}
+
+std::string listOf(std::string const& path) { return listOf(*loaderOf(path)); }
+
+SymMgrObjectPtr<ISymbolFileToResolve> candidateAt(IFileFormatLoader& loader, int index) {
+    Candidates list;
+    loader.symbolFiles(list);
+    for (; index > 0; --index) {
+        list->next();
+    }
+    return list->current();
+}
+
+constexpr char const* k_debugInfo = ".section .debug_info,\"\",@progbits\n.byte 0\n";
+
+} // namespace
+
+TEST(Candidates, BuildIdNotes) {
+    struct Row {
+        char const* name;
+        std::string note;
+        std::string id; ///< Empty: no candidate.
+    };
+    for (Row const& row : {
+             Row{"three bytes and one of padding", buildIdNote("0xAB, 0xcd, 0x01, 0xEE", 3), "ab/cd01ee"},
+             Row{"the first of two notes",
+                 buildIdNote("1, 2, 3, 4", 4) + ".4byte 4, 4, 3\n.asciz \"GNU\"\n.byte 9, 9, 9, 9\n", "01/020304"},
+             Row{"another type", buildIdNote("1, 2, 3, 4", 4, 4, 1), ""},
+             Row{"another owner", buildIdNote("1, 2, 3, 4", 4, 4, 3, "GNV"), ""},
+             Row{"a long name", buildIdNote("1, 2, 3, 4, 5, 6, 7, 8", 4, 8), ""},
+             Row{"no id", buildIdNote("1, 2, 3, 4", 0), ""},
+             Row{"an id that is not there", buildIdNote("1, 2, 3, 4", 5), ""},
+             Row{"sizes near 2^32", buildIdNote("1, 2, 3, 4", 0xFFFFFFFD, 0xFFFFFFFE), ""},
+             Row{"too short", ".section .id,\"a\",@progbits\n.4byte 4, 4\n.byte 3, 0, 0\n", ""},
+         }) {
+        Placed const module(programText(row.note), "module");
+        std::string const wanted = row.id.empty() ? "" : ".build-id/" + row.id + ".debug 4";
+        EXPECT_EQ(listOf(module.path()), wanted) << row.name;
+    }
+}
+
+TEST(Candidates, DebugLinkNames) {
+    // What the section names, where a file of that name stands, and what the candidate makes of it.
+    TempDir const away;
+    Placed const companion(programText(k_debugInfo), "companion");
+    std::string const good = crcText(companion.path());
+    std::string const absolute = away.file("absolute", "x");
+    struct Row {
+        char const* name;
+        std::string section;
+        std::string beside; ///< Copied there: "+" the companion, "-" another file.
+        std::string inFolder;
+        std::string wanted; ///< "@" stands for the module's folder.
+    };
+    for (Row const& row : {
+             Row{"beside", debugLink("c.debug", good), "+", "", "@/c.debug 1"},
+             Row{"in the folder", debugLink("c.debug", good), "", "+", "@/.debug/c.debug 1"},
+             Row{"a wrong one beside", debugLink("c.debug", good), "-", "+", "@/.debug/c.debug 1"},
+             Row{"wrong ones", debugLink("c.debug", good), "-", "-", "c.debug 3"},
+             Row{"none", debugLink("c.debug", good), "", "", "c.debug 4"},
+             Row{"an absolute path", debugLink(absolute, "0"), "", "", absolute + " 4"},
+             Row{"a folder", debugLink(".", "0"), "", "", ". 4"},
+             Row{"out of the folder", debugLink("../c", "0"), "", "", "../c 4"},
+             Row{"an empty name", debugLink("", "0"), "", "", ""},
+             Row{"a device", debugLink("../../../../../../dev/zero", "1"), "", "", "../../../../../../dev/zero 3"},
+             Row{"no end", ".section .link,\"\",@progbits\n.ascii \"c.debug\"\n", "+", "", ""},
+             Row{"no CRC", ".section .link,\"\",@progbits\n.asciz \"c.debug\"\n.byte 1, 2\n", "+", "", ""},
+         }) {
+        Placed const module(programText(row.section), "module");
+        std::string const folder = module.dir().path();
+        auto const place = [&](std::string const& which, std::string const& path) {
+            if (which == "+") {
+                std::filesystem::copy(companion.path(), path);
+            } else if (which == "-") {
+                std::ofstream(path) << "another";
+            }
+        };
+        std::filesystem::create_directory(folder + "/.debug");
+        place(row.beside, folder + "/c.debug");
+        place(row.inFolder, folder + "/.debug/c.debug");
+        std::string wanted = row.wanted;
+        if (wanted[0] == '@') {
+            wanted = folder + wanted.substr(1);
+        }
+        EXPECT_EQ(listOf(module.path()), wanted) << row.name;
+    }
+}
+
+TEST(Candidates, StandForTheModuleItself) {
+    Placed const module(programText(k_debugInfo), "module");
+    EXPECT_EQ(listOf(module.path()), module.path() + " 1, " + module.path() + " 1");
+    // With a link that leads nowhere the module is still reached.
+    Placed const linked(programText(k_debugInfo + debugLink("c.debug", "1")), "module");
+    EXPECT_EQ(listOf(linked.path()), "c.debug 4, " + linked.path() + " 1");
+    auto const loader = loaderOf(linked.path());
+    EXPECT_EQ(candidateAt(*loader, 1)->validateSymbolFile(module.path().c_str()), -1);
+    EXPECT_EQ(candidateAt(*loader, 1)->validateSymbolFile((linked.dir().path() + "/./module").c_str()), 1);
+    EXPECT_EQ(candidateAt(*loader, 0)->candidateClassFlag(), 1U);
+    EXPECT_EQ(candidateAt(*loader, 1)->candidateClassFlag(), 0U);
+}
+
+TEST(Candidates, AcceptOnlyTheirOwn) {
+    std::string const note = buildIdNote("1, 2, 3, 4", 4);
+    Placed const companion(programText(note + k_debugInfo), "companion");
+    Placed const other(programText(buildIdNote("1, 2, 3, 5", 4)), "other");
+    Placed const module(programText(note + debugLink("c.debug", crcText(companion.path()))), "module");
+    std::string const noElf = module.dir().file("text", "no ELF file");
+    std::string const folder = module.dir().path();
+    auto const loader = loaderOf(module.path());
+    for (int index : {0, 1}) {
+        auto const candidate = candidateAt(*loader, index);
+        std::string const before = candidate->symbolFileName();
+        for (std::string const& path : {other.path(), noElf, folder, folder + "/none", std::string()}) {
+            EXPECT_EQ(candidate->validateSymbolFile(path.c_str()), -1) << path;
+        }
+        EXPECT_EQ(candidate->validateSymbolFile(nullptr), -1);
+        EXPECT_EQ(candidate->symbolFileName(), before); // a refusal changes nothing
+        EXPECT_EQ(candidate->validateSymbolFile(companion.path().c_str()), index);
+        EXPECT_EQ(candidate->symbolFileName(), companion.path());
+        EXPECT_EQ(candidate->validity(), symbolFileValid);
+    }
+    // The file that a candidate holds is not read again.
+    std::ofstream(companion.path()) << "changed";
+    EXPECT_EQ(candidateAt(*loader, 0)->validateSymbolFile(companion.path().c_str()), 0);
+    EXPECT_EQ(candidateAt(*loader, 1)->validateSymbolFile(companion.path().c_str()), 1);
+}
+
+TEST(Candidates, LogTheCheckOfABuildId) {
+    std::string const note = buildIdNote("1, 2, 3, 4", 4);
+    Placed const module(programText(note), "module");
+    std::string const noElf = module.dir().file("text", "no ELF file");
+    auto const candidate = candidateAt(*loaderOf(module.path()), 0);
+    LogCapture const log;
+    candidate->validateSymbolFile(noElf.c_str());
+    candidate->validateSymbolFile(module.path().c_str());
+    EXPECT_EQ(log.count("validating Build ID for symbol file candidate: "), 2U);
+    EXPECT_EQ(log.count("cannot create ffHelper for " + noElf), 1U);
+    EXPECT_EQ(log.count("validation passed for symbol file: " + module.path()), 1U);
+}
+
+namespace {
+
+/// Gives an index of its own, whatever there is.
+class FixedChoice final : public ISymbolFileResolver {
+public:
+    explicit FixedChoice(long long index) : m_index(index) {}
+    long long resolveSymbolFile(Candidates& /*candidates*/) override { return m_index; }
+
+private:
+    long long m_index;
+};
+
+std::string symbolFileOf(std::string const& path, ISymbolFileResolver& resolver) {
+    SymMgrObjectPtr<ISymbolManager> manager;
+    ISymbolManager::create(manager);
+    SymMgrObjectPtr<IModuleSymbolBank> bank;
+    status_t const status =
+        manager->loadSymbolsFromModuleEx(path.c_str(), &resolver, bank, arch_Unknown, load_flags_NewLoader, "");
+    return status == status_Ok ? std::to_string(bank->symFileFormat()) + " " + bank->symFileName() : "not loaded";
+}
+
+} // namespace
+
+TEST(Resolvers, AnIndexBesideTheListIsNone) {
+    Placed const module(programText(k_debugInfo), "module");
+    for (long long const index : {-1LL, -2LL, 2LL, 1LL << 40}) {
+        FixedChoice choice(index);
+        EXPECT_EQ(symbolFileOf(module.path(), choice), "0 " + module.path()) << index;
+    }
+}
+
+TEST(Resolvers, DebugRoots) {
+    std::string const note = buildIdNote("0xAB, 2, 3, 4", 4);
+    Placed const companion(programText(note + k_debugInfo), "companion");
+    Placed const wrong(programText(buildIdNote("9, 2, 3, 4", 4)), "wrong");
+    Placed const module(programText(note + debugLink("c.debug", crcText(companion.path()))), "module");
+    TempDir const first;
+    TempDir const second;
+    DebugRootsResolver roots({first.path(), second.path()});
+    EXPECT_EQ(symbolFileOf(module.path(), roots), "0 " + module.path());
+    auto const place = [](std::string const& file, std::string const& path) {
+        std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+        std::filesystem::copy(file, path);
+    };
+    std::string const byLink = first.path() + module.dir().path() + "/c.debug";
+    place(companion.path(), byLink);
+    EXPECT_EQ(symbolFileOf(module.path(), roots), "1 " + byLink);
+    // A build id in any root goes ahead; a file of another build is passed over.
+    place(wrong.path(), first.path() + "/.build-id/ab/020304.debug");
+    std::string const byId = second.path() + "/.build-id/ab/020304.debug";
+    place(companion.path(), byId);
+    EXPECT_EQ(symbolFileOf(module.path(), roots), "1 " + byId);
+}
+
+TEST(Resolvers, FallBackToTheDefaultOrder) {
+    Placed const module(programText(k_debugInfo), "module");
+    TempDir const empty;
+    DebugRootsResolver roots({empty.path()});
+    EXPECT_EQ(symbolFileOf(module.path(), roots), "1 " + module.path());
+    EXPECT_EQ(wantedBuildId(*candidateAt(*loaderOf(module.path()), 0)), "");
+}
+
+TEST(Resolvers, ACompanionWithoutDwarfGivesItsSymbols) {
+    // The module is stripped and 0x10000 above the companion, which has nothing but symbols.
+    Placed const companion(".globl hidden\n.type hidden, @function\nhidden: .fill 16, 1, 0x90\n.size hidden, 16\n", "c");
+    Placed const module(programText(debugLink("c.debug", crcText(companion.path()))), "module");
+    ASSERT_EQ(std::system(("objcopy -S --change-addresses 0x10000 " + module.path() + " 2>/dev/null").c_str()), 0);
+    std::filesystem::copy(companion.path(), module.dir().path() + "/c.debug");
+    SymMgrObjectPtr<IModuleSymbolBank> bank;
+    ASSERT_EQ(loadBank(module.path(), bank), status_Ok);
+    EXPECT_EQ(bank->symFileName(), module.dir().path() + "/c.debug");
+    EXPECT_EQ(bank->symFileFormat(), 0U);
+    EXPECT_EQ(symbolAt(*bank, 0x11004), "hidden@11000+16");
+}
