@@ -282,9 +282,7 @@ DWARFScope* InlineIndex::scopeOf(BodyId id, Scope* parent) {
         symbol_visibility_t const visibility = body.isGlobal ? symbol_visibility_Global : symbol_visibility_Local;
         MergeSide const symbol{body.name, body.address, body.address, false, visibility, symbol_kind_Function};
         SymMgrObjectPtr<Scope> const made(scope = makeDwarfScope(*m_unit, body.dieOffset, symbol, parent));
-        for (std::size_t i = 0; i < body.ranges.size(); ++i) {
-            scope->addRange(body.ranges[i].start, body.ranges[i].end);
-        }
+        scope->setRanges(body.ranges);
         scope->useIndex(*this, id);
         m_scopes.push_back(made);
         body.scope.store(scope, std::memory_order_release);

@@ -74,6 +74,8 @@ public:
 
     /// Before the scope goes into a table.
     void addRange(unsigned long long start, unsigned long long end) { m_ranges.add(start, end); }
+    /// The same for a list that was put together before: what it comes to depends on the order of its ranges.
+    void setRanges(RangeList const& ranges) { m_ranges = ranges; }
     bool removeRange(unsigned long long start);
     bool hasSeveralRanges() const { return ownRanges().size() > 1; }
     /// True if a range holds an address, or stands there without a size.

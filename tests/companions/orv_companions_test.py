@@ -1,0 +1,213 @@
+"""Stripped modules and their companions: whatever way a companion is found, the answers are those of the module as it
+was built; debuginfod servers of every temper."""
+
+import http.server
+import json
+import os
+import pathlib
+import shutil
+import socket
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+import urllib.request
+
+ORV = os.environ["ORV"]
+FIXTURES = pathlib.Path(__file__).resolve().parent.parent / "fixtures"
+EMPTY = ["--debug-root", "/no/such/folder"]
+failures = []
+
+
+def expect(what, got, wanted):
+    if got != wanted:
+        failures.append(f"{what}: got {got!r}, wanted {wanted!r}")
+
+
+def run(*command, env=None):
+    return subprocess.run([str(word) for word in command], capture_output=True, text=True,
+                          env={**os.environ, **env} if env else None)
+
+
+def must(*command):
+    subprocess.run([str(word) for word in command], check=True, capture_output=True)
+
+
+def build(folder, name, *flags):
+    must("gcc", "-O2", "-Wl,--build-id", *flags, "-shared", "-fPIC", f"-I{FIXTURES}", "-o", folder / name,
+         FIXTURES / "shapes.c", FIXTURES / "shapes_main.c")
+    return folder / name
+
+
+def answers(module, *flags, shift=0, env=None):
+    """Chains at every function of the module as it was built."""
+    return run(ORV, "symbolize", "-fi", *(flags or EMPTY), "-e", module, *(f"{a + shift:x}" for a in answers.addresses),
+               env=env)
+
+
+def split(built, folder, name="m"):
+    """The stripped module and its companion, in a folder of their own."""
+    folder.mkdir()
+    companion, module = folder / f"{name}.debug", folder / name
+    must("objcopy", "--only-keep-debug", built, companion)
+    must("objcopy", "--strip-all", f"--add-gnu-debuglink={companion}", built, module)
+    return module, companion
+
+
+def check_places(built, whole, folder):
+    """Beside the module, in .debug, under roots, by name, as a file of its own: all say what the whole module says."""
+    module, companion = split(built, folder / "beside")
+    expect("beside", answers(module).stdout, whole)
+    hidden = module.parent / ".debug" / companion.name
+    hidden.parent.mkdir()
+    shutil.move(companion, hidden)
+    expect("in .debug", answers(module).stdout, whole)
+    companion.write_text("of another build")
+    expect("wrong beside, right in .debug", answers(module).stdout, whole)
+    hidden.unlink()
+    taken = [json.loads(line) for line in run(ORV, "candidates", "--json", *EMPTY, module).stdout.splitlines()]
+    expect("both wrong", [(c["kind"], c["taken"], c["validity"]) for c in taken],
+           [("build id", False, 4), ("debug link", False, 3)])
+    expect("nothing found", answers(module).stdout == whole, False)
+
+    module, companion = split(built, folder / "roots")
+    build_id = json.loads(run(ORV, "candidates", "--json", *EMPTY, module).stdout.splitlines()[0])["name"]
+    root = folder / "root"
+    by_id = root / build_id
+    by_id.parent.mkdir(parents=True)
+    shutil.move(companion, by_id)
+    expect("under a root by build id", answers(module, "--debug-root", "/none", "--debug-root", root).stdout, whole)
+    by_name = pathlib.Path(f"{root}{module.resolve().parent}") / companion.name
+    by_name.parent.mkdir(parents=True)
+    shutil.move(by_id, by_name)
+    expect("under a root by name", answers(module, "--debug-root", root).stdout, whole)
+    taken = json.loads(run(ORV, "candidates", "--json", "--debug-root", root, module).stdout.splitlines()[1])
+    expect("taken by name", (taken["taken"], taken["name"]), (True, str(by_name)))
+    expect("named by the user", answers(module, *EMPTY, "--symbol-file", by_name).stdout, whole)
+    for file, words in ((built.with_name("other"), "is no companion of"), (folder / "none", "cannot be opened")):
+        refused = answers(module, *EMPTY, "--symbol-file", file)
+        expect(f"refused: {file.name}", (refused.returncode, words in refused.stderr), (1, True))
+    return module, by_name
+
+
+def check_moved(built, whole, folder):
+    """The module stands elsewhere than its companion says."""
+    module, companion = split(built, folder / "moved")
+    must("objcopy", "--change-addresses", "0x40000", module)
+    must("objcopy", "--remove-section", ".gnu_debuglink", module)
+    must("objcopy", f"--add-gnu-debuglink={companion}", module)
+    expect("a module moved up", answers(module, shift=0x40000).stdout, whole)
+    names = {json.loads(line)["name"]: json.loads(line)["start"] for line in
+             run(ORV, "symbols", "--json", *EMPTY, module).stdout.splitlines()}
+    expect("its symbols too", int(names["main"], 16), answers.main + 0x40000)
+
+
+def check_compressed(built, whole, folder):
+    for kind in ("zlib-gnu", "zlib-gabi"):
+        module, companion = split(built, folder / kind)
+        must("objcopy", f"--compress-debug-sections={kind}", companion)
+        must("objcopy", "--remove-section", ".gnu_debuglink", module)
+        must("objcopy", f"--add-gnu-debuglink={companion}", module)
+        expect(kind, answers(module).stdout, whole)
+
+
+def check_newer(folder):
+    """A companion of DWARF 5: the refusal, and its symbols."""
+    module, _ = split(build(folder, "five", "-gdwarf-5"), folder / "newer")
+    result = run(ORV, "symbolize", *EMPTY, "-fe", module, f"{answers.main:x}")
+    expect("DWARF 5", ("DWARF version above 4" in result.stderr, result.stdout), (True, "main\n??:?\n"))
+
+
+class Server:
+    """Of python's own: answers with what it is given, or not at all."""
+
+    def __init__(self, body):
+        class Handler(http.server.BaseHTTPRequestHandler):
+            def do_GET(self):
+                self.send_response(200)
+                self.send_header("Content-Length", str(len(body)))
+                self.end_headers()
+                self.wfile.write(body)
+
+            def log_message(self, *arguments):
+                pass
+
+        self.server = http.server.HTTPServer(("127.0.0.1", 0), Handler)
+        threading.Thread(target=self.server.serve_forever, daemon=True).start()
+        self.url = f"http://127.0.0.1:{self.server.server_port}"
+
+
+def free_port():
+    with socket.socket() as one:
+        one.bind(("127.0.0.1", 0))
+        return one.getsockname()[1]
+
+
+def check_servers(module, companion, whole, folder):
+    def ask(what, urls, wanted, words="", most=30.0):
+        cache = tempfile.mkdtemp(dir=folder)
+        begin = time.monotonic()
+        result = answers(module, "--debuginfod", *EMPTY, env={
+            "DEBUGINFOD_URLS": urls, "DEBUGINFOD_CACHE_PATH": cache, "DEBUGINFOD_TIMEOUT": "2", "DEBUGINFOD_MAXTIME": "3"})
+        expect(what, (result.returncode, result.stdout == whole, words in result.stderr), (0, wanted, True))
+        expect(f"{what}: bounded", time.monotonic() - begin < most, True)
+
+    ask("no servers", "", False, "DEBUGINFOD_URLS is not set")
+    ask("a server that is down", f"http://127.0.0.1:{free_port()}", False, "no debuginfod server gives the companion")
+    with socket.create_server(("127.0.0.1", 0)) as silent:
+        ask("a server that hangs", f"http://127.0.0.1:{silent.getsockname()[1]}", False, "no debuginfod server")
+    ask("a server that sends a wrong file", Server(folder.joinpath("other").read_bytes()).url, False, "of another build")
+    ask("a server that sends no ELF file", Server(b"x" * 100).url, False, "of another build")
+
+    served = folder / "served"
+    served.mkdir()
+    shutil.copy(companion, served)
+    port = free_port()
+    with subprocess.Popen(["debuginfod", "-F", "-p", str(port), "-d", str(folder / "db"), "-t0", "-g0", str(served)],
+                          stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL) as process:
+        try:
+            url = f"http://127.0.0.1:{port}"
+            for _ in range(300):
+                try:
+                    metrics = urllib.request.urlopen(f"{url}/metrics", timeout=5).read().decode()
+                    if 'scanned_files_total{source="file"}' in metrics or "thread_work_total{role=\"scan\"} 1" in metrics:
+                        break
+                except OSError:
+                    pass
+                time.sleep(0.1)
+            ask("a real server that has it", url, True)
+            ask("behind one that is down", f"http://127.0.0.1:{free_port()} {url}", True)
+            other, unknown = split(folder / "other", folder / "lacking")
+            unknown.unlink()
+            result = run(ORV, "symbolize", "--debuginfod", *EMPTY, "-fe", other, f"{answers.main:x}", env={
+                "DEBUGINFOD_URLS": url, "DEBUGINFOD_CACHE_PATH": str(folder / "cache")})
+            expect("a real server that lacks it", (result.returncode, "no debuginfod server" in result.stderr), (0, True))
+        finally:
+            process.terminate()
+
+
+def main():
+    with tempfile.TemporaryDirectory() as folder:
+        folder = pathlib.Path(folder)
+        built = build(folder, "built", "-gdwarf-4")
+        build(folder, "other", "-gdwarf-4", "-DOTHER=1", "-O1")
+        symbols = [line.split() for line in subprocess.run(["nm", "-S", "--defined-only", built], check=True, text=True,
+                                                           capture_output=True).stdout.splitlines()]
+        functions = {words[3]: int(words[0], 16) for words in symbols if len(words) == 4 and words[2] in "tT"}
+        answers.addresses = [start + i for start in functions.values() for i in (0, 5, 11)]
+        answers.main = functions["main"]
+        whole = answers(built).stdout
+        expect("the module itself has lines", "shapes.c:" in whole and "shapes_main.c:" in whole, True)
+        module, companion = check_places(built, whole, folder)
+        check_moved(built, whole, folder)
+        check_compressed(built, whole, folder)
+        check_newer(folder)
+        check_servers(module, companion, whole, folder)
+    for failure in failures:
+        print(failure)
+    sys.exit(1 if failures else 0)
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,321 @@
+/// Inlined bodies: when they are made, what they know of their calls, which of them wins.
+
+#include "dwarf/orv_dwarf_constants.h"
+#include "lines/orv_source.h"
+#include "support/orv_assembler.h"
+#include "symbols/orv_globalscope.h"
+#include "symbols/orv_symbolrange.h"
+
+#include <random>
+
+using namespace orv_test;
+
+namespace {
+
+using Lines = SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>;
+
+/// Abbreviations: 1 a unit with lines, 2 a function with children, 3 and 4 inlined bodies with and without children, 5
+/// one with a range list, 6 an abstract function, 7 a lexical block, 8 a label, 9 one with nothing but its origin, 10 an
+/// abstract function without a name.
+DwarfText inlineText() {
+    DwarfText text;
+    DwarfText::Specs const body = {{DW_AT_abstract_origin, DW_FORM_ref_addr}, {DW_AT_low_pc, DW_FORM_addr},
+                                   {DW_AT_high_pc, DW_FORM_sdata},            {DW_AT_call_file, DW_FORM_data1},
+                                   {DW_AT_call_line, DW_FORM_data1}};
+    text.abbrev(1, DW_TAG_compile_unit, true, {{DW_AT_name, DW_FORM_string}, {DW_AT_stmt_list, DW_FORM_sec_offset}})
+        .abbrev(2, DW_TAG_subprogram, true,
+                {{DW_AT_name, DW_FORM_string},
+                 {DW_AT_low_pc, DW_FORM_addr},
+                 {DW_AT_high_pc, DW_FORM_data4},
+                 {DW_AT_decl_file, DW_FORM_data1},
+                 {DW_AT_decl_line, DW_FORM_data1}})
+        .abbrev(3, DW_TAG_inlined_subroutine, true, body)
+        .abbrev(4, DW_TAG_inlined_subroutine, false, body)
+        .abbrev(5, DW_TAG_inlined_subroutine, true,
+                {{DW_AT_abstract_origin, DW_FORM_ref_addr}, {DW_AT_ranges, DW_FORM_sec_offset}})
+        .abbrev(6, DW_TAG_subprogram, false,
+                {{DW_AT_name, DW_FORM_string},
+                 {DW_AT_inline, DW_FORM_data1},
+                 {DW_AT_external, DW_FORM_flag},
+                 {DW_AT_decl_file, DW_FORM_data1},
+                 {DW_AT_decl_line, DW_FORM_data1}})
+        .abbrev(7, DW_TAG_lexical_block, true, {})
+        .abbrev(8, DW_TAG_label, false, {{DW_AT_name, DW_FORM_string}, {DW_AT_low_pc, DW_FORM_addr}})
+        .abbrev(9, DW_TAG_inlined_subroutine, true, {{DW_AT_abstract_origin, DW_FORM_ref_addr}})
+        .abbrev(10, DW_TAG_subprogram, false, {{DW_AT_inline, DW_FORM_data1}});
+    return text;
+}
+
+std::string unitEntry() { return ".uleb128 1\n.asciz \"a.c\"\n.4byte 0\n"; }
+
+std::string number(long long value) { return std::to_string(value); }
+
+std::string origin(std::string const& name) {
+    return ".Lo_" + name + ": .uleb128 6\n.asciz \"" + name + "\"\n.byte 1, 0, 2, 7\n";
+}
+
+std::string reference(std::string const& name) { return ".4byte .Lo_" + name + " - .Linfo\n"; }
+
+std::string body(std::string const& name, int start, int size, int file = 1, int line = 5, int code = 3) {
+    return ".uleb128 " + number(code) + "\n" + reference(name) + ".8byte code + " + number(start) + "\n.sleb128 " +
+           number(size) + "\n.byte " + number(file) + ", " + number(line) + "\n";
+}
+
+std::string function(int start, int size) {
+    return ".uleb128 2\n.asciz \"f\"\n.8byte code + " + number(start) + "\n.4byte " + number(size) + "\n.byte 1, 1\n";
+}
+
+constexpr char const* k_end = ".byte 0\n";
+
+/// Files a.c and b.h; one row a.c:1 over 0x1000..0x1010, b.h:7 over 0x1010..0x1020, a.c:9 over 0x1020..0x1040.
+constexpr char const* k_lines = R"(.4byte 2f - 1f
+1: .2byte 2
+.4byte 4f - 3f
+3: .byte 1, 1, -5, 14, 13
+.byte 0, 1, 1, 1, 1, 0, 0, 0, 1, 0, 0, 1
+.byte 0
+.asciz "a.c"
+.byte 0, 0, 0
+.asciz "b.h"
+.byte 0, 0, 0, 0
+4: .byte 0, 9, 2
+.8byte code
+.byte 1, 4, 2, 3, 6, 2, 16, 1, 4, 1, 3, 2, 2, 16, 1, 2, 32, 0, 1, 1
+2:
+)";
+
+class Module {
+public:
+    explicit Module(DwarfText& text) : m_file(text.section(".debug_line", k_lines).source()) {
+        if (loadBank(m_file.path(), m_bank, load_flags_NewLoader) != status_Ok) {
+            throw std::runtime_error("not loaded");
+        }
+    }
+    IModuleSymbolBank& bank() { return *m_bank; }
+    SymMgrObjectPtr<IAddress> address(unsigned long long value) {
+        SymMgrObjectPtr<IAddress> where;
+        m_bank->addressByValue(value, where);
+        return where;
+    }
+    SymMgrObjectPtr<ISymbolRange> functionAt(unsigned long long value) {
+        SymMgrObjectPtr<ISymbolRange> range;
+        m_bank->symbolRangeByAddress(address(value).get(), range, symbol_kind_Function, nullptr);
+        return range;
+    }
+    SymMgrObjectPtr<ISymbolRange> innerAt(ISymbolRange& outer, unsigned long long value) {
+        SymMgrObjectPtr<ISymbolRange> inner;
+        outer.innerRangeByAddress(inner, address(value).get());
+        return inner;
+    }
+    std::string inside(unsigned long long value) {
+        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> ranges;
+        functionAt(value)->innerRanges(ranges);
+        return allRanges(ranges);
+    }
+
+private:
+    Assembled m_file;
+    SymMgrObjectPtr<IModuleSymbolBank> m_bank;
+};
+
+Scope& scopeOf(ISymbolRange& range) { return *static_cast<SymbolRange&>(range).scope(); }
+
+std::string placeOf(IInlineInstance& instance) {
+    SymMgrObjectPtr<ISourceLocation> call;
+    instance.callSite(call);
+    return call ? call->sourceFile()->path() + (":" + number(call->line())) : "none";
+}
+
+} // namespace
+
+TEST(Inline, OneLevelAtATime) {
+    DwarfText text = inlineText();
+    text.unit({}, unitEntry() + origin("g") + origin("h") + function(0, 0x40) + body("g", 0x10, 0x20) +
+                      body("h", 0x18, 8, 2, 6) + k_end + k_end + k_end + k_end);
+    Module module(text);
+    EXPECT_EQ(module.inside(0x1000), "g[4112,4144)");
+    auto const outer = module.functionAt(0x1000);
+    auto const g = module.innerAt(*outer, 0x1018);
+    ASSERT_TRUE(g);
+    auto const h = module.innerAt(*g, 0x1018);
+    ASSERT_TRUE(h);
+    EXPECT_EQ(rangeText(*h), "h[4120,4128)");
+    EXPECT_FALSE(module.innerAt(*g, 0x1010));
+    EXPECT_EQ(placeOf(*g->inlineInstance()), "a.c:5");
+    EXPECT_EQ(placeOf(*h->inlineInstance()), "b.h:6");
+    EXPECT_EQ(h->inlineInstance()->symbol(), h->symbol());
+    EXPECT_EQ(h->symbol()->kind(), symbol_kind_Function);
+    SymMgrObjectPtr<ISymbolRange> up;
+    h->outerRange(up);
+    EXPECT_EQ(up->inlineInstance(), g->inlineInstance());
+    // The symbol was declared where the inlined function was.
+    SymMgrObjectPtr<ISourceLine> declared;
+    EXPECT_EQ(h->symbol()->sourceLine(declared), status_Ok);
+    EXPECT_EQ(declared->location()->line(), 7U);
+}
+
+TEST(Inline, WhatIsRefused) {
+    struct Row {
+        char const* name;
+        std::string entries;
+        std::string inside;
+    };
+    std::string const nested = body("h", 0x14, 4, 1, 5, 4) + k_end;
+    for (Row const& row : {
+             Row{"no place", ".uleb128 9\n" + reference("g") + nested, ""},
+             Row{"outside of all segments", body("g", 0x100000, 8) + nested, ""},
+             Row{"an origin without a name", ".uleb128 3\n.4byte .Lnone - .Linfo\n.8byte code\n.byte 8, 1, 5\n" + nested, ""},
+             Row{"no origin", ".uleb128 3\n.4byte 0x7fffffff\n.8byte code\n.byte 8, 1, 5\n" + nested, ""},
+             Row{"the end below the start", body("g", 0x10, -8) + nested, "g[4112,4112)"},
+             Row{"in a block", ".uleb128 7\n" + body("g", 0x10, 8) + nested + k_end, "g[4112,4120)"},
+             Row{"a list", ".uleb128 5\n" + reference("g") + ".4byte 0\n" + nested, "g[4112,4128) g[4144,4160)"},
+             Row{"an empty list", ".uleb128 5\n" + reference("g") + ".4byte .Lempty - .Lranges\n" + nested, ""},
+             Row{"in reach of two", body("g", 0x10, 0x20) + k_end + body("h", 0x18, 8, 1, 5, 4),
+                 "g[4112,4144) h[4120,4128)"},
+         }) {
+        DwarfText text = inlineText();
+        text.unit({}, unitEntry() + origin("g") + origin("h") + ".Lnone: .uleb128 10\n.byte 1\n" + function(0, 0x80) +
+                          row.entries + k_end + ".uleb128 7\n" + body("g", 0x80, 8) + k_end + k_end + k_end);
+        text.section(".debug_ranges", ".Lranges: .8byte code + 0x30, code + 0x40, code + 0x10, code + 0x20, 0, 0\n"
+                                      ".Lempty: .8byte 5, 5, 0, 0\n");
+        Module module(text);
+        EXPECT_EQ(module.inside(0x1000), row.inside) << row.name;
+        EXPECT_EQ(symbolAt(module.bank(), 0x1084, symbol_kind_Function), "none") << "not at the top of a unit";
+    }
+}
+
+TEST(Inline, CallSites) {
+    DwarfText text = inlineText();
+    text.unit({}, unitEntry() + origin("g") + function(0, 0x40) + body("g", 0, 4, 0, 5, 4) + body("g", 8, 4, 1, 0, 4) +
+                      body("g", 16, 4, 9, 5, 4) + k_end + k_end);
+    Module module(text);
+    auto const outer = module.functionAt(0x1000);
+    for (auto const& [address, hasSite] : {std::pair(0x1000, false), {0x1008, false}, {0x1010, true}}) {
+        auto const inner = module.innerAt(*outer, static_cast<unsigned long long>(address));
+        ASSERT_TRUE(inner);
+        EXPECT_EQ(inner->inlineInstance()->hasCallSite(), hasSite) << address;
+        EXPECT_EQ(placeOf(*inner->inlineInstance()), "none"); // number 9 is none of the unit's files
+        EXPECT_EQ(inner->inlineInstance()->hasCallSite(), hasSite);
+    }
+}
+
+TEST(Inline, CallersSeeTheCall) {
+    // f inlines g, which has its line in b.h, and g3, whose call is not known.
+    DwarfText text = inlineText();
+    text.unit({}, unitEntry() + origin("g") + origin("g3") + function(0, 0x40) + body("g", 0x10, 0x10, 1, 5, 4) +
+                      body("g3", 0x30, 0x10, 9, 5, 4) + k_end + k_end);
+    Module module(text);
+    auto const outer = module.functionAt(0x1000);
+    Scope& scope = scopeOf(*outer);
+    SymMgrObjectPtr<ISourceLocation> location;
+    module.bank().sourceLocationByAddress(module.address(0x1000).get(), location, ~0ULL, nullptr);
+    auto* const file = static_cast<SourceFile*>(location->sourceFile());
+    ISrcLineResolver* const resolver = dynamic_cast<GlobalScope&>(*scope.parentScope()).srcLineResolver();
+    auto const linesOf = [&](unsigned int fileId) {
+        Lines lines;
+        std::string found;
+        resolver->sourceLines(lines, ~0ULL, fileId, 0x1000, 0x1040, &scope);
+        for (auto line = lines ? lines->current() : SymMgrObjectPtr<ISourceLine>(); line; line = lines->current()) {
+            SymMgrObjectPtr<IAddress> start;
+            line->address(start);
+            found += (found.empty() ? "" : " ") + number(start->pseudoAddr() - 0x1000) + "+" + number(line->size()) +
+                     ":" + number(line->location()->line());
+            lines->next();
+        }
+        return found;
+    };
+    LogCapture const log;
+    EXPECT_EQ(linesOf(file->id()), "0+16:1 16+16:5 32+16:9");
+    EXPECT_EQ(log.count("srcLocation == NULL "), 1U);
+}
+
+namespace {
+
+/// A function with bodies in bodies, ranges of all sorts among them, as text; and where it ends.
+class RandomBodies {
+public:
+    explicit RandomBodies(unsigned int seed) : m_random(seed) {
+        for (int i = 0; i < 12; ++i) {
+            m_text += level(0, 0x400, 0);
+        }
+    }
+    std::string const& entries() const { return m_text; }
+    std::string const& lists() const { return m_lists; }
+
+private:
+    int pick(int below) { return static_cast<int>(m_random() % static_cast<unsigned int>(below)); }
+
+    std::string level(int from, int to, int depth) {
+        static char const* const k_names[] = {"g", "h", "_ZN1AC1Ev", "_ZN1AC2Ev", "_Z1gi", "loc"};
+        std::string const name = k_names[pick(6)];
+        int const start = from + pick(to - from);
+        int const size = pick(4) == 0 ? 0 : pick(std::min(to - start, 0x60) + 1);
+        std::string inner;
+        for (int count = depth < 3 ? pick(4) : 0; count > 0; --count) {
+            inner += level(from, to, depth + 1);
+        }
+        if (pick(12) == 0) {
+            inner += ".uleb128 8\n.asciz \"l\"\n.8byte code + " + number(from + pick(to - from)) + "\n";
+        }
+        if (pick(8) == 0) {
+            return ".uleb128 7\n" + inner + k_end;
+        }
+        if (pick(3) != 0) {
+            return body(name, start, size) + inner + k_end;
+        }
+        std::string const label = ".Llist" + number(m_count++);
+        m_lists += label + ":\n";
+        for (int pieces = 1 + pick(4); pieces > 0; --pieces) {
+            int const at = from + pick(to - from);
+            m_lists += ".8byte code + " + number(at) + ", code + " + number(at + 1 + pick(0x30)) + "\n";
+        }
+        m_lists += ".8byte 0, 0\n";
+        return ".uleb128 5\n" + reference(name) + ".4byte " + label + " - .Lranges\n" + inner + k_end;
+    }
+
+    std::mt19937 m_random;
+    std::string m_text;
+    std::string m_lists;
+    int m_count = 0;
+};
+
+/// Goes down at an address by the scopes' own answers, and compares each with that of the scope's symbol table.
+void compareDown(Module& module, unsigned long long address, std::string const& what) {
+    auto range = module.functionAt(address);
+    for (int depth = 0; range; ++depth) {
+        Scope& scope = scopeOf(*range);
+        auto const inner = module.innerAt(*range, address);
+        ASSERT_EQ(scope.ensureKinds(k_allKinds), status_Ok);
+        SymMgrObjectPtr<ISymbolRange> byTable;
+        scope.symbolTable()->symbolRangeByAddress(byTable, address, k_allKinds, nullptr);
+        std::string const where = what + number(static_cast<long long>(address)) + ", depth " + number(depth);
+        ASSERT_EQ(static_cast<bool>(inner), static_cast<bool>(byTable)) << where;
+        if (!inner) {
+            return;
+        }
+        ASSERT_EQ(rangeText(*inner), rangeText(*byTable)) << where;
+        ASSERT_EQ(inner->symbol(), byTable->symbol()) << where << ": the same body is the same symbol";
+        ASSERT_EQ(inner->inlineInstance(), byTable->inlineInstance()) << where;
+        range = inner;
+    }
+}
+
+} // namespace
+
+TEST(Inline, TheIndexAnswersAsTheTableDoes) {
+    std::string const origins = origin("g") + origin("h") + origin("_ZN1AC1Ev") + origin("_ZN1AC2Ev") +
+                                origin("_Z1gi") + ".Lo_loc: .uleb128 6\n.asciz \"loc\"\n.byte 1, 1, 2, 7\n";
+    for (unsigned int seed = 0; seed < 60; ++seed) {
+        RandomBodies const bodies(seed);
+        DwarfText text = inlineText();
+        text.unit({}, unitEntry() + origins + function(0, 0x400) + bodies.entries() + k_end + k_end);
+        text.section(".debug_ranges", ".Lranges:\n" + bodies.lists());
+        Module module(text);
+        for (unsigned long long address = 0x1000; address < 0x1400; address += 1 + seed % 3) {
+            compareDown(module, address, "seed " + number(seed) + ", address ");
+            if (HasFatalFailure()) {
+                return;
+            }
+        }
+    }
+}
