@@ -118,7 +118,9 @@ status_t DWARFDebugInfoLoader::findStackVariable(ISymbol* symbol, unsigned long 
 
 status_t DWARFDebugInfoLoader::searchStack(ISymbol* symbol, unsigned long long pc, unsigned long long address,
                                            IStackFrameContext& context, StackAnswers::Answer const*& answer) {
-    if (m_debugInfo.size == 0) {
+    SymMgrObjectPtr<ISectionData> debugInfo;
+    m_fileFormatHelper->sectionData(debugInfo, section_role_DebugInfo);
+    if (!debugInfo) {
         return status_NoDebugInfo;
     }
     auto* const function = dynamic_cast<DWARFSymbol*>(symbol);

@@ -1,10 +1,33 @@
 /// Registers of a stack frame, set by the client before it asks for a stack variable.
+///
+///     SymMgrObjectPtr<IStackFrameContext> frame = IStackFrameContext::create();
+///     frame->setRegister(0, rsp);
+///     frame->setRegister(1, rbp);                       // see below
+///     bank->findStackVariable(pc, stackAddress, frame, variable, &isInteger);
+///
+/// What to set follows from the form of the function's DW_AT_frame_base (DWARF version 4, 3.3.5):
+///
+///     form of the frame base                              stack pointer      frame pointer
+///     location list of register offsets                   its value at pc    its value at pc
+///         (gcc -gdwarf-2)
+///     block DW_OP_call_frame_cfa (gcc -gdwarf-3)          not used           canonical frame address
+///     location list that gives DW_OP_call_frame_cfa       not used           canonical frame address less
+///                                                                            two addresses
+///     block DW_OP_reg6, DW_OP_bregN (clang)               its value at pc    its value at pc
+///
+/// The canonical frame address is the stack pointer's value in the caller at the call. In a function that keeps its
+/// frame pointer it is the frame pointer's value plus two addresses: 16 bytes, or 8 in a 32-bit program. A client that
+/// does not know the form sets the frame pointer to one and then to the other.
+///
+/// Of 32-bit programs clang describes frames by DW_OP_reg5, which is not read. Units of DWARF 4 have expressions of a
+/// form that is not read either (DW_FORM_exprloc), and function ends that are distances: no variable of theirs is found.
 #pragma once
 
 #include "orv/orv_object.h"
 
 namespace ORV_3_30 {
 
+/// Not changed by questions. Threads that share one must not set it meanwhile.
 class ORV_API IStackFrameContext : public ISymMgrObject {
 public:
     /// A frame with both registers 0. Its count has no lock: it belongs to one thread at a time.

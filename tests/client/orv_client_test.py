@@ -3,6 +3,7 @@
 import json
 import os
 import pathlib
+import re
 import subprocess
 import sys
 import tempfile
@@ -44,6 +45,53 @@ def build(folder):
     return {line.split()[2]: line.split()[0]
             for line in subprocess.run(["nm", folder / "p"], check=True, capture_output=True,
                                        text=True).stdout.splitlines() if len(line.split()) == 3}
+
+
+INLINE_SOURCE = """
+static inline int scaled(int x) { volatile int y = x; return y * 3; }
+static inline int shifted(int x)
+{
+    volatile int y = x;
+    return scaled(y) + 1;
+}
+__attribute__((noinline)) int entry(int x)
+{
+    return shifted(x) * shifted(x + 1);
+}
+int main(int argc, char **argv) { (void)argv; return entry(argc); }
+"""
+
+
+def check_inlines(folder):
+    """Chains in addr2line's form and order, the tree of a function, and the local variables of a frame."""
+    source = folder / "i.c"
+    source.write_text(INLINE_SOURCE)
+    program = str(folder / "inlines")
+    subprocess.run([CC, "-O2", "-gdwarf-3", "-gno-statement-frontiers", "-o", program, source], check=True, cwd=folder)
+    found = [line.split() for line in subprocess.run(["nm", "-S", program], capture_output=True, text=True).stdout.splitlines()]
+    start, size = next((int(words[0], 16), int(words[1], 16)) for words in found if words[-1] == "entry")
+    words = [f"{start + i:x}" for i in range(size)] + ["0"]
+    for flags in ("-i", "-fi", "-fip", "-fia", "-faips"):
+        theirs = subprocess.run(["addr2line", flags, "-e", program, *words], capture_output=True, text=True).stdout
+        theirs = re.sub(r" \(discriminator \d+\)", "", theirs)
+        ours = re.sub(r" \(discriminator \d+\)", "", run("symbolize", flags, "-e", program, text_in="\n".join(words)).stdout)
+        expect(f"symbolize {flags}", ours, theirs)
+    deepest = max((json.loads(line) for line in run("symbolize", "--json", "-i", "-e", program, *words[:-1]).stdout.splitlines()),
+                  key=lambda answer: len(answer["callers"]))
+    expect("chain", [deepest["function"], *(caller["function"] for caller in deepest["callers"])],
+           ["scaled", "shifted", "entry"])
+    expect("calls", [caller["line"] for caller in deepest["callers"]][0], 6)
+    expect("the innermost without -i", run("symbolize", "-fe", program, deepest["address"]).stdout.splitlines()[0], "scaled")
+    tree = json.loads(run("inlines", "--json", program, "entry").stdout)
+    expect("tree", (tree["name"], tree["size"], {inner["name"] for inner in tree["inlines"]},
+                    {inner["called_at"] for inner in tree["inlines"]}), ("entry", size, {"shifted"}, {f"{source}:10"}))
+    expect("tree for people", run("inlines", program, hex(start)).stdout.splitlines()[0],
+           f"entry  {start:#x}, {size} bytes")
+    expect("inlines of nothing", run("inlines", program, "nobody").returncode, 1)
+    expect("stackvar outside", run("stackvar", program, "--pc", "0", "--sp", "0", "--fp", "0", "0").returncode, 1)
+    expect("stackvar without --pc", run("stackvar", program, "1000").returncode, 2)
+    expect("stackvar of nothing", "??" in run("stackvar", program, "--pc", hex(start), "--sp", "0", "--fp", "0", "10").stdout,
+           True)
 
 
 def check_debug(folder):
@@ -231,6 +279,7 @@ with tempfile.TemporaryDirectory() as name:
     symbols = build(folder)
     check_symbolize(folder, symbols)
     check_debug(folder)
+    check_inlines(folder)
     check_commands(folder, symbols)
     check_manners(folder)
 for failure in failures:
