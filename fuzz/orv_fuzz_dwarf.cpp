@@ -15,8 +15,8 @@ using orv_test::ElfClass;
 
 namespace {
 
-constexpr char const* k_sections[] = {".debug_info", ".debug_abbrev", ".debug_str",
-                                      ".debug_line", ".debug_ranges", ".debug_loc"};
+constexpr char const* k_sections[] = {".debug_info", ".debug_abbrev",  ".debug_str",           ".debug_line",
+                                      ".debug_ranges", ".debug_loc", ".note.gnu.build-id", ".gnu_debuglink"};
 
 std::string moduleOf(std::uint8_t const* data, std::size_t size) {
     bool const is32 = size > 0 && (data[0] & 0x80) != 0;
@@ -32,6 +32,55 @@ std::string moduleOf(std::uint8_t const* data, std::size_t size) {
         at += 3 + length;
     }
     return elf.bytes();
+}
+
+/// Everything inside a range, level by level, as far as a few steps reach.
+void goInside(ISymbolRange& range, unsigned int depth) {
+    if (IInlineInstance* const instance = range.inlineInstance()) {
+        SymMgrObjectPtr<ISourceLocation> call;
+        instance->callSite(call);
+        instance->symbol()->name();
+    }
+    constexpr unsigned int k_deepest = 6;
+    constexpr unsigned int k_most = 40;
+    Ranges inner;
+    range.innerRanges(inner);
+    unsigned int count = 0;
+    for (auto at = inner ? inner->current() : SymMgrObjectPtr<ISymbolRange>(); at && count < k_most;
+         at = inner->current(), ++count) {
+        if (depth < k_deepest) {
+            goInside(*at, depth + 1);
+        }
+        inner->next();
+    }
+}
+
+void askStack(IModuleSymbolBank& bank, unsigned long long pc) {
+    SymMgrObjectPtr<IAddress> where;
+    SymMgrObjectPtr<ISymbolRange> range;
+    if (bank.addressByValue(pc, where) != status_Ok) {
+        return;
+    }
+    SymMgrObjectPtr<IStackFrameContext> context = IStackFrameContext::create();
+    context->setRegister(0, 0x7000);
+    context->setRegister(1, 0x7040);
+    for (unsigned long long address = 0x6FF0; address < 0x7060; address += 7) {
+        SymMgrObjectPtr<ISymbol> variable;
+        bool isInteger = false;
+        bank.findStackVariable(where.get(), address, context, variable, &isInteger);
+        if (variable) {
+            SymMgrObjectPtr<ISourceLine> line;
+            variable->sourceLine(line);
+        }
+    }
+    if (bank.symbolRangeByAddress(where.get(), range, k_allKinds, nullptr) != status_Ok) {
+        return;
+    }
+    goInside(*range, 0);
+    for (auto inner = range; inner; range = inner) {
+        inner = nullptr;
+        range->innerRangeByAddress(inner, where.get());
+    }
 }
 
 } // namespace
@@ -60,6 +109,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     walk(it);
     for (unsigned long long address = 0x1000; address < 0x1400; address += 0x33) {
         askAt(*bank, address);
+        askStack(*bank, address);
     }
     return 0;
 }

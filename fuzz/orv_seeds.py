@@ -66,7 +66,10 @@ namespace ns { struct A { A(int); int f(int) const; int v; }; }
 ns::A::A(int x) : v(x) {}
 int ns::A::f(int y) const { if (y > 3) return v * y; for (int i = 0; i < v; ++i) y += i; return y; }
 static int counter;
-extern "C" int f(int x) { ns::A a(x); counter += a.f(2); return counter; }
+static inline int twice(int x) { volatile int y = x; return y * 2; }
+static inline int four(int x) { return twice(twice(x)); }
+struct S { int a; struct { short b; ns::A c; } d; } record;
+extern "C" int f(int x) { ns::A a(x); S s; s.d.b = four(x); counter += a.f(s.d.b); { long v[3]; v[1] = x; counter += v[1]; } return counter; }
 """
 ASSEMBLER_UNIT = """
         .section .debug_abbrev,"",@progbits
@@ -103,7 +106,8 @@ ASSEMBLER_UNIT = """
 3:      .section .debug_ranges,"",@progbits
         .8byte -1, 0x1000, 0, 0x20, 0x40, 0x60, 0, 0
 """
-SECTIONS = [".debug_info", ".debug_abbrev", ".debug_str", ".debug_line", ".debug_ranges", ".debug_loc"]
+SECTIONS = [".debug_info", ".debug_abbrev", ".debug_str", ".debug_line", ".debug_ranges", ".debug_loc",
+            ".note.gnu.build-id", ".gnu_debuglink"]
 
 
 def debug_sections():
@@ -121,7 +125,8 @@ def debug_sections():
             for flags in (["-gdwarf-2", "-O0"], ["-gdwarf-3", "-O2", "-gstrict-dwarf"], ["-gdwarf-4", "-O2"]):
                 names.append(f"{compiler}{flags[0]}")
                 run(compiler, *flags, "-c", "p.cpp", "-o", "p.o")
-                run("ld", "-e", "f", "-Ttext=0x1000", "-o", names[-1], "p.o")
+                run("ld", "-e", "f", "--build-id", "-Ttext=0x1000", "-o", names[-1], "p.o")
+                run("objcopy", "--add-gnu-debuglink=p.o", names[-1])
         names.append("u.o")
         run("as", "--64", "-o", "u.o", "u.s")
         for name in names:

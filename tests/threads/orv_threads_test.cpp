@@ -128,7 +128,10 @@ std::string debugText() {
     text.abbrev(1, 0x11, true, {{0x03, 0x08}, {0x1B, 0x08}, {0x10, 0x17}})                             // unit
         .abbrev(2, 0x2E, true, {{0x03, 0x08}, {0x11, 0x01}, {0x12, 0x06}, {0x3A, 0x0B}, {0x3B, 0x0B}}) // function
         .abbrev(3, 0x0A, false, {{0x03, 0x08}, {0x11, 0x01}})                                          // label
-        .abbrev(4, 0x34, false, {{0x03, 0x08}, {0x02, 0x0A}});                                         // variable
+        .abbrev(4, 0x34, false, {{0x03, 0x08}, {0x02, 0x0A}})                                          // variable
+        .abbrev(5, 0x2E, false, {{0x03, 0x08}, {0x20, 0x0B}})                                          // abstract function
+        .abbrev(6, 0x1D, true, {{0x31, 0x10}, {0x11, 0x01}, {0x12, 0x0B}, {0x58, 0x0B}, {0x59, 0x0B}}) // inlined body
+        .abbrev(7, 0x2E, true, {{0x03, 0x08}, {0x11, 0x01}, {0x12, 0x01}, {0x40, 0x0A}});              // with a frame
     std::ostringstream lines;
     for (int unit = 0; unit < 4; ++unit) {
         std::ostringstream entries;
@@ -139,15 +142,26 @@ std::string debugText() {
               << label << "h: .byte 1, 1, -5, 14, 13\n.fill 12, 1, 1\n.byte 0\n"
               << ".asciz \"u.c\"\n.byte 0, 0, 0\n.asciz \"u.h\"\n.byte 0, 0, 0\n.byte 0\n"
               << label << "p: .byte 0, 9, 2\n.8byte code + " << unit * 0x400 << "\n";
+        entries << ".Lo" << unit << ": .uleb128 5\n.asciz \"_Z6inlinev\"\n.byte 1\n";
         for (int i = 0; i < 60; ++i) {
             int const start = unit * 0x400 + i * 16;
             entries << ".uleb128 2\n.asciz \"_Z1f" << i << "v\"\n.8byte code + " << start << "\n.4byte "
                     << 16 + i % 3 * 8 << "\n.byte " << i % 3 << ", " << i + 1
                     << "\n.uleb128 3\n.asciz \"l\"\n.8byte code + " << start + 4 << "\n.uleb128 4\n.asciz \"v" << i
-                    << "\"\n.byte 9, 3\n.8byte code + " << start + 8 << "\n.byte 0\n";
+                    << "\"\n.byte 9, 3\n.8byte code + " << start + 8 << "\n";
+            for (int depth = 0; depth < 3; ++depth) {
+                entries << ".uleb128 6\n.4byte .Lo" << unit << " - .Linfo\n.8byte code + " << start + depth << "\n.byte "
+                        << 12 - depth << ", 1, " << depth + 3 << "\n";
+            }
+            entries << ".byte 0, 0, 0, 0\n";
             lines << ".byte 4, " << 1 + i % 2 << ", 1, 2, 16\n";
         }
-        text.unit({}, entries.str() + ".byte 0\n");
+        entries << ".uleb128 7\n.asciz \"frame\"\n.8byte code + " << unit * 0x400 + 0x3D0 << ", code + "
+                << unit * 0x400 + 0x3F0 << "\n.byte 1, 0x56\n";
+        for (int i = 0; i < 16; ++i) {
+            entries << ".uleb128 4\n.asciz \"local" << i << "\"\n.byte 2, 0x91, " << i << "\n";
+        }
+        text.unit({}, entries.str() + ".byte 0, 0\n");
         lines << ".byte 0, 1, 1\n" << label << "e:\n";
     }
     text.section(".debug_line", lines.str());
@@ -184,7 +198,58 @@ void queryLines(IModuleSymbolBank& bank, std::mt19937& random) {
     query(bank, random);
 }
 
+/// A chain of inlined calls from the outside in, with the places of the calls. False if it is not the three bodies that
+/// every function has at its start.
+bool followsChain(IModuleSymbolBank& bank, unsigned long long address) {
+    SymMgrObjectPtr<IAddress> where;
+    SymMgrObjectPtr<ISymbolRange> range;
+    bank.addressByValue(address, where);
+    bank.symbolRangeByAddress(where.get(), range, symbol_kind_Function, nullptr);
+    unsigned int depth = 0;
+    for (auto inner = range; inner; range = inner) {
+        inner = nullptr;
+        range->innerRangeByAddress(inner, where.get());
+        SymMgrObjectPtr<ISourceLocation> call;
+        if (inner && inner->inlineInstance() != nullptr) {
+            inner->inlineInstance()->callSite(call);
+            depth += call && call->sourceFile() != nullptr && call->line() == depth + 3 ? 1 : 100;
+        }
+    }
+    return depth == 3;
+}
+
+bool findsVariable(IModuleSymbolBank& bank, std::mt19937& random) {
+    SymMgrObjectPtr<IAddress> where;
+    SymMgrObjectPtr<ISymbol> variable;
+    SymMgrObjectPtr<IStackFrameContext> context = IStackFrameContext::create();
+    unsigned int const frame = 0x7000 + random() % 8 * 0x100;
+    unsigned int const index = random() % 16;
+    context->setRegister(1, frame);
+    bank.addressByValue(0x1000 + random() % 4 * 0x400 + 0x3D0 + random() % 0x20, where);
+    return bank.findStackVariable(where.get(), frame + index, context, variable, nullptr) == status_Ok &&
+           variable->name() == "local" + std::to_string(index) && variable->shortName() != nullptr;
+}
+
 } // namespace
+
+TEST(Threads, ChainsAndStackVariablesFromTheFirstQueryOn) {
+    Assembled const module(debugText());
+    for (int round = 0; round < 12; ++round) {
+        SymMgrObjectPtr<IModuleSymbolBank> bank;
+        ASSERT_EQ(loadBank(module.path(), bank, load_flags_NewLoader), status_Ok);
+        std::atomic<unsigned int> wrong{0};
+        together(std::chrono::milliseconds(60), [&](std::mt19937& random) {
+            unsigned int const unit = random() % 4;
+            unsigned int const function = random() % 60;
+            bool const isRight = random() % 3 == 0
+                                     ? findsVariable(*bank, random)
+                                     : followsChain(*bank, 0x1000 + unit * 0x400 + function * 16 + 3);
+            wrong += isRight ? 0 : 1;
+            queryLines(*bank, random);
+        });
+        EXPECT_EQ(wrong, 0U);
+    }
+}
 
 TEST(Threads, LinesAndSymbolsFromTheFirstQueryOn) {
     Assembled const module(debugText());
