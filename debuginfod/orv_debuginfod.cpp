@@ -121,8 +121,12 @@ long long DebuginfodResolver::resolveSymbolFile(
     return -1;
 }
 
-DebuginfodResolver* orv_createDebuginfodResolver(ISymbolFileResolver* first) { return new DebuginfodResolver(first); }
+ISymbolFileResolver* orv_createDebuginfodResolver(ISymbolFileResolver* first) { return new DebuginfodResolver(first); }
 
-void orv_destroyDebuginfodResolver(DebuginfodResolver* resolver) { delete resolver; }
+void orv_destroyDebuginfodResolver(ISymbolFileResolver* resolver) { delete static_cast<DebuginfodResolver*>(resolver); }
+
+char const* orv_lastDebuginfodAnswer(ISymbolFileResolver* resolver) {
+    return static_cast<DebuginfodResolver*>(resolver)->lastAnswer();
+}
 
 } // namespace ORV_3_30

@@ -24,16 +24,18 @@ public:
     long long resolveSymbolFile(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>>& candidates) override;
     /// Why the servers gave nothing in the last load, for people; the empty string if they gave the companion or were
     /// not asked. Lives until the next load.
-    virtual char const* lastAnswer() const;
+    char const* lastAnswer() const;
 
 private:
     struct State;
     State* m_state; ///< Owned.
 };
 
-/// The same for programs that load the library when they need it. The caller owns it, and gives it back with
-/// orv_destroyDebuginfodResolver.
-extern "C" ORV_API DebuginfodResolver* orv_createDebuginfodResolver(ISymbolFileResolver* first);
-extern "C" ORV_API void orv_destroyDebuginfodResolver(DebuginfodResolver* resolver);
+/// The same for programs that load the library when they need it, and know no more of it than these. The caller owns
+/// what is created, and gives it back.
+extern "C" ORV_API ISymbolFileResolver* orv_createDebuginfodResolver(ISymbolFileResolver* first);
+extern "C" ORV_API void orv_destroyDebuginfodResolver(ISymbolFileResolver* resolver);
+/// lastAnswer of what was created.
+extern "C" ORV_API char const* orv_lastDebuginfodAnswer(ISymbolFileResolver* resolver);
 
 } // namespace ORV_3_30

@@ -189,7 +189,8 @@ TEST(Candidates, LogTheCheckOfABuildId) {
     std::string const note = buildIdNote("1, 2, 3, 4", 4);
     Placed const module(programText(note), "module");
     std::string const noElf = module.dir().file("text", "no ELF file");
-    auto const candidate = candidateAt(*loaderOf(module.path()), 0);
+    auto const loader = loaderOf(module.path());
+    auto const candidate = candidateAt(*loader, 0);
     LogCapture const log;
     candidate->validateSymbolFile(noElf.c_str());
     candidate->validateSymbolFile(module.path().c_str());
@@ -257,7 +258,8 @@ TEST(Resolvers, FallBackToTheDefaultOrder) {
     TempDir const empty;
     DebugRootsResolver roots({empty.path()});
     EXPECT_EQ(symbolFileOf(module.path(), roots), "1 " + module.path());
-    EXPECT_EQ(wantedBuildId(*candidateAt(*loaderOf(module.path()), 0)), "");
+    auto const loader = loaderOf(module.path());
+    EXPECT_EQ(wantedBuildId(*candidateAt(*loader, 0)), "");
 }
 
 TEST(Resolvers, ACompanionWithoutDwarfGivesItsSymbols) {

@@ -12,6 +12,18 @@ std::vector<std::string> rootsOf(CommonOptions const& options) {
     return options.debugRoots.empty() ? std::vector<std::string>{"/usr/lib/debug"} : options.debugRoots;
 }
 
+/// The library for servers stands beside liborv.
+void* openServerLibrary() {
+    Dl_info info{};
+    std::string folder;
+    if (::dladdr(reinterpret_cast<void const*>(&ISymbolManager::create), &info) != 0 && info.dli_fname != nullptr) {
+        folder = info.dli_fname;
+        folder.resize(folder.rfind('/') + 1); // empty without one
+    }
+    void* const beside = ::dlopen((folder + ORV_DEBUGINFOD_LIBRARY).c_str(), RTLD_NOW);
+    return beside != nullptr ? beside : ::dlopen(ORV_DEBUGINFOD_LIBRARY, RTLD_NOW);
+}
+
 /// Said once, also where a module is read again.
 void sayOnce(std::string const& text) {
     static bool isSaid = false;
@@ -34,13 +46,15 @@ Resolver::~Resolver() = default;
 
 /// Its client library brings a good deal with it, so only those who ask for it wait for that.
 void Resolver::loadServers() {
-    void* const library = ::dlopen(ORV_DEBUGINFOD_LIBRARY, RTLD_NOW);
+    void* const library = openServerLibrary();
     void* const create = library != nullptr ? ::dlsym(library, "orv_createDebuginfodResolver") : nullptr;
-    if (create == nullptr) {
+    void* const answer = library != nullptr ? ::dlsym(library, "orv_lastDebuginfodAnswer") : nullptr;
+    if (create == nullptr || answer == nullptr) {
         throw Failure(std::string("--debuginfod: ") + ORV_DEBUGINFOD_LIBRARY +
                       " can't be loaded: install it beside liborv");
     }
     m_servers = reinterpret_cast<decltype(&orv_createDebuginfodResolver)>(create)(&m_roots);
+    m_lastAnswer = reinterpret_cast<decltype(m_lastAnswer)>(answer);
     char const* const urls = std::getenv("DEBUGINFOD_URLS");
     if (urls == nullptr || *urls == '\0') {
         sayOnce("--debuginfod: DEBUGINFOD_URLS is not set, so no server is asked");
@@ -72,8 +86,8 @@ void Resolver::finish(std::string const& module) {
                                      ": neither its build id nor its CRC is the one that the module names"
                                : "cannot be opened"));
     }
-    if (m_servers != nullptr && *m_servers->lastAnswer() != '\0') {
-        sayOnce(module + ": " + m_servers->lastAnswer());
+    if (m_servers != nullptr && *m_lastAnswer(m_servers) != '\0') {
+        sayOnce(module + ": " + m_lastAnswer(m_servers));
     }
 }
 

@@ -30,7 +30,8 @@ private:
 
     CommonOptions const& m_options;
     DebugRootsResolver m_roots;
-    DebuginfodResolver* m_servers = nullptr; ///< Of the library that is loaded for it.
+    ISymbolFileResolver* m_servers = nullptr; ///< Of the library that is loaded for it.
+    decltype(&orv_lastDebuginfodAnswer) m_lastAnswer = nullptr;
     bool m_isTaken = false;
 };
 
