@@ -113,6 +113,16 @@ def addresses_in_functions(module, count):
     return [start + chance.randrange(size) for start, size in (chance.choice(found) for _ in range(count))]
 
 
+def all_through(module, places=100):
+    """Addresses that reach nearly all inlined bodies."""
+    functions = set()
+    for line in subprocess.run(["readelf", "-sW", module], capture_output=True, text=True).stdout.splitlines():
+        words = line.split()
+        if len(words) >= 8 and words[3] == "FUNC" and words[6] != "UND" and int(words[2], 0):
+            functions.add((int(words[1], 16), int(words[2], 0)))
+    return "".join(f"{start + size * i // places:#x}\n" for start, size in sorted(functions) for i in range(places))
+
+
 def debug_program(module):
     """Function and line, where there is debug information."""
     print(f"\n=== {module} ({os.path.getsize(module) / 1e6:.0f} MB)")
@@ -127,6 +137,14 @@ def debug_program(module):
           [(name, measure([*command, *one], "", 15)) for name, command in peers])
     table(f"function and line of {QUESTIONS:,} random addresses",
           [(name, measure(command, text, RUNS)) for name, command in peers[:3]])
+    chains = [("orv symbolize -f -i", [ORV, "symbolize", "-f", "-i", "-e", module]),
+              ("llvm-symbolizer -i", ["llvm-symbolizer", "--no-demangle", "-i", "-e", module]),
+              ("addr2line -f -i", ["addr2line", "-f", "-i", "-e", module])]
+    table("chain of inlined calls at one address, whole process",
+          [(name, measure([*command, *one], "", 15)) for name, command in chains])
+    table(f"chains at {QUESTIONS:,} random addresses", [(name, measure(command, text, RUNS)) for name, command in chains[:2]])
+    table("chains all through every function",
+          [(name, measure(command, all_through(module), 2)) for name, command in chains[:2]])
     table("everything, whole process", [(f"orv {what}", measure([ORV, what, module], "", 3)) for what in ("symbols", "lines")])
     lines = subprocess.run([ORV, "lines", module], capture_output=True, text=True, check=True).stdout.count("\n")
     heap(module, str(lines))

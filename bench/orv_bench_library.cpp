@@ -5,6 +5,8 @@
 
 #include <benchmark/benchmark.h>
 
+#include <cstdlib>
+#include <filesystem>
 #include <random>
 #include <string>
 
@@ -79,6 +81,47 @@ void addRandomRanges(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 BENCHMARK(addRandomRanges)->Arg(30000)->Unit(benchmark::kMillisecond);
+
+/// A hot frame: the same variable asked for again and again.
+void stackVariable(benchmark::State& state) {
+    char folder[] = "/tmp/orv-bench-XXXXXX";
+    std::string const program = ::mkdtemp(folder) + std::string("/p");
+    std::string const build =
+        "printf 'int f(int x) { int v = x; int* volatile p = &v; return *p; }\\nint main(void) { return "
+        "f(0); }\\n' | gcc -xc -gdwarf-3 -gstrict-dwarf -O0 -no-pie -o " +
+        program + " -";
+    SymMgrObjectPtr<ISymbolManager> manager;
+    ISymbolManager::create(manager);
+    SymMgrObjectPtr<IModuleSymbolBank> bank;
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> functions;
+    SymMgrObjectPtr<IAddress> pc;
+    if (std::system(build.c_str()) != 0 ||
+        manager->loadSymbolsFromModuleEx(program.c_str(), nullptr, bank, arch_Unknown, load_flags_None, "") !=
+            status_Ok ||
+        bank->originalSymbolRanges(functions, symbol_kind_Function, nullptr, nullptr) != status_Ok) {
+        state.SkipWithError("no program to ask about");
+        return;
+    }
+    for (auto range = functions->current(); range; range = functions->current()) {
+        if (std::string(range->symbol()->name()) == "f") {
+            range->startAddress(pc);
+        }
+        functions->next();
+    }
+    SymMgrObjectPtr<IStackFrameContext> context = IStackFrameContext::create();
+    context->setRegister(1, 0x7000);
+    unsigned long long address = 0x7000;
+    SymMgrObjectPtr<ISymbol> variable;
+    while (address > 0x6F00 && bank->findStackVariable(pc.get(), address, context, variable, nullptr) != status_Ok) {
+        --address;
+    }
+    for (auto _ : state) {
+        bank->findStackVariable(pc.get(), address, context, variable, nullptr);
+        benchmark::DoNotOptimize(variable);
+    }
+    std::filesystem::remove_all(folder);
+}
+BENCHMARK(stackVariable)->Iterations(1000000);
 
 } // namespace
 

@@ -101,8 +101,8 @@ DebuginfodResolver::~DebuginfodResolver() { delete m_state; }
 
 char const* DebuginfodResolver::lastAnswer() const { return m_state->lastAnswer.c_str(); }
 
-long long DebuginfodResolver::resolveSymbolFile(
-    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>>& candidates) {
+long long
+DebuginfodResolver::resolveSymbolFile(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>>& candidates) {
     m_state->lastAnswer.clear();
     long long const found =
         m_state->first != nullptr ? m_state->first->resolveSymbolFile(candidates) : defaultChoice(candidates);

@@ -79,8 +79,8 @@ public:
     /// Passes over the children of an entry, from behind its attributes.
     void skipChildren(DwarfWalker& walker, DWARFCompilationUnit const& unit, std::uint64_t sibling) const;
 
-    /// Of the entry at an offset in .debug_info, asked for from a unit. Nothing for an entry that can't be read. Kept: the
-    /// same functions are inlined again and again.
+    /// Of the entry at an offset in .debug_info, asked for from a unit. Nothing for an entry that can't be read. Kept:
+    /// the same functions are inlined again and again.
     OriginFacts originFacts(DWARFCompilationUnit& asking, std::uint64_t offset);
 
     /// A name without its last character, as long as the loader lives; the name itself where too many

@@ -69,7 +69,8 @@ void AbbrevTable::makeSteps(FormContext const& context, AbbrevEntry& entry) {
             entry.siblingAt = entry.skipSize;
             entry.siblingForm = spec.form;
         }
-        bool const isNoBlock = spec.form == DW_FORM_sec_offset || spec.form == DW_FORM_data4 || spec.form == DW_FORM_data8;
+        bool const isNoBlock =
+            spec.form == DW_FORM_sec_offset || spec.form == DW_FORM_data4 || spec.form == DW_FORM_data8;
         entry.mayBeStatic |= spec.attr == DW_AT_location && !isNoBlock;
         bool const isFixed = entry.skipSize != AbbrevEntry::k_variable && size != k_variableSize;
         entry.skipSize = isFixed ? entry.skipSize + size : AbbrevEntry::k_variable;

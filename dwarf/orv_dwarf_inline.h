@@ -12,8 +12,8 @@
 
 namespace ORV_3_30 {
 
-/// The entry of the call is read when somebody asks. The file is looked up at the first question, and kept in an atomic:
-/// threads share instances, and find the same.
+/// The entry of the call is read when somebody asks. The file is looked up at the first question, and kept in an
+/// atomic: threads share instances, and find the same.
 class DWARFInlineInstance final : public InlineInstance {
 public:
     DWARFInlineInstance(DWARFScope* scope, ILock* countLock) : InlineInstance(scope, countLock) {}

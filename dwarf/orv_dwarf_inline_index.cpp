@@ -116,7 +116,8 @@ private:
         if (reference == nullptr) {
             reference = m_attributes.get(DieAttributes::slot_Specification);
         }
-        OriginFacts const origin = reference != nullptr ? m_loader.originFacts(m_unit, reference->value) : OriginFacts();
+        OriginFacts const origin =
+            reference != nullptr ? m_loader.originFacts(m_unit, reference->value) : OriginFacts();
         if (origin.hasPlace) {
             return false; // ranges are looked for there too
         }
@@ -193,7 +194,8 @@ private:
             if (earlier.level != entry.level || earlier.start != entry.start) {
                 return true;
             }
-            if (index - i == k_mostTogether || m_loader.mergeDecision(sideOf(earlier), newcomer, {}) != merge_Different) {
+            if (index - i == k_mostTogether ||
+                m_loader.mergeDecision(sideOf(earlier), newcomer, {}) != merge_Different) {
                 return false;
             }
         }
@@ -203,8 +205,8 @@ private:
     MergeSide sideOf(Entry const& entry) const {
         Body const& body = m_index.m_bodies[entry.body];
         RangeList::Range const& last = body.ranges[body.ranges.size() - 1];
-        return {body.name,           body.ranges[0].start,     last.end, body.ranges.size() > 1,
-                symbol_visibility_t{}, symbol_kind_Function};
+        return {body.name,           body.ranges[0].start, last.end, body.ranges.size() > 1, symbol_visibility_t{},
+                symbol_kind_Function};
     }
 
     InlineIndex& m_index;

@@ -20,8 +20,8 @@
 
 namespace ORV_3_30 {
 
-/// Owned by the scope that it was read for, and used by those inside. Not changed once it is read, but for the scopes, which
-/// m_lock guards.
+/// Owned by the scope that it was read for, and used by those inside. Not changed once it is read, but for the scopes,
+/// which m_lock guards.
 class InlineIndex {
 public:
     using BodyId = std::uint32_t;

@@ -33,8 +33,7 @@ bool memberOffset(AttrBinding const& location, std::uint64_t& out) {
 
 /// Shows a visitor the entries in the type at an offset.
 void visitType(DWARFCompilationUnit& asked, std::uint64_t typeOffset, DIEVisitor& visitor) {
-    DWARFCompilationUnit* const unit =
-        asked.holds(typeOffset) ? &asked : asked.loader()->findUnitByOffset(typeOffset);
+    DWARFCompilationUnit* const unit = asked.holds(typeOffset) ? &asked : asked.loader()->findUnitByOffset(typeOffset);
     if (unit == nullptr) {
         return;
     }

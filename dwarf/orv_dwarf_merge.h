@@ -25,7 +25,8 @@ private:
     std::size_t m_bytes = 0;
 };
 
-unsigned int dwarfMergeRule(MergeSide const& mine, MergeSide const& other, MergeNext const& next, ShortNames& shortNames);
+unsigned int dwarfMergeRule(MergeSide const& mine, MergeSide const& other, MergeNext const& next,
+                            ShortNames& shortNames);
 
 /// True if two mangled names differ in nothing but the variant of a constructor or destructor, and in
 /// what a compiler puts behind the names of a function's parts and clones: their short names are the same.

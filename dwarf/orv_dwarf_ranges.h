@@ -16,8 +16,8 @@ using AddressPairs = std::vector<std::pair<unsigned long long, unsigned long lon
 std::uint64_t readRanges(DWARFCompilationUnit const& unit, AttrValue const* rangesAttr,
                          std::uint64_t const* baseOverride, AddressPairs& out);
 
-/// The range that low_pc and high_pc stand for, either of which may be null. False if both are, or if the end lies below
-/// the start.
+/// The range that low_pc and high_pc stand for, either of which may be null. False if both are, or if the end lies
+/// below the start.
 bool rangeOfEntry(AttrValue const* low, AttrValue const* high, unsigned long long& outLow, unsigned long long& outHigh);
 
 } // namespace ORV_3_30

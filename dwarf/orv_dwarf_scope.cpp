@@ -199,7 +199,8 @@ InlineIndex* DWARFScope::inlineIndex() {
     }
     // No load: threads that ask for different functions read at the same time.
     static auto& locks = *new std::array<std::mutex, 64>; // never destroyed, as a client may go on until the very end
-    std::lock_guard<std::mutex> const guard(locks[reinterpret_cast<std::uintptr_t>(this) / sizeof(*this) % locks.size()]);
+    std::lock_guard<std::mutex> const guard(
+        locks[reinterpret_cast<std::uintptr_t>(this) / sizeof(*this) % locks.size()]);
     index = m_index.load(std::memory_order_acquire);
     if (index == nullptr && !m_hasNoIndex) {
         m_unit.loader()->refillBudgets();
@@ -245,7 +246,8 @@ status_t DWARFScope::symbolRangeByAddress(SymMgrObjectPtr<ISymbolRange>& out, un
 status_t DWARFScope::symbolRanges(SymMgrObjectPtr<SymbolRangeIterator>& out, unsigned long long start,
                                   unsigned long long end, symbol_kind_t mask) {
     // Without a mask the kinds count that somebody has asked for.
-    return Scope::symbolRanges(out, start, end, mask != 0 ? mask : static_cast<symbol_kind_t>(loadedKinds() | m_askedKinds));
+    return Scope::symbolRanges(out, start, end,
+                               mask != 0 ? mask : static_cast<symbol_kind_t>(loadedKinds() | m_askedKinds));
 }
 
 status_t DWARFScope::loadKinds(unsigned int mask) {
@@ -271,9 +273,9 @@ status_t DWARFScope::loadKinds(unsigned int mask) {
 status_t DWARFScope::loadMembers() {
     DieChain chain;
     DWARFCompilationUnit* unit = &m_unit;
-    AttrValue const* const type =
-        m_unit.readEntry(m_dieOffset, chain.start(m_unit, m_dieOffset)) ? chain.find(DieAttributes::slot_Type, unit)
-                                                                       : nullptr;
+    AttrValue const* const type = m_unit.readEntry(m_dieOffset, chain.start(m_unit, m_dieOffset))
+                                      ? chain.find(DieAttributes::slot_Type, unit)
+                                      : nullptr;
     TypeInfo info{};
     if (type == nullptr || !lookUpType(*unit, type->value, info) || !leadsToMembers(info.tag)) {
         return status_Ok;

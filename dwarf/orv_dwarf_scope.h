@@ -93,11 +93,11 @@ private:
     InlineIndex* inlineIndex();
 
     DWARFCompilationUnit& m_unit;
-    std::uint64_t m_dieOffset;                   ///< In .debug_info.
-    std::atomic<InlineIndex*> m_index{nullptr};  ///< Owned by the scope that it was read for.
-    std::uint32_t m_body = 0;                    ///< In the index; 0 in the scope that owns it.
-    std::atomic<bool> m_hasNoIndex{false};       ///< It was tried.
-    std::atomic<unsigned int> m_askedKinds{0};   ///< By questions that needed no load.
+    std::uint64_t m_dieOffset;                  ///< In .debug_info.
+    std::atomic<InlineIndex*> m_index{nullptr}; ///< Owned by the scope that it was read for.
+    std::uint32_t m_body = 0;                   ///< In the index; 0 in the scope that owns it.
+    std::atomic<bool> m_hasNoIndex{false};      ///< It was tried.
+    std::atomic<unsigned int> m_askedKinds{0};  ///< By questions that needed no load.
 };
 
 /// The scope of the entry at an offset inside another one: without a range, unless it was made before.

@@ -70,8 +70,7 @@ StackAnswers::Answer const* StackAnswers::find(IStackFrameContext& context, unsi
     return answer != frame->second.end() ? &answer->second : nullptr;
 }
 
-StackAnswers::Answer const& StackAnswers::add(IStackFrameContext& context, unsigned long long address,
-                                              Answer answer) {
+StackAnswers::Answer const& StackAnswers::add(IStackFrameContext& context, unsigned long long address, Answer answer) {
     if (m_count >= k_mostAnswers) {
         forgetAll();
     }

@@ -15,8 +15,8 @@ using orv_test::ElfClass;
 
 namespace {
 
-constexpr char const* k_sections[] = {".debug_info", ".debug_abbrev",  ".debug_str",           ".debug_line",
-                                      ".debug_ranges", ".debug_loc", ".note.gnu.build-id", ".gnu_debuglink"};
+constexpr char const* k_sections[] = {".debug_info",   ".debug_abbrev", ".debug_str",         ".debug_line",
+                                      ".debug_ranges", ".debug_loc",    ".note.gnu.build-id", ".gnu_debuglink"};
 
 std::string moduleOf(std::uint8_t const* data, std::size_t size) {
     bool const is32 = size > 0 && (data[0] & 0x80) != 0;

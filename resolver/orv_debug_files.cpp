@@ -24,8 +24,8 @@ SymMgrObjectPtr<ISectionData> sectionOf(IFileFormatHelper* helper, section_role_
 } // namespace
 
 DWARFCandidate::DWARFCandidate(char const* moduleFile, long long ordinal, IFileFormatHelper* helper, ILock* lock)
-    : SymMgrObject(lock), m_moduleFile(moduleFile != nullptr ? moduleFile : ""), m_ffHelper(helper),
-      m_ordinal(ordinal), m_lock(lock) {}
+    : SymMgrObject(lock), m_moduleFile(moduleFile != nullptr ? moduleFile : ""), m_ffHelper(helper), m_ordinal(ordinal),
+      m_lock(lock) {}
 
 void DWARFCandidate::accept(char const* path) {
     m_resolvedFile = path;
@@ -88,8 +88,8 @@ bool DWARFBuildIdSymbolFileToResolve::isSought(char const* path) {
 
 // --- Debug link
 
-DWARFSymbolFileToResolve::DWARFSymbolFileToResolve(char const* moduleFile, long long ordinal,
-                                                   IFileFormatHelper* helper, ILock* lock)
+DWARFSymbolFileToResolve::DWARFSymbolFileToResolve(char const* moduleFile, long long ordinal, IFileFormatHelper* helper,
+                                                   ILock* lock)
     : DWARFCandidate(moduleFile, ordinal, helper, lock) {
     if (moduleFile == nullptr) {
         return;
@@ -126,9 +126,7 @@ void DWARFSymbolFileToResolve::search(std::string const& name) {
     m_resolvedFile = name;
 }
 
-bool DWARFSymbolFileToResolve::isSought(char const* path) {
-    return m_hasDebugLink && fileCrc(path) == m_debugLinkCrc;
-}
+bool DWARFSymbolFileToResolve::isSought(char const* path) { return m_hasDebugLink && fileCrc(path) == m_debugLinkCrc; }
 
 // --- The module itself
 

@@ -13,8 +13,8 @@ class Scope;
 class IScopeMaker {
 public:
     /// A scope with its symbol. One without a range gets the record's stretch for its one range; one that the maker
-    /// keeps anyway comes with those that it has. Called from any thread, under locks of the table: takes none that lead
-    /// to a load or a query.
+    /// keeps anyway comes with those that it has. Called from any thread, under locks of the table: takes none that
+    /// lead to a load or a query.
     virtual Scope* makeScope(RangeRecord const& record, Scope* parent) = 0;
     /// What becomes of a newcomer that starts where one of its records does.
     virtual unsigned int mergeDecision(MergeSide const& mine, MergeSide const& other, MergeNext const& next) = 0;

@@ -47,9 +47,9 @@ public:
                                  ISrcLineResolver* resolver) = 0;
     /// The same object on each call, owned by the loader; null where the format has none.
     virtual ISrcLineResolver* srcLineResolver(Scope* scope, ILock* lock) = 0;
-    /// The variable of a function that owns a stack address. status_Ok; status_False if there is none; status_InvalidArg
-    /// for a null context; status_NoDebugInfo; status_Fail for a symbol that is no function of this loader's, or does not
-    /// hold pc.
+    /// The variable of a function that owns a stack address. status_Ok; status_False if there is none;
+    /// status_InvalidArg for a null context; status_NoDebugInfo; status_Fail for a symbol that is no function of this
+    /// loader's, or does not hold pc.
     virtual status_t findStackVariable(ISymbol* symbol, unsigned long long pc, unsigned long long address,
                                        SymMgrObjectPtr<IStackFrameContext>& context, SymMgrObjectPtr<ISymbol>& out,
                                        bool* isInteger) = 0;

@@ -110,18 +110,18 @@ public:
     /// The bank's own prefetcher; it belongs to the bank.
     virtual IPrefetcher* prefetcher() = 0;
     /// The local variable of the function at pc that owns a stack address. pc is a pseudo address of the module,
-    /// address one of the running program, and context says where the frame lies (IStackFrameContext). The symbol has the
-    /// variable's name, with "::" and the member's behind it in a structure, and the variable's declaration; it has no
-    /// address and no ranges, and lives as long as the client holds it. isInteger, which may be null, says whether the
-    /// variable's type is an int or short: a structure's never is, whatever the member.
+    /// address one of the running program, and context says where the frame lies (IStackFrameContext). The symbol has
+    /// the variable's name, with "::" and the member's behind it in a structure, and the variable's declaration; it has
+    /// no address and no ranges, and lives as long as the client holds it. isInteger, which may be null, says whether
+    /// the variable's type is an int or short: a structure's never is, whatever the member.
     ///
-    /// Formal parameters are not looked at, nor blocks told apart: of variables that share a place the first in the debug
-    /// information is taken. A variable of unknown size, as arrays whose bounds are not in signed form, has its first
-    /// byte. Answers are kept by both registers and address, whatever pc is.
+    /// Formal parameters are not looked at, nor blocks told apart: of variables that share a place the first in the
+    /// debug information is taken. A variable of unknown size, as arrays whose bounds are not in signed form, has its
+    /// first byte. Answers are kept by both registers and address, whatever pc is.
     ///
-    /// status_Ok; status_False if there is none, and without debug information or a function at pc; status_InvalidArg for
-    /// a null pc or context; status_NoDebugInfo; status_Fail for a function that the debug information does not have or
-    /// gives no single range.
+    /// status_Ok; status_False if there is none, and without debug information or a function at pc; status_InvalidArg
+    /// for a null pc or context; status_NoDebugInfo; status_Fail for a function that the debug information does not
+    /// have or gives no single range.
     virtual status_t findStackVariable(IAddress* pc, unsigned long long address,
                                        SymMgrObjectPtr<IStackFrameContext>& context, SymMgrObjectPtr<ISymbol>& out,
                                        bool* isInteger) = 0;

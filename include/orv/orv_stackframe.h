@@ -20,7 +20,8 @@
 /// does not know the form sets the frame pointer to one and then to the other.
 ///
 /// Of 32-bit programs clang describes frames by DW_OP_reg5, which is not read. Units of DWARF 4 have expressions of a
-/// form that is not read either (DW_FORM_exprloc), and function ends that are distances: no variable of theirs is found.
+/// form that is not read either (DW_FORM_exprloc), and function ends that are distances: no variable of theirs is
+/// found.
 #pragma once
 
 #include "orv/orv_object.h"

@@ -71,8 +71,8 @@ protected:
 /// One inlined call of a function. Belongs to the bank.
 class ORV_API IInlineInstance : public ISymMgrObject {
 public:
-    /// Where the call stands, as a location in the unit of the function around; null where that is not known, as when the
-    /// number of its file is none of the unit's. Made for each call.
+    /// Where the call stands, as a location in the unit of the function around; null where that is not known, as when
+    /// the number of its file is none of the unit's. Made for each call.
     virtual void callSite(SymMgrObjectPtr<ISourceLocation>& out) = 0;
     /// The inlined function.
     virtual ISymbol* symbol() = 0;

@@ -15,12 +15,14 @@ namespace {
 using Lines = SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>;
 
 /// Abbreviations: 1 a unit with lines, 2 a function with children, 3 and 4 inlined bodies with and without children, 5
-/// one with a range list, 6 an abstract function, 7 a lexical block, 8 a label, 9 one with nothing but its origin, 10 an
-/// abstract function without a name.
+/// one with a range list, 6 an abstract function, 7 a lexical block, 8 a label, 9 one with nothing but its origin, 10
+/// an abstract function without a name.
 DwarfText inlineText() {
     DwarfText text;
-    DwarfText::Specs const body = {{DW_AT_abstract_origin, DW_FORM_ref_addr}, {DW_AT_low_pc, DW_FORM_addr},
-                                   {DW_AT_high_pc, DW_FORM_sdata},            {DW_AT_call_file, DW_FORM_data1},
+    DwarfText::Specs const body = {{DW_AT_abstract_origin, DW_FORM_ref_addr},
+                                   {DW_AT_low_pc, DW_FORM_addr},
+                                   {DW_AT_high_pc, DW_FORM_sdata},
+                                   {DW_AT_call_file, DW_FORM_data1},
                                    {DW_AT_call_line, DW_FORM_data1}};
     text.abbrev(1, DW_TAG_compile_unit, true, {{DW_AT_name, DW_FORM_string}, {DW_AT_stmt_list, DW_FORM_sec_offset}})
         .abbrev(2, DW_TAG_subprogram, true,
@@ -164,7 +166,8 @@ TEST(Inline, WhatIsRefused) {
     for (Row const& row : {
              Row{"no place", ".uleb128 9\n" + reference("g") + nested, ""},
              Row{"outside of all segments", body("g", 0x100000, 8) + nested, ""},
-             Row{"an origin without a name", ".uleb128 3\n.4byte .Lnone - .Linfo\n.8byte code\n.byte 8, 1, 5\n" + nested, ""},
+             Row{"an origin without a name",
+                 ".uleb128 3\n.4byte .Lnone - .Linfo\n.8byte code\n.byte 8, 1, 5\n" + nested, ""},
              Row{"no origin", ".uleb128 3\n.4byte 0x7fffffff\n.8byte code\n.byte 8, 1, 5\n" + nested, ""},
              Row{"the end below the start", body("g", 0x10, -8) + nested, "g[4112,4112)"},
              Row{"in a block", ".uleb128 7\n" + body("g", 0x10, 8) + nested + k_end, "g[4112,4120)"},

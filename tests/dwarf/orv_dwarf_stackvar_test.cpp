@@ -10,10 +10,10 @@ namespace {
 constexpr unsigned long long k_stackPointer = 0x7000;
 constexpr unsigned long long k_framePointer = 0x8000;
 
-/// Abbreviations: 1 a unit, 2 a function with a frame base in a block, 3 one with a list, 4 a variable with a block and a
-/// type, 5 one with a list, 6 one with an exprloc, 7 a lexical block, 8 a base type, 9 a structure, 10 a member at a
-/// number, 11 at an expression, 12 a pointer to a type, 13 an array, 14 a subrange, 15 a typedef, 16 a constant type, 17 a
-/// union, 18 a variable with an origin and a block, 19 a function of DWARF 4, 20 a parameter.
+/// Abbreviations: 1 a unit, 2 a function with a frame base in a block, 3 one with a list, 4 a variable with a block and
+/// a type, 5 one with a list, 6 one with an exprloc, 7 a lexical block, 8 a base type, 9 a structure, 10 a member at a
+/// number, 11 at an expression, 12 a pointer to a type, 13 an array, 14 a subrange, 15 a typedef, 16 a constant type,
+/// 17 a union, 18 a variable with an origin and a block, 19 a function of DWARF 4, 20 a parameter.
 DwarfText stackText() {
     DwarfText text;
     auto const function = [](unsigned int base, unsigned int high) {
@@ -60,7 +60,9 @@ DwarfText stackText() {
 
 std::string number(long long value) { return std::to_string(value); }
 
-std::string entry(int code, std::string const& name) { return ".uleb128 " + number(code) + "\n.asciz \"" + name + "\"\n"; }
+std::string entry(int code, std::string const& name) {
+    return ".uleb128 " + number(code) + "\n.asciz \"" + name + "\"\n";
+}
 
 /// A function over [0x1000, 0x1040]; its base as the form has it.
 std::string function(std::string const& base, int code = 2) {
@@ -69,7 +71,8 @@ std::string function(std::string const& base, int code = 2) {
 
 std::string block(std::string const& bytes) { return ".byte 9f - 8f\n8: " + bytes + "\n9:\n"; }
 
-std::string variable(std::string const& name, std::string const& location, std::string const& type = "int", int code = 4) {
+std::string variable(std::string const& name, std::string const& location, std::string const& type = "int",
+                     int code = 4) {
     return entry(code, name) + location + ".4byte .Lt_" + type + " - .Lunit0\n.byte 1, 3\n";
 }
 
@@ -102,14 +105,17 @@ public:
     std::string at(unsigned long long address, unsigned long long pc = 0x1010) {
         bool isInteger = false;
         status_t const status = ask(pc, address, &isInteger);
-        return failed(status) ? "?" : status == status_False ? "-" : m_symbol->name() + std::string(isInteger ? "!" : "");
+        return failed(status)           ? "?"
+               : status == status_False ? "-"
+                                        : m_symbol->name() + std::string(isInteger ? "!" : "");
     }
     /// Where a variable of 4 bytes starts among likely places; 0 if at none.
     unsigned long long find() {
         for (unsigned long long const near : {0ULL, k_stackPointer, k_framePointer, 0x10ULL, 0x9000ULL}) {
             for (long long offset = -64; offset <= 64; offset += 4) {
                 unsigned long long const address = near + static_cast<unsigned long long>(offset);
-                if (at(address) == "v!" && at(address - 1) == "-" && at(address + 3) == "v!" && at(address + 4) == "-") {
+                if (at(address) == "v!" && at(address - 1) == "-" && at(address + 3) == "v!" &&
+                    at(address + 4) == "-") {
                     return address;
                 }
             }
@@ -176,9 +182,9 @@ TEST(StackVariable, FormsOfLocations) {
              Row{"an empty block", block(".byte 0x56"), block(""), 0},
          }) {
         // One at address 0 would be found there: we ask no address below 4.
-        Frame frame(withUnit(function(row.frame, row.frameCode) +
-                                 variable("v", row.location, "int", row.locationCode) + k_end,
-                             row.locations));
+        Frame frame(
+            withUnit(function(row.frame, row.frameCode) + variable("v", row.location, "int", row.locationCode) + k_end,
+                     row.locations));
         EXPECT_EQ(frame.find(), row.address) << row.name;
     }
 }
@@ -236,7 +242,8 @@ TEST(StackVariable, TypesAndMembers) {
         entry(10, "y") + ".4byte .Lt_int - .Lunit0\n.byte 0\n" + k_end + ".Lt_array: .uleb128 13\n.4byte .Lt_int - " +
         ".Lunit0\n.uleb128 14\n.sleb128 2\n.uleb128 14\n.sleb128 4\n.byte 0\n.Lt_huge: .uleb128 13\n.4byte .Lt_int - " +
         ".Lunit0\n.uleb128 14\n.sleb128 0x7ffffffffffffffe\n.byte 0\n.Lt_self: " + entry(9, "self") + ".2byte 8\n" +
-        entry(10, "again") + ".4byte .Lt_self - .Lunit0\n.byte 0\n" + k_end + ".Lt_ring: .uleb128 15\n.4byte .Lt_ring2 " +
+        entry(10, "again") + ".4byte .Lt_self - .Lunit0\n.byte 0\n" + k_end +
+        ".Lt_ring: .uleb128 15\n.4byte .Lt_ring2 " +
         "- .Lunit0\n.Lt_ring2: .uleb128 15\n.4byte .Lt_ring - .Lunit0\n.Lt_outer: " + entry(9, "outer") +
         ".2byte 24\n" + entry(10, "n") + ".4byte .Lt_inner - .Lunit0\n.byte 8\n" + entry(10, "m") +
         ".4byte .Lt_alias - .Lunit0\n.byte 16\n" + k_end;
@@ -251,14 +258,12 @@ TEST(StackVariable, TypesAndMembers) {
         again += "::again";
     }
     for (Row const& row : {
-             Row{"int", 0, "v!"},          Row{"unsigned", 3, "v!"},     Row{"short", 1, "v!"},
-             Row{"char", 0, "v"},          Row{"print", 0, "v"},         Row{"nameless", 0, "v"},
-             Row{"count", 3, "v!"},        Row{"inner", 0, "v::a"},      Row{"inner", 5, "v::b"},
-             Row{"inner", 6, "v"},         Row{"inner", 8, "-"},         Row{"alias", 4, "v::b"},
-             Row{"constant", 4, "v::b"},   Row{"union", 4, "v::x::b"},   Row{"array", 59, "v"},
-             Row{"array", 60, "-"},        Row{"huge", 1000, "v"},       Row{"self", 0, again},
-             Row{"ring", 0, "v"},          Row{"ring", 1, "-"},          Row{"outer", 12, "v::n::b"},
-             Row{"outer", 20, "v::m"},     Row{"outer", 4, "v"},
+             Row{"int", 0, "v!"},         Row{"unsigned", 3, "v!"},   Row{"short", 1, "v!"}, Row{"char", 0, "v"},
+             Row{"print", 0, "v"},        Row{"nameless", 0, "v"},    Row{"count", 3, "v!"}, Row{"inner", 0, "v::a"},
+             Row{"inner", 5, "v::b"},     Row{"inner", 6, "v"},       Row{"inner", 8, "-"},  Row{"alias", 4, "v::b"},
+             Row{"constant", 4, "v::b"},  Row{"union", 4, "v::x::b"}, Row{"array", 59, "v"}, Row{"array", 60, "-"},
+             Row{"huge", 1000, "v"},      Row{"self", 0, again},      Row{"ring", 0, "v"},   Row{"ring", 1, "-"},
+             Row{"outer", 12, "v::n::b"}, Row{"outer", 20, "v::m"},   Row{"outer", 4, "v"},
          }) {
         Frame frame(withUnit(types + function(block(".byte 0x56")) + variable("v", at(16), row.type) + k_end));
         EXPECT_EQ(frame.at(k_framePointer + 16 + static_cast<unsigned int>(row.offset)), row.wanted)
@@ -282,14 +287,14 @@ TEST(StackVariable, WhatCannotBeAsked) {
 }
 
 TEST(StackVariable, StaticVariablesHaveTheirMembersInside) {
-    std::string const types = ".Lt_inner: " + entry(9, "inner") + ".2byte 8\n" + entry(10, "a") +
-                              ".4byte .Lt_int - .Lunit0\n.byte 0\n" + entry(10, "b") +
-                              ".4byte .Lt_int - .Lunit0\n.byte 4\n" + k_end + ".Lt_outer: " + entry(9, "outer") +
-                              ".2byte 14\n" + entry(10, "n") + ".4byte .Lt_inner - .Lunit0\n.byte 0\n" +
-                              entry(10, "last") + ".4byte .Lt_inner - .Lunit0\n.byte 8\n" + k_end +
-                              ".Lt_alias: .uleb128 15\n.4byte .Lt_outer - .Lunit0\n";
+    std::string const types =
+        ".Lt_inner: " + entry(9, "inner") + ".2byte 8\n" + entry(10, "a") + ".4byte .Lt_int - .Lunit0\n.byte 0\n" +
+        entry(10, "b") + ".4byte .Lt_int - .Lunit0\n.byte 4\n" + k_end + ".Lt_outer: " + entry(9, "outer") +
+        ".2byte 14\n" + entry(10, "n") + ".4byte .Lt_inner - .Lunit0\n.byte 0\n" + entry(10, "last") +
+        ".4byte .Lt_inner - .Lunit0\n.byte 8\n" + k_end + ".Lt_alias: .uleb128 15\n.4byte .Lt_outer - .Lunit0\n";
     auto const at = [](int offset) { return block(".byte 3\n.8byte code + " + number(offset)); };
-    Assembled const module(withUnit(types + variable("s", at(0x100), "outer") + variable("t", at(0x200), "alias")).source());
+    Assembled const module(
+        withUnit(types + variable("s", at(0x100), "outer") + variable("t", at(0x200), "alias")).source());
     SymMgrObjectPtr<IModuleSymbolBank> bank;
     ASSERT_EQ(loadBank(module.path(), bank), status_Ok);
     auto const inside = [&](unsigned long long address) {

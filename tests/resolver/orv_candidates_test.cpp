@@ -19,8 +19,8 @@ std::string programText(std::string const& more) {
 
 std::string buildIdNote(std::string const& id, unsigned int size, unsigned int nameSize = 4, unsigned int type = 3,
                         std::string const& name = "GNU") {
-    return ".section .id,\"a\",@progbits\n.4byte " + std::to_string(nameSize) + ", " + std::to_string(size) +
-           ", " + std::to_string(type) + "\n.asciz \"" + name + "\"\n.byte " + id + "\n";
+    return ".section .id,\"a\",@progbits\n.4byte " + std::to_string(nameSize) + ", " + std::to_string(size) + ", " +
+           std::to_string(type) + "\n.asciz \"" + name + "\"\n.byte " + id + "\n";
 }
 
 std::string debugLink(std::string const& name, std::string const& crc) {
@@ -32,8 +32,9 @@ class Placed {
 public:
     Placed(std::string const& text, std::string const& name) : m_path(m_dir.path() + "/" + name) {
         std::filesystem::copy(Assembled(text).path(), m_path);
-        if (std::system(("objcopy --rename-section .link=.gnu_debuglink --rename-section .id=.note.gnu.build-id " +
-                         m_path).c_str()) != 0) {
+        if (std::system(
+                ("objcopy --rename-section .link=.gnu_debuglink --rename-section .id=.note.gnu.build-id " + m_path)
+                    .c_str()) != 0) {
             throw std::runtime_error("objcopy has failed");
         }
     }
@@ -264,7 +265,8 @@ TEST(Resolvers, FallBackToTheDefaultOrder) {
 
 TEST(Resolvers, ACompanionWithoutDwarfGivesItsSymbols) {
     // The module is stripped, and the companion has nothing but symbols.
-    Placed const companion(".globl hidden\n.type hidden, @function\nhidden: .fill 16, 1, 0x90\n.size hidden, 16\n", "c");
+    Placed const companion(".globl hidden\n.type hidden, @function\nhidden: .fill 16, 1, 0x90\n.size hidden, 16\n",
+                           "c");
     Placed const module(programText(debugLink("c.debug", crcText(companion.path()))), "module");
     ASSERT_EQ(std::system(("strip -s " + module.path()).c_str()), 0);
     std::filesystem::copy(companion.path(), module.dir().path() + "/c.debug");

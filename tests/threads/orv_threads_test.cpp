@@ -129,7 +129,7 @@ std::string debugText() {
         .abbrev(2, 0x2E, true, {{0x03, 0x08}, {0x11, 0x01}, {0x12, 0x06}, {0x3A, 0x0B}, {0x3B, 0x0B}}) // function
         .abbrev(3, 0x0A, false, {{0x03, 0x08}, {0x11, 0x01}})                                          // label
         .abbrev(4, 0x34, false, {{0x03, 0x08}, {0x02, 0x0A}})                                          // variable
-        .abbrev(5, 0x2E, false, {{0x03, 0x08}, {0x20, 0x0B}})                                          // abstract function
+        .abbrev(5, 0x2E, false, {{0x03, 0x08}, {0x20, 0x0B}}) // abstract function
         .abbrev(6, 0x1D, true, {{0x31, 0x10}, {0x11, 0x01}, {0x12, 0x0B}, {0x58, 0x0B}, {0x59, 0x0B}}) // inlined body
         .abbrev(7, 0x2E, true, {{0x03, 0x08}, {0x11, 0x01}, {0x12, 0x01}, {0x40, 0x0A}});              // with a frame
     std::ostringstream lines;
@@ -150,8 +150,8 @@ std::string debugText() {
                     << "\n.uleb128 3\n.asciz \"l\"\n.8byte code + " << start + 4 << "\n.uleb128 4\n.asciz \"v" << i
                     << "\"\n.byte 9, 3\n.8byte code + " << start + 8 << "\n";
             for (int depth = 0; depth < 3; ++depth) {
-                entries << ".uleb128 6\n.4byte .Lo" << unit << " - .Linfo\n.8byte code + " << start + depth << "\n.byte "
-                        << 12 - depth << ", 1, " << depth + 3 << "\n";
+                entries << ".uleb128 6\n.4byte .Lo" << unit << " - .Linfo\n.8byte code + " << start + depth
+                        << "\n.byte " << 12 - depth << ", 1, " << depth + 3 << "\n";
             }
             entries << ".byte 0, 0, 0, 0\n";
             lines << ".byte 4, " << 1 + i % 2 << ", 1, 2, 16\n";
@@ -241,9 +241,8 @@ TEST(Threads, ChainsAndStackVariablesFromTheFirstQueryOn) {
         together(std::chrono::milliseconds(60), [&](std::mt19937& random) {
             unsigned int const unit = random() % 4;
             unsigned int const function = random() % 60;
-            bool const isRight = random() % 3 == 0
-                                     ? findsVariable(*bank, random)
-                                     : followsChain(*bank, 0x1000 + unit * 0x400 + function * 16 + 3);
+            bool const isRight = random() % 3 == 0 ? findsVariable(*bank, random)
+                                                   : followsChain(*bank, 0x1000 + unit * 0x400 + function * 16 + 3);
             wrong += isRight ? 0 : 1;
             queryLines(*bank, random);
         });

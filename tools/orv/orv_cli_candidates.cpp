@@ -38,9 +38,8 @@ Kind kindOf(ISymbolFileToResolve& candidate) {
     }
     // What stands for the module itself is valid from the first, and names it.
     std::error_code ignored;
-    bool const isOwn =
-        candidate.validity() == symbolFileValid &&
-        std::filesystem::equivalent(candidate.symbolFileName(), candidate.moduleFileName(), ignored);
+    bool const isOwn = candidate.validity() == symbolFileValid &&
+                       std::filesystem::equivalent(candidate.symbolFileName(), candidate.moduleFileName(), ignored);
     return isOwn ? Kind::Module : Kind::DebugLink;
 }
 

@@ -61,8 +61,7 @@ void Resolver::loadServers() {
     }
 }
 
-long long
-Resolver::resolveSymbolFile(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>>& candidates) {
+long long Resolver::resolveSymbolFile(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>>& candidates) {
     if (m_options.symbolFile.empty()) {
         return m_servers != nullptr ? m_servers->resolveSymbolFile(candidates) : m_roots.resolveSymbolFile(candidates);
     }

@@ -17,7 +17,8 @@ public:
         m_context->setRegister(0, number(options.stackPointer));
         m_context->setRegister(1, number(options.framePointer));
         if (m_bank.addressByValue(number(options.pc), m_pc) != status_Ok) {
-            throw Failure(module.name() + ": " + options.pc + " lies in no segment: give --pc as the module lays it out");
+            throw Failure(module.name() + ": " + options.pc +
+                          " lies in no segment: give --pc as the module lays it out");
         }
         SymMgrObjectPtr<ISymbolRange> function;
         if (module.symbolRangeByAddress(*m_pc, function, symbol_kind_Function) != status_Ok) {

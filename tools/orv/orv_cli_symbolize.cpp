@@ -108,8 +108,8 @@ struct Query {
     std::string_view word;
     unsigned long long value = 0;
     bool isAddress = false;
-    bool isLabel = false;          ///< The function has no size.
-    unsigned long long offset = 0; ///< In the innermost function's range; told in JSON only.
+    bool isLabel = false;           ///< The function has no size.
+    unsigned long long offset = 0;  ///< In the innermost function's range; told in JSON only.
     char const* function = nullptr; ///< The innermost one; null where it is not known.
     Place place;
     std::vector<Frame> const* callers = nullptr; ///< Where the frames around it stand, from the inside out.
@@ -360,8 +360,7 @@ private:
     /// to a bank without the restriction.
     void findAgain() {
         auto const isOpen = [](Query const& query) {
-            return query.isAddress &&
-                   (query.function == nullptr || query.place.file == nullptr || query.isLabel);
+            return query.isAddress && (query.function == nullptr || query.place.file == nullptr || query.isLabel);
         };
         if (!m_isAnnounced || std::none_of(m_queries.begin(), m_queries.end(), isOpen)) {
             return;

@@ -196,20 +196,18 @@ private:
 
     void addStackVariables() {
         StackOptions& options = m_stack;
-        CLI::App* const command =
-            add("stackvar", "The local variable or member that owns a stack address",
-                "orv stackvar prog --pc 1161 --sp 7ffe1000 --fp 7ffe1040 7ffe1034", [this] {
-                    m_stack.module = m_module;
-                    return stackVariables(m_stack, m_common);
-                });
+        CLI::App* const command = add("stackvar", "The local variable or member that owns a stack address",
+                                      "orv stackvar prog --pc 1161 --sp 7ffe1000 --fp 7ffe1040 7ffe1034", [this] {
+                                          m_stack.module = m_module;
+                                          return stackVariables(m_stack, m_common);
+                                      });
         auto const addNumber = [&](char const* name, std::string& value, char const* description) {
-            command->add_option(name, value, description)
-                ->required()
-                ->check(CLI::Validator(checkAddress, "ADDR"));
+            command->add_option(name, value, description)->required()->check(CLI::Validator(checkAddress, "ADDR"));
         };
         addNumber("--pc", options.pc, "Address of the instruction, as the module lays it out");
         addNumber("--sp", options.stackPointer, "Value of the stack pointer there");
-        addNumber("--fp", options.framePointer, "Value of the frame pointer there; of DWARF 3 the canonical frame address");
+        addNumber("--fp", options.framePointer,
+                  "Value of the frame pointer there; of DWARF 3 the canonical frame address");
         addModule(command);
         command->add_option("ADDR", options.words, "Stack addresses, hexadecimal")
             ->required()
