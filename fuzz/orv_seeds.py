@@ -68,7 +68,7 @@ int ns::A::f(int y) const { if (y > 3) return v * y; for (int i = 0; i < v; ++i)
 static int counter;
 static inline int twice(int x) { volatile int y = x; return y * 2; }
 static inline int four(int x) { return twice(twice(x)); }
-struct S { int a; struct { short b; ns::A c; } d; } record;
+struct S { int a; struct { short b; int c; } d; } record;
 extern "C" int f(int x) { ns::A a(x); S s; s.d.b = four(x); counter += a.f(s.d.b); { long v[3]; v[1] = x; counter += v[1]; } return counter; }
 """
 ASSEMBLER_UNIT = """
