@@ -134,8 +134,8 @@ def debug_sections():
             for section in SECTIONS:
                 out = folder / "section"
                 out.unlink(missing_ok=True)
-                run("objcopy", "-O", "binary", f"--only-section={section}", "--set-section-flags", f"{section}=alloc",
-                    name, out.name)
+                subprocess.run(["objcopy", "--dump-section", f"{section}={out.name}", name, "copy"], cwd=folder,
+                               capture_output=True, check=False)  # not all have all
                 if out.exists() and out.stat().st_size:
                     found[section] = out.read_bytes()
             yield found
