@@ -46,19 +46,6 @@ private:
     bool m_isShown;
 };
 
-/// The first of the candidates that is valid by itself.
-long long defaultChoice(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>>& candidates) {
-    long long index = 0;
-    candidates->reset();
-    for (auto candidate = candidates->current(); candidate; candidate = candidates->current(), ++index) {
-        if (candidate->validity() == symbolFileValid) {
-            return index;
-        }
-        candidates->next();
-    }
-    return -1;
-}
-
 bool areServersSet() {
     char const* const urls = std::getenv(DEBUGINFOD_URLS_ENV_VAR);
     return urls != nullptr && *urls != '\0';
@@ -104,8 +91,9 @@ char const* DebuginfodResolver::lastAnswer() const { return m_state->lastAnswer.
 long long
 DebuginfodResolver::resolveSymbolFile(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>>& candidates) {
     m_state->lastAnswer.clear();
-    long long const found =
-        m_state->first != nullptr ? m_state->first->resolveSymbolFile(candidates) : defaultChoice(candidates);
+    DebugRootsResolver defaultChoice{std::vector<std::string>()};
+    ISymbolFileResolver& first = m_state->first != nullptr ? *m_state->first : defaultChoice;
+    long long const found = first.resolveSymbolFile(candidates);
     if (found >= 0 || !areServersSet()) {
         return found;
     }

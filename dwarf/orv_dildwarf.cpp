@@ -12,9 +12,10 @@
 namespace ORV_3_30 {
 namespace {
 
-/// Units may share a line program or a range list, but none needs to be read more often than this.
+/// Units may share a line program, but none needs to be read more often than this.
 constexpr std::uint64_t k_lineRereads = 4;
-constexpr std::uint64_t k_rangeRereads = 16;
+constexpr std::uint64_t k_leastLocation = 4; ///< Bytes of an entry, and then some.
+constexpr std::uint64_t k_leastRange = 4;
 constexpr std::uint64_t k_leastBudget = std::uint64_t{1} << 16;
 /// Paths and names that are put together, and texts that are searched, against what the sections hold.
 constexpr std::uint64_t k_textsMade = 8;
@@ -26,6 +27,12 @@ constexpr unsigned int k_latestVersion = 4;
 bool areSymbolsEnabled() {
     char const* const skip = std::getenv("ORV_SKIP_DWARF_SYMBOLS");
     return skip == nullptr || *skip == '\0';
+}
+
+bool hasSection(IFileFormatHelper& helper, unsigned int role) {
+    SymMgrObjectPtr<ISectionData> section;
+    helper.sectionData(section, role);
+    return static_cast<bool>(section);
 }
 
 } // namespace
@@ -51,7 +58,7 @@ void calculateHighLowAdresses(AttrBinding const* low, AttrBinding const* high, u
 DWARFDebugInfoLoader::DWARFDebugInfoLoader(IFileFormatLoader* loader, std::string symFileName,
                                            IFileFormatHelper* helper, unsigned long long loadBias)
     : DebugInfoLoader(loader), m_symFileName(std::move(symFileName)), m_fileFormatHelper(helper), m_loadBias(loadBias),
-      m_symbolsEnabled(areSymbolsEnabled()) {}
+      m_hasDebugInfo(hasSection(*helper, section_role_DebugInfo)), m_symbolsEnabled(areSymbolsEnabled()) {}
 
 ISrcLineResolver* DWARFDebugInfoLoader::srcLineResolver(Scope* scope, ILock* /*lock*/) {
     if (!m_lineResolver) {
@@ -95,6 +102,7 @@ void DWARFDebugInfoLoader::holdSections() {
     m_lineBytes = std::max(k_leastBudget, m_debugLine.size * k_lineRereads);
     m_textBytes = k_leastTexts + textsSize() * k_textsMade;
     m_members = k_leastBudget + m_debugInfo.size;
+    m_indexedRanges = k_leastBudget + (m_debugInfo.size + m_debugRanges.size) / k_leastRange;
 }
 
 DwarfWalker DWARFDebugInfoLoader::locationsWalker(unsigned int addrSize) {
@@ -107,8 +115,14 @@ DwarfWalker DWARFDebugInfoLoader::locationsWalker(unsigned int addrSize) {
 
 /// What one load may spend. A client may have many made, and each is to give the same.
 void DWARFDebugInfoLoader::refillBudgets() {
-    m_rangePairs = std::max(k_leastBudget, m_debugRanges.size * k_rangeRereads);
+    m_rangePairs = std::max(k_leastBudget, m_debugRanges.size);
+    refillScopeBudgets();
+}
+
+/// Ranges go on from what the load of the units has left: all that lies in scopes reads them once more, or a few times.
+void DWARFDebugInfoLoader::refillScopeBudgets() {
     m_searchBytes = k_leastTexts + textsSize() * k_textsSearched;
+    m_locations = k_leastBudget + m_debugLoc.size / k_leastLocation;
 }
 
 status_t DWARFDebugInfoLoader::scanUnits() {

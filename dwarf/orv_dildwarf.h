@@ -86,8 +86,9 @@ public:
     /// A name without its last character, as long as the loader lives; the name itself where too many
     /// have been kept.
     char const* keepShortened(char const* name, std::size_t size);
-    /// To be called where a load begins.
+    /// To be called where a load begins: of all units, or of what lies in one scope.
     void refillBudgets();
+    void refillScopeBudgets();
     /// False if more was read than the section can justify: units may share what they read, but not
     /// without an end.
     bool spendLineBytes(std::uint64_t bytes) { return spend(m_lineBytes, bytes); }
@@ -96,7 +97,11 @@ public:
     bool spendTextBytes(std::uint64_t bytes) { return spend(m_textBytes, bytes); }
     /// For the search of texts that entries may share.
     bool spendSearchBytes(std::uint64_t bytes) { return spend(m_searchBytes, bytes); }
-    /// For the members of variables: many may share a type.
+    /// For the entries of location lists: many variables may share one.
+    bool spendLocation() { return spend(m_locations, 1); }
+    /// For the ranges that indices of inlined bodies keep. Never refilled.
+    bool spendIndexedRange() { return spend(m_indexedRanges, 1); }
+    /// For the members of variables: many may share a type. Never refilled.
     bool spendMember() { return spend(m_members, 1); }
 
 private:
@@ -144,6 +149,7 @@ private:
     std::string m_symFileName;
     SymMgrObjectPtr<IFileFormatHelper> m_fileFormatHelper;
     unsigned long long m_loadBias;
+    bool m_hasDebugInfo;   ///< The section is there, whether or not it was read.
     bool m_symbolsEnabled; ///< From the environment.
     status_t m_status = status_Ok;
     std::atomic<status_t> m_lineStatus{status_NotInitialized};
@@ -159,6 +165,8 @@ private:
     Budget m_textBytes{0};   ///< The same.
     Budget m_searchBytes{0}; ///< The same.
     Budget m_members{0};     ///< The same.
+    Budget m_locations{0};
+    Budget m_indexedRanges{0};
     AbbrevTables m_abbrevTables;
     Units m_units;                       ///< By offset.
     std::atomic<bool> m_hasUnits{false}; ///< They have been read in full.

@@ -245,6 +245,7 @@ AttrBindings* AttrBindings::resolveOrigin() {
     walker.seek(reference->value);
     m_origin = new AttrBindings(unit, nullptr);
     m_origin->readDie(walker);
+    m_originBytes = walker.offset() - reference->value;
     return m_origin.get();
 }
 

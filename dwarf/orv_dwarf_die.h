@@ -137,6 +137,11 @@ public:
     /// The entry that DW_AT_abstract_origin or else DW_AT_specification names; null if there is none.
     AttrBindings* resolveOrigin();
 
+    /// How many bytes were read for origins so far.
+    std::uint64_t originBytes() const {
+        return m_origin ? m_originBytes + m_origin->originBytes() : 0;
+    }
+
     unsigned char getHasChildren() const { return m_hasChildren; }
     unsigned long long tag() const { return m_tag; }
     /// Offset of the abbreviation code in .debug_info.
@@ -150,6 +155,7 @@ private:
     unsigned char m_hasChildren = 0;
     std::vector<AttrBinding> m_pool; ///< Made once, at its full size.
     SymMgrObjectPtr<AttrBindings> m_origin;
+    std::uint64_t m_originBytes = 0;
 };
 
 } // namespace ORV_3_30

@@ -137,6 +137,9 @@ private:
         body.isGlobal = origin.isExternal || m_attributes.has(DieAttributes::slot_External);
         body.ranges = std::move(m_ranges);
         for (std::size_t i = 0; i < body.ranges.size(); ++i) {
+            if (!m_loader.spendIndexedRange()) {
+                return false;
+            }
             m_index.m_entries.push_back({level, id, body.ranges[i].start, body.ranges[i].end, 0});
         }
         if (entry.hasChildren != 0) {

@@ -44,7 +44,7 @@ bool findEntry(DWARFCompilationUnit& unit, AttrBinding const* locOffsetAttr, uns
     walker.seek(locOffsetAttr->value);
     std::uint64_t const selectsBase = addrSize == 4 ? 0xFFFFFFFF : ~std::uint64_t{0};
     std::uint64_t base = unit.baseAddress();
-    while (walker.remaining() >= 2 * addrSize) {
+    while (walker.remaining() >= 2 * addrSize && unit.loader()->spendLocation()) {
         std::uint64_t const first = walker.address();
         std::uint64_t const second = walker.address();
         if (first == 0 && second == 0) {

@@ -11,6 +11,8 @@ namespace {
 
 /// Structures in structures in structures. Only broken ones hold themselves.
 constexpr unsigned int k_deepestMember = 64;
+/// What an entry costs, however small it is: many variables may share a type.
+constexpr std::uint64_t k_leastEntry = 16;
 
 /// Where a member stands in its structure. False if that is not told in a way that is known.
 bool memberOffset(AttrBinding const& location, std::uint64_t& out) {
@@ -48,6 +50,9 @@ void visitType(DWARFCompilationUnit& asked, std::uint64_t typeOffset, DIEVisitor
 } // namespace
 
 bool StructMemberVisitor::visit(DWARFCompilationUnit& unit, AttrBindings& die) {
+    if (!unit.loader()->spendSearchBytes(k_leastEntry)) {
+        return false;
+    }
     if (die.tag() != DW_TAG_member) {
         return true;
     }
@@ -61,16 +66,16 @@ bool StructMemberVisitor::visit(DWARFCompilationUnit& unit, AttrBindings& die) {
     TypeInfo info{};
     bool const isSized = type != nullptr && lookUpType(unit, type->value, info);
     unsigned long long const start = m_start + offset;
-    unsigned long long const end = start + (isSized ? info.size : 0);
+    std::uint64_t const size = isSized ? info.size : 0;
     auto const* const text = reinterpret_cast<char const*>(name->data);
     if (m_all != nullptr) {
         if (!unit.loader()->spendMember()) {
             return false;
         }
-        m_all->emplace(start, StructMember{text, std::max(start, end), die.offset()});
+        m_all->emplace(start, StructMember{text, std::max(start, start + size), die.offset()});
         return true;
     }
-    if (start > m_target || end <= m_target) {
+    if (start > m_target || m_target - start >= size) {
         return true;
     }
     m_found = {text, start, type != nullptr ? type->value : 0, info.tag};

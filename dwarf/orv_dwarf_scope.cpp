@@ -203,7 +203,7 @@ InlineIndex* DWARFScope::inlineIndex() {
         locks[reinterpret_cast<std::uintptr_t>(this) / sizeof(*this) % locks.size()]);
     index = m_index.load(std::memory_order_acquire);
     if (index == nullptr && !m_hasNoIndex) {
-        m_unit.loader()->refillBudgets();
+        m_unit.loader()->refillScopeBudgets();
         index = InlineIndex::read(*this).release();
         m_index.store(index, std::memory_order_release);
         m_hasNoIndex.store(index == nullptr, std::memory_order_release);

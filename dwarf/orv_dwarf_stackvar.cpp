@@ -6,12 +6,14 @@
 #include "dwarf/orv_dwarf_types.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace ORV_3_30 {
 namespace {
 
 /// A program has new frames all the time. Beyond this many answers we begin anew.
 constexpr std::size_t k_mostAnswers = std::size_t{1} << 17;
+constexpr std::size_t k_mostBytes = std::size_t{1} << 24; ///< Of names.
 
 bool isHeld(SymMgrObjectPtr<DWARFSymbol> const& symbol) {
     unsigned int count = 0;
@@ -27,7 +29,7 @@ bool StackVariableVisitor::visit(DWARFCompilationUnit& unit, AttrBindings& die) 
     }
     AttrBinding const* const name = die.attribute(DW_AT_name);
     AttrBinding const* const location = die.attribute(DW_AT_location);
-    if (location == nullptr) {
+    if (location == nullptr || !unit.loader()->spendSearchBytes(die.originBytes())) {
         return true;
     }
     std::uint64_t const address = locationIn(unit, *location, m_frame);
@@ -71,10 +73,11 @@ StackAnswers::Answer const* StackAnswers::find(IStackFrameContext& context, unsi
 }
 
 StackAnswers::Answer const& StackAnswers::add(IStackFrameContext& context, unsigned long long address, Answer answer) {
-    if (m_count >= k_mostAnswers) {
+    if (m_count >= k_mostAnswers || m_bytes >= k_mostBytes) {
         forgetAll();
     }
     ++m_count;
+    m_bytes += std::strlen(answer.symbol->name());
     return m_answers[frameOf(context)].insert_or_assign(address, std::move(answer)).first->second;
 }
 
@@ -90,6 +93,7 @@ void StackAnswers::forgetAll() {
     }
     m_answers.clear();
     m_count = 0;
+    m_bytes = 0;
 }
 
 // --- The question
@@ -117,18 +121,16 @@ status_t DWARFDebugInfoLoader::findStackVariable(ISymbol* symbol, unsigned long 
 
 status_t DWARFDebugInfoLoader::searchStack(ISymbol* symbol, unsigned long long pc, unsigned long long address,
                                            IStackFrameContext& context, StackAnswers::Answer const*& answer) {
-    SymMgrObjectPtr<ISectionData> debugInfo;
-    m_fileFormatHelper->sectionData(debugInfo, section_role_DebugInfo);
-    if (!debugInfo) {
+    if (!m_hasDebugInfo) {
         return status_NoDebugInfo;
     }
     auto* const function = dynamic_cast<DWARFSymbol*>(symbol);
     auto* const scope = function != nullptr ? dynamic_cast<DWARFScope*>(function->scope()) : nullptr;
-    if (scope == nullptr) {
+    if (scope == nullptr || scope->unit().loader() != this) {
         return status_Fail;
     }
     LockGuard loads(scope->rootLoadLock()); // types and budgets are theirs
-    refillBudgets();
+    refillScopeBudgets();
     DWARFCompilationUnit& unit = scope->unit();
     DwarfWalker walker = unit.unitWalker();
     walker.seek(scope->dieOffset());

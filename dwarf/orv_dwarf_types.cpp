@@ -39,7 +39,8 @@ bool isIntegerName(char const* name) {
 
 class TypeLookup {
 public:
-    static bool find(DWARFCompilationUnit& asked, std::uint64_t offset, TypeInfo& out, unsigned int depth) {
+    bool find(DWARFCompilationUnit& asked, std::uint64_t offset, TypeInfo& out, unsigned int depth) {
+        m_isCut |= depth == k_longestTypeChain;
         if (offset == k_noOffset || depth == k_longestTypeChain) {
             return false;
         }
@@ -53,15 +54,15 @@ public:
             return out.isSized;
         }
         out.isSized = decode(*unit, offset, out, depth);
-        // Deep down a failure may come of the depth alone.
-        if (out.isSized || depth == 0) {
+        // A failure may come of a bound alone, and another question get further.
+        if (out.isSized || !m_isCut) {
             unit->knownTypes()[offset] = out;
         }
         return out.isSized;
     }
 
 private:
-    static bool decode(DWARFCompilationUnit& unit, std::uint64_t offset, TypeInfo& out, unsigned int depth) {
+    bool decode(DWARFCompilationUnit& unit, std::uint64_t offset, TypeInfo& out, unsigned int depth) {
         DwarfWalker walker = unit.sectionWalker();
         walker.seek(offset);
         AttrBindings die(&unit, nullptr);
@@ -99,7 +100,7 @@ private:
     }
 
     /// The number of elements, by the array's subranges. False if none of them tells its bounds.
-    static bool countElements(DWARFCompilationUnit& unit, DwarfWalker walker, std::uint64_t& count) {
+    bool countElements(DWARFCompilationUnit& unit, DwarfWalker walker, std::uint64_t& count) {
         bool isKnown = false;
         count = 1;
         for (;;) {
@@ -107,13 +108,19 @@ private:
             if (!die.readDie(walker)) {
                 return isKnown;
             }
+            // Many types may name one array, and arrays lie in arrays in arrays.
+            if (!unit.loader()->spendSearchBytes(walker.offset() - die.offset())) {
+                m_isCut = true;
+                return false;
+            }
             if (die.tag() == DW_TAG_subrange_type) {
                 isKnown = multiply(unit, die, count) || isKnown;
             }
             if (die.getHasChildren() != 0) {
+                std::uint64_t const before = walker.offset();
                 unit.loader()->skipChildren(walker, unit, 0);
-                // Arrays in arrays in arrays would be passed over again and again.
-                if (!unit.loader()->spendSearchBytes(walker.offset() - die.offset())) {
+                if (!unit.loader()->spendSearchBytes(walker.offset() - before)) {
+                    m_isCut = true;
                     return false;
                 }
             }
@@ -135,12 +142,14 @@ private:
         count *= static_cast<std::uint64_t>(last) - static_cast<std::uint64_t>(first) + 1;
         return true;
     }
+
+    bool m_isCut = false; ///< By a bound of ours, not by what the file says.
 };
 
 } // namespace
 
 bool lookUpType(DWARFCompilationUnit& unit, std::uint64_t offset, TypeInfo& out) {
-    return TypeLookup::find(unit, offset, out, 0);
+    return TypeLookup().find(unit, offset, out, 0);
 }
 
 } // namespace ORV_3_30

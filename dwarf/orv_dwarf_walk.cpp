@@ -35,7 +35,7 @@ void DieTreeWalk::walkChildren(DWARFCompilationUnit& unit, std::uint64_t childOf
     m_walker = unit.unitWalker();
     m_walker.seek(childOffset);
     m_isBelowFunction = true;
-    m_loader.refillBudgets();
+    m_loader.refillScopeBudgets();
     m_levels.push_back({mask, false});
     run();
 }

@@ -354,9 +354,12 @@ void ElfHelper::copySymbolTablesFrom(ElfHelper const& other) {
             !other.m_roles[strings].data) {
             return;
         }
-        for (Role const role : {symbols, strings}) {
-            m_roles[role].data = new ElfSectionData(other.readSectionBytes(other.m_roles[role].index), delta);
-        }
+        SymMgrObjectPtr<ISectionData> const table(
+            new ElfSectionData(other.readSectionBytes(other.m_roles[symbols].index), delta));
+        SymMgrObjectPtr<ISectionData> const names(
+            new ElfSectionData(other.readSectionBytes(other.m_roles[strings].index), delta));
+        m_roles[symbols].data = table;
+        m_roles[strings].data = names;
     };
     adopt(role_Symtab, role_Strtab);
     adopt(role_Dynsym, role_Dynstr);

@@ -5,8 +5,8 @@
 ///     if (!helper->valid()) return status_BadFileFormat;
 ///     if (helper->isCodeAddress(address)) ...
 ///
-/// Immutable once built, but for the adopted symbol tables and the reset for files without loadable
-/// segments, both of which the owner does before it shares the helper.
+/// Immutable once built, but for the reset for files without loadable segments, which the owner does before it
+/// shares the helper, and the adopted symbol tables, which come in under the lock that symbols are read under.
 #pragma once
 
 #include "core/orv_list.h"

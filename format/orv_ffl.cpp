@@ -66,10 +66,12 @@ unsigned int FileFormatLoader::release() {
 status_t FileFormatLoader::symbolFiles(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>>& out) {
     LockGuard guard(&m_lock);
     if (m_symbolFiles.empty()) {
-        status_t const status = collectSymbolFiles(m_symbolFiles);
+        SymbolFiles found; // all of them or none
+        status_t const status = collectSymbolFiles(found);
         if (failed(status)) {
             return status;
         }
+        m_symbolFiles = std::move(found);
     }
     out = new VectorIteratorWrapper<SymbolFiles, SymMgrObjectPtr<ISymbolFileToResolve>>(m_symbolFiles);
     return status_Ok;

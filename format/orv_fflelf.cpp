@@ -9,6 +9,8 @@
 #include "lines/orv_dil.h"
 #include "resolver/orv_debug_files.h"
 
+#include <string_view>
+
 namespace ORV_3_30 {
 
 void ElfFileLoader::open(SymMgrObjectPtr<IModuleImage> image) {
@@ -95,7 +97,9 @@ IDebugInfoLoader* ElfFileLoader::createDebugInfoLoader(char const* name, symbol_
 /// A companion gives its symbol tables to a stripped module, whatever else is in it.
 IDebugInfoLoader* ElfFileLoader::createDwarfLoader(char const* name) {
     SymMgrObjectPtr<ElfHelper> symbolFile = m_elfHelper;
-    bool const isOwn = samePath(name, fileName());
+    std::string canonical;
+    fullPath(canonical, fileName(), false);
+    bool const isOwn = std::string_view(name) == fileName() || canonical == name;
     if (!isOwn) {
         symbolFile = new ElfHelper(IModuleImage::create(name, arch_Unknown, false));
     }

@@ -71,6 +71,13 @@ public:
     status_t addressRequested(unsigned long long /*address*/) override { return status_Ok; }
     status_t requestsCleared() override { return status_Ok; }
 
+    /// Told by a scope on its way out: questions without a scope find symbols in none from then on.
+    void leaveScope(Scope const* scope) {
+        if (m_scope == scope) {
+            m_scope = nullptr;
+        }
+    }
+
     virtual void lineTable(SymMgrObjectPtr<ILineTable>& out) = 0;
     /// Makes the iterator that all line questions go through; null with a status where there is none.
     virtual status_t sourceLineIterator(SymMgrObjectPtr<SourceLines>& out, unsigned long long start,

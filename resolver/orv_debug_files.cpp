@@ -4,6 +4,8 @@
 #include "image/orv_path.h"
 #include "resolver/orv_debug_sections.h"
 
+#include <algorithm>
+
 namespace ORV_3_30 {
 namespace {
 
@@ -27,9 +29,15 @@ DWARFCandidate::DWARFCandidate(char const* moduleFile, long long ordinal, IFileF
     : SymMgrObject(lock), m_moduleFile(moduleFile != nullptr ? moduleFile : ""), m_ffHelper(helper), m_ordinal(ordinal),
       m_lock(lock) {}
 
-void DWARFCandidate::accept(char const* path) {
-    m_resolvedFile = path;
-    m_validity = symbolFileValid;
+void DWARFCandidate::accept(std::string const& path) { settle(path, symbolFileValid); }
+
+void DWARFCandidate::settle(std::string const& name, symbol_file_validity_t validity) {
+    auto known = std::find(m_names.begin(), m_names.end(), name);
+    if (known == m_names.end()) {
+        known = m_names.insert(m_names.end(), name);
+    }
+    m_resolvedFile.store(known->c_str(), std::memory_order_release);
+    m_validity.store(validity, std::memory_order_release);
 }
 
 long long DWARFCandidate::validateSymbolFile(char const* resolvedSymFile) {
@@ -38,7 +46,7 @@ long long DWARFCandidate::validateSymbolFile(char const* resolvedSymFile) {
     }
     LockGuard guard(m_lock);
     // The file that it holds is not read again: a change of it goes unnoticed.
-    if (m_validity == symbolFileValid && canonical(resolvedSymFile) == canonical(m_resolvedFile)) {
+    if (m_validity == symbolFileValid && canonical(resolvedSymFile) == canonical(symbolFileName())) {
         return m_ordinal;
     }
     if (!fileExists(resolvedSymFile) || !isSought(resolvedSymFile)) {
@@ -59,9 +67,8 @@ DWARFBuildIdSymbolFileToResolve::DWARFBuildIdSymbolFileToResolve(char const* mod
         m_buildId.clear();
         return;
     }
-    m_resolvedFile =
-        ".build-id/" + m_buildId.substr(0, k_folderDigits) + "/" + m_buildId.substr(k_folderDigits) + ".debug";
-    m_validity = symbolFileNotFound;
+    settle(".build-id/" + m_buildId.substr(0, k_folderDigits) + "/" + m_buildId.substr(k_folderDigits) + ".debug",
+           symbolFileNotFound);
 }
 
 bool DWARFBuildIdSymbolFileToResolve::isSought(char const* path) {
@@ -112,18 +119,18 @@ void DWARFSymbolFileToResolve::search(std::string const& name) {
     directoryName(directory, m_moduleFile.c_str());
     std::string inFolder;
     joinPath(inFolder, name.c_str(), (directory + ".debug").c_str());
-    m_validity = symbolFileNotFound;
+    symbol_file_validity_t validity = symbolFileNotFound;
     for (std::string const& place : {directory + name, inFolder}) {
         if (!fileExists(place.c_str())) {
             continue;
         }
         if (isSought(place.c_str())) {
-            accept(place.c_str());
+            accept(place);
             return;
         }
-        m_validity = symbolFileMismatch;
+        validity = symbolFileMismatch;
     }
-    m_resolvedFile = name;
+    settle(name, validity);
 }
 
 bool DWARFSymbolFileToResolve::isSought(char const* path) { return m_hasDebugLink && fileCrc(path) == m_debugLinkCrc; }
@@ -135,6 +142,7 @@ BinaryWithDWARFInfo::BinaryWithDWARFInfo(char const* moduleFile, long long ordin
     : DWARFCandidate(moduleFile, ordinal, helper, lock) {
     if (moduleFile != nullptr) {
         m_moduleFile = canonical(moduleFile);
+        m_hasDebugInfo = static_cast<bool>(sectionOf(helper, section_role_DebugInfo));
         BinaryWithDWARFInfo::validateSymbolFile(m_moduleFile.c_str());
     }
 }
@@ -149,14 +157,14 @@ long long BinaryWithDWARFInfo::validateSymbolFile(char const* resolvedSymFile) {
         if (!ORV_ASSERT(helper() != nullptr, "m_ffHelper != 0L")) {
             return -1;
         }
-        if (sectionOf(helper(), section_role_DebugInfo)) {
-            accept(m_moduleFile.c_str());
+        if (m_hasDebugInfo) {
+            accept(m_moduleFile);
             result = ordinal();
         } else {
             m_validity = symbolFileRefused;
         }
     }
-    ORV_INFO("Symbol file: " << resolvedSymFile << " validity: " << static_cast<unsigned int>(m_validity));
+    ORV_INFO("Symbol file: " << resolvedSymFile << " validity: " << static_cast<unsigned int>(validity()));
     return result;
 }
 

@@ -2,14 +2,16 @@
 /// .gnu_debuglink names, the module itself.
 ///
 /// Each finds what it can when it is made, and accepts other files by the same rule later. They belong to the
-/// module's loader, whose lock guards the checks and the counts. The texts that they hand out live until the
-/// next file is accepted.
+/// module's loader, whose lock guards the checks and the counts. Loads on several threads share them: what they
+/// hand out takes no lock, and lives as long as they do.
 #pragma once
 
 #include "format/orv_ffl.h"
 #include "orv/orv_symbolfileresolver.h"
 
+#include <atomic>
 #include <cstdint>
+#include <deque>
 #include <string>
 
 namespace ORV_3_30 {
@@ -17,7 +19,7 @@ namespace ORV_3_30 {
 /// What the three have in common.
 class DWARFCandidate : public SymMgrObject<ISymbolFileToResolve> {
 public:
-    char const* symbolFileName() override { return m_resolvedFile.c_str(); }
+    char const* symbolFileName() override { return m_resolvedFile.load(std::memory_order_acquire); }
     char const* moduleFileName() override { return m_moduleFile.c_str(); }
     symbol_file_format_t symbolFileFormat() override { return symbolFormatDwarf; }
     symbol_file_validity_t validity() override { return m_validity; }
@@ -31,16 +33,19 @@ protected:
     /// Whether an existing file that is not the present one is the one sought.
     virtual bool isSought(char const* path) = 0;
 
-    void accept(char const* path);
+    void accept(std::string const& path);
+    /// Sets the name and how far the search has got.
+    void settle(std::string const& name, symbol_file_validity_t validity);
     long long ordinal() const { return m_ordinal; }
     ILock* lock() const { return m_lock; }
     IFileFormatHelper* helper() const { return m_ffHelper.get(); }
 
     std::string m_moduleFile;
-    std::string m_resolvedFile;
-    symbol_file_validity_t m_validity = symbolFileUnchecked;
+    std::atomic<symbol_file_validity_t> m_validity{symbolFileUnchecked};
 
 private:
+    std::deque<std::string> m_names; ///< All that were ever handed out. The present one is one of them.
+    std::atomic<char const*> m_resolvedFile{""};
     SymMgrObjectPtr<IFileFormatHelper> m_ffHelper;
     long long m_ordinal;
     ILock* m_lock;
@@ -82,6 +87,8 @@ public:
 
 private:
     bool isSought(char const* path) override { return m_moduleFile == path; }
+
+    bool m_hasDebugInfo = false; ///< Asked once: others count the section's data under another lock.
 };
 
 } // namespace ORV_3_30

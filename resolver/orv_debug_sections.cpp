@@ -5,6 +5,7 @@
 #include "format/orv_section_data.h"
 #include "image/orv_file.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <elf.h>

@@ -3,6 +3,7 @@
 #include "image/orv_path.h"
 #include "resolver/orv_symbolfileresolver.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
 
@@ -46,6 +47,9 @@ long long offer(ISymbolFileToResolve& candidate, std::vector<std::string> const&
         isOfBuildId(candidate) ? std::vector<std::string>{"/"} : directoriesOf(candidate.moduleFileName());
     for (std::string const& root : roots) {
         for (std::string const& directory : directories) {
+            if (root.empty() || directory.empty()) {
+                continue; // the file would lie somewhere else
+            }
             std::string const path = root + directory + name;
             long long const index = fileExists(path.c_str()) ? candidate.validateSymbolFile(path.c_str()) : -1;
             if (index >= 0) {
@@ -54,6 +58,16 @@ long long offer(ISymbolFileToResolve& candidate, std::vector<std::string> const&
         }
     }
     return -1;
+}
+
+/// A companion under a root that an earlier load has found.
+bool isUnderRoot(ISymbolFileToResolve& candidate, std::vector<std::string> const& roots) {
+    std::string const name = candidate.symbolFileName();
+    return candidate.validity() == symbolFileValid &&
+           std::any_of(roots.begin(), roots.end(), [&](std::string const& root) {
+               return !root.empty() && name.compare(0, root.size(), root) == 0 && name.size() > root.size() &&
+                      name[root.size()] == '/';
+           });
 }
 
 } // namespace
@@ -70,7 +84,10 @@ std::string wantedBuildId(ISymbolFileToResolve& candidate) {
         return {};
     }
     id = id.substr(k_before, id.size() - k_before - k_after);
-    id.erase(2, 1); // the slash behind the first two digits
+    if (id[2] != '/') {
+        return {};
+    }
+    id.erase(2, 1);
     return id.find_first_not_of("0123456789abcdef") == std::string::npos ? id : std::string();
 }
 
@@ -81,6 +98,15 @@ DebugRootsResolver::DebugRootsResolver(std::vector<std::string> roots) : m_roots
 DebugRootsResolver::~DebugRootsResolver() = default;
 
 long long DebugRootsResolver::resolveSymbolFile(Candidates& candidates) {
+    // The same file again for every load of the module.
+    candidates->reset();
+    for (auto candidate = candidates->current(); candidate; candidate = candidates->current()) {
+        std::string const name = candidate->symbolFileName();
+        if (isUnderRoot(*candidate, m_roots)) {
+            return candidate->validateSymbolFile(name.c_str());
+        }
+        candidates->next();
+    }
     for (auto* const isWanted : {&isOfBuildId, &isOfDebugLink}) {
         candidates->reset();
         for (auto candidate = candidates->current(); candidate; candidate = candidates->current()) {

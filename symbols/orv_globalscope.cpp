@@ -1,6 +1,6 @@
 #include "symbols/orv_globalscope.h"
 
-#include "orv/orv_fileformatloader.h"
+#include "lines/orv_dil.h"
 
 namespace ORV_3_30 {
 namespace {
@@ -15,6 +15,13 @@ GlobalScope::GlobalScope(IFileFormatLoader* loader, IDebugInfoLoader* debugInfoL
     : Scope(loader, nullptr), m_debugInfoLoader(debugInfoLoader), m_accepted(m_requested) {
     if (m_debugInfoLoader != nullptr) {
         m_resolver = m_debugInfoLoader->srcLineResolver(this, bankLock);
+    }
+}
+
+GlobalScope::~GlobalScope() {
+    // The loader may stay for other banks, and with it symbols that ask the resolver.
+    if (auto* const resolver = dynamic_cast<SrcLineResolver*>(m_resolver.get())) {
+        resolver->leaveScope(this);
     }
 }
 

@@ -14,6 +14,7 @@ namespace ORV_3_30 {
 class GlobalScope final : public Scope {
 public:
     GlobalScope(IFileFormatLoader* loader, IDebugInfoLoader* debugInfoLoader, ILock* bankLock);
+    ~GlobalScope() override;
 
     status_t ensureKinds(unsigned int mask) override;
     /// Debug symbols first and raw symbols second: debug scopes have the first word in a tie.

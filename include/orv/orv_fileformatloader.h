@@ -20,8 +20,8 @@ public:
     ORV_API static status_t create(SymMgrObjectPtr<IFileFormatLoader>& out, SymMgrObjectPtr<IModuleImage> image,
                                    char const* targetName);
 
-    /// The candidates for the module's symbol files in order of preference. The iterator must not
-    /// outlive the loader. status_Ok, or a failure with out untouched.
+    /// The candidates for the module's symbol files in order of preference. Neither they nor the iterator
+    /// must outlive the loader. status_Ok, or a failure with out untouched.
     virtual status_t symbolFiles(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>>& out) = 0;
     /// The reader for a candidate. status_Ok, with null where none can be made; status_False for an
     /// index outside the list, out untouched.

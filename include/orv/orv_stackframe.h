@@ -7,21 +7,25 @@
 ///
 /// What to set follows from the form of the function's DW_AT_frame_base (DWARF version 4, 3.3.5):
 ///
-///     form of the frame base                              stack pointer      frame pointer
-///     location list of register offsets                   its value at pc    its value at pc
-///         (gcc -gdwarf-2)
-///     block DW_OP_call_frame_cfa (gcc -gdwarf-3)          not used           canonical frame address
-///     location list that gives DW_OP_call_frame_cfa       not used           canonical frame address less
-///                                                                            two addresses
-///     block DW_OP_reg6, DW_OP_bregN (clang)               its value at pc    its value at pc
+///     form of the frame base                                stack pointer      frame pointer
+///     location list or block of register offsets            its value at pc    its value at pc
+///         (DW_OP_breg4 to breg7; gcc -gdwarf-2)
+///     block DW_OP_call_frame_cfa (gcc -gdwarf-3)            not used           canonical frame address
+///     location list that gives DW_OP_call_frame_cfa         not used           canonical frame address less
+///                                                                              two addresses
+///     block DW_OP_reg6 (clang, x86-64 with a frame pointer) not used           its value at pc
+///     block DW_OP_reg4 (clang, 32-bit without one)          its value at pc    not used
 ///
-/// The canonical frame address is the stack pointer's value in the caller at the call. In a function that keeps its
-/// frame pointer it is the frame pointer's value plus two addresses: 16 bytes, or 8 in a 32-bit program. A client that
-/// does not know the form sets the frame pointer to one and then to the other.
+/// The canonical frame address is the stack pointer's value in the caller at the call. In a function that sets its frame
+/// pointer up first of all it is the frame pointer's value plus two addresses: 16 bytes, or 8 in a 32-bit program. A
+/// client that does not know the form sets the frame pointer to one and then to the other.
 ///
-/// Of 32-bit programs clang describes frames by DW_OP_reg5, which is not read. Units of DWARF 4 have expressions of a
-/// form that is not read either (DW_FORM_exprloc), and function ends that are distances: no variable of theirs is
-/// found.
+/// Any other form counts as a base of 0: DW_OP_reg5 and DW_OP_reg7, by which clang describes 32-bit functions with a frame
+/// pointer and 64-bit ones without, and expressions of several operations, as gcc has them for a 32-bit main. What counts
+/// from such a base has no place, or a wrong one near 0.
+///
+/// Units of DWARF 4 have expressions of a form that is not read (DW_FORM_exprloc), so that their variables are at 0 unless
+/// a location list places them, and function ends that are distances: in a linked program no variable is found.
 #pragma once
 
 #include "orv/orv_object.h"

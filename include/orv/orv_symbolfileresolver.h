@@ -24,7 +24,8 @@ enum symbol_file_validity_t : unsigned int {
     symbolFileNotFound = 4
 };
 
-/// A file that may hold a module's symbols. Belongs to the module's loader.
+/// A file that may hold a module's symbols. Belongs to the module's loader, and must not outlive it. Texts live as long
+/// as the candidate. Any thread may ask and offer.
 class ORV_API ISymbolFileToResolve : public ISymMgrObject {
 public:
     /// The file that holds the symbols if the candidate is valid, otherwise the name searched for.
@@ -35,7 +36,7 @@ public:
     virtual symbol_file_format_t symbolFileFormat() = 0;
     virtual symbol_file_validity_t validity() = 0;
     /// Offers a file. The candidate's index in the list if the file is accepted, which then becomes
-    /// symbolFileName; otherwise -1, and nothing changes.
+    /// symbolFileName; otherwise -1, and the name stays. A candidate by debug link reads the whole file.
     virtual long long validateSymbolFile(char const* resolvedSymFile) = 0;
     /// A constant of the candidate's class.
     virtual unsigned int candidateClassFlag() = 0;

@@ -67,8 +67,9 @@ def check_places(built, whole, folder):
     expect("wrong beside, right in .debug", answers(module).stdout, whole)
     hidden.unlink()
     taken = [json.loads(line) for line in run(ORV, "candidates", "--json", *EMPTY, module).stdout.splitlines()]
-    expect("both wrong", [(c["kind"], c["taken"], c["validity"]) for c in taken],
-           [("build id", False, 4), ("debug link", False, 3)])
+    expect("both wrong", [(c["kind"], c["taken"], c["validity"], c["reason"].split(":")[0]) for c in taken],
+           [("build id", False, 4, "no such file under /no/such/folder"),
+            ("debug link", False, 3, "beside the module is a file of that name, with another CRC")])
     expect("nothing found", answers(module).stdout == whole, False)
 
     module, companion = split(built, folder / "roots")
@@ -83,7 +84,16 @@ def check_places(built, whole, folder):
     shutil.move(by_id, by_name)
     expect("under a root by name", answers(module, "--debug-root", root).stdout, whole)
     taken = json.loads(run(ORV, "candidates", "--json", "--debug-root", root, module).stdout.splitlines()[1])
-    expect("taken by name", (taken["taken"], taken["name"]), (True, str(by_name)))
+    expect("taken by name", (taken["taken"], taken["name"], taken["reason"]),
+           (True, str(by_name), "the CRC is the one that the module names"))
+    both = run(ORV, "--debug-root", root, "candidates", "--json", "--debug-root", "/none", module).stdout.splitlines()
+    expect("roots ahead of the command and behind it", json.loads(both[1])["taken"], True)
+    expect("not looked for", json.loads(both[0])["reason"], "not looked for any further: another one is taken")
+    by_id.write_bytes(built.with_name("other").read_bytes())
+    refused = json.loads(run(ORV, "candidates", "--json", "--debug-root", root, module).stdout.splitlines()[0])
+    expect("of another build", refused["reason"], f"{by_id} belongs to another build")
+    by_id.unlink()
+    expect("no such module", run(ORV, "candidates", folder / "none").stderr.split(":")[2].strip(), "cannot be opened")
     expect("named by the user", answers(module, *EMPTY, "--symbol-file", by_name).stdout, whole)
     for file, words in ((built.with_name("other"), "is no companion of"), (folder / "none", "cannot be opened")):
         refused = answers(module, *EMPTY, "--symbol-file", file)

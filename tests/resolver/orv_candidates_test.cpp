@@ -254,6 +254,38 @@ TEST(Resolvers, DebugRoots) {
     EXPECT_EQ(symbolFileOf(module.path(), roots), "1 " + byId);
 }
 
+TEST(Resolvers, TheSecondLoadFindsTheSame) {
+    std::string const note = buildIdNote("0xAB, 2, 3, 4", 4);
+    Placed const companion(programText(note), "companion");
+    Placed const module(programText(note + debugLink("c.debug", crcText(companion.path()))), "module");
+    TempDir const root;
+    DebugRootsResolver roots({root.path()});
+    std::string const byId = root.path() + "/.build-id/ab/020304.debug";
+    std::string const byLink = root.path() + module.dir().path() + "/c.debug";
+    for (std::string const& path : {byId, byLink}) {
+        std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+        std::filesystem::copy(companion.path(), path);
+    }
+    SymMgrObjectPtr<ISymbolManager> manager;
+    ISymbolManager::create(manager);
+    auto const load = [&] {
+        SymMgrObjectPtr<IModuleSymbolBank> bank;
+        manager->loadSymbolsFromModuleEx(module.path().c_str(), &roots, bank, arch_Unknown, load_flags_None, "");
+        return bank;
+    };
+    auto const first = load();
+    EXPECT_EQ(first->symFileName(), byId);
+    EXPECT_TRUE(load() == first);
+    // A companion that was replaced is read anew, and who holds the old bank keeps it.
+    Placed const longer(programText(note + ".data\n.fill 100, 1, 0\n"), "longer");
+    std::filesystem::copy(longer.path(), byId, std::filesystem::copy_options::overwrite_existing);
+    auto const second = load();
+    EXPECT_EQ(second->symFileName(), byId);
+    EXPECT_FALSE(second == first);
+    EXPECT_EQ(symbolAt(*first, 0x1004), "code@1000+32");
+    EXPECT_EQ(symbolAt(*second, 0x1004), "code@1000+32");
+}
+
 TEST(Resolvers, FallBackToTheDefaultOrder) {
     Placed const module(programText(k_debugInfo), "module");
     TempDir const empty;

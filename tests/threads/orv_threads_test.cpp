@@ -268,6 +268,31 @@ TEST(Threads, LinesAndSymbolsFromTheFirstQueryOn) {
     }
 }
 
+TEST(Threads, CandidatesOfOneModule) {
+    // A module and its companion under a root, loaded again and again.
+    Assembled const module(debugText());
+    std::string const note = module.path() + ".id";
+    TempDir const root;
+    std::string const folder = root.path() + "/.build-id/01";
+    std::filesystem::create_directories(folder);
+    ASSERT_EQ(std::system(("printf '\\004\\000\\000\\000\\004\\000\\000\\000\\003\\000\\000\\000GNU\\000\\001\\002\\003\\004' > " +
+                           note + " && objcopy --add-section .note.gnu.build-id=" + note + " " + module.path() + " && cp " +
+                           module.path() + " " + folder + "/020304.debug")
+                              .c_str()),
+              0);
+    DebugRootsResolver roots({root.path()});
+    std::atomic<unsigned int> wrong{0};
+    together(std::chrono::milliseconds(400), [&](std::mt19937& random) {
+        SymMgrObjectPtr<ISymbolManager> manager;
+        ISymbolManager::create(manager);
+        SymMgrObjectPtr<IModuleSymbolBank> bank;
+        manager->loadSymbolsFromModuleEx(module.path().c_str(), &roots, bank, arch_Unknown, load_flags_None, "");
+        wrong += bank->symFileName() == folder + "/020304.debug" ? 0 : 1;
+        query(*bank, random);
+    });
+    EXPECT_EQ(wrong, 0U);
+}
+
 TEST(Threads, TheManagerComesAndGoes) {
     together(std::chrono::milliseconds(500), [](std::mt19937& random) {
         SymMgrObjectPtr<ISymbolManager> manager;

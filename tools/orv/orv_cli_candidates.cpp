@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <unistd.h>
 #include <vector>
 
 namespace orv_cli {
@@ -22,11 +23,54 @@ char const* nameOf(Kind kind) {
     }
 }
 
-/// A candidate as it stood before anybody has offered it a file.
-struct View {
-    SymMgrObjectPtr<ISymbolFileToResolve> candidate;
-    Kind kind;
-    std::string sought;
+/// A candidate that keeps what it is offered.
+class Watched final : public SymMgrObject<ISymbolFileToResolve> {
+public:
+    Watched(SymMgrObjectPtr<ISymbolFileToResolve> candidate, Kind kind)
+        : m_candidate(std::move(candidate)), m_kind(kind), m_sought(m_candidate->symbolFileName()) {}
+
+    char const* symbolFileName() override { return m_candidate->symbolFileName(); }
+    char const* moduleFileName() override { return m_candidate->moduleFileName(); }
+    symbol_file_format_t symbolFileFormat() override { return m_candidate->symbolFileFormat(); }
+    symbol_file_validity_t validity() override { return m_candidate->validity(); }
+    unsigned int candidateClassFlag() override { return m_candidate->candidateClassFlag(); }
+    long long validateSymbolFile(char const* resolvedSymFile) override {
+        long long const index = m_candidate->validateSymbolFile(resolvedSymFile);
+        if (index < 0) {
+            m_refused.emplace_back(resolvedSymFile);
+        }
+        return index;
+    }
+
+    Kind kind() const { return m_kind; }
+    std::string const& sought() const { return m_sought; }
+    std::vector<std::string> const& refused() const { return m_refused; }
+
+private:
+    SymMgrObjectPtr<ISymbolFileToResolve> m_candidate;
+    Kind m_kind;
+    std::string m_sought; ///< Before anybody has offered it a file.
+    std::vector<std::string> m_refused;
+};
+
+using WatchedList = std::vector<SymMgrObjectPtr<Watched>>;
+
+class WatchedIterator final : public SymMgrObject<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>> {
+public:
+    explicit WatchedIterator(WatchedList const& list) : m_list(list) {}
+    SymMgrObjectPtr<ISymbolFileToResolve> current() override {
+        return m_at < m_list.size() ? SymMgrObjectPtr<ISymbolFileToResolve>(m_list[m_at].get())
+                                    : SymMgrObjectPtr<ISymbolFileToResolve>();
+    }
+    bool next() override {
+        m_at += m_at < m_list.size() ? 1 : 0;
+        return m_at < m_list.size();
+    }
+    void reset() override { m_at = 0; }
+
+private:
+    WatchedList const& m_list;
+    std::size_t m_at = 0;
 };
 
 Kind kindOf(ISymbolFileToResolve& candidate) {
@@ -43,62 +87,77 @@ Kind kindOf(ISymbolFileToResolve& candidate) {
     return isOwn ? Kind::Module : Kind::DebugLink;
 }
 
-std::string reasonOf(View const& view, bool isTaken, Resolver const& resolver) {
-    ISymbolFileToResolve& candidate = *view.candidate;
-    if (isTaken) {
-        return view.kind == Kind::BuildId     ? "the build id is the module's"
-               : view.kind == Kind::DebugLink ? "the CRC is the one that the module names"
-                                              : "it has debug information";
+char const* whyTaken(Kind kind) {
+    switch (kind) {
+    case Kind::BuildId: return "the build id is the module's";
+    case Kind::DebugLink: return "the CRC is the one that the module names";
+    default: return "it has debug information";
+    }
+}
+
+std::string whyNot(Watched& candidate, bool isAnotherTaken, CommonOptions const& common, Resolver const& resolver) {
+    if (common.noDebugInfo) {
+        return "--no-debug-info: nothing is looked for";
+    }
+    if (!candidate.refused().empty()) {
+        return candidate.refused().front() + " belongs to another build";
     }
     switch (candidate.validity()) {
-    case symbolFileValid: return "would do, but another one stands in front of it or was asked for";
+    case symbolFileValid: return "it would do, but another one stands in front of it";
     case symbolFileRefused: return "it holds no debug information";
-    case symbolFileMismatch: return "a file of that name is there, but its CRC is another: it belongs to another build";
-    case symbolFileNotFound:
-        return view.kind == Kind::BuildId
-                   ? "no file of that build id under " + resolver.places()
-                   : "no such file beside the module, in .debug there, or under " + resolver.places();
-    default: return "it was not checked";
+    case symbolFileMismatch: return "beside the module is a file of that name, with another CRC: it belongs to another build";
+    default: break;
     }
+    if (isAnotherTaken) {
+        return "not looked for any further: another one is taken";
+    }
+    bool const isOfBuildId = candidate.kind() == Kind::BuildId;
+    return std::string("no such file ") + resolver.places(isOfBuildId);
 }
 
 } // namespace
 
 int candidates(std::string const& moduleName, CommonOptions const& common) {
+    std::error_code ignored;
+    bool const isFile =
+        ::access(moduleName.c_str(), R_OK) == 0 && !std::filesystem::is_directory(moduleName, ignored);
     SymMgrObjectPtr<IFileFormatLoader> loader;
-    status_t status =
-        IFileFormatLoader::create(loader, IModuleImage::create(moduleName.c_str(), common.arch, false), "");
     SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>> list;
+    status_t status = isFile ? IFileFormatLoader::create(
+                                   loader, IModuleImage::create(moduleName.c_str(), common.arch, false), "")
+                             : status_CantOpenFile;
     if (status == status_Ok) {
         status = loader->symbolFiles(list);
     }
     if (failed(status)) {
         throw Failure(moduleName + ": " + describe(status));
     }
-    std::vector<View> views;
+    WatchedList watched;
     for (auto candidate = list->current(); candidate; candidate = list->current()) {
-        views.push_back({candidate, kindOf(*candidate), candidate->symbolFileName()});
+        watched.emplace_back(new Watched(candidate, kindOf(*candidate)));
         list->next();
     }
     Resolver resolver(common);
-    long long const taken = views.empty() || common.noDebugInfo ? -1 : resolver.resolveSymbolFile(list);
-    for (std::size_t i = 0; i < views.size(); ++i) {
-        View const& view = views[i];
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>> iterator(new WatchedIterator(watched));
+    long long const taken = watched.empty() || common.noDebugInfo ? -1 : resolver.resolveSymbolFile(iterator);
+    for (std::size_t i = 0; i < watched.size(); ++i) {
+        Watched& candidate = *watched[i];
         bool const isTaken = static_cast<long long>(i) == taken;
-        std::string const name = isTaken ? view.candidate->symbolFileName() : view.sought;
-        std::string const reason = reasonOf(view, isTaken, resolver);
+        std::string const name = isTaken ? candidate.symbolFileName() : candidate.sought();
+        std::string const reason =
+            isTaken ? whyTaken(candidate.kind()) : whyNot(candidate, taken >= 0, common, resolver);
         if (common.json) {
             Json object;
-            object["kind"] = nameOf(view.kind);
-            object["format"] = nameOfSymbolFormat(view.candidate->symbolFileFormat());
-            object["validity"] = view.candidate->validity();
+            object["kind"] = nameOf(candidate.kind());
+            object["format"] = nameOfSymbolFormat(candidate.symbolFileFormat());
+            object["validity"] = candidate.validity();
             object["taken"] = isTaken;
             object["name"] = name;
             object["reason"] = reason;
             printJson(object);
         } else {
-            std::printf("%-7s  %-13s  %s\n                        %s\n", isTaken ? "taken" : "-", nameOf(view.kind),
-                        name.c_str(), reason.c_str());
+            std::printf("%-7s  %-13s  %s\n                        %s\n", isTaken ? "taken" : "-",
+                        nameOf(candidate.kind()), name.c_str(), reason.c_str());
         }
     }
     if (taken < 0 && !common.json) {

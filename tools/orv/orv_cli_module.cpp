@@ -77,7 +77,7 @@ Module& Module::load(std::string name, CommonOptions const& options, Sharing sha
 }
 
 Module::Module(std::string name, CommonOptions const& options, Sharing sharing)
-    : m_name(std::move(name)), m_options(options), m_resolver(std::make_unique<Resolver>(options)) {
+    : m_name(std::move(name)), m_options(options), m_resolver(std::make_unique<Resolver>(m_options)) {
     status_t status = ISymbolManager::create(m_manager);
     if (status == status_Ok) {
         unsigned int const flags = (options.noDebugInfo ? load_flags_NoDebugInfo : load_flags_None) |

@@ -42,19 +42,24 @@ Resolver::Resolver(CommonOptions const& options) : m_options(options), m_roots(r
     }
 }
 
-Resolver::~Resolver() = default;
+Resolver::~Resolver() {
+    if (m_servers != nullptr) {
+        m_destroy(m_servers);
+    }
+}
 
 /// Its client library brings a good deal with it, so only those who ask for it wait for that.
 void Resolver::loadServers() {
     void* const library = openServerLibrary();
-    void* const create = library != nullptr ? ::dlsym(library, "orv_createDebuginfodResolver") : nullptr;
-    void* const answer = library != nullptr ? ::dlsym(library, "orv_lastDebuginfodAnswer") : nullptr;
-    if (create == nullptr || answer == nullptr) {
+    auto const find = [&](char const* name) { return library != nullptr ? ::dlsym(library, name) : nullptr; };
+    auto const create = reinterpret_cast<decltype(&orv_createDebuginfodResolver)>(find("orv_createDebuginfodResolver"));
+    m_destroy = reinterpret_cast<decltype(m_destroy)>(find("orv_destroyDebuginfodResolver"));
+    m_lastAnswer = reinterpret_cast<decltype(m_lastAnswer)>(find("orv_lastDebuginfodAnswer"));
+    if (create == nullptr || m_destroy == nullptr || m_lastAnswer == nullptr) {
         throw Failure(std::string("--debuginfod: ") + ORV_DEBUGINFOD_LIBRARY +
                       " can't be loaded: install it beside liborv");
     }
-    m_servers = reinterpret_cast<decltype(&orv_createDebuginfodResolver)>(create)(&m_roots);
-    m_lastAnswer = reinterpret_cast<decltype(m_lastAnswer)>(answer);
+    m_servers = create(&m_roots);
     char const* const urls = std::getenv("DEBUGINFOD_URLS");
     if (urls == nullptr || *urls == '\0') {
         sayOnce("--debuginfod: DEBUGINFOD_URLS is not set, so no server is asked");
@@ -90,12 +95,15 @@ void Resolver::finish(std::string const& module) {
     }
 }
 
-std::string Resolver::places() const {
+std::string Resolver::places(bool isOfBuildId) const {
     std::string all;
     for (std::string const& root : rootsOf(m_options)) {
-        all += (all.empty() ? "" : ", ") + root;
+        all += (all.empty() ? "under " : ", ") + root;
     }
-    return m_servers != nullptr ? all + " and the servers of DEBUGINFOD_URLS" : all;
+    char const* const urls = std::getenv("DEBUGINFOD_URLS");
+    bool const isAsked = isOfBuildId && m_servers != nullptr && urls != nullptr && *urls != '\0';
+    return (isOfBuildId ? "" : "beside the module, in .debug there, ") + all +
+           (isAsked ? ", or on the servers of DEBUGINFOD_URLS" : "");
 }
 
 } // namespace orv_cli

@@ -22,15 +22,16 @@ public:
     /// After a load: throws Failure if the file of --symbol-file was not taken, and says once what the servers had to
     /// say.
     void finish(std::string const& module);
-    /// Where companions were looked for, for people.
-    std::string places() const;
+    /// Where companions of a kind are looked for, for people.
+    std::string places(bool isOfBuildId) const;
 
 private:
     void loadServers();
 
-    CommonOptions const& m_options;
+    CommonOptions m_options;
     DebugRootsResolver m_roots;
     ISymbolFileResolver* m_servers = nullptr; ///< Of the library that is loaded for it.
+    decltype(&orv_destroyDebuginfodResolver) m_destroy = nullptr;
     decltype(&orv_lastDebuginfodAnswer) m_lastAnswer = nullptr;
     bool m_isTaken = false;
 };

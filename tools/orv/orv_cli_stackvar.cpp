@@ -32,9 +32,9 @@ public:
 
     /// How far what is found at an address reaches up and down: the neighbours are asked, in steps that double and
     /// halve.
-    void extent(unsigned long long address, char const* name, unsigned long long& start, unsigned long long& end) {
-        start = address - reach(address, name, -1);
-        end = address + reach(address, name, 1) + 1;
+    void extent(unsigned long long address, ISymbol& like, unsigned long long& start, unsigned long long& end) {
+        start = address - reach(address, like, -1);
+        end = address + reach(address, like, 1) + 1;
     }
 
     static unsigned long long number(std::string const& word) {
@@ -44,25 +44,26 @@ public:
     }
 
 private:
-    bool isSame(unsigned long long address, char const* name) {
+    bool isSame(unsigned long long address, ISymbol& like) {
         SymMgrObjectPtr<ISymbol> symbol;
         bool isInteger = false;
-        return find(address, symbol, isInteger) == status_Ok && std::strcmp(symbol->name(), name) == 0;
+        return find(address, symbol, isInteger) == status_Ok && std::strcmp(symbol->name(), like.name()) == 0 &&
+               declarationOf(*symbol) == declarationOf(like);
     }
 
-    unsigned long long reach(unsigned long long address, char const* name, long long direction) {
+    unsigned long long reach(unsigned long long address, ISymbol& like, long long direction) {
         auto const at = [&](unsigned long long distance) {
             return direction > 0 ? address + distance : address - distance;
         };
         unsigned long long inside = 0;
         unsigned long long outside = 1;
-        while (outside != 0 && isSame(at(outside), name)) {
+        while (outside != 0 && isSame(at(outside), like)) {
             inside = outside;
             outside *= 2;
         }
         while (outside - inside > 1) {
             unsigned long long const middle = inside + (outside - inside) / 2;
-            (isSame(at(middle), name) ? inside : outside) = middle;
+            (isSame(at(middle), like) ? inside : outside) = middle;
         }
         return inside;
     }
@@ -77,6 +78,7 @@ char const* meaningOf(status_t status) {
     switch (status) {
     case status_False: return "no variable of the function holds it";
     case status_NoDebugInfo: return "the module has no debug information";
+    case status_OutOfMemory: return "that needs more memory than there is";
     default: return "the function's debug information gives no place for its variables: DWARF 2 and 3 do";
     }
 }
@@ -90,7 +92,7 @@ void print(StackQuestion& question, std::string const& word, bool json) {
     unsigned long long end = 0;
     std::string declared;
     if (status == status_Ok) {
-        question.extent(address, symbol->name(), start, end);
+        question.extent(address, *symbol, start, end);
         declared = declarationOf(*symbol);
     }
     if (json) {

@@ -102,8 +102,12 @@ private:
                "Architecture of the module, where the file does not tell")
             ->check(oneOf("ARCH", k_architectures));
         app.add_flag("--no-debug-info", m_common.noDebugInfo, "Look for no debug information");
-        app.add_option("--debug-root", m_common.debugRoots,
-                       "Look for companions under this folder; repeatable (default: /usr/lib/debug)")
+        app.add_option_function<std::vector<std::string>>(
+               "--debug-root",
+               [this](std::vector<std::string> const& roots) {
+                   m_common.debugRoots.insert(m_common.debugRoots.end(), roots.begin(), roots.end());
+               },
+               "Look for companions under this folder; repeatable (default: /usr/lib/debug)")
             ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
             ->expected(1)
             ->type_name("DIR");
