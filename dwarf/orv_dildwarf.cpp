@@ -259,17 +259,24 @@ OriginFacts DWARFDebugInfoLoader::originFacts(DWARFCompilationUnit& asking, std:
     if (!isNew) {
         return entry->second;
     }
-    DWARFCompilationUnit* const unit = asking.holds(offset) ? &asking : findUnitByOffset(offset);
+    OriginFacts& facts = entry->second;
     DieChain chain;
-    if (unit != nullptr && unit->readEntry(offset, chain.start(*unit, offset))) {
-        OriginFacts& facts = entry->second;
+    if (chain.startAtOrigin(asking, offset)) {
         facts.name = chain.symbolName();
         facts.isExternal = chain.find(DieAttributes::slot_External) != nullptr;
+        AttrValue const* const location = chain.find(DieAttributes::slot_Location);
+        facts.isStatic = location != nullptr && isStaticLocation(*location);
         for (auto const slot : {DieAttributes::slot_LowPc, DieAttributes::slot_HighPc, DieAttributes::slot_Ranges}) {
             facts.hasPlace |= chain.find(slot) != nullptr;
         }
     }
-    return entry->second;
+    if (chain.isCut()) {
+        m_originFacts.erase(entry); // another question may get further
+        OriginFacts cut;
+        cut.isCut = true;
+        return cut;
+    }
+    return facts;
 }
 
 unsigned int DWARFDebugInfoLoader::mergeDecision(MergeSide const& mine, MergeSide const& other, MergeNext const& next) {

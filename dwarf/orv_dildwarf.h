@@ -26,6 +26,8 @@ struct OriginFacts {
     char const* name = nullptr; ///< The linkage name or else the plain one; null if it is missing or empty.
     bool hasPlace = false;      ///< It tells addresses.
     bool isExternal = false;
+    bool isStatic = false;      ///< It tells the one address of a variable.
+    bool isCut = false;         ///< Too much was read before: nothing is known.
 };
 
 class DWARFDebugInfoLoader final : public DebugInfoLoader, public IScopeMaker {
@@ -97,6 +99,7 @@ public:
     bool spendTextBytes(std::uint64_t bytes) { return spend(m_textBytes, bytes); }
     /// For the search of texts that entries may share.
     bool spendSearchBytes(std::uint64_t bytes) { return spend(m_searchBytes, bytes); }
+    bool canSearch() const { return m_searchBytes.load(std::memory_order_relaxed) != 0; }
     /// For the entries of location lists: many variables may share one.
     bool spendLocation() { return spend(m_locations, 1); }
     /// For the ranges that indices of inlined bodies keep. Never refilled.

@@ -62,6 +62,7 @@ void AbbrevTable::makeSteps(FormContext const& context, AbbrevEntry& entry) {
     entry.firstStep = static_cast<std::uint32_t>(m_steps.size());
     std::uint32_t seen = 0; // by slot: of two attributes with one code the first stands
     std::uint32_t pending = 0;
+    bool hasList = false;
     for (std::uint32_t i = 0; i < entry.specCount; ++i) {
         AbbrevSpec const& spec = m_specs[entry.firstSpec + i];
         unsigned int const size = sizeOfForm(context, spec.form);
@@ -71,7 +72,9 @@ void AbbrevTable::makeSteps(FormContext const& context, AbbrevEntry& entry) {
         }
         bool const isNoBlock =
             spec.form == DW_FORM_sec_offset || spec.form == DW_FORM_data4 || spec.form == DW_FORM_data8;
-        entry.mayBeStatic |= spec.attr == DW_AT_location && !isNoBlock;
+        bool const isOrigin = spec.attr == DW_AT_abstract_origin || spec.attr == DW_AT_specification;
+        hasList |= spec.attr == DW_AT_location && isNoBlock;
+        entry.mayBeStatic |= isOrigin || (spec.attr == DW_AT_location && !isNoBlock);
         bool const isFixed = entry.skipSize != AbbrevEntry::k_variable && size != k_variableSize;
         entry.skipSize = isFixed ? entry.skipSize + size : AbbrevEntry::k_variable;
         std::uint8_t slot = DieAttributes::slotOf(spec.attr);
@@ -86,6 +89,7 @@ void AbbrevTable::makeSteps(FormContext const& context, AbbrevEntry& entry) {
         m_steps.push_back({pending, spec.form, slot});
         pending = 0;
     }
+    entry.mayBeStatic = entry.mayBeStatic && !hasList; // it has a location, of the wrong form
     entry.stepCount = static_cast<std::uint32_t>(m_steps.size()) - entry.firstStep;
     entry.tailSize = pending;
 }

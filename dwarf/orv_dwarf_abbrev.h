@@ -43,7 +43,8 @@ struct AbbrevEntry {
     std::uint32_t skipSize;    ///< Bytes of all attributes together; k_variable if that depends on them.
     std::uint32_t siblingAt;   ///< Distance of DW_AT_sibling from the first attribute, if it is fixed there.
     std::uint16_t siblingForm; ///< 0 without one.
-    bool mayBeStatic;          ///< DW_AT_location can be a block, as that of a variable with one address is.
+    /// DW_AT_location can be a block, as that of a variable with one address is, or may stand in an origin.
+    bool mayBeStatic;
 };
 
 /// The abbreviations of a unit, by code. Units whose tables are the same share one.

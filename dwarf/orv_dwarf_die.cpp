@@ -86,17 +86,28 @@ bool DieAttributes::read(DwarfWalker& walker, FormContext const& context, Abbrev
     return true;
 }
 
-DieAttributes& DieChain::start(DWARFCompilationUnit& unit, std::uint64_t offset) {
+DieAttributes& DieChain::start(DWARFCompilationUnit& unit, std::uint64_t offset, unsigned int mostLinks) {
     m_links[0].unit = &unit;
     m_links[0].offset = offset;
     m_count = 1;
+    m_mostLinks = mostLinks;
     m_isComplete = false;
+    m_isCut = false;
     return m_links[0].attributes;
+}
+
+bool DieChain::startAtOrigin(DWARFCompilationUnit& asking, std::uint64_t offset) {
+    start(asking, offset, k_longestOriginChain - 1);
+    m_count = 0;
+    DWARFCompilationUnit* const unit =
+        asking.holds(offset) ? &asking : asking.loader()->findUnitByOffset(offset);
+    m_isComplete = unit == nullptr || !readLink(*unit, offset);
+    return !m_isComplete;
 }
 
 /// Reads the origin of the last link; false if it has none that is not in the chain.
 bool DieChain::extend() {
-    if (m_isComplete || m_count == m_links.size()) {
+    if (m_isComplete || m_count == m_mostLinks) {
         return false;
     }
     Link const& last = m_links[m_count - 1];
@@ -116,21 +127,28 @@ bool DieChain::extend() {
             return false;
         }
     }
-    DwarfWalker walker = unit->sectionWalker();
+    m_isComplete = !readLink(*unit, offset);
+    return !m_isComplete;
+}
+
+/// Adds the entry at an offset. Many entries may share an origin that is long, so what it costs is counted.
+bool DieChain::readLink(DWARFCompilationUnit& unit, std::uint64_t offset) {
+    DwarfWalker walker = unit.unitWalker();
     walker.seek(offset);
-    AbbrevEntry const* const entry = unit->abbrevs().find(walker.unsignedLeb());
+    AbbrevEntry const* const entry = unit.abbrevs().find(walker.unsignedLeb());
     if (entry == nullptr) {
         return false;
     }
-    Link& link = m_links[m_count];
-    link.unit = unit;
-    link.offset = offset;
-    link.attributes.read(walker, unit->forms(), unit->abbrevs(), *entry);
-    if (!unit->loader()->spendSearchBytes(walker.offset() - offset)) {
-        return false; // many entries share an origin that is long
+    m_isCut = m_isCut || !unit.loader()->canSearch();
+    if (m_isCut) {
+        return false;
     }
+    Link& link = m_links[m_count];
+    link.unit = &unit;
+    link.offset = offset;
+    link.attributes.read(walker, unit.forms(), unit.abbrevs(), *entry);
+    unit.loader()->spendSearchBytes(walker.offset() - offset);
     ++m_count;
-    m_isComplete = false;
     return true;
 }
 
@@ -241,7 +259,7 @@ AttrBindings* AttrBindings::resolveOrigin() {
     if (unit == nullptr) {
         return nullptr;
     }
-    DwarfWalker walker = unit->sectionWalker();
+    DwarfWalker walker = unit->unitWalker();
     walker.seek(reference->value);
     m_origin = new AttrBindings(unit, nullptr);
     m_origin->readDie(walker);

@@ -81,11 +81,22 @@ private:
     static_assert(slot_Count <= 32, "each has a bit in m_present");
 };
 
+/// True for the location of a variable that has one address, which the location tells.
+inline bool isStaticLocation(AttrValue const& location) {
+    bool const isBlock = location.form == DW_FORM_block || location.form == DW_FORM_exprloc;
+    return isBlock && location.value != 0 && location.data[0] == DW_OP_addr;
+}
+
 /// An entry's attributes and those of its origins, read as far as they are asked for.
 class DieChain {
 public:
-    /// Starts with an entry, whose attributes are read into first() before anything is asked.
-    DieAttributes& start(DWARFCompilationUnit& unit, std::uint64_t offset);
+    /// Starts with an entry, whose attributes are read into first() before anything is asked. mostLinks counts it too.
+    DieAttributes& start(DWARFCompilationUnit& unit, std::uint64_t offset,
+                         unsigned int mostLinks = k_longestOriginChain);
+    /// The same for an entry that is an origin itself, and is read here. False if it can't be.
+    bool startAtOrigin(DWARFCompilationUnit& asking, std::uint64_t offset);
+    /// True if the chain ends where too much was read, not where the file ends it.
+    bool isCut() const { return m_isCut; }
     DieAttributes& first() { return m_links[0].attributes; }
     /// The attribute of the entry or else of the nearest origin that has it; null if none has.
     AttrValue const* find(DieAttributes::Slot slot);
@@ -107,12 +118,15 @@ private:
         std::uint64_t offset;
     };
     bool extend();
+    bool readLink(DWARFCompilationUnit& unit, std::uint64_t offset);
     AttrValue const* findFrom(unsigned int link, DieAttributes::Slot slot, DWARFCompilationUnit*& unit);
     char const* nameFrom(unsigned int link);
 
     std::array<Link, k_longestOriginChain> m_links;
     unsigned int m_count = 0;
+    unsigned int m_mostLinks = k_longestOriginChain;
     bool m_isComplete = false;
+    bool m_isCut = false;
 };
 
 /// One entry with the attributes that the reader knows, sorted by code. How long an abbreviation is does

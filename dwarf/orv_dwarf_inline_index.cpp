@@ -30,7 +30,7 @@ public:
             return false;
         }
         if (entry->hasChildren != 0) {
-            m_levels.push_back(k_root);
+            m_levels.push_back({k_root, 0});
         }
         while (!m_levels.empty()) {
             if (!step()) {
@@ -47,30 +47,31 @@ private:
         std::uint64_t const offset = m_walker.offset();
         std::uint64_t const code = m_walker.unsignedLeb();
         if (code == 0) {
+            // Who passes over the body goes where the sibling is said to stand.
+            std::uint64_t const sibling = m_levels.back().sibling;
             m_levels.pop_back();
-            return true;
+            return sibling == 0 || sibling == m_walker.offset();
         }
         AbbrevEntry const* const entry = m_unit.abbrevs().find(code);
         return entry != nullptr && act(*entry, offset);
     }
 
     bool act(AbbrevEntry const& entry, std::uint64_t offset) {
-        BodyId const level = m_levels.back();
+        BodyId const level = m_levels.back().body;
         std::uint64_t sibling = 0;
         switch (entry.tag) {
         case DW_TAG_inlined_subroutine: return addBody(entry, offset);
         case DW_TAG_variable:
             if (!entry.mayBeStatic) {
-                if (!m_loader.skipEntry(m_walker, m_unit, entry, sibling)) {
-                    return false;
-                }
-                break;
+                return m_loader.skipEntry(m_walker, m_unit, entry, sibling) && entry.hasChildren == 0;
             }
             if (!m_attributes.read(m_walker, m_unit.forms(), m_unit.abbrevs(), entry)) {
                 return false;
             }
-            m_index.m_bodies[level].isPlain &= !isStatic();
-            break;
+            if (entry.hasChildren != 0) {
+                return false; // whether they are walked depends on the kinds that are asked for
+            }
+            return noteVariable();
         case DW_TAG_common_block:
         case DW_TAG_module:
         case DW_TAG_lexical_block:
@@ -86,7 +87,7 @@ private:
         default: return passOver(entry);
         }
         if (entry.hasChildren != 0) {
-            m_levels.push_back(level);
+            m_levels.push_back({level, 0});
         }
         return true;
     }
@@ -102,26 +103,33 @@ private:
         return true;
     }
 
-    bool isStatic() const {
+    /// A static variable stands at the level too.
+    bool noteVariable() {
         AttrValue const* const location = m_attributes.get(DieAttributes::slot_Location);
-        return location != nullptr && (location->form == DW_FORM_block || location->form == DW_FORM_exprloc) &&
-               location->value != 0 && location->data[0] == DW_OP_addr;
+        OriginFacts const origin = location == nullptr ? originOfEntry() : OriginFacts();
+        bool const isStatic = location != nullptr ? isStaticLocation(*location) : origin.isStatic;
+        Body& level = m_index.m_bodies[m_levels.back().body];
+        level.isPlain = level.isPlain && !isStatic;
+        return !origin.isCut;
+    }
+
+    OriginFacts originOfEntry() {
+        AttrValue const* reference = m_attributes.get(DieAttributes::slot_AbstractOrigin);
+        if (reference == nullptr) {
+            reference = m_attributes.get(DieAttributes::slot_Specification);
+        }
+        return reference != nullptr ? m_loader.originFacts(m_unit, reference->value) : OriginFacts();
     }
 
     bool addBody(AbbrevEntry const& entry, std::uint64_t offset) {
         if (!m_attributes.read(m_walker, m_unit.forms(), m_unit.abbrevs(), entry)) {
             return false;
         }
-        AttrValue const* reference = m_attributes.get(DieAttributes::slot_AbstractOrigin);
-        if (reference == nullptr) {
-            reference = m_attributes.get(DieAttributes::slot_Specification);
-        }
-        OriginFacts const origin =
-            reference != nullptr ? m_loader.originFacts(m_unit, reference->value) : OriginFacts();
-        if (origin.hasPlace) {
+        OriginFacts const origin = originOfEntry();
+        if (origin.hasPlace || origin.isCut) {
             return false; // ranges are looked for there too
         }
-        BodyId const level = m_levels.back();
+        BodyId const level = m_levels.back().body;
         auto const id = static_cast<BodyId>(m_index.m_bodies.size());
         if (origin.name == nullptr || id == k_none || !place()) {
             if (entry.hasChildren != 0) {
@@ -143,7 +151,8 @@ private:
             m_index.m_entries.push_back({level, id, body.ranges[i].start, body.ranges[i].end, 0});
         }
         if (entry.hasChildren != 0) {
-            m_levels.push_back(id);
+            std::uint64_t const sibling = m_unit.trustsSiblings() ? m_attributes.number(DieAttributes::slot_Sibling) : 0;
+            m_levels.push_back({id, sibling > m_walker.offset() ? sibling : 0});
         }
         return true;
     }
@@ -217,7 +226,12 @@ private:
     DWARFDebugInfoLoader& m_loader;
     DwarfWalker m_walker;
     DieAttributes m_attributes;
-    std::vector<BodyId> m_levels; ///< The lists that are open, each by the body that it lies in.
+    /// A list that is open: the body that it lies in, and where it must end, if that is told.
+    struct List {
+        BodyId body;
+        std::uint64_t sibling;
+    };
+    std::vector<List> m_levels;
     AddressPairs m_pairs;
     RangeList m_ranges;
     unsigned long long m_address = 0;
@@ -286,10 +300,10 @@ DWARFScope* InlineIndex::scopeOf(BodyId id, Scope* parent) {
     if (scope == nullptr) {
         symbol_visibility_t const visibility = body.isGlobal ? symbol_visibility_Global : symbol_visibility_Local;
         MergeSide const symbol{body.name, body.address, body.address, false, visibility, symbol_kind_Function};
-        SymMgrObjectPtr<Scope> const made(scope = makeDwarfScope(*m_unit, body.dieOffset, symbol, parent));
+        SymMgrObjectPtr<Scope> made(scope = makeDwarfScope(*m_unit, body.dieOffset, symbol, parent));
         scope->setRanges(body.ranges);
         scope->useIndex(*this, id);
-        m_scopes.push_back(made);
+        m_scopes.push_back(std::move(made)); // counts have no lock: nothing touches this one once others see the scope
         body.scope.store(scope, std::memory_order_release);
     }
     return scope;

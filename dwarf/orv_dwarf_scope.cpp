@@ -212,7 +212,7 @@ InlineIndex* DWARFScope::inlineIndex() {
 }
 
 DWARFScope* DWARFScope::indexedChild(std::uint64_t dieOffset) {
-    InlineIndex* const index = m_index.load(std::memory_order_acquire);
+    InlineIndex* const index = m_isStepped ? nullptr : m_index.load(std::memory_order_acquire);
     InlineIndex::BodyId const body =
         index != nullptr && index->isPlain(m_body) ? index->bodyAt(m_body, dieOffset) : InlineIndex::k_none;
     return body != InlineIndex::k_none ? index->scopeOf(body, this) : nullptr;
@@ -223,18 +223,32 @@ void DWARFScope::lendIndex(DWARFScope& child) {
     InlineIndex::BodyId const body = index != nullptr ? index->bodyAt(m_body, child.dieOffset()) : InlineIndex::k_none;
     if (body != InlineIndex::k_none) {
         child.useIndex(*index, body);
+    } else if (m_hasNoIndex) {
+        child.m_hasNoIndex = true; // it would be as long in reading, and come to the same
     }
+}
+
+/// The index, if it gives what the table would: for bodies that were asked for in the first place, at a plain level.
+InlineIndex* DWARFScope::answeringIndex(symbol_kind_t mask, ISymbolChooser* resolver) {
+    if (resolver != nullptr || (mask & symbol_kind_Function) == 0 || m_isStepped) {
+        return nullptr;
+    }
+    InlineIndex* const index = inlineIndex();
+    if (index == nullptr || !index->isPlain(m_body)) {
+        return nullptr;
+    }
+    unsigned int first = m_firstKinds.load(std::memory_order_relaxed);
+    if (first == 0 && m_firstKinds.compare_exchange_strong(first, mask)) {
+        first = mask;
+    }
+    return (mask & ~first) == 0 && (first & symbol_kind_Function) != 0 ? index : nullptr;
 }
 
 status_t DWARFScope::symbolRangeByAddress(SymMgrObjectPtr<ISymbolRange>& out, unsigned long long address,
                                           symbol_kind_t mask, ISymbolChooser* resolver) {
-    bool const wantsBodies = resolver == nullptr && (mask & symbol_kind_Function) != 0;
-    InlineIndex* const index = wantsBodies ? inlineIndex() : nullptr;
-    if (index == nullptr || !index->isPlain(m_body)) {
+    InlineIndex* const index = answeringIndex(mask, resolver);
+    if (index == nullptr) {
         return Scope::symbolRangeByAddress(out, address, mask, resolver);
-    }
-    if ((mask & ~m_askedKinds.load(std::memory_order_relaxed)) != 0) {
-        m_askedKinds.fetch_or(mask);
     }
     InlineIndex::Hit hit{};
     out = index->find(m_body, address, hit)
@@ -246,8 +260,24 @@ status_t DWARFScope::symbolRangeByAddress(SymMgrObjectPtr<ISymbolRange>& out, un
 status_t DWARFScope::symbolRanges(SymMgrObjectPtr<SymbolRangeIterator>& out, unsigned long long start,
                                   unsigned long long end, symbol_kind_t mask) {
     // Without a mask the kinds count that somebody has asked for.
-    return Scope::symbolRanges(out, start, end,
-                               mask != 0 ? mask : static_cast<symbol_kind_t>(loadedKinds() | m_askedKinds));
+    return Scope::symbolRanges(
+        out, start, end, mask != 0 ? mask : static_cast<symbol_kind_t>(loadedKinds() | m_firstKinds));
+}
+
+status_t DWARFScope::ensureKinds(unsigned int mask) {
+    if ((mask & ~loadedKinds().load(std::memory_order_acquire)) == 0) {
+        return status_Ok;
+    }
+    LockGuard guard(rootLoadLock());
+    // What the index has answered counts as loaded in one step.
+    unsigned int first = 0;
+    if (!m_firstKinds.compare_exchange_strong(first, mask) && loadedKinds() == 0) {
+        Scope::ensureKinds(first);
+    }
+    if ((mask & ~m_firstKinds) != 0) {
+        m_isStepped = true;
+    }
+    return Scope::ensureKinds(mask);
 }
 
 status_t DWARFScope::loadKinds(unsigned int mask) {

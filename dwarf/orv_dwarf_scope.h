@@ -69,6 +69,7 @@ public:
     DWARFScope(DWARFCompilationUnit& unit, std::uint64_t dieOffset, Scope* parent);
     ~DWARFScope() override;
 
+    status_t ensureKinds(unsigned int mask) override;
     status_t loadKinds(unsigned int mask) override;
     status_t symbolRanges(SymMgrObjectPtr<SymbolRangeIterator>& out, unsigned long long start, unsigned long long end,
                           symbol_kind_t mask) override;
@@ -91,13 +92,17 @@ public:
 private:
     status_t loadMembers();
     InlineIndex* inlineIndex();
+    InlineIndex* answeringIndex(symbol_kind_t mask, ISymbolChooser* resolver);
 
     DWARFCompilationUnit& m_unit;
     std::uint64_t m_dieOffset;                  ///< In .debug_info.
     std::atomic<InlineIndex*> m_index{nullptr}; ///< Owned by the scope that it was read for.
     std::uint32_t m_body = 0;                   ///< In the index; 0 in the scope that owns it.
-    std::atomic<bool> m_hasNoIndex{false};      ///< It was tried.
-    std::atomic<unsigned int> m_askedKinds{0};  ///< By questions that needed no load.
+    std::atomic<bool> m_hasNoIndex{false};      ///< It was tried, here or around.
+    /// The kinds that were asked for first, whether or not that took a load. A further load finds what stands in
+    /// inlined bodies too: from then on the table answers.
+    std::atomic<unsigned int> m_firstKinds{0};
+    std::atomic<bool> m_isStepped{false};
 };
 
 /// The scope of the entry at an offset inside another one: without a range, unless it was made before.

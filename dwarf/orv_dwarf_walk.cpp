@@ -109,11 +109,11 @@ bool DieTreeWalk::step() {
 /// The tags that make something under the present mask.
 bool DieTreeWalk::needsAttributes(std::uint32_t tag) const {
     switch (tag) {
-    case DW_TAG_subprogram: return (m_mask & symbol_kind_Function) != 0;
+    case DW_TAG_subprogram: return (m_mask & symbol_kind_Function) != 0 || entersFortran();
     case DW_TAG_entry_point: return (m_mask & symbol_kind_FunctionAlt) != 0;
     case DW_TAG_label: return (m_mask & symbol_kind_DataAlt) != 0;
     case DW_TAG_variable: return (m_mask & symbol_kind_Data) != 0;
-    case DW_TAG_inlined_subroutine: return m_isBelowFunction && (m_mask & symbol_kind_Function) != 0;
+    case DW_TAG_inlined_subroutine: return true;
     case DW_TAG_unit_options: return true;
     default: return false;
     }
@@ -131,10 +131,13 @@ DieTreeWalk::Children DieTreeWalk::act(std::uint32_t tag, std::uint64_t offset) 
         if ((m_mask & symbol_kind_Function) != 0) {
             return openFunction(symbol_kind_Function, offset);
         }
-        return m_unit->isFortran() && (m_mask & symbol_kind_Data) != 0 ? Children::Enter : Children::Skip;
+        return entersFortran() && !isDeclaration() ? Children::Enter : Children::Skip;
     case DW_TAG_entry_point:
         return (m_mask & symbol_kind_FunctionAlt) != 0 ? openFunction(symbol_kind_FunctionAlt, offset) : Children::Skip;
     case DW_TAG_inlined_subroutine:
+        if (isDeclaration()) {
+            return Children::Skip;
+        }
         if (m_isBelowFunction && (m_mask & symbol_kind_Function) != 0) {
             openInline(offset);
             m_mask = k_maskBelowInline;
@@ -169,6 +172,17 @@ DieTreeWalk::Children DieTreeWalk::mergeOptions() {
     return Children::Enter;
 }
 
+/// Without the bit of functions, what lies in those of Fortran is entered for the sake of variables.
+bool DieTreeWalk::entersFortran() const { return m_unit->isFortran() && (m_mask & symbol_kind_Data) != 0; }
+
+/// True for a function or body that says neither where it stands nor that it is inlined elsewhere.
+bool DieTreeWalk::isDeclaration() {
+    DieAttributes const& own = m_chain.first();
+    bool const hasPlace = own.has(DieAttributes::slot_LowPc) || own.has(DieAttributes::slot_HighPc) ||
+                          own.has(DieAttributes::slot_Ranges);
+    return !hasPlace && m_chain.find(DieAttributes::slot_Inline) == nullptr;
+}
+
 bool DieTreeWalk::accepts(unsigned long long start, unsigned long long end) const {
     return m_target.filter == nullptr || m_target.filter->accept(start, end);
 }
@@ -183,8 +197,8 @@ DieTreeWalk::Children DieTreeWalk::openFunction(symbol_kind_t kind, std::uint64_
     DieAttributes const& own = m_chain.first();
     bool const hasPlace = own.has(DieAttributes::slot_LowPc) || own.has(DieAttributes::slot_HighPc) ||
                           own.has(DieAttributes::slot_Ranges);
-    if (!hasPlace && m_chain.find(DieAttributes::slot_Inline) == nullptr) {
-        return Children::Skip; // a mere declaration
+    if (isDeclaration()) {
+        return Children::Skip;
     }
     Children const children = m_unit->isFortran() ? Children::Enter : Children::Skip;
     if (!hasPlace && children == Children::Skip) {
@@ -273,8 +287,7 @@ DieTreeWalk::Children DieTreeWalk::openLabel(std::uint64_t offset) {
 
 DieTreeWalk::Children DieTreeWalk::openVariable(std::uint64_t offset) {
     AttrValue const* const location = m_chain.find(DieAttributes::slot_Location);
-    bool const isBlock = location != nullptr && (location->form == DW_FORM_block || location->form == DW_FORM_exprloc);
-    if (!isBlock || location->value == 0 || location->data[0] != DW_OP_addr) {
+    if (location == nullptr || !isStaticLocation(*location)) {
         return Children::Enter;
     }
     DwarfWalker operand(location->data + 1, location->value - 1, m_unit->forms().addrSize);

@@ -78,6 +78,8 @@ private:
               unsigned long long end);
     void add(Opened const& opened);
     void addAsScope(Opened const& opened);
+    bool entersFortran() const;
+    bool isDeclaration();
     bool accepts(unsigned long long start, unsigned long long end) const;
     bool needsAttributes(std::uint32_t tag) const;
 

@@ -41,10 +41,21 @@ void RangeList::add(unsigned long long start, unsigned long long end) {
         }
         m_many = std::make_unique<Many>();
         m_many->ranges.push_back(m_one);
+        m_many->longest = m_one.end - m_one.start;
     }
     Many& many = *m_many;
+    std::size_t const next = indexAbove(many.ranges, start);
+    place(many, next, start, end);
+    // What has grown stands round the place.
+    std::vector<Range> const& ranges = many.ranges;
+    for (std::size_t i = next > 1 ? next - 2 : 0; i < ranges.size() && i < next + 2; ++i) {
+        many.longest = std::max(many.longest, ranges[i].end - ranges[i].start);
+    }
+}
+
+/// next: the first range that starts above start.
+void RangeList::place(Many& many, std::size_t next, unsigned long long start, unsigned long long end) {
     std::vector<Range>& ranges = many.ranges;
-    std::size_t const next = indexAbove(ranges, start);
     auto const insertAt = [&](std::size_t index) {
         if (many.main < ranges.size() && many.main >= index) {
             ++many.main;
@@ -112,9 +123,9 @@ std::size_t RangeList::firstFrom(unsigned long long address) const {
     if (!m_many) {
         return 0;
     }
-    // The main range may stand inside the one before it.
-    std::size_t const above = indexAbove(m_many->ranges, address);
-    return above > 2 ? above - 2 : 0;
+    // One that was added in front takes nothing in, and may reach over any number of those behind it.
+    unsigned long long const reach = m_many->longest;
+    return address > reach ? indexAbove(m_many->ranges, address - reach - 1) : 0;
 }
 
 } // namespace ORV_3_30

@@ -14,7 +14,27 @@ SymbolScope* createSymbolScope(IFileFormatLoader& loader, char const* name, unsi
 
 Scope::Scope(IFileFormatLoader* loader, Scope* parent) : m_parent(parent), m_loader(loader) {}
 
-Scope::~Scope() { delete m_extras.load(); }
+Scope::~Scope() { takeDown(m_extras.load()); }
+
+/// Scopes lie in the tables of scopes, as deep as a file likes: those inside wait for their turn.
+void Scope::takeDown(Extras* extras) {
+    static thread_local Extras* waiting = nullptr;
+    static thread_local bool isAtWork = false;
+    if (extras == nullptr) {
+        return;
+    }
+    extras->nextToGo = waiting;
+    waiting = extras;
+    if (isAtWork) {
+        return;
+    }
+    isAtWork = true;
+    while (waiting != nullptr) {
+        std::unique_ptr<Extras> const next(waiting);
+        waiting = next->nextToGo;
+    }
+    isAtWork = false;
+}
 
 Scope::Extras& Scope::extras() {
     Extras* current = m_extras.load(std::memory_order_acquire);

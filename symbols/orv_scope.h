@@ -110,7 +110,9 @@ private:
         std::atomic<SymbolTable*> madeTable{nullptr}; ///< The same, for those who only ask.
         ThunkList thunks;
         std::vector<std::unique_ptr<RangeList>> replacedRanges; ///< The present ones last.
+        Extras* nextToGo = nullptr;                             ///< While they are taken down.
     };
+    static void takeDown(Extras* extras);
     Extras& extras();
     /// Null as long as nothing was put into it.
     SymbolTable* madeTable() const;

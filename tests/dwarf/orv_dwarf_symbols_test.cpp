@@ -11,6 +11,7 @@ using namespace orv_test;
 namespace {
 
 using Unit = DwarfText::Unit;
+using Specs = DwarfText::Specs;
 
 constexpr auto k_functions = symbol_kind_Function;
 
@@ -231,10 +232,11 @@ TEST(Dwarf, MakesSymbolsByTag) {
         unsigned int language;
         symbol_kind_t mask;
         char const* symbols;
+        bool isInline = false; ///< Says so: it is no mere declaration.
     };
     constexpr auto k_data = symbol_kind_Data;
     constexpr auto k_entries = symbol_kind_FunctionAlt;
-    for (auto const& [tag, language, mask, symbols] : {
+    for (auto const& [tag, language, mask, symbols, isInline] : {
              Row{DW_TAG_lexical_block, DW_LANG_C, k_functions, "f[1000,1004)l"},
              Row{DW_TAG_try_block, DW_LANG_C, k_functions, "f[1000,1004)l"},
              Row{DW_TAG_common_block, DW_LANG_C, k_functions, "f[1000,1004)l"},
@@ -242,10 +244,12 @@ TEST(Dwarf, MakesSymbolsByTag) {
              Row{DW_TAG_unit_options, DW_LANG_C, k_functions, "f[1000,1004)l"},
              Row{0x39, DW_LANG_C_plus_plus, k_functions, ""}, // a namespace
              Row{DW_TAG_class_type, DW_LANG_C_plus_plus, k_functions, ""},
-             Row{DW_TAG_inlined_subroutine, DW_LANG_C, k_functions, "f[1000,1004)l"},
+             Row{DW_TAG_inlined_subroutine, DW_LANG_C, k_functions, ""},
+             Row{DW_TAG_inlined_subroutine, DW_LANG_C, k_functions, "f[1000,1004)l", true},
              Row{DW_TAG_subprogram, DW_LANG_C, k_functions, ""}, // children of a declaration
              Row{DW_TAG_subprogram, DW_LANG_Fortran90, k_functions, ""},
-             Row{DW_TAG_subprogram, DW_LANG_Fortran90, k_data, "v[1008,1008)l"},
+             Row{DW_TAG_subprogram, DW_LANG_Fortran90, k_data, ""},
+             Row{DW_TAG_subprogram, DW_LANG_Fortran90, k_data, "v[1008,1008)l", true},
              Row{DW_TAG_subprogram, DW_LANG_C, k_data, ""},
              Row{DW_TAG_entry_point, DW_LANG_Fortran90, k_entries, ""},
              Row{DW_TAG_variable, DW_LANG_C, k_data, "v[1008,1008)l"},
@@ -255,7 +259,7 @@ TEST(Dwarf, MakesSymbolsByTag) {
          }) {
         DwarfText text = commonText();
         text.abbrev(4, DW_TAG_compile_unit, true, {{DW_AT_language, DW_FORM_data1}})
-            .abbrev(5, tag, true, {})
+            .abbrev(5, tag, true, isInline ? Specs{{DW_AT_inline, DW_FORM_flag_present}} : Specs())
             .abbrev(6, DW_TAG_variable, false, {{DW_AT_name, DW_FORM_string}, {DW_AT_location, DW_FORM_block1}})
             .abbrev(7, DW_TAG_label, false, {{DW_AT_name, DW_FORM_string}, {DW_AT_low_pc, DW_FORM_addr}});
         text.unit({}, ".uleb128 4\n.byte " + std::to_string(language) + "\n.uleb128 5\n" + function("f", 0, 4) +

@@ -2,35 +2,56 @@
 
 #include "orv_cli_find.h"
 
+#include <algorithm>
+
 namespace orv_cli {
 namespace {
 
 bool isBody(ISymbolRange& range) { return range.inlineInstance() != nullptr && range.size() != 0; }
 
-/// Where something without extent stands in front of what holds the address: of the bodies that do the one that
-/// starts last, of equal ones the longest.
-SymMgrObjectPtr<ISymbolRange> bodyAt(ISymbolRange& outer, unsigned long long address) {
-    SymMgrObjectPtr<ISymbolRange> best;
-    unsigned long long bestStart = 0;
+} // namespace
+
+InlineChains::Level const& InlineChains::levelOf(ISymbolRange& outer) {
+    auto const [entry, isNew] = m_levels.try_emplace({outer.symbol(), startOf(outer)});
+    Level& level = entry->second;
+    if (!isNew) {
+        return level;
+    }
     Ranges ranges;
     outer.innerRanges(ranges);
     for (auto range = ranges ? ranges->current() : SymMgrObjectPtr<ISymbolRange>(); range; range = ranges->current()) {
-        unsigned long long const start = startOf(*range);
-        if (start > address) {
-            break; // they come by start
-        }
-        if (isBody(*range) && address - start < range->size() && (!best || bestStart < start)) {
-            best = range;
-            bestStart = start;
+        if (isBody(*range)) {
+            unsigned long long const start = startOf(*range);
+            unsigned long long const end = start + range->size();
+            level.push_back({start, end, end, range});
         }
         ranges->next();
     }
-    return best;
+    std::stable_sort(level.begin(), level.end(), [](Body const& a, Body const& b) {
+        return a.start != b.start ? a.start < b.start : a.end > b.end;
+    });
+    for (std::size_t i = 1; i < level.size(); ++i) {
+        level[i].greatestEnd = std::max(level[i].end, level[i - 1].greatestEnd);
+    }
+    return level;
 }
 
-} // namespace
+/// Where something without extent stands in front of what holds the address: of the bodies that do the one that starts
+/// last, of equal ones the longest.
+SymMgrObjectPtr<ISymbolRange> InlineChains::bodyAt(ISymbolRange& outer, unsigned long long address) {
+    Level const& level = levelOf(outer);
+    auto at = std::upper_bound(level.begin(), level.end(), address,
+                               [](unsigned long long value, Body const& body) { return value < body.start; });
+    Body const* best = nullptr;
+    while (at != level.begin() && (at - 1)->greatestEnd > address &&
+           (best == nullptr || (at - 1)->start == best->start)) {
+        --at;
+        best = at->end > address ? &*at : best;
+    }
+    return best != nullptr ? best->range : SymMgrObjectPtr<ISymbolRange>();
+}
 
-void followInlines(ISymbolRange& function, IAddress& where, std::vector<SymMgrObjectPtr<ISymbolRange>>& out) {
+void InlineChains::follow(ISymbolRange& function, IAddress& where, std::vector<SymMgrObjectPtr<ISymbolRange>>& out) {
     out.clear();
     out.emplace_back(&function);
     for (;;) {

@@ -4,8 +4,8 @@
 #include "orv_cli_find.h"
 #include "orv_cli_output.h"
 
-#include <algorithm>
 #include <cstdio>
+#include <unordered_set>
 #include <vector>
 
 namespace orv_cli {
@@ -36,15 +36,14 @@ constexpr unsigned int k_deepest = 200;
 
 void addBodies(Body& body, unsigned int depth) {
     std::vector<SymMgrObjectPtr<ISymbolRange>> const ranges = rangesOf(*body.symbol);
+    std::unordered_set<IInlineInstance*> known; // one may have several ranges
     for (auto const& range : ranges) {
         body.size += range->size();
         Ranges inner;
         range->innerRanges(inner);
         for (auto at = inner ? inner->current() : SymMgrObjectPtr<ISymbolRange>(); at; at = inner->current()) {
             IInlineInstance* const instance = at->inlineInstance();
-            bool const isKnown = std::any_of(body.bodies.begin(), body.bodies.end(),
-                                             [&](Body const& known) { return known.instance == instance; });
-            if (instance != nullptr && !isKnown) {
+            if (instance != nullptr && known.insert(instance).second) {
                 body.bodies.push_back({at->symbol(), instance, startOf(*at), 0, {}});
             }
             inner->next();

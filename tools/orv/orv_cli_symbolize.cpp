@@ -209,7 +209,7 @@ private:
         }
         query.isLabel = range->size() == 0;
         if (m_options.functions || m_options.inlines || m_wantsOffsets) {
-            followInlines(*range, *where, m_ranges);
+            m_chains.follow(*range, *where, m_ranges);
         } else {
             m_ranges.assign(1, range);
         }
@@ -251,6 +251,7 @@ private:
     bool m_wantsOffsets;
     Module& m_module;
     std::vector<Frame> m_callers;
+    InlineChains m_chains;
     std::vector<SymMgrObjectPtr<ISymbolRange>> m_ranges; ///< At one address, from the outside in.
     std::unordered_map<IInlineInstance*, Frame> m_calls; ///< Who calls a body, and where.
 };
