@@ -99,8 +99,7 @@ DieAttributes& DieChain::start(DWARFCompilationUnit& unit, std::uint64_t offset,
 bool DieChain::startAtOrigin(DWARFCompilationUnit& asking, std::uint64_t offset) {
     start(asking, offset, k_longestOriginChain - 1);
     m_count = 0;
-    DWARFCompilationUnit* const unit =
-        asking.holds(offset) ? &asking : asking.loader()->findUnitByOffset(offset);
+    DWARFCompilationUnit* const unit = asking.holds(offset) ? &asking : asking.loader()->findUnitByOffset(offset);
     m_isComplete = unit == nullptr || !readLink(*unit, offset);
     return !m_isComplete;
 }

@@ -152,9 +152,7 @@ public:
     AttrBindings* resolveOrigin();
 
     /// How many bytes were read for origins so far.
-    std::uint64_t originBytes() const {
-        return m_origin ? m_originBytes + m_origin->originBytes() : 0;
-    }
+    std::uint64_t originBytes() const { return m_origin ? m_originBytes + m_origin->originBytes() : 0; }
 
     unsigned char getHasChildren() const { return m_hasChildren; }
     unsigned long long tag() const { return m_tag; }

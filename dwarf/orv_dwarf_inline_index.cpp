@@ -151,7 +151,8 @@ private:
             m_index.m_entries.push_back({level, id, body.ranges[i].start, body.ranges[i].end, 0});
         }
         if (entry.hasChildren != 0) {
-            std::uint64_t const sibling = m_unit.trustsSiblings() ? m_attributes.number(DieAttributes::slot_Sibling) : 0;
+            std::uint64_t const sibling =
+                m_unit.trustsSiblings() ? m_attributes.number(DieAttributes::slot_Sibling) : 0;
             m_levels.push_back({id, sibling > m_walker.offset() ? sibling : 0});
         }
         return true;

@@ -260,8 +260,8 @@ status_t DWARFScope::symbolRangeByAddress(SymMgrObjectPtr<ISymbolRange>& out, un
 status_t DWARFScope::symbolRanges(SymMgrObjectPtr<SymbolRangeIterator>& out, unsigned long long start,
                                   unsigned long long end, symbol_kind_t mask) {
     // Without a mask the kinds count that somebody has asked for.
-    return Scope::symbolRanges(
-        out, start, end, mask != 0 ? mask : static_cast<symbol_kind_t>(loadedKinds() | m_firstKinds));
+    return Scope::symbolRanges(out, start, end,
+                               mask != 0 ? mask : static_cast<symbol_kind_t>(loadedKinds() | m_firstKinds));
 }
 
 status_t DWARFScope::ensureKinds(unsigned int mask) {

@@ -55,7 +55,7 @@ private:
 
     std::map<Frame, std::map<unsigned long long, Answer>> m_answers;
     std::size_t m_count = 0;
-    std::size_t m_bytes = 0; ///< Of names.
+    std::size_t m_bytes = 0;                          ///< Of names.
     std::vector<SymMgrObjectPtr<DWARFSymbol>> m_lent; ///< Of answers that were forgotten.
 };
 

@@ -46,7 +46,7 @@ public:
 private:
     struct Many {
         std::vector<Range> ranges;
-        std::size_t main = 0; ///< Index of the main range; out of bounds once it was removed.
+        std::size_t main = 0;           ///< Index of the main range; out of bounds once it was removed.
         unsigned long long longest = 0; ///< No range was ever longer.
     };
     static void place(Many& many, std::size_t next, unsigned long long start, unsigned long long end);

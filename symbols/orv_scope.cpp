@@ -12,7 +12,8 @@ SymbolScope* createSymbolScope(IFileFormatLoader& loader, char const* name, unsi
     return new SymbolScope(&loader, SymbolName::copied(name), address, parent, visibility, kind);
 }
 
-Scope::Scope(IFileFormatLoader* loader, Scope* parent) : m_parent(parent), m_loader(loader) {}
+Scope::Scope(IFileFormatLoader* loader, Scope* parent)
+    : m_parent(parent), m_root(parent != nullptr ? parent->m_root : this), m_loader(loader) {}
 
 Scope::~Scope() { takeDown(m_extras.load()); }
 
@@ -165,14 +166,6 @@ unsigned int Scope::mergeDecision(Scope& other, unsigned long long nextKey, Scop
     }
     ISymbol* const nextSymbol = nextScope != nullptr ? nextScope->symbol() : nullptr;
     return mergeRule(mine, theirs, {nextKey, nextSymbol != nullptr ? nextSymbol->name() : nullptr});
-}
-
-ILock* Scope::rootLoadLock() {
-    Scope* root = this;
-    while (root->m_parent != nullptr) {
-        root = root->m_parent;
-    }
-    return root->loadLock();
 }
 
 status_t Scope::ensureKinds(unsigned int mask) {

@@ -70,7 +70,7 @@ public:
     Scope* parentScope() const { return m_parent; }
     /// The lock that all loads below one root go through, one after the other: their loader is one. Null
     /// where the root has none.
-    ILock* rootLoadLock();
+    ILock* rootLoadLock() { return m_root->loadLock(); }
 
     /// Before the scope goes into a table.
     void addRange(unsigned long long start, unsigned long long end) { m_ranges.add(start, end); }
@@ -125,6 +125,7 @@ private:
     RangeList m_ranges; ///< As long as m_replacedRanges is null.
     std::atomic<RangeList const*> m_replacedRanges{nullptr};
     Scope* m_parent;                        ///< Not counted.
+    Scope* m_root;                          ///< Not counted. Itself, if it has no parent.
     IFileFormatLoader* m_loader;            ///< Not counted.
     std::atomic<Extras*> m_extras{nullptr}; ///< Owned. Null until needed.
     std::atomic<unsigned int> m_loadedKinds{0};

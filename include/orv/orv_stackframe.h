@@ -16,16 +16,16 @@
 ///     block DW_OP_reg6 (clang, x86-64 with a frame pointer) not used           its value at pc
 ///     block DW_OP_reg4 (clang, 32-bit without one)          its value at pc    not used
 ///
-/// The canonical frame address is the stack pointer's value in the caller at the call. In a function that sets its frame
-/// pointer up first of all it is the frame pointer's value plus two addresses: 16 bytes, or 8 in a 32-bit program. A
-/// client that does not know the form sets the frame pointer to one and then to the other.
+/// The canonical frame address is the stack pointer's value in the caller at the call. In a function that sets its
+/// frame pointer up first of all it is the frame pointer's value plus two addresses: 16 bytes, or 8 in a 32-bit
+/// program. A client that does not know the form sets the frame pointer to one and then to the other.
 ///
-/// Any other form counts as a base of 0: DW_OP_reg5 and DW_OP_reg7, by which clang describes 32-bit functions with a frame
-/// pointer and 64-bit ones without, and expressions of several operations, as gcc has them for a 32-bit main. What counts
-/// from such a base has no place, or a wrong one near 0.
+/// Any other form counts as a base of 0: DW_OP_reg5 and DW_OP_reg7, by which clang describes 32-bit functions with a
+/// frame pointer and 64-bit ones without, and expressions of several operations, as gcc has them for a 32-bit main.
+/// What counts from such a base has no place, or a wrong one near 0.
 ///
-/// Units of DWARF 4 have expressions of a form that is not read (DW_FORM_exprloc), so that their variables are at 0 unless
-/// a location list places them, and function ends that are distances: in a linked program no variable is found.
+/// Units of DWARF 4 have expressions of a form that is not read (DW_FORM_exprloc), so that their variables are at 0
+/// unless a location list places them, and function ends that are distances: in a linked program no variable is found.
 #pragma once
 
 #include "orv/orv_object.h"

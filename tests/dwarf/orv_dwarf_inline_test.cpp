@@ -322,3 +322,118 @@ TEST(Inline, TheIndexAnswersAsTheTableDoes) {
         }
     }
 }
+
+TEST(Inline, OddEntriesAreTheTables) {
+    // What the walk for the index could read otherwise than the one for the table.
+    struct Row {
+        char const* name;
+        std::string entries; ///< In f, over 0x400 bytes.
+        std::string outside;
+    };
+    std::string const variable = ".Lv: .uleb128 11\n.byte 9, 3\n.8byte code + 0x20\n";
+    std::string chain;
+    for (int i = 1; i <= 9; ++i) {
+        chain += ".Lc" + number(i) + ": .uleb128 13\n.4byte .Lc" + number(i + 1) + " - .Linfo\n";
+    }
+    auto const sibling = [](std::string const& label, std::string const& inner) {
+        return ".uleb128 14\n.4byte " + label + " - .Lunit0\n" + reference("g") +
+               ".8byte code + 0x10\n.sleb128 0x20\n" + inner;
+    };
+    for (Row const& row : {
+             Row{"a variable's place in its origin", ".uleb128 12\n.4byte .Lv - .Linfo\n", variable},
+             Row{"a sibling that skips one",
+                 sibling(".Lnext", body("i", 0x12, 4) + k_end + k_end) + body("h", 0x40, 0x10) + k_end +
+                     ".Lnext: " + body("i", 0x60, 8) + k_end,
+                 ""},
+             Row{"a sibling among its own",
+                 sibling(".Lin", body("h", 0x12, 4) + k_end + ".Lin: " + body("i", 0x14, 4) + k_end) + k_end, ""},
+             Row{"a name at the end of a long chain",
+                 ".uleb128 3\n.4byte .Lc3 - .Linfo\n.8byte code + 0x10\n.sleb128 8\n.byte 1, 1\n" + std::string(k_end) +
+                     ".uleb128 3\n.4byte .Lc4 - .Linfo\n.8byte code + 0x30\n.sleb128 8\n.byte 1, 1\n" + k_end,
+                 chain + ".Lc10: " + origin("far")},
+             Row{"an origin that leads back",
+                 ".Lback: .uleb128 3\n.4byte .Lback - .Linfo\n.8byte code + 0x10\n.sleb128 8\n.byte 1, 1\n" +
+                     std::string(k_end),
+                 ""},
+             Row{"a body in a variable", ".uleb128 15\n.asciz \"v\"\n" + body("g", 0x10, 8) + k_end + k_end, ""},
+             Row{"an unknown code", body("g", 0x10, 0x20) + body("h", 0x12, 4) + k_end + ".uleb128 99\n", ""},
+         }) {
+        DwarfText text = inlineText();
+        text.abbrev(11, DW_TAG_variable, false, {{DW_AT_location, DW_FORM_block1}})
+            .abbrev(12, DW_TAG_variable, false, {{DW_AT_abstract_origin, DW_FORM_ref_addr}})
+            .abbrev(13, DW_TAG_subprogram, false, {{DW_AT_abstract_origin, DW_FORM_ref_addr}})
+            .abbrev(14, DW_TAG_inlined_subroutine, true,
+                    {{DW_AT_sibling, DW_FORM_ref4},
+                     {DW_AT_abstract_origin, DW_FORM_ref_addr},
+                     {DW_AT_low_pc, DW_FORM_addr},
+                     {DW_AT_high_pc, DW_FORM_sdata}})
+            .abbrev(15, DW_TAG_variable, true, {{DW_AT_name, DW_FORM_string}})
+            .abbrev(16, DW_TAG_compile_unit, true, {{DW_AT_producer, DW_FORM_string}});
+        text.unit({}, ".uleb128 16\n.asciz \"GNU C 12\"\n" + origin("g") + origin("h") + origin("i") + row.outside +
+                          function(0, 0x400) + row.entries + k_end + k_end);
+        Module module(text);
+        for (unsigned long long address = 0x1000; address < 0x1080; ++address) {
+            compareDown(module, address, std::string(row.name) + ", address ");
+            ASSERT_FALSE(HasFatalFailure());
+        }
+    }
+}
+
+TEST(Inline, KindsThatComeLater) {
+    // A load without functions goes into inlined bodies, so that their labels lie in the function itself.
+    DwarfText text = inlineText();
+    text.unit({}, unitEntry() + origin("g") + function(0, 0x80) + body("g", 0x10, 0x10) +
+                      ".uleb128 8\n.asciz \"lab\"\n.8byte code + 0x18\n" + k_end + k_end + k_end);
+    for (bool const isTableFirst : {false, true}) {
+        Module module(text);
+        auto const outer = module.functionAt(0x1000);
+        SymMgrObjectPtr<ISymbolRange> g;
+        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> ranges;
+        Scope& scope = scopeOf(*outer);
+        if (isTableFirst) {
+            scope.ensureKinds(symbol_kind_Function);
+        } else {
+            scope.symbolRangeByAddress(g, 0x1014, symbol_kind_Function, nullptr);
+            EXPECT_EQ(rangeText(*g), "g[4112,4128)");
+        }
+        outer->innerRanges(ranges);
+        EXPECT_EQ(allRanges(ranges), "g[4112,4128) lab[4120,4120)");
+        auto const inner = module.innerAt(*outer, 0x1025);
+        ASSERT_TRUE(inner);
+        EXPECT_EQ(rangeText(*inner), "lab[4120,4120)");
+    }
+    // All kinds in one step find the bodies alone.
+    Module module(text);
+    auto const outer = module.functionAt(0x1000);
+    EXPECT_FALSE(module.innerAt(*outer, 0x1025));
+    EXPECT_EQ(module.inside(0x1000), "g[4112,4128)");
+}
+
+TEST(Inline, NestsWithoutEnd) {
+    // By the table's own scopes, each in the table of the one around it.
+    constexpr int k_depth = 60000;
+    constexpr int k_entrySize = 19;
+    DwarfText text = inlineText();
+    text.abbrev(11, DW_TAG_inlined_subroutine, true,
+                {{DW_AT_sibling, DW_FORM_ref4},
+                 {DW_AT_abstract_origin, DW_FORM_ref_addr},
+                 {DW_AT_low_pc, DW_FORM_addr},
+                 {DW_AT_high_pc, DW_FORM_data2}})
+        .abbrev(12, DW_TAG_compile_unit, true, {{DW_AT_producer, DW_FORM_string}});
+    std::string deep = ".Ldeep:\n";
+    for (int i = 0; i < k_depth; ++i) {
+        deep += ".byte 11\n.4byte .Ldeep - .Lunit0 + " + number(k_depth * k_entrySize + k_depth - i) + "\n" +
+                reference("g") + ".8byte code + 0x10\n.2byte 0x10\n";
+    }
+    deep += ".fill " + number(k_depth) + ", 1, 0\n";
+    text.unit({}, ".uleb128 12\n.asciz \"GNU C 12\"\n" + origin("g") + function(0, 0x80) + deep + k_end + k_end);
+    Module module(text);
+    auto range = module.functionAt(0x1010);
+    int depth = 0;
+    for (auto inner = range; inner; ++depth) {
+        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> ranges;
+        inner->innerRanges(ranges);
+        inner = ranges ? ranges->current() : SymMgrObjectPtr<ISymbolRange>();
+    }
+    EXPECT_EQ(depth, k_depth + 1); // and it goes without a recursion
+}

@@ -318,3 +318,43 @@ TEST(StackVariable, StaticVariablesHaveTheirMembersInside) {
     EXPECT_EQ(inside(0x1105), "n[4352,4360) last[4360,4366); a[4352,4356) b[4356,4360)");
     EXPECT_EQ(inside(0x1205), ""); // another name for a structure is not looked through here
 }
+
+TEST(StackVariable, OutlivesItsBank) {
+    // Another bank on the same file keeps the loaders; the variable must not lead back to the bank that is gone.
+    Assembled const module(
+        withUnit(function(block(".byte 0x56")) + variable("v", block(".byte 0x91, 8")) + k_end).source());
+    SymMgrObjectPtr<ISymbolManager> manager;
+    ISymbolManager::create(manager);
+    SymMgrObjectPtr<IModuleSymbolBank> bank;
+    SymMgrObjectPtr<IModuleSymbolBank> keeper;
+    ASSERT_EQ(loadBank(module.path(), bank), status_Ok);
+    ASSERT_EQ(loadBank(module.path(), keeper, load_flags_NoDebugInfo), status_Ok);
+    SymMgrObjectPtr<IAddress> where;
+    SymMgrObjectPtr<ISymbol> symbol;
+    SymMgrObjectPtr<IStackFrameContext> context = IStackFrameContext::create();
+    bank->addressByValue(0x1010, where);
+    ASSERT_EQ(bank->findStackVariable(where.get(), 8, context, symbol, nullptr), status_Ok);
+    bank.reset();
+    SymMgrObjectPtr<ISourceLine> line;
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> lines;
+    symbol->sourceLine(line);
+    symbol->sourceLines(lines);
+    symbol->sourceLineByAddress(line, where.get());
+    EXPECT_STREQ(symbol->name(), "v");
+}
+
+TEST(StackVariable, OfAnotherLoaderIsRefused) {
+    Assembled const module(
+        withUnit(function(block(".byte 0x56")) + variable("v", block(".byte 0x91, 8")) + k_end).source());
+    SymMgrObjectPtr<IModuleSymbolBank> bank;
+    ASSERT_EQ(loadBank(module.path(), bank, load_flags_NewLoader), status_Ok);
+    SymMgrObjectPtr<IAddress> where;
+    SymMgrObjectPtr<ISymbolRange> range;
+    bank->addressByValue(0x1010, where);
+    bank->symbolRangeByAddress(where.get(), range, symbol_kind_Function, nullptr);
+    PlainDebugInfo other(module.path());
+    SymMgrObjectPtr<ISymbol> symbol;
+    SymMgrObjectPtr<IStackFrameContext> context = IStackFrameContext::create();
+    EXPECT_EQ(other.loader().findStackVariable(range->symbol(), 0x1010, 8, context, symbol, nullptr), status_Fail);
+    EXPECT_EQ(other.loader().findStackVariable(nullptr, 0x1010, 8, context, symbol, nullptr), status_Fail);
+}

@@ -106,6 +106,23 @@ TEST(RangeList, RemovesByStart) {
     EXPECT_EQ(list.floor(9)->start, 1U);
 }
 
+TEST(RangeList, FirstFromMissesNoneThatHoldsAnAddress) {
+    std::mt19937 random(4);
+    for (int round = 0; round < 300; ++round) {
+        RangeList list;
+        for (int i = 0; i < 8; ++i) {
+            unsigned long long const start = random() % 100;
+            list.add(start, start + random() % (random() % 4 == 0 ? 90 : 12));
+        }
+        for (unsigned long long address = 0; address < 200; ++address) {
+            for (std::size_t i = 0; i < list.firstFrom(address); ++i) {
+                bool const holds = list[i].start <= address && address < list[i].end;
+                ASSERT_FALSE(holds) << text(list) << " at " << address;
+            }
+        }
+    }
+}
+
 TEST(Scope, RangesAndThunks) {
     SymMgrObjectPtr<SymbolScope> const scope(scopeOf("f", 100, 120));
     scope->addRange(200, 210);

@@ -275,11 +275,13 @@ TEST(Threads, CandidatesOfOneModule) {
     TempDir const root;
     std::string const folder = root.path() + "/.build-id/01";
     std::filesystem::create_directories(folder);
-    ASSERT_EQ(std::system(("printf '\\004\\000\\000\\000\\004\\000\\000\\000\\003\\000\\000\\000GNU\\000\\001\\002\\003\\004' > " +
-                           note + " && objcopy --add-section .note.gnu.build-id=" + note + " " + module.path() + " && cp " +
-                           module.path() + " " + folder + "/020304.debug")
-                              .c_str()),
-              0);
+    ASSERT_EQ(
+        std::system(
+            ("printf '\\004\\000\\000\\000\\004\\000\\000\\000\\003\\000\\000\\000GNU\\000\\001\\002\\003\\004' > " +
+             note + " && objcopy --add-section .note.gnu.build-id=" + note + " " + module.path() + " && cp " +
+             module.path() + " " + folder + "/020304.debug")
+                .c_str()),
+        0);
     DebugRootsResolver roots({root.path()});
     std::atomic<unsigned int> wrong{0};
     together(std::chrono::milliseconds(400), [&](std::mt19937& random) {

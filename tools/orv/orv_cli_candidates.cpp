@@ -105,7 +105,8 @@ std::string whyNot(Watched& candidate, bool isAnotherTaken, CommonOptions const&
     switch (candidate.validity()) {
     case symbolFileValid: return "it would do, but another one stands in front of it";
     case symbolFileRefused: return "it holds no debug information";
-    case symbolFileMismatch: return "beside the module is a file of that name, with another CRC: it belongs to another build";
+    case symbolFileMismatch:
+        return "beside the module is a file of that name, with another CRC: it belongs to another build";
     default: break;
     }
     if (isAnotherTaken) {
@@ -119,13 +120,12 @@ std::string whyNot(Watched& candidate, bool isAnotherTaken, CommonOptions const&
 
 int candidates(std::string const& moduleName, CommonOptions const& common) {
     std::error_code ignored;
-    bool const isFile =
-        ::access(moduleName.c_str(), R_OK) == 0 && !std::filesystem::is_directory(moduleName, ignored);
+    bool const isFile = ::access(moduleName.c_str(), R_OK) == 0 && !std::filesystem::is_directory(moduleName, ignored);
     SymMgrObjectPtr<IFileFormatLoader> loader;
     SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>> list;
-    status_t status = isFile ? IFileFormatLoader::create(
-                                   loader, IModuleImage::create(moduleName.c_str(), common.arch, false), "")
-                             : status_CantOpenFile;
+    status_t status =
+        isFile ? IFileFormatLoader::create(loader, IModuleImage::create(moduleName.c_str(), common.arch, false), "")
+               : status_CantOpenFile;
     if (status == status_Ok) {
         status = loader->symbolFiles(list);
     }
