@@ -71,7 +71,9 @@ status_t FileFormatLoader::symbolFiles(SymMgrObjectPtr<IIterator<SymMgrObjectPtr
         if (failed(status)) {
             return status;
         }
-        m_symbolFiles = std::move(found);
+        if (!found.empty()) { // one without any is walked by other loads at this time
+            m_symbolFiles = std::move(found);
+        }
     }
     out = new VectorIteratorWrapper<SymbolFiles, SymMgrObjectPtr<ISymbolFileToResolve>>(m_symbolFiles);
     return status_Ok;

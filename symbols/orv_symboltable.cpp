@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <mutex>
+#include <stdexcept>
 #include <typeinfo>
 
 namespace ORV_3_30 {
@@ -118,12 +119,15 @@ IScopeMaker& SymbolTable::rawMakerOf(IFileFormatLoader* loader) {
 }
 
 std::uint8_t SymbolTable::numberOf(IScopeMaker& maker) {
-    auto const found = std::find(m_makers.begin(), m_makers.end(), &maker);
-    auto const number = static_cast<std::uint8_t>(found - m_makers.begin());
+    auto const isOrFree = [&](IScopeMaker const* known) { return known == &maker || known == nullptr; };
+    auto* const found = std::find_if(m_makers.begin(), m_makers.end(), isOrFree);
     if (found == m_makers.end()) {
-        m_makers.push_back(&maker);
+        throw std::length_error("more makers of scopes than a module has");
     }
-    return number;
+    if (*found == nullptr) {
+        *found = &maker;
+    }
+    return static_cast<std::uint8_t>(found - m_makers.begin());
 }
 
 SymMgrObjectPtr<ISymbolTable> ISymbolTable::create(Scope* scope) {

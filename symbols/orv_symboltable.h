@@ -17,6 +17,7 @@
 #include "symbols/orv_scope.h"
 #include "symbols/orv_scope_maker.h"
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -140,7 +141,9 @@ private:
     std::vector<RawSymbolBatch> m_batches;                                      ///< Where raw records stand.
     std::unordered_map<unsigned long long, std::unique_ptr<KeyGroup>> m_groups; ///< At keys where much starts.
     std::uint32_t m_arrivals = 0;
-    std::vector<IScopeMaker*> m_makers;                      ///< By the number that records have. Not owned.
+    /// By the number that records have. Not owned. In place, as readers look here while a load adds one: a module has
+    /// its format loader, and two of its debug information.
+    std::array<IScopeMaker*, 8> m_makers{};
     std::vector<std::unique_ptr<RawScopeMaker>> m_rawMakers; ///< One for each loader of raw symbols.
     std::size_t m_linked = 0;                                ///< How many records were ever linked.
     bool m_holdsDeciders = false;    ///< Scopes that decide by more than name and range have come in.
