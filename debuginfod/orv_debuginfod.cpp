@@ -109,11 +109,11 @@ DebuginfodResolver::resolveSymbolFile(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<
     return -1;
 }
 
-ISymbolFileResolver* orv_createDebuginfodResolver(ISymbolFileResolver* first) { return new DebuginfodResolver(first); }
+ISymbolFileResolver* orvCreateDebuginfodResolver(ISymbolFileResolver* first) { return new DebuginfodResolver(first); }
 
-void orv_destroyDebuginfodResolver(ISymbolFileResolver* resolver) { delete static_cast<DebuginfodResolver*>(resolver); }
+void orvDestroyDebuginfodResolver(ISymbolFileResolver* resolver) { delete static_cast<DebuginfodResolver*>(resolver); }
 
-char const* orv_lastDebuginfodAnswer(ISymbolFileResolver* resolver) {
+char const* orvLastDebuginfodAnswer(ISymbolFileResolver* resolver) {
     return static_cast<DebuginfodResolver*>(resolver)->lastAnswer();
 }
 

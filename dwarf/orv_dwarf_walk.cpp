@@ -113,7 +113,7 @@ bool DieTreeWalk::needsAttributes(std::uint32_t tag) const {
     case DW_TAG_entry_point: return (m_mask & symbol_kind_FunctionAlt) != 0;
     case DW_TAG_label: return (m_mask & symbol_kind_DataAlt) != 0;
     case DW_TAG_variable: return (m_mask & symbol_kind_Data) != 0;
-    case DW_TAG_inlined_subroutine: return true;
+    case DW_TAG_inlined_subroutine:
     case DW_TAG_unit_options: return true;
     default: return false;
     }

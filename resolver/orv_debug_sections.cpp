@@ -25,7 +25,10 @@ bool readBuildId(ISectionData* section, std::string& out) {
         return false;
     }
     unsigned char const* const bytes = section->data();
-    ByteCursor cursor(bytes, bytes != nullptr ? section->size() : 0);
+    if (bytes == nullptr) {
+        return false;
+    }
+    ByteCursor cursor(bytes, section->size());
     std::uint32_t nameSize = 0;
     std::uint32_t idSize = 0;
     std::uint32_t type = 0;

@@ -50,7 +50,8 @@ long long offer(ISymbolFileToResolve& candidate, std::vector<std::string> const&
             if (root.empty() || directory.empty()) {
                 continue; // the file would lie somewhere else
             }
-            std::string const path = root + directory + name;
+            std::string path = root;
+            path.append(directory).append(name);
             long long const index = fileExists(path.c_str()) ? candidate.validateSymbolFile(path.c_str()) : -1;
             if (index >= 0) {
                 return index;

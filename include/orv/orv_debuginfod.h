@@ -33,9 +33,9 @@ private:
 
 /// The same for programs that load the library when they need it, and know no more of it than these. The caller owns
 /// what is created, and gives it back.
-extern "C" ORV_API ISymbolFileResolver* orv_createDebuginfodResolver(ISymbolFileResolver* first);
-extern "C" ORV_API void orv_destroyDebuginfodResolver(ISymbolFileResolver* resolver);
+extern "C" ORV_API ISymbolFileResolver* orvCreateDebuginfodResolver(ISymbolFileResolver* first);
+extern "C" ORV_API void orvDestroyDebuginfodResolver(ISymbolFileResolver* resolver);
 /// lastAnswer of what was created.
-extern "C" ORV_API char const* orv_lastDebuginfodAnswer(ISymbolFileResolver* resolver);
+extern "C" ORV_API char const* orvLastDebuginfodAnswer(ISymbolFileResolver* resolver);
 
 } // namespace ORV_3_30

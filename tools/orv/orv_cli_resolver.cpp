@@ -52,9 +52,9 @@ Resolver::~Resolver() {
 void Resolver::loadServers() {
     void* const library = openServerLibrary();
     auto const find = [&](char const* name) { return library != nullptr ? ::dlsym(library, name) : nullptr; };
-    auto const create = reinterpret_cast<decltype(&orv_createDebuginfodResolver)>(find("orv_createDebuginfodResolver"));
-    m_destroy = reinterpret_cast<decltype(m_destroy)>(find("orv_destroyDebuginfodResolver"));
-    m_lastAnswer = reinterpret_cast<decltype(m_lastAnswer)>(find("orv_lastDebuginfodAnswer"));
+    auto const create = reinterpret_cast<decltype(&orvCreateDebuginfodResolver)>(find("orvCreateDebuginfodResolver"));
+    m_destroy = reinterpret_cast<decltype(m_destroy)>(find("orvDestroyDebuginfodResolver"));
+    m_lastAnswer = reinterpret_cast<decltype(m_lastAnswer)>(find("orvLastDebuginfodAnswer"));
     if (create == nullptr || m_destroy == nullptr || m_lastAnswer == nullptr) {
         throw Failure(std::string("--debuginfod: ") + ORV_DEBUGINFOD_LIBRARY +
                       " can't be loaded: install it beside liborv");

@@ -31,8 +31,8 @@ private:
     CommonOptions m_options;
     DebugRootsResolver m_roots;
     ISymbolFileResolver* m_servers = nullptr; ///< Of the library that is loaded for it.
-    decltype(&orv_destroyDebuginfodResolver) m_destroy = nullptr;
-    decltype(&orv_lastDebuginfodAnswer) m_lastAnswer = nullptr;
+    decltype(&orvDestroyDebuginfodResolver) m_destroy = nullptr;
+    decltype(&orvLastDebuginfodAnswer) m_lastAnswer = nullptr;
     bool m_isTaken = false;
 };
 
