@@ -129,14 +129,15 @@ def debug_program(module):
     many = addresses_in_functions(module, QUESTIONS)
     one = [f"{many[0]:#x}"]
     text = "".join(f"{a:#x}\n" for a in many)
-    peers = [("orv symbolize -f", [ORV, "symbolize", "-f", "-e", module]),
+    peers = [("orv symbolize -f --no-inlines", [ORV, "symbolize", "-f", "--no-inlines", "-e", module]),
+             ("orv symbolize -f", [ORV, "symbolize", "-f", "-e", module]),
              ("llvm-symbolizer, no inlines", ["llvm-symbolizer", "--no-demangle", "--no-inlines", "-e", module]),
              ("llvm-symbolizer", ["llvm-symbolizer", "--no-demangle", "-e", module]),
              ("addr2line -f", ["addr2line", "-f", "-e", module])]
     table("function and line of one address, whole process",
           [(name, measure([*command, *one], "", 15)) for name, command in peers])
     table(f"function and line of {QUESTIONS:,} random addresses",
-          [(name, measure(command, text, RUNS)) for name, command in peers[:3]])
+          [(name, measure(command, text, RUNS)) for name, command in peers[:4]])
     chains = [("orv symbolize -f -i", [ORV, "symbolize", "-f", "-i", "-e", module]),
               ("llvm-symbolizer -i", ["llvm-symbolizer", "--no-demangle", "-i", "-e", module]),
               ("addr2line -f -i", ["addr2line", "-f", "-i", "-e", module])]

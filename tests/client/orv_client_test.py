@@ -82,6 +82,9 @@ def check_inlines(folder):
            ["scaled", "shifted", "entry"])
     expect("calls", [caller["line"] for caller in deepest["callers"]][0], 6)
     expect("the innermost without -i", run("symbolize", "-fe", program, deepest["address"]).stdout.splitlines()[0], "scaled")
+    expect("--no-inlines", run("symbolize", "-f", "--no-inlines", "-e", program, deepest["address"]).stdout.splitlines()[0],
+           "entry")
+    expect("--no-inlines -i", run("symbolize", "-fi", "--no-inlines", "-e", program, "0").returncode, 2)
     tree = json.loads(run("inlines", "--json", program, "entry").stdout)
     expect("tree", (tree["name"], tree["size"], {inner["name"] for inner in tree["inlines"]},
                     {inner["called_at"] for inner in tree["inlines"]}), ("entry", size, {"shifted"}, {f"{source}:10"}))

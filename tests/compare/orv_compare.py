@@ -275,16 +275,17 @@ def speed(module):
         address, size, _ = chance.choice(found)
         many.append(address + chance.randrange(size))
     print(f"{module}: {len(found)} functions")
-    for what, addresses, inlines, repeat in (("one address", many[:1], False, 20), ("100,000 addresses", many, False, 3),
-                                             ("one address, -i", many[:1], True, 20),
-                                             ("100,000, -i", many, True, 3)):
+    for what, addresses, inlines, repeat in (("one address", many[:1], "", 20), ("100,000 addresses", many, "", 3),
+                                             ("one, outermost", many[:1], "--no-inlines", 20),
+                                             ("100,000, outermost", many, "--no-inlines", 3),
+                                             ("one address, -i", many[:1], "-i", 20), ("100,000, -i", many, "-i", 3)):
         text = "".join(f"0x{a:x}\n" for a in addresses)
         one = [f"0x{addresses[0]:x}"] if len(addresses) == 1 else []
+        chain = ["-i"] if inlines == "-i" else []
         commands = {
-            "orv": [ORV, "symbolize", f"-f{'i' * inlines}e", module, *one],
-            "llvm-symbolizer": ["llvm-symbolizer", "--no-demangle", f"--{'' if inlines else 'no-'}inlines", "-e", module,
-                                *one],
-            "addr2line": ["addr2line", f"-f{'i' * inlines}e", module, *one],
+            "orv": [ORV, "symbolize", "-f", *([inlines] if inlines else []), "-e", module, *one],
+            "llvm-symbolizer": ["llvm-symbolizer", "--no-demangle", *(chain or ["--no-inlines"]), "-e", module, *one],
+            "addr2line": ["addr2line", "-f", *chain, "-e", module, *one],
         }
         times = {}
         for name, command in commands.items():

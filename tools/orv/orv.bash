@@ -27,7 +27,7 @@ _orv() {
     if [[ $cur == -* ]]; then
         local own=""
         case $command in
-            symbolize) own="-e --exe -f --functions -i --inlines -C --demangle -a --addresses -p --pretty-print -s --basenames" ;;
+            symbolize) own="-e --exe -f --functions -i --inlines --no-inlines -C --demangle -a --addresses -p --pretty-print -s --basenames" ;;
             symbols) own="--kind --range --disjoint -C --demangle" ;;
             address) own="--rva --file-offset" ;;
             lines) own="--file --range --unit" ;;

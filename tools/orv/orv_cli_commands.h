@@ -13,6 +13,7 @@ struct SymbolizeOptions {
     std::string module = "a.out";
     bool functions = false;
     bool inlines = false;
+    bool noInlines = false; ///< Name the function that the code was compiled into.
     bool demangle = false;
     bool addresses = false;
     bool pretty = false;

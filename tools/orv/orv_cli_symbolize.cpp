@@ -208,7 +208,7 @@ private:
             return;
         }
         query.isLabel = range->size() == 0;
-        if (m_options.functions || m_options.inlines || m_wantsOffsets) {
+        if (!m_options.noInlines && (m_options.functions || m_options.inlines || m_wantsOffsets)) {
             m_chains.follow(*range, *where, m_ranges);
         } else {
             m_ranges.assign(1, range);

@@ -150,7 +150,11 @@ private:
                 });
         command->add_option("-e,--exe", options.module, "The module; a.out if not given")->type_name("MODULE");
         command->add_flag("-f,--functions", options.functions, "Show function names");
-        command->add_flag("-i,--inlines", options.inlines, "Show the chain of inlined calls");
+        auto* const inlines = command->add_flag("-i,--inlines", options.inlines, "Show the chain of inlined calls");
+        command
+            ->add_flag("--no-inlines", options.noInlines,
+                       "Name the function that the code was compiled into, not the one that was inlined there")
+            ->excludes(inlines);
         command->add_flag("-C,--demangle", m_demangleStyle, "Demangle function names");
         command->add_flag("-a,--addresses", options.addresses, "Show addresses");
         command->add_flag("-p,--pretty-print", options.pretty, "One line an address");
