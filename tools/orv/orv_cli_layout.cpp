@@ -1,4 +1,4 @@
-/// info, candidates, sections and segments: what the headers of a module say.
+/// info, sections and segments: what the headers of a module say.
 
 #include "orv_cli_commands.h"
 #include "orv_cli_debug.h"
