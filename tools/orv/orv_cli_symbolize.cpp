@@ -83,14 +83,14 @@ private:
 
 /// A place in a source file.
 struct Place {
-    char const* file = nullptr; ///< Null where it is not known.
+    std::string_view file; ///< Without data where it is not known.
     unsigned int line = 0;
     unsigned int column = 0;
     unsigned long long discriminator = 0;
 
     void take(ISourceLocation& location) {
         ISourceFile* const source = location.sourceFile();
-        file = source != nullptr ? source->path() : nullptr;
+        file = source != nullptr ? std::string_view(source->path()) : std::string_view();
         line = location.line();
         column = location.column();
         discriminator = location.discriminator();
@@ -99,7 +99,7 @@ struct Place {
 
 /// A function that calls the one before, which is inlined into it, and the place of the call.
 struct Frame {
-    char const* function = nullptr;
+    std::string_view function;
     Place place;
 };
 
@@ -108,9 +108,9 @@ struct Query {
     std::string_view word;
     unsigned long long value = 0;
     bool isAddress = false;
-    bool isLabel = false;           ///< The function has no size.
-    unsigned long long offset = 0;  ///< In the innermost function's range; told in JSON only.
-    char const* function = nullptr; ///< The innermost one; null where it is not known.
+    bool isLabel = false;          ///< The function has no size.
+    unsigned long long offset = 0; ///< In the innermost function's range; told in JSON only.
+    std::string_view function;     ///< The innermost one; without data where it is not known.
     Place place;
     std::vector<Frame> const* callers = nullptr; ///< Where the frames around it stand, from the inside out.
     std::size_t callersBegin = 0;
@@ -361,7 +361,8 @@ private:
     /// to a bank without the restriction.
     void findAgain() {
         auto const isOpen = [](Query const& query) {
-            return query.isAddress && (query.function == nullptr || query.place.file == nullptr || query.isLabel);
+            return query.isAddress &&
+                   (query.function.data() == nullptr || query.place.file.data() == nullptr || query.isLabel);
         };
         if (!m_isAnnounced || std::none_of(m_queries.begin(), m_queries.end(), isOpen)) {
             return;
@@ -370,7 +371,7 @@ private:
         m_finders.push_back(std::make_unique<Finder>(m_options, m_json, *m_module));
         for (Query& query : m_queries) {
             if (isOpen(query)) {
-                query.function = nullptr;
+                query.function = {};
                 query.place = Place();
                 query.callersBegin = query.callersEnd = 0;
                 m_finders.back()->find(query);
@@ -380,17 +381,14 @@ private:
 
     /// In the words of addr2line: "??:0" where nothing is known, "??:?" for a function without a line, and
     /// "?" for line 0, which compilers give to code that belongs to no line.
-    void printPlace(Place const& place, char const* function) const {
-        if (place.file == nullptr) {
-            fputs_unlocked(function != nullptr ? "??:?\n" : "??:0\n", stdout);
+    void printPlace(Place const& place, bool isFunctionKnown) const {
+        if (place.file.data() == nullptr) {
+            fputs_unlocked(isFunctionKnown ? "??:?\n" : "??:0\n", stdout);
             return;
         }
-        char const* file = place.file;
-        if (m_options.baseNames) {
-            char const* const slash = std::strrchr(file, '/');
-            file = slash != nullptr ? slash + 1 : file;
-        }
-        fputs_unlocked(file, stdout);
+        // All of it, or what stands behind the last slash.
+        std::size_t const begin = m_options.baseNames ? place.file.rfind('/') + 1 : 0;
+        printText(place.file.substr(begin));
         if (place.line == 0) {
             fputs_unlocked(":?\n", stdout);
             return;
@@ -427,17 +425,20 @@ private:
         }
     }
 
-    void print(char const* function, Place const& place) const {
+    static void printText(std::string_view text) { fwrite_unlocked(text.data(), 1, text.size(), stdout); }
+
+    void print(std::string_view function, Place const& place) const {
+        bool const isFunctionKnown = function.data() != nullptr;
         if (m_options.functions) {
-            bool const isKnown = function != nullptr || place.file != nullptr;
-            fputs_unlocked(function != nullptr ? function : "??", stdout);
+            bool const isKnown = isFunctionKnown || place.file.data() != nullptr;
+            printText(isFunctionKnown ? function : "??");
             fputs_unlocked(!m_options.pretty ? "\n" : isKnown ? " at " : " ", stdout);
         }
-        printPlace(place, function);
+        printPlace(place, isFunctionKnown);
     }
 
     static void addPlace(Json& object, Place const& place) {
-        bool const hasLine = place.file != nullptr;
+        bool const hasLine = place.file.data() != nullptr;
         object["file"] = hasLine ? Json(place.file) : Json();
         object["line"] = hasLine ? Json(place.line) : Json();
         object["column"] = hasLine ? Json(place.column) : Json();
@@ -445,7 +446,7 @@ private:
     }
 
     void printAsJson(Query const& query) const {
-        bool const isFound = query.function != nullptr;
+        bool const isFound = query.function.data() != nullptr;
         Json object;
         object["address"] = query.isAddress ? Json(hex(query.value)) : Json(std::string(query.word));
         object["function"] = isFound ? Json(query.function) : Json();
@@ -478,6 +479,8 @@ private:
 } // namespace
 
 int symbolize(SymbolizeOptions const& options, CommonOptions const& common) {
+    constexpr std::size_t k_outputBuffer = std::size_t{1} << 16;
+    std::setvbuf(stdout, nullptr, _IOFBF, k_outputBuffer); // flushed ahead of each wait for input
     Symbolizer symbolizer(options, common);
     if (!options.words.empty()) {
         symbolizer.answer(options.words, Symbolizer::Source::CommandLine);
