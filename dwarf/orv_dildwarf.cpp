@@ -253,32 +253,6 @@ Scope* DWARFDebugInfoLoader::InlineMaker::makeScope(RangeRecord const& record, S
     return childScope(*m_loader.findUnitByOffset(record.token), record.token, record.side(), parent);
 }
 
-OriginFacts DWARFDebugInfoLoader::originFacts(DWARFCompilationUnit& asking, std::uint64_t offset) {
-    std::lock_guard<std::mutex> const guard(m_originLock);
-    auto const [entry, isNew] = m_originFacts.try_emplace(offset);
-    if (!isNew) {
-        return entry->second;
-    }
-    OriginFacts& facts = entry->second;
-    DieChain chain;
-    if (chain.startAtOrigin(asking, offset)) {
-        facts.name = chain.symbolName();
-        facts.isExternal = chain.find(DieAttributes::slot_External) != nullptr;
-        AttrValue const* const location = chain.find(DieAttributes::slot_Location);
-        facts.isStatic = location != nullptr && isStaticLocation(*location);
-        for (auto const slot : {DieAttributes::slot_LowPc, DieAttributes::slot_HighPc, DieAttributes::slot_Ranges}) {
-            facts.hasPlace |= chain.find(slot) != nullptr;
-        }
-    }
-    if (chain.isCut()) {
-        m_originFacts.erase(entry); // another question may get further
-        OriginFacts cut;
-        cut.isCut = true;
-        return cut;
-    }
-    return facts;
-}
-
 unsigned int DWARFDebugInfoLoader::mergeDecision(MergeSide const& mine, MergeSide const& other, MergeNext const& next) {
     return dwarfMergeRule(mine, other, next, m_shortNames);
 }

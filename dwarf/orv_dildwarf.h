@@ -7,6 +7,7 @@
 
 #include "dwarf/orv_dwarf_line_resolver.h"
 #include "dwarf/orv_dwarf_merge.h"
+#include "dwarf/orv_dwarf_origins.h"
 #include "dwarf/orv_dwarf_stackvar.h"
 #include "dwarf/orv_dwarf_unit.h"
 #include "format/orv_elf_relocations.h"
@@ -20,15 +21,6 @@
 #include <vector>
 
 namespace ORV_3_30 {
-
-/// What the origin of an inlined body tells, with its own origins.
-struct OriginFacts {
-    char const* name = nullptr; ///< The linkage name or else the plain one; null if it is missing or empty.
-    bool hasPlace = false;      ///< It tells addresses.
-    bool isExternal = false;
-    bool isStatic = false; ///< It tells the one address of a variable.
-    bool isCut = false;    ///< Too much was read before: nothing is known.
-};
 
 class DWARFDebugInfoLoader final : public DebugInfoLoader, public IScopeMaker {
 public:
@@ -81,9 +73,7 @@ public:
     /// Passes over the children of an entry, from behind its attributes.
     void skipChildren(DwarfWalker& walker, DWARFCompilationUnit const& unit, std::uint64_t sibling) const;
 
-    /// Of the entry at an offset in .debug_info, asked for from a unit. Nothing for an entry that can't be read. Kept:
-    /// the same functions are inlined again and again.
-    OriginFacts originFacts(DWARFCompilationUnit& asking, std::uint64_t offset);
+    OriginTable& origins() { return m_origins; }
 
     /// A name without its last character, as long as the loader lives; the name itself where too many
     /// have been kept.
@@ -176,8 +166,7 @@ private:
     SymMgrObjectPtr<DWARFLineResolver> m_lineResolver;
     InlineMaker m_inlineMaker{*this};
     ShortNames m_shortNames;
-    std::mutex m_originLock; ///< Of the facts.
-    std::unordered_map<std::uint64_t, OriginFacts> m_originFacts;
+    OriginTable m_origins;
     OrvLock m_inlineCountLock;
     OrvLock m_stackLock; ///< Of the answers. Taken ahead of the load lock.
     StackAnswers m_stackAnswers;

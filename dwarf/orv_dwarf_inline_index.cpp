@@ -118,7 +118,7 @@ private:
         if (reference == nullptr) {
             reference = m_attributes.get(DieAttributes::slot_Specification);
         }
-        return reference != nullptr ? m_loader.originFacts(m_unit, reference->value) : OriginFacts();
+        return reference != nullptr ? m_loader.origins().factsOf(m_unit, reference->value) : OriginFacts();
     }
 
     bool addBody(AbbrevEntry const& entry, std::uint64_t offset) {

@@ -68,6 +68,9 @@ unsigned int flagsOfNames(char const* mine, char const* other, ShortNames& short
     if (std::strcmp(mine, other) == 0) {
         return merge_TakeSymbolData; // taking the same name would change nothing
     }
+    if (areVariantsOfOneName(mine, other)) {
+        return merge_TakeSymbolData;
+    }
     std::lock_guard<std::mutex> const guard(shortNames.lock());
     shortNames.makeRoom();
     bool const isHopeful = !isMangled(mine) || !isMangled(other);
@@ -75,9 +78,6 @@ unsigned int flagsOfNames(char const* mine, char const* other, ShortNames& short
         return merge_TakeName | merge_TakeSymbolData;
     }
     if (isMangled(mine)) {
-        if (areVariantsOfOneName(mine, other)) {
-            return merge_TakeSymbolData;
-        }
         char const* const mineShort = shortNames.of(mine);
         char const* const otherShort = shortNames.of(other);
         if (areEqual(mineShort, otherShort) && !areEqual(mine, mineShort)) {

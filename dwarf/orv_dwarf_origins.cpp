@@ -1,0 +1,44 @@
+#include "dwarf/orv_dwarf_origins.h"
+
+#include "dwarf/orv_dwarf_die.h"
+
+namespace ORV_3_30 {
+namespace {
+
+OriginFacts readFacts(DWARFCompilationUnit& asking, std::uint64_t offset) {
+    OriginFacts facts;
+    DieChain chain;
+    if (chain.startAtOrigin(asking, offset)) {
+        facts.name = chain.symbolName();
+        facts.isExternal = chain.find(DieAttributes::slot_External) != nullptr;
+        AttrValue const* const location = chain.find(DieAttributes::slot_Location);
+        facts.isStatic = location != nullptr && isStaticLocation(*location);
+        for (auto const slot : {DieAttributes::slot_LowPc, DieAttributes::slot_HighPc, DieAttributes::slot_Ranges}) {
+            facts.hasPlace |= chain.find(slot) != nullptr;
+        }
+    }
+    if (chain.isCut()) {
+        facts = OriginFacts();
+        facts.isCut = true;
+    }
+    return facts;
+}
+
+} // namespace
+
+OriginFacts OriginTable::factsOf(DWARFCompilationUnit& asking, std::uint64_t offset) {
+    constexpr std::uint64_t k_mix = 0x9E3779B97F4A7C15; // entries stand at all distances
+    Shelf& shelf = m_shelves[(offset * k_mix >> 32) % m_shelves.size()];
+    std::lock_guard<std::mutex> const guard(shelf.lock);
+    auto const [entry, isNew] = shelf.facts.try_emplace(offset);
+    if (isNew) {
+        entry->second = readFacts(asking, offset);
+    }
+    OriginFacts const facts = entry->second;
+    if (facts.isCut) {
+        shelf.facts.erase(entry); // another question may get further
+    }
+    return facts;
+}
+
+} // namespace ORV_3_30

@@ -1,0 +1,37 @@
+/// What entries learn from their origins: an inlined body has its name from the function that was inlined.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <mutex>
+#include <unordered_map>
+
+namespace ORV_3_30 {
+
+class DWARFCompilationUnit;
+
+/// What an origin tells, with its own origins.
+struct OriginFacts {
+    char const* name = nullptr; ///< The linkage name or else the plain one; null if it is missing or empty.
+    bool hasPlace = false;      ///< It tells addresses.
+    bool isExternal = false;
+    bool isStatic = false; ///< It tells the one address of a variable.
+    bool isCut = false;    ///< Too much was read before: nothing is known.
+};
+
+/// Keeps what was read: the same functions are inlined again and again. Any thread may ask.
+class OriginTable {
+public:
+    /// Of the entry at an offset in .debug_info, asked for from a unit. Nothing for an entry that can't be read.
+    OriginFacts factsOf(DWARFCompilationUnit& asking, std::uint64_t offset);
+
+private:
+    /// Threads that read different functions seldom meet in one.
+    struct Shelf {
+        std::mutex lock;
+        std::unordered_map<std::uint64_t, OriginFacts> facts; ///< By the offset.
+    };
+    std::array<Shelf, 32> m_shelves;
+};
+
+} // namespace ORV_3_30
