@@ -76,6 +76,14 @@ def check_inlines(folder):
         theirs = re.sub(r" \(discriminator \d+\)", "", theirs)
         ours = re.sub(r" \(discriminator \d+\)", "", run("symbolize", flags, "-e", program, text_in="\n".join(words)).stdout)
         expect(f"symbolize {flags}", ours, theirs)
+    # More than one thread's share, in batches of which the last is a small one: each answer stands in its place.
+    times = 600_000 // len("\n".join(words))
+    (folder / "many").write_text("\n".join(words * times))
+    for flags in (["-fi"], ["-i", "--json"]):
+        with open(folder / "many") as many:
+            answers = subprocess.run([ORV, "symbolize", *flags, "-e", program], stdin=many, capture_output=True, text=True)
+        once = run("symbolize", *flags, "-e", program, text_in="\n".join(words)).stdout
+        expect(f"many with {flags}", answers.stdout == once * times, True)
     deepest = max((json.loads(line) for line in run("symbolize", "--json", "-i", "-e", program, *words[:-1]).stdout.splitlines()),
                   key=lambda answer: len(answer["callers"]))
     expect("chain", [deepest["function"], *(caller["function"] for caller in deepest["callers"])],

@@ -23,7 +23,12 @@ void printLine(std::string const& text) {
     std::fputc('\n', stdout);
 }
 
-void printJson(Json const& object) { printLine(object.dump(-1, ' ', false, Json::error_handler_t::replace)); }
+std::string textOf(Json const& object) { return object.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n'; }
+
+void printJson(Json const& object) {
+    std::string const text = textOf(object);
+    std::fwrite(text.data(), 1, text.size(), stdout);
+}
 
 void finishOutput() {
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {

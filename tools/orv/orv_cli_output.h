@@ -14,7 +14,8 @@ std::string hex(unsigned long long value);
 /// Sixteen digits without a prefix, for columns.
 std::string hexColumn(unsigned long long value);
 void printLine(std::string const& text);
-/// Bytes that are not UTF-8 are replaced: names come from files.
+/// A line. Bytes that are not UTF-8 are replaced: names come from files.
+std::string textOf(Json const& object);
 void printJson(Json const& object);
 /// Flushes standard output; throws Failure if it can't be written.
 void finishOutput();
