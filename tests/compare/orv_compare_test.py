@@ -9,7 +9,7 @@ import tempfile
 
 HERE = pathlib.Path(__file__).resolve().parent
 FIXTURES = HERE.parent / "fixtures"
-sys.path[:0] = [str(HERE), str(HERE.parent.parent / "bench")]
+sys.path[:0] = [str(HERE.parent.parent / "bench")]
 import orv_compare
 import orv_programs
 
