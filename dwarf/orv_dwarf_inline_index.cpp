@@ -148,7 +148,7 @@ private:
             if (!m_loader.spendIndexedRange()) {
                 return false;
             }
-            m_index.m_entries.push_back({level, id, body.ranges[i].start, body.ranges[i].end, 0});
+            m_index.m_entries.push_back({level, id, body.ranges[i].start, body.ranges[i].end, k_none});
         }
         if (entry.hasChildren != 0) {
             std::uint64_t const sibling =
@@ -189,10 +189,13 @@ private:
             bool const isFirst = level.entryCount == 0;
             level.firstEntry = isFirst ? static_cast<std::uint32_t>(i) : level.firstEntry;
             ++level.entryCount;
-            entries[i].greatestEnd = entries[i].end;
             if (!isFirst) {
                 level.isPlain = level.isPlain && standsAlone(i);
-                entries[i].greatestEnd = std::max(entries[i].end, entries[i - 1].greatestEnd);
+                auto longer = static_cast<std::uint32_t>(i - 1);
+                while (longer != k_none && entries[longer].end <= entries[i].end) {
+                    longer = entries[longer].lastLonger;
+                }
+                entries[i].lastLonger = longer;
             }
         }
     }
@@ -259,22 +262,29 @@ bool InlineIndex::isBetter(Entry const& candidate, Entry const& best) const {
 }
 
 bool InlineIndex::find(BodyId level, unsigned long long address, Hit& out) const {
-    auto const first = m_entries.begin() + m_bodies[level].firstEntry;
-    auto const last = first + m_bodies[level].entryCount;
-    auto at = std::upper_bound(first, last, address,
-                               [](unsigned long long value, Entry const& entry) { return value < entry.start; });
-    if (at == first) {
+    std::uint32_t const begin = m_bodies[level].firstEntry;
+    auto const first = m_entries.begin() + begin;
+    auto const behind =
+        std::upper_bound(first, first + m_bodies[level].entryCount, address,
+                         [](unsigned long long value, Entry const& entry) { return value < entry.start; });
+    if (behind == first) {
         return false;
     }
-    unsigned long long const key = (at - 1)->start;
+    unsigned long long const key = (behind - 1)->start;
     Entry const* best = nullptr;
-    while (at != first && ((at - 1)->greatestEnd > address || (at - 1)->start == key)) {
-        --at;
-        // What has no extent stands from its key up to the next one.
-        bool const holds = at->end > address || (at->start == at->end && at->start == key);
-        if (holds && (best == nullptr || isBetter(*at, *best))) {
-            best = &*at;
+    auto at = static_cast<std::uint32_t>(behind - 1 - m_entries.begin());
+    while (at != k_none) {
+        Entry const& entry = m_entries[at];
+        if (best != nullptr && entry.start < best->start && m_bodies[best->body].isGlobal) {
+            break; // nothing that begins earlier is better
         }
+        // What has no extent stands from its key up to the next one.
+        bool const holds = entry.end > address || (entry.start == entry.end && entry.start == key);
+        if (holds && (best == nullptr || isBetter(entry, *best))) {
+            best = &entry;
+        }
+        bool const maySkip = !holds && entry.start != key; // those between end no later than this one
+        at = maySkip ? entry.lastLonger : at != begin ? at - 1 : k_none;
     }
     if (best == nullptr) {
         return false;

@@ -53,7 +53,7 @@ private:
         BodyId body;
         unsigned long long start;
         unsigned long long end;
-        unsigned long long greatestEnd; ///< Of this and those in front of it at the level.
+        std::uint32_t lastLonger; ///< What stands last in front of it at the level and ends later, or k_none.
     };
     struct Body {
         std::uint64_t dieOffset = 0;

@@ -16,7 +16,7 @@ using Lines = SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>;
 
 /// Abbreviations: 1 a unit with lines, 2 a function with children, 3 and 4 inlined bodies with and without children, 5
 /// one with a range list, 6 an abstract function, 7 a lexical block, 8 a label, 9 one with nothing but its origin, 10
-/// an abstract function without a name.
+/// an abstract function without a name, 16 an abstract function that is local.
 DwarfText inlineText() {
     DwarfText text;
     DwarfText::Specs const body = {{DW_AT_abstract_origin, DW_FORM_ref_addr},
@@ -44,7 +44,8 @@ DwarfText inlineText() {
         .abbrev(7, DW_TAG_lexical_block, true, {})
         .abbrev(8, DW_TAG_label, false, {{DW_AT_name, DW_FORM_string}, {DW_AT_low_pc, DW_FORM_addr}})
         .abbrev(9, DW_TAG_inlined_subroutine, true, {{DW_AT_abstract_origin, DW_FORM_ref_addr}})
-        .abbrev(10, DW_TAG_subprogram, false, {{DW_AT_inline, DW_FORM_data1}});
+        .abbrev(10, DW_TAG_subprogram, false, {{DW_AT_inline, DW_FORM_data1}})
+        .abbrev(16, DW_TAG_subprogram, false, {{DW_AT_name, DW_FORM_string}});
     return text;
 }
 
@@ -249,8 +250,8 @@ private:
     int pick(int below) { return static_cast<int>(m_random() % static_cast<unsigned int>(below)); }
 
     std::string level(int from, int to, int depth) {
-        static char const* const k_names[] = {"g", "h", "_ZN1AC1Ev", "_ZN1AC2Ev", "_Z1gi", "loc"};
-        std::string const name = k_names[pick(6)];
+        static char const* const k_names[] = {"g", "h", "_ZN1AC1Ev", "_ZN1AC2Ev", "_Z1gi", "loc", "loc", "loc"};
+        std::string const name = k_names[pick(8)];
         int const start = from + pick(to - from);
         int const size = pick(4) == 0 ? 0 : pick(std::min(to - start, 0x60) + 1);
         std::string inner;
@@ -307,7 +308,7 @@ void compareDown(Module& module, unsigned long long address, std::string const& 
 
 TEST(Inline, TheIndexAnswersAsTheTableDoes) {
     std::string const origins = origin("g") + origin("h") + origin("_ZN1AC1Ev") + origin("_ZN1AC2Ev") +
-                                origin("_Z1gi") + ".Lo_loc: .uleb128 6\n.asciz \"loc\"\n.byte 1, 1, 2, 7\n";
+                                origin("_Z1gi") + ".Lo_loc: .uleb128 16\n.asciz \"loc\"\n";
     for (unsigned int seed = 0; seed < 60; ++seed) {
         RandomBodies const bodies(seed);
         DwarfText text = inlineText();
