@@ -1,0 +1,57 @@
+"""The functions of a sample of the system's files, and of kinds of file that it has none of, as readelf has them."""
+
+import pathlib
+import subprocess
+import sys
+import tempfile
+
+sys.path[:0] = [str(pathlib.Path(__file__).resolve().parent.parent.parent / "bench")]
+import orv_sweep
+
+SAMPLE = 60
+
+C_SOURCE = """
+int counter = 7;
+static int helper(int x) { return x * 3 + counter; }
+int twice(int x) { return helper(x) + helper(x + 1); }
+int thrice(int x) { return twice(x) + helper(x); }
+"""
+ARM_SOURCE = """
+        .text
+        .globl first
+        .type first, %function
+first:  bx lr
+        .size first, .-first
+        .type second, %function
+second: mov r0, r1
+        bx lr
+        .size second, .-second
+"""
+
+
+def built_files(folder):
+    """Relocatable files, 32-bit files and what a kernel module is made like."""
+    (folder / "c.c").write_text(C_SOURCE)
+    (folder / "arm.s").write_text(ARM_SOURCE)
+    for name, *command in [
+        ("64.o", "gcc", "-c", "-O0", "c.c"),
+        ("32.o", "gcc", "-c", "-O0", "-m32", "c.c"),
+        ("32.so", "gcc", "-shared", "-nostdlib", "-m32", "-fPIC", "c.c"),
+        ("x32.o", "gcc", "-c", "-O0", "-mx32", "c.c"),
+        ("arm.o", "arm-linux-gnueabi-as", "arm.s"),
+        ("arm", "arm-linux-gnueabi-ld", "-e", "first", "arm.o"),
+        ("module.ko", "ld", "-r", "64.o"),
+    ]:
+        subprocess.run([*command, "-o", name], cwd=folder, check=True, capture_output=True)
+        yield str(folder / name)
+
+
+def main():
+    files = list(orv_sweep.elf_files())
+    with tempfile.TemporaryDirectory() as folder:
+        built = list(built_files(pathlib.Path(folder)))
+        sys.exit(1 if orv_sweep.sweep(files[:: max(1, len(files) // SAMPLE)], built) else 0)
+
+
+if __name__ == "__main__":
+    main()
