@@ -6,6 +6,11 @@
 #include <algorithm>
 
 namespace ORV_3_30 {
+namespace {
+
+template <typename Number> Number lowestBit(Number number) { return number & (~number + 1); }
+
+} // namespace
 
 /// The walk. It passes over the same entries as the one that fills symbol tables, and stops where that one would do
 /// anything that is not plain to see.
@@ -148,7 +153,7 @@ private:
             if (!m_loader.spendIndexedRange()) {
                 return false;
             }
-            m_index.m_entries.push_back({level, id, body.ranges[i].start, body.ranges[i].end, k_none});
+            m_index.m_entries.push_back({level, id, body.ranges[i].start, body.ranges[i].end, 0});
         }
         if (entry.hasChildren != 0) {
             std::uint64_t const sibling =
@@ -184,18 +189,37 @@ private:
         std::stable_sort(entries.begin(), entries.end(), [](Entry const& a, Entry const& b) {
             return a.level != b.level ? a.level < b.level : a.start < b.start;
         });
-        for (std::size_t i = 0; i < entries.size(); ++i) {
-            Body& level = m_index.m_bodies[entries[i].level];
-            bool const isFirst = level.entryCount == 0;
-            level.firstEntry = isFirst ? static_cast<std::uint32_t>(i) : level.firstEntry;
-            ++level.entryCount;
-            if (!isFirst) {
-                level.isPlain = level.isPlain && standsAlone(i);
-                auto longer = static_cast<std::uint32_t>(i - 1);
-                while (longer != k_none && entries[longer].end <= entries[i].end) {
-                    longer = entries[longer].lastLonger;
-                }
-                entries[i].lastLonger = longer;
+        for (std::size_t begin = 0; begin < entries.size();) {
+            begin = sortLevel(begin);
+        }
+    }
+
+    /// Gives where the next level begins.
+    std::size_t sortLevel(std::size_t begin) {
+        std::vector<Entry>& entries = m_index.m_entries;
+        Body& level = m_index.m_bodies[entries[begin].level];
+        std::size_t end = begin + 1;
+        for (; end < entries.size() && entries[end].level == entries[begin].level; ++end) {
+            level.isPlain = level.isPlain && standsAlone(end);
+        }
+        auto const first = entries.begin() + static_cast<std::ptrdiff_t>(begin);
+        auto const last = entries.begin() + static_cast<std::ptrdiff_t>(end);
+        auto const firstLocal = std::stable_partition(
+            first, last, [this](Entry const& entry) { return m_index.m_bodies[entry.body].isGlobal; });
+        level.firstEntry = static_cast<std::uint32_t>(begin);
+        level.globalCount = static_cast<std::uint32_t>(firstLocal - first);
+        level.entryCount = static_cast<std::uint32_t>(end - begin);
+        noteGreatestEnds(first, firstLocal);
+        noteGreatestEnds(firstLocal, last);
+        return end;
+    }
+
+    static void noteGreatestEnds(std::vector<Entry>::iterator first, std::vector<Entry>::iterator last) {
+        for (std::ptrdiff_t number = 1; number <= last - first; ++number) {
+            Entry& entry = first[number - 1];
+            entry.greatestEnd = entry.end;
+            for (std::ptrdiff_t step = 1; step < lowestBit(number); step *= 2) {
+                entry.greatestEnd = std::max(entry.greatestEnd, first[number - 1 - step].greatestEnd);
             }
         }
     }
@@ -249,48 +273,49 @@ std::unique_ptr<InlineIndex> InlineIndex::read(DWARFScope& scope) {
 
 /// As the symbol table has it among inlined bodies: the more visible, then the later start. Else what stands first in
 /// a list wins: what ends later, or came earlier.
-bool InlineIndex::isBetter(Entry const& candidate, Entry const& best) const {
-    bool const isGlobal = m_bodies[candidate.body].isGlobal;
-    bool const isBestGlobal = m_bodies[best.body].isGlobal;
-    if (isGlobal != isBestGlobal) {
-        return isGlobal;
+bool InlineIndex::find(BodyId level, unsigned long long address, Hit& out) const {
+    Body const& body = m_bodies[level];
+    Entry const* const first = m_entries.data() + body.firstEntry;
+    Group const globals = upTo({first, body.globalCount}, address);
+    Group const locals = upTo({first + body.globalCount, body.entryCount - body.globalCount}, address);
+    unsigned long long key = 0;
+    for (Group const& group : {globals, locals}) {
+        key = group.count != 0 ? std::max(key, group.first[group.count - 1].start) : key;
     }
-    if (candidate.start != best.start) {
-        return candidate.start > best.start;
+    Entry const* best = lastHolder(globals, address, key);
+    best = best != nullptr ? best : lastHolder(locals, address, key);
+    if (best != nullptr) {
+        out = {best->start, best->end, best->body};
     }
-    return candidate.end != best.end ? candidate.end > best.end : &candidate < &best;
+    return best != nullptr;
 }
 
-bool InlineIndex::find(BodyId level, unsigned long long address, Hit& out) const {
-    std::uint32_t const begin = m_bodies[level].firstEntry;
-    auto const first = m_entries.begin() + begin;
-    auto const behind =
-        std::upper_bound(first, first + m_bodies[level].entryCount, address,
+/// Those that begin at an address or below.
+InlineIndex::Group InlineIndex::upTo(Group group, unsigned long long address) {
+    Entry const* const behind =
+        std::upper_bound(group.first, group.first + group.count, address,
                          [](unsigned long long value, Entry const& entry) { return value < entry.start; });
-    if (behind == first) {
-        return false;
-    }
-    unsigned long long const key = (behind - 1)->start;
+    return {group.first, static_cast<std::uint32_t>(behind - group.first)};
+}
+
+/// The best of a group at an address. key: the last start up to the address.
+InlineIndex::Entry const* InlineIndex::lastHolder(Group group, unsigned long long address, unsigned long long key) {
     Entry const* best = nullptr;
-    auto at = static_cast<std::uint32_t>(behind - 1 - m_entries.begin());
-    while (at != k_none) {
-        Entry const& entry = m_entries[at];
-        if (best != nullptr && entry.start < best->start && m_bodies[best->body].isGlobal) {
-            break; // nothing that begins earlier is better
+    for (std::uint32_t number = group.count; number != 0;) {
+        Entry const& entry = group.first[number - 1];
+        if (best != nullptr && entry.start != best->start) {
+            break;
         }
         // What has no extent stands from its key up to the next one.
-        bool const holds = entry.end > address || (entry.start == entry.end && entry.start == key);
-        if (holds && (best == nullptr || isBetter(entry, *best))) {
+        bool const isAtKey = entry.start == key;
+        bool const holds = entry.end > address || (entry.start == entry.end && isAtKey);
+        if (holds && (best == nullptr || entry.end >= best->end)) {
             best = &entry;
         }
-        bool const maySkip = !holds && entry.start != key; // those between end no later than this one
-        at = maySkip ? entry.lastLonger : at != begin ? at - 1 : k_none;
+        bool const mayHold = isAtKey || entry.greatestEnd > address; // it, or one that it speaks for
+        number -= mayHold ? 1 : lowestBit(number);
     }
-    if (best == nullptr) {
-        return false;
-    }
-    out = {best->start, best->end, best->body};
-    return true;
+    return best;
 }
 
 InlineIndex::BodyId InlineIndex::bodyAt(BodyId level, std::uint64_t dieOffset) const {

@@ -47,13 +47,15 @@ public:
 
 private:
     class Reader;
-    /// Where a range begins at which level. By level, then by start.
+    /// Where a range begins at which level. By level, the global ones first, then by start.
     struct Entry {
         BodyId level;
         BodyId body;
         unsigned long long start;
         unsigned long long end;
-        std::uint32_t lastLonger; ///< What stands last in front of it at the level and ends later, or k_none.
+        /// Of this one and those in front of it, as many as the lowest bit of its number in its group says: a tree of
+        /// greatest ends in an array.
+        unsigned long long greatestEnd;
     };
     struct Body {
         std::uint64_t dieOffset = 0;
@@ -61,13 +63,20 @@ private:
         unsigned long long address = 0;
         BodyId parent = k_none;
         std::uint32_t firstEntry = 0; ///< Of the level inside.
+        std::uint32_t globalCount = 0;
         std::uint32_t entryCount = 0;
         bool isPlain = true;
         bool isGlobal = false;
         RangeList ranges;
         std::atomic<DWARFScope*> scope{nullptr};
     };
-    bool isBetter(Entry const& candidate, Entry const& best) const;
+    /// Entries of a level that are all global or all local.
+    struct Group {
+        Entry const* first;
+        std::uint32_t count;
+    };
+    static Group upTo(Group group, unsigned long long address);
+    static Entry const* lastHolder(Group group, unsigned long long address, unsigned long long key);
 
     DWARFCompilationUnit* m_unit = nullptr;
     std::deque<Body> m_bodies; ///< In the order of the file. The root first.

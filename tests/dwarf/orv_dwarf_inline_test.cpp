@@ -252,7 +252,8 @@ private:
     std::string level(int from, int to, int depth) {
         static char const* const k_names[] = {"g", "h", "_ZN1AC1Ev", "_ZN1AC2Ev", "_Z1gi", "loc", "loc", "loc"};
         std::string const name = k_names[pick(8)];
-        int const start = from + pick(to - from);
+        int const step = pick(2) == 0 ? 32 : 1; // that some begin together
+        int const start = from + pick(to - from) / step * step;
         int const size = pick(4) == 0 ? 0 : pick(std::min(to - start, 0x60) + 1);
         std::string inner;
         for (int count = depth < 3 ? pick(4) : 0; count > 0; --count) {
@@ -357,6 +358,7 @@ TEST(Inline, OddEntriesAreTheTables) {
                      std::string(k_end),
                  ""},
              Row{"a body in a variable", ".uleb128 15\n.asciz \"v\"\n" + body("g", 0x10, 8) + k_end + k_end, ""},
+             Row{"no extent, in front of one that ends", body("g", 0x20, 0) + k_end + body("h", 0x20, 4) + k_end, ""},
              Row{"an unknown code", body("g", 0x10, 0x20) + body("h", 0x12, 4) + k_end + ".uleb128 99\n", ""},
          }) {
         DwarfText text = inlineText();
