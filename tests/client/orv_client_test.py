@@ -76,14 +76,21 @@ def check_inlines(folder):
         theirs = re.sub(r" \(discriminator \d+\)", "", theirs)
         ours = re.sub(r" \(discriminator \d+\)", "", run("symbolize", flags, "-e", program, text_in="\n".join(words)).stdout)
         expect(f"symbolize {flags}", ours, theirs)
-    # More than one thread's share, in batches of which the last is a small one: each answer stands in its place.
-    times = 600_000 // len("\n".join(words))
-    (folder / "many").write_text("\n".join(words * times))
-    for flags in (["-fi"], ["-i", "--json"]):
-        with open(folder / "many") as many:
-            answers = subprocess.run([ORV, "symbolize", *flags, "-e", program], stdin=many, capture_output=True, text=True)
-        once = run("symbolize", *flags, "-e", program, text_in="\n".join(words)).stdout
-        expect(f"many with {flags}", answers.stdout == once * times, True)
+    # More than one thread's share, in batches of which the last is a small one; then more text than is held at a time:
+    # each answer stands in its place.
+    long_named = str(folder / "long_named")
+    source.write_text(INLINE_SOURCE.replace("shifted", "s" * 20_000))
+    subprocess.run([CC, "-O2", "-gdwarf-3", "-o", long_named, source], check=True, cwd=folder)
+    batch = 1 << 18
+    for module, input_size in ((program, 2 * batch + 3000), (long_named, 10_000)):
+        times = input_size // len("\n".join(words))
+        (folder / "many").write_text("\n".join(words * times))
+        for flags in (["-fi"], ["-i", "--json"]):
+            with open(folder / "many") as many:
+                answers = subprocess.run([ORV, "symbolize", *flags, "-e", module], stdin=many, capture_output=True, text=True)
+            once = run("symbolize", *flags, "-e", module, text_in="\n".join(words)).stdout
+            expect(f"many with {flags}", answers.stdout == once * times, True)
+            expect(f"text of {module}", len(answers.stdout) > 9 << 20 or module == program, True)
     deepest = max((json.loads(line) for line in run("symbolize", "--json", "-i", "-e", program, *words[:-1]).stdout.splitlines()),
                   key=lambda answer: len(answer["callers"]))
     expect("chain", [deepest["function"], *(caller["function"] for caller in deepest["callers"])],
@@ -103,6 +110,28 @@ def check_inlines(folder):
     expect("stackvar without --pc", run("stackvar", program, "1000").returncode, 2)
     expect("stackvar of nothing", "??" in run("stackvar", program, "--pc", hex(start), "--sp", "0", "--fp", "0", "10").stdout,
            True)
+
+
+OVERLAPPING_SOURCE = """
+# 2 "{0}.h"
+static inline int scaled{0}(int x) {{ volatile int y = x; return y * 3; }}
+# 4 "{0}.c"
+int entry{0}(int x) {{ return scaled{0}(x) * scaled{0}(x + 1) * scaled{0}(x + 2) {1}; }}
+"""
+
+
+def check_overlaps(folder):
+    """Functions of two units at one address: a line does not depend on what else is asked for."""
+    for name, more, *flags in (("a", ""), ("b", "* scaledb(x + 3)", "-ffunction-sections")):
+        (folder / f"{name}.c").write_text(OVERLAPPING_SOURCE.format(name, more))
+        subprocess.run([CC, "-O2", "-gdwarf-3", *flags, "-c", f"{name}.c"], check=True, cwd=folder)
+    subprocess.run(["ld", "-r", "-o", "both.o", "a.o", "b.o"], check=True, cwd=folder)
+    words = [f"{i:x}" for i in range(0x28)]
+    places = [[(json.loads(line)["file"], json.loads(line)["line"]) for line in
+               run("symbolize", "--json", *flags, "-e", str(folder / "both.o"), text_in="\n".join(words)).stdout.splitlines()]
+              for flags in (["--no-inlines"], ["-i"])]
+    expect("places with and without callers", places[0], places[1])
+    expect("rows of another unit", any(file and file.endswith("a.h") for file, _ in places[0]), True)
 
 
 def check_debug(folder):
@@ -291,6 +320,7 @@ with tempfile.TemporaryDirectory() as name:
     check_symbolize(folder, symbols)
     check_debug(folder)
     check_inlines(folder)
+    check_overlaps(folder)
     check_commands(folder, symbols)
     check_manners(folder)
 for failure in failures:

@@ -3,9 +3,13 @@
 #include "orv_cli_output.h"
 
 #include <charconv>
+#include <cstdio>
 
 namespace orv_cli {
 namespace {
+
+/// A text that is longer goes out before more is made.
+constexpr std::size_t k_mostText = std::size_t{8} << 20;
 
 void appendNumber(unsigned long long number, std::string& out) {
     char digits[20];
@@ -43,22 +47,44 @@ void Query::takeAnswer(Query const& other, Half half) {
     callersEnd = other.callersEnd;
 }
 
-void AnswerText::append(Query const& query, std::string& out) const {
+bool AnswerText::append(Query const& query, std::string& out) const {
+    std::size_t const size = out.size();
+    if (write(query, out, [&] { return out.size() <= k_mostText; })) {
+        return true;
+    }
+    out.resize(size);
+    return false;
+}
+
+void AnswerText::print(Query const& query, std::string& room) const {
+    auto const flush = [&] {
+        std::fwrite(room.data(), 1, room.size(), stdout);
+        room.clear();
+        return true;
+    };
+    room.clear();
+    write(query, room, flush);
+}
+
+/// next: called behind each frame. False from it ends the answer.
+template <typename Next> bool AnswerText::write(Query const& query, std::string& out, Next const& next) const {
     if (m_json) {
-        appendAsJson(query, out);
-        return;
+        return writeJson(query, out, next);
     }
     if (m_options.addresses) {
         std::string const digits = hexColumn(query.value);
         out.append("0x").append(digits, m_is32Bit ? digits.size() / 2 : 0).append(m_options.pretty ? ": " : "\n");
     }
     append(query.function, query.place, out);
-    for (std::size_t i = query.callersBegin; i < query.callersEnd; ++i) {
+    bool isWanted = next();
+    for (std::size_t i = query.callersBegin; isWanted && i < query.callersEnd; ++i) {
         if (m_options.pretty) {
             out += " (inlined by) ";
         }
         append((*query.callers)[i]->function, (*query.callers)[i]->place, out);
+        isWanted = next();
     }
+    return isWanted;
 }
 
 void AnswerText::append(std::string_view function, Place const& place, std::string& out) const {
@@ -94,23 +120,30 @@ void AnswerText::append(Place const& place, bool isFunctionKnown, std::string& o
     out += '\n';
 }
 
-void AnswerText::appendAsJson(Query const& query, std::string& out) const {
+template <typename Next> bool AnswerText::writeJson(Query const& query, std::string& out, Next const& next) const {
     bool const isFound = query.function.data() != nullptr;
     Json object;
     object["address"] = query.isAddress ? Json(hex(query.value)) : Json(std::string(query.word));
     object["function"] = isFound ? Json(query.function) : Json();
     object["offset"] = isFound ? Json(hex(query.offset)) : Json();
     addPlace(object, query.place);
-    if (m_options.inlines) {
-        object["callers"] = Json::array();
-        for (std::size_t i = query.callersBegin; i < query.callersEnd; ++i) {
-            Json caller;
-            caller["function"] = (*query.callers)[i]->function;
-            addPlace(caller, (*query.callers)[i]->place);
-            object["callers"].push_back(caller);
-        }
-    }
     out += textOf(object);
+    if (!m_options.inlines) {
+        return next();
+    }
+    // Caller by caller, as one name may stand in a long chain many times.
+    out.replace(out.rfind('}'), std::string::npos, ",\"callers\":[");
+    bool isWanted = next();
+    for (std::size_t i = query.callersBegin; isWanted && i < query.callersEnd; ++i) {
+        Json caller;
+        caller["function"] = (*query.callers)[i]->function;
+        addPlace(caller, (*query.callers)[i]->place);
+        out.append(i == query.callersBegin ? "" : ",") += textOf(caller);
+        out.pop_back(); // the end of the line
+        isWanted = next();
+    }
+    out += "]}\n";
+    return isWanted && next();
 }
 
 } // namespace orv_cli

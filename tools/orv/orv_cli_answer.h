@@ -49,10 +49,14 @@ public:
     AnswerText(SymbolizeOptions const& options, bool json, bool is32Bit)
         : m_options(options), m_json(json), m_is32Bit(is32Bit) {}
 
-    void append(Query const& query, std::string& out) const;
+    /// False if the text has no room for it: it is as before then.
+    bool append(Query const& query, std::string& out) const;
+    /// To standard output, piece by piece. room: what the pieces are made in.
+    void print(Query const& query, std::string& room) const;
 
 private:
-    void appendAsJson(Query const& query, std::string& out) const;
+    template <typename Next> bool write(Query const& query, std::string& out, Next const& next) const;
+    template <typename Next> bool writeJson(Query const& query, std::string& out, Next const& next) const;
     void append(std::string_view function, Place const& place, std::string& out) const;
     void append(Place const& place, bool isFunctionKnown, std::string& out) const;
 

@@ -13,6 +13,7 @@
 #include <memory>
 #include <mutex>
 #include <numeric>
+#include <system_error>
 #include <thread>
 #include <unordered_map>
 
@@ -87,6 +88,19 @@ public:
         }
     }
 
+    /// Where the calls are that were found. Comes after the lines: a call's file reads the lines of its unit, and which
+    /// row wins among equals follows the order of reading.
+    void findPlaces() {
+        for (auto const& [instance, caller] : m_unplaced) {
+            SymMgrObjectPtr<ISourceLocation> location;
+            instance->callSite(location);
+            if (location) {
+                caller->place.take(*location);
+            }
+        }
+        m_unplaced.clear();
+    }
+
 private:
     char const* nameOf(ISymbol& symbol) const { return m_options.demangle ? symbol.demangledName(0) : symbol.name(); }
 
@@ -129,12 +143,8 @@ private:
     Frame const& callerOf(IInlineInstance& instance, ISymbol& around) {
         auto const [call, isNew] = m_calls.try_emplace(&instance);
         if (isNew) {
-            SymMgrObjectPtr<ISourceLocation> location;
-            instance.callSite(location);
-            if (location) {
-                call->second.place.take(*location);
-            }
             call->second.function = nameOf(around);
+            m_unplaced.emplace_back(&instance, &call->second);
         }
         return call->second;
     }
@@ -157,11 +167,12 @@ private:
     InlineChains m_chains;
     std::vector<SymMgrObjectPtr<ISymbolRange>> m_ranges; ///< At one address, from the outside in.
     std::unordered_map<IInlineInstance*, Frame> m_calls; ///< Who calls a body, and where.
-    std::vector<Call> m_lastCalls;                       ///< By depth: neighbours share most of their chains.
+    std::vector<std::pair<IInlineInstance*, Frame*>> m_unplaced;
+    std::vector<Call> m_lastCalls; ///< By depth: neighbours share most of their chains.
 };
 
-/// Halves of answers to neighbours, in the order in which one thread would find them. Threads that take from different
-/// ends do not wait for the same load.
+/// Halves of answers to neighbours, in the order in which one thread would find them. There are threads that take from
+/// either end, so that not all wait for the same load.
 class Tasks {
 public:
     struct Task {
@@ -201,7 +212,8 @@ private:
     std::deque<Task> m_tasks;
 };
 
-/// Runs work(i) for each i below count, on a thread of its own but for the first. Throws what one of them has thrown.
+/// Runs work(i) for each i below count, on a thread of its own but for the first, or on this one where the system has
+/// no more. Throws what one of them has thrown.
 template <typename Work> void inParallel(std::size_t count, Work const& work) {
     std::exception_ptr failure; // of any thread: the last one stays
     std::mutex failureLock;
@@ -214,10 +226,17 @@ template <typename Work> void inParallel(std::size_t count, Work const& work) {
         }
     };
     std::vector<std::thread> threads;
-    for (std::size_t i = 1; i < count; ++i) {
-        threads.emplace_back(run, i);
+    threads.reserve(count - 1);
+    try {
+        while (threads.size() < count - 1) {
+            threads.emplace_back(run, threads.size() + 1);
+        }
+    } catch (std::system_error const&) { // what is left has fewer threads
     }
     run(0);
+    for (std::size_t i = threads.size() + 1; i < count; ++i) {
+        run(i);
+    }
     for (std::thread& thread : threads) {
         thread.join();
     }
@@ -281,6 +300,7 @@ private:
         while (m_finders.size() < count) {
             m_finders.push_back(std::make_unique<Finder>(m_options, m_common.json, *m_module));
         }
+        prime();
         Tasks tasks(m_grouped.size());
         inParallel(count, [&](std::size_t i) {
             Finder& finder = *m_finders[i];
@@ -289,7 +309,17 @@ private:
                 finder.find(m_grouped.data() + task.begin, m_grouped.data() + task.end, task.half);
             }
         });
+        inParallel(count, [&](std::size_t i) { m_finders[i]->findPlaces(); });
         findAgain();
+    }
+
+    /// One function, so that the symbols are loaded for the same kinds whatever the threads ask for first.
+    void prime() {
+        auto const first =
+            std::find_if(m_grouped.begin(), m_grouped.end(), [](Query const* query) { return query->isAddress; });
+        if (first != m_grouped.end()) {
+            m_finders.front()->find(**first, Query::Half::Function);
+        }
     }
 
     /// Tells the bank ahead which addresses will be asked for, so that it reads no more than it must.
@@ -314,36 +344,49 @@ private:
             return;
         }
         m_module = &Module::load(m_options.module, m_common, Module::Sharing::Anew);
-        m_finders.push_back(std::make_unique<Finder>(m_options, m_common.json, *m_module));
+        Finder& finder = *m_finders.emplace_back(std::make_unique<Finder>(m_options, m_common.json, *m_module));
         for (Query& query : m_queries) {
             if (isOpen(query)) {
                 query.function = {};
                 query.place = Place();
                 query.callersBegin = query.callersEnd = 0;
-                m_finders.back()->find(query, Query::Half::Function);
-                m_finders.back()->find(query, Query::Half::Line);
+                finder.find(query, Query::Half::Function);
+                finder.find(query, Query::Half::Line);
+            }
+        }
+        finder.findPlaces();
+    }
+
+    /// In rounds, so that the text of many answers takes little room. What has none goes out by itself.
+    void printAll() {
+        std::size_t const count = threadCount();
+        m_portions.resize(std::max(m_portions.size(), count));
+        for (std::size_t round = 0; round < m_queries.size(); round += count * k_queriesPerThread) {
+            inParallel(count, [&](std::size_t i) {
+                Portion& portion = m_portions[i];
+                portion.text.clear();
+                portion.at = std::min(round + i * k_queriesPerThread, m_queries.size());
+                portion.end = std::min(portion.at + k_queriesPerThread, m_queries.size());
+                while (portion.at < portion.end && m_text.append(m_queries[portion.at], portion.text)) {
+                    ++portion.at;
+                }
+            });
+            for (std::size_t i = 0; i < count; ++i) {
+                Portion& portion = m_portions[i];
+                std::fwrite(portion.text.data(), 1, portion.text.size(), stdout);
+                for (; portion.at < portion.end; ++portion.at) {
+                    m_text.print(m_queries[portion.at], portion.text);
+                }
             }
         }
     }
 
-    /// In rounds, so that the text of many answers takes little room.
-    void printAll() {
-        std::size_t const count = threadCount();
-        m_texts.resize(std::max(m_texts.size(), count));
-        for (std::size_t round = 0; round < m_queries.size(); round += count * k_queriesPerThread) {
-            inParallel(count, [&](std::size_t i) {
-                std::size_t const begin = std::min(round + i * k_queriesPerThread, m_queries.size());
-                std::size_t const end = std::min(begin + k_queriesPerThread, m_queries.size());
-                m_texts[i].clear();
-                for (std::size_t at = begin; at < end; ++at) {
-                    m_text.append(m_queries[at], m_texts[i]);
-                }
-            });
-            for (std::size_t i = 0; i < count; ++i) {
-                std::fwrite(m_texts[i].data(), 1, m_texts[i].size(), stdout);
-            }
-        }
-    }
+    /// A thread's share of the answers, as text up to at.
+    struct Portion {
+        std::string text;
+        std::size_t at = 0;
+        std::size_t end = 0;
+    };
 
     SymbolizeOptions const& m_options;
     CommonOptions const& m_common;
@@ -353,8 +396,8 @@ private:
     bool m_isAnnounced = false;
     std::vector<Query> m_queries;
     std::vector<Query*> m_grouped;
-    std::vector<std::unique_ptr<Finder>> m_finders; ///< One a thread.
-    std::vector<std::string> m_texts;               ///< One a thread.
+    std::vector<std::unique_ptr<Finder>> m_finders; ///< One a thread, and one for the second module.
+    std::vector<Portion> m_portions;                ///< One a thread.
     int m_exitStatus = 0;
 };
 
