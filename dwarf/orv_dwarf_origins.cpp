@@ -30,13 +30,13 @@ OriginFacts OriginTable::factsOf(DWARFCompilationUnit& asking, std::uint64_t off
     constexpr std::uint64_t k_mix = 0x9E3779B97F4A7C15; // entries stand at all distances
     Shelf& shelf = m_shelves[(offset * k_mix >> 32) % m_shelves.size()];
     std::lock_guard<std::mutex> const guard(shelf.lock);
-    auto const [entry, isNew] = shelf.facts.try_emplace(offset);
-    if (isNew) {
-        entry->second = readFacts(asking, offset);
+    auto const known = shelf.facts.find(offset);
+    if (known != shelf.facts.end()) {
+        return known->second;
     }
-    OriginFacts const facts = entry->second;
-    if (facts.isCut) {
-        shelf.facts.erase(entry); // another question may get further
+    OriginFacts const facts = readFacts(asking, offset);
+    if (!facts.isCut) { // otherwise another question may get further
+        shelf.facts.emplace(offset, facts);
     }
     return facts;
 }
