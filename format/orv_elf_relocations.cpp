@@ -128,12 +128,13 @@ Referred referredBy(ElfHelper const& helper, unsigned int link) {
 
 } // namespace
 
-void RelocationAddends::setEntries(std::vector<Entry> entries) {
+void RelocationAddends::setEntries(std::vector<Entry> entries, SymMgrObjectPtr<ISectionData> strings) {
     auto const byOffset = [](Entry const& a, Entry const& b) { return a.offset < b.offset; };
     auto const sameOffset = [](Entry const& a, Entry const& b) { return a.offset == b.offset; };
     std::stable_sort(entries.begin(), entries.end(), byOffset);
     entries.erase(std::unique(entries.begin(), entries.end(), sameOffset), entries.end());
     m_entries = std::move(entries);
+    m_strings = std::move(strings);
 }
 
 SymMgrObjectPtr<RelocationAddends> relocationAddends(ElfHelper const& helper, unsigned int section) {
@@ -172,10 +173,10 @@ SymMgrObjectPtr<RelocationAddends> relocationAddends(ElfHelper const& helper, un
         if (symbol != 0 && ELF64_ST_TYPE(entry.st_info) >= STT_FILE) {
             continue;
         }
-        entries.push_back(
-            {offset, entry.st_name, addend + entry.st_value, ordinal, patchedWidth(helper, type), referred.strings});
+        entries.push_back({offset, entry.st_name, addend + entry.st_value, ordinal, patchedWidth(helper, type),
+                           referred.strings.get()});
     }
-    result->setEntries(std::move(entries));
+    result->setEntries(std::move(entries), referred.strings);
     return result;
 }
 
@@ -188,7 +189,7 @@ void PLTEntryCallBack::addend(RelocationAddends::Entry const& entry) {
     if (m_filter != nullptr && !m_filter->accept(stub, stub + k_stubSize)) {
         return;
     }
-    if (!entry.strings || entry.nameOffset >= entry.strings->size()) {
+    if (entry.strings == nullptr || entry.nameOffset >= entry.strings->size()) {
         return;
     }
     auto const* const names = reinterpret_cast<char const*>(entry.strings->data());

@@ -19,10 +19,10 @@ public:
     struct Entry {
         std::uint64_t offset;
         std::uint64_t nameOffset;
-        std::uint64_t value;                   ///< The symbol's value plus the addend.
-        unsigned int ordinal;                  ///< Number in the relocation section, skipped ones counted.
-        unsigned int width;                    ///< Bytes that the relocation's type patches: 4, 8, or 0 for none.
-        SymMgrObjectPtr<ISectionData> strings; ///< May be null.
+        std::uint64_t value;   ///< The symbol's value plus the addend.
+        unsigned int ordinal;  ///< Number in the relocation section, skipped ones counted.
+        unsigned int width;    ///< Bytes that the relocation's type patches: 4, 8, or 0 for none.
+        ISectionData* strings; ///< May be null. Lives as long as the addends.
     };
 
     /// Reads the next entry of the relocation section; false if too few bytes remain.
@@ -33,7 +33,7 @@ public:
 
     std::vector<Entry> const& entries() const { return m_entries; }
     unsigned long long relocationSection() const { return m_relocationSection; }
-    void setEntries(std::vector<Entry> entries);
+    void setEntries(std::vector<Entry> entries, SymMgrObjectPtr<ISectionData> strings);
 
 protected:
     unsigned int wordSize() const { return m_wordSize; }
@@ -41,6 +41,7 @@ protected:
 private:
     unsigned int m_wordSize;
     std::vector<Entry> m_entries;
+    SymMgrObjectPtr<ISectionData> m_strings; ///< Of all entries.
     unsigned long long m_relocationSection;
 };
 

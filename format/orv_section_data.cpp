@@ -69,20 +69,23 @@ SectionBytes allocateSectionBytes(std::uint64_t size) {
     return result;
 }
 
-unsigned char* ElfSectionData::data() {
-    load();
-    return m_bytes.bytes.get();
-}
+unsigned char* ElfSectionData::data() { return load() ? m_bytes.bytes.get() : nullptr; }
 
-unsigned long long ElfSectionData::size() {
-    load();
-    return m_bytes.size;
-}
+unsigned long long ElfSectionData::size() { return load() ? m_bytes.size : 0; }
 
-void ElfSectionData::load() {
-    if (m_bytes.bytes == nullptr && m_helper != nullptr) {
-        m_bytes = m_helper->readSectionBytes(m_index);
+bool ElfSectionData::load() {
+    if (m_isRead.load(std::memory_order_acquire) || m_helper == nullptr) {
+        return m_isRead;
     }
+    LockGuard guard(sharedLock(this));
+    if (!m_isRead) {
+        SectionBytes bytes = m_helper->readSectionBytes(m_index);
+        if (bytes.bytes != nullptr) {
+            m_bytes = std::move(bytes);
+            m_isRead.store(true, std::memory_order_release);
+        }
+    }
+    return m_isRead;
 }
 
 namespace {

@@ -1,8 +1,10 @@
 /// Bytes of sections, read on first use and held until released.
 #pragma once
 
+#include "core/orv_shared_lock.h"
 #include "orv/orv_section.h"
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <new>
@@ -31,10 +33,11 @@ private:
     unsigned long long m_size;
 };
 
-/// A section's bytes in memory. Not shared between threads while they are read for the first time:
-/// the loaders see to that.
+/// A section's bytes in memory. Banks may share a module's loader, so that threads hold the same object.
 class ISectionData : public SymMgrObjectImpl {
 public:
+    ISectionData() : SymMgrObjectImpl(sharedLock(this)) {}
+
     /// Null when the bytes can't be read. Owned by this object.
     virtual unsigned char* data() = 0;
     virtual unsigned long long size() = 0;
@@ -44,15 +47,15 @@ public:
     virtual unsigned long long addressDelta() = 0;
 
     /// True for the first who asks, who then relocates the bytes: they may be shared.
-    bool claimRelocation() { return !std::exchange(m_isRelocated, true); }
+    bool claimRelocation() { return !m_isRelocated.exchange(true); }
 
 private:
-    bool m_isRelocated = false;
+    std::atomic<bool> m_isRelocated{false};
 };
 
 constexpr unsigned int k_noSection = 0xFFFFFFFF;
 
-/// Reads through an ISection. A failed read is not tried again.
+/// Reads through an ISection. A failed read is not tried again. Belongs to one thread until it has been read.
 class SectionData final : public ISectionData {
 public:
     SectionData(unsigned int index, unsigned long long addressDelta, ISection* section)
@@ -100,13 +103,14 @@ SectionBytes tryAllocateSectionBytes(std::uint64_t size);
 SectionBytes allocateSectionBytes(std::uint64_t size);
 
 /// Reads through an ElfHelper, which it does not count: whoever makes one keeps the helper alive. A
-/// failed read is tried again by the next call. Compressed sections come out uncompressed.
+/// failed read is tried again by the next call. Compressed sections come out uncompressed. Any thread may
+/// ask; the first one reads.
 class ElfSectionData final : public ISectionData {
 public:
     ElfSectionData(unsigned int index, ElfHelper const* helper) : m_index(index), m_helper(helper) {}
     /// Takes over bytes that have been read already.
     ElfSectionData(SectionBytes bytes, unsigned long long addressDelta)
-        : m_bytes(std::move(bytes)), m_addressDelta(addressDelta) {}
+        : m_bytes(std::move(bytes)), m_isRead(m_bytes.bytes != nullptr), m_addressDelta(addressDelta) {}
 
     unsigned char* data() override;
     unsigned long long size() override;
@@ -114,9 +118,11 @@ public:
     unsigned long long addressDelta() override { return m_addressDelta; }
 
 private:
-    void load();
+    /// False if there are no bytes.
+    bool load();
 
     SectionBytes m_bytes;
+    std::atomic<bool> m_isRead{false}; ///< The bytes are there, and stay as they are.
     unsigned int m_index = k_noSection;
     ElfHelper const* m_helper = nullptr;
     unsigned long long m_addressDelta = 0;

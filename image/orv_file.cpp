@@ -1,5 +1,6 @@
 #include "image/orv_file.h"
 
+#include <atomic>
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -37,21 +38,17 @@ public:
     }
 
     std::uint64_t read(std::uint64_t length, void* buffer) override {
-        std::uint64_t total = 0;
-        for (;;) {
-            ssize_t const chunk = ::read(m_descriptor, static_cast<char*>(buffer) + total, length - total);
-            if (chunk < 0) {
-                m_status = statusOfErrno();
-                return k_fileError;
-            }
-            total += static_cast<std::uint64_t>(chunk);
-            // Only a read that the kernel's limit for one transfer has cut is worth another try.
-            if (total >= length || chunk <= k_largestTransfer) {
-                break;
-            }
-        }
-        m_status = total == length ? fosOK : fosShortRead;
+        std::uint64_t const total = transfer(length, buffer, [this](void* to, std::uint64_t size, std::uint64_t) {
+            return ::read(m_descriptor, to, size);
+        });
+        m_status = total == k_fileError ? statusOfErrno() : total == length ? fosOK : fosShortRead;
         return total;
+    }
+
+    std::uint64_t readAt(std::int64_t offset, std::uint64_t length, void* buffer) const {
+        return transfer(length, buffer, [&](void* to, std::uint64_t size, std::uint64_t done) {
+            return ::pread64(m_descriptor, to, size, static_cast<std::int64_t>(offset + done));
+        });
     }
 
     file_op_status_t status() override { return m_status; }
@@ -87,6 +84,22 @@ private:
     ~LinuxFile() = default;
     static constexpr ssize_t k_largestTransfer = 0x7F000000;
 
+    /// read(to, size, bytes read before): as the system's.
+    template <typename Read> static std::uint64_t transfer(std::uint64_t length, void* buffer, Read const& read) {
+        std::uint64_t total = 0;
+        for (;;) {
+            ssize_t const chunk = read(static_cast<char*>(buffer) + total, length - total, total);
+            if (chunk < 0) {
+                return k_fileError;
+            }
+            total += static_cast<std::uint64_t>(chunk);
+            // Only a read that the kernel's limit for one transfer has cut is worth another try.
+            if (total >= length || chunk <= k_largestTransfer) {
+                return total;
+            }
+        }
+    }
+
     std::int64_t checked(std::int64_t result) {
         if (result < 0) {
             m_status = statusOfErrno();
@@ -105,7 +118,7 @@ private:
     }
 
     int m_descriptor;
-    file_op_status_t m_status = fosOK;
+    std::atomic<file_op_status_t> m_status{fosOK}; ///< Any thread may ask for the size.
 };
 
 LinuxFile* openLinuxFile(char const* path, int flags, file_op_status_t& status) {
@@ -139,6 +152,10 @@ IFileModifiable* openFileModifiable(char const* path, bool create, file_op_statu
 }
 
 File::File(char const* path) : m_path(path != nullptr ? path : ""), m_file(openFile(path, m_openStatus)) {}
+
+std::uint64_t File::readAt(std::int64_t offset, std::uint64_t length, void* buffer) const {
+    return m_file != nullptr ? static_cast<LinuxFile*>(m_file)->readAt(offset, length, buffer) : k_fileError;
+}
 
 File::~File() {
     if (m_file != nullptr) {

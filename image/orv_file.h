@@ -6,7 +6,7 @@
 ///     file.read(sizeof(buffer), buffer);
 ///
 /// Nothing here logs, and nothing but want of memory throws: a failure stays in the file's status. No locks: a file
-/// belongs to one thread at a time. Offsets and lengths are bytes.
+/// belongs to one thread at a time, but for readAt and size. Offsets and lengths are bytes.
 #pragma once
 
 #include <cstdint>
@@ -77,6 +77,8 @@ public:
     std::uint64_t read(std::uint64_t length, void* buffer) {
         return m_file != nullptr ? m_file->read(length, buffer) : k_fileError;
     }
+    /// The same from an offset, wherever the file's position is, and without a status. Any thread may read.
+    std::uint64_t readAt(std::int64_t offset, std::uint64_t length, void* buffer) const;
     std::uint64_t size() const { return m_file != nullptr ? m_file->size() : 0; }
     file_op_status_t status() const { return m_file != nullptr ? m_file->status() : m_openStatus; }
     char const* path() const { return m_path.c_str(); }

@@ -19,8 +19,8 @@ public:
         if (position < offset || position > static_cast<unsigned long long>(INT64_MAX)) {
             return k_fileError;
         }
-        m_file.seek(static_cast<std::int64_t>(position));
-        return m_file.read(size, buffer);
+        // Banks that share the module read at once.
+        return m_file.readAt(static_cast<std::int64_t>(position), size, buffer);
     }
     unsigned long long size() override {
         unsigned long long const fileSize = m_file.size();

@@ -33,7 +33,7 @@ private:
     unsigned long long m_length;
 };
 
-/// Belongs to one thread: the file is looked up on first use.
+/// Belongs to one thread, unless it has a lock.
 class SourceLocation final : public SymMgrObject<ISourceLocation> {
 public:
     struct Place {

@@ -1,5 +1,6 @@
 #include "symbols/orv_symbol.h"
 
+#include "core/orv_shared_lock.h"
 #include "core/orv_trace.h"
 #include "manager/orv_address.h"
 #include "orv/orv_fileformatloader.h"
@@ -8,20 +9,9 @@
 #include "symbols/orv_scope.h"
 #include "symbols/orv_scope_iterators.h"
 
-#include <array>
-#include <cstdint>
 #include <string>
 
 namespace ORV_3_30 {
-namespace {
-
-/// The locks that all symbols share. Never destroyed: a client may drop its last symbol at exit.
-ILock* sharedLock(void const* symbol) {
-    static auto& locks = *new std::array<OrvLock, 32>;
-    return &locks[(reinterpret_cast<std::uintptr_t>(symbol) >> 5) % locks.size()];
-}
-
-} // namespace
 
 int symbolPriorityByKind(symbol_kind_t kind) {
     switch (kind) {

@@ -4,6 +4,7 @@
 #include "support/orv_elf_builder.h"
 #include "support/orv_test_support.h"
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <random>
@@ -265,6 +266,56 @@ TEST(Threads, LinesAndSymbolsFromTheFirstQueryOn) {
             queryLines(*bank, random);
         });
         EXPECT_EQ(unanswered, 0U);
+    }
+}
+
+TEST(Threads, OneImageForAll) {
+    TempDir const dir;
+    std::string bytes;
+    for (unsigned int i = 0; i < 4096; ++i) {
+        bytes += std::to_string(1000 + i);
+    }
+    auto const image = IModuleImage::create(dir.file("m", bytes).c_str(), arch_Unknown, false);
+    std::atomic<unsigned int> wrong{0};
+    together(std::chrono::milliseconds(100), [&](std::mt19937& random) {
+        unsigned int const i = random() % 4096;
+        char word[5] = {};
+        wrong += image->read(i * 4, 4, word) == 4 && word == std::to_string(1000 + i) ? 0 : 1;
+    });
+    EXPECT_EQ(wrong, 0U);
+}
+
+TEST(Threads, TwoBanksOfOneModule) {
+    // Both read what is held of the module, each under a lock of its own.
+    std::string const stubs = "\n.section .plt,\"ax\",@progbits\n.fill 16, 1, 0x90\n.rept 200\ncall foo\n.endr\n";
+    for (Assembled::Kind const kind : {Assembled::Kind::Program, Assembled::Kind::Object}) {
+        Assembled const module(debugText() + (kind == Assembled::Kind::Object ? stubs : ""), kind);
+        std::array<std::string, 2> expected;
+        for (int round = 0; round < 30; ++round) {
+            std::array<SymMgrObjectPtr<IModuleSymbolBank>, 2> banks;
+            ASSERT_EQ(loadBank(module.path(), banks[0], load_flags_None), status_Ok);
+            ASSERT_EQ(loadBank(module.path(), banks[1], load_flags_NoDebugInfo), status_Ok);
+            std::array<std::string, 2> found;
+            std::atomic<int> waiting{round == 0 ? 0 : 2};
+            auto const ask = [&](std::size_t i) {
+                for (--waiting; waiting > 0;) {
+                }
+                SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> ranges;
+                banks[i]->originalSymbolRanges(ranges, k_allKinds, nullptr, nullptr);
+                found[i] = allRanges(ranges);
+            };
+            if (round == 0) {
+                ask(0);
+                ask(1);
+                expected = found;
+                ASSERT_NE(expected[0], expected[1]);
+                continue;
+            }
+            std::thread other(ask, 1);
+            ask(0);
+            other.join();
+            EXPECT_EQ(found, expected);
+        }
     }
 }
 

@@ -1,0 +1,13 @@
+#include "core/orv_shared_lock.h"
+
+#include <array>
+#include <cstdint>
+
+namespace ORV_3_30 {
+
+ILock* sharedLock(void const* object) {
+    static auto& locks = *new std::array<OrvLock, 32>;
+    return &locks[(reinterpret_cast<std::uintptr_t>(object) >> 5) % locks.size()];
+}
+
+} // namespace ORV_3_30
