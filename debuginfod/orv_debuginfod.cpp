@@ -48,7 +48,7 @@ private:
 
 bool areServersSet() {
     char const* const urls = std::getenv(DEBUGINFOD_URLS_ENV_VAR);
-    return urls != nullptr && *urls != '\0';
+    return urls != nullptr && urls[std::strspn(urls, " \t")] != '\0';
 }
 
 } // namespace

@@ -86,12 +86,13 @@ status_t FileFormatLoader::debugInfoLoader(SymMgrObjectPtr<IDebugInfoLoader>& ou
         return status_False;
     }
     ISymbolFileToResolve& candidate = *m_symbolFiles[static_cast<std::size_t>(index)];
-    FileKey const key(candidate.symbolFileName(), 0, arch_Unknown);
+    std::string const name = candidate.symbolFileName(); // another load may give it another one at any time
+    FileKey const key(name.c_str(), 0, arch_Unknown);
     auto cached = m_debugInfoLoaders.find(key);
     if (cached == m_debugInfoLoaders.end()) {
         // A loader that could not be made is kept as null and not tried again.
         SymMgrObjectPtr<IDebugInfoLoader> loader(
-            createDebugInfoLoader(candidate.symbolFileName(), candidate.symbolFileFormat(), flags));
+            createDebugInfoLoader(name.c_str(), candidate.symbolFileFormat(), flags));
         cached = m_debugInfoLoaders.emplace(key, loader).first;
     }
     out = cached->second;
@@ -202,23 +203,24 @@ bool FileFormatLoader::addSegment(unsigned long long address, char const* name, 
         auto const found = floorEntry(m_segments, address);
         return found != m_segments.end() ? found : m_segments.begin();
     }();
-    bool isInTheWay = false;
-    for (auto at = first; at != m_segments.end() && at->first <= end; ++at) {
-        if (!overlaps(*at)) {
-            continue;
-        }
-        if (type == segment_type_Other || at->second->type() != segment_type_Other) {
+    auto const isReached = [&](auto const& at) { return at != m_segments.end() && at->first <= end; };
+    auto inTheWay = first;
+    while (isReached(inTheWay) && !overlaps(*inTheWay)) {
+        ++inTheWay;
+    }
+    if (isReached(inTheWay)) {
+        // What lies between begins in the new one.
+        auto const typed = m_typedSegments.lower_bound(inTheWay->first);
+        bool const isTypedInTheWay = typed != m_typedSegments.end() && (*typed == inTheWay->first || *typed < end);
+        if (type == segment_type_Other || isTypedInTheWay) {
             return false;
         }
-        isInTheWay = true;
-    }
-    if (isInTheWay) {
-        for (auto at = first; at != m_segments.end() && at->first <= end;) {
-            if (overlaps(*at)) {
-                delete at->second;
-                at = m_segments.erase(at);
+        while (isReached(inTheWay)) {
+            if (overlaps(*inTheWay)) {
+                delete inTheWay->second;
+                inTheWay = m_segments.erase(inTheWay);
             } else {
-                ++at;
+                ++inTheWay;
             }
         }
     }
@@ -226,6 +228,11 @@ bool FileFormatLoader::addSegment(unsigned long long address, char const* name, 
     Segment*& slot = m_segments[address];
     delete slot;
     slot = segment.release();
+    if (type != segment_type_Other) {
+        m_typedSegments.insert(address);
+    } else {
+        m_typedSegments.erase(address); // one without extent may have stood there
+    }
     return true;
 }
 

@@ -11,6 +11,7 @@
 
 #include <map>
 #include <memory>
+#include <set>
 #include <vector>
 
 namespace ORV_3_30 {
@@ -109,6 +110,7 @@ private:
     std::map<FileKey, SymMgrObjectPtr<IDebugInfoLoader>> m_debugInfoLoaders;
     SymbolFiles m_symbolFiles;
     std::map<unsigned long long, Segment*> m_segments; ///< Owned. By address.
+    std::set<unsigned long long> m_typedSegments;      ///< The addresses of those that have a type.
     std::map<unsigned long long, SymMgrObjectPtr<Section>> m_sections;
 };
 

@@ -1,9 +1,7 @@
 #include "orv/orv_debugroots.h"
 
 #include "image/orv_path.h"
-#include "resolver/orv_symbolfileresolver.h"
 
-#include <algorithm>
 #include <cstdlib>
 #include <memory>
 
@@ -15,14 +13,6 @@ constexpr char k_buildIdFolder[] = ".build-id/";
 constexpr char k_companionEnd[] = ".debug";
 
 using Candidates = SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>>;
-
-bool isOfBuildId(ISymbolFileToResolve& candidate) { return !wantedBuildId(candidate).empty(); }
-
-/// A candidate that goes by a name, and has not found it.
-bool isOfDebugLink(ISymbolFileToResolve& candidate) {
-    return candidate.symbolFileFormat() == symbolFormatDwarf && candidate.validity() != symbolFileValid &&
-           *candidate.symbolFileName() != '\0' && !isOfBuildId(candidate);
-}
 
 /// The module's directory as it is named, and as it is without symbolic links: packages go by either.
 std::vector<std::string> directoriesOf(char const* module) {
@@ -41,17 +31,68 @@ std::vector<std::string> directoriesOf(char const* module) {
     return found;
 }
 
-long long offer(ISymbolFileToResolve& candidate, std::vector<std::string> const& roots) {
-    std::string const name = candidate.symbolFileName(); // a copy: an accepted file takes its place
+/// What a candidate goes by.
+enum class Kind { BuildId, DebugLink, Other };
+
+struct Sought {
+    Kind kind = Kind::Other;
+    std::string name;     ///< Of a file, in a root or in the module's directory there.
+    bool isTaken = false; ///< An earlier load has found it.
+};
+
+/// The part of a path behind a folder; empty if it does not lie there.
+std::string behind(std::string const& folder, std::string const& path) {
+    bool const isInside =
+        !folder.empty() && path.size() > folder.size() + 1 && path.compare(0, folder.size(), folder) == 0;
+    std::size_t const begin = folder.size() + (isInside && path[folder.size()] == '/' ? 1 : 0);
+    bool const isWhole = isInside && (begin > folder.size() || folder.back() == '/');
+    return isWhole ? path.substr(begin) : std::string();
+}
+
+/// The name of a candidate that has taken a file under a root, as it was before.
+Sought soughtBefore(ISymbolFileToResolve& candidate, std::vector<std::string> const& roots) {
+    std::string const path = candidate.symbolFileName();
+    for (std::string const& root : roots) {
+        std::string name = behind(root, path);
+        if (name.compare(0, sizeof(k_buildIdFolder) - 1, k_buildIdFolder) == 0) {
+            return {Kind::BuildId, name, fileExists(path.c_str())};
+        }
+        for (std::string const& directory : directoriesOf(candidate.moduleFileName())) {
+            name = behind(root + directory, path);
+            if (!name.empty()) {
+                return {Kind::DebugLink, name, fileExists(path.c_str())};
+            }
+        }
+    }
+    return {};
+}
+
+Sought soughtBy(ISymbolFileToResolve& candidate, std::vector<std::string> const& roots) {
+    if (candidate.symbolFileFormat() != symbolFormatDwarf) {
+        return {};
+    }
+    if (candidate.validity() == symbolFileValid) {
+        return soughtBefore(candidate, roots);
+    }
+    std::string const name = candidate.symbolFileName();
+    Kind const kind = !wantedBuildId(candidate).empty() ? Kind::BuildId : name.empty() ? Kind::Other : Kind::DebugLink;
+    return {kind, name};
+}
+
+long long offer(ISymbolFileToResolve& candidate, Sought const& sought, std::vector<std::string> const& roots) {
+    if (sought.isTaken) {
+        std::string const path = candidate.symbolFileName(); // a copy: an accepted file takes its place
+        return candidate.validateSymbolFile(path.c_str());
+    }
     std::vector<std::string> const directories =
-        isOfBuildId(candidate) ? std::vector<std::string>{"/"} : directoriesOf(candidate.moduleFileName());
+        sought.kind == Kind::BuildId ? std::vector<std::string>{"/"} : directoriesOf(candidate.moduleFileName());
     for (std::string const& root : roots) {
         for (std::string const& directory : directories) {
             if (root.empty() || directory.empty()) {
                 continue; // the file would lie somewhere else
             }
             std::string path = root;
-            path.append(directory).append(name);
+            path.append(directory).append(sought.name);
             long long const index = fileExists(path.c_str()) ? candidate.validateSymbolFile(path.c_str()) : -1;
             if (index >= 0) {
                 return index;
@@ -59,16 +100,6 @@ long long offer(ISymbolFileToResolve& candidate, std::vector<std::string> const&
         }
     }
     return -1;
-}
-
-/// A companion under a root that an earlier load has found.
-bool isUnderRoot(ISymbolFileToResolve& candidate, std::vector<std::string> const& roots) {
-    std::string const name = candidate.symbolFileName();
-    return candidate.validity() == symbolFileValid &&
-           std::any_of(roots.begin(), roots.end(), [&](std::string const& root) {
-               return !root.empty() && name.compare(0, root.size(), root) == 0 && name.size() > root.size() &&
-                      name[root.size()] == '/';
-           });
 }
 
 } // namespace
@@ -99,26 +130,27 @@ DebugRootsResolver::DebugRootsResolver(std::vector<std::string> roots) : m_roots
 DebugRootsResolver::~DebugRootsResolver() = default;
 
 long long DebugRootsResolver::resolveSymbolFile(Candidates& candidates) {
-    // The same file again for every load of the module.
-    candidates->reset();
-    for (auto candidate = candidates->current(); candidate; candidate = candidates->current()) {
-        std::string const name = candidate->symbolFileName();
-        if (isUnderRoot(*candidate, m_roots)) {
-            return candidate->validateSymbolFile(name.c_str());
-        }
-        candidates->next();
-    }
-    for (auto* const isWanted : {&isOfBuildId, &isOfDebugLink}) {
+    for (Kind const kind : {Kind::BuildId, Kind::DebugLink}) {
         candidates->reset();
         for (auto candidate = candidates->current(); candidate; candidate = candidates->current()) {
-            long long const index = isWanted(*candidate) ? offer(*candidate, m_roots) : -1;
+            Sought const sought = soughtBy(*candidate, m_roots);
+            long long const index = sought.kind == kind ? offer(*candidate, sought, m_roots) : -1;
             if (index >= 0) {
                 return index;
             }
             candidates->next();
         }
     }
-    return SymbolFileResolver().resolveSymbolFile(candidates);
+    // As without a resolver, but for files that have gone since.
+    candidates->reset();
+    long long index = 0;
+    for (auto candidate = candidates->current(); candidate; candidate = candidates->current(), ++index) {
+        if (candidate->validity() == symbolFileValid && fileExists(candidate->symbolFileName())) {
+            return index;
+        }
+        candidates->next();
+    }
+    return -1;
 }
 
 } // namespace ORV_3_30

@@ -13,9 +13,9 @@ namespace ORV_3_30 {
 
 /// Offers each candidate the files that it may mean under a list of roots: of a build id
 /// ROOT/.build-id/xx/yyyy.debug, of a debug link ROOT/<directory of the module>/<name>. A build id in any root goes
-/// ahead of a debug link, and a companion under a root that an earlier load has taken ahead of both. A file is taken
-/// only if the candidate accepts it, by build id or CRC; where none is, the first candidate that is valid by itself is
-/// taken, as without a resolver.
+/// ahead of a debug link, and the file that an earlier load has taken ahead of others, as long as it is there. A file
+/// is taken only if the candidate accepts it, by build id or CRC; where none is, the first candidate that is valid by
+/// itself is taken, as without a resolver.
 ///
 /// Without state but the roots: one resolver may serve several loads at a time.
 class ORV_API DebugRootsResolver : public ISymbolFileResolver {

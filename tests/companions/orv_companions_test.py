@@ -95,9 +95,13 @@ def check_places(built, whole, folder):
     by_id.unlink()
     expect("no such module", run(ORV, "candidates", folder / "none").stderr.split(":")[2].strip(), "cannot be opened")
     expect("named by the user", answers(module, *EMPTY, "--symbol-file", by_name).stdout, whole)
-    for file, words in ((built.with_name("other"), "is no companion of"), (folder / "none", "cannot be opened")):
+    for file, words, reason in ((built.with_name("other"), "is no companion of", "belongs to another build"),
+                                (folder / "none", "cannot be opened", "cannot be opened"),
+                                (folder, "is no regular file", "is no regular file")):
         refused = answers(module, *EMPTY, "--symbol-file", file)
         expect(f"refused: {file.name}", (refused.returncode, words in refused.stderr), (1, True))
+        listed = run(ORV, "candidates", "--json", *EMPTY, "--symbol-file", file, module).stdout.splitlines()
+        expect(f"why: {file.name}", {json.loads(line)["reason"] for line in listed}, {f"{file} {reason}"})
     return module, by_name
 
 

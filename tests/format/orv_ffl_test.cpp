@@ -87,6 +87,7 @@ TEST(FileFormatLoader, TypedSegmentsDisplaceUntypedOnes) {
          "d"},
         {"one typed in the way", {{"a", 0, 10, 0, true}, {"b", 10, 10, 1, true}, {"c", 0, 20, 1, false}}, "a b"},
         {"empty at the same place", {{"a", 10, 0, 1, true}, {"b", 10, 0, 1, true}}, "b"},
+        {"the type goes with its segment", {{"a", 10, 0, 1, true}, {"b", 10, 0, 0, true}, {"c", 5, 10, 1, true}}, "c"},
     };
     for (auto const& row : rows) {
         SymMgrObjectPtr<PlainLoader> const loader(new PlainLoader);

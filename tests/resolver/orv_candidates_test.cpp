@@ -252,6 +252,11 @@ TEST(Resolvers, DebugRoots) {
     std::string const byId = second.path() + "/.build-id/ab/020304.debug";
     place(companion.path(), byId);
     EXPECT_EQ(symbolFileOf(module.path(), roots), "1 " + byId);
+    // Also for a module that lies in a root itself, with a companion beside it.
+    std::string const inRoot = first.path() + "/usr/module";
+    place(module.path(), inRoot);
+    place(companion.path(), first.path() + "/usr/c.debug");
+    EXPECT_EQ(symbolFileOf(inRoot, roots), "1 " + byId);
 }
 
 TEST(Resolvers, TheSecondLoadFindsTheSame) {
@@ -284,6 +289,13 @@ TEST(Resolvers, TheSecondLoadFindsTheSame) {
     EXPECT_FALSE(second == first);
     EXPECT_EQ(symbolAt(*first, 0x1004), "code@1000+32");
     EXPECT_EQ(symbolAt(*second, 0x1004), "code@1000+32");
+    // One that has gone gives way to the next.
+    std::filesystem::remove(byId);
+    EXPECT_EQ(load()->symFileName(), byLink);
+    std::filesystem::remove(byLink);
+    EXPECT_EQ(load()->symFileName(), module.path()); // its own symbols alone
+    std::filesystem::copy(companion.path(), byId);
+    EXPECT_EQ(load()->symFileName(), byId);
 }
 
 TEST(Resolvers, FallBackToTheDefaultOrder) {

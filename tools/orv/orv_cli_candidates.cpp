@@ -95,12 +95,23 @@ char const* whyTaken(Kind kind) {
     }
 }
 
+std::string whyRefused(std::string const& path, Kind kind) {
+    std::error_code ignored;
+    if (::access(path.c_str(), R_OK) != 0) {
+        return path + " cannot be opened";
+    }
+    if (!std::filesystem::is_regular_file(path, ignored)) {
+        return path + " is no regular file";
+    }
+    return kind == Kind::Module ? "it takes the module and nothing else" : path + " belongs to another build";
+}
+
 std::string whyNot(Watched& candidate, bool isAnotherTaken, CommonOptions const& common, Resolver const& resolver) {
     if (common.noDebugInfo) {
         return "--no-debug-info: nothing is looked for";
     }
     if (!candidate.refused().empty()) {
-        return candidate.refused().front() + " belongs to another build";
+        return whyRefused(candidate.refused().front(), candidate.kind());
     }
     switch (candidate.validity()) {
     case symbolFileValid: return "it would do, but another one stands in front of it";
@@ -161,7 +172,8 @@ int candidates(std::string const& moduleName, CommonOptions const& common) {
         }
     }
     if (taken < 0 && !common.json) {
-        std::printf("none is taken: ELF symbols alone answer\n");
+        std::printf("none is taken: ELF symbols alone answer; install the package that has the debug information, or "
+                    "say where it is by --debug-root, --symbol-file or --debuginfod\n");
     }
     resolver.finish(moduleName);
     finishOutput();

@@ -2,7 +2,9 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <dlfcn.h>
+#include <filesystem>
 #include <unistd.h>
 
 namespace orv_cli {
@@ -22,6 +24,11 @@ void* openServerLibrary() {
     }
     void* const beside = ::dlopen((folder + ORV_DEBUGINFOD_LIBRARY).c_str(), RTLD_NOW);
     return beside != nullptr ? beside : ::dlopen(ORV_DEBUGINFOD_LIBRARY, RTLD_NOW);
+}
+
+bool areServersSet() {
+    char const* const urls = std::getenv("DEBUGINFOD_URLS");
+    return urls != nullptr && urls[std::strspn(urls, " \t")] != '\0';
 }
 
 /// Said once, also where a module is read again.
@@ -60,9 +67,8 @@ void Resolver::loadServers() {
                       " can't be loaded: install it beside liborv");
     }
     m_servers = create(&m_roots);
-    char const* const urls = std::getenv("DEBUGINFOD_URLS");
-    if (urls == nullptr || *urls == '\0') {
-        sayOnce("--debuginfod: DEBUGINFOD_URLS is not set, so no server is asked");
+    if (!areServersSet()) {
+        sayOnce("--debuginfod: DEBUGINFOD_URLS is not set, so no server is asked: give it the URLs of servers");
     }
 }
 
@@ -84,11 +90,15 @@ long long Resolver::resolveSymbolFile(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<
 
 void Resolver::finish(std::string const& module) {
     if (!m_options.symbolFile.empty() && !m_options.noDebugInfo && !m_isTaken) {
-        bool const isThere = ::access(m_options.symbolFile.c_str(), R_OK) == 0;
-        throw Failure(m_options.symbolFile + ": " +
-                      (isThere ? "is no companion of " + module +
-                                     ": neither its build id nor its CRC is the one that the module names"
-                               : "cannot be opened"));
+        std::error_code ignored;
+        if (::access(m_options.symbolFile.c_str(), R_OK) != 0) {
+            throw Failure(m_options.symbolFile + ": cannot be opened");
+        }
+        if (!std::filesystem::is_regular_file(m_options.symbolFile, ignored)) {
+            throw Failure(m_options.symbolFile + ": is no regular file: name the companion itself");
+        }
+        throw Failure(m_options.symbolFile + ": is no companion of " + module +
+                      ": neither its build id nor its CRC is the one that the module names");
     }
     if (m_servers != nullptr && *m_lastAnswer(m_servers) != '\0') {
         sayOnce(module + ": " + m_lastAnswer(m_servers));
@@ -100,8 +110,7 @@ std::string Resolver::places(bool isOfBuildId) const {
     for (std::string const& root : rootsOf(m_options)) {
         all += (all.empty() ? "under " : ", ") + root;
     }
-    char const* const urls = std::getenv("DEBUGINFOD_URLS");
-    bool const isAsked = isOfBuildId && m_servers != nullptr && urls != nullptr && *urls != '\0';
+    bool const isAsked = isOfBuildId && m_servers != nullptr && areServersSet();
     return (isOfBuildId ? "" : "beside the module, in .debug there, ") + all +
            (isAsked ? ", or on the servers of DEBUGINFOD_URLS" : "");
 }
