@@ -17,6 +17,9 @@ constexpr std::uint64_t k_lineRereads = 4;
 constexpr std::uint64_t k_leastLocation = 4; ///< Bytes of an entry, and then some.
 constexpr std::uint64_t k_leastRange = 4;
 constexpr std::uint64_t k_leastBudget = std::uint64_t{1} << 16;
+constexpr std::uint64_t k_leastMembers = std::uint64_t{1} << 20;
+constexpr std::uint64_t k_membersMade =
+    16; ///< For each byte of the section: few bytes make a variable of a large type.
 /// Paths and names that are put together, and texts that are searched, against what the sections hold.
 constexpr std::uint64_t k_textsMade = 8;
 constexpr std::uint64_t k_textsSearched = 64;
@@ -101,7 +104,8 @@ void DWARFDebugInfoLoader::holdSections() {
     m_debugRanges = holdSection(section_role_DebugRanges, true);
     m_lineBytes = std::max(k_leastBudget, m_debugLine.size * k_lineRereads);
     m_textBytes = k_leastTexts + textsSize() * k_textsMade;
-    m_members = k_leastBudget + m_debugInfo.size;
+    m_mostLocations = std::max(m_mostLocations.load(), k_leastBudget);
+    m_members = k_leastMembers + m_debugInfo.size * k_membersMade;
     m_indexedRanges = k_leastBudget + (m_debugInfo.size + m_debugRanges.size) / k_leastRange;
 }
 
@@ -109,6 +113,8 @@ DwarfWalker DWARFDebugInfoLoader::locationsWalker(unsigned int addrSize) {
     if (!m_hasReadLocations) {
         m_debugLoc = holdSection(section_role_DebugLoc, true);
         m_hasReadLocations = true;
+        m_mostLocations = k_leastBudget + m_debugLoc.size / k_leastLocation;
+        m_locations = m_mostLocations.load();
     }
     return walkerOf(m_debugLoc, addrSize);
 }
@@ -122,7 +128,7 @@ void DWARFDebugInfoLoader::refillBudgets() {
 /// Ranges go on from what the load of the units has left: all that lies in scopes reads them once more, or a few times.
 void DWARFDebugInfoLoader::refillScopeBudgets() {
     m_searchBytes = k_leastTexts + textsSize() * k_textsSearched;
-    m_locations = k_leastBudget + m_debugLoc.size / k_leastLocation;
+    m_locations = m_mostLocations.load();
 }
 
 status_t DWARFDebugInfoLoader::scanUnits() {
@@ -254,7 +260,17 @@ Scope* DWARFDebugInfoLoader::InlineMaker::makeScope(RangeRecord const& record, S
 }
 
 unsigned int DWARFDebugInfoLoader::mergeDecision(MergeSide const& mine, MergeSide const& other, MergeNext const& next) {
-    return dwarfMergeRule(mine, other, next, m_shortNames);
+    return mayCompare(mine, other) ? dwarfMergeRule(mine, other, next, m_shortNames) : merge_Different;
+}
+
+bool DWARFDebugInfoLoader::mayCompare(MergeSide const& a, MergeSide const& b) {
+    constexpr std::size_t k_usualSize = 4096; // is not counted
+    for (char const* const name : {a.name, b.name}) {
+        if (::strnlen(name, k_usualSize) == k_usualSize && !(canSearch() && spendSearchBytes(std::strlen(name)))) {
+            return false;
+        }
+    }
+    return true;
 }
 
 char const* DWARFDebugInfoLoader::keepShortened(char const* name, std::size_t size) {

@@ -44,8 +44,6 @@ public:
     unsigned int mergeDecision(MergeSide const& mine, MergeSide const& other, MergeNext const& next) override;
     bool givesUnits() const override { return true; }
     bool givesInlines() const override { return false; }
-    /// Guards the counts of inline instances.
-    ILock* inlineCountLock() { return &m_inlineCountLock; }
     /// Who makes the scopes of inlined bodies.
     IScopeMaker& inlineMaker() { return m_inlineMaker; }
 
@@ -90,11 +88,13 @@ public:
     /// For the search of texts that entries may share.
     bool spendSearchBytes(std::uint64_t bytes) { return spend(m_searchBytes, bytes); }
     bool canSearch() const { return m_searchBytes.load(std::memory_order_relaxed) != 0; }
+    /// False if names are so long that comparing them costs more than a load may spend: many may share their text.
+    bool mayCompare(MergeSide const& a, MergeSide const& b);
     /// For the entries of location lists: many variables may share one.
     bool spendLocation() { return spend(m_locations, 1); }
     /// For the ranges that indices of inlined bodies keep. Never refilled.
     bool spendIndexedRange() { return spend(m_indexedRanges, 1); }
-    /// For the members of variables: many may share a type. Never refilled.
+    /// For the members of variables, which are kept: many may share a type. Never refilled.
     bool spendMember() { return spend(m_members, 1); }
 
 private:
@@ -159,6 +159,7 @@ private:
     Budget m_searchBytes{0}; ///< The same.
     Budget m_members{0};     ///< The same.
     Budget m_locations{0};
+    Budget m_mostLocations{0}; ///< What one load may spend, once it is known how many there are.
     Budget m_indexedRanges{0};
     AbbrevTables m_abbrevTables;
     Units m_units;                       ///< By offset.
@@ -167,7 +168,6 @@ private:
     InlineMaker m_inlineMaker{*this};
     ShortNames m_shortNames;
     OriginTable m_origins;
-    OrvLock m_inlineCountLock;
     OrvLock m_stackLock; ///< Of the answers. Taken ahead of the load lock.
     StackAnswers m_stackAnswers;
     std::unordered_map<char const*, std::string> m_shortened; ///< By the name that they were made of.

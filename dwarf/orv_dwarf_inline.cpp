@@ -5,8 +5,8 @@
 namespace ORV_3_30 {
 
 bool DWARFInlineInstance::readCall(DeclLocation& out) const {
-    auto const& body = static_cast<DWARFScope const&>(*scope());
-    return DeclLocation::readCall(body.unit(), body.dieOffset(), out);
+    auto const* const body = static_cast<DWARFScope const*>(scope());
+    return body != nullptr && DeclLocation::readCall(body->unit(), body->dieOffset(), out);
 }
 
 bool DWARFInlineInstance::hasCallSite() {
@@ -29,9 +29,5 @@ void DWARFInlineInstance::callSite(SymMgrObjectPtr<ISourceLocation>& out) {
         out = call.locationIn(id, call.unit->id());
     }
 }
-
-DWARFInlineInstanceScope::DWARFInlineInstanceScope(DWARFCompilationUnit& unit, std::uint64_t dieOffset, Scope* parent)
-    : DWARFScope(unit, dieOffset, parent),
-      m_inlineInstance(new DWARFInlineInstance(this, unit.loader()->inlineCountLock())) {}
 
 } // namespace ORV_3_30

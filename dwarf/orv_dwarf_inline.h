@@ -16,7 +16,7 @@ namespace ORV_3_30 {
 /// atomic: threads share instances, and find the same.
 class DWARFInlineInstance final : public InlineInstance {
 public:
-    DWARFInlineInstance(DWARFScope* scope, ILock* countLock) : InlineInstance(scope, countLock) {}
+    explicit DWARFInlineInstance(DWARFScope* scope) : InlineInstance(scope) {}
 
     /// Null without a call site, and where the number of its file is none of the unit's.
     void callSite(SymMgrObjectPtr<ISourceLocation>& out) override;
@@ -31,12 +31,14 @@ private:
 
 class DWARFInlineInstanceScope final : public DWARFScope {
 public:
-    DWARFInlineInstanceScope(DWARFCompilationUnit& unit, std::uint64_t dieOffset, Scope* parent);
+    DWARFInlineInstanceScope(DWARFCompilationUnit& unit, std::uint64_t dieOffset, Scope* parent)
+        : DWARFScope(unit, dieOffset, parent), m_inlineInstance(new DWARFInlineInstance(this)) {}
+    ~DWARFInlineInstanceScope() override { m_inlineInstance->leaveScope(); }
 
     IInlineInstance* inlineInstance() override { return m_inlineInstance.get(); }
 
 private:
-    SymMgrObjectPtr<IInlineInstance> m_inlineInstance;
+    SymMgrObjectPtr<DWARFInlineInstance> m_inlineInstance;
 };
 
 } // namespace ORV_3_30

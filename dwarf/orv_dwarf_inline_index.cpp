@@ -54,6 +54,7 @@ private:
         if (code == 0) {
             // Who passes over the body goes where the sibling is said to stand.
             std::uint64_t const sibling = m_levels.back().sibling;
+            m_index.m_bodies[m_levels.back().body].childrenEnd = m_walker.offset(); // its own list ends last
             m_levels.pop_back();
             return sibling == 0 || sibling == m_walker.offset();
         }

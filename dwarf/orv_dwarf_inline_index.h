@@ -41,6 +41,8 @@ public:
     bool find(BodyId level, unsigned long long address, Hit& out) const;
     /// The body of the entry at an offset, directly inside another one; k_none if there is none.
     BodyId bodyAt(BodyId level, std::uint64_t dieOffset) const;
+    /// Behind the children of a body; 0 if it has none.
+    std::uint64_t childrenEnd(BodyId body) const { return m_bodies[body].childrenEnd; }
     /// The scope of a body, made when it is first needed. parent: that of the body around it. Lives as long as the
     /// index.
     DWARFScope* scopeOf(BodyId body, Scope* parent);
@@ -62,7 +64,8 @@ private:
         char const* name = nullptr;
         unsigned long long address = 0;
         BodyId parent = k_none;
-        std::uint32_t firstEntry = 0; ///< Of the level inside.
+        std::uint64_t childrenEnd = 0; ///< Behind the list of its children; 0 if it has none.
+        std::uint32_t firstEntry = 0;  ///< Of the level inside.
         std::uint32_t globalCount = 0;
         std::uint32_t entryCount = 0;
         bool isPlain = true;

@@ -218,6 +218,12 @@ DWARFScope* DWARFScope::indexedChild(std::uint64_t dieOffset) {
     return body != InlineIndex::k_none ? index->scopeOf(body, this) : nullptr;
 }
 
+std::uint64_t DWARFScope::endOfBody(std::uint64_t dieOffset) const {
+    InlineIndex const* const index = m_index.load(std::memory_order_acquire);
+    InlineIndex::BodyId const body = index != nullptr ? index->bodyAt(m_body, dieOffset) : InlineIndex::k_none;
+    return body != InlineIndex::k_none ? index->childrenEnd(body) : 0;
+}
+
 void DWARFScope::lendIndex(DWARFScope& child) {
     InlineIndex* const index = m_index.load(std::memory_order_acquire);
     InlineIndex::BodyId const body = index != nullptr ? index->bodyAt(m_body, child.dieOffset()) : InlineIndex::k_none;
@@ -295,12 +301,13 @@ status_t DWARFScope::loadKinds(unsigned int mask) {
         std::uint64_t sibling = 0;
         m_unit.loader()->skipEntry(walker, m_unit, *entry, sibling);
         DieTreeWalk walk(*m_unit.loader(), {nullptr, nullptr, this});
-        walk.walkChildren(m_unit, walker.offset(), mask);
+        walk.walkChildren(*this, walker.offset(), mask);
     }
     return status_Ok;
 }
 
 status_t DWARFScope::loadMembers() {
+    m_unit.loader()->refillScopeBudgets();
     DieChain chain;
     DWARFCompilationUnit* unit = &m_unit;
     AttrValue const* const type = m_unit.readEntry(m_dieOffset, chain.start(m_unit, m_dieOffset))

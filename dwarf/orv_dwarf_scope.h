@@ -88,6 +88,8 @@ public:
     /// scope that it gets is told where it stands by lendIndex.
     DWARFScope* indexedChild(std::uint64_t dieOffset);
     void lendIndex(DWARFScope& child);
+    /// Behind the children of the inlined body at an offset directly inside; 0 if that is not known.
+    std::uint64_t endOfBody(std::uint64_t dieOffset) const;
 
 private:
     status_t loadMembers();

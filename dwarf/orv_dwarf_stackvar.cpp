@@ -29,7 +29,7 @@ bool StackVariableVisitor::visit(DWARFCompilationUnit& unit, AttrBindings& die) 
     }
     AttrBinding const* const name = die.attribute(DW_AT_name);
     AttrBinding const* const location = die.attribute(DW_AT_location);
-    if (location == nullptr || !unit.loader()->spendSearchBytes(die.originBytes())) {
+    if (location == nullptr) {
         return true;
     }
     std::uint64_t const address = locationIn(unit, *location, m_frame);

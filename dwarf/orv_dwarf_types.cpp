@@ -40,7 +40,7 @@ bool isIntegerName(char const* name) {
 class TypeLookup {
 public:
     bool find(DWARFCompilationUnit& asked, std::uint64_t offset, TypeInfo& out, unsigned int depth) {
-        m_isCut |= depth == k_longestTypeChain;
+        m_isTooLong |= depth == k_longestTypeChain;
         if (offset == k_noOffset || depth == k_longestTypeChain) {
             return false;
         }
@@ -54,8 +54,9 @@ public:
             return out.isSized;
         }
         out.isSized = decode(*unit, offset, out, depth);
-        // A failure may come of a bound alone, and another question get further.
-        if (out.isSized || !m_isCut) {
+        // A failure may come of a bound alone, and another question get further. A chain that is too long from here
+        // stays so.
+        if (out.isSized || (!m_isCut && (!m_isTooLong || depth == 0))) {
             unit->knownTypes()[offset] = out;
         }
         return out.isSized;
@@ -96,7 +97,9 @@ private:
         if (isStructure(tag)) {
             out.structOffset = offset;
         }
-        return hasSize;
+        // What is not kept is read again for each variable.
+        m_isCut |= !unit.loader()->spendSearchBytes(walker.offset() - offset + die.originBytes());
+        return hasSize && !m_isCut;
     }
 
     /// The number of elements, by the array's subranges. False if none of them tells its bounds.
@@ -115,6 +118,7 @@ private:
             }
             if (die.tag() == DW_TAG_subrange_type) {
                 isKnown = multiply(unit, die, count) || isKnown;
+                m_isCut |= !unit.loader()->spendSearchBytes(die.originBytes());
             }
             if (die.getHasChildren() != 0) {
                 std::uint64_t const before = walker.offset();
@@ -143,7 +147,8 @@ private:
         return true;
     }
 
-    bool m_isCut = false; ///< By a bound of ours, not by what the file says.
+    bool m_isTooLong = false; ///< The chain of types.
+    bool m_isCut = false;     ///< By what a load may spend.
 };
 
 } // namespace

@@ -14,6 +14,10 @@ bool visitEntries(DWARFCompilationUnit& unit, DwarfWalker& walker, VisitDepth de
         if (!visitor.visit(unit, die)) {
             return false;
         }
+        // Many entries may share an origin that is long.
+        if (!unit.loader()->spendSearchBytes(die.originBytes())) {
+            return true;
+        }
         if (die.getHasChildren() == 0) {
             continue;
         }

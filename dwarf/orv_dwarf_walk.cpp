@@ -29,12 +29,12 @@ void DieTreeWalk::walkUnit(DWARFCompilationUnit& unit, unsigned int mask) {
     run();
 }
 
-void DieTreeWalk::walkChildren(DWARFCompilationUnit& unit, std::uint64_t childOffset, unsigned int mask) {
-    m_unit = &unit;
+void DieTreeWalk::walkChildren(DWARFScope& function, std::uint64_t childOffset, unsigned int mask) {
+    m_unit = &function.unit();
     m_mask = mask;
-    m_walker = unit.unitWalker();
+    m_walker = m_unit->unitWalker();
     m_walker.seek(childOffset);
-    m_isBelowFunction = true;
+    m_function = &function;
     m_loader.refillScopeBudgets();
     m_levels.push_back({mask, false});
     run();
@@ -100,10 +100,21 @@ bool DieTreeWalk::step() {
         }
     } else {
         m_mask = mask;
-        m_loader.skipChildren(m_walker, *m_unit, sibling);
+        skipChildren(*entry, offset, sibling);
         add(m_opened);
     }
     return true;
+}
+
+void DieTreeWalk::skipChildren(AbbrevEntry const& entry, std::uint64_t offset, std::uint64_t sibling) {
+    // Bodies lie in bodies: to pass over all of them at each level would be quadratic.
+    bool const isBody = entry.tag == DW_TAG_inlined_subroutine && m_function != nullptr;
+    std::uint64_t const end = isBody ? m_function->endOfBody(offset) : 0;
+    if (end != 0) {
+        m_walker.seek(end);
+    } else {
+        m_loader.skipChildren(m_walker, *m_unit, sibling);
+    }
 }
 
 /// The tags that make something under the present mask.
@@ -138,7 +149,7 @@ DieTreeWalk::Children DieTreeWalk::act(std::uint32_t tag, std::uint64_t offset) 
         if (isDeclaration()) {
             return Children::Skip;
         }
-        if (m_isBelowFunction && (m_mask & symbol_kind_Function) != 0) {
+        if (m_function != nullptr && (m_mask & symbol_kind_Function) != 0) {
             openInline(offset);
             m_mask = k_maskBelowInline;
             return m_unit->abbrevs().hasUnitOptions() ? Children::Enter : Children::Skip;

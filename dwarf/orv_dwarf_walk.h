@@ -36,8 +36,8 @@ public:
 
     /// Reads the unit's own entry and goes through its children. A mask of 0 makes no symbols.
     void walkUnit(DWARFCompilationUnit& unit, unsigned int mask);
-    /// Goes through the list of children of the parent's entry.
-    void walkChildren(DWARFCompilationUnit& unit, std::uint64_t childOffset, unsigned int mask);
+    /// Goes through the list of children of a function's entry.
+    void walkChildren(DWARFScope& function, std::uint64_t childOffset, unsigned int mask);
 
 private:
     /// A symbol that is added once its entry's children were walked.
@@ -57,6 +57,9 @@ private:
         bool hasOpened;    ///< Its entry has made the last of what waits.
     };
     enum class Children { Skip, Enter };
+
+    /// From behind an entry's attributes.
+    void skipChildren(AbbrevEntry const& entry, std::uint64_t offset, std::uint64_t sibling);
 
     void run();
     /// Reads one entry. False at the end of its list.
@@ -85,8 +88,8 @@ private:
 
     DWARFDebugInfoLoader& m_loader;
     Target m_target;
-    SymbolTable* m_ownTable; ///< Null for a table that somebody else has implemented.
-    bool m_isBelowFunction = false;
+    SymbolTable* m_ownTable;          ///< Null for a table that somebody else has implemented.
+    DWARFScope* m_function = nullptr; ///< Whose children are walked; null for a unit.
     DWARFCompilationUnit* m_unit = nullptr;
     unsigned int m_mask = 0;
     DwarfWalker m_walker;

@@ -10,10 +10,10 @@ char const* ImportThunk::name() {
     return symbol != nullptr ? symbol->name() : "";
 }
 
-ISymbol* InlineInstance::symbol() { return m_scope->symbol(); }
+ISymbol* InlineInstance::symbol() { return m_scope != nullptr ? m_scope->symbol() : nullptr; }
 
 void InlineInstance::ranges(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>>& out) {
-    out = new RelRangeIterator(m_scope);
+    out = m_scope != nullptr ? new RelRangeIterator(m_scope) : nullptr;
 }
 
 } // namespace ORV_3_30

@@ -1,6 +1,7 @@
 /// The small companions of symbols: thunks and inline instances.
 #pragma once
 
+#include "core/orv_shared_lock.h"
 #include "orv/orv_symbol.h"
 #include "orv/orv_symbolrange.h"
 
@@ -34,10 +35,12 @@ public:
     bool isImport() override { return true; }
 };
 
-/// One inlined call, bound to the scope of the inlined body.
+/// One inlined call, bound to the scope of the inlined body. A client may hold it longer than that: it then tells
+/// nothing any more.
 class InlineInstance : public SymMgrObject<IInlineInstance> {
 public:
-    explicit InlineInstance(Scope* scope, ILock* countLock = nullptr) : SymMgrObject(countLock), m_scope(scope) {}
+    explicit InlineInstance(Scope* scope) : SymMgrObject(sharedLock(this)), m_scope(scope) {}
+    void leaveScope() { m_scope = nullptr; }
 
     ISymbol* symbol() override;
     virtual void ranges(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>>& out);
@@ -46,7 +49,7 @@ protected:
     Scope* scope() const { return m_scope; }
 
 private:
-    Scope* m_scope; ///< Not counted: the scope owns the instance.
+    Scope* m_scope; ///< Not counted: the scope owns the instance. Null once it is gone.
 };
 
 } // namespace ORV_3_30

@@ -28,7 +28,7 @@ protected:
     ~ISourceFile() = default;
 };
 
-/// A place in a source file.
+/// A place in a source file. May be held longer than the bank, but for the question for its file.
 class ORV_API ISourceLocation : public ISymMgrObject {
 public:
     /// Null where the file is not known. Lives as long as the bank.

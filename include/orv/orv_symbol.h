@@ -68,7 +68,7 @@ protected:
     ~IThunk() = default;
 };
 
-/// One inlined call of a function. Belongs to the bank.
+/// One inlined call of a function. Belongs to the bank: who holds it longer than that is told nothing any more.
 class ORV_API IInlineInstance : public ISymMgrObject {
 public:
     /// Where the call stands, as a location in the unit of the function around; null where that is not known, as when

@@ -440,3 +440,42 @@ TEST(Inline, NestsWithoutEnd) {
     }
     EXPECT_EQ(depth, k_depth + 1); // and it goes without a recursion
 }
+
+TEST(Inline, NestsDeeplyBesideLabels) {
+    // No level is plain, and there are no siblings to go by: each is read by its own.
+    constexpr int k_depth = 16000;
+    DwarfText text = inlineText();
+    text.abbrev(11, DW_TAG_label, false, {});
+    std::string deep;
+    for (int i = 0; i < k_depth; ++i) {
+        deep += ".byte 11\n" + body(i % 2 == 0 ? "g" : "h", 0x10, 0x10);
+    }
+    text.unit({}, unitEntry() + origin("g") + origin("h") + function(0, 0x80) + deep + ".fill " + number(k_depth) +
+                      ", 1, 0\n" + body("h", 0x40, 8) + k_end + k_end + k_end);
+    Module module(text);
+    auto const outer = module.functionAt(0x1010);
+    EXPECT_EQ(module.inside(0x1010), "g[4112,4128) h[4160,4168)");
+    int depth = 0;
+    for (auto inner = module.innerAt(*outer, 0x1010); inner; inner = module.innerAt(*inner, 0x1010)) {
+        ASSERT_STREQ(inner->symbol()->name(), depth % 2 == 0 ? "g" : "h");
+        ++depth;
+    }
+    EXPECT_EQ(depth, k_depth);
+}
+
+TEST(Inline, AnInstanceMayBeHeldLongerThanItsBank) {
+    SymMgrObjectPtr<IInlineInstance> held;
+    {
+        DwarfText text = inlineText();
+        text.unit({}, unitEntry() + origin("g") + function(0, 0x40) + body("g", 0x10, 4) + k_end + k_end + k_end);
+        Module module(text);
+        auto const outer = module.functionAt(0x1010);
+        held = module.innerAt(*outer, 0x1010)->inlineInstance();
+        EXPECT_TRUE(held->hasCallSite());
+    }
+    SymMgrObjectPtr<ISourceLocation> call;
+    held->callSite(call);
+    EXPECT_FALSE(call);
+    EXPECT_FALSE(held->hasCallSite());
+    EXPECT_EQ(held->symbol(), nullptr);
+}

@@ -271,6 +271,24 @@ TEST(StackVariable, TypesAndMembers) {
     }
 }
 
+TEST(StackVariable, ManyThatShareWhatIsLong) {
+    // Each of 7,000 variables looks at ten entries of one list, each of 2,000 at a chain of types that has no end: more
+    // than a small file may ask for, and still the last one is found, by the first question too.
+    std::string const many = ".rept 7000\n" + variable("x", ".4byte 0\n", "int", 5) + ".endr\n.rept 2000\n" +
+                             variable("y", block(".byte 0x91, 1"), "ring") + ".endr\n";
+    DwarfText text = withUnit(".Lt_ring: .uleb128 21\n.4byte .Lt_ring - .Lunit0\n.fill 20000, 1, 0\n" +
+                                  function(block(".byte 0x56")) + many +
+                                  variable("last", ".4byte .Llast - .Lloc\n", "int", 5) + k_end,
+                              ".rept 10\n.8byte 0x20, 0x28\n.2byte 0\n.endr\n.8byte 0, 0\n.fill 80000, 1, 0\n"
+                              ".Llast: .8byte 0, 0x40\n.2byte 2\n.byte 0x91, 8\n.8byte 0, 0\n");
+    DwarfText::Specs ring = {{DW_AT_type, DW_FORM_ref4}};
+    ring.insert(ring.end(), 20000, {0x2001, DW_FORM_data1});
+    text.abbrev(21, DW_TAG_typedef, false, ring);
+    Frame frame(text);
+    EXPECT_EQ(frame.at(k_framePointer + 8), "last!");
+    EXPECT_EQ(frame.at(k_framePointer + 1), "y");
+}
+
 TEST(StackVariable, WhatCannotBeAsked) {
     Frame frame(withUnit(function(block(".byte 0x56")) + variable("v", block(".byte 0x91, 8")) + k_end));
     Assembled const plain(".text\n.globl code\n.type code, @function\ncode: .fill 0x40, 1, 0x90\n.size code, 0x40\n");
@@ -317,6 +335,35 @@ TEST(StackVariable, StaticVariablesHaveTheirMembersInside) {
     // The last one ends with the variable.
     EXPECT_EQ(inside(0x1105), "n[4352,4360) last[4360,4366); a[4352,4356) b[4356,4360)");
     EXPECT_EQ(inside(0x1205), ""); // another name for a structure is not looked through here
+}
+
+TEST(StackVariable, EachOfManyStaticVariablesHasItsMembers) {
+    constexpr int k_variables = 3000;
+    constexpr std::size_t k_members = 60;
+    std::string type = ".Lt_large: " + entry(9, "large") + ".2byte 240\n";
+    for (std::size_t i = 0; i < k_members; ++i) {
+        type += entry(10, "m") + ".4byte .Lt_int - .Lunit0\n.byte " + number(static_cast<long long>(i * 4)) + "\n";
+    }
+    Assembled const module(withUnit(type + k_end + ".set at, 0\n.rept " + number(k_variables) + "\n" +
+                                    variable("s", block(".byte 3\n.8byte code + at"), "large") +
+                                    ".set at, at + 1\n.endr\n")
+                               .source());
+    SymMgrObjectPtr<IModuleSymbolBank> bank;
+    ASSERT_EQ(loadBank(module.path(), bank), status_Ok);
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> ranges;
+    bank->originalSymbolRanges(ranges, symbol_kind_Data, nullptr, nullptr);
+    int whole = 0;
+    for (auto range = ranges->current(); range; range = ranges->current()) {
+        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> members;
+        range->innerRanges(members);
+        std::size_t count = members ? 1 : 0;
+        while (members && members->next()) {
+            ++count;
+        }
+        whole += count == k_members ? 1 : 0;
+        ranges->next();
+    }
+    EXPECT_EQ(whole, k_variables);
 }
 
 TEST(StackVariable, OutlivesItsBank) {

@@ -132,7 +132,8 @@ std::string debugText() {
         .abbrev(4, 0x34, false, {{0x03, 0x08}, {0x02, 0x0A}})                                          // variable
         .abbrev(5, 0x2E, false, {{0x03, 0x08}, {0x20, 0x0B}}) // abstract function
         .abbrev(6, 0x1D, true, {{0x31, 0x10}, {0x11, 0x01}, {0x12, 0x0B}, {0x58, 0x0B}, {0x59, 0x0B}}) // inlined body
-        .abbrev(7, 0x2E, true, {{0x03, 0x08}, {0x11, 0x01}, {0x12, 0x01}, {0x40, 0x0A}});              // with a frame
+        .abbrev(7, 0x2E, true, {{0x03, 0x08}, {0x11, 0x01}, {0x12, 0x01}, {0x40, 0x0A}})               // with a frame
+        .abbrev(8, 0x34, false, {{0x03, 0x08}, {0x02, 0x06}}); // variable with a list
     std::ostringstream lines;
     for (int unit = 0; unit < 4; ++unit) {
         std::ostringstream entries;
@@ -159,13 +160,15 @@ std::string debugText() {
         }
         entries << ".uleb128 7\n.asciz \"frame\"\n.8byte code + " << unit * 0x400 + 0x3D0 << ", code + "
                 << unit * 0x400 + 0x3F0 << "\n.byte 1, 0x56\n";
-        for (int i = 0; i < 16; ++i) {
+        entries << ".uleb128 8\n.asciz \"local0\"\n.4byte 0\n";
+        for (int i = 1; i < 16; ++i) {
             entries << ".uleb128 4\n.asciz \"local" << i << "\"\n.byte 2, 0x91, " << i << "\n";
         }
         text.unit({}, entries.str() + ".byte 0, 0\n");
         lines << ".byte 0, 1, 1\n" << label << "e:\n";
     }
     text.section(".debug_line", lines.str());
+    text.section(".debug_loc", ".8byte code, code + 0x1000\n.2byte 2\n.byte 0x91, 0\n.8byte 0, 0\n");
     return text.source();
 }
 
