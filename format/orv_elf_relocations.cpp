@@ -128,13 +128,13 @@ Referred referredBy(ElfHelper const& helper, unsigned int link) {
 
 } // namespace
 
-void RelocationAddends::setEntries(std::vector<Entry> entries, SymMgrObjectPtr<ISectionData> strings) {
+void RelocationAddends::setEntries(std::vector<Entry> entries, SymMgrObjectPtr<ISectionData> const& strings) {
     auto const byOffset = [](Entry const& a, Entry const& b) { return a.offset < b.offset; };
     auto const sameOffset = [](Entry const& a, Entry const& b) { return a.offset == b.offset; };
     std::stable_sort(entries.begin(), entries.end(), byOffset);
     entries.erase(std::unique(entries.begin(), entries.end(), sameOffset), entries.end());
     m_entries = std::move(entries);
-    m_strings = std::move(strings);
+    m_strings = strings;
 }
 
 SymMgrObjectPtr<RelocationAddends> relocationAddends(ElfHelper const& helper, unsigned int section) {

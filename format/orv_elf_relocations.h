@@ -33,7 +33,7 @@ public:
 
     std::vector<Entry> const& entries() const { return m_entries; }
     unsigned long long relocationSection() const { return m_relocationSection; }
-    void setEntries(std::vector<Entry> entries, SymMgrObjectPtr<ISectionData> strings);
+    void setEntries(std::vector<Entry> entries, SymMgrObjectPtr<ISectionData> const& strings);
 
 protected:
     unsigned int wordSize() const { return m_wordSize; }
