@@ -17,9 +17,9 @@ constexpr std::uint64_t k_lineRereads = 4;
 constexpr std::uint64_t k_leastLocation = 4; ///< Bytes of an entry, and then some.
 constexpr std::uint64_t k_leastRange = 4;
 constexpr std::uint64_t k_leastBudget = std::uint64_t{1} << 16;
-constexpr std::uint64_t k_leastMembers = std::uint64_t{1} << 20;
-constexpr std::uint64_t k_membersMade =
-    16; ///< For each byte of the section: few bytes make a variable of a large type.
+/// A few bytes make a variable of a large type.
+constexpr std::uint64_t k_leastMembers = std::uint64_t{1} << 19;
+constexpr std::uint64_t k_membersMade = 2;
 /// Paths and names that are put together, and texts that are searched, against what the sections hold.
 constexpr std::uint64_t k_textsMade = 8;
 constexpr std::uint64_t k_textsSearched = 64;
@@ -84,7 +84,9 @@ DWARFDebugInfoLoader::HeldSection DWARFDebugInfoLoader::holdSection(unsigned int
     unsigned char* const bytes = held.data->data();
     held.bytes = bytes;
     held.size = bytes != nullptr ? held.data->size() : 0;
-    // The bytes of some sections are shared: what was added once must not be added again.
+    // The bytes of some sections are shared: what was added once must not be added again, nor be read half done.
+    static auto& relocating = *new OrvLock;
+    LockGuard guard(isRelocated ? &relocating : nullptr);
     if (isRelocated && bytes != nullptr && held.data->claimRelocation()) {
         SymMgrObjectPtr<RelocationAddends> addends;
         m_fileFormatHelper->relocations(addends, held.data->sectionIndex());
@@ -105,8 +107,6 @@ void DWARFDebugInfoLoader::holdSections() {
     m_lineBytes = std::max(k_leastBudget, m_debugLine.size * k_lineRereads);
     m_textBytes = k_leastTexts + textsSize() * k_textsMade;
     m_mostLocations = std::max(m_mostLocations.load(), k_leastBudget);
-    m_members = k_leastMembers + m_debugInfo.size * k_membersMade;
-    m_indexedRanges = k_leastBudget + (m_debugInfo.size + m_debugRanges.size) / k_leastRange;
 }
 
 DwarfWalker DWARFDebugInfoLoader::locationsWalker(unsigned int addrSize) {
@@ -122,6 +122,8 @@ DwarfWalker DWARFDebugInfoLoader::locationsWalker(unsigned int addrSize) {
 /// What one load may spend. A client may have many made, and each is to give the same.
 void DWARFDebugInfoLoader::refillBudgets() {
     m_rangePairs = std::max(k_leastBudget, m_debugRanges.size);
+    m_members = k_leastMembers + m_debugInfo.size * k_membersMade;
+    m_indexedRanges = k_leastBudget + (m_debugInfo.size + m_debugRanges.size) / k_leastRange;
     refillScopeBudgets();
 }
 

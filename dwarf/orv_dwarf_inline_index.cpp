@@ -235,8 +235,9 @@ private:
             if (earlier.level != entry.level || earlier.start != entry.start) {
                 return true;
             }
-            if (index - i == k_mostTogether ||
-                m_loader.mergeDecision(sideOf(earlier), newcomer, {}) != merge_Different) {
+            bool const mayMerge =
+                index - i == k_mostTogether || m_loader.mergeDecision(sideOf(earlier), newcomer, {}) != merge_Different;
+            if (mayMerge || !m_loader.canSearch()) { // names that cost too much are not compared
                 return false;
             }
         }

@@ -2,6 +2,8 @@
 
 #include "dwarf/orv_dildwarf.h"
 
+#include <algorithm>
+#include <array>
 #include <cstring>
 
 namespace ORV_3_30 {
@@ -44,6 +46,11 @@ public:
         if (offset == k_noOffset || depth == k_longestTypeChain) {
             return false;
         }
+        if (std::find(m_chain.begin(), m_chain.begin() + depth, offset) != m_chain.begin() + depth) {
+            m_isRing = true;
+            return false;
+        }
+        m_chain[depth] = offset;
         DWARFCompilationUnit* const unit = asked.holds(offset) ? &asked : asked.loader()->findUnitByOffset(offset);
         if (unit == nullptr) {
             return false;
@@ -54,9 +61,9 @@ public:
             return out.isSized;
         }
         out.isSized = decode(*unit, offset, out, depth);
-        // A failure may come of a bound alone, and another question get further. A chain that is too long from here
-        // stays so.
-        if (out.isSized || (!m_isCut && (!m_isTooLong || depth == 0))) {
+        // A failure may come of a bound alone, and another question get further. Of a ring it tells only where we
+        // began.
+        if (out.isSized || (!m_isCut && !m_isTooLong && (!m_isRing || depth == 0))) {
             unit->knownTypes()[offset] = out;
         }
         return out.isSized;
@@ -147,8 +154,10 @@ private:
         return true;
     }
 
-    bool m_isTooLong = false; ///< The chain of types.
-    bool m_isCut = false;     ///< By what a load may spend.
+    std::array<std::uint64_t, k_longestTypeChain> m_chain{}; ///< The types that we are in.
+    bool m_isRing = false;                                   ///< The chain leads back to itself.
+    bool m_isTooLong = false;                                ///< The chain.
+    bool m_isCut = false;                                    ///< By what a load may spend.
 };
 
 } // namespace

@@ -36,7 +36,8 @@ private:
 /// A section's bytes in memory. Banks may share a module's loader, so that threads hold the same object.
 class ISectionData : public SymMgrObjectImpl {
 public:
-    ISectionData() : SymMgrObjectImpl(sharedLock(this)) {}
+    /// countLock: null for one that belongs to one thread.
+    explicit ISectionData(ILock* countLock) : SymMgrObjectImpl(countLock) {}
 
     /// Null when the bytes can't be read. Owned by this object.
     virtual unsigned char* data() = 0;
@@ -55,11 +56,11 @@ private:
 
 constexpr unsigned int k_noSection = 0xFFFFFFFF;
 
-/// Reads through an ISection. A failed read is not tried again. Belongs to one thread until it has been read.
+/// Reads through an ISection. A failed read is not tried again. Belongs to one thread.
 class SectionData final : public ISectionData {
 public:
     SectionData(unsigned int index, unsigned long long addressDelta, ISection* section)
-        : m_index(index), m_addressDelta(addressDelta), m_section(section) {}
+        : ISectionData(nullptr), m_index(index), m_addressDelta(addressDelta), m_section(section) {}
 
     unsigned char* data() override;
     unsigned long long size() override;
@@ -107,10 +108,12 @@ SectionBytes allocateSectionBytes(std::uint64_t size);
 /// ask; the first one reads.
 class ElfSectionData final : public ISectionData {
 public:
-    ElfSectionData(unsigned int index, ElfHelper const* helper) : m_index(index), m_helper(helper) {}
+    ElfSectionData(unsigned int index, ElfHelper const* helper)
+        : ISectionData(sharedLock(this)), m_index(index), m_helper(helper) {}
     /// Takes over bytes that have been read already.
     ElfSectionData(SectionBytes bytes, unsigned long long addressDelta)
-        : m_bytes(std::move(bytes)), m_isRead(m_bytes.bytes != nullptr), m_addressDelta(addressDelta) {}
+        : ISectionData(sharedLock(this)), m_bytes(std::move(bytes)), m_isRead(m_bytes.bytes != nullptr),
+          m_addressDelta(addressDelta) {}
 
     unsigned char* data() override;
     unsigned long long size() override;

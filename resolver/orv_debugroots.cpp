@@ -49,22 +49,30 @@ std::string behind(std::string const& folder, std::string const& path) {
     return isWhole ? path.substr(begin) : std::string();
 }
 
-/// The name of a candidate that has taken a file under a root, as it was before.
+/// What a candidate that has a file went by before.
 Sought soughtBefore(ISymbolFileToResolve& candidate, std::vector<std::string> const& roots) {
     std::string const path = candidate.symbolFileName();
+    bool const isThere = fileExists(path.c_str());
+    std::vector<std::string> const directories = directoriesOf(candidate.moduleFileName());
     for (std::string const& root : roots) {
+        if (root.empty()) {
+            continue;
+        }
         std::string name = behind(root, path);
         if (name.compare(0, sizeof(k_buildIdFolder) - 1, k_buildIdFolder) == 0) {
-            return {Kind::BuildId, name, fileExists(path.c_str())};
+            return {Kind::BuildId, name, isThere};
         }
-        for (std::string const& directory : directoriesOf(candidate.moduleFileName())) {
+        for (std::string const& directory : directories) {
             name = behind(root + directory, path);
             if (!name.empty()) {
-                return {Kind::DebugLink, name, fileExists(path.c_str())};
+                return {Kind::DebugLink, name, isThere};
             }
         }
     }
-    return {};
+    // One beside the module may have gone there.
+    std::string const name = isThere || directories.empty() ? std::string() : behind(directories.front(), path);
+    std::string const inFolder = behind(".debug", name);
+    return {name.empty() ? Kind::Other : Kind::DebugLink, inFolder.empty() ? name : inFolder};
 }
 
 Sought soughtBy(ISymbolFileToResolve& candidate, std::vector<std::string> const& roots) {

@@ -296,6 +296,19 @@ TEST(Resolvers, TheSecondLoadFindsTheSame) {
     EXPECT_EQ(load()->symFileName(), module.path()); // its own symbols alone
     std::filesystem::copy(companion.path(), byId);
     EXPECT_EQ(load()->symFileName(), byId);
+    // Nor does one stay beside the module that has gone under a root meanwhile.
+    Placed const linked(programText(debugLink("c.debug", crcText(companion.path()))), "module");
+    std::string const beside = linked.dir().path() + "/c.debug";
+    std::filesystem::copy(companion.path(), beside);
+    SymMgrObjectPtr<IModuleSymbolBank> held;
+    SymMgrObjectPtr<IModuleSymbolBank> again;
+    manager->loadSymbolsFromModuleEx(linked.path().c_str(), &roots, held, arch_Unknown, load_flags_None, "");
+    EXPECT_EQ(held->symFileName(), beside);
+    std::filesystem::create_directories(root.path() + linked.dir().path());
+    std::filesystem::copy(beside, root.path() + beside);
+    std::filesystem::remove(beside);
+    manager->loadSymbolsFromModuleEx(linked.path().c_str(), &roots, again, arch_Unknown, load_flags_None, "");
+    EXPECT_EQ(again->symFileName(), root.path() + beside);
 }
 
 TEST(Resolvers, FallBackToTheDefaultOrder) {

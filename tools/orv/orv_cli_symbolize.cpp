@@ -81,11 +81,14 @@ public:
         }
     }
 
-    void find(Query& query, Query::Half half) {
+    /// False for an address outside of the module.
+    bool find(Query& query, Query::Half half) {
         SymMgrObjectPtr<IAddress> where;
-        if (m_module.bank().addressByValue(query.value, where) == status_Ok) {
-            half == Query::Half::Function ? findFunction(query, where) : findLine(query, *where);
+        if (m_module.bank().addressByValue(query.value, where) != status_Ok) {
+            return false;
         }
+        half == Query::Half::Function ? findFunction(query, where) : findLine(query, *where);
+        return true;
     }
 
     /// Where the calls are that were found. Comes after the lines: a call's file reads the lines of its unit, and which
@@ -315,10 +318,10 @@ private:
 
     /// One function, so that the symbols are loaded for the same kinds whatever the threads ask for first.
     void prime() {
-        auto const first =
-            std::find_if(m_grouped.begin(), m_grouped.end(), [](Query const* query) { return query->isAddress; });
-        if (first != m_grouped.end()) {
-            m_finders.front()->find(**first, Query::Half::Function);
+        for (Query* const query : m_grouped) {
+            if (query->isAddress && m_finders.front()->find(*query, Query::Half::Function)) {
+                return;
+            }
         }
     }
 
