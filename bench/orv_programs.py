@@ -63,6 +63,13 @@ double unit_@N@_run(std::string const& text) { return unit_@N@::fill<3>(text); }
 """
 
 
+def one_unit(folder):
+    """The source of a program of one unit."""
+    source = folder / "template.cpp"
+    source.write_text(UNIT.replace("@N@", "0") + "\nint main(int, char** argv) { return unit_0_run(argv[0]); }\n")
+    return source
+
+
 def build(folder, compiler, units, copies):
     folder = pathlib.Path(folder)
     folder.mkdir(parents=True, exist_ok=True)

@@ -20,9 +20,7 @@ C_SOURCES = [FIXTURES / "shapes.c", FIXTURES / "shapes_main.c"]
 
 def programs(folder):
     """(name, command) of everything that is built."""
-    template = folder / "template.cpp"
-    template.write_text(orv_programs.UNIT.replace("@N@", "0") +
-                        "\nint main(int, char** argv) { return unit_0_run(argv[0]); }\n")
+    template = orv_programs.one_unit(folder)
     for version in (2, 3, 4):
         for level in ("-O0", "-O2"):
             flags = [f"-gdwarf-{version}", level]

@@ -16,9 +16,7 @@ def main():
     failed = False
     with tempfile.TemporaryDirectory() as folder:
         folder = pathlib.Path(folder)
-        template = folder / "template.cpp"
-        template.write_text(orv_programs.UNIT.replace("@N@", "0") +
-                            "\nint main(int, char** argv) { return unit_0_run(argv[0]); }\n")
+        template = orv_programs.one_unit(folder)
         shapes = [FIXTURES / "shapes.c", FIXTURES / "shapes_main.c"]
         for name, *command in (("cpp2", "g++", "-gdwarf-2", "-O2", template), ("cpp4", "g++", "-gdwarf-4", "-O2", template),
                                ("clang4", "clang++", "-gdwarf-4", "-O2", template),

@@ -52,6 +52,35 @@ DwarfText unitText(std::string const& offset = "0") {
     return text;
 }
 
+struct Declared {
+    int file = 0;
+    int line = 0;
+    int column = 0;
+};
+
+std::string function(std::string const& name, int start, int size, Declared const& declared = {}) {
+    return ".uleb128 2\n.asciz \"" + name + "\"\n.8byte code + " + std::to_string(start) + "\n.4byte " +
+           std::to_string(size) + "\n.byte " + std::to_string(declared.file) + ", " + std::to_string(declared.line) +
+           ", " + std::to_string(declared.column) + "\n";
+}
+
+/// The same with functions in it.
+DwarfText functionsText(std::string const& functions, std::string const& lines) {
+    DwarfText text;
+    text.abbrev(1, DW_TAG_compile_unit, true,
+                {{DW_AT_name, DW_FORM_string}, {DW_AT_comp_dir, DW_FORM_string}, {DW_AT_stmt_list, DW_FORM_sec_offset}})
+        .abbrev(2, DW_TAG_subprogram, false,
+                {{DW_AT_name, DW_FORM_string},
+                 {DW_AT_low_pc, DW_FORM_addr},
+                 {DW_AT_high_pc, DW_FORM_data4},
+                 {DW_AT_decl_file, DW_FORM_data1},
+                 {DW_AT_decl_line, DW_FORM_data1},
+                 {DW_AT_decl_column, DW_FORM_data1}})
+        .unit({}, ".uleb128 1\n.asciz \"a.c\"\n.asciz \"/dir\"\n.4byte 0\n" + functions + ".byte 0\n")
+        .section(".debug_line", lineTable({}, lines));
+    return text;
+}
+
 std::string rowsOf(std::string const& lineSection) {
     DwarfText text = unitText();
     text.section(".debug_line", lineSection);
@@ -243,23 +272,10 @@ TEST(DwarfLines, UnitsShareFiles) {
 TEST(DwarfLines, AnswerFromTheBank) {
     // The row that starts last wins, also over rows of other files; a range question for a file sees that
     // file alone.
-    DwarfText text;
-    text.abbrev(1, DW_TAG_compile_unit, true,
-                {{DW_AT_name, DW_FORM_string}, {DW_AT_comp_dir, DW_FORM_string}, {DW_AT_stmt_list, DW_FORM_sec_offset}})
-        .abbrev(2, DW_TAG_subprogram, false,
-                {{DW_AT_name, DW_FORM_string},
-                 {DW_AT_low_pc, DW_FORM_addr},
-                 {DW_AT_high_pc, DW_FORM_data4},
-                 {DW_AT_decl_file, DW_FORM_data1},
-                 {DW_AT_decl_line, DW_FORM_data1},
-                 {DW_AT_decl_column, DW_FORM_data1}})
-        .unit({}, ".uleb128 1\n.asciz \"a.c\"\n.asciz \"/dir\"\n.4byte 0\n"
-                  ".uleb128 2\n.asciz \"f\"\n.8byte code\n.4byte 0x40\n.byte 1, 5, 7\n"
-                  ".uleb128 2\n.asciz \"g\"\n.8byte code + 0x40\n.4byte 0x40\n.byte 9, 5, 0\n.byte 0\n")
-        .section(".debug_line",
-                 lineTable({}, setAddress(0) + ".byte 3, 9\n" + k_copy + setAddress(0x10) + ".byte 4, 2\n" + k_copy +
-                                   setAddress(0x20) + ".byte 4, 1\n" + k_copy + setAddress(0x40) + ".byte 4, 2\n" +
-                                   k_copy + setAddress(0x60) + k_end));
+    DwarfText const text = functionsText(function("f", 0, 0x40, {1, 5, 7}) + function("g", 0x40, 0x40, {9, 5}),
+                                         setAddress(0) + ".byte 3, 9\n" + k_copy + setAddress(0x10) + ".byte 4, 2\n" +
+                                             k_copy + setAddress(0x20) + ".byte 4, 1\n" + k_copy + setAddress(0x40) +
+                                             ".byte 4, 2\n" + k_copy + setAddress(0x60) + k_end);
     Assembled const module(text.source());
     SymMgrObjectPtr<IModuleSymbolBank> bank;
     ASSERT_EQ(loadBank(module.path(), bank), status_Ok);
@@ -312,44 +328,28 @@ TEST(DwarfLines, AnswerFromTheBank) {
 TEST(DwarfLines, ChoosersSeeWhatTheShortWayTakes) {
     // Overlapping functions and rows: the choice of one address must be the one that the walk over all
     // lines would make.
-    DwarfText text;
-    text.abbrev(1, DW_TAG_compile_unit, true,
-                {{DW_AT_name, DW_FORM_string}, {DW_AT_comp_dir, DW_FORM_string}, {DW_AT_stmt_list, DW_FORM_sec_offset}})
-        .abbrev(2, DW_TAG_subprogram, false,
-                {{DW_AT_name, DW_FORM_string},
-                 {DW_AT_low_pc, DW_FORM_addr},
-                 {DW_AT_high_pc, DW_FORM_data4},
-                 {DW_AT_decl_file, DW_FORM_data1},
-                 {DW_AT_decl_line, DW_FORM_data1}});
-    std::ostringstream entries;
+    std::string entries;
     std::ostringstream program;
     for (int i = 0; i < 40; ++i) {
-        entries << ".uleb128 2\n.asciz \"f" << i << "\"\n.8byte code + " << i * 37 % 200 << "\n.4byte " << i * 13 % 90
-                << "\n.byte " << i % 5 << ", 1\n";
+        entries += function("f" + std::to_string(i), i * 37 % 200, i * 13 % 90, {i % 5, 1});
         program << setAddress(static_cast<unsigned int>(i * 29 % 190)) << ".byte 4, " << 1 + i % 4 << "\n.byte 3, 1\n"
                 << k_copy << setAddress(static_cast<unsigned int>(i * 29 % 190 + i * 7 % 60)) << k_end;
     }
-    text.unit({}, ".uleb128 1\n.asciz \"a.c\"\n.asciz \"/dir\"\n.4byte 0\n" + entries.str() + ".byte 0\n")
-        .section(".debug_line", lineTable({}, program.str()));
-    Assembled const module(text.source());
+    Assembled const module(functionsText(entries, program.str()).source());
     SymMgrObjectPtr<IModuleSymbolBank> bank;
     ASSERT_EQ(loadBank(module.path(), bank), status_Ok);
-    /// Takes the best by the rule, with the start from a second question for the line table.
-    class Latest final : public ISourceLocationChooser {
+    class Collector final : public ISourceLocationChooser {
     public:
         status_t choose(SymMgrObjectPtr<ISourceLocation>& out,
                         IIterator<SymMgrObjectPtr<ISourceLocation>>& candidates) override {
-            count = 0;
             for (auto place = candidates.current(); place; place = candidates.current()) {
                 all.push_back(place);
-                ++count;
                 candidates.next();
             }
             out = nullptr;
             return status_Ok;
         }
         std::vector<SymMgrObjectPtr<ISourceLocation>> all;
-        int count = 0;
     };
     int several = 0;
     for (unsigned long long address = 0x1000; address < 0x1110; ++address) {
@@ -357,11 +357,11 @@ TEST(DwarfLines, ChoosersSeeWhatTheShortWayTakes) {
         bank->addressByValue(address, where);
         SymMgrObjectPtr<ISourceLocation> chosen;
         SymMgrObjectPtr<ISourceLocation> none;
-        Latest chooser;
+        Collector chooser;
         bank->sourceLocationByAddress(where.get(), chosen, ~0ULL, nullptr);
         bank->sourceLocationByAddress(where.get(), none, ~0ULL, &chooser);
-        several += chooser.count > 1 ? 1 : 0;
-        EXPECT_EQ(static_cast<bool>(chosen), chooser.count > 0) << std::hex << address;
+        several += chooser.all.size() > 1 ? 1 : 0;
+        EXPECT_NE(static_cast<bool>(chosen), chooser.all.empty()) << std::hex << address;
         bool isAmong = !chosen;
         for (auto const& place : chooser.all) {
             isAmong |= chosen && place->line() == chosen->line() && place->sourceFile() == chosen->sourceFile();
@@ -372,14 +372,7 @@ TEST(DwarfLines, ChoosersSeeWhatTheShortWayTakes) {
 }
 
 TEST(DwarfLines, SkipsSymbolsOnDemand) {
-    DwarfText text;
-    text.abbrev(1, DW_TAG_compile_unit, true,
-                {{DW_AT_name, DW_FORM_string}, {DW_AT_comp_dir, DW_FORM_string}, {DW_AT_stmt_list, DW_FORM_sec_offset}})
-        .abbrev(2, DW_TAG_subprogram, false,
-                {{DW_AT_name, DW_FORM_string}, {DW_AT_low_pc, DW_FORM_addr}, {DW_AT_high_pc, DW_FORM_data4}})
-        .unit({}, ".uleb128 1\n.asciz \"a.c\"\n.asciz \"/dir\"\n.4byte 0\n"
-                  ".uleb128 2\n.asciz \"f\"\n.8byte code\n.4byte 0x40\n.byte 0\n")
-        .section(".debug_line", lineTable({}, setAddress(0) + k_copy + setAddress(4) + k_end));
+    DwarfText const text = functionsText(function("f", 0, 0x40), setAddress(0) + k_copy + setAddress(4) + k_end);
     Assembled const module(text.source());
     ::setenv("ORV_SKIP_DWARF_SYMBOLS", "1", 1);
     EXPECT_EQ(dwarfSymbols(module.path()), "");
