@@ -92,9 +92,9 @@ public:
     bool mayCompare(MergeSide const& a, MergeSide const& b);
     /// For the entries of location lists: many variables may share one.
     bool spendLocation() { return spend(m_locations, 1); }
-    /// For the ranges that indices of inlined bodies keep. Refilled for a new bank alone.
+    /// For the ranges that indices of inlined bodies keep. Refilled where units are loaded.
     bool spendIndexedRange() { return spend(m_indexedRanges, 1); }
-    /// For the members of variables, which are kept: many may share a type. Refilled for a new bank alone.
+    /// For the members of variables, which are kept: many may share a type. Refilled as well.
     bool spendMember() { return spend(m_members, 1); }
 
 private:

@@ -2,8 +2,10 @@
 
 #include "image/orv_path.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
+#include <utility>
 
 namespace ORV_3_30 {
 namespace {
@@ -138,27 +140,25 @@ DebugRootsResolver::DebugRootsResolver(std::vector<std::string> roots) : m_roots
 DebugRootsResolver::~DebugRootsResolver() = default;
 
 long long DebugRootsResolver::resolveSymbolFile(Candidates& candidates) {
+    std::vector<std::pair<SymMgrObjectPtr<ISymbolFileToResolve>, Sought>> list;
+    candidates->reset();
+    for (auto candidate = candidates->current(); candidate; candidate = candidates->current()) {
+        list.emplace_back(candidate, soughtBy(*candidate, m_roots));
+        candidates->next();
+    }
     for (Kind const kind : {Kind::BuildId, Kind::DebugLink}) {
-        candidates->reset();
-        for (auto candidate = candidates->current(); candidate; candidate = candidates->current()) {
-            Sought const sought = soughtBy(*candidate, m_roots);
+        for (auto const& [candidate, sought] : list) {
             long long const index = sought.kind == kind ? offer(*candidate, sought, m_roots) : -1;
             if (index >= 0) {
                 return index;
             }
-            candidates->next();
         }
     }
     // As without a resolver, but for files that have gone since.
-    candidates->reset();
-    long long index = 0;
-    for (auto candidate = candidates->current(); candidate; candidate = candidates->current(), ++index) {
-        if (candidate->validity() == symbolFileValid && fileExists(candidate->symbolFileName())) {
-            return index;
-        }
-        candidates->next();
-    }
-    return -1;
+    auto const found = std::find_if(list.begin(), list.end(), [](auto const& entry) {
+        return entry.first->validity() == symbolFileValid && fileExists(entry.first->symbolFileName());
+    });
+    return found != list.end() ? found - list.begin() : -1;
 }
 
 } // namespace ORV_3_30

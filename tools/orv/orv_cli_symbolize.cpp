@@ -303,7 +303,9 @@ private:
         while (m_finders.size() < count) {
             m_finders.push_back(std::make_unique<Finder>(m_options, m_common.json, *m_module));
         }
-        prime();
+        if (count > 1) {
+            prime();
+        }
         Tasks tasks(m_grouped.size());
         inParallel(count, [&](std::size_t i) {
             Finder& finder = *m_finders[i];
@@ -312,7 +314,9 @@ private:
                 finder.find(m_grouped.data() + task.begin, m_grouped.data() + task.end, task.half);
             }
         });
-        inParallel(count, [&](std::size_t i) { m_finders[i]->findPlaces(); });
+        if (m_options.inlines) {
+            inParallel(count, [&](std::size_t i) { m_finders[i]->findPlaces(); });
+        }
         findAgain();
     }
 
