@@ -123,7 +123,7 @@ void AnswerText::append(Place const& place, bool isFunctionKnown, std::string& o
 template <typename Next> bool AnswerText::writeJson(Query const& query, std::string& out, Next const& next) const {
     bool const isFound = query.function.data() != nullptr;
     Json object;
-    object["address"] = query.isAddress ? Json(hex(query.value)) : Json(std::string(query.word));
+    object["address"] = query.isUnderstood ? Json(hex(query.value)) : Json(std::string(query.word));
     object["function"] = isFound ? Json(query.function) : Json();
     object["offset"] = isFound ? Json(hex(query.offset)) : Json();
     addPlace(object, query.place);

@@ -28,11 +28,13 @@ struct Frame {
 /// One question, and what is known of it.
 struct Query {
     std::string_view word;
-    unsigned long long value = 0;
-    bool isAddress = false;
-    bool isLabel = false;          ///< The function has no size.
-    unsigned long long offset = 0; ///< In the innermost function's range; told in JSON only.
-    std::string_view function;     ///< The innermost one; without data where it is not known.
+    unsigned long long value = 0;   ///< What the word says, as it is shown.
+    unsigned long long address = 0; ///< Where that is in the module.
+    bool isUnderstood = false;      ///< The word is a number or the name of a symbol.
+    bool isInModule = false;        ///< Something that is loaded stands there.
+    bool isLabel = false;           ///< The function has no size.
+    unsigned long long offset = 0;  ///< In the innermost function's range; told in JSON only.
+    std::string_view function;      ///< The innermost one; without data where it is not known.
     Place place;
     std::vector<Frame const*> const* callers = nullptr; ///< Where the frames around it stand, from the inside out.
     std::size_t callersBegin = 0;

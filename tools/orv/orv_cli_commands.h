@@ -11,6 +11,7 @@ namespace orv_cli {
 /// Options of addr2line, with its meanings.
 struct SymbolizeOptions {
     std::string module = "a.out";
+    std::string section; ///< Addresses count from its start; empty: as the module lays them out.
     bool functions = false;
     bool inlines = false;
     bool noInlines = false; ///< Name the function that the code was compiled into.
@@ -18,6 +19,7 @@ struct SymbolizeOptions {
     bool addresses = false;
     bool pretty = false;
     bool baseNames = false;
+    bool isAddr2line = false;       ///< A word that means nothing is no failure.
     std::vector<std::string> words; ///< Addresses; from standard input if there are none.
 };
 int symbolize(SymbolizeOptions const& options, CommonOptions const& common);
@@ -34,6 +36,7 @@ struct LinesOptions {
     std::string file;  ///< A path or the end of one; empty: all.
     std::string range; ///< As in SymbolsOptions.
     std::string unit;  ///< Hexadecimal id; empty: all.
+    bool all = false;  ///< Rows of size 0 too.
 };
 int lines(LinesOptions const& options, CommonOptions const& common);
 int files(std::string const& module, CommonOptions const& common);

@@ -86,10 +86,20 @@ void printRow(ISourceFile& file, ISourceLine& line, bool json) {
     std::putchar('\n');
 }
 
+/// A module for which missing debug information is a failure, so that it is told as one.
+Module& load(std::string const& name, CommonOptions const& common) {
+    CommonOptions quiet = common;
+    quiet.quiet = true;
+    return Module::load(name, quiet);
+}
+
 } // namespace
 
 DebugInfo::DebugInfo(Module& module, CommonOptions const& common) : m_module(module) {
-    Failure const none(module.name() + ": has no debug information that orv reads: compile with -g -gdwarf-4");
+    std::string const missing = module.missingDebugInfo();
+    Failure const none(
+        module.name() + ": " +
+        (missing.empty() ? "has no debug information that orv reads: compile with -g -gdwarf-4" : missing));
     if (common.noDebugInfo) {
         throw none;
     }
@@ -182,7 +192,7 @@ std::string declarationOf(ISymbol& symbol) {
 }
 
 int units(std::string const& moduleName, CommonOptions const& common) {
-    Module& module = Module::load(moduleName, common);
+    Module& module = load(moduleName, common);
     DebugInfo debug(module, common);
     for (ICompUnitDetails* const unit : debug.units()) {
         printUnit(*unit, common.json);
@@ -192,7 +202,7 @@ int units(std::string const& moduleName, CommonOptions const& common) {
 }
 
 int files(std::string const& moduleName, CommonOptions const& common) {
-    Module& module = Module::load(moduleName, common);
+    Module& module = load(moduleName, common);
     DebugInfo debug(module, common);
     for (ISourceFile* const file : debug.files()) {
         if (common.json) {
@@ -218,7 +228,7 @@ int lines(LinesOptions const& options, CommonOptions const& common) {
     if (!options.unit.empty()) {
         parseAddress(options.unit, unit);
     }
-    Module& module = Module::load(options.module, common);
+    Module& module = load(options.module, common);
     DebugInfo debug(module, common);
     for (ISourceFile* const file : debug.files()) {
         SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> rows;
@@ -226,7 +236,9 @@ int lines(LinesOptions const& options, CommonOptions const& common) {
             continue;
         }
         for (auto row = rows->current(); row; row = rows->current()) {
-            printRow(*file, *row, common.json);
+            if (row->size() != 0 || options.all) {
+                printRow(*file, *row, common.json);
+            }
             rows->next();
         }
     }

@@ -15,8 +15,12 @@ namespace {
 
 class FunctionView {
 public:
-    explicit FunctionView(ISymbolRange& range) : m_symbol(*range.symbol()), m_range(range) {
-        collectRanges();
+    FunctionView(ISymbolRange& range, SymbolPlaces& places)
+        : m_symbol(*range.symbol()), m_range(range), m_ranges(rangesOf(m_symbol)) {
+        if (m_ranges.empty()) {
+            m_ranges.emplace_back(&m_range); // a thunk's stretch is the table's alone
+        }
+        m_entry = places.entryOf(m_symbol, m_ranges);
         collectLines();
     }
 
@@ -38,7 +42,7 @@ public:
         for (auto const& range : m_ranges) {
             std::printf("    range       %s-%s %llu bytes%s\n", hexColumn(startOf(*range)).c_str(),
                         hexColumn(startOf(*range) + range->size()).c_str(), range->size(),
-                        range->isEntryRange() && m_ranges.size() > 1 ? ", entered here" : "");
+                        range == m_entry && m_ranges.size() > 1 ? ", entered here" : "");
         }
         printInside();
         if (!m_lines.empty()) {
@@ -63,7 +67,8 @@ public:
         object["declared"] = declaration.empty() ? Json() : Json(declaration);
         object["ranges"] = Json::array();
         for (auto const& range : m_ranges) {
-            object["ranges"].push_back({{"start", hex(startOf(*range))}, {"size", range->size()}});
+            object["ranges"].push_back(
+                {{"start", hex(startOf(*range))}, {"size", range->size()}, {"entry", range == m_entry}});
         }
         object["inside"] = Json::array();
         forEachInside([&](ISymbolRange& inner) {
@@ -84,19 +89,6 @@ public:
     }
 
 private:
-    void collectRanges() {
-        Ranges ranges;
-        m_symbol.ranges(ranges);
-        for (auto range = ranges ? ranges->current() : SymMgrObjectPtr<ISymbolRange>(); range;
-             range = ranges->current()) {
-            m_ranges.push_back(range);
-            ranges->next();
-        }
-        if (m_ranges.empty()) {
-            m_ranges.emplace_back(&m_range); // a thunk's stretch is the table's alone
-        }
-    }
-
     void collectLines() {
         SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> lines;
         m_symbol.sourceLines(lines);
@@ -131,6 +123,7 @@ private:
     ISymbol& m_symbol;
     ISymbolRange& m_range;
     std::vector<SymMgrObjectPtr<ISymbolRange>> m_ranges;
+    SymMgrObjectPtr<ISymbolRange> m_entry; ///< One of m_ranges, or null.
     std::vector<SymMgrObjectPtr<ISourceLine>> m_lines;
 };
 
@@ -142,8 +135,9 @@ int function(std::string const& moduleName, std::string const& word, CommonOptio
     std::vector<FunctionView> views;
     {
         Progress const progress("reading " + module.name());
+        SymbolPlaces places(module, common);
         for (auto const& range : found) {
-            views.emplace_back(*range);
+            views.emplace_back(*range, places);
         }
     }
     for (FunctionView const& view : views) {

@@ -15,21 +15,10 @@ namespace {
 struct Body {
     ISymbol* symbol = nullptr;
     IInlineInstance* instance = nullptr; ///< Null at the root.
-    unsigned long long start = 0;
-    unsigned long long size = 0; ///< Of all its ranges, what lies in them included.
-    std::vector<Body> bodies;    ///< By start.
+    unsigned long long start = 0;        ///< Of a function with cold parts: where it is entered.
+    unsigned long long size = 0;         ///< Of all its ranges, what lies in them included.
+    std::vector<Body> bodies;            ///< By start.
 };
-
-std::vector<SymMgrObjectPtr<ISymbolRange>> rangesOf(ISymbol& symbol) {
-    std::vector<SymMgrObjectPtr<ISymbolRange>> found;
-    Ranges ranges;
-    symbol.ranges(ranges);
-    for (auto range = ranges ? ranges->current() : SymMgrObjectPtr<ISymbolRange>(); range; range = ranges->current()) {
-        found.push_back(range);
-        ranges->next();
-    }
-    return found;
-}
 
 /// Files may nest bodies as deep as they like; people look at a few levels.
 constexpr unsigned int k_deepest = 200;
@@ -95,8 +84,10 @@ Json jsonOf(Body const& body) {
 
 int inlines(std::string const& moduleName, std::string const& word, CommonOptions const& common) {
     Module& module = Module::load(moduleName, common);
+    SymbolPlaces places(module, common);
     for (auto const& range : findFunctions(module, word)) {
-        Body root{range->symbol(), nullptr, startOf(*range), 0, {}};
+        SymMgrObjectPtr<ISymbolRange> const entry = places.entryOf(*range->symbol(), rangesOf(*range->symbol()));
+        Body root{range->symbol(), nullptr, startOf(entry ? *entry : *range), 0, {}};
         addBodies(root, 0);
         if (common.json) {
             printJson(jsonOf(root));

@@ -26,6 +26,29 @@ Producers producersOf(Module& module, CommonOptions const& common) {
     return found;
 }
 
+/// The module alone: what has its debug information makes no difference.
+Module& loadHeaders(std::string const& name, CommonOptions const& common) {
+    CommonOptions plain = common;
+    plain.noDebugInfo = true;
+    return Module::load(name, plain);
+}
+
+/// In hexadecimal digits; empty if it has none.
+std::string buildIdOf(Module& module) {
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>> candidates;
+    if (module.loader().symbolFiles(candidates) != status_Ok) {
+        return {};
+    }
+    for (auto candidate = candidates->current(); candidate; candidate = candidates->current()) {
+        std::string const id = wantedBuildId(*candidate);
+        if (!id.empty()) {
+            return id;
+        }
+        candidates->next();
+    }
+    return {};
+}
+
 char const* nameOfSegmentType(unsigned int type) { return type == 1 ? "code" : type == 2 ? "data" : "other"; }
 
 } // namespace
@@ -34,6 +57,7 @@ int info(std::string const& moduleName, CommonOptions const& common) {
     Module& module = Module::load(moduleName, common);
     IModuleSymbolBank& bank = module.bank();
     SymMgrObjectPtr<IAddress> const entry = bank.entryPoint();
+    std::string const buildId = buildIdOf(module);
     Producers const producers = bank.symFileFormat() == symbolFormatDwarf ? producersOf(module, common) : Producers();
     if (common.json) {
         Json object;
@@ -43,6 +67,7 @@ int info(std::string const& moduleName, CommonOptions const& common) {
         object["preferred_load_address"] = hex(bank.preferredLoadAddress());
         object["entry_point"] = entry ? Json(hex(entry->pseudoAddr())) : Json();
         object["image_size"] = bank.imageSize();
+        object["build_id"] = buildId.empty() ? Json() : Json(buildId);
         object["symbol_file"] = bank.symFileName();
         object["symbol_file_format"] = nameOfSymbolFormat(bank.symFileFormat());
         object["memory_estimate"] = bank.memoryEstimate();
@@ -59,6 +84,7 @@ int info(std::string const& moduleName, CommonOptions const& common) {
         std::printf("preferred load address  %s\n", hex(bank.preferredLoadAddress()).c_str());
         std::printf("entry point             %s\n", entry ? hex(entry->pseudoAddr()).c_str() : "none");
         std::printf("image size              %llu bytes\n", bank.imageSize());
+        std::printf("build id                %s\n", buildId.empty() ? "none" : buildId.c_str());
         std::printf("symbol file             %s\n", bank.symFileName());
         std::printf("symbol file format      %s\n", nameOfSymbolFormat(bank.symFileFormat()));
         std::printf("memory estimate         %llu bytes\n", bank.memoryEstimate());
@@ -72,7 +98,7 @@ int info(std::string const& moduleName, CommonOptions const& common) {
 }
 
 int sections(std::string const& moduleName, CommonOptions const& common) {
-    Module& module = Module::load(moduleName, common);
+    Module& module = loadHeaders(moduleName, common);
     SymMgrObjectPtr<ISection> section;
     module.loader().sectionByIndex(section, 0);
     if (section && !common.json) {
@@ -97,7 +123,7 @@ int sections(std::string const& moduleName, CommonOptions const& common) {
 }
 
 int segments(std::string const& moduleName, CommonOptions const& common) {
-    Module& module = Module::load(moduleName, common);
+    Module& module = loadHeaders(moduleName, common);
     SymMgrObjectPtr<IIterator<ISegment*>> list;
     if (module.bank().segments(list) == status_Ok) {
         if (!common.json) {

@@ -1,9 +1,11 @@
 #include "orv_cli_module.h"
 
+#include "orv_cli_laid_out.h"
 #include "orv_cli_resolver.h"
 
-#include <atomic>
 #include <cstdio>
+#include <mutex>
+#include <set>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -15,6 +17,17 @@ constexpr unsigned long long k_classByte = 4; // EI_CLASS
 constexpr unsigned char k_class32 = 1;        // ELFCLASS32
 
 } // namespace
+
+void note(std::string const& text, CommonOptions const& options) {
+    static std::mutex lock;
+    static std::set<std::string> said; // a module may be read again, and from several threads
+    std::lock_guard<std::mutex> const guard(lock);
+    if (options.quiet || !said.insert(text).second) {
+        return;
+    }
+    std::fflush(stdout);
+    std::fprintf(stderr, "%sorv: %s\n", ::isatty(STDERR_FILENO) != 0 ? "\r\033[K" : "", text.c_str());
+}
 
 char const* describe(status_t status) {
     switch (status) {
@@ -70,27 +83,46 @@ char const* nameOfSymbolFormat(unsigned int format) {
     }
 }
 
-Module& Module::load(std::string name, CommonOptions const& options, Sharing sharing) {
+Module& Module::load(std::string name, CommonOptions const& options, Sharing sharing, View view) {
     static std::vector<Module*> modules; // reachable, and never taken down
-    modules.push_back(new Module(std::move(name), options, sharing));
+    modules.push_back(new Module(std::move(name), options, sharing, view));
     return *modules.back();
 }
 
-Module::Module(std::string name, CommonOptions const& options, Sharing sharing)
+Module::Module(std::string name, CommonOptions const& options, Sharing sharing, View view)
     : m_name(std::move(name)), m_options(options), m_resolver(std::make_unique<Resolver>(m_options)) {
+    if (view == View::LaidOut) {
+        m_image = laidOutImage(m_name.c_str(), m_options.arch);
+    }
     status_t status = ISymbolManager::create(m_manager);
     if (status == status_Ok) {
-        unsigned int const flags = (options.noDebugInfo ? load_flags_NoDebugInfo : load_flags_None) |
-                                   (sharing == Sharing::Anew ? load_flags_NewLoader : load_flags_None);
-        status = m_manager->loadSymbolsFromModuleEx(m_name.c_str(), m_resolver.get(), m_bank, options.arch, flags, "");
+        status = loadBank(sharing);
     }
     if (status != status_Ok) {
         throw Failure(m_name + ": " + describe(status));
     }
     m_resolver->finish(m_name);
+    std::string const missing = missingDebugInfo();
+    if (!missing.empty()) {
+        note(m_name + ": " + missing, m_options);
+    }
+}
+
+status_t Module::loadBank(Sharing sharing) {
+    if (m_image) {
+        return IModuleSymbolBank::create(m_bank, m_image, m_resolver.get(), true, "");
+    }
+    unsigned int const flags = (m_options.noDebugInfo ? load_flags_NoDebugInfo : load_flags_None) |
+                               (sharing == Sharing::Anew ? load_flags_NewLoader : load_flags_None);
+    return m_manager->loadSymbolsFromModuleEx(m_name.c_str(), m_resolver.get(), m_bank, m_options.arch, flags, "");
 }
 
 Module::~Module() = default;
+
+std::string Module::missingDebugInfo() const {
+    std::string const missing = m_resolver->missing(*m_bank);
+    return missing.empty() ? missing : missing + ": see 'orv candidates " + m_name + "'";
+}
 
 ISymbolFileResolver& Module::resolver() { return *m_resolver; }
 
@@ -99,19 +131,15 @@ status_t Module::symbolRangeByAddress(IAddress& address, SymMgrObjectPtr<ISymbol
 }
 
 void Module::noteBadDebugInfo(status_t status) {
-    static std::atomic<bool> isNoted{false}; // once, also where a module is read again
-    if (status == status_NoDebugInfo || isNoted.exchange(true)) {
-        return;
+    if (status != status_NoDebugInfo) {
+        note(m_name + ": " + describeDebugInfo(status), m_options);
     }
-    std::fflush(stdout);
-    std::fprintf(stderr, "%sorv: %s: %s\n", ::isatty(STDERR_FILENO) != 0 ? "\r\033[K" : "", m_name.c_str(),
-                 describeDebugInfo(status).c_str());
 }
 
 IFileFormatLoader& Module::loader() {
     if (!m_loader) {
-        status_t const status =
-            IFileFormatLoader::create(m_loader, IModuleImage::create(m_name.c_str(), m_options.arch, false), "");
+        status_t const status = IFileFormatLoader::create(
+            m_loader, m_image ? m_image : IModuleImage::create(m_name.c_str(), m_options.arch, false), "");
         if (status != status_Ok) {
             throw Failure(m_name + ": " + describe(status));
         }

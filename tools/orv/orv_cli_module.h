@@ -26,9 +26,12 @@ struct CommonOptions {
     bool askServers = false;             ///< Those of DEBUGINFOD_URLS.
     std::string symbolFile;              ///< Empty: whichever is found.
     bool json = false;
+    bool quiet = false; ///< Failures alone are told.
     std::string logLevel = "off";
 };
 
+/// Says on standard error, once, what is no failure, unless the options forbid it.
+void note(std::string const& text, CommonOptions const& options);
 /// The words of a status for people.
 char const* describe(status_t status);
 /// What debug information that can't be read means for the user.
@@ -44,8 +47,10 @@ class Module {
 public:
     /// Throws Failure if the module can't be loaded. The module stays until the process ends, and goes
     /// with it: taking tens of thousands of symbols apart one by one would serve nobody.
-    enum class Sharing { Shared, Anew }; ///< Anew: reads the file again, beside what is loaded.
-    static Module& load(std::string name, CommonOptions const& options, Sharing sharing = Sharing::Shared);
+    enum class Sharing { Shared, Anew };     ///< Anew: reads the file again, beside what is loaded.
+    enum class View { AsItStands, LaidOut }; ///< LaidOut: the sections of a relocatable file stand behind each other.
+    static Module& load(std::string name, CommonOptions const& options, Sharing sharing = Sharing::Shared,
+                        View view = View::AsItStands);
     Module(Module const&) = delete;
     Module& operator=(Module const&) = delete;
     ~Module();
@@ -65,19 +70,25 @@ public:
     status_t symbolRangeByAddress(IAddress& address, SymMgrObjectPtr<ISymbolRange>& out, symbol_kind_t mask);
     /// The file format loader, for what the bank does not tell: sections by index and by address.
     IFileFormatLoader& loader();
+    /// What was sought in vain for a stripped module, in one line; empty for all others.
+    std::string missingDebugInfo() const;
     /// Decides on symbol files, as the options say.
     ISymbolFileResolver& resolver();
     /// True for a file of the 32-bit class.
     bool is32Bit();
+    /// True for a relocatable file whose sections were laid out.
+    bool isLaidOut() const { return static_cast<bool>(m_image); }
 
 private:
     /// Says once that the debug information can't be read.
     void noteBadDebugInfo(status_t status);
-    Module(std::string name, CommonOptions const& options, Sharing sharing);
+    Module(std::string name, CommonOptions const& options, Sharing sharing, View view);
+    status_t loadBank(Sharing sharing);
 
     std::string m_name;
     CommonOptions m_options;
     std::unique_ptr<Resolver> m_resolver;
+    SymMgrObjectPtr<IModuleImage> m_image; ///< Null where the library makes its own.
     SymMgrObjectPtr<ISymbolManager> m_manager;
     SymMgrObjectPtr<IModuleSymbolBank> m_bank;
     SymMgrObjectPtr<IFileFormatLoader> m_loader; ///< Made on first use.

@@ -1,5 +1,6 @@
 #include "orv_cli_resolver.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -31,21 +32,17 @@ bool areServersSet() {
     return urls != nullptr && urls[std::strspn(urls, " \t")] != '\0';
 }
 
-/// Said once, also where a module is read again.
-void sayOnce(std::string const& text) {
-    static bool isSaid = false;
-    if (!isSaid) {
-        std::fflush(stdout);
-        std::fprintf(stderr, "orv: %s\n", text.c_str());
-        isSaid = true;
-    }
-}
-
 } // namespace
 
 Resolver::Resolver(CommonOptions const& options) : m_options(options), m_roots(rootsOf(options)) {
     if (options.askServers) {
         loadServers();
+    }
+    for (std::string const& root : options.debugRoots) {
+        std::error_code ignored;
+        if (!std::filesystem::is_directory(root, ignored)) {
+            note("--debug-root " + root + ": no such folder", m_options);
+        }
     }
 }
 
@@ -68,11 +65,18 @@ void Resolver::loadServers() {
     }
     m_servers = create(&m_roots);
     if (!areServersSet()) {
-        sayOnce("--debuginfod: DEBUGINFOD_URLS is not set, so no server is asked: give it the URLs of servers");
+        note("--debuginfod: DEBUGINFOD_URLS is not set, so no server is asked: give it the URLs of servers", m_options);
     }
 }
 
-long long Resolver::resolveSymbolFile(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>>& candidates) {
+long long Resolver::resolveSymbolFile(Candidates& candidates) {
+    long long decision = -1;
+    Decide const decide = [this](Candidates& shown) { return this->decide(shown); };
+    m_outcomes = resolve(m_options.noDebugInfo ? Decide() : decide, candidates, decision);
+    return decision;
+}
+
+long long Resolver::decide(Candidates& candidates) {
     if (m_options.symbolFile.empty()) {
         return m_servers != nullptr ? m_servers->resolveSymbolFile(candidates) : m_roots.resolveSymbolFile(candidates);
     }
@@ -101,7 +105,7 @@ void Resolver::finish(std::string const& module) {
                       ": neither its build id nor its CRC is the one that the module names");
     }
     if (m_servers != nullptr && *m_lastAnswer(m_servers) != '\0') {
-        sayOnce(module + ": " + m_lastAnswer(m_servers));
+        note(module + ": " + m_lastAnswer(m_servers), m_options);
     }
 }
 
@@ -113,6 +117,48 @@ std::string Resolver::places(bool isOfBuildId) const {
     bool const isAsked = isOfBuildId && m_servers != nullptr && areServersSet();
     return (isOfBuildId ? "" : "beside the module, in .debug there, ") + all +
            (isAsked ? ", or on the servers of DEBUGINFOD_URLS" : "");
+}
+
+std::string Resolver::whyNot(CandidateOutcome const& outcome) const {
+    if (m_options.noDebugInfo) {
+        return "--no-debug-info: nothing is looked for";
+    }
+    if (!outcome.refused.empty()) {
+        return whyRefused(outcome.refused.front(), outcome.kind);
+    }
+    switch (outcome.validity) {
+    case symbolFileValid: return "it would do, but another one stands in front of it";
+    case symbolFileRefused: return "it holds no debug information";
+    case symbolFileMismatch:
+        return "beside the module is a file of that name, with another CRC: it belongs to another build";
+    default: break;
+    }
+    auto const isTaken = [](CandidateOutcome const& other) { return other.isTaken; };
+    if (std::any_of(m_outcomes.begin(), m_outcomes.end(), isTaken)) {
+        return "not looked for any further: another one is taken";
+    }
+    return "no such file " + places(outcome.kind == CandidateKind::BuildId);
+}
+
+std::string Resolver::missing(IModuleSymbolBank& bank) const {
+    std::string sought;
+    bool isNamed = false; // by a debug link, which only strippers leave
+    for (CandidateOutcome const& outcome : m_outcomes) {
+        if (outcome.isTaken) {
+            return {};
+        }
+        bool const isCompanion = outcome.kind == CandidateKind::BuildId || outcome.kind == CandidateKind::DebugLink;
+        if (isCompanion) {
+            sought += (sought.empty() ? "" : "; ") + outcome.sought + ": " + whyNot(outcome);
+            isNamed |= outcome.kind == CandidateKind::DebugLink;
+        }
+    }
+    SymMgrObjectPtr<ISection> symbols;
+    if (m_options.noDebugInfo || (!isNamed && bank.sectionByName(".symtab", symbols) == status_Ok)) {
+        return {};
+    }
+    return sought.empty() ? "is stripped, and names no file that has its debug information"
+                          : "has its debug information elsewhere, and it was not found: " + sought;
 }
 
 } // namespace orv_cli

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "orv_cli_module.h"
+#include "orv_cli_outcomes.h"
 
 #include <orv/orv_debuginfod.h>
 
@@ -18,15 +19,23 @@ public:
     Resolver(Resolver const&) = delete;
     Resolver& operator=(Resolver const&) = delete;
 
-    long long resolveSymbolFile(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>>& candidates) override;
+    long long resolveSymbolFile(Candidates& candidates) override;
+    /// What became of the candidates of the last load.
+    std::vector<CandidateOutcome> const& outcomes() const { return m_outcomes; }
+    /// Why one of these was not taken.
+    std::string whyNot(CandidateOutcome const& outcome) const;
+    /// What was sought for a module in vain, and where: nothing if debug information was found, or if none belongs to
+    /// it.
+    std::string missing(IModuleSymbolBank& bank) const;
     /// After a load: throws Failure if the file of --symbol-file was not taken, and says once what the servers had to
     /// say.
     void finish(std::string const& module);
-    /// Where companions of a kind are looked for, for people.
-    std::string places(bool isOfBuildId) const;
 
 private:
     void loadServers();
+    long long decide(Candidates& candidates);
+    /// Where companions of a kind are looked for, for people.
+    std::string places(bool isOfBuildId) const;
 
     CommonOptions m_options;
     DebugRootsResolver m_roots;
@@ -34,6 +43,7 @@ private:
     decltype(&orvDestroyDebuginfodResolver) m_destroy = nullptr;
     decltype(&orvLastDebuginfodAnswer) m_lastAnswer = nullptr;
     bool m_isTaken = false;
+    std::vector<CandidateOutcome> m_outcomes;
 };
 
 } // namespace orv_cli

@@ -1,9 +1,10 @@
 #include "orv_cli_answer.h"
 #include "orv_cli_chains.h"
 #include "orv_cli_find.h"
+#include "orv_cli_input.h"
 #include "orv_cli_output.h"
 #include "orv_cli_progress.h"
-#include "orv_cli_words.h"
+#include "orv_cli_where.h"
 
 #include <algorithm>
 #include <array>
@@ -31,8 +32,8 @@ void groupByLocality(std::vector<Query>& queries, std::vector<Query*>& grouped) 
     unsigned long long lowest = ~0ULL;
     unsigned long long highest = 0;
     for (Query const& query : queries) {
-        lowest = std::min(lowest, query.value);
-        highest = std::max(highest, query.value);
+        lowest = std::min(lowest, query.address);
+        highest = std::max(highest, query.address);
     }
     unsigned int shift = 0;
     while (lowest < highest && (highest - lowest) >> shift >> k_groupBits != 0) {
@@ -40,18 +41,18 @@ void groupByLocality(std::vector<Query>& queries, std::vector<Query*>& grouped) 
     }
     std::array<std::size_t, (std::size_t{1} << k_groupBits) + 1> starts{};
     for (Query const& query : queries) {
-        ++starts[((query.value - lowest) >> shift) + 1];
+        ++starts[((query.address - lowest) >> shift) + 1];
     }
     std::partial_sum(starts.begin(), starts.end(), starts.begin());
     for (Query& query : queries) {
-        grouped[starts[(query.value - lowest) >> shift]++] = &query;
+        grouped[starts[(query.address - lowest) >> shift]++] = &query;
     }
     // Each group ends where the next one began.
     std::size_t begin = 0;
     for (std::size_t group = 0; begin < grouped.size(); ++group) {
         std::sort(grouped.begin() + static_cast<std::ptrdiff_t>(begin),
                   grouped.begin() + static_cast<std::ptrdiff_t>(starts[group]),
-                  [](Query const* a, Query const* b) { return a->value < b->value; });
+                  [](Query const* a, Query const* b) { return a->address < b->address; });
         begin = starts[group];
     }
 }
@@ -69,10 +70,10 @@ public:
     void find(Query* const* begin, Query* const* end, Query::Half half) {
         Query const* last = nullptr;
         for (Query* const* at = begin; at != end; ++at) {
-            if (!(*at)->isAddress) {
+            if (!(*at)->isInModule) {
                 continue;
             }
-            if (last != nullptr && last->value == (*at)->value) {
+            if (last != nullptr && last->address == (*at)->address) {
                 (*at)->takeAnswer(*last, half);
             } else {
                 find(**at, half);
@@ -84,7 +85,7 @@ public:
     /// False for an address outside of the module.
     bool find(Query& query, Query::Half half) {
         SymMgrObjectPtr<IAddress> where;
-        if (m_module.bank().addressByValue(query.value, where) != status_Ok) {
+        if (m_module.bank().addressByValue(query.address, where) != status_Ok) {
             return false;
         }
         half == Query::Half::Function ? findFunction(query, where) : findLine(query, *where);
@@ -123,7 +124,7 @@ private:
             noteCallers(query);
         }
         if (m_wantsOffsets) {
-            query.offset = query.value - startOf(*m_ranges.back());
+            query.offset = query.address - startOf(*m_ranges.back());
         }
     }
 
@@ -256,8 +257,9 @@ constexpr std::size_t k_queriesPerThread = 2048;
 class Symbolizer {
 public:
     Symbolizer(SymbolizeOptions const& options, CommonOptions const& common)
-        : m_options(options), m_common(common), m_module(&Module::load(options.module, common)),
-          m_is32Bit(m_module->is32Bit()), m_text(options, common.json, m_is32Bit) {}
+        : m_options(options), m_common(common), m_module(&load(Module::Sharing::Shared)),
+          m_reader(*m_module, common, options.section), m_is32Bit(m_module->is32Bit()),
+          m_text(options, common.json, m_is32Bit) {}
 
     enum class Source { CommandLine, Input };
 
@@ -265,7 +267,7 @@ public:
     template <typename Words> void answer(Words const& words, Source source) {
         m_queries.assign(words.size(), Query());
         for (std::size_t i = 0; i < words.size(); ++i) {
-            parse(words[i], m_queries[i]);
+            read(words[i], m_queries[i]);
         }
         groupByLocality(m_queries, m_grouped);
         if (source == Source::CommandLine && words.size() <= k_mostAnnounced) {
@@ -278,18 +280,20 @@ public:
     int exitStatus() const { return m_exitStatus; }
 
 private:
-    void parse(std::string_view word, Query& query) {
-        query.word = word;
-        // An empty line counts as address 0.
-        query.isAddress = word.empty() || parseAddress(word, query.value);
-        if (m_is32Bit) {
-            query.value &= 0xFFFFFFFF;
-        }
-        if (!query.isAddress) {
-            std::fprintf(stderr, "orv: %.*s: is no address: give hexadecimal digits, with or without 0x\n",
-                         static_cast<int>(word.size()), word.data());
+    void read(std::string_view word, Query& query) {
+        m_reader.read(word, query);
+        if (!query.isUnderstood && !m_options.isAddr2line) {
+            std::fprintf(
+                stderr,
+                "orv: %.*s: is no address and no symbol: give hexadecimal digits, with or without 0x, or a name "
+                "that 'orv symbols' lists\n",
+                static_cast<int>(word.size()), word.data());
             m_exitStatus = 1;
         }
+    }
+
+    Module& load(Module::Sharing sharing) const {
+        return Module::load(m_options.module, m_common, sharing, Module::View::LaidOut);
     }
 
     std::size_t threadCount() const {
@@ -323,7 +327,7 @@ private:
     /// One function, so that the symbols are loaded for the same kinds whatever the threads ask for first.
     void prime() {
         for (Query* const query : m_grouped) {
-            if (query->isAddress && m_finders.front()->find(*query, Query::Half::Function)) {
+            if (query->isInModule && m_finders.front()->find(*query, Query::Half::Function)) {
                 return;
             }
         }
@@ -333,8 +337,8 @@ private:
     void announce() {
         m_isAnnounced = m_module->bank().symFileFormat() == symbolFormatDwarf;
         for (Query const& query : m_queries) {
-            if (m_isAnnounced && query.isAddress) {
-                m_module->bank().prefetcher()->putPseudoAddress(query.value);
+            if (m_isAnnounced && query.isInModule) {
+                m_module->bank().prefetcher()->putPseudoAddress(query.address);
             }
         }
     }
@@ -344,13 +348,13 @@ private:
     /// to a bank without the restriction.
     void findAgain() {
         auto const isOpen = [](Query const& query) {
-            return query.isAddress &&
+            return query.isInModule &&
                    (query.function.data() == nullptr || query.place.file.data() == nullptr || query.isLabel);
         };
         if (!m_isAnnounced || std::none_of(m_queries.begin(), m_queries.end(), isOpen)) {
             return;
         }
-        m_module = &Module::load(m_options.module, m_common, Module::Sharing::Anew);
+        m_module = &load(Module::Sharing::Anew);
         Finder& finder = *m_finders.emplace_back(std::make_unique<Finder>(m_options, m_common.json, *m_module));
         for (Query& query : m_queries) {
             if (isOpen(query)) {
@@ -398,6 +402,7 @@ private:
     SymbolizeOptions const& m_options;
     CommonOptions const& m_common;
     Module* m_module;
+    WordReader m_reader;
     bool m_is32Bit;
     AnswerText m_text;
     bool m_isAnnounced = false;
@@ -416,9 +421,9 @@ int symbolize(SymbolizeOptions const& options, CommonOptions const& common) {
     if (!options.words.empty()) {
         symbolizer.answer(options.words, Symbolizer::Source::CommandLine);
     } else {
-        InputWords input;
-        for (std::vector<std::string_view> words; input.next(words);) {
-            symbolizer.answer(words, Symbolizer::Source::Input);
+        InputLines input;
+        for (std::vector<std::string_view> lines; input.next(lines);) {
+            symbolizer.answer(lines, Symbolizer::Source::Input);
         }
     }
     finishOutput();

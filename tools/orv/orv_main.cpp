@@ -1,5 +1,8 @@
-/// The command line client: arguments in, exit status out. 0 success, 1 failure, 2 wrong usage.
+/// The command line client: arguments in, exit status out. 0 success, 1 failure, 2 wrong usage. Under a name that ends
+/// in addr2line it is the command symbolize, with addr2line's exit statuses: 1 for wrong usage, 0 for words that mean
+/// nothing.
 
+#include "orv_cli_arguments.h"
 #include "orv_cli_commands.h"
 
 #include <CLI/CLI.hpp>
@@ -8,10 +11,13 @@
 #include <log4cplus/layout.h>
 #include <log4cplus/logger.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <map>
+#include <set>
+#include <string_view>
 
 namespace {
 
@@ -29,6 +35,14 @@ std::map<std::string, int> const k_logLevels = {
     {"trace", 0}, {"info", 20000}, {"warn", 30000}, {"error", 40000}, {"off", 60000},
 };
 
+std::set<std::string> const k_demangleStyles = {"auto", "gnu-v3", "none"};
+
+/// Object formats by the names that binutils has for them. The file itself tells which it is.
+std::set<std::string> const k_targets = {
+    "default",         "elf32-big",    "elf32-bigarm", "elf32-i386",   "elf32-iamcu",  "elf32-little",
+    "elf32-littlearm", "elf32-x86-64", "elf64-big",    "elf64-little", "elf64-x86-64",
+};
+
 /// Sends the library's records to standard error.
 void configureLog(std::string const& level) {
     if (level == "off") {
@@ -43,7 +57,18 @@ void configureLog(std::string const& level) {
 
 class CommandLine {
 public:
-    CommandLine() {
+    enum class Name { Orv, Addr2line };
+
+    explicit CommandLine(Name name) : m_isAddr2line(name == Name::Addr2line) {
+        if (m_isAddr2line) {
+            m_app.name("orv-addr2line");
+            m_app.description("Names and source lines of addresses, as addr2line gives them.");
+            addCommon(m_app);
+            addSymbolizeOptions(m_app);
+            m_app.callback([this] { m_action = [this] { return runSymbolize(); }; });
+            return;
+        }
+        m_app.name("orv");
         m_app.require_subcommand(1);
         addCommon(m_app);
         m_app.set_help_flag("-h,--help", "Say how to use orv");
@@ -68,15 +93,19 @@ public:
         addModuleCommand("segments", "The segments of a module", "orv segments /bin/ls", segments);
     }
 
-    int run(int argc, char** argv) {
+    int run(std::vector<std::string> words) {
+        words = expandFiles(std::move(words));
+        completeOptions(commandOf(words), words);
+        std::reverse(words.begin(), words.end()); // as the parser wants them
         try {
-            m_app.parse(argc, argv);
+            m_app.parse(std::move(words));
         } catch (CLI::ParseError const& error) {
             if (error.get_exit_code() == 0) {
                 return m_app.exit(error); // help or version
             }
-            std::fprintf(stderr, "orv: %s: see 'orv --help'\n", error.what());
-            return k_exitUsage;
+            std::fprintf(stderr, "%s: %s: see '%s --help'\n", m_app.get_name().c_str(), error.what(),
+                         m_app.get_name().c_str());
+            return m_isAddr2line ? k_exitFailure : k_exitUsage;
         }
         configureLog(m_common.logLevel);
         return m_action();
@@ -92,6 +121,18 @@ private:
         return command;
     }
 
+    /// The command that is named, or the one that there is.
+    CLI::App const& commandOf(std::vector<std::string> const& words) const {
+        for (std::string const& word : words) {
+            for (CLI::App const* const command : m_app.get_subcommands({})) {
+                if (word == command->get_name()) {
+                    return *command;
+                }
+            }
+        }
+        return m_app;
+    }
+
     /// What every command takes, ahead of its name or behind it.
     void addCommon(CLI::App& app) {
         app.set_version_flag("--version", "orv " ORV_VERSION);
@@ -101,6 +142,7 @@ private:
                "--arch", [this](std::string const& name) { m_common.arch = k_architectures.at(name); },
                "Architecture of the module, where the file does not tell")
             ->check(oneOf("ARCH", k_architectures));
+        app.add_flag("--quiet", m_common.quiet, "Tell failures alone, not that debug information is missing");
         app.add_flag("--no-debug-info", m_common.noDebugInfo, "Look for no debug information");
         app.add_option_function<std::vector<std::string>>(
                "--debug-root",
@@ -140,26 +182,62 @@ private:
         addModule(add(name, description, example, [this, run] { return run(m_module, m_common); }));
     }
 
+    int runSymbolize() {
+        m_symbolize.demangle = !m_demangleStyle.empty() && m_demangleStyle != "none";
+        m_symbolize.isAddr2line = m_isAddr2line;
+        return symbolize(m_symbolize, m_common);
+    }
+
     void addSymbolize() {
+        addSymbolizeOptions(*add("symbolize", "Names and source lines of addresses, as addr2line gives them",
+                                 "orv symbolize -e /bin/ls -f -C 0x5000\n  orv symbolize -fCe prog < addresses",
+                                 [this] { return runSymbolize(); }));
+    }
+
+    /// Those of addr2line, with its letters, and ours.
+    void addSymbolizeOptions(CLI::App& command) {
         SymbolizeOptions& options = m_symbolize;
-        CLI::App* const command =
-            add("symbolize", "Names and source lines of addresses, as addr2line gives them",
-                "orv symbolize -e /bin/ls -f -C 0x5000\n  orv symbolize -fCe prog < addresses", [this] {
-                    m_symbolize.demangle = !m_demangleStyle.empty();
-                    return symbolize(m_symbolize, m_common);
-                });
-        command->add_option("-e,--exe", options.module, "The module; a.out if not given")->type_name("MODULE");
-        command->add_flag("-f,--functions", options.functions, "Show function names");
-        auto* const inlines = command->add_flag("-i,--inlines", options.inlines, "Show the chain of inlined calls");
+        command.set_help_flag("-h,-H,--help", "Say how to use this command")->group(k_classicGroup);
+        command.set_version_flag("-v,-V,--version", "orv " ORV_VERSION)->group(k_classicGroup);
+        auto const classic = [](CLI::Option* option) { return option->group(k_classicGroup); };
+        auto const addFlag = [&](char const* names, bool& value, char const* description) {
+            return classic(command.add_flag(names, value, description));
+        };
+        classic(command.add_option("-e,--exe", options.module, "The module; a.out if not given"))->type_name("MODULE");
+        addFlag("-f,--functions", options.functions, "Show function names");
+        CLI::Option* const inlines = addFlag("-i,--inlines", options.inlines, "Show the chain of inlined calls");
         command
-            ->add_flag("--no-inlines", options.noInlines,
-                       "Name the function that the code was compiled into, not the one that was inlined there")
+            .add_flag("--no-inlines", options.noInlines,
+                      "Name the function that the code was compiled into, not the one that was inlined there")
             ->excludes(inlines);
-        command->add_flag("-C,--demangle", m_demangleStyle, "Demangle function names");
-        command->add_flag("-a,--addresses", options.addresses, "Show addresses");
-        command->add_flag("-p,--pretty-print", options.pretty, "One line an address");
-        command->add_flag("-s,--basenames", options.baseNames, "Strip directories from file names");
-        command->add_option("ADDR", options.words, "Hexadecimal addresses; from standard input if there are none")
+        classic(command.add_flag("-C,--demangle", m_demangleStyle,
+                                 "Demangle function names, in this style: auto, gnu-v3, none"))
+            ->check(CLI::Validator(
+                [](std::string const& style) {
+                    return style == "true" || k_demangleStyles.count(style) != 0
+                               ? std::string()
+                               : style + ": give one of auto, gnu-v3, none";
+                },
+                ""));
+        addFlag("-a,--addresses", options.addresses, "Show addresses");
+        addFlag("-p,--pretty-print", options.pretty, "One line an address");
+        addFlag("-s,--basenames", options.baseNames, "Strip directories from file names");
+        classic(command.add_option("-j,--section", options.section, "Addresses count from the start of this section"))
+            ->type_name("NAME");
+        classic(command.add_option("-b,--target", m_target, "Format of the module; the file itself tells"))
+            ->type_name("FORMAT")
+            ->check(CLI::Validator(
+                [](std::string const& name) {
+                    return k_targets.count(name) != 0 ? std::string()
+                                                      : name + ": is no format of a module that orv reads";
+                },
+                ""));
+        char const* const recursion = "Accepted: demangling is always bounded";
+        classic(command.add_flag("-r,--no-recurse-limit,--no-recursion-limit", recursion));
+        classic(command.add_flag("-R,--recurse-limit,--recursion-limit", recursion));
+        command
+            .add_option("ADDR", options.words,
+                        "Hexadecimal addresses or names of symbols; from standard input if there are none")
             ->type_name("");
     }
 
@@ -189,6 +267,7 @@ private:
         command->add_option("--file", options.file, "Lines of this file: a path, or the end of one")->type_name("NAME");
         command->add_option("--range", options.range, "Addresses to show, hexadecimal; either side may be missing")
             ->check(CLI::Validator(checkRange, "FROM:TO"));
+        command->add_flag("--all", options.all, "Show rows of size 0 too");
         command->add_option("--unit", options.unit, "Lines of this unit, by its id")
             ->check(CLI::Validator(checkAddress, "ID"));
         addModule(command);
@@ -236,10 +315,12 @@ private:
         command->add_option("ADDR", m_words, "Hexadecimal numbers")->required()->type_name("");
     }
 
+    bool m_isAddr2line;
     CLI::App m_app{"ORV names what stands at an address of a module."};
     CommonOptions m_common;
     std::string m_module;
-    std::string m_demangleStyle;
+    std::string m_demangleStyle; ///< "true" for none in particular.
+    std::string m_target;
     SymbolizeOptions m_symbolize;
     SymbolsOptions m_symbols;
     LinesOptions m_lines;
@@ -253,9 +334,14 @@ private:
 } // namespace
 
 int main(int argc, char** argv) {
+    constexpr std::string_view k_classicName = "addr2line";
+    std::string_view const name = argc > 0 ? argv[0] : "";
+    bool const isAddr2line =
+        name.size() >= k_classicName.size() && name.substr(name.size() - k_classicName.size()) == k_classicName;
     int status = k_exitFailure;
     try {
-        status = CommandLine().run(argc, argv);
+        CommandLine line(isAddr2line ? CommandLine::Name::Addr2line : CommandLine::Name::Orv);
+        status = line.run({argv + std::min(argc, 1), argv + argc});
     } catch (std::exception const& error) {
         std::fflush(stdout);
         std::fprintf(stderr, "orv: %s\n", error.what());

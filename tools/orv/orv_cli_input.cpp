@@ -1,4 +1,4 @@
-#include "orv_cli_words.h"
+#include "orv_cli_input.h"
 
 #include "orv_cli_output.h"
 
@@ -10,20 +10,10 @@ namespace {
 
 constexpr std::size_t k_chunkSize = std::size_t{1} << 18;
 
-std::string_view firstWord(std::string_view line) {
-    constexpr std::string_view k_blanks = " \t\r\v\f";
-    std::size_t const begin = line.find_first_not_of(k_blanks);
-    if (begin == std::string_view::npos) {
-        return {};
-    }
-    line.remove_prefix(begin);
-    return line.substr(0, line.find_first_of(k_blanks));
-}
-
 } // namespace
 
-bool InputWords::next(std::vector<std::string_view>& words) {
-    words.clear();
+bool InputLines::next(std::vector<std::string_view>& lines) {
+    lines.clear();
     m_buffer.erase(0, m_position);
     m_position = 0;
     for (std::size_t scanned = 0; m_buffer.find('\n', scanned) == std::string::npos && !m_isAtEnd;) {
@@ -32,17 +22,17 @@ bool InputWords::next(std::vector<std::string_view>& words) {
     }
     std::string_view const text(m_buffer);
     for (std::size_t end = text.find('\n'); end != std::string_view::npos; end = text.find('\n', m_position)) {
-        words.push_back(firstWord(text.substr(m_position, end - m_position)));
+        lines.push_back(text.substr(m_position, end - m_position));
         m_position = end + 1;
     }
     if (m_isAtEnd && m_position < text.size()) {
-        words.push_back(firstWord(text.substr(m_position)));
+        lines.push_back(text.substr(m_position));
         m_position = text.size();
     }
-    return !words.empty();
+    return !lines.empty();
 }
 
-void InputWords::fill() {
+void InputLines::fill() {
     finishOutput();
     std::size_t const size = m_buffer.size();
     m_buffer.resize(size + k_chunkSize);

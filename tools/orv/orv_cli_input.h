@@ -1,4 +1,4 @@
-/// Words that come in by standard input.
+/// Lines that come in by standard input.
 #pragma once
 
 #include <string>
@@ -7,12 +7,12 @@
 
 namespace orv_cli {
 
-/// The first word of each line, in batches: as many as have come in. Output is flushed before we wait for more, so that
+/// Lines in batches: as many as have come in. Output is flushed before we wait for more, so that
 /// a tool may hold a conversation with us, and no more often than that.
-class InputWords {
+class InputLines {
 public:
-    /// False at the end of the input. The words are valid until the next call.
-    bool next(std::vector<std::string_view>& words);
+    /// False at the end of the input. They are valid until the next call.
+    bool next(std::vector<std::string_view>& lines);
 
 private:
     void fill();
