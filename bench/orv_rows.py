@@ -88,7 +88,7 @@ def expected(module):
 
 def ours(module):
     rows = collections.defaultdict(list)
-    for line in output(ORV, "lines", "--json", module).splitlines():
+    for line in output(ORV, "lines", "--all", "--json", module).splitlines():
         row = json.loads(line)
         rows[row["file"]].append((int(row["start"], 16), int(row["end"], 16), row["line"], row["column"],
                                   row["discriminator"]))

@@ -1,5 +1,6 @@
-/// An ELF module through every query of its bank.
+/// An ELF module through every query of its bank; a relocatable one also as the client lays it out.
 
+#include "orv_cli_laid_out.h"
 #include "orv_fuzz_input.h"
 
 #include <cstdlib>
@@ -67,6 +68,11 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
         ask(*bank, data, size);
     } else if (status != status_BadFileFormat) {
         std::abort();
+    }
+    // A relocatable file also as the client lays it out.
+    SymMgrObjectPtr<IModuleImage> const image = orv_cli::laidOutImage(file.path(), arch_Unknown);
+    if (image && IModuleSymbolBank::create(bank, image, nullptr, true, "") == status_Ok) {
+        ask(*bank, data, size);
     }
     return 0;
 }

@@ -9,9 +9,10 @@ import tempfile
 
 HERE = pathlib.Path(__file__).resolve().parent
 FIXTURES = HERE.parent / "fixtures"
-sys.path[:0] = [str(HERE.parent.parent / "bench")]
+sys.path[:0] = [str(HERE.parent.parent / "bench"), str(HERE.parent / "support")]
 import orv_compare
 import orv_programs
+import orv_tools
 
 REQUIRED = 99.5
 REQUIRED_CHAINS = 99
@@ -55,10 +56,12 @@ def many_units(folder, count=300):
 
 
 def main():
+    orv_tools.need("llvm-symbolizer", "addr2line")
     failed = False
     with tempfile.TemporaryDirectory() as folder:
         folder = pathlib.Path(folder)
-        work = list(programs(folder)) + [("c-many-units", many_units(folder))]
+        work = [(name, command) for name, command in [*programs(folder), ("c-many-units", many_units(folder))]
+                if orv_tools.can(name, *command)]
 
         def build(job):
             name, command = job

@@ -7,12 +7,14 @@ import tempfile
 
 HERE = pathlib.Path(__file__).resolve().parent
 FIXTURES = HERE.parent / "fixtures"
-sys.path[:0] = [str(HERE.parent.parent / "bench")]
+sys.path[:0] = [str(HERE.parent.parent / "bench"), str(HERE.parent / "support")]
 import orv_programs
 import orv_rows
+import orv_tools
 
 
 def main():
+    orv_tools.need("llvm-dwarfdump")
     failed = False
     with tempfile.TemporaryDirectory() as folder:
         folder = pathlib.Path(folder)
@@ -22,6 +24,8 @@ def main():
                                ("clang4", "clang++", "-gdwarf-4", "-O2", template),
                                ("c3", "gcc", "-gdwarf-3", "-O2", *shapes), ("clang2", "clang", "-gdwarf-2", "-O1", *shapes),
                                ("fortran", "gfortran", "-gdwarf-4", "-O2", FIXTURES / "solver.f90")):
+            if not orv_tools.can(name, *command):
+                continue
             subprocess.run([*command, "-o", folder / name], check=True, cwd=folder)
             failed |= orv_rows.check(folder / name)
     sys.exit(1 if failed else 0)

@@ -5,8 +5,10 @@ import subprocess
 import sys
 import tempfile
 
-sys.path[:0] = [str(pathlib.Path(__file__).resolve().parent.parent.parent / "bench")]
+HERE = pathlib.Path(__file__).resolve().parent
+sys.path[:0] = [str(HERE.parent.parent / "bench"), str(HERE.parent / "support")]
 import orv_sweep
+import orv_tools
 
 SAMPLE = 60
 
@@ -42,6 +44,8 @@ def built_files(folder):
         ("arm", "arm-linux-gnueabi-ld", "-e", "first", "arm.o"),
         ("module.ko", "ld", "-r", "64.o"),
     ]:
+        if not orv_tools.can(name, *command):
+            continue
         subprocess.run([*command, "-o", name], cwd=folder, check=True, capture_output=True)
         yield str(folder / name)
 

@@ -7,6 +7,9 @@ import subprocess
 import sys
 import tempfile
 
+sys.path[:0] = [str(pathlib.Path(__file__).resolve().parent.parent / "support")]
+import orv_tools
+
 ORV = os.environ["ORV"]
 SOURCE = pathlib.Path(__file__).resolve().parent.parent / "fixtures" / "frames.c"
 failures = []
@@ -63,6 +66,8 @@ def main():
                 ("clang", ["-gdwarf-2", "-O0"], False),
                 ("clang", ["-gdwarf-3", "-O0"], False)):
             program = pathlib.Path(folder) / f"frames-{compiler}{''.join(flags)}"
+            if not orv_tools.can(program.name, compiler, *flags):
+                continue
             subprocess.run([compiler, *flags, "-no-pie", "-fno-stack-protector", "-o", program, SOURCE], check=True)
             check(program, uses_cfa)
         # DWARF 4 has no place for any of them, and says so.

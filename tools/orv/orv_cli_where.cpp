@@ -24,9 +24,11 @@ unsigned int digitOf(char c) {
                                   : 16;
 }
 
-bool isPartOfName(std::string_view text) {
-    return !text.empty() && (std::isalnum(static_cast<unsigned char>(text[0])) != 0 || text[0] == '_' ||
-                             text[0] == '.' || text[0] == '$' || text[0] == '@');
+/// Behind digits: what makes a name of them, or an offset from one.
+bool mayBelongToName(std::string_view text) {
+    constexpr std::string_view k_marks = "_.$@+";
+    return !text.empty() &&
+           (std::isalnum(static_cast<unsigned char>(text[0])) != 0 || k_marks.find(text[0]) != std::string_view::npos);
 }
 
 /// A signed number behind blanks, as strtoull takes it; 0 where there is none.
@@ -124,12 +126,14 @@ void WordReader::read(std::string_view word, Query& query) {
     std::string_view behind;
     bool const isNumber = readHex(number, query.value, behind);
     // A name may begin with digits.
-    if ((!isNumber || isPartOfName(behind)) && readName(text, query)) {
+    if ((!isNumber || mayBelongToName(behind)) && readName(text, query)) {
         return;
     }
     query.isUnderstood = isNumber || number.empty(); // an empty line counts as address 0
     query.value &= m_mask;
-    place(query);
+    if (query.isUnderstood) {
+        place(query);
+    }
 }
 
 bool WordReader::readName(std::string_view word, Query& query) {

@@ -35,6 +35,7 @@ std::map<std::string, int> const k_logLevels = {
     {"trace", 0}, {"info", 20000}, {"warn", 30000}, {"error", 40000}, {"off", 60000},
 };
 
+constexpr char k_anyStyle[] = "true"; // of a flag without value
 std::set<std::string> const k_demangleStyles = {"auto", "gnu-v3", "none"};
 
 /// Object formats by the names that binutils has for them. The file itself tells which it is.
@@ -183,7 +184,11 @@ private:
     }
 
     int runSymbolize() {
-        m_symbolize.demangle = !m_demangleStyle.empty() && m_demangleStyle != "none";
+        // The flag alone asks for it in the style that was named last, if any was.
+        m_symbolize.demangle = !m_demangleStyles.empty();
+        for (std::string const& style : m_demangleStyles) {
+            m_symbolize.demangle = style == "none" ? false : style == k_anyStyle ? m_symbolize.demangle : true;
+        }
         m_symbolize.isAddr2line = m_isAddr2line;
         return symbolize(m_symbolize, m_common);
     }
@@ -210,11 +215,11 @@ private:
             .add_flag("--no-inlines", options.noInlines,
                       "Name the function that the code was compiled into, not the one that was inlined there")
             ->excludes(inlines);
-        classic(command.add_flag("-C,--demangle", m_demangleStyle,
+        classic(command.add_flag("-C,--demangle", m_demangleStyles,
                                  "Demangle function names, in this style: auto, gnu-v3, none"))
             ->check(CLI::Validator(
                 [](std::string const& style) {
-                    return style == "true" || k_demangleStyles.count(style) != 0
+                    return style == k_anyStyle || k_demangleStyles.count(style) != 0
                                ? std::string()
                                : style + ": give one of auto, gnu-v3, none";
                 },
@@ -319,7 +324,7 @@ private:
     CLI::App m_app{"ORV names what stands at an address of a module."};
     CommonOptions m_common;
     std::string m_module;
-    std::string m_demangleStyle; ///< "true" for none in particular.
+    std::vector<std::string> m_demangleStyles; ///< In the order of the command line.
     std::string m_target;
     SymbolizeOptions m_symbolize;
     SymbolsOptions m_symbols;
