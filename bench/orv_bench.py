@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The ORV authors
 """Measures the client against its peers on the same work, side by side in one run.
 
     orv_bench.py ORV

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Prints the heap that a module's bank takes: orv_bench_heap MODULE [ROWS]
 ///
 /// Sections that are held as they are in the file are told apart from what is made of them. ROWS, the rows

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// What the library's own operations cost, on this program itself and on synthetic tables.
 
 #include "orv/orv.h"

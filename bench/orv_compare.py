@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The ORV authors
 """Our answers beside those of llvm-symbolizer and addr2line, over every function of a module.
 
     orv_compare.py MODULE            agreement, and the first differences

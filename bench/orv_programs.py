@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The ORV authors
 """Builds the programs that the benchmarks ask about: template-heavy C++ in as many units as are wanted.
 
     orv_programs.py FOLDER COMPILER UNITS [COPIES]

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The ORV authors
 """Every row of a module, as llvm-dwarfdump prints it and as `orv lines` gives it out, file by file.
 
     orv_rows.py MODULE...

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The ORV authors
 """Every defined function symbol of the system's files is what the bank finds at its address.
 
     orv_sweep.py              everything, which takes a while

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Bounded reading of bytes that came from a file.
 ///
 ///     ByteCursor cursor(data, size);

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Iterators over the loaders' own maps and vectors. Neither keeps its collection alive.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Singly linked lists for keys that mostly arrive in ascending order.
 ///
 ///     SortList<unsigned long, PairItem<unsigned long, unsigned long>,

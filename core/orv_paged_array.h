@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// An array of small values by a number that is dense as a rule.
 ///
 ///     PagedArray<Entry*> byCode;

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Records of one type, allocated in chunks and freed together.
 #pragma once
 

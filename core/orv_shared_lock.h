@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Locks for objects that are too many, or too seldom shared, for one of their own.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// What happens inside is told to one log4cplus logger named "ORV".
 ///
 ///     status_t SymbolManager::load(char const* name) {

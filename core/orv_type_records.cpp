@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// The run-time type records of all interfaces that clients meet, in one place: those whose
 /// implementation is elsewhere too, so that a client's type tests agree with the library's.
 

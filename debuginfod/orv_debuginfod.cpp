@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 #include "orv/orv_debuginfod.h"
 
 #include "orv/orv_debugroots.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// The reader of DWARF debug information, versions 2 to 4.
 ///
 /// A load reads the header and the top of every unit, and hands each function, label and static variable

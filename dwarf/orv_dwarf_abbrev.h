@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Abbreviation tables (DWARF version 4, 7.5.3): what stands in an entry, by its code.
 #pragma once
 

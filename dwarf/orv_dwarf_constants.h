@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Numbers of the DWARF format (DWARF version 4, section 7) that the reader knows by name.
 #pragma once
 

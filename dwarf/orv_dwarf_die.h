@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Debugging information entries (DWARF version 4, section 2).
 ///
 /// No tree of entries is kept. What passes over thousands of them takes the attributes that it needs

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Inlined bodies (DWARF version 4, 3.3.8).
 ///
 /// Each is a scope of its own inside the function that it was inlined into, with a symbol named after the

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Where the inlined bodies of a function stand, level by level.
 ///
 ///     std::unique_ptr<InlineIndex> const index = InlineIndex::read(function);

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// The line resolver of DWARF: source files, and the runs of the units' line programs.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Where a local variable lives, for the handful of forms that one relative to a frame has (DWARF version 4,
 /// 2.5 and 2.6). No evaluator of expressions: only the first operation of one counts.
 #pragma once

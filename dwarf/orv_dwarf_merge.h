@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// How a symbol of debug information takes in others that start where it does.
 #pragma once
 

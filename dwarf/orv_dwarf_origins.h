@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// What entries learn from their origins: an inlined body has its name from the function that was inlined.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// What a unit's producer text tells of the compiler, and the merging of option texts.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Range lists (DWARF version 4, 2.17.3).
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// What a type comes to for a variable of it: its size, and whether it is an integer or a structure.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Compilation units (DWARF version 4, 3.1.1 and 7.5.1.1).
 ///
 /// A unit knows where its entries stand and how to read them, what its own entry tells of language and

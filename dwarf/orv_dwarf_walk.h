@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// The walk over the entries of a unit that makes symbols of them.
 ///
 ///     DieTreeWalk walk(loader, {table, filter, parent});

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 #include "dwarf/orv_dwarf_walker.h"
 
 #include "core/orv_trace.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// The byte walker over a debug section.
 ///
 ///     DwarfWalker walker(data, size, 8);

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 #include "dwarf/orv_stackframe.h"
 
 namespace ORV_3_30 {

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// One ELF file: header, loadable program headers, section headers and the sections that the system
 /// cares about (System V ABI, "Object Files"). 32-bit and 64-bit files come to one form.
 ///

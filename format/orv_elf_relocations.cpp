@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 #include "format/orv_elf_relocations.h"
 
 #include "core/orv_cursor.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Relocation sections of an ELF file (System V ABI, "Relocation"), and the thunks that they reveal.
 #pragma once
 

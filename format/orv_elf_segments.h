@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// How segments and sections of an ELF file come into being, and which sections lie in a segment.
 #pragma once
 

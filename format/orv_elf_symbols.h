@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Raw symbols of an ELF file (System V ABI, "Symbol Table").
 #pragma once
 

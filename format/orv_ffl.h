@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// The frame of all file format loaders: segments, sections, fresh reads and the cache of debug info
 /// loaders.
 ///

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// The loader of ELF files: programs, shared objects, relocatable files, kernel images.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 #include "format/orv_section.h"
 
 #include "core/orv_cursor.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Sections and segments as the format loaders hold and hand them out.
 ///
 /// Names are the loader's: a file with many sections may name them all by one long string, which

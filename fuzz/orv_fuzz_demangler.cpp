@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Mangled names through all forms, and any text as if it were a demangled one.
 
 #include "platform/orv_demangled_parts.h"

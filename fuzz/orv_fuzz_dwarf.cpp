@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// DWARF as a whole: an ELF program round debug sections that are the input's, through every query.
 ///
 /// The input is a row of sections: a byte for which, two for the length, the bytes.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// An ELF module through every query of its bank; a relocatable one also as the client lays it out.
 
 #include "orv_cli_laid_out.h"

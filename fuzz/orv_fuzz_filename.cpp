@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Paths of both syntaxes through every operation of the parser.
 
 #include "image/orv_filename.h"

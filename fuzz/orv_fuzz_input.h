@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// What the fuzz targets that need a module share: a file in memory, and all questions about its bank.
 #pragma once
 

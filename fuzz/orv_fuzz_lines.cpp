@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Line programs: the input is the line section of a module whose one unit names offset 0 of it.
 
 #include "orv_fuzz_input.h"

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The ORV authors
 """Writes the seeds of a fuzz target into a folder: orv_seeds.py TARGET FOLDER.
 
 They are built from text, so that nobody has to trust bytes that nobody can make again."""

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Files and directories of the operating system.
 ///
 ///     File file("/bin/ls");

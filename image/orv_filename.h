@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Paths taken apart by rule. Debug information records the paths of the machine that built the
 /// module, so the rules come in two syntaxes, whatever the host is.
 ///

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// What the file system says about paths. Nothing here throws or logs.
 #pragma once
 

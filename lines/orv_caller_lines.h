@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Lines as the function that was asked about sees them.
 ///
 /// Code that was inlined into a function carries the lines of the inlined source, while a question

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// The frame that every debug information format fills.
 ///
 /// A format derives its loader from DebugInfoLoader, which puts symbols into the module's table, and

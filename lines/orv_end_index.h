@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Finds what reaches beyond an address among things that are sorted by their start.
 ///
 ///     EndIndex index;

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// The rows of a line table as they are stored: flat, in the order of arrival.
 ///
 /// A line program gives rows that follow one another, each ending where the next begins. Such a chain

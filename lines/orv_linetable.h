@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// The one store of address to line knowledge of a module, whatever the debug format.
 ///
 ///     SymMgrObjectPtr<LineTable> table(new LineTable(loader, resolver, nullptr));

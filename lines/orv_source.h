@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// What a client gets from a line question: files, places in them, and places with an address range.
 #pragma once
 

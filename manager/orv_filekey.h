@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// A file as it stands on disk: what makes two loads of a module the same load.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Whether the ranges of a symbol cover given stretches of a module.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// The process-wide manager, which shares loaders and banks between loads.
 ///
 /// Two locks: managerLock guards the singleton and counts the manager. loaderLock guards the two

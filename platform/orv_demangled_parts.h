@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// A demangled name taken apart: return type, qualified name, parameter list, what follows.
 ///
 ///     std::string text = "void ns::f<int>(int) [clone .cold]";

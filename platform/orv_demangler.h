@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Forms of a symbol's name, as the closed demangler companion declares them.
 ///
 /// Our stand-in works on the C++ runtime's demangler (Itanium C++ ABI, 5.1 "External Names"):

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 #include "platform/orv_log_setup.h"
 
 #include <log4cplus/initializer.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Set-up of a component's logger, as the closed logging companion declares it.
 ///
 /// Our stand-in leaves the logger to inherit level and appenders from the tool's configuration,

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// How long the demangled form of a name can become.
 ///
 /// A mangled name refers back to what it has spelled out (Itanium C++ ABI, 5.1.8 "Compression"), so

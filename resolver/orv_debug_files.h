@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// The files that may hold the DWARF of an ELF module: a companion that the build id names, a companion that
 /// .gnu_debuglink names, the module itself.
 ///

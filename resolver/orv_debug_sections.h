@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// What a module says of its companion: the build id note and .gnu_debuglink.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 #include "symbols/orv_globalscope.h"
 
 #include "lines/orv_dil.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// The root of a module's scopes, and the one entry to the loading of symbols.
 #pragma once
 

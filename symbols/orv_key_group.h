@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// What starts at one key of a symbol table, where that is much.
 ///
 /// Linkers leave the debug information of code that they drop at address 0, by the tens of thousands. What

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// The boundary addresses of a symbol table in order, each with the records that start there.
 ///
 ///     KeyIndex keys;

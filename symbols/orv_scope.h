@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Scopes: stretches of address space with an owner.
 ///
 /// One GlobalScope stands at the root of a module, a SymbolScope for each symbol beneath it, nested

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 #include "symbols/orv_scope_iterators.h"
 
 #include "symbols/orv_symbolrange.h"

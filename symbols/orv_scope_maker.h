@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Who makes the scopes of symbols that came into a table without one.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// The class chain of symbols.
 ///
 /// A symbol belongs to a scope, which knows its ranges. Tens of thousands of them are made in a

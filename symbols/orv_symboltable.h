@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// The heart of address lookup: ranges that overlap in any way, and which of them wins where.
 ///
 /// Every start of a range is a key, and so is every boundary that a loader adds. What is alive at a

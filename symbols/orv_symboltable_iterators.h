@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Iterators over a symbol table.
 ///
 /// They hold addresses and not positions, so that a load between two steps can't lead them astray:

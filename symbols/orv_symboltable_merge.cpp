@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// What becomes of a newcomer to the symbol table that starts where others do.
 
 #include "symbols/orv_symboltable.h"

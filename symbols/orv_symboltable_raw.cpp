@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// How the symbol table takes in the raw symbols of a file: tens of thousands at once.
 
 #include "symbols/orv_symboltable.h"

@@ -1,4 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// ORV, the symbol manager: the chief header. Include this one and link with -lorv.
+///
+/// C++14 and later. The namespace bears the version of the interfaces; orv is a name for it that stays.
 #pragma once
 
 #include "orv/orv_address.h"
@@ -22,3 +26,5 @@
 #include "orv/orv_symbolfileresolver.h"
 #include "orv/orv_symbolmanager.h"
 #include "orv/orv_symbolrange.h"
+
+namespace orv = ORV_3_30;

@@ -1,8 +1,14 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// A place in one module.
 ///
 /// Pseudo address: the address as the module's own headers lay it out. RVA: the distance from the
-/// preferred load address. pseudo address = preferred load address + RVA. A client that holds a run
-/// time address subtracts the real load base and asks by RVA.
+/// preferred load address. pseudo address = preferred load address + RVA.
+///
+/// A client that holds an address of a running program asks by its place in the file, which is right for every module,
+/// position independent or not, wherever it was loaded. map: the line of /proc/PID/maps that holds pc.
+///
+///     bank->addressByFileOffset(pc - map.start + map.offset, address);
 #pragma once
 
 #include "orv/orv_object.h"

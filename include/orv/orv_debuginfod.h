@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// A resolver that asks debuginfod servers for companions. In a library of its own: link with -lorv_debuginfod.
 ///
 ///     DebugRootsResolver local;

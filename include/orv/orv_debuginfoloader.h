@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// The two interfaces behind which every debug information format stands, and the line table.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// A ready resolver that looks for companions where distributions put them.
 ///
 ///     DebugRootsResolver resolver;                       // /usr/lib/debug

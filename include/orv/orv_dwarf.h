@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// What the DWARF reader shares with clients that decode entries themselves.
 #pragma once
 

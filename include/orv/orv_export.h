@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Marks what a client may link against. Everything else stays inside the library.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// What a file format knows of a module: its layout, its bytes, its raw symbols and the files that
 /// may hold its debug information.
 #pragma once

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// The interfaces that others refer to by name. Their visibility must be known before a template is
 /// made of them, so all headers have these from here.
 #pragma once

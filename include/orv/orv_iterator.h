@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// The iterator through which every collection reaches a client.
 ///
 ///     for (auto symbol = it->current(); symbol; symbol = it->current()) {

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Where a module's bytes come from, its architecture and its format.
 #pragma once
 
@@ -24,7 +26,9 @@ enum exec_format_t : unsigned int {
     exec_format_Vex = 4 ///< GPU kernel binary.
 };
 
-/// The bytes of one module: a whole file or a slice of one.
+/// The bytes of one module: a whole file or a slice of one. A client may make its own: fileName must then name a file
+/// that is there, and is what the module's path, its companions and the sharing of loads go by, while all of the module's
+/// headers, symbols and debug information come from read.
 /// No lock: an image belongs to one thread at a time.
 class ORV_API IModuleImage : public ISymMgrObject {
 public:

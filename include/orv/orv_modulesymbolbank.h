@@ -1,9 +1,14 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// All questions about one module.
 ///
 ///     SymMgrObjectPtr<IAddress> address;
-///     bank->addressByRVA(pc - loadBase, address);
+///     bank->addressByFileOffset(pc - map.start + map.offset, address); // map: the line of /proc/self/maps
 ///     SymMgrObjectPtr<ISymbolRange> range;
-///     if (bank->symbolRangeByAddress(address.get(), range, symbol_kind_Function, nullptr) == status_Ok)
+///     status_t status = bank->symbolRangeByAddress(address.get(), range, symbol_kind_Function, nullptr);
+///     if (failed(status)) // said once
+///         status = bank->symbolRangeByAddress(address.get(), range, symbol_kind_Function, nullptr);
+///     if (status == status_Ok)
 ///         std::puts(range->symbol()->demangledName(0));
 #pragma once
 
@@ -37,7 +42,8 @@ protected:
 /// the bank. Nothing that it hands out may be used after the bank is gone.
 ///
 /// Symbols are read on the first query that needs their kind. A failure of that load is what the
-/// query returns. Every query that allocates may return status_OutOfMemory.
+/// query returns, once: debug information that can't be read (status_UnsupportedFileVersion for a DWARF version above 4,
+/// today's default of compilers) is dropped, and from the next query on ELF symbols answer. Every query that allocates may return status_OutOfMemory.
 class ORV_API IModuleSymbolBank : public ISymMgrObject {
 public:
     /// The bank of an image that the client made. The statuses of ISymbolManager's loads.

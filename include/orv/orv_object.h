@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Reference counting: the root interface, the counter, the two bases and the smart pointer.
 ///
 ///     SymMgrObjectPtr<ISymbolManager> manager;       // holds nothing

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Scopes and the symbol table under them.
 ///
 ///     SymMgrObjectPtr<ISymbolTable> table = ISymbolTable::create(nullptr);

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Source files, places in them and compilation units, as line questions hand them out.
 #pragma once
 

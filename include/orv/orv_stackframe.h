@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Registers of a stack frame, set by the client before it asks for a stack variable.
 ///
 ///     SymMgrObjectPtr<IStackFrameContext> frame = IStackFrameContext::create();

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Status values, the one way in which the library tells success from failure.
 ///
 ///     status_t status = manager->loadSymbolsFromModule(name, nullptr, bank, arch_Unknown, false, "");

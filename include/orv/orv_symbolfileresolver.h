@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Which file holds a module's symbols: the candidates, and who decides.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// The client's first object: turns the file name of a module into its bank.
 ///
 ///     SymMgrObjectPtr<ISymbolManager> manager;

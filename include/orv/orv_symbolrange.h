@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// The answer to the question of what stands at an address.
 #pragma once
 
@@ -51,6 +53,8 @@ protected:
     ~IRanges() = default;
 };
 
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wnon-virtual-dtor" // its table of operations ends with getRange
 /// IRanges over a vector of (start, end) pairs, which it does not own. A null vector is empty.
 class ORV_API RangesAdapter : public IRanges {
 public:
@@ -63,5 +67,6 @@ public:
 private:
     std::vector<std::pair<unsigned long long, unsigned long long>> const* m_ranges;
 };
+#pragma GCC diagnostic pop
 
 } // namespace ORV_3_30

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The ORV authors
 """The command line client on programs built here: its answers, its manners, its exit statuses."""
 
 import json

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The ORV authors
 """Stripped modules and their companions: whatever way a companion is found, the answers are those of the module as it
 was built; debuginfod servers of every temper."""
 

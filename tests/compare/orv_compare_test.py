@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The ORV authors
 """Our lines and functions against llvm-symbolizer and addr2line, on programs built here."""
 
 import concurrent.futures

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The ORV authors
 """Every row of programs built here, as llvm-dwarfdump has it."""
 
 import pathlib

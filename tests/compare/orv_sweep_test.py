@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The ORV authors
 """The functions of a sample of the system's files, and of kinds of file that it has none of, as readelf has them."""
 
 import pathlib

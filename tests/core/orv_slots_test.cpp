@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// The order of operations is a promise to clients that were compiled long ago. A pointer to a
 /// virtual member holds its place in the table (Itanium C++ ABI, 2.3): this test reads it out.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 #include "core/orv_trace.h"
 #include "support/orv_test_support.h"
 

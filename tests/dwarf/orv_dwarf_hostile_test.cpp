@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Real debug information with bytes cut off and flipped: whatever comes of it, every question has an answer
 /// and the module stays usable. The sanitizers are the judges.
 

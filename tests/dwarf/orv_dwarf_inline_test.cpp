@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Inlined bodies: when they are made, what they know of their calls, which of them wins.
 
 #include "dwarf/orv_dwarf_constants.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Stack variables: each form of a location, types and members, from assembler text.
 
 #include "dwarf/orv_dwarf_constants.h"

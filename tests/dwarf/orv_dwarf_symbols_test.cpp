@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Units, entries and the symbols that come of them, from assembler text.
 
 #include "dwarf/orv_dwarf_constants.h"

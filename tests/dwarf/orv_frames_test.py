@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The ORV authors
 """Stack variables of running programs: they tell registers and addresses, and we name what is there."""
 
 import json

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 #include "format/orv_ffl.h"
 #include "format/orv_section.h"
 #include "lines/orv_dil.h"

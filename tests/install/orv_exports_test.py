@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The ORV authors
 """The dynamic symbols of the built library against the list that clients rely on."""
 
 import os

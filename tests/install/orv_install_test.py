@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The ORV authors
 """Installs into a folder, and builds the example against it by CMake package and by pkg-config."""
 
 import os
@@ -20,13 +22,47 @@ with tempfile.TemporaryDirectory() as folder:
     prefix = pathlib.Path(folder) / "prefix"
     run(cmake, "--install", build, "--prefix", str(prefix))
     lib = next(prefix.glob("lib*/**/liborv.so")).parent
-    for wanted in ["include/orv/orv.h", "bin/orv", "share/man/man1/orv.1", "share/bash-completion/completions/orv"]:
+    for wanted in ["include/orv/orv.h", "bin/orv", "bin/orv-addr2line", "share/man/man1/orv.1", "share/doc/orv/LICENSE",
+                   "share/doc/orv/addr2line.md", "share/bash-completion/completions/orv"]:
         assert (prefix / wanted).exists(), wanted
 
+    # Each header stands alone, in every standard that is promised, and is silent.
+    headers = sorted((prefix / "include/orv").glob("*.h"))
+    for standard in ("c++14", "c++20"):
+        for header in headers:
+            run(cxx, f"-std={standard}", "-Wall", "-Wextra", "-Wpedantic", "-Wnon-virtual-dtor", "-Werror", "-fsyntax-only",
+                f"-I{prefix / 'include'}", "-x", "c++", "-", input=f"#include <orv/{header.name}>\n")
+
+    def configure(source, into, find=None, *more):
+        """A project with the example, told in another way where the library is."""
+        source = pathlib.Path(source)
+        if find is not None:
+            source.mkdir()
+            (source / "CMakeLists.txt").write_text(
+                f"cmake_minimum_required(VERSION 3.25)\nproject(p LANGUAGES C CXX)\nset(CMAKE_CXX_STANDARD 17)\n{find}\n")
+        return subprocess.run([cmake, "-G", "Ninja", "-S", str(source), "-B", str(into), f"-DCMAKE_PREFIX_PATH={prefix}",
+                               f"-DCMAKE_CXX_COMPILER={cxx}", *more], capture_output=True, text=True).returncode == 0
+
     by_cmake = pathlib.Path(folder) / "by-cmake"
-    run(cmake, "-G", "Ninja", "-S", str(examples / "installed"), "-B", str(by_cmake), f"-DCMAKE_PREFIX_PATH={prefix}",
-        f"-DCMAKE_CXX_COMPILER={cxx}")
+    assert configure(examples / "installed", by_cmake)
     run(cmake, "--build", str(by_cmake))
+    for number, (find, is_found) in enumerate((
+            ("find_package(orv REQUIRED)", True), ("find_package(orv 3.30 EXACT REQUIRED)", True),
+            ("find_package(orv 3.29 REQUIRED)", False), ("find_package(orv 3.31 REQUIRED)", False),
+            ("find_package(orv 4 REQUIRED)", False), ("find_package(orv COMPONENTS nosuch REQUIRED)", False),
+            ("find_package(orv COMPONENTS debuginfod REQUIRED)\nget_target_property(x orv::orv_debuginfod LOCATION)", True))):
+        assert configure(f"{folder}/p{number}", f"{folder}/b{number}", find) == is_found, find
+    # Without the library for servers the package is whole.
+    for left in [*lib.glob("cmake/orv/orvDebuginfod*"), *lib.glob("liborv_debuginfod*")]:
+        left.unlink()
+    assert configure(f"{folder}/p", f"{folder}/b", "find_package(orv REQUIRED)\nget_target_property(x orv::orv LOCATION)")
+    assert not configure(f"{folder}/q", f"{folder}/c", "find_package(orv COMPONENTS debuginfod REQUIRED)")
+    # Below a project of its own.
+    root = examples.parent
+    assert configure(f"{folder}/r", f"{folder}/d", f"add_subdirectory({root} orv)\nadd_executable(x {examples}/orv_name_address.cpp)"
+                     "\ntarget_link_libraries(x orv::orv)")
+    targets = run(cmake, "--build", f"{folder}/d", "--target", "help")
+    assert "orv_client" not in targets and "orv_tests" not in targets
 
     flags = run("pkg-config", "--cflags", "--libs", "orv", env={**os.environ, "PKG_CONFIG_PATH": str(lib / "pkgconfig")})
     by_pkg_config = pathlib.Path(folder) / "by-pkg-config"
@@ -39,6 +75,19 @@ with tempfile.TemporaryDirectory() as folder:
         env = {**os.environ, "LD_LIBRARY_PATH": str(lib)}
         answer = run(str(program), str(lib / "liborv.so"), address, env=env)
         assert answer == "ORV_3_30::toUString(ORV_3_30::status_t)+0x0\n", answer
-    client = run(str(prefix / "bin/orv"), "symbolize", "-fe", str(lib / "liborv.so"), address)
-    assert client == f"{name}\n??:?\n", client
+    env = {**os.environ, "LD_LIBRARY_PATH": str(lib)}
+    for client in (["orv", "symbolize"], ["orv-addr2line"]):
+        answer = run(str(prefix / "bin" / client[0]), *client[1:], "-fe", str(lib / "liborv.so"), address, env=env)
+        assert answer == f"{name}\n??:?\n", answer
+
+    # The static library, with what it needs; of this build's objects.
+    run(cmake, "--build", build, "--target", "orv_static")
+    static = pathlib.Path(folder) / "static"
+    flags = run("pkg-config", "--static", "--libs", "log4cplus", "zlib").split()
+    named = run("pkg-config", "--static", "--libs", "orv", env={**os.environ, "PKG_CONFIG_PATH": str(lib / "pkgconfig")}).split()
+    assert set(flags) <= set(named), (flags, named)
+    run(cxx, "-std=c++17", str(examples / "orv_name_address.cpp"), f"-I{prefix / 'include'}", "-o", str(static),
+        f"{build}/liborv.a", *(flag for flag in named if flag != "-lorv"))
+    answer = run(str(static), str(lib / "liborv.so"), address)
+    assert answer == "ORV_3_30::toUString(ORV_3_30::status_t)+0x0\n", answer
 print("installed, and built both ways")

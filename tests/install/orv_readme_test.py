@@ -1,4 +1,6 @@
-"""What the README shows works: its client code runs, and its command lines succeed."""
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The ORV authors
+"""What the documents show works: client code runs, command lines succeed, and what they point at is there."""
 
 import os
 import pathlib
@@ -13,25 +15,49 @@ cxx = os.environ.get("CXX", "g++")
 root = pathlib.Path(__file__).resolve().parents[2]
 readme = (root / "README.md").read_text()
 
+MAIN = """
+extern "C" void asked_for() {}
+int main() {
+    unsigned long long const pc = reinterpret_cast<unsigned long long>(&asked_for);
+    std::FILE* const maps = std::fopen("/proc/self/maps", "r");
+    char line[1024];
+    while (std::fgets(line, sizeof(line), maps) != nullptr) {
+        Map map = {};
+        if (std::sscanf(line, "%llx-%llx %*s %llx %*s %*s %511s", &map.start, &map.end, &map.offset, map.path) == 4 &&
+            map.start <= pc && pc < map.end) {
+            name(pc, map);
+        }
+    }
+}
+"""
+
 with tempfile.TemporaryDirectory() as folder:
     folder = pathlib.Path(folder)
     code = re.search(r"```cpp\n(.*?)```", readme, re.S)[1]
     includes = [line for line in code.splitlines() if line.startswith(("#include", "using"))]
     body = [line for line in code.splitlines() if line not in includes]
     (folder / "prog.cpp").write_text("\n".join(
-        ["#include <cstdio>", *includes, "static void name(unsigned long long pc, unsigned long long loadBase) {", *body,
-         "}", "int main() { name(0x5000, 0); }", ""]))
-    subprocess.run([cxx, "-std=c++17", "-Wall", "-Werror", "-gdwarf-4", f"-I{root / 'include'}", "-no-pie", "-o", folder / "prog",
-                    folder / "prog.cpp", lib, f"-Wl,-rpath,{lib.parent}"], check=True)
-    subprocess.run([folder / "prog"], check=True)
+        ["#include <cinttypes>", "#include <cstdio>", "#include <cstring>", *includes,
+         "struct Map { unsigned long long start, end, offset; char path[512]; };",
+         "static void name(unsigned long long pc, Map const& map) {", *body, "}", MAIN]))
+    # Whatever the program is made like, it names a function of its own.
+    for flags in (["-gdwarf-4"], ["-g"], ["-g", "-no-pie"], ["-std=c++14"], ["-gdwarf-4", "-no-pie"]):
+        subprocess.run([cxx, "-std=c++17", *flags, "-Wall", "-Werror", f"-I{root / 'include'}", "-o", folder / "prog",
+                        folder / "prog.cpp", lib, f"-Wl,-rpath,{lib.parent}"], check=True)
+        said = subprocess.run([folder / "prog"], check=True, capture_output=True, text=True).stdout
+        assert said == "asked_for\n", (flags, said)
+    (folder / "orv-addr2line").symlink_to(orv)
 
     commands = re.search(r"## On the command line\n\n```\n(.*?)```", readme, re.S)[1]
+    commands += re.search(r"\.SH EXAMPLES\n\.nf\n(.*?)\.fi", (root / "docs/orv.1").read_text(), re.S)[1]
+    (folder / "addresses").write_text("main\n")
     lines = [part.strip() for line in commands.splitlines() for part in line.split("#")[0].split(";")]
     for line in filter(None, lines):
-        assert line.startswith("orv "), line
+        assert line.startswith(("orv ", "orv-addr2line ")), line
         subprocess.run(line, shell=True, check=True, cwd=folder, stdout=subprocess.DEVNULL,
-                       env={**os.environ, "PATH": f"{orv.parent}:{os.environ['PATH']}"})
+                       env={**os.environ, "PATH": f"{folder}:{orv.parent}:{os.environ['PATH']}"})
     print(f"{len(lines)} commands")
-for name in re.findall(r"\]\(([^)#:]+)\)", readme):
-    assert (root / name).exists(), name
+for document in [root / "README.md", *root.glob("docs/*.md")]:
+    for name in re.findall(r"\]\(([^)#:]+)\)", document.read_text()):
+        assert (document.parent / name).exists(), (document, name)
 sys.exit(0)

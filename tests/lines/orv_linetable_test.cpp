@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// The line table against a plain model: boundaries, each with the list of the rows that are open there, as
 /// its rules describe it.
 

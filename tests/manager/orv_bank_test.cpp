@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 #include "manager/orv_range_cover.h"
 #include "support/orv_elf_builder.h"
 #include "support/orv_test_support.h"

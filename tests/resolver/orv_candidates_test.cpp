@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// The candidates for a module's debug information: what they find, what they accept, and who decides.
 
 #include "support/orv_assembler.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Modules made of assembler text, so that a test shows the debug information that it is about.
 ///
 ///     DwarfText text;

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Builds small ELF files field by field, so that a test shows the bytes that it is about.
 ///
 ///     ElfBuilder elf(ElfClass::Elf64);

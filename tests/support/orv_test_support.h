@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// What tests need of the world: temporary files, captured log records, stand-ins for loaders.
 #pragma once
 

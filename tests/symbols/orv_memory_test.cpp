@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Memory runs out at each point of a load in turn. What was asked for fails with a status, and what
 /// is asked afterwards finds nothing broken: the sanitizers watch.
 

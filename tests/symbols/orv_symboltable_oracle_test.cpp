@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// The symbol table against a plain model: every answer worked out from the rules over a flat list of
 /// all ranges, for thousands of random ranges that overlap, nest, coincide or have no extent.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// Eight threads at once, on the same modules and on different ones. ThreadSanitizer is the judge.
 
 #include "support/orv_assembler.h"

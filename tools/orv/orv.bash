@@ -1,7 +1,9 @@
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The ORV authors
 # Bash completion for orv.
 _orv() {
     local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD-1]}
-    local common="--json --arch --no-debug-info --debug-root --debuginfod --symbol-file --log-level --version --help"
+    local common="--json --arch --no-debug-info --debug-root --debuginfod --symbol-file --quiet --log-level --version --help"
     local commands="symbolize info candidates symbols sections segments address units files lines function inlines stackvar"
     local command="" word
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
@@ -27,10 +29,10 @@ _orv() {
     if [[ $cur == -* ]]; then
         local own=""
         case $command in
-            symbolize) own="-e --exe -f --functions -i --inlines --no-inlines -C --demangle -a --addresses -p --pretty-print -s --basenames" ;;
+            symbolize) own="-e --exe -f --functions -i --inlines --no-inlines -C --demangle -a --addresses -p --pretty-print -s --basenames -j --section -b --target -r -R" ;;
             symbols) own="--kind --range --disjoint -C --demangle" ;;
             address) own="--rva --file-offset" ;;
-            lines) own="--file --range --unit" ;;
+            lines) own="--file --range --unit --all" ;;
             stackvar) own="--pc --sp --fp" ;;
         esac
         COMPREPLY=($(compgen -W "$own $common" -- "$cur"))

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// candidates: the files that may hold a module's debug information, and why each was taken or not.
 
 #include "orv_cli_commands.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// The commands. Each returns the exit status, and throws Failure for a module that can't be loaded.
 #pragma once
 

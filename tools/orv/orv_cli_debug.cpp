@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// units, files and lines: what the debug information says of itself.
 
 #include "orv_cli_debug.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// The debug information of a module below the bank: units, source files and rows of the line table.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 #include "orv_cli_find.h"
 
 #include "orv_cli_progress.h"

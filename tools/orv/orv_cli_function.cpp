@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// function: one function as a person wants to see it.
 
 #include "orv_cli_commands.h"

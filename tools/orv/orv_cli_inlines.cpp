@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// inlines: the tree of inlined calls of a function.
 
 #include "orv_cli_commands.h"

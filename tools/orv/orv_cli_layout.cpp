@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// info, sections and segments: what the headers of a module say.
 
 #include "orv_cli_commands.h"

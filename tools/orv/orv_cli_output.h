@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// How the commands print: columns for people, one JSON object a line for scripts.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// stackvar: which local variable owns a stack address.
 
 #include "orv_cli_commands.h"

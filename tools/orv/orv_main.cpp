@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
 /// The command line client: arguments in, exit status out. 0 success, 1 failure, 2 wrong usage. Under a name that ends
 /// in addr2line it is the command symbolize, with addr2line's exit statuses: 1 for wrong usage, 0 for words that mean
 /// nothing.

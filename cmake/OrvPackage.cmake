@@ -1,0 +1,70 @@
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The ORV authors
+# Debian packages, one for each component that is installed.
+set(ORV_DEB_VERSION ${PROJECT_VERSION})
+set(ORV_SO ${PROJECT_VERSION})
+set(ORV_CONTACT "The ORV authors <orv@localhost>")
+
+# orv_package(COMPONENT NAME SECTION SUMMARY DESCRIPTION [DEPENDS])
+macro(orv_package component name section summary description)
+    string(TOUPPER ${component} upper)
+    set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${name})
+    set(CPACK_DEBIAN_${upper}_FILE_NAME DEB-DEFAULT)
+    set(CPACK_DEBIAN_${upper}_PACKAGE_SECTION ${section})
+    set(CPACK_COMPONENT_${upper}_DESCRIPTION "${summary}\n${description}")
+    if(${ARGC} GREATER 5)
+        set(CPACK_DEBIAN_${upper}_PACKAGE_DEPENDS "${ARGV5}")
+    endif()
+    # What every package has to say of its origin.
+    set(doc ${PROJECT_BINARY_DIR}/package/${name})
+    configure_file(cmake/copyright.in ${doc}/copyright @ONLY)
+    configure_file(cmake/changelog.in ${doc}/changelog @ONLY)
+    execute_process(COMMAND gzip -9nf ${doc}/changelog)
+    install(FILES ${doc}/copyright ${doc}/changelog.gz DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${name}
+            COMPONENT ${component}-package EXCLUDE_FROM_ALL)
+    list(APPEND CPACK_COMPONENTS_ALL ${component} ${component}-package)
+    # Both go into one package.
+    set(CPACK_COMPONENT_${upper}_GROUP ${component})
+    string(TOUPPER ${component}-package upper_package)
+    set(CPACK_COMPONENT_${upper_package}_GROUP ${component})
+    set(CPACK_COMPONENT_GROUP_${upper}_DESCRIPTION "${summary}\n${description}")
+endmacro()
+
+set(CPACK_COMPONENTS_ALL)
+orv_package(runtime liborv${ORV_SO} libs "symbol manager for analysis tools"
+    "Reads compiled modules and names what stands at an address: functions,\nsource lines, inlined calls and local variables. This is the library.")
+orv_package(dev liborv-dev libdevel "symbol manager for analysis tools, to build against"
+    "Headers, CMake package and pkg-config file of liborv, and its documents."
+    "liborv${ORV_SO} (= ${ORV_DEB_VERSION})")
+if(ORV_BUILD_CLIENT)
+    orv_package(client orv devel "names what stands at an address of a module"
+        "Command line client of liborv. orv-addr2line takes the place of addr2line\nin scripts."
+        "liborv${ORV_SO} (= ${ORV_DEB_VERSION})")
+    set(CPACK_DEBIAN_CLIENT_PACKAGE_SUGGESTS "liborv-debuginfod${ORV_SO}")
+endif()
+if(ORV_BUILD_DEBUGINFOD)
+    orv_package(debuginfod liborv-debuginfod${ORV_SO} libs "symbol manager for analysis tools, with debuginfod"
+        "Asks debuginfod servers for the debug information of stripped modules, for\nliborv and its client."
+        "liborv${ORV_SO} (= ${ORV_DEB_VERSION})")
+    orv_package(debuginfod-dev liborv-debuginfod-dev libdevel
+        "symbol manager for analysis tools, with debuginfod, to build against"
+        "Header and pkg-config file of liborv_debuginfod."
+        "liborv-dev (= ${ORV_DEB_VERSION}), liborv-debuginfod${ORV_SO} (= ${ORV_DEB_VERSION})")
+endif()
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME orv)
+set(CPACK_PACKAGE_VENDOR "The ORV authors")
+set(CPACK_PACKAGE_CONTACT "${ORV_CONTACT}")
+set(CPACK_PACKAGE_VERSION ${ORV_DEB_VERSION})
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY "=")
+set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+include(CPack)
