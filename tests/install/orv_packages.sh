@@ -27,7 +27,7 @@ done
 
 cmake -S "$tests/../../examples/installed" -B "$root/build" -DCMAKE_PREFIX_PATH="$root/usr" >/dev/null
 cmake --build "$root/build"
-address=$(nm -D --defined-only "$lib/liborv.so" | awk '/toUString/ { print $1; exit }')
+address=$(nm -D --defined-only "$lib/liborv.so" | awk '/toUString/ && !found++ { print $1 }')
 answer=$("$root/build/orv_name_address" "$lib/liborv.so" "$address")
 [[ $answer == "ORV_3_30::toUString(ORV_3_30::status_t)+0x0" ]] || fail "the example says $answer"
 [[ $("$root/usr/bin/orv" --version) == "orv "* ]] || fail "orv does not start"
