@@ -55,6 +55,7 @@ class Module:
         self.machine = fields.get("  Machine", "").strip()
         self.data = fields.get("  Data", "")
         self.sections = []
+        self.names = {}  # by number
         for line in run("readelf", "-SW", path).stdout.splitlines():
             head, _, rest = line.partition("]")
             number = head.strip(" [")
@@ -63,6 +64,7 @@ class Module:
                 continue
             if columns[0] in ("NULL", "PROGBITS", "NOBITS", "NOTE", "STRTAB"):
                 columns.insert(0, "")
+            self.names[number] = columns[0]
             self.sections.append((columns[0], columns[1], int(columns[2], 16), int(columns[4], 16),
                                   columns[6] if not columns[6].isdigit() else ""))
         self.loads = []
@@ -139,17 +141,28 @@ def check(path, totals, failures):
     functions = [s for s in candidates if s[2] == "FUNC" and module.is_code(s[0])]
     if not functions:
         return
+    # In a relocatable file an address counts in its section.
+    def place(symbol):
+        return ("" if module.loads else symbol[4], symbol[0])
+
     at = collections.defaultdict(list)
+    by_section = collections.defaultdict(list)
     for symbol in candidates:
-        at[symbol[0]].append(symbol)
-    answers = run(ORV, "symbolize", *NO_COMPANIONS, "-f", "-e", path, text_in="".join(f"{s[0]:x}\n" for s in functions)).stdout
-    names = answers.split("\n")[::2]
-    for symbol, name in zip(functions, names):
+        at[place(symbol)].append(symbol)
+    for symbol in functions:
+        by_section[place(symbol)[0]].append(symbol)
+    answers = []
+    for section, inside in by_section.items():
+        where = ["-j", module.names[section]] if section.isdigit() else []
+        text = "".join(f"{symbol[0]:x}\n" for symbol in inside)
+        names = run(ORV, "symbolize", *NO_COMPANIONS, *where, "-f", "-e", path, text_in=text).stdout.split("\n")[::2]
+        answers += zip(inside, names)
+    for symbol, name in answers:
         totals["functions"] += 1
         if name == symbol[5]:
             totals["found by name"] += 1
             continue
-        rule = why_lost(symbol, name, at[symbol[0]])
+        rule = why_lost(symbol, name, at[place(symbol)])
         if rule is None:
             failures.append(f"{path}: {symbol[0]:#x}: {symbol[5]} expected, {name} found")
         else:

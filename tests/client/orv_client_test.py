@@ -282,6 +282,67 @@ def check_commands(folder, symbols):
         expect("32 bits", run("symbolize", "-a", "-e", str(folder / "p32.o"), "10").stdout, "0x00000010\n??:?\n")
 
 
+COLD_SOURCE = """
+#include <cstdio>
+#include <string>
+static inline int tripled(int x) { volatile int y = x; return y * 3; }
+extern "C" __attribute__((noinline)) int divided(int n)
+{
+    if (n > 100) throw std::string("too many");
+    return std::printf("%d", tripled(n)) / 2;
+}
+int main(int argc, char**) { return divided(argc); }
+"""
+
+
+def check_cold_parts(folder):
+    """A function is entered where its symbol starts, not at its cold part, which lies in front."""
+    (folder / "cold.cpp").write_text(COLD_SOURCE)
+    program = str(folder / "cold")
+    subprocess.run(["g++", "-O2", "-gdwarf-4", "-o", program, folder / "cold.cpp"], check=True)
+    symbols = {line.split()[2]: int(line.split()[0], 16) for line in
+               subprocess.run(["nm", program], capture_output=True, text=True).stdout.splitlines() if len(line.split()) == 3}
+    expect("the cold part lies in front", symbols["divided.cold"] < symbols["divided"], True)
+    shown = json.loads(run("function", "--json", program, "divided").stdout)
+    expect("entry", [int(part["start"], 16) for part in shown["ranges"] if part["entry"]], [symbols["divided"]])
+    marked = [line for line in run("function", program, "divided").stdout.splitlines() if "entered here" in line]
+    expect("entry for people", [f"{symbols['divided']:x}" in line for line in marked], [True])
+    expect("inlines", run("inlines", program, "divided").stdout.split()[1], f"{symbols['divided']:#x},")
+    rows = [json.loads(line) for line in run("lines", "--json", program).stdout.splitlines()]
+    everything = run("lines", "--json", "--all", program).stdout.splitlines()
+    expect("rows without size", (all(row["start"] != row["end"] for row in rows), len(rows) < len(everything)), (True, True))
+
+
+def check_stripped(folder):
+    """A stripped module says once what was sought for it; the module's layout needs none of that."""
+    def said(*arguments):
+        return run(*arguments).stderr
+
+    program, bare, named = str(folder / "d4"), str(folder / "bare"), str(folder / "named")
+    subprocess.run(["strip", "-o", bare, program], check=True)
+    subprocess.run(["strip", "-g", "-o", named, program], check=True)
+    (folder / "debug").mkdir()
+    (folder / "debug" / "named.debug").write_text("another build")
+    subprocess.run(["objcopy", f"--add-gnu-debuglink={folder}/debug/named.debug", named], check=True)
+    notes = subprocess.run(["readelf", "-n", program], capture_output=True, text=True).stdout
+    build_id = re.search(r"Build ID: (\w+)", notes)[1]
+    expect("build id", json.loads(run("info", "--json", program).stdout)["build_id"], build_id)
+    expect("no build id", json.loads(run("info", "--json", str(folder / "both.o")).stdout)["build_id"], None)
+    for arguments in (["symbolize", "-fe", bare, "0", "1"], ["symbols", bare], ["info", bare], ["lines", bare], ["files", bare]):
+        text = said(*arguments)
+        expect(f"{arguments} says once", (text.count("\n"), build_id[2:] in text, "/usr/lib/debug" in text,
+                                          f"'orv candidates {bare}'" in text), (1, True, True, True))
+    text = said("symbolize", "-e", named, "0")
+    expect("a debug link", (text.count("\n"), "named.debug" in text, "beside the module" in text), (1, True, True))
+    (folder / "named.debug").write_text("a third build")
+    expect("a wrong companion", "another CRC" in said("symbolize", "-e", named, "0"), True)
+    for arguments in (["symbolize", "--quiet", "-e", bare, "0"], ["sections", bare], ["segments", bare], ["symbols", str(folder / "p")],
+                      ["symbols", "--no-debug-info", bare], ["symbolize", "-e", program, "main"]):
+        expect(f"{arguments} says nothing", said(*arguments), "")
+    text = said("symbolize", "--debug-root", str(folder / "nowhere"), "-e", program, "main")
+    expect("no such root", text, f"orv: --debug-root {folder}/nowhere: no such folder\n")
+
+
 def check_manners(folder):
     program = str(folder / "p")
     (folder / "text").write_text("no module\n")
@@ -306,6 +367,8 @@ def check_manners(folder):
         expect(f"orv {arguments}", (result.returncode, "orv " in result.stdout), (0, True))
         if len(arguments) == 2:
             expect(f"example in {arguments}", "Example:\n" in result.stdout, True)
+    for arguments in [["--help"], ["info", "--help"]]:
+        expect("usage", [line.split()[1] for line in run(*arguments).stdout.splitlines() if line.startswith("Usage:")], ["orv"])
     expect("version", run("--version").stdout, "orv 3.30\n")
     expect("version behind a command", run("info", "--version").stdout, "orv 3.30\n")
     expect("quiet by default", run("info", program).stderr, "")
@@ -324,6 +387,8 @@ with tempfile.TemporaryDirectory() as name:
     check_inlines(folder)
     check_overlaps(folder)
     check_commands(folder, symbols)
+    check_cold_parts(folder)
+    check_stripped(folder)
     check_manners(folder)
 for failure in failures:
     print("FAILED", failure)

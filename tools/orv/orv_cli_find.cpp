@@ -5,6 +5,7 @@
 #include "orv_cli_progress.h"
 
 #include <algorithm>
+#include <unordered_set>
 
 namespace orv_cli {
 namespace {
@@ -13,8 +14,11 @@ constexpr auto k_allKinds = static_cast<symbol_kind_t>(symbol_kind_Function | sy
                                                        symbol_kind_Other | symbol_kind_FunctionAlt);
 constexpr auto k_functionKinds = static_cast<symbol_kind_t>(symbol_kind_Function | symbol_kind_FunctionAlt);
 
-bool hasName(ISymbol& symbol, std::string const& name) {
-    return name == symbol.name() || name == symbol.shortName() || name == symbol.demangledName(0);
+enum class Match { None, Short, Whole };
+
+Match matchOf(ISymbol& symbol, std::string const& name) {
+    bool const isWhole = name == symbol.name() || name == symbol.demangledName(0);
+    return isWhole ? Match::Whole : name == symbol.shortName() ? Match::Short : Match::None;
 }
 
 } // namespace
@@ -39,15 +43,23 @@ std::vector<SymMgrObjectPtr<ISymbolRange>> rangesOf(ISymbol& symbol) {
 std::vector<SymMgrObjectPtr<ISymbolRange>> findFunctions(Module& module, std::string const& word) {
     Progress const progress("reading " + module.name());
     std::vector<SymMgrObjectPtr<ISymbolRange>> found;
+    // A function may come with each of its ranges, and as an ELF symbol of one of them.
+    std::unordered_set<unsigned long long> starts;
+    Match best = Match::Short; // who has the whole name goes before those that have it in short
     Ranges ranges;
     module.load([&] { return module.bank().originalSymbolRanges(ranges, k_functionKinds, nullptr, nullptr); });
     for (auto range = ranges ? ranges->current() : SymMgrObjectPtr<ISymbolRange>(); range; range = ranges->current()) {
-        bool isKnown = false;
-        for (auto const& earlier : found) {
-            isKnown |= earlier->symbol() == range->symbol(); // another range of the same one
+        Match const match = matchOf(*range->symbol(), word);
+        if (match > best) {
+            found.clear();
+            starts.clear();
+            best = match;
         }
-        if (!isKnown && hasName(*range->symbol(), word)) {
+        if (match == best && starts.insert(startOf(*range)).second) {
             found.push_back(range);
+            for (auto const& part : rangesOf(*range->symbol())) {
+                starts.insert(startOf(*part));
+            }
         }
         ranges->next();
     }
