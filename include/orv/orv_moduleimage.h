@@ -27,9 +27,8 @@ enum exec_format_t : unsigned int {
 };
 
 /// The bytes of one module: a whole file or a slice of one. A client may make its own: fileName must then name a file
-/// that is there, and is what the module's path, its companions and the sharing of loads go by, while all of the module's
-/// headers, symbols and debug information come from read.
-/// No lock: an image belongs to one thread at a time.
+/// that is there, and is what the module's path, its companions and the sharing of loads go by, while all of the
+/// module's headers, symbols and debug information come from read. No lock: an image belongs to one thread at a time.
 class ORV_API IModuleImage : public ISymMgrObject {
 public:
     /// Makes the image for a file name. Null for a null name. A file that can't be opened still

@@ -42,8 +42,9 @@ protected:
 /// the bank. Nothing that it hands out may be used after the bank is gone.
 ///
 /// Symbols are read on the first query that needs their kind. A failure of that load is what the
-/// query returns, once: debug information that can't be read (status_UnsupportedFileVersion for a DWARF version above 4,
-/// today's default of compilers) is dropped, and from the next query on ELF symbols answer. Every query that allocates may return status_OutOfMemory.
+/// query returns, once: debug information that can't be read (status_UnsupportedFileVersion for a DWARF version above
+/// 4, today's default of compilers) is dropped, and from the next query on ELF symbols answer. Every query that
+/// allocates may return status_OutOfMemory.
 class ORV_API IModuleSymbolBank : public ISymMgrObject {
 public:
     /// The bank of an image that the client made. The statuses of ISymbolManager's loads.
