@@ -13,7 +13,7 @@ unsigned int RefCountHelper::addRef() {
 
 unsigned int RefCountHelper::release() {
     // The object may go while the lock is held, and this helper with it: what is needed afterwards
-    // is copied first. The lock itself is not part of the object.
+    // is copied first. The lock itself is not part of the object, and stays if the object does.
     struct Unlocker {
         ILock* lock;
         ILock* owned = nullptr;
@@ -33,12 +33,11 @@ unsigned int RefCountHelper::release() {
     if (count != 0) {
         return count;
     }
-    if (m_ownsLock) {
-        unlocker.owned = m_lock;
-    }
+    ILock* const owned = m_ownsLock ? m_lock : nullptr;
     if (m_observer != nullptr) {
         m_observer->onDelete();
     }
+    unlocker.owned = owned;
     return 0;
 }
 

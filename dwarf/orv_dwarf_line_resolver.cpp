@@ -20,7 +20,7 @@ unsigned long long checksumOf(std::string_view path) {
 
 } // namespace
 
-void DWARFLineResolver::open() { m_lineTable = new LineTable(m_loader->moduleLoader(), this, &m_tableLock); }
+void DWARFLineResolver::open() { m_lineTable = new LineTable(m_loader->moduleLoader(), this); }
 
 // --- Files
 

@@ -79,7 +79,6 @@ private:
     status_t runAll(Scope* scope);
 
     DWARFDebugInfoLoader* m_loader; ///< Not counted: it owns the resolver.
-    OrvLock m_tableLock;            ///< Of the table's count.
     OrvLock m_runLock;
     SymMgrObjectPtr<LineTable> m_lineTable;
     std::atomic<bool> m_isComplete{false};                  ///< All programs have been run.

@@ -105,9 +105,14 @@ ElfHelper::ElfHelper(SymMgrObjectPtr<IModuleImage> image) : m_fileImage(std::mov
     m_valid = readProgramHeaders() && readSectionHeaders();
 }
 
+bool ElfHelper::readImage(std::uint64_t offset, std::uint64_t size, void* out) const {
+    std::lock_guard<std::mutex> const guard(m_imageLock);
+    return m_fileImage->read(offset, size, out) == size;
+}
+
 bool ElfHelper::readHeader() {
     unsigned char bytes[sizeof(Elf64_Ehdr)] = {};
-    if (!ORV_ASSERT(m_fileImage->read(0, EI_NIDENT, bytes) == EI_NIDENT, "false")) {
+    if (!ORV_ASSERT(readImage(0, EI_NIDENT, bytes), "false")) {
         return false;
     }
     unsigned char const fileClass = bytes[EI_CLASS];
@@ -117,7 +122,7 @@ bool ElfHelper::readHeader() {
     }
     m_is64 = fileClass == ELFCLASS64;
     std::size_t const headerSize = m_is64 ? sizeof(Elf64_Ehdr) : sizeof(Elf32_Ehdr);
-    if (!ORV_ASSERT(m_fileImage->read(0, headerSize, bytes) == headerSize, "false")) {
+    if (!ORV_ASSERT(readImage(0, headerSize, bytes), "false")) {
         return false;
     }
     std::memcpy(m_header.e_ident, bytes, EI_NIDENT);
@@ -136,7 +141,7 @@ bool ElfHelper::readTable(std::uint64_t offset, unsigned int count, unsigned int
         return false;
     }
     out.resize(size);
-    return m_fileImage->read(offset, size, out.data()) == size;
+    return readImage(offset, size, out.data());
 }
 
 bool ElfHelper::readProgramHeaders() {
@@ -186,8 +191,8 @@ bool ElfHelper::readSectionHeaders() {
         }
     }
     if (m_header.e_shstrndx != SHN_UNDEF) {
-        m_sectionNames = readSectionBytes(m_header.e_shstrndx);
-        if (m_sectionNames.bytes == nullptr) {
+        m_sectionNames = std::make_shared<SectionBytes const>(readSectionBytes(m_header.e_shstrndx));
+        if (m_sectionNames->bytes == nullptr) {
             ORV_ERROR("Failed to read string table for file" << m_fileImage->fileName());
             return false;
         }
@@ -265,7 +270,7 @@ bool ElfHelper::classifySection(unsigned int index) {
             if (role.index == k_noSection && matches(pattern, name)) {
                 role.index = index;
                 if (pattern.role <= k_lastDataRole) {
-                    role.data = new ElfSectionData(index, this);
+                    role.hold(new ElfSectionData(index, this));
                 }
                 isKnown = true;
                 break;
@@ -294,9 +299,11 @@ char const* ElfHelper::sectionName(unsigned int index) const {
 }
 
 char const* ElfHelper::sectionName(Elf64_Shdr const& header) const {
-    bool const isNamed = m_sectionNames.bytes != nullptr && header.sh_name < m_sectionNames.size;
-    return isNamed ? reinterpret_cast<char const*>(m_sectionNames.bytes.get()) + header.sh_name : "";
+    bool const isNamed = m_sectionNames && m_sectionNames->bytes != nullptr && header.sh_name < m_sectionNames->size;
+    return isNamed ? reinterpret_cast<char const*>(m_sectionNames->bytes.get()) + header.sh_name : "";
 }
+
+SectionName ElfHelper::heldName(Elf64_Shdr const& header) const { return {m_sectionNames, sectionName(header)}; }
 
 unsigned int ElfHelper::relocationSectionOf(unsigned int index) const {
     auto const* const item = m_relocationSections.find(index);
@@ -321,7 +328,7 @@ SectionBytes ElfHelper::readSectionBytes(unsigned int index) const {
         return {};
     }
     SectionBytes raw = allocateSectionBytes(section->sh_size);
-    if (!ORV_ASSERT(m_fileImage->read(section->sh_offset, raw.size, raw.bytes.get()) == raw.size, "false")) {
+    if (!ORV_ASSERT(readImage(section->sh_offset, raw.size, raw.bytes.get()), "false")) {
         return {};
     }
     SectionBytes uncompressed;
@@ -332,14 +339,6 @@ SectionBytes ElfHelper::readSectionBytes(unsigned int index) const {
         return uncompressed;
     }
     return raw;
-}
-
-bool ElfHelper::readSectionPart(unsigned int index, std::uint64_t offset, std::uint64_t size,
-                                unsigned char* out) const {
-    Elf64_Shdr const* const section = sectionHeader(index);
-    return section != nullptr && contains(m_fileSize, section->sh_offset, section->sh_size) &&
-           contains(section->sh_size, offset, size) &&
-           m_fileImage->read(section->sh_offset + offset, size, out) == size;
 }
 
 void ElfHelper::copySymbolTablesFrom(ElfHelper const& other) {
@@ -360,8 +359,9 @@ void ElfHelper::copySymbolTablesFrom(ElfHelper const& other) {
             new ElfSectionData(other.readSectionBytes(other.m_roles[symbols].index), delta));
         SymMgrObjectPtr<ISectionData> const names(
             new ElfSectionData(other.readSectionBytes(other.m_roles[strings].index), delta));
-        m_roles[symbols].data = table;
-        m_roles[strings].data = names;
+        // Who sees the symbols sees their names.
+        m_roles[strings].hold(names.get());
+        m_roles[symbols].hold(table.get());
     };
     adopt(role_Symtab, role_Strtab);
     adopt(role_Dynsym, role_Dynstr);

@@ -8,10 +8,11 @@
 ///     if (helper->isCodeAddress(address)) ...
 ///
 /// Immutable once built, but for the reset for files without loadable segments, which the owner does before it
-/// shares the helper, and the adopted symbol tables, which come in under the lock that symbols are read under.
+/// shares the helper, and the adopted symbol tables, which a load sees whole or not at all.
 #pragma once
 
 #include "core/orv_list.h"
+#include "core/orv_shared_object.h"
 #include "format/orv_section_data.h"
 #include "orv/orv_moduleimage.h"
 
@@ -20,11 +21,13 @@
 #include <cstdint>
 #include <elf.h>
 #include <map>
+#include <memory>
+#include <mutex>
 #include <vector>
 
 namespace ORV_3_30 {
 
-class ElfHelper final : public SymMgrObjectImpl {
+class ElfHelper final : public SharedObject<SymMgrObjectImpl> {
 public:
     class IProgramHeadersCallback {
     public:
@@ -94,9 +97,11 @@ public:
     /// Never null; empty where the section has no name.
     char const* sectionName(unsigned int index) const;
     char const* sectionName(Elf64_Shdr const& header) const;
+    /// The same, for as long as anybody holds it.
+    SectionName heldName(Elf64_Shdr const& header) const;
 
     /// The data of a role, null where the file lacks it. Always null for roles held as indices.
-    ISectionData* sectionData(Role role) const { return m_roles[role].data.get(); }
+    ISectionData* sectionData(Role role) const { return m_roles[role].shown.load(std::memory_order_acquire); }
     /// Index of a role's section; k_noSection where the file lacks it.
     unsigned int sectionIndex(Role role) const { return m_roles[role].index; }
     /// The relocation section that applies to a section; k_noSection where there is none.
@@ -108,11 +113,9 @@ public:
 
     /// The bytes of a section, uncompressed; none if they lie beyond the file. Throws std::bad_alloc.
     SectionBytes readSectionBytes(unsigned int index) const;
-    /// Copies part of a section as it stands in the file, for readers that pass over it once. False
-    /// if the part lies outside the section or the file.
-    bool readSectionPart(unsigned int index, std::uint64_t offset, std::uint64_t size, unsigned char* out) const;
 
-    /// Takes the symbol tables of a companion file in place of those that this file lacks.
+    /// Takes the symbol tables of a companion file in place of those that this file lacks. One thread at a time; others
+    /// may read.
     void copySymbolTablesFrom(ElfHelper const& other);
 
     /// Gives a file without loadable segments its base and its code and data from two sections.
@@ -136,7 +139,13 @@ private:
     using RelocationSections = SortList<unsigned long, PairItem<unsigned long, unsigned long>,
                                         ListRemover<PairItem<unsigned long, unsigned long>>>;
     struct RoleSection {
+        void hold(ISectionData* section) {
+            data = section;
+            shown.store(section, std::memory_order_release);
+        }
+
         SymMgrObjectPtr<ISectionData> data;
+        std::atomic<ISectionData*> shown{nullptr}; ///< The same, for those who read while a table is adopted.
         unsigned int index = k_noSection;
     };
     static constexpr unsigned int k_lastDataRole = role_DebugLoc;
@@ -151,11 +160,15 @@ private:
     void indexRelocationSections();
     bool liesInOneLoad(Elf64_Shdr const& section, Elf64_Shdr const& next) const;
 
+    /// All that is read goes through here, one thread at a time: an image may be a client's.
+    bool readImage(std::uint64_t offset, std::uint64_t size, void* out) const;
+
     SymMgrObjectPtr<IModuleImage> m_fileImage;
+    mutable std::mutex m_imageLock;
     std::uint64_t m_fileSize = 0;
     Elf64_Ehdr m_header{};
     std::vector<Elf64_Shdr> m_sectionHeaders;
-    SectionBytes m_sectionNames;
+    std::shared_ptr<SectionBytes const> m_sectionNames; ///< Sections that clients hold share them.
     bool m_is64 = false;
     bool m_valid = false;
     std::vector<Elf64_Phdr> m_loadableHeaders;

@@ -89,7 +89,7 @@ SymMgrObjectPtr<ISection> ELFSectionIterator::current() {
     if (header == nullptr) {
         return {};
     }
-    return SymMgrObjectPtr<ISection>(new Section(m_helper->sectionName(m_index), m_owner.get(), header->sh_addr,
+    return SymMgrObjectPtr<ISection>(new Section(m_helper->heldName(*header), m_owner.get(), header->sh_addr,
                                                  header->sh_offset + m_helper->image()->imageOffset(), header->sh_size,
                                                  emptyInFileByFlag(*header)));
 }

@@ -13,7 +13,6 @@ namespace {
 
 constexpr unsigned int k_machineWithWideSymbols = 31;
 constexpr unsigned int k_wideSymbolExtra = 4;
-constexpr std::uint64_t k_pieceEntries = 2048;
 
 /// What becomes of a symbol type. Types without a row are always passed over.
 struct TypeRule {
@@ -44,60 +43,21 @@ bool readElfSymbol(bool is64, unsigned char const* data, std::uint64_t size, std
            cursor.read(out.st_other) && cursor.read(out.st_shndx);
 }
 
-ElfSymbolEntries::ElfSymbolEntries(ElfHelper const& helper, ElfHelper::Role role)
-    : m_helper(helper), m_index(helper.sectionIndex(role)),
-      m_entrySize(helper.is64() ? sizeof(Elf64_Sym) : sizeof(Elf32_Sym)) {
-    if (helper.header().e_machine == k_machineWithWideSymbols) {
-        m_entrySize += k_wideSymbolExtra;
-    }
-    if (Elf64_Shdr const* const header = helper.sectionHeader(m_index)) {
-        m_size = header->sh_size;
-        return;
-    }
-    ISectionData& adopted = *helper.sectionData(role);
-    m_piece = adopted.data();
-    m_size = m_pieceSize = m_piece != nullptr ? adopted.size() : 0;
-}
-
-bool ElfSymbolEntries::next(Elf64_Sym& out) {
-    if (!contains(m_pieceSize, m_at, m_entrySize) && !fill()) {
-        return false;
-    }
-    bool const isRead = readElfSymbol(m_helper.is64(), m_piece, m_pieceSize, m_at, out);
-    m_at += m_entrySize;
-    return isRead;
-}
-
-bool ElfSymbolEntries::fill() {
-    std::uint64_t const next = m_position + m_pieceSize;
-    std::uint64_t const left = m_size > next ? (m_size - next) / m_entrySize * m_entrySize : 0;
-    if (m_index == k_noSection || left == 0) {
-        return false;
-    }
-    m_buffer.resize(std::min(left, k_pieceEntries * m_entrySize));
-    if (!m_helper.readSectionPart(m_index, next, m_buffer.size(), m_buffer.data())) {
-        m_size = 0;
-        return false;
-    }
-    m_position = next;
-    m_piece = m_buffer.data();
-    m_pieceSize = m_buffer.size();
-    m_at = 0;
-    return true;
-}
-
 ElfSymbolReader::ElfSymbolReader(ElfHelper const& helper, ElfHelper::Role symbols, ElfHelper::Role strings,
                                  unsigned int kinds)
-    : m_helper(helper), m_kinds(kinds | symbol_kind_Other), m_entries(helper, symbols),
+    : m_helper(helper), m_kinds(kinds | symbol_kind_Other), m_entries(helper.sectionData(symbols)->data()),
+      m_size(helper.sectionData(symbols)->size()),
+      m_entrySize((helper.is64() ? sizeof(Elf64_Sym) : sizeof(Elf32_Sym)) +
+                  (helper.header().e_machine == k_machineWithWideSymbols ? k_wideSymbolExtra : 0)),
       m_names(reinterpret_cast<char const*>(helper.sectionData(strings)->data())),
       m_namesSize(helper.sectionData(strings)->size()), m_delta(helper.sectionData(symbols)->addressDelta()) {}
 
 bool ElfSymbolReader::next(RawSymbol& out) {
-    if (m_names == nullptr) {
-        return false;
-    }
-    for (Elf64_Sym entry{}; m_entries.next(entry);) {
-        if (accept(entry, out)) {
+    Elf64_Sym entry{};
+    while (m_names != nullptr && m_entries != nullptr && contains(m_size, m_position, m_entrySize)) {
+        bool const isRead = readElfSymbol(m_helper.is64(), m_entries, m_size, m_position, entry);
+        m_position += m_entrySize;
+        if (isRead && accept(entry, out)) {
             return true;
         }
     }

@@ -15,30 +15,6 @@ namespace ORV_3_30 {
 
 class SymbolTable;
 
-/// The entries of a symbol section, one after the other. A section of the file is read in small
-/// pieces and not kept: it is passed over once, and can be large.
-class ElfSymbolEntries {
-public:
-    ElfSymbolEntries(ElfHelper const& helper, ElfHelper::Role role);
-
-    std::uint64_t count() const { return m_size / m_entrySize; }
-    /// False at the end, or where the file can't be read.
-    bool next(Elf64_Sym& out);
-
-private:
-    bool fill();
-
-    ElfHelper const& m_helper;
-    unsigned int m_index; ///< k_noSection for a table that was adopted, whose bytes are in memory.
-    std::uint64_t m_size = 0;
-    std::uint64_t m_entrySize;
-    std::uint64_t m_position = 0; ///< Of the piece in the section.
-    unsigned char const* m_piece = nullptr;
-    std::uint64_t m_pieceSize = 0;
-    std::uint64_t m_at = 0; ///< In the piece.
-    std::vector<unsigned char> m_buffer;
-};
-
 /// Walks a symbol section, and passes over what is no symbol of the module: undefined and common
 /// ones, foreign bindings and types, kinds that are not wanted, and addresses in no code or data.
 class ElfSymbolReader {
@@ -47,7 +23,7 @@ public:
     ElfSymbolReader(ElfHelper const& helper, ElfHelper::Role symbols, ElfHelper::Role strings, unsigned int kinds);
 
     /// Entries in the section.
-    std::uint64_t count() const { return m_entries.count(); }
+    std::uint64_t count() const { return m_size / m_entrySize; }
     /// The next accepted symbol; false at the end. Its name is null where it lies outside the strings.
     bool next(RawSymbol& out);
 
@@ -57,7 +33,10 @@ private:
 
     ElfHelper const& m_helper;
     unsigned int m_kinds;
-    ElfSymbolEntries m_entries;
+    unsigned char const* m_entries;
+    std::uint64_t m_size;
+    std::uint64_t m_entrySize;
+    std::uint64_t m_position = 0;
     char const* m_names;
     std::uint64_t m_namesSize;
     unsigned long long m_delta;

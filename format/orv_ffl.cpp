@@ -239,7 +239,7 @@ bool FileFormatLoader::addSegment(unsigned long long address, char const* name, 
 }
 
 bool FileFormatLoader::addSection(char const* name, unsigned long long address, unsigned long long size) {
-    SymMgrObjectPtr<Section> const section(new Section(name, this, address, address, size, 0));
+    SymMgrObjectPtr<Section> const section(new Section({nullptr, name}, this, address, address, size, 0));
     m_sections[address] = section;
     return true;
 }

@@ -55,7 +55,7 @@ void ElfFileLoader::sectionByName(SymMgrObjectPtr<ISection>& out, char const* na
         out = nullptr;
         return;
     }
-    out = new Section(m_elfHelper->sectionName(*header), this, header->sh_addr, header->sh_offset, header->sh_size,
+    out = new Section(m_elfHelper->heldName(*header), this, header->sh_addr, header->sh_offset, header->sh_size,
                       header->sh_type == SHT_NOBITS ? 1 : 0);
 }
 
@@ -65,7 +65,7 @@ void ElfFileLoader::sectionByIndex(SymMgrObjectPtr<ISection>& out, unsigned int 
         out = nullptr;
         return;
     }
-    out = new Section(m_elfHelper->sectionName(index), this, header->sh_addr, header->sh_offset, header->sh_size,
+    out = new Section(m_elfHelper->heldName(*header), this, header->sh_addr, header->sh_offset, header->sh_size,
                       emptyInFileByFlag(*header));
 }
 
@@ -105,7 +105,6 @@ IDebugInfoLoader* ElfFileLoader::createDwarfLoader(char const* name) {
     if (!isOwn) {
         symbolFile = new ElfHelper(IModuleImage::create(name, arch_Unknown, false));
     }
-    LockGuard guard(&m_loadLock);
     m_elfHelper->copySymbolTablesFrom(*symbolFile);
     bool const hasDwarf = symbolFile->sectionIndex(ElfHelper::role_DebugInfo) != k_noSection ||
                           symbolFile->sectionIndex(ElfHelper::role_DebugLine) != k_noSection ||
@@ -215,7 +214,7 @@ void ElfFileFormatHelper::sectionByIndex(SymMgrObjectPtr<ISection>& out, unsigne
         out = nullptr;
         return;
     }
-    out = new SectionDataAdapter(m_elfHelper->sectionName(index), new ElfSectionData(index, m_elfHelper.get()),
+    out = new SectionDataAdapter(m_elfHelper->heldName(*header), new ElfSectionData(index, m_elfHelper.get()),
                                  header->sh_addr, header->sh_offset + m_elfHelper->image()->imageOffset(),
                                  header->sh_size, emptyInFileByFlag(*header));
 }

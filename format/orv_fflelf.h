@@ -49,7 +49,7 @@ private:
 };
 
 /// The view of an ELF file that debug information readers work through.
-class ElfFileFormatHelper final : public SymMgrObject<IFileFormatHelper> {
+class ElfFileFormatHelper final : public SharedObject<SymMgrObject<IFileFormatHelper>> {
 public:
     explicit ElfFileFormatHelper(ElfHelper* elfHelper);
     ~ElfFileFormatHelper() override = default;

@@ -19,7 +19,7 @@ status_t SectionDataAdapter::readAt(unsigned long long offset, unsigned long lon
         return status_False;
     }
     if (!contains(m_data->size(), offset, size)) {
-        ORV_ERROR("Unable to read " << size << " bytes from section: " << m_name);
+        ORV_ERROR("Unable to read " << size << " bytes from section: " << m_name.text);
         return status_False;
     }
     SymMgrObjectPtr<IBuffer> buffer(new ByteBuffer(size));

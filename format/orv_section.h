@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
 /// Sections and segments as the format loaders hold and hand them out.
-///
-/// Names are the loader's: a file with many sections may name them all by one long string, which
-/// must not be copied for each.
 #pragma once
 
 #include "format/orv_section_data.h"
@@ -16,12 +13,12 @@ class FileFormatLoader;
 /// A section that reads its bytes from the file. Holds its loader without a count.
 class Section final : public SymMgrObject<ISection> {
 public:
-    Section(char const* name, FileFormatLoader* owner, unsigned long long address, unsigned long long fileOffset,
+    Section(SectionName name, FileFormatLoader* owner, unsigned long long address, unsigned long long fileOffset,
             unsigned long long size, unsigned long long emptyInFile)
-        : m_name(name), m_owner(owner), m_address(address), m_fileOffset(fileOffset), m_size(size),
+        : m_name(std::move(name)), m_owner(owner), m_address(address), m_fileOffset(fileOffset), m_size(size),
           m_emptyInFile(emptyInFile) {}
 
-    char const* name() override { return m_name; }
+    char const* name() override { return m_name.text; }
     unsigned long long size() override { return m_size; }
     unsigned long long fileOffset() override { return m_fileOffset; }
     unsigned long long address() override { return m_address; }
@@ -30,7 +27,7 @@ public:
     unsigned long long isEmptyInFile() override { return m_emptyInFile; }
 
 private:
-    char const* m_name;
+    SectionName m_name;
     FileFormatLoader* m_owner;
     unsigned long long m_address;
     unsigned long long m_fileOffset;
@@ -41,12 +38,12 @@ private:
 /// A section whose bytes are in memory already.
 class SectionDataAdapter final : public SymMgrObject<ISection> {
 public:
-    SectionDataAdapter(char const* name, ISectionData* data, unsigned long long address, unsigned long long fileOffset,
+    SectionDataAdapter(SectionName name, ISectionData* data, unsigned long long address, unsigned long long fileOffset,
                        unsigned long long size, unsigned long long emptyInFile)
-        : m_name(name), m_data(data), m_address(address), m_fileOffset(fileOffset), m_size(size),
+        : m_name(std::move(name)), m_data(data), m_address(address), m_fileOffset(fileOffset), m_size(size),
           m_emptyInFile(emptyInFile) {}
 
-    char const* name() override { return m_name; }
+    char const* name() override { return m_name.text; }
     unsigned long long size() override { return m_size; }
     unsigned long long fileOffset() override { return m_fileOffset; }
     unsigned long long address() override { return m_address; }
@@ -55,7 +52,7 @@ public:
     unsigned long long isEmptyInFile() override { return m_emptyInFile; }
 
 private:
-    char const* m_name;
+    SectionName m_name;
     SymMgrObjectPtr<ISectionData> m_data;
     unsigned long long m_address;
     unsigned long long m_fileOffset;

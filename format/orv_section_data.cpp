@@ -79,7 +79,7 @@ bool ElfSectionData::load() {
     if (m_isRead.load(std::memory_order_acquire) || m_helper == nullptr) {
         return m_isRead;
     }
-    LockGuard guard(sharedLock(this));
+    std::lock_guard<std::mutex> const guard(m_loadLock);
     if (!m_isRead) {
         SectionBytes bytes = m_helper->readSectionBytes(m_index);
         if (bytes.bytes != nullptr) {

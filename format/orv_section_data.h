@@ -3,12 +3,13 @@
 /// Bytes of sections, read on first use and held until released.
 #pragma once
 
-#include "core/orv_shared_lock.h"
+#include "core/orv_shared_object.h"
 #include "orv/orv_section.h"
 
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <utility>
 
@@ -35,12 +36,16 @@ private:
     unsigned long long m_size;
 };
 
-/// A section's bytes in memory. Banks may share a module's loader, so that threads hold the same object.
-class ISectionData : public SymMgrObjectImpl {
-public:
-    /// countLock: null for one that belongs to one thread.
-    explicit ISectionData(ILock* countLock) : SymMgrObjectImpl(countLock) {}
+/// A section's name, and what keeps it. The whole table of names is shared: a file with many sections may name them all
+/// by one long string, which must not be copied for each.
+struct SectionName {
+    std::shared_ptr<void const> keeper; ///< Null for a name that stays by itself.
+    char const* text;
+};
 
+/// A section's bytes in memory. Banks may share a module's loader, so that threads hold the same object.
+class ISectionData : public SharedObject<SymMgrObjectImpl> {
+public:
     /// Null when the bytes can't be read. Owned by this object.
     virtual unsigned char* data() = 0;
     virtual unsigned long long size() = 0;
@@ -62,7 +67,7 @@ constexpr unsigned int k_noSection = 0xFFFFFFFF;
 class SectionData final : public ISectionData {
 public:
     SectionData(unsigned int index, unsigned long long addressDelta, ISection* section)
-        : ISectionData(nullptr), m_index(index), m_addressDelta(addressDelta), m_section(section) {}
+        : m_index(index), m_addressDelta(addressDelta), m_section(section) {}
 
     unsigned char* data() override;
     unsigned long long size() override;
@@ -107,15 +112,13 @@ SectionBytes allocateSectionBytes(std::uint64_t size);
 
 /// Reads through an ElfHelper, which it does not count: whoever makes one keeps the helper alive. A
 /// failed read is tried again by the next call. Compressed sections come out uncompressed. Any thread may
-/// ask; the first one reads.
+/// ask; the first one reads, and those who want the same section wait for it.
 class ElfSectionData final : public ISectionData {
 public:
-    ElfSectionData(unsigned int index, ElfHelper const* helper)
-        : ISectionData(sharedLock(this)), m_index(index), m_helper(helper) {}
+    ElfSectionData(unsigned int index, ElfHelper const* helper) : m_index(index), m_helper(helper) {}
     /// Takes over bytes that have been read already.
     ElfSectionData(SectionBytes bytes, unsigned long long addressDelta)
-        : ISectionData(sharedLock(this)), m_bytes(std::move(bytes)), m_isRead(m_bytes.bytes != nullptr),
-          m_addressDelta(addressDelta) {}
+        : m_bytes(std::move(bytes)), m_isRead(m_bytes.bytes != nullptr), m_addressDelta(addressDelta) {}
 
     unsigned char* data() override;
     unsigned long long size() override;
@@ -126,6 +129,7 @@ private:
     /// False if there are no bytes.
     bool load();
 
+    std::mutex m_loadLock;
     SectionBytes m_bytes;
     std::atomic<bool> m_isRead{false}; ///< The bytes are there, and stay as they are.
     unsigned int m_index = k_noSection;

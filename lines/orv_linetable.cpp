@@ -32,7 +32,7 @@ constexpr unsigned int k_stepsBack = 16;
 } // namespace
 
 SymMgrObjectPtr<ILineTable> ILineTable::create(IFileFormatLoader& loader, ISrcLineResolver& resolver) {
-    return SymMgrObjectPtr<ILineTable>(new LineTable(&loader, &resolver, nullptr));
+    return SymMgrObjectPtr<ILineTable>(new LineTable(&loader, &resolver));
 }
 
 void LineTable::addLine(unsigned long long unit, unsigned int fileId, unsigned int line, unsigned int column,

@@ -16,6 +16,7 @@
 /// asks. Threads that only ask may do so together.
 #pragma once
 
+#include "core/orv_shared_object.h"
 #include "lines/orv_end_index.h"
 #include "lines/orv_line_rows.h"
 #include "orv/orv_debuginfoloader.h"
@@ -52,11 +53,10 @@ struct SrcRange {
     EndIndex ends;
 };
 
-class LineTable final : public SymMgrObject<ILineTable> {
+class LineTable final : public SharedObject<SymMgrObject<ILineTable>> {
 public:
     /// Holds loader and resolver without a count: both outlive the table.
-    LineTable(IFileFormatLoader* loader, ISrcLineResolver* resolver, ILock* countLock)
-        : SymMgrObject(countLock), m_loader(loader), m_resolver(resolver) {}
+    LineTable(IFileFormatLoader* loader, ISrcLineResolver* resolver) : m_loader(loader), m_resolver(resolver) {}
 
     void sourceLinesByAddress(SymMgrObjectPtr<SourceLines>& out, unsigned long long address, unsigned long long unit,
                               unsigned int fileId) override;

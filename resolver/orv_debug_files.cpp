@@ -28,7 +28,7 @@ SymMgrObjectPtr<ISectionData> sectionOf(IFileFormatHelper* helper, section_role_
 } // namespace
 
 DWARFCandidate::DWARFCandidate(char const* moduleFile, long long ordinal, IFileFormatHelper* helper, ILock* lock)
-    : SymMgrObject(lock), m_moduleFile(moduleFile != nullptr ? moduleFile : ""), m_ffHelper(helper), m_ordinal(ordinal),
+    : m_moduleFile(moduleFile != nullptr ? moduleFile : ""), m_ffHelper(helper), m_ordinal(ordinal),
       m_lock(lock) {}
 
 void DWARFCandidate::accept(std::string const& path) { settle(path, symbolFileValid); }

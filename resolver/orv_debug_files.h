@@ -4,10 +4,11 @@
 /// .gnu_debuglink names, the module itself.
 ///
 /// Each finds what it can when it is made, and accepts other files by the same rule later. They belong to the
-/// module's loader, whose lock guards the checks and the counts. Loads on several threads share them: what they
-/// hand out takes no lock, and lives as long as they do.
+/// module's loader, whose lock guards the checks. Loads on several threads share them: what they hand out takes no
+/// lock, and lives as long as they do.
 #pragma once
 
+#include "core/orv_shared_object.h"
 #include "format/orv_ffl.h"
 #include "orv/orv_symbolfileresolver.h"
 
@@ -19,7 +20,7 @@
 namespace ORV_3_30 {
 
 /// What the three have in common.
-class DWARFCandidate : public SymMgrObject<ISymbolFileToResolve> {
+class DWARFCandidate : public SharedObject<SymMgrObject<ISymbolFileToResolve>> {
 public:
     char const* symbolFileName() override { return m_resolvedFile.load(std::memory_order_acquire); }
     char const* moduleFileName() override { return m_moduleFile.c_str(); }

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "core/orv_shared_lock.h"
+#include "core/orv_shared_object.h"
 #include "orv/orv_symbol.h"
 #include "orv/orv_symbolrange.h"
 
@@ -12,7 +13,7 @@ namespace ORV_3_30 {
 class Scope;
 
 /// A stub that leads to the symbol of a scope. Belongs to that scope.
-class Thunk : public SymMgrObject<IThunk> {
+class Thunk : public SharedObject<SymMgrObject<IThunk>> {
 public:
     Thunk(Scope* scope, unsigned long long address, unsigned long long size)
         : m_scope(scope), m_address(address), m_size(size) {}

@@ -200,7 +200,7 @@ TEST(SectionDataAdapter, ServesWhatIsInMemory) {
     SectionBytes bytes = allocateSectionBytes(4);
     std::memcpy(bytes.bytes.get(), "abcd", 4);
     SymMgrObjectPtr<ISection> const section(
-        new SectionDataAdapter("s", new ElfSectionData(std::move(bytes), 0), 0, 0, 4, 0));
+        new SectionDataAdapter({nullptr, "s"}, new ElfSectionData(std::move(bytes), 0), 0, 0, 4, 0));
     SymMgrObjectPtr<IBuffer> buffer;
     ASSERT_EQ(section->readAt(1, 2, buffer), status_Ok);
     EXPECT_EQ(std::string(reinterpret_cast<char*>(buffer->data()), buffer->size()), "bc");
