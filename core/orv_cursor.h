@@ -56,20 +56,24 @@ public:
         return true;
     }
 
-    /// Reads an unsigned integer of 4 or 8 bytes into 64 bits.
+    /// Reads an unsigned integer of 1, 2, 4 or 8 bytes into 64 bits.
     bool readWord(unsigned int width, std::uint64_t& out) {
-        if (width == 8) {
-            return read(out);
+        switch (width) {
+        case 1: return readAs<std::uint8_t>(out);
+        case 2: return readAs<std::uint16_t>(out);
+        case 4: return readAs<std::uint32_t>(out);
+        default: return read(out);
         }
-        std::uint32_t word = 0;
-        if (!read(word)) {
-            return false;
-        }
-        out = word;
-        return true;
     }
 
 private:
+    template <typename T> bool readAs(std::uint64_t& out) {
+        T value = 0;
+        bool const isRead = read(value);
+        out = isRead ? value : out;
+        return isRead;
+    }
+
     unsigned char const* m_data = nullptr;
     std::uint64_t m_size = 0;
     std::uint64_t m_position = 0;

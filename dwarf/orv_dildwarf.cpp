@@ -15,7 +15,8 @@ namespace ORV_3_30 {
 namespace {
 
 /// Units may share a line program, but none needs to be read more often than this.
-constexpr std::uint64_t k_lineRereads = 4;
+constexpr std::uint64_t k_lineRereads = 24; // a merge at link time leaves that many units on one program
+constexpr std::uint64_t k_lineHeaderRereads = 256;
 constexpr std::uint64_t k_leastLocation = 4; ///< Bytes of an entry, and then some.
 constexpr std::uint64_t k_leastRange = 4;
 constexpr std::uint64_t k_leastBudget = std::uint64_t{1} << 16;
@@ -107,6 +108,7 @@ void DWARFDebugInfoLoader::holdSections() {
     m_debugLine = holdSection(section_role_DebugLine, true);
     m_debugRanges = holdSection(section_role_DebugRanges, true);
     m_lineBytes = std::max(k_leastBudget, m_debugLine.size * k_lineRereads);
+    m_lineHeaderBytes = std::max(k_leastBudget, m_debugLine.size * k_lineHeaderRereads);
     m_textBytes = k_leastTexts + textsSize() * k_textsMade;
     m_mostLocations = std::max(m_mostLocations.load(), k_leastBudget);
 }

@@ -62,6 +62,7 @@ public:
     void setLineStatus(status_t status) { m_lineStatus = status; }
 
     DwarfWalker infoWalker(unsigned int addrSize) const { return walkerOf(m_debugInfo, addrSize); }
+    bool hasDebugLine() const { return static_cast<bool>(m_debugLine.data); }
     DwarfWalker lineWalker(unsigned int addrSize) const { return walkerOf(m_debugLine, addrSize); }
     DwarfWalker rangesWalker(unsigned int addrSize) const { return walkerOf(m_debugRanges, addrSize); }
     /// Over .debug_loc, which is read when it is first needed. Under the load lock.
@@ -83,7 +84,10 @@ public:
     void refillScopeBudgets();
     /// False if more was read than the section can justify: units may share what they read, but not
     /// without an end.
-    bool spendLineBytes(std::uint64_t bytes) { return spend(m_lineBytes, bytes); }
+    bool spendLineBytes(std::uint64_t bytes) { return spendIfEnough(m_lineBytes, bytes); }
+    /// The same for what stands ahead of the programs. Asked before it is read, told after.
+    bool canReadLineHeader() const { return m_lineHeaderBytes.load(std::memory_order_relaxed) != 0; }
+    void spendLineHeader(std::uint64_t bytes) { spend(m_lineHeaderBytes, bytes); }
     bool spendRangePair() { return spend(m_rangePairs, 1); }
     /// For texts that are made of what is in the sections.
     bool spendTextBytes(std::uint64_t bytes) { return spend(m_textBytes, bytes); }
@@ -132,6 +136,12 @@ private:
         return isEnough;
     }
 
+    /// Refuses what is too dear, and nothing after it.
+    static bool spendIfEnough(Budget& budget, std::uint64_t amount) {
+        bool const isEnough = amount <= budget.load(std::memory_order_relaxed);
+        return isEnough && spend(budget, amount);
+    }
+
     HeldSection holdSection(unsigned int role, bool isRelocated);
     void holdSections();
     std::uint64_t textsSize() const { return m_debugInfo.size + m_debugStr.size + m_debugLine.size; }
@@ -155,7 +165,8 @@ private:
     HeldSection m_debugRanges;
     HeldSection m_debugLoc;
     bool m_hasReadLocations = false;
-    Budget m_lineBytes{0};   ///< What may still be read.
+    Budget m_lineBytes{0}; ///< What may still be read.
+    Budget m_lineHeaderBytes{0};
     Budget m_rangePairs{0};  ///< The same.
     Budget m_textBytes{0};   ///< The same.
     Budget m_searchBytes{0}; ///< The same.

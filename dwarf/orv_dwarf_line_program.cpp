@@ -221,7 +221,9 @@ bool enterLineUnit(DwarfWalker& walker) {
 }
 
 /// Reads what stands ahead of the program, and moves the walker to it.
-status_t readLineHeader(DwarfWalker& walker, bool is64, LineHeader& header, UnitFiles& files) {
+status_t readLineHeader(DwarfWalker& walker, bool is64, LineHeader& header, UnitFiles& files,
+                        std::uint64_t& bytesRead) {
+    std::uint64_t const begin = walker.offset();
     unsigned int version = 0;
     walker.getUnsigned2(version);
     ORV_DEBUG("Line info version: " << version);
@@ -263,6 +265,7 @@ status_t readLineHeader(DwarfWalker& walker, bool is64, LineHeader& header, Unit
         }
         files.add(entry);
     }
+    bytesRead = walker.offset() - begin;
     walker.seek(program);
     return status_Ok;
 }
@@ -272,22 +275,25 @@ status_t readLineHeader(DwarfWalker& walker, bool is64, LineHeader& header, Unit
 status_t DWARFCompilationUnit::runLineProgramOnce(RangeFilter* filter) {
     DWARFLineResolver* const resolver = m_loader->lineResolver();
     DwarfWalker walker = m_loader->lineWalker(m_forms.addrSize);
-    if (!m_hasLineInfo || resolver == nullptr || walker.size() == 0) {
+    if (!m_hasLineInfo || resolver == nullptr || !m_loader->hasDebugLine()) {
         return status_NoDebugInfo;
     }
-    if (m_lineOffset >= walker.size()) {
+    if (m_lineOffset >= walker.size() || !m_loader->canReadLineHeader()) {
         return status_BadDebugInfo;
     }
     walker.seek(m_lineOffset);
     bool const is64 = enterLineUnit(walker);
-    if (!m_loader->spendLineBytes(walker.remaining())) {
-        return status_BadDebugInfo;
-    }
     LineHeader header;
     UnitFiles files(*this, *resolver);
-    status_t const status = readLineHeader(walker, is64, header, files);
+    std::uint64_t headerBytes = 0;
+    status_t const status = readLineHeader(walker, is64, header, files, headerBytes);
+    m_loader->spendLineHeader(headerBytes);
     if (status != status_Ok) {
         return status;
+    }
+    // A unit whose program has been run for too many others keeps its files.
+    if (!m_loader->spendLineBytes(walker.remaining())) {
+        return status_BadDebugInfo;
     }
     LineMachine machine(walker, header);
     Stretches stretches(*this, resolver->table(), *m_loader->fileFormatHelper(), filter);

@@ -24,6 +24,10 @@ struct PatchedWidth {
 constexpr PatchedWidth k_x86_64Widths[] = {
     {R_X86_64_NONE, 0},
     {R_X86_64_64, 8},
+    {R_X86_64_16, 2},
+    {R_X86_64_PC16, 2},
+    {R_X86_64_8, 1},
+    {R_X86_64_PC8, 1},
     {R_X86_64_PC32, 4},
     {R_X86_64_GOT32, 4},
     {R_X86_64_PLT32, 4},
@@ -50,6 +54,8 @@ constexpr PatchedWidth k_x86_64Widths[] = {
     {R_X86_64_GOTPCRELX, 4},
     {R_X86_64_REX_GOTPCRELX, 4},
 };
+constexpr PatchedWidth k_x86Widths[] = {{R_386_16, 2}, {R_386_PC16, 2}, {R_386_8, 1}, {R_386_PC8, 1}};
+constexpr PatchedWidth k_armWidths[] = {{R_ARM_ABS16, 2}, {R_ARM_ABS8, 1}};
 constexpr PatchedWidth k_em50Widths[] = {
     {R_IA64_NONE, 0},      {R_IA64_DIR32LSB, 4},   {R_IA64_DIR64LSB, 8},    {R_IA64_GPREL32LSB, 4},
     {R_IA64_FPTR32LSB, 4}, {R_IA64_PCREL32LSB, 4}, {R_IA64_SEGREL32LSB, 4}, {R_IA64_SECREL32LSB, 4},
@@ -71,6 +77,8 @@ unsigned int patchedWidth(ElfHelper const& helper, std::uint64_t type) {
     case arch_Em180:
     case arch_Em181: return find(k_x86_64Widths);
     case arch_Em50: return find(k_em50Widths);
+    case arch_X86: return find(k_x86Widths);
+    case arch_Arm: return find(k_armWidths);
     default: return helper.is64() ? 8 : 4;
     }
 }

@@ -28,8 +28,7 @@ SymMgrObjectPtr<ISectionData> sectionOf(IFileFormatHelper* helper, section_role_
 } // namespace
 
 DWARFCandidate::DWARFCandidate(char const* moduleFile, long long ordinal, IFileFormatHelper* helper, ILock* lock)
-    : m_moduleFile(moduleFile != nullptr ? moduleFile : ""), m_ffHelper(helper), m_ordinal(ordinal),
-      m_lock(lock) {}
+    : m_moduleFile(moduleFile != nullptr ? moduleFile : ""), m_ffHelper(helper), m_ordinal(ordinal), m_lock(lock) {}
 
 void DWARFCandidate::accept(std::string const& path) { settle(path, symbolFileValid); }
 
@@ -69,8 +68,9 @@ DWARFBuildIdSymbolFileToResolve::DWARFBuildIdSymbolFileToResolve(char const* mod
         m_buildId.clear();
         return;
     }
-    settle(".build-id/" + m_buildId.substr(0, k_folderDigits) + "/" + m_buildId.substr(k_folderDigits) + ".debug",
-           symbolFileNotFound);
+    m_soughtName =
+        ".build-id/" + m_buildId.substr(0, k_folderDigits) + "/" + m_buildId.substr(k_folderDigits) + ".debug";
+    settle(m_soughtName, symbolFileNotFound);
 }
 
 bool DWARFBuildIdSymbolFileToResolve::isSought(char const* path) {
@@ -108,6 +108,7 @@ DWARFSymbolFileToResolve::DWARFSymbolFileToResolve(char const* moduleFile, long 
         m_hasDebugLink = true;
         DebugLink const read = readDebugLink(*link);
         m_debugLinkCrc = read.crc;
+        m_soughtName = read.name;
         search(read.name);
     } else if (sectionOf(helper, section_role_DebugInfo)) {
         accept(moduleFile);

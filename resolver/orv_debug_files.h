@@ -29,6 +29,9 @@ public:
     long long validateSymbolFile(char const* resolvedSymFile) override;
     unsigned int candidateClassFlag() override { return 1; }
 
+    /// The file name that the module gives, of a build id below a root; empty for a candidate that seeks none.
+    std::string const& soughtName() const { return m_soughtName; }
+
 protected:
     /// A null name stands for no module: the candidate does nothing.
     DWARFCandidate(char const* moduleFile, long long ordinal, IFileFormatHelper* helper, ILock* lock);
@@ -44,6 +47,7 @@ protected:
     IFileFormatHelper* helper() const { return m_ffHelper.get(); }
 
     std::string m_moduleFile;
+    std::string m_soughtName; ///< Set in construction.
     std::atomic<symbol_file_validity_t> m_validity{symbolFileUnchecked};
 
 private:

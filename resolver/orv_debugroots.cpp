@@ -3,6 +3,7 @@
 #include "orv/orv_debugroots.h"
 
 #include "image/orv_path.h"
+#include "resolver/orv_debug_files.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -44,51 +45,17 @@ struct Sought {
     bool isTaken = false; ///< An earlier load has found it.
 };
 
-/// The part of a path behind a folder; empty if it does not lie there.
-std::string behind(std::string const& folder, std::string const& path) {
-    bool const isInside =
-        !folder.empty() && path.size() > folder.size() + 1 && path.compare(0, folder.size(), folder) == 0;
-    std::size_t const begin = folder.size() + (isInside && path[folder.size()] == '/' ? 1 : 0);
-    bool const isWhole = isInside && (begin > folder.size() || folder.back() == '/');
-    return isWhole ? path.substr(begin) : std::string();
-}
-
-/// What a candidate that has a file went by before.
-Sought soughtBefore(ISymbolFileToResolve& candidate, std::vector<std::string> const& roots) {
-    std::string const path = candidate.symbolFileName();
-    bool const isThere = fileExists(path.c_str());
-    std::vector<std::string> const directories = directoriesOf(candidate.moduleFileName());
-    for (std::string const& root : roots) {
-        if (root.empty()) {
-            continue;
-        }
-        std::string name = behind(root, path);
-        if (name.compare(0, sizeof(k_buildIdFolder) - 1, k_buildIdFolder) == 0) {
-            return {Kind::BuildId, name, isThere};
-        }
-        for (std::string const& directory : directories) {
-            name = behind(root + directory, path);
-            if (!name.empty()) {
-                return {Kind::DebugLink, name, isThere};
-            }
-        }
-    }
-    // One beside the module may have gone there.
-    std::string const name = isThere || directories.empty() ? std::string() : behind(directories.front(), path);
-    std::string const inFolder = behind(".debug", name);
-    return {name.empty() ? Kind::Other : Kind::DebugLink, inFolder.empty() ? name : inFolder};
-}
-
-Sought soughtBy(ISymbolFileToResolve& candidate, std::vector<std::string> const& roots) {
+/// A candidate of the library keeps what it went by when it has a file; one of a client's own is known by what it says.
+Sought soughtBy(ISymbolFileToResolve& candidate) {
     if (candidate.symbolFileFormat() != symbolFormatDwarf) {
         return {};
     }
-    if (candidate.validity() == symbolFileValid) {
-        return soughtBefore(candidate, roots);
-    }
-    std::string const name = candidate.symbolFileName();
-    Kind const kind = !wantedBuildId(candidate).empty() ? Kind::BuildId : name.empty() ? Kind::Other : Kind::DebugLink;
-    return {kind, name};
+    bool const isValid = candidate.validity() == symbolFileValid;
+    auto const* const own = dynamic_cast<DWARFCandidate const*>(&candidate);
+    std::string const name = own != nullptr ? own->soughtName() : isValid ? std::string() : candidate.symbolFileName();
+    bool const isBuildId = name.compare(0, sizeof(k_buildIdFolder) - 1, k_buildIdFolder) == 0;
+    Kind const kind = name.empty() ? Kind::Other : isBuildId ? Kind::BuildId : Kind::DebugLink;
+    return {kind, name, isValid && fileExists(candidate.symbolFileName())};
 }
 
 long long offer(ISymbolFileToResolve& candidate, Sought const& sought, std::vector<std::string> const& roots) {
@@ -145,7 +112,7 @@ long long DebugRootsResolver::resolveSymbolFile(Candidates& candidates) {
     std::vector<std::pair<SymMgrObjectPtr<ISymbolFileToResolve>, Sought>> list;
     candidates->reset();
     for (auto candidate = candidates->current(); candidate; candidate = candidates->current()) {
-        list.emplace_back(candidate, soughtBy(*candidate, m_roots));
+        list.emplace_back(candidate, soughtBy(*candidate));
         candidates->next();
     }
     for (Kind const kind : {Kind::BuildId, Kind::DebugLink}) {

@@ -56,16 +56,16 @@ bool AcceptedRanges::acceptScope(Scope& scope) {
     if (m_requested.empty()) {
         return true;
     }
+    // All are put to it, since it remembers what it has accepted.
+    bool isAccepted = false;
     RangeList const& ranges = scope.ranges();
     for (std::size_t i = 0; i < ranges.size(); ++i) {
-        if (accept(ranges[i].start, ranges[i].end)) {
-            return true;
-        }
+        isAccepted |= accept(ranges[i].start, ranges[i].end);
     }
-    ThunkList const& thunks = scope.thunks();
-    return std::any_of(thunks.begin(), thunks.end(), [this](SymMgrObjectPtr<Thunk> const& thunk) {
-        return accept(thunk->address(), thunk->address() + thunk->size());
-    });
+    for (SymMgrObjectPtr<Thunk> const& thunk : scope.thunks()) {
+        isAccepted |= accept(thunk->address(), thunk->address() + thunk->size());
+    }
+    return isAccepted;
 }
 
 void RangeFilter::add(unsigned long long start, unsigned long long end) {

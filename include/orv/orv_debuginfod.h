@@ -22,6 +22,8 @@ public:
     /// first is asked before the servers, and must outlive the resolver; null stands for the default choice.
     explicit DebuginfodResolver(ISymbolFileResolver* first);
     virtual ~DebuginfodResolver();
+    DebuginfodResolver(DebuginfodResolver const&) = delete;
+    DebuginfodResolver& operator=(DebuginfodResolver const&) = delete;
 
     long long resolveSymbolFile(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>>& candidates) override;
     /// Why the servers gave nothing in the last load, for people; the empty string if they gave the companion or were

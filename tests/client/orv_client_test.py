@@ -343,6 +343,23 @@ def check_stripped(folder):
     expect("no such root", text, f"orv: --debug-root {folder}/nowhere: no such folder\n")
 
 
+def check_paths(folder):
+    """A module is the file that its name leads to, whatever stands in the name; it is shown as it was given."""
+    inside = folder / "..data"
+    inside.mkdir()
+    (folder / "far").mkdir()
+    (folder / "far" / "there").mkdir()
+    for place, name in ((folder, "outer"), (inside, "inner"), (folder / "far", "beyond")):
+        (place / "m.c").write_text(f"int {name}(void) {{ return 1; }} int main(void) {{ return {name}(); }}")
+        subprocess.run([CC, "-o", place / "m", place / "m.c"], check=True)
+    (folder / "link").symlink_to(folder / "far" / "there")
+    for name, function in (("..data/m", "inner"), ("m", "outer"), ("link/../m", "beyond"), (f"{folder}/..data/m", "inner")):
+        result = run("symbols", name, cwd=folder)
+        expect(f"symbols of {name}", [word in result.stdout for word in ("inner", "outer", "beyond")],
+               [word == function for word in ("inner", "outer", "beyond")])
+        expect(f"name of {name}", json.loads(run("info", "--json", name, cwd=folder).stdout)["file"], name)
+
+
 def check_manners(folder):
     program = str(folder / "p")
     (folder / "text").write_text("no module\n")
@@ -389,6 +406,7 @@ with tempfile.TemporaryDirectory() as name:
     check_commands(folder, symbols)
     check_cold_parts(folder)
     check_stripped(folder)
+    check_paths(folder)
     check_manners(folder)
 for failure in failures:
     print("FAILED", failure)

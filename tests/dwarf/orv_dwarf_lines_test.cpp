@@ -91,6 +91,26 @@ std::string rowsOf(std::string const& lineSection) {
 
 } // namespace
 
+TEST(DwarfLines, UnitsMayShareAProgram) {
+    // A merge at link time leaves many units on one program, and each has its files and lines.
+    constexpr int k_units = 20;
+    DwarfText text = unitText();
+    for (int i = 1; i < k_units; ++i) {
+        text.unit({}, ".uleb128 1\n.asciz \"a.c\"\n.asciz \"/dir\"\n.4byte 0\n");
+    }
+    text.section(".debug_line", lineTable({}, setAddress(0) + k_copy + ".rept 4000\n.byte 0x20\n.endr\n" + k_end));
+    PlainDebugInfo debug(Assembled(text.source()).path());
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> lines;
+    debug.resolver().sourceLines(lines, ~0ULL, 0, 0, 0, nullptr);
+    ASSERT_GT(debug.resolver().sourceFileCount(), 0U);
+    debug.resolver().sourceFileById(0)->sourceLines(lines, ~0ULL, nullptr, nullptr);
+    int count = 0;
+    for (bool isLine = static_cast<bool>(lines->current()); isLine; isLine = lines->next()) {
+        ++count;
+    }
+    EXPECT_EQ(count, 4001 * k_units);
+}
+
 TEST(DwarfLines, RunsEachOpcode) {
     struct Row {
         char const* what;

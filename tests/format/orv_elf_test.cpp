@@ -364,6 +364,10 @@ TEST(ElfRelocations, PatchTheirFieldAndNothingElse) {
     } const rows[] = {
         {"64 bits", ElfClass::Elf64, true, R_X86_64_64, 0x10, 8, 0x1234567900001010},
         {"32 bits of 64", ElfClass::Elf64, true, R_X86_64_32, 0x10, 4, 0x00001010},
+        {"16 bits of 64", ElfClass::Elf64, true, R_X86_64_16, 0x10, 2, 0x1010},
+        {"8 bits of 64", ElfClass::Elf64, true, R_X86_64_8, 0x10, 1, 0x10},
+        {"16 bits in place", ElfClass::Elf32, false, R_386_16, 0, 2, 0x2111},
+        {"8 bits in place", ElfClass::Elf32, false, R_386_PC8, 0, 1, 0x11},
         {"unknown type", ElfClass::Elf64, true, 200, 0x10, 8, 0x1234567900001010},
         {"32-bit file", ElfClass::Elf32, true, R_386_32, 0x10, 4, 0x00001010},
         {"addend in place", ElfClass::Elf32, false, R_386_32, 0, 4, 0x11112111},
@@ -376,7 +380,7 @@ TEST(ElfRelocations, PatchTheirFieldAndNothingElse) {
         std::uint32_t const target = elf.section(".debug_info", SHT_PROGBITS, 0, 0, std::string(16, '\x11'));
         unsigned int const symbol = elf.symbol("", STB_LOCAL, STT_SECTION, value, 0);
         std::string const entries = elf.relocation(row.isRela, 4, symbol, row.type, row.addend) +
-                                    elf.relocation(row.isRela, 14, symbol, row.type, row.addend) +
+                                    elf.relocation(row.isRela, 17 - row.width, symbol, row.type, row.addend) +
                                     elf.relocation(row.isRela, ~0ULL, symbol, row.type, row.addend);
         elf.section(".rel", row.isRela ? SHT_RELA : SHT_REL, 0, 0, entries, 0, elf.symbolSection() + 1, target);
         SymMgrObjectPtr<ElfHelper> const helper = helperOf(dir.file("m", elf.bytes()));

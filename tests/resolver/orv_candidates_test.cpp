@@ -313,6 +313,33 @@ TEST(Resolvers, TheSecondLoadFindsTheSame) {
     EXPECT_EQ(again->symFileName(), root.path() + beside);
 }
 
+TEST(Resolvers, ARelativeNameIsSoughtAgainToo) {
+    Placed const companion(programText(k_debugInfo), "companion");
+    Placed const module(programText(debugLink("c.debug", crcText(companion.path()))), "module");
+    TempDir const root;
+    DebugRootsResolver roots({root.path()});
+    std::string const path = root.path() + module.dir().path() + "/c.debug";
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    std::filesystem::path const before = std::filesystem::current_path();
+    std::filesystem::current_path(module.dir().path());
+    SymMgrObjectPtr<IFileFormatLoader> const loader = loaderOf("module");
+    std::filesystem::current_path(before);
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>> candidates;
+    auto const resolve = [&] {
+        std::filesystem::current_path(module.dir().path());
+        loader->symbolFiles(candidates);
+        long long const index = roots.resolveSymbolFile(candidates);
+        std::filesystem::current_path(before);
+        return index;
+    };
+    std::filesystem::copy(companion.path(), path);
+    EXPECT_EQ(resolve(), 0);
+    std::filesystem::remove(path);
+    EXPECT_EQ(resolve(), -1);
+    std::filesystem::copy(companion.path(), path);
+    EXPECT_EQ(resolve(), 0);
+}
+
 TEST(Resolvers, FallBackToTheDefaultOrder) {
     Placed const module(programText(k_debugInfo), "module");
     TempDir const empty;

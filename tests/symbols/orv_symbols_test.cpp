@@ -355,6 +355,16 @@ TEST(SymbolTable, SurvivesRangesThatMakeNoSense) {
     EXPECT_NE(disjoint(*table, 0, top), "");
 }
 
+TEST(AcceptedRanges, RemembersEachRangeOfAScope) {
+    // What the second range of f accepts is what takes g in, which lies inside it.
+    std::set<unsigned long long> const requested = {0x1150, 0x1350};
+    AcceptedRanges view(requested);
+    SymMgrObjectPtr<Scope> const f(scopeOf("f", 0x1100, 0x1200));
+    f->addRange(0x1300, 0x1400);
+    EXPECT_TRUE(view.acceptScope(*f));
+    EXPECT_TRUE(view.accept(0x1320, 0x1330));
+}
+
 TEST(AcceptedRanges, TakesWhatTheRequestedAddressesNeed) {
     std::set<unsigned long long> requested;
     AcceptedRanges everything(requested);

@@ -37,9 +37,10 @@ int candidates(std::string const& moduleName, CommonOptions const& common) {
     bool const isFile = ::access(moduleName.c_str(), R_OK) == 0 && !std::filesystem::is_directory(moduleName, ignored);
     SymMgrObjectPtr<IFileFormatLoader> loader;
     SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>> list;
-    status_t status =
-        isFile ? IFileFormatLoader::create(loader, IModuleImage::create(moduleName.c_str(), common.arch, false), "")
-               : status_CantOpenFile;
+    status_t status = isFile
+                          ? IFileFormatLoader::create(
+                                loader, IModuleImage::create(libraryName(moduleName).c_str(), common.arch, false), "")
+                          : status_CantOpenFile;
     if (status == status_Ok) {
         status = loader->symbolFiles(list);
     }

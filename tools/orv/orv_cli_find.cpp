@@ -127,7 +127,7 @@ void SymbolPlaces::collect(Module& module) {
     module.load([&] { return module.bank().originalSymbolRanges(ranges, k_allKinds, nullptr, nullptr); });
     for (auto range = ranges ? ranges->current() : SymMgrObjectPtr<ISymbolRange>(); range; range = ranges->current()) {
         // A stub has the name of what is elsewhere.
-        if (range->thunk() == nullptr && m_places.count(range->symbol()->name()) == 0) {
+        if (range->thunk() == nullptr && m_places.find(range->symbol()->name()) == m_places.end()) {
             places.emplace(range->symbol()->name(), startOf(*range));
         }
         ranges->next();

@@ -63,7 +63,7 @@ int info(std::string const& moduleName, CommonOptions const& common) {
     Producers const producers = bank.symFileFormat() == symbolFormatDwarf ? producersOf(module, common) : Producers();
     if (common.json) {
         Json object;
-        object["file"] = bank.execFileName();
+        object["file"] = moduleName;
         object["format"] = nameOf(bank.execFileFormat());
         object["architecture"] = nameOf(bank.architecture());
         object["preferred_load_address"] = hex(bank.preferredLoadAddress());
@@ -80,7 +80,7 @@ int info(std::string const& moduleName, CommonOptions const& common) {
         }
         printJson(object);
     } else {
-        std::printf("file                    %s\n", bank.execFileName());
+        std::printf("file                    %s\n", moduleName.c_str());
         std::printf("format                  %s\n", nameOf(bank.execFileFormat()));
         std::printf("architecture            %s\n", nameOf(bank.architecture()));
         std::printf("preferred load address  %s\n", hex(bank.preferredLoadAddress()).c_str());

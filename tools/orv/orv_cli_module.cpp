@@ -6,6 +6,7 @@
 #include "orv_cli_resolver.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <mutex>
 #include <set>
 #include <unistd.h>
@@ -29,6 +30,13 @@ void note(std::string const& text, CommonOptions const& options) {
     }
     std::fflush(stdout);
     std::fprintf(stderr, "%sorv: %s\n", ::isatty(STDERR_FILENO) != 0 ? "\r\033[K" : "", text.c_str());
+}
+
+std::string libraryName(std::string const& name) {
+    bool const isPlain = name.compare(0, 2, "..") != 0 && name.find("/..") == std::string::npos;
+    std::unique_ptr<char, decltype(&std::free)> const real(isPlain ? nullptr : ::realpath(name.c_str(), nullptr),
+                                                           &std::free);
+    return real ? std::string(real.get()) : name;
 }
 
 char const* describe(status_t status) {
@@ -94,7 +102,7 @@ Module& Module::load(std::string name, CommonOptions const& options, Sharing sha
 Module::Module(std::string name, CommonOptions const& options, Sharing sharing, View view)
     : m_name(std::move(name)), m_options(options), m_resolver(std::make_unique<Resolver>(m_options)) {
     if (view == View::LaidOut) {
-        m_image = laidOutImage(m_name.c_str(), m_options.arch);
+        m_image = laidOutImage(libraryName(m_name).c_str(), m_options.arch);
     }
     status_t status = ISymbolManager::create(m_manager);
     if (status == status_Ok) {
@@ -116,7 +124,8 @@ status_t Module::loadBank(Sharing sharing) {
     }
     unsigned int const flags = (m_options.noDebugInfo ? load_flags_NoDebugInfo : load_flags_None) |
                                (sharing == Sharing::Anew ? load_flags_NewLoader : load_flags_None);
-    return m_manager->loadSymbolsFromModuleEx(m_name.c_str(), m_resolver.get(), m_bank, m_options.arch, flags, "");
+    return m_manager->loadSymbolsFromModuleEx(libraryName(m_name).c_str(), m_resolver.get(), m_bank, m_options.arch,
+                                              flags, "");
 }
 
 Module::~Module() = default;
@@ -141,7 +150,7 @@ void Module::noteBadDebugInfo(status_t status) {
 IFileFormatLoader& Module::loader() {
     if (!m_loader) {
         status_t const status = IFileFormatLoader::create(
-            m_loader, m_image ? m_image : IModuleImage::create(m_name.c_str(), m_options.arch, false), "");
+            m_loader, m_image ? m_image : IModuleImage::create(libraryName(m_name).c_str(), m_options.arch, false), "");
         if (status != status_Ok) {
             throw Failure(m_name + ": " + describe(status));
         }
@@ -151,7 +160,8 @@ IFileFormatLoader& Module::loader() {
 
 bool Module::is32Bit() {
     unsigned char fileClass = 0;
-    SymMgrObjectPtr<IModuleImage> const image = IModuleImage::create(m_name.c_str(), m_options.arch, false);
+    SymMgrObjectPtr<IModuleImage> const image =
+        IModuleImage::create(libraryName(m_name).c_str(), m_options.arch, false);
     return image && image->read(k_classByte, 1, &fileClass) == 1 && fileClass == k_class32;
 }
 

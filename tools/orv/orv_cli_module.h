@@ -34,6 +34,9 @@ struct CommonOptions {
 
 /// Says on standard error, once, what is no failure, unless the options forbid it.
 void note(std::string const& text, CommonOptions const& options);
+/// The name under which the library is to look for a module. It folds names as text: a component that begins with two
+/// dots, or a link that two dots follow, would lead it to another file, so such a name is given as the real path.
+std::string libraryName(std::string const& name);
 /// The words of a status for people.
 char const* describe(status_t status);
 /// What debug information that can't be read means for the user.
