@@ -37,9 +37,12 @@ configure_package_config_file(cmake/orvConfig.cmake.in ${PROJECT_BINARY_DIR}/orv
 configure_file(cmake/orvConfigVersion.cmake.in ${PROJECT_BINARY_DIR}/orvConfigVersion.cmake @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/orvConfig.cmake ${PROJECT_BINARY_DIR}/orvConfigVersion.cmake
     DESTINATION ${ORV_CMAKE_DIR} COMPONENT dev)
-install(FILES LICENSE README.md CHANGELOG.md TYPE DOC COMPONENT dev)
-install(DIRECTORY docs/ TYPE DOC COMPONENT dev FILES_MATCHING PATTERN "*.md")
-install(FILES examples/orv_name_address.cpp DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT dev)
+# Laid out as in the tree, so that documents find each other.
+set(ORV_DOC_DIR ${CMAKE_INSTALL_DATAROOTDIR}/doc/orv)
+install(FILES LICENSE README.md CHANGELOG.md DESTINATION ${ORV_DOC_DIR} COMPONENT dev)
+install(DIRECTORY docs DESTINATION ${ORV_DOC_DIR} COMPONENT dev FILES_MATCHING PATTERN "*.md")
+install(DIRECTORY examples DESTINATION ${ORV_DOC_DIR} COMPONENT dev
+        FILES_MATCHING PATTERN "*.cpp" PATTERN installed/CMakeLists.txt)
 
 if(ORV_BUILD_DEBUGINFOD)
     orv_install_library(orv_debuginfod debuginfod debuginfod-dev orvDebuginfodTargets)
@@ -50,9 +53,9 @@ endif()
 if(ORV_BUILD_CLIENT)
     install(TARGETS orv_client COMPONENT client)
     # The same program under the name by which it tells that it stands for addr2line.
-    install(CODE [[
-        file(CREATE_LINK orv "$ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}/bin/orv-addr2line" SYMBOLIC)
-    ]] COMPONENT client)
+    set(ORV_LINK ${PROJECT_BINARY_DIR}/tools/orv/orv-addr2line)
+    file(CREATE_LINK orv ${ORV_LINK} SYMBOLIC)
+    install(FILES ${ORV_LINK} TYPE BIN COMPONENT client)
     install(FILES docs/orv.1 docs/orv-addr2line.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT client)
     install(FILES tools/orv/orv.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME orv
             COMPONENT client)

@@ -39,7 +39,9 @@ if(ORV_BUILD_CLIENT)
     orv_package(client orv devel
         "The command line client: names what stands at an address of a module.\norv-addr2line takes the place of addr2line in scripts."
         "liborv${ORV_SO} (= ${ORV_DEB_VERSION})")
-    set(CPACK_DEBIAN_CLIENT_PACKAGE_SUGGESTS "liborv-debuginfod${ORV_SO}")
+    if(ORV_BUILD_DEBUGINFOD)
+        set(CPACK_DEBIAN_CLIENT_PACKAGE_SUGGESTS "liborv-debuginfod${ORV_SO}")
+    endif()
 endif()
 if(ORV_BUILD_DEBUGINFOD)
     orv_package(debuginfod liborv-debuginfod${ORV_SO} libs

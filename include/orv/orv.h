@@ -2,7 +2,8 @@
 // SPDX-FileCopyrightText: The ORV authors
 /// ORV, the symbol manager: the chief header. Include this one and link with -lorv.
 ///
-/// C++14 and later. The namespace bears the version of the interfaces; orv is a name for it that stays.
+/// C++14 and later, without a warning under -Wnon-virtual-dtor. The namespace bears the version of the interfaces; orv
+/// is a name for it that stays.
 #pragma once
 
 #include "orv/orv_address.h"

@@ -43,3 +43,5 @@ extern "C" ORV_API void orvDestroyDebuginfodResolver(ISymbolFileResolver* resolv
 extern "C" ORV_API char const* orvLastDebuginfodAnswer(ISymbolFileResolver* resolver);
 
 } // namespace ORV_3_30
+
+namespace orv = ORV_3_30;

@@ -40,6 +40,13 @@ with tempfile.TemporaryDirectory() as folder:
         ["#include <cinttypes>", "#include <cstdio>", "#include <cstring>", *includes,
          "struct Map { unsigned long long start, end, offset; char path[512]; };",
          "static void name(unsigned long long pc, Map const& map) {", *body, "}", MAIN]))
+    # Other documents have pieces of clients, over the names that they speak of.
+    for document in root.glob("docs/*.md"):
+        for piece in re.findall(r"```cpp\n(.*?)```", document.read_text(), re.S):
+            source = ("#include <orv/orv.h>\nusing namespace orv;\nvoid piece(SymMgrObjectPtr<ISymbolRange> range, "
+                      f"SymMgrObjectPtr<IAddress> address) {{\n{piece}}}\n")
+            subprocess.run([cxx, "-std=c++17", "-Wall", "-Werror", f"-I{root / 'include'}", "-fsyntax-only", "-x", "c++", "-"],
+                           input=source, text=True, check=True)
     # Whatever the program is made like, it names a function of its own.
     for flags in (["-gdwarf-4"], ["-g"], ["-g", "-no-pie"], ["-std=c++14"], ["-gdwarf-4", "-no-pie"]):
         subprocess.run([cxx, "-std=c++17", *flags, "-Wall", "-Werror", f"-I{root / 'include'}", "-o", folder / "prog",
