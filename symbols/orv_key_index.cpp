@@ -22,14 +22,14 @@ KeyIndex::Position KeyIndex::lowerBound(unsigned long long address) const {
     return at.slot < keys.size() ? at : Position{at.chunk + 1, 0};
 }
 
-KeyIndex::Position KeyIndex::insert(Position at, unsigned long long address) {
+KeyIndex::Position KeyIndex::insert(Position at, unsigned long long address, std::uint32_t born) {
     if (at.slot == 0 && at.chunk > 0) {
         --at.chunk; // behind the last of the chunk before
         at.slot = m_chunks[at.chunk].keys.size();
     }
     bool const isFull = !empty() && m_chunks[at.chunk].keys.size() == k_chunkSize;
     if (empty() || (isFull && at.slot == k_chunkSize && at.chunk + 1 == m_chunks.size())) {
-        return append(address);
+        return append(address, born);
     }
     if (isFull) {
         at = split(at);
@@ -40,20 +40,23 @@ KeyIndex::Position KeyIndex::insert(Position at, unsigned long long address) {
         Key const& previous = chunk.keys[at.slot - 1];
         endBefore = std::max(previous.endBefore, previous.greatestEnd);
     }
-    chunk.keys.insert(chunk.keys.begin() + static_cast<std::ptrdiff_t>(at.slot), Key{address, 0, endBefore, nullptr});
+    chunk.keys.insert(chunk.keys.begin() + static_cast<std::ptrdiff_t>(at.slot),
+                      Key{address, 0, endBefore, nullptr, born});
     chunk.firstAddress = chunk.keys[0].address;
+    chunk.oldest = std::min(chunk.oldest, born);
     return at;
 }
 
 /// Starts a chunk behind the last one: keys that come in ascending order leave full ones behind.
-KeyIndex::Position KeyIndex::append(unsigned long long address) {
+KeyIndex::Position KeyIndex::append(unsigned long long address, std::uint32_t born) {
     Chunk last;
     if (!empty()) {
         last.keys.reserve(k_chunkSize); // more of the same to come
         last.endBefore = m_chunks.back().boundBehind();
     }
-    last.keys.push_back({address, 0, 0, nullptr});
+    last.keys.push_back({address, 0, 0, nullptr, born});
     last.firstAddress = address;
+    last.oldest = born;
     if (m_chunks.size() % k_blockSize == 0) {
         m_blockEnds.reserve(m_blockEnds.size() + 1);
     }
@@ -75,6 +78,23 @@ KeyIndex::Position KeyIndex::split(Position at) {
     m_chunks[at.chunk + 1].endBefore = m_chunks[at.chunk].boundBehind();
     summarizeBlocks(at.chunk);
     return at.slot <= k_middle ? at : Position{at.chunk + 1, at.slot - k_middle};
+}
+
+std::uint32_t KeyIndex::oldestBehind(Position after, Position to) const {
+    std::uint32_t oldest = ~std::uint32_t{0};
+    for (std::size_t chunk = after.chunk; chunk <= to.chunk; ++chunk) {
+        std::vector<Key> const& keys = m_chunks[chunk].keys;
+        std::size_t const begin = chunk == after.chunk ? after.slot + 1 : 0;
+        std::size_t const end = chunk == to.chunk ? to.slot + 1 : keys.size();
+        if (begin == 0 && end == keys.size()) {
+            oldest = std::min(oldest, m_chunks[chunk].oldest);
+            continue;
+        }
+        for (std::size_t slot = begin; slot < end; ++slot) {
+            oldest = std::min(oldest, keys[slot].born);
+        }
+    }
+    return oldest;
 }
 
 void KeyIndex::erase(Position at) {
@@ -115,7 +135,9 @@ void KeyIndex::setRecords(Position at, RangeRecord* head) {
 void KeyIndex::Chunk::summarize() {
     firstAddress = keys.front().address;
     greatestEnd = 0;
+    oldest = ~std::uint32_t{0};
     for (Key& key : keys) {
+        oldest = std::min(oldest, key.born);
         key.endBefore = greatestEnd;
         greatestEnd = std::max(greatestEnd, key.greatestEnd);
     }

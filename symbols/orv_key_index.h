@@ -17,6 +17,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 namespace ORV_3_30 {
@@ -61,8 +62,13 @@ public:
                               : Position{after.chunk - 1, m_chunks[after.chunk - 1].keys.size() - 1};
     }
 
-    /// Makes a key ahead of the first one above it, as lowerBound has found it.
-    Position insert(Position at, unsigned long long address);
+    /// When a key was made.
+    std::uint32_t born(Position at) const { return key(at).born; }
+    /// The birth of the oldest key in (after, to].
+    std::uint32_t oldestBehind(Position after, Position to) const;
+
+    /// Makes a key ahead of the first one above it, as lowerBound has found it. born: the arrival that it is made for.
+    Position insert(Position at, unsigned long long address, std::uint32_t born);
     /// Takes a key without records out.
     void erase(Position at);
     /// Sets the list of the records that start at a key. Also to be called when an end has changed.
@@ -93,12 +99,14 @@ private:
         unsigned long long greatestEnd; ///< 0 without records.
         unsigned long long endBefore;   ///< The greatest end of earlier keys in the chunk.
         RangeRecord* records;
+        std::uint32_t born;
     };
     struct Chunk {
         std::vector<Key> keys; ///< Never empty.
         unsigned long long firstAddress = 0;
         unsigned long long greatestEnd = 0;
-        unsigned long long endBefore = 0; ///< No record of an earlier chunk ends above this.
+        unsigned long long endBefore = 0;         ///< No record of an earlier chunk ends above this.
+        std::uint32_t oldest = ~std::uint32_t{0}; ///< The least birth of its keys.
 
         unsigned long long boundBehind() const { return std::max(endBefore, greatestEnd); }
         /// Works out what follows from the keys.
@@ -132,7 +140,7 @@ private:
     }
 
     Key const& key(Position at) const { return m_chunks[at.chunk].keys[at.slot]; }
-    Position append(unsigned long long address);
+    Position append(unsigned long long address, std::uint32_t born);
     Position split(Position at);
     void raiseBlock(std::size_t chunk);
     void summarizeBlocks(std::size_t fromChunk);

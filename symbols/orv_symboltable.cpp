@@ -70,16 +70,6 @@ private:
     RangeRecord const* m_best = nullptr;
 };
 
-/// The order of a key's list: the greatest end first, and equal ends as they came.
-void sortAsList(SymbolTable::Records& records) {
-    constexpr auto k_relaxed = std::memory_order_relaxed;
-    std::sort(records.begin(), records.end(), [](RangeRecord const* a, RangeRecord const* b) {
-        unsigned long long const aEnd = a->end.load(k_relaxed);
-        unsigned long long const bEnd = b->end.load(k_relaxed);
-        return aEnd != bEnd ? aEnd > bEnd : a->order < b->order;
-    });
-}
-
 /// True for a scope that goes by the rule of Scope::mergeDecision, which looks at nothing else.
 bool isPlain(Scope const& scope) { return typeid(scope) == typeid(SymbolScope); }
 
@@ -228,7 +218,7 @@ RangeRecord* SymbolTable::insertRange(unsigned long long start, unsigned long lo
     if (!m_keys.isEnd(at) && m_keys.address(at) == start) {
         return insertBeside(at, end, scope, order);
     }
-    at = m_keys.insert(at, start);
+    at = m_keys.insert(at, start, order);
     return scope != nullptr ? makeRecord(at, end, scope, order) : nullptr;
 }
 
@@ -330,8 +320,33 @@ void SymbolTable::collectAlive(Position at, Records& out) const {
     std::size_t const own = out.size();
     m_keys.forEachSpanning(at, [&](RangeRecord& record) { out.push_back(&record); });
     if (out.size() != own) {
-        sortAsList(out);
+        sortAsList(at, out);
     }
+}
+
+/// The greatest end first. Of equal ends, who made a key stands first there and at the keys that were made behind it
+/// later, up to the next one that there was; the others stand as they came.
+void SymbolTable::sortAsList(Position at, Records& records) const {
+    constexpr auto k_relaxed = std::memory_order_relaxed;
+    auto const endOf = [](RangeRecord const* record) { return record->end.load(k_relaxed); };
+    std::sort(records.begin(), records.end(), [&](RangeRecord const* a, RangeRecord const* b) {
+        return endOf(a) != endOf(b) ? endOf(a) > endOf(b) : a->order < b->order;
+    });
+    for (auto begin = records.begin(); begin != records.end();) {
+        auto const end = std::find_if(begin, records.end(), [&](RangeRecord* r) { return endOf(r) != endOf(*begin); });
+        bool const startTogether = std::all_of(begin, end, [&](RangeRecord* r) { return r->start == (*begin)->start; });
+        if (!startTogether) {
+            auto const behind = std::stable_partition(begin, end, [&](RangeRecord* r) { return isInFront(*r, at); });
+            std::reverse(begin, behind); // the last who came to stand in front is the first
+        }
+        begin = end;
+    }
+}
+
+/// True if a record made its key, and no key between that and another was there before it.
+bool SymbolTable::isInFront(RangeRecord const& record, Position at) const {
+    Position const own = m_keys.lowerBound(record.start);
+    return m_keys.born(own) == record.order && m_keys.oldestBehind(own, at) > record.order;
 }
 
 RangeRecord const* SymbolTable::chooseAt(Position at, unsigned long long address, symbol_kind_t mask) const {
@@ -347,7 +362,7 @@ RangeRecord const* SymbolTable::chooseAt(Position at, unsigned long long address
     for (RangeRecord* record = m_keys.records(at); record != nullptr; record = record->next) {
         spanning.push_back(record);
     }
-    sortAsList(spanning);
+    sortAsList(at, spanning);
     for (RangeRecord const* record : spanning) {
         if (!choice.offer(*record)) {
             break;

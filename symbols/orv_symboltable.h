@@ -4,7 +4,8 @@
 ///
 /// Every start of a range is a key, and so is every boundary that a loader adds. What is alive at a
 /// key is the records that start there and those that started earlier and end later, the greatest
-/// end first and among equal ends in the order of arrival. Between two keys the same records are
+/// end first. Among equal ends a record stands first at the key that it makes, as one at which all others arrive later,
+/// and elsewhere in the order of arrival. Between two keys the same records are
 /// alive, but for those that end there; labels stand from their key up to the next.
 ///
 /// m_guard lets readers in together and a load alone, so that a query may run while another thread
@@ -107,7 +108,8 @@ private:
     IScopeMaker& rawMakerOf(IFileFormatLoader* loader);
     std::uint8_t numberOf(IScopeMaker& maker);
     bool isRaw(RangeRecord const& record) const;
-    bool takeIntoRival(Position at, MergeSide const& newcomer);
+    /// order: the newcomer's arrival, which is that of a rival whose end it changes.
+    bool takeIntoRival(Position at, MergeSide const& newcomer, std::uint32_t order);
     /// The first thing at a key, in list order, about which decide says anything but merge_Different.
     template <typename Decide>
     RangeRecord* findRival(Position at, char const* name, unsigned long long end, Decide decide, unsigned int& flags);
@@ -115,8 +117,8 @@ private:
     KeyGroup* groupAt(unsigned long long address) const;
     unsigned int decide(RangeRecord const& rival, MergeSide const& newcomer, MergeNext const& next) const;
     template <typename Merge>
-    void changeEnd(RangeRecord* rival, unsigned int flags, unsigned long long end, Merge merge);
-    void absorbSide(RangeRecord* rival, unsigned int flags, MergeSide const& newcomer);
+    void changeEnd(RangeRecord* rival, unsigned int flags, unsigned long long end, std::uint32_t order, Merge merge);
+    void absorbSide(RangeRecord* rival, unsigned int flags, MergeSide const& newcomer, std::uint32_t order);
     RangeRecord const* lastFrom(Position at) const;
     char const* nameOf(RangeRecord const& record) const;
     void insertRaw(RangeRecord& symbol, Names& names);
@@ -125,7 +127,7 @@ private:
     bool holdsOnlyRaw(unsigned long long address) const;
     void link(Position at, RangeRecord* record);
     void unlink(Position at, RangeRecord* record);
-    void absorb(RangeRecord* rival, unsigned int flags, Scope& newcomer, unsigned long long end);
+    void absorb(RangeRecord* rival, unsigned int flags, Scope& newcomer, unsigned long long end, std::uint32_t order);
     void removeOtherRanges(Scope& scope);
     void eraseDeserted(unsigned long long from, unsigned long long to);
     void keep(Scope* scope);
@@ -133,6 +135,8 @@ private:
     bool isDeserted(Position at) const;
 
     void collectAlive(Position at, Records& out) const;
+    void sortAsList(Position at, Records& records) const;
+    bool isInFront(RangeRecord const& record, Position at) const;
     RangeRecord const* chooseAt(Position at, unsigned long long address, symbol_kind_t mask) const;
     RangeRecord const* chooseByClient(Records const& found, ISymbolChooser& resolver) const;
 

@@ -38,7 +38,7 @@ RangeRecord* SymbolTable::insertBeside(Position at, unsigned long long end, Scop
             [&](RangeRecord const& record) { return scopeOf(record)->mergeDecision(*scope, nextKey, nextScope); },
             flags);
         if (rival != nullptr) {
-            absorb(rival, flags, *scope, end);
+            absorb(rival, flags, *scope, end, order);
             return rival;
         }
     }
@@ -114,20 +114,21 @@ char const* SymbolTable::nameOf(RangeRecord const& record) const {
 }
 
 /// What a rival's decision says is done to it: it stays in the table, as it is or with a new end.
-void SymbolTable::absorb(RangeRecord* rival, unsigned int flags, Scope& newcomer, unsigned long long end) {
+void SymbolTable::absorb(RangeRecord* rival, unsigned int flags, Scope& newcomer, unsigned long long end,
+                         std::uint32_t order) {
     if (flags == merge_Same) {
         return;
     }
     scopeOf(*rival);
     rival->name = nullptr; // the scope says from now on
-    changeEnd(rival, flags, end, [&] { rival->scope.load()->merge(newcomer, flags, *rival); });
+    changeEnd(rival, flags, end, order, [&] { rival->scope.load()->merge(newcomer, flags, *rival); });
 }
 
-void SymbolTable::absorbSide(RangeRecord* rival, unsigned int flags, MergeSide const& newcomer) {
+void SymbolTable::absorbSide(RangeRecord* rival, unsigned int flags, MergeSide const& newcomer, std::uint32_t order) {
     if (flags == merge_Same || (rival->isDeferred() && !changesAnything(*rival, flags, newcomer))) {
         return; // who holds the scope keeps the one that others get
     }
-    changeEnd(rival, flags, newcomer.lastEnd, [&] {
+    changeEnd(rival, flags, newcomer.lastEnd, order, [&] {
         if (!rival->isDeferred()) {
             rival->scope.load()->mergeSide(newcomer, flags);
             return;
@@ -149,8 +150,8 @@ void SymbolTable::absorbSide(RangeRecord* rival, unsigned int flags, MergeSide c
 }
 
 /// Runs a merge, and moves the rival's end if the flags say so.
-template <typename Merge>
-void SymbolTable::changeEnd(RangeRecord* rival, unsigned int flags, unsigned long long end, Merge merge) {
+template <typename Merge> void SymbolTable::changeEnd(RangeRecord* rival, unsigned int flags, unsigned long long end,
+                                                      std::uint32_t order, Merge merge) {
     if ((flags & (merge_ReplaceEnd | merge_ReplaceScope)) == 0) {
         merge();
         return;
@@ -158,7 +159,7 @@ void SymbolTable::changeEnd(RangeRecord* rival, unsigned int flags, unsigned lon
     unlink(m_keys.lowerBound(rival->start), rival);
     auto const relink = [&](unsigned long long newEnd) {
         rival->end = newEnd;
-        rival->order = m_arrivals++;
+        rival->order = order;
         link(m_keys.lowerBound(rival->start), rival); // erased keys have moved it
     };
     if ((flags & merge_ReplaceEnd) != 0) {
@@ -181,20 +182,20 @@ void SymbolTable::addDeferred(IScopeMaker& maker, Deferred const& symbol) {
     std::unique_lock<Guard> const guard(m_guard);
     m_holdsDeciders = true;
     MergeSide const side{symbol.name, symbol.start, symbol.end, false, symbol.visibility, symbol.kind};
+    std::uint32_t const order = m_arrivals++;
     Position at = m_keys.lowerBound(symbol.start);
     if (m_keys.isEnd(at) || m_keys.address(at) != symbol.start) {
-        at = m_keys.insert(at, symbol.start);
-    } else if (takeIntoRival(at, side)) {
+        at = m_keys.insert(at, symbol.start, order);
+    } else if (takeIntoRival(at, side, order)) {
         return;
     }
     // Only now: what a rival takes in, as all of a further load may be, needs no record.
-    link(at, m_pool.make(symbol.start, symbol.end, nullptr, nullptr, symbol.name, symbol.token, m_arrivals++,
-                         numberOf(maker), static_cast<std::uint8_t>(symbol.kind),
-                         static_cast<std::uint8_t>(symbol.visibility)));
+    link(at, m_pool.make(symbol.start, symbol.end, nullptr, nullptr, symbol.name, symbol.token, order, numberOf(maker),
+                         static_cast<std::uint8_t>(symbol.kind), static_cast<std::uint8_t>(symbol.visibility)));
 }
 
 /// Lets the first thing that starts at a key and is the same take a newcomer in; false if there is none.
-bool SymbolTable::takeIntoRival(Position at, MergeSide const& side) {
+bool SymbolTable::takeIntoRival(Position at, MergeSide const& side, std::uint32_t order) {
     if (m_keys.records(at) == nullptr) {
         return false;
     }
@@ -205,7 +206,7 @@ bool SymbolTable::takeIntoRival(Position at, MergeSide const& side) {
     if (rival == nullptr) {
         return false;
     }
-    absorbSide(rival, flags, side);
+    absorbSide(rival, flags, side, order);
     if ((flags & merge_TakeName) != 0) {
         if (KeyGroup* const group = groupAt(rival->start)) {
             group->rename(rival);

@@ -191,12 +191,12 @@ bool SymbolTable::isRaw(RangeRecord const& record) const {
 void SymbolTable::insertRaw(RangeRecord& symbol, Names& names) {
     Position at = m_keys.lowerBound(symbol.start);
     if (m_keys.isEnd(at) || m_keys.address(at) != symbol.start) {
-        at = m_keys.insert(at, symbol.start);
+        at = m_keys.insert(at, symbol.start, symbol.order);
     }
     std::size_t count = 0;
     for (RangeRecord* rival = m_keys.records(at); rival != nullptr; rival = rival->next) {
         if (!isRaw(*rival) || (m_holdsDeciders && ++count == KeyGroup::k_least)) {
-            if (!takeIntoRival(at, symbol.side())) { // the rival decides
+            if (!takeIntoRival(at, symbol.side(), symbol.order)) { // the rival decides
                 link(at, &symbol);
             }
             return;
@@ -220,7 +220,7 @@ void SymbolTable::insertRawGroup(RawSymbolBatch& batch, std::vector<std::uint32_
     unsigned long long const address = batch[group.front()].start;
     Position at = m_keys.lowerBound(address);
     if (m_keys.isEnd(at) || m_keys.address(at) != address) {
-        at = m_keys.insert(at, address);
+        at = m_keys.insert(at, address, batch[group.front()].order);
     }
     Records records;
     auto const take = [&](RangeRecord* record, Known& same) {

@@ -262,7 +262,7 @@ TEST(SymbolTable, RawSymbolsKeepTheirPlaceBehindScopes) {
     static_cast<SymbolTable&>(*table).addRawSymbols(nullptr, batch({raw("a", 100, 300), raw("b", 150, 300)}));
     SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
     table->symbolRanges(it, 160, 170, k_allKinds);
-    EXPECT_EQ(allRanges(it), "a[100,300) b[150,300) x[100,200)");
+    EXPECT_EQ(allRanges(it), "b[150,300) a[100,300) x[100,200)");
     // Hundreds at one address take another way to the same end.
     std::vector<RawSymbol> crowd;
     std::vector<std::string> names;
@@ -309,8 +309,8 @@ TEST(SymbolTable, ClientsChooseAmongSeveralOnly) {
     table->symbolRangeByAddress(range, 120, k_allKinds, &chooser);
     EXPECT_EQ(chooser.names, "not called");
     table->symbolRangeByAddress(range, 160, k_allKinds, &chooser);
-    EXPECT_EQ(chooser.names, "cab") << "the one that ends last first, then by arrival";
-    EXPECT_EQ(rangeText(*range), "b[150,200)");
+    EXPECT_EQ(chooser.names, "cba") << "the one that ends last first, then the one that made the key";
+    EXPECT_EQ(rangeText(*range), "a[100,200)");
     chooser.isRefusing = true;
     table->symbolRangeByAddress(range, 160, k_allKinds, &chooser);
     EXPECT_FALSE(range);

@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
-/// The symbol table against a plain model: every answer worked out from the rules over a flat list of
-/// all ranges, for thousands of random ranges that overlap, nest, coincide or have no extent.
+/// The symbol table against a plain model: every answer worked out from lists of what is alive at each key, for
+/// thousands of random ranges that overlap, nest, coincide or have no extent.
 
 #include "support/orv_test_support.h"
 #include "symbols/orv_scope.h"
 #include "symbols/orv_symboltable.h"
 
 #include <algorithm>
+#include <map>
 #include <memory>
 #include <random>
-#include <set>
 
 using namespace orv_test;
 
@@ -41,43 +41,54 @@ public:
     }
 };
 
-/// The rules, read straight: no keys' lists, no propagation, just all ranges.
+/// The rules, read straight: a list of all that is alive at each key, filled as each range comes.
 class Model {
 public:
     /// Two ranges that start together are one thing if they have one name and one end; then, and
     /// where a label comes to a range of its name, the first stays.
     bool add(Range const& range) {
-        for (Range const& other : m_ranges) {
-            bool const endsMatter = other.isPoint() || !range.isPoint();
-            if (other.start == range.start && other.name == range.name && (!endsMatter || other.end == range.end)) {
-                return false;
+        auto const known = m_lists.find(range.start);
+        if (known != m_lists.end()) {
+            for (std::size_t const index : known->second) {
+                Range const& other = m_ranges[index];
+                bool const endsMatter = other.isPoint() || !range.isPoint();
+                if (other.start == range.start && other.name == range.name && (!endsMatter || other.end == range.end)) {
+                    return false;
+                }
             }
         }
-        m_keys.insert(range.start);
+        std::size_t const added = m_ranges.size();
         m_ranges.push_back(range);
+        if (known != m_lists.end()) {
+            put(known->second, added);
+        } else {
+            std::vector<std::size_t> list{added};
+            inherit(range.start, list);
+            m_lists.emplace(range.start, list);
+        }
+        for (auto at = m_lists.upper_bound(range.start); at != m_lists.end() && at->first < range.end; ++at) {
+            put(at->second, added);
+        }
         return true;
     }
-    void addBoundary(Address key) { m_keys.insert(key); }
-
-    /// Position of the key whose stretch holds an address; false ahead of the first key.
-    bool floorKey(Address address, Address& key) const {
-        auto const above = m_keys.upper_bound(address);
-        if (above == m_keys.begin()) {
-            return false;
+    void addBoundary(Address key) {
+        if (m_lists.count(key) == 0) {
+            std::vector<std::size_t> list;
+            inherit(key, list);
+            m_lists.emplace(key, list);
         }
-        key = *std::prev(above);
-        return true;
     }
 
     Range const* winner(Address address, unsigned int mask) const {
-        Address key = 0;
-        if (!floorKey(address, key)) {
-            return nullptr;
-        }
+        auto const at = floor(address);
         Range const* best = nullptr;
-        for (Range const& range : m_ranges) { // in the order of arrival
-            bool const isAlive = range.isPoint() ? range.start == key : range.start <= address && address < range.end;
-            if (isAlive && (range.kind & mask) != 0 && (best == nullptr || beats(range, *best))) {
+        if (at == m_lists.end()) {
+            return best;
+        }
+        for (std::size_t const index : at->second) {
+            Range const& range = m_ranges[index];
+            bool const isCandidate = (range.end > address || range.isPoint()) && (range.kind & mask) != 0;
+            if (isCandidate && (best == nullptr || beats(range, *best, address))) {
                 best = &range;
             }
         }
@@ -85,28 +96,33 @@ public:
     }
 
     std::string touching(Address start, Address end, unsigned int mask) const {
-        Address first = 0;
-        if (start > end || m_keys.empty()) {
-            return "";
+        std::string text;
+        if (start > end || m_lists.empty()) {
+            return text;
         }
-        if (!floorKey(start, first)) {
-            first = *m_keys.begin();
-        }
-        std::vector<Range const*> found;
-        for (Range const& range : m_ranges) {
-            if ((range.kind & mask) != 0 && touches(range, start, end) && (range.start >= first || range.end > first)) {
-                found.push_back(&range);
+        auto first = floor(start);
+        first = first != m_lists.end() ? first : m_lists.begin();
+        for (auto at = first; at != m_lists.upper_bound(end); ++at) {
+            for (std::size_t const index : at->second) {
+                Range const& range = m_ranges[index];
+                if ((at == first || range.start == at->first) && touches(range, start, end) &&
+                    (range.kind & mask) != 0) {
+                    text += (text.empty() ? "" : " ") + range.text();
+                }
             }
         }
-        // What began ahead of the first key comes out there.
-        std::stable_sort(found.begin(), found.end(), [first](Range const* a, Range const* b) {
-            Address const aKey = std::max(a->start, first);
-            Address const bKey = std::max(b->start, first);
-            return aKey != bKey ? aKey < bKey : a->end > b->end;
-        });
+        return text;
+    }
+
+    /// Those that a client may choose from at an address.
+    std::string candidates(Address address, unsigned int mask) const {
         std::string text;
-        for (Range const* range : found) {
-            text += (text.empty() ? "" : " ") + range->text();
+        auto const at = floor(address);
+        for (std::size_t i = 0; at != m_lists.end() && i < at->second.size(); ++i) {
+            Range const& range = m_ranges[at->second[i]];
+            if ((range.end > address || range.isPoint()) && (range.kind & mask) != 0) {
+                text += (text.empty() ? "" : " ") + range.name;
+            }
         }
         return text;
     }
@@ -126,7 +142,7 @@ public:
         for (Address at = start; at < end; ++at) {
             Range const* const now = winner(at, mask);
             // A label's piece ends at every boundary, and so do ranges that end there.
-            bool const isCut = current != nullptr && current->isPoint() && m_keys.count(at) != 0;
+            bool const isCut = current != nullptr && current->isPoint() && m_lists.count(at) != 0;
             if (now != current || isCut) {
                 close(at);
                 current = now;
@@ -137,10 +153,29 @@ public:
         return text;
     }
 
-    std::vector<Range> const& ranges() const { return m_ranges; }
-
 private:
-    static bool beats(Range const& a, Range const& b) {
+    using Lists = std::map<Address, std::vector<std::size_t>>;
+
+    Lists::const_iterator floor(Address address) const {
+        auto const above = m_lists.upper_bound(address);
+        return above == m_lists.begin() ? m_lists.end() : std::prev(above);
+    }
+    /// Behind all that end later or at the same place.
+    void put(std::vector<std::size_t>& list, std::size_t index) const {
+        auto const endsSooner = [&](std::size_t other) { return m_ranges[other].end < m_ranges[index].end; };
+        list.insert(std::find_if(list.begin(), list.end(), endsSooner), index);
+    }
+    /// What the key before has alive, in its order.
+    void inherit(Address key, std::vector<std::size_t>& list) const {
+        auto const before = floor(key);
+        for (std::size_t i = 0; before != m_lists.end() && i < before->second.size(); ++i) {
+            if (key >= m_ranges[before->second[i]].end) {
+                break;
+            }
+            put(list, before->second[i]);
+        }
+    }
+    static bool beats(Range const& a, Range const& b, Address address) {
         if (a.hasUnit != b.hasUnit) {
             return a.hasUnit;
         }
@@ -148,9 +183,7 @@ private:
         if (byKind != 0) {
             return byKind > 0;
         }
-        return a.visibility != b.visibility ? a.visibility > b.visibility
-               : a.start != b.start         ? a.start > b.start
-                                            : a.end > b.end; // and else the first to come
+        return a.visibility != b.visibility ? a.visibility > b.visibility : a.start > b.start && a.start <= address;
     }
     static bool touches(Range const& range, Address start, Address end) {
         Address const low = std::max(range.start, start);
@@ -162,7 +195,7 @@ private:
     }
 
     std::vector<Range> m_ranges;
-    std::set<Address> m_keys;
+    Lists m_lists;
 };
 
 struct Shape {
@@ -269,6 +302,30 @@ TEST_P(Oracle, WinnerAtEachAddress) {
     }
 }
 
+TEST_P(Oracle, CandidatesInOrder) {
+    class Listing final : public ISymbolChooser {
+    public:
+        SymMgrObjectPtr<ISymbol> choose(IIterator<SymMgrObjectPtr<ISymbol>>& candidates) override {
+            for (auto symbol = candidates.current(); symbol; symbol = candidates.current()) {
+                names += (names.empty() ? "" : " ") + std::string(symbol->name());
+                candidates.next();
+            }
+            return {};
+        }
+        std::string names;
+    };
+    for (int i = 0; i < 300; ++i) {
+        Address const at = below(GetParam().space);
+        unsigned int const mask = i % 2 == 0 ? 31 : 1 + static_cast<unsigned int>(below(31));
+        Listing listing;
+        SymMgrObjectPtr<ISymbolRange> range;
+        m_table->symbolRangeByAddress(range, at, static_cast<symbol_kind_t>(mask), &listing);
+        std::string const expected = m_model.candidates(at, mask);
+        bool const isChoice = expected.find(' ') != std::string::npos; // one alone is no choice
+        ASSERT_EQ(listing.names, isChoice ? expected : "") << "at " << at << " with mask " << mask;
+    }
+}
+
 TEST_P(Oracle, RangesTouchingAStretch) {
     for (int i = 0; i < 400; ++i) {
         Address const start = below(GetParam().space);
@@ -291,6 +348,33 @@ TEST_P(Oracle, DisjointWalk) {
         ASSERT_EQ(allRanges(it), m_model.pieces(start, end, mask))
             << '[' << start << ',' << end << ") with mask " << mask << ", seed " << GetParam().seed;
     }
+}
+
+TEST(SymbolTable, WhoMakesAKeyStandsFirstThere) {
+    SymMgrObjectPtr<ISymbolTable> const table = ISymbolTable::create(nullptr);
+    auto const add = [&](char const* name, Address start, Address end) {
+        auto* const scope = new SymbolScope(nullptr, SymbolName::copied(name), start, nullptr, symbol_visibility_Global,
+                                            symbol_kind_Function);
+        scope->addRange(start, end);
+        table->addRange(start, end, scope);
+    };
+    auto const at = [&](Address address) {
+        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
+        table->symbolRanges(it, address, address, k_allKinds);
+        return allRanges(it);
+    };
+    add("g", 57, 66);
+    add("f", 59, 66);
+    EXPECT_EQ(at(59), "f[59,66) g[57,66)");
+    add("h", 63, 66); // a key of its own: before those of the key before, in that key's order
+    EXPECT_EQ(at(64), "h[63,66) f[59,66) g[57,66)");
+    table->addRange(61, 61, nullptr);
+    add("k", 60, 66); // at 61 and 63, which were there, it stands behind
+    EXPECT_EQ(at(60), "k[60,66) f[59,66) g[57,66)");
+    EXPECT_EQ(at(61), "f[59,66) g[57,66) k[60,66)");
+    EXPECT_EQ(at(63), "h[63,66) f[59,66) g[57,66) k[60,66)");
+    add("l", 62, 66); // made after k: the order of the key before it
+    EXPECT_EQ(at(62), "l[62,66) f[59,66) g[57,66) k[60,66)");
 }
 
 INSTANTIATE_TEST_SUITE_P(
