@@ -183,6 +183,14 @@ def check_addresses(name, module, classic):
                 failures.append(f"{name} {section}: {few} of {len(words)} differ")
 
 
+def check_alone(module, classic):
+    """An address has one answer, whatever is asked beside it."""
+    words = [f"{address:x}" for section, address in instructions(module) if section == ".text"][::5]
+    together = split_answers(run(classic, "-fai", "-e", module, text_in="\n".join(words)).stdout)
+    for word, answer in zip(words, together, strict=True):
+        expect(f"{module} {word} alone", split_answers(run(classic, "-fai", "-e", module, word).stdout), [answer])
+
+
 def check_words(programs, classic):
     """Words of every kind: our text is GNU's, and so is the status."""
     words = ["main", "main+4", "main+0x4", "main +4", " main", "main ", "main + 4", "main+", "main+zz", "main+1+2", "main+-1",
@@ -278,6 +286,7 @@ def main():
         programs = build(folder)
         for name, module in programs.items():
             check_addresses(name, module, classic)
+        check_alone(programs["cxx2"], classic)
         check_words(programs, classic)
         check_objects(programs, classic)
         check_options(programs, classic, folder)

@@ -42,7 +42,6 @@ void Query::takeAnswer(Query const& other, Half half) {
         return;
     }
     function = other.function;
-    isLabel = other.isLabel;
     offset = other.offset;
     callers = other.callers;
     callersBegin = other.callersBegin;

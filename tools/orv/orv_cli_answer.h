@@ -34,7 +34,6 @@ struct Query {
     unsigned long long address = 0; ///< Where that is in the module.
     bool isUnderstood = false;      ///< The word is a number or the name of a symbol.
     bool isInModule = false;        ///< Something that is loaded stands there.
-    bool isLabel = false;           ///< The function has no size.
     unsigned long long offset = 0;  ///< In the innermost function's range; told in JSON only.
     std::string_view function;      ///< The innermost one; without data where it is not known.
     Place place;

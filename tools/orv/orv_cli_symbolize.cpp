@@ -115,7 +115,6 @@ private:
         if (m_module.symbolRangeByAddress(*where, range, k_kindsInCode) != status_Ok) {
             return;
         }
-        query.isLabel = range->size() == 0;
         if (!m_options.noInlines && (m_options.functions || m_options.inlines || m_wantsOffsets)) {
             m_chains.follow(*range, *where, m_ranges);
         } else {
@@ -251,30 +250,23 @@ template <typename Work> void inParallel(std::size_t count, Work const& work) {
     }
 }
 
-/// More addresses than this are no small load.
-constexpr std::size_t k_mostAnnounced = 64;
 /// Fewer are not worth a thread.
 constexpr std::size_t k_queriesPerThread = 2048;
 
 class Symbolizer {
 public:
     Symbolizer(SymbolizeOptions const& options, CommonOptions const& common)
-        : m_options(options), m_common(common), m_module(&load(Module::Sharing::Shared)),
-          m_reader(*m_module, common, options.section), m_is32Bit(m_module->is32Bit()),
+        : m_options(options), m_common(common),
+          m_module(Module::load(options.module, common, Module::Sharing::Shared, Module::View::LaidOut)),
+          m_reader(m_module, common, options.section), m_is32Bit(m_module.is32Bit()),
           m_text(options, common.json, m_is32Bit) {}
 
-    enum class Source { CommandLine, Input };
-
-    /// Words of the command line are all there will be; of the input there may be more.
-    template <typename Words> void answer(Words const& words, Source source) {
+    template <typename Words> void answer(Words const& words) {
         m_queries.assign(words.size(), Query());
         for (std::size_t i = 0; i < words.size(); ++i) {
             read(words[i], m_queries[i]);
         }
         groupByLocality(m_queries, m_grouped);
-        if (source == Source::CommandLine && words.size() <= k_mostAnnounced) {
-            announce();
-        }
         findAll();
         printAll();
     }
@@ -294,10 +286,6 @@ private:
         }
     }
 
-    Module& load(Module::Sharing sharing) const {
-        return Module::load(m_options.module, m_common, sharing, Module::View::LaidOut);
-    }
-
     std::size_t threadCount() const {
         std::size_t const most = std::max(1U, std::thread::hardware_concurrency());
         return std::clamp<std::size_t>(m_queries.size() / k_queriesPerThread, 1, most);
@@ -307,7 +295,7 @@ private:
         Progress const progress("reading " + m_options.module);
         std::size_t const count = threadCount();
         while (m_finders.size() < count) {
-            m_finders.push_back(std::make_unique<Finder>(m_options, m_common.json, *m_module));
+            m_finders.push_back(std::make_unique<Finder>(m_options, m_common.json, m_module));
         }
         if (count > 1) {
             prime();
@@ -323,7 +311,6 @@ private:
         if (m_options.inlines) {
             inParallel(count, [&](std::size_t i) { m_finders[i]->findPlaces(); });
         }
-        findAgain();
     }
 
     /// One function, so that the symbols are loaded for the same kinds whatever the threads ask for first.
@@ -333,41 +320,6 @@ private:
                 return;
             }
         }
-    }
-
-    /// Tells the bank ahead which addresses will be asked for, so that it reads no more than it must.
-    void announce() {
-        m_isAnnounced = m_module->bank().symFileFormat() == symbolFormatDwarf;
-        for (Query const& query : m_queries) {
-            if (m_isAnnounced && query.isInModule) {
-                m_module->bank().prefetcher()->putPseudoAddress(query.address);
-            }
-        }
-    }
-
-    /// What was announced restricts the bank to the symbols at those addresses. Where there is none, there
-    /// may still be a line, and a label reaches as far as the next thing that is known: such questions go
-    /// to a bank without the restriction.
-    void findAgain() {
-        auto const isOpen = [](Query const& query) {
-            return query.isInModule &&
-                   (query.function.data() == nullptr || query.place.file.data() == nullptr || query.isLabel);
-        };
-        if (!m_isAnnounced || std::none_of(m_queries.begin(), m_queries.end(), isOpen)) {
-            return;
-        }
-        m_module = &load(Module::Sharing::Anew);
-        Finder& finder = *m_finders.emplace_back(std::make_unique<Finder>(m_options, m_common.json, *m_module));
-        for (Query& query : m_queries) {
-            if (isOpen(query)) {
-                query.function = {};
-                query.place = Place();
-                query.callersBegin = query.callersEnd = 0;
-                finder.find(query, Query::Half::Function);
-                finder.find(query, Query::Half::Line);
-            }
-        }
-        finder.findPlaces();
     }
 
     /// In rounds, so that the text of many answers takes little room. What has none goes out by itself.
@@ -403,11 +355,10 @@ private:
 
     SymbolizeOptions const& m_options;
     CommonOptions const& m_common;
-    Module* m_module;
+    Module& m_module;
     WordReader m_reader;
     bool m_is32Bit;
     AnswerText m_text;
-    bool m_isAnnounced = false;
     std::vector<Query> m_queries;
     std::vector<Query*> m_grouped;
     std::vector<std::unique_ptr<Finder>> m_finders; ///< One a thread, and one for the second module.
@@ -421,11 +372,11 @@ int symbolize(SymbolizeOptions const& options, CommonOptions const& common) {
     // As with a module: what it has found goes with the process.
     static Symbolizer& symbolizer = *new Symbolizer(options, common);
     if (!options.words.empty()) {
-        symbolizer.answer(options.words, Symbolizer::Source::CommandLine);
+        symbolizer.answer(options.words);
     } else {
         InputLines input;
         for (std::vector<std::string_view> lines; input.next(lines);) {
-            symbolizer.answer(lines, Symbolizer::Source::Input);
+            symbolizer.answer(lines);
         }
     }
     finishOutput();
