@@ -132,7 +132,6 @@ status_t ElfFileLoader::loadSymbols(ISymbolTable* table, AcceptedRanges* filter,
     if (!ORV_ASSERT(m_elfHelper->valid(), "false")) {
         return status_Fail;
     }
-    LockGuard guard(&m_loadLock);
     unsigned int const kinds = mask | symbol_kind_Other; // untyped symbols always come along
     loadTable(ElfHelper::role_Symtab, ElfHelper::role_Strtab, *table, filter, kinds);
     loadTable(ElfHelper::role_Dynsym, ElfHelper::role_Dynstr, *table, filter, kinds);

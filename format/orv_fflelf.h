@@ -8,8 +8,8 @@
 
 namespace ORV_3_30 {
 
-/// Everything but the symbols is read when it is opened. loadSymbols is serialised by a lock of its
-/// own, since several banks may share one loader and the sections are read on first use.
+/// Everything but the symbols is read when it is opened. Banks may share one loader and load from it side by side:
+/// sections are read once, under locks of their own.
 class ElfFileLoader final : public FileFormatLoader {
 public:
     /// Reads all but the symbols. To be called once, before anything else. Apart from construction, since
@@ -45,7 +45,6 @@ private:
 
     SymMgrObjectPtr<ElfHelper> m_elfHelper;
     bool m_fileInfoRead = false;
-    OrvLock m_loadLock;
 };
 
 /// The view of an ELF file that debug information readers work through.

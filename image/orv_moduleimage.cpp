@@ -2,6 +2,7 @@
 // SPDX-FileCopyrightText: The ORV authors
 #include "orv/orv_moduleimage.h"
 
+#include "core/orv_shared_object.h"
 #include "core/orv_trace.h"
 #include "image/orv_file.h"
 
@@ -11,7 +12,7 @@ namespace ORV_3_30 {
 namespace {
 
 /// A whole file, or a slice of one that begins at imageOffset.
-class FileImage final : public SymMgrObject<IModuleImage> {
+class FileImage final : public SharedObject<SymMgrObject<IModuleImage>> {
 public:
     FileImage(char const* name, unsigned long long imageOffset, arch_t architecture)
         : m_file(name), m_imageOffset(imageOffset), m_architecture(architecture) {}

@@ -3,6 +3,7 @@
 /// What a client gets from a line question: files, places in them, and places with an address range.
 #pragma once
 
+#include "core/orv_shared_object.h"
 #include "orv/orv_debuginfoloader.h"
 
 #include <string>
@@ -35,8 +36,8 @@ private:
     unsigned long long m_length;
 };
 
-/// Belongs to one thread, unless it has a lock.
-class SourceLocation final : public SymMgrObject<ISourceLocation> {
+/// Threads may share it: a line and who took it from there hold the same one.
+class SourceLocation final : public SharedObject<SymMgrObject<ISourceLocation>> {
 public:
     struct Place {
         unsigned long long unit;
@@ -47,9 +48,6 @@ public:
     };
 
     SourceLocation(ISrcLineResolver* resolver, Place const& place) : m_resolver(resolver), m_place(place) {}
-    /// With its own lock for the count, for a location that threads share.
-    SourceLocation(ISrcLineResolver* resolver, Place const& place, ILock* countLock)
-        : SymMgrObject(countLock), m_resolver(resolver), m_place(place) {}
 
     ISourceFile* sourceFile() override { return m_resolver->sourceFileById(m_place.fileId); }
     unsigned long long unit() override { return m_place.unit; }

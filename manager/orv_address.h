@@ -3,17 +3,17 @@
 /// The implementation of IAddress over a file format loader.
 #pragma once
 
+#include "core/orv_shared_object.h"
 #include "orv/orv_address.h"
 
 namespace ORV_3_30 {
 
 class IFileFormatLoader;
 
-/// Holds its loader without a count, and must not outlive it.
-class Address final : public SymMgrObject<IAddress> {
+/// Holds its loader without a count, and must not be asked after it. A range and who asked it for its start share one.
+class Address final : public SharedObject<SymMgrObject<IAddress>> {
 public:
-    Address(IFileFormatLoader* loader, unsigned long long value, ILock* countLock = nullptr)
-        : SymMgrObject(countLock), m_loader(loader), m_value(value) {}
+    Address(IFileFormatLoader* loader, unsigned long long value) : m_loader(loader), m_value(value) {}
 
     unsigned long long rva() override;
     unsigned long long pseudoAddr() override { return m_value; }
