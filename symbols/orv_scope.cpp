@@ -9,6 +9,8 @@
 
 namespace ORV_3_30 {
 
+Scope* asScope(SymbolScope* scope) { return scope; }
+
 SymbolScope* createSymbolScope(IFileFormatLoader& loader, char const* name, unsigned long long address, Scope* parent,
                                symbol_visibility_t visibility, symbol_kind_t kind) {
     return new SymbolScope(&loader, SymbolName::copied(name), address, parent, visibility, kind);

@@ -25,10 +25,11 @@ public:
     virtual status_t sourceLines(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out, unsigned long long unit,
                                  unsigned int fileId, unsigned long long start, unsigned long long end,
                                  Scope* scope) = 0;
+    /// Those that line programs have named so far: 0 before the first question for lines, or for the files of a unit.
     virtual unsigned int sourceFileCount() = 0;
     /// Null for an id at or above the count.
     virtual ISourceFile* sourceFileById(unsigned int id) = 0;
-    /// Null for an id that is no unit's.
+    /// Null for an id that is no unit's, and before a question for symbols or lines has read the units.
     virtual ICompUnitDetails* compUnitDetailsById(unsigned long long id) = 0;
     /// Told when a client asks for an address in advance, and when its wishes are dropped.
     virtual status_t addressRequested(unsigned long long address) = 0;

@@ -25,7 +25,9 @@
 namespace ORV_3_30 {
 
 /// Tells a bank ahead of its queries which addresses they will be about. The next query loads again,
-/// restricted to the symbols round those addresses.
+/// restricted to the symbols round those addresses. What is not loaded takes no part: a symbol that would have changed
+/// another's name or end may be missing, and if the first question for lines comes after, lines of other places are
+/// missing for good.
 class ORV_API IPrefetcher {
 public:
     /// status_Ok.
@@ -65,7 +67,7 @@ public:
     virtual SymMgrObjectPtr<IAddress> entryPoint() = 0;
     /// Bytes of the first loaded segment.
     virtual unsigned long long imageSize() = 0;
-    /// The unit of that id, or null.
+    /// The unit of that id, or null; null for each before a question for symbols or lines has read the units.
     virtual ICompUnitDetails* compUnitDetailsById(unsigned int id) = 0;
     /// status_NotImplemented.
     virtual status_t notImplementedQuery() = 0;

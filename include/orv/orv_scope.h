@@ -3,8 +3,8 @@
 /// Scopes and the symbol table under them.
 ///
 ///     SymMgrObjectPtr<ISymbolTable> table = ISymbolTable::create(nullptr);
-///     table->addRange(0x100, 0x200, createSymbolScope(loader, "f", 0x100, nullptr,
-///                                                     symbol_visibility_Global, symbol_kind_Function));
+///     SymbolScope* scope = createSymbolScope(*loader, "f", 0x100, nullptr, symbol_visibility_Global, symbol_kind_Function);
+///     table->addRange(0x100, 0x200, asScope(scope));
 ///     SymMgrObjectPtr<ISymbolRange> range;
 ///     table->symbolRangeByAddress(range, 0x180, symbol_kind_Function, nullptr);
 #pragma once
@@ -43,6 +43,9 @@ protected:
 ORV_API SymbolScope* createSymbolScope(IFileFormatLoader& loader, char const* name, unsigned long long address,
                                        Scope* parent, symbol_visibility_t visibility, symbol_kind_t kind);
 
+/// The same scope, as tables take it.
+ORV_API Scope* asScope(SymbolScope* scope);
+
 /// Address ranges that may overlap in any way, and which of them wins where.
 /// Addresses are pseudo addresses. Ranges are half open; a range of size 0 is a label, found from
 /// its address up to the next boundary.
@@ -63,7 +66,8 @@ public:
     /// All ranges that touch [start, end), by start, then longest first; null if there are none.
     virtual void symbolRanges(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>>& out, unsigned long long start,
                               unsigned long long end, symbol_kind_t mask) = 0;
-    /// [start, end) cut into pieces with one winner each; gaps are left out. Null if there are none.
+    /// [start, end) cut into pieces with one winner each; gaps are left out. Null if there are none. A resolver must live
+    /// as long as the iterator, which asks it at each step.
     virtual void nonOverlappedSymbolRanges(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>>& out,
                                            unsigned long long start, unsigned long long end, symbol_kind_t mask,
                                            ISymbolChooser* resolver) = 0;

@@ -13,7 +13,7 @@ class ORV_API IBuffer : public ISymMgrObject {
 public:
     /// Bytes in the block.
     virtual unsigned long long size() = 0;
-    /// First byte; null in an empty block. Lives as long as the buffer.
+    /// First byte; of an empty block a pointer to nothing, which may be null. Lives as long as the buffer.
     virtual unsigned char* data() = 0;
 
 protected:

@@ -64,7 +64,8 @@ protected:
 /// A client's own choice among several locations at one address.
 class ORV_API ISourceLocationChooser {
 public:
-    /// Stores the choice in out, which may stay null. What it returns is what the query returns.
+    /// Stores the choice in out, which may stay null. What it returns is what ISrcLineResolver's question returns; a
+    /// bank's question goes by out alone. Called while the question is asked, and not after.
     virtual status_t choose(SymMgrObjectPtr<ISourceLocation>& out,
                             IIterator<SymMgrObjectPtr<ISourceLocation>>& candidates) = 0;
 

@@ -5,7 +5,7 @@
 ///     SymMgrObjectPtr<IStackFrameContext> frame = IStackFrameContext::create();
 ///     frame->setRegister(0, rsp);
 ///     frame->setRegister(1, rbp);                       // see below
-///     bank->findStackVariable(pc, stackAddress, frame, variable, &isInteger);
+///     bank->findStackVariable(address.get(), stackAddress, frame, variable, &isInteger);
 ///
 /// What to set follows from the form of the function's DW_AT_frame_base (DWARF version 4, 3.3.5):
 ///

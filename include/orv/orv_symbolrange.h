@@ -28,7 +28,8 @@ public:
     virtual IInlineInstance* inlineInstance() = 0;
     /// The thunk at the range's start, or null.
     virtual IThunk* thunk() = 0;
-    /// The range of the enclosing scope that holds this one's start; null at the outermost scope.
+    /// The range of the enclosing scope that holds this one's start. Of a function at the top that is the module, as a
+    /// range that has no symbol and whose bounds mean nothing; of that one null.
     virtual void outerRange(SymMgrObjectPtr<ISymbolRange>& out) = 0;
     /// True if the symbol is entered at this range's start.
     virtual bool isEntryRange() = 0;

@@ -31,6 +31,22 @@ int main() {
 }
 """
 
+# What the examples of headers speak of.
+CONTEXT = """
+using namespace orv;
+struct Map { unsigned long long start, offset; } map;
+unsigned long long pc, rsp, rbp, stackAddress;
+bool isInteger;
+char const* name;
+SymMgrObjectPtr<ISymbolManager> manager;
+SymMgrObjectPtr<IModuleSymbolBank> bank;
+SymMgrObjectPtr<IFileFormatLoader> loader;
+SymMgrObjectPtr<IAddress> address;
+SymMgrObjectPtr<ISymbol> variable;
+SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbol>>> it;
+void use(ISymbol&);
+"""
+
 with tempfile.TemporaryDirectory() as folder:
     folder = pathlib.Path(folder)
     code = re.search(r"```cpp\n(.*?)```", readme, re.S)[1]
@@ -47,6 +63,13 @@ with tempfile.TemporaryDirectory() as folder:
                       f"SymMgrObjectPtr<IAddress> address) {{\n{piece}}}\n")
             subprocess.run([cxx, "-std=c++17", "-Wall", "-Werror", f"-I{root / 'include'}", "-fsyntax-only", "-x", "c++", "-"],
                            input=source, text=True, check=True)
+    # So have headers, at their head.
+    for header in (root / "include/orv").glob("*.h"):
+        piece = re.search(r"(?:^///     .*\n)*", header.read_text()[header.read_text().find("///     "):], re.M)[0].replace("///", "")
+        source = f"#include <cstdio>\n#include <iostream>\n#include <orv/{header.name}>\n#include <orv/orv.h>\n" + CONTEXT + \
+            f"void piece() {{\n{piece}}}\n"
+        subprocess.run([cxx, "-std=c++17", f"-I{root / 'include'}", "-fsyntax-only", "-x", "c++", "-"], input=source, text=True,
+                       check=True)
     # Whatever the program is made like, it names a function of its own.
     for flags in (["-gdwarf-4"], ["-g"], ["-g", "-no-pie"], ["-std=c++14"], ["-gdwarf-4", "-no-pie"]):
         subprocess.run([cxx, "-std=c++17", *flags, "-Wall", "-Werror", f"-I{root / 'include'}", "-o", folder / "prog",
