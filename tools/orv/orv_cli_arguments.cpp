@@ -9,6 +9,8 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <cctype>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <set>
@@ -17,6 +19,7 @@ namespace orv_cli {
 namespace {
 
 constexpr unsigned int k_mostFiles = 2000;
+constexpr std::size_t k_mostWords = std::size_t{1} << 20; // still to be looked at, when a file is opened
 
 bool isBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
@@ -35,8 +38,9 @@ std::vector<std::string> split(std::string const& text) {
             isInWord = true;
         }
         if (c == '\\') {
-            at += at + 1 < text.size() ? 1 : 0;
-            words.back() += text[at];
+            if (++at < text.size()) {
+                words.back() += text[at];
+            }
         } else if (c == quote) {
             quote = '\0';
         } else if (quote == '\0' && (c == '\'' || c == '"')) {
@@ -63,6 +67,19 @@ bool takesNext(CLI::App const& command, std::string const& word) {
     auto const first =
         std::find_if(word.begin() + 1, word.end(), [&](char letter) { return takesValue(std::string("-") + letter); });
     return first != word.end() && first + 1 == word.end();
+}
+
+/// True if a digit stands where a letter should, among those in front of a value.
+bool hasDigit(CLI::App const& command, std::string const& letters) {
+    for (std::size_t at = 1; at < letters.size(); ++at) {
+        if (std::isdigit(static_cast<unsigned char>(letters[at])) != 0) {
+            return true;
+        }
+        if (takesNext(command, letters.substr(0, 1) + letters[at])) {
+            return false;
+        }
+    }
+    return false;
 }
 
 /// The one option whose name begins so, in full; empty if there is none, or more than one.
@@ -96,13 +113,18 @@ std::vector<std::string> expandFiles(std::vector<std::string> words) {
         words.pop_back();
         std::ifstream file;
         if (word.size() > 1 && word.front() == '@') {
+            std::error_code ignored;
+            std::filesystem::file_status const kind = std::filesystem::status(word.substr(1), ignored);
+            if (std::filesystem::is_directory(kind) || std::filesystem::is_character_file(kind)) {
+                throw Failure(word + ": is no file: leave out the @, or name a file with words");
+            }
             file.open(word.substr(1), std::ios::binary);
         }
         if (!file.is_open()) {
             expanded.push_back(word);
             continue;
         }
-        if (++files > k_mostFiles) {
+        if (++files > k_mostFiles || words.size() > k_mostWords) {
             throw Failure(word + ": files name each other without end: take the @ out of them");
         }
         std::vector<std::string> inside =
@@ -135,6 +157,48 @@ void completeOptions(CLI::App const& command, std::vector<std::string>& words) {
         }
         isValue = takesNext(command, word);
     }
+}
+
+std::string wrongWord(CLI::App const& command, std::vector<std::string> const& words) {
+    bool isValue = false;
+    for (std::string const& word : words) {
+        if (!isValue && word == "--") {
+            break;
+        }
+        bool const isNumber = word.size() > 1 && word[0] == '-' && word[1] != '-' && hasDigit(command, word);
+        if (!isValue && isNumber) {
+            return word + ": an address has no sign";
+        }
+        std::size_t const end = word.find('=');
+        if (!isValue && end != std::string::npos && word.rfind("--", 0) == 0) {
+            CLI::Option const* const option = command.get_option_no_throw(word.substr(0, end));
+            bool const isFlag = option != nullptr && option->get_items_expected_min() == 0;
+            if (isFlag && !option->check_lname("demangle")) {
+                return word + ": takes no value";
+            }
+        }
+        isValue = !isValue && takesNext(command, word);
+    }
+    return {};
+}
+
+void shieldBrackets(std::vector<std::string>& words) {
+    for (std::string& word : words) {
+        if (word.size() > 1 && word.front() == '[' && word.back() == ']') {
+            word.insert(0, " ");
+        }
+    }
+}
+
+std::string firstPlainWord(CLI::App const& app, std::vector<std::string> const& words) {
+    bool isValue = false;
+    for (std::string const& word : words) {
+        if (!isValue && (word.empty() || word[0] != '-')) {
+            return word;
+        }
+        isValue = !isValue && takesNext(app, word);
+    }
+    return {};
 }
 
 } // namespace orv_cli

@@ -21,6 +21,14 @@ std::vector<std::string> expandFiles(std::vector<std::string> words);
 /// first, as scripts have them; of those that fit no one, or several, the word stays.
 void completeOptions(CLI::App const& command, std::vector<std::string>& words);
 
+/// What of the words is wrong usage, though the parser would take it: a number with a minus sign, a value for a flag.
+/// The empty string if nothing is.
+std::string wrongWord(CLI::App const& command, std::vector<std::string> const& words);
+/// Keeps the parser from taking words in brackets for lists: a blank in front changes no address.
+void shieldBrackets(std::vector<std::string>& words);
+/// The first word that is no option of the application and no value of one.
+std::string firstPlainWord(CLI::App const& app, std::vector<std::string> const& words);
+
 /// The group of addr2line's options.
 inline constexpr char k_classicGroup[] = "Options of addr2line";
 

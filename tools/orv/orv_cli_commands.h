@@ -5,6 +5,7 @@
 
 #include "orv_cli_module.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,7 +14,7 @@ namespace orv_cli {
 /// Options of addr2line, with its meanings.
 struct SymbolizeOptions {
     std::string module = "a.out";
-    std::string section; ///< Addresses count from its start; empty: as the module lays them out.
+    std::optional<std::string> section; ///< Addresses count from its start; none: as the module lays them out.
     bool functions = false;
     bool inlines = false;
     bool noInlines = false; ///< Name the function that the code was compiled into.

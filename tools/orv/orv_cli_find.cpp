@@ -5,6 +5,8 @@
 #include "orv_cli_progress.h"
 
 #include <algorithm>
+#include <cstring>
+#include <elf.h>
 #include <unordered_set>
 
 namespace orv_cli {
@@ -77,21 +79,17 @@ std::vector<SymMgrObjectPtr<ISymbolRange>> findFunctions(Module& module, std::st
     return found;
 }
 
-bool SymbolPlaces::find(std::string const& name, unsigned long long& address) {
-    read();
-    auto const [begin, end] = m_places.equal_range(name);
-    auto const lowest = std::min_element(begin, end, [](auto const& a, auto const& b) { return a.second < b.second; });
-    if (lowest == end) {
-        return false;
+bool SymbolPlaces::find(std::string_view name, SymbolPlace& place) {
+    auto const [begin, end] = named(name);
+    if (begin != end) {
+        place = begin->place;
     }
-    address = lowest->second;
-    return true;
+    return begin != end;
 }
 
-bool SymbolPlaces::isStart(std::string const& name, unsigned long long address) {
-    read();
-    auto const [begin, end] = m_places.equal_range(name);
-    return std::any_of(begin, end, [&](auto const& place) { return place.second == address; });
+bool SymbolPlaces::isStart(std::string_view name, unsigned long long address) {
+    auto const [begin, end] = named(name);
+    return std::any_of(begin, end, [&](Named const& symbol) { return symbol.place.value == address; });
 }
 
 SymMgrObjectPtr<ISymbolRange> SymbolPlaces::entryOf(ISymbol& function,
@@ -104,35 +102,78 @@ SymMgrObjectPtr<ISymbolRange> SymbolPlaces::entryOf(ISymbol& function,
     return entry != ranges.end() ? *entry : SymMgrObjectPtr<ISymbolRange>();
 }
 
-/// A bank without debug information has the names of the symbol table; the companion of a stripped module has what that
-/// lacks.
+SymbolPlaces::Found SymbolPlaces::named(std::string_view name) {
+    read();
+    auto const begin =
+        std::lower_bound(m_symbols.begin(), m_symbols.end(), name,
+                         [](Named const& symbol, std::string_view wanted) { return symbol.name < wanted; });
+    auto const end = std::upper_bound(begin, m_symbols.end(), name, [](std::string_view wanted, Named const& symbol) {
+        return wanted < symbol.name;
+    });
+    return {begin, end};
+}
+
 void SymbolPlaces::read() {
     if (m_isRead) {
         return;
     }
     m_isRead = true;
-    CommonOptions plain = m_common;
-    plain.noDebugInfo = true;
-    plain.symbolFile.clear();
-    collect(Module::load(m_module.name(), plain, Module::Sharing::Anew,
-                         m_module.isLaidOut() ? Module::View::LaidOut : Module::View::AsItStands));
-    if (!m_common.noDebugInfo) {
-        collect(m_module);
+    bool const isWhole = readTable(".symtab", ".strtab");
+    if (!isWhole) {
+        readTable(".dynsym", ".dynstr");
+        collectFromBank();
+    }
+    std::stable_sort(m_symbols.begin(), m_symbols.end(),
+                     [](Named const& first, Named const& second) { return first.name < second.name; });
+}
+
+bool SymbolPlaces::readTable(char const* symbols, char const* strings) {
+    SymMgrObjectPtr<ISection> symbolSection;
+    SymMgrObjectPtr<ISection> stringSection;
+    m_module.loader().sectionByName(symbolSection, symbols);
+    m_module.loader().sectionByName(stringSection, strings);
+    SymMgrObjectPtr<IBuffer> table;
+    SymMgrObjectPtr<IBuffer> names;
+    if (!symbolSection || !stringSection || symbolSection->read(table) != status_Ok ||
+        stringSection->read(names) != status_Ok) {
+        return false;
+    }
+    m_strings.push_back(names);
+    if (m_module.is32Bit()) {
+        readSymbols<Elf32_Sym>(*table, *names);
+    } else {
+        readSymbols<Elf64_Sym>(*table, *names);
+    }
+    return true;
+}
+
+template <typename Symbol> void SymbolPlaces::readSymbols(IBuffer& symbols, IBuffer& strings) {
+    auto const* const text = reinterpret_cast<char const*>(strings.data());
+    for (unsigned long long at = 0; symbols.size() - at >= sizeof(Symbol); at += sizeof(Symbol)) {
+        Symbol symbol;
+        std::memcpy(&symbol, symbols.data() + at, sizeof(symbol));
+        unsigned int const type = symbol.st_info & 0xF;
+        bool const isNamed = symbol.st_name < strings.size() && type != STT_SECTION && type != STT_FILE &&
+                             symbol.st_shndx != SHN_UNDEF && symbol.st_shndx != SHN_COMMON;
+        if (!isNamed) {
+            continue;
+        }
+        char const* const name = text + symbol.st_name;
+        m_symbols.push_back(
+            {{name, ::strnlen(name, strings.size() - symbol.st_name)}, {symbol.st_value, symbol.st_shndx}});
     }
 }
 
-void SymbolPlaces::collect(Module& module) {
-    std::unordered_multimap<std::string, unsigned long long> places;
+void SymbolPlaces::collectFromBank() {
     Ranges ranges;
-    module.load([&] { return module.bank().originalSymbolRanges(ranges, k_allKinds, nullptr, nullptr); });
+    m_module.load([&] { return m_module.bank().originalSymbolRanges(ranges, k_allKinds, nullptr, nullptr); });
     for (auto range = ranges ? ranges->current() : SymMgrObjectPtr<ISymbolRange>(); range; range = ranges->current()) {
-        // A stub has the name of what is elsewhere.
-        if (range->thunk() == nullptr && m_places.find(range->symbol()->name()) == m_places.end()) {
-            places.emplace(range->symbol()->name(), startOf(*range));
+        if (range->thunk() == nullptr) { // a stub has the name of what is elsewhere
+            m_bankNames.emplace_back(range->symbol()->name());
+            m_symbols.push_back({m_bankNames.back(), {startOf(*range), SHN_ABS}});
         }
         ranges->next();
     }
-    m_places.merge(places);
 }
 
 } // namespace orv_cli

@@ -5,8 +5,10 @@
 
 #include "orv_cli_module.h"
 
+#include <deque>
 #include <string>
-#include <unordered_map>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace orv_cli {
@@ -20,27 +22,46 @@ std::vector<SymMgrObjectPtr<ISymbolRange>> rangesOf(ISymbol& symbol);
 /// there is none.
 std::vector<SymMgrObjectPtr<ISymbolRange>> findFunctions(Module& module, std::string const& word);
 
-/// Where symbols start, by the names that the symbol tables have; debug information may name and place them otherwise.
-/// Read at the first question.
+/// Where a symbol stands: a value of the symbol table, which in a relocatable file counts from the start of a section.
+struct SymbolPlace {
+    unsigned long long value;
+    unsigned int section; ///< Its number; one that no file has for an address.
+};
+
+/// The symbols of the module's own table, by the names that stand there: debug information may name and place them
+/// otherwise, and the bank leaves out what is neither code nor data. Of a stripped module also those that the bank has
+/// from its companion. Read at the first question.
 class SymbolPlaces {
 public:
     SymbolPlaces(Module& module, CommonOptions const& common) : m_module(module), m_common(common) {}
 
-    /// The lowest address of a symbol of that name; false if there is none.
-    bool find(std::string const& name, unsigned long long& address);
+    /// The first symbol of that name; false if there is none.
+    bool find(std::string_view name, SymbolPlace& place);
     /// True if a symbol of that name starts there.
-    bool isStart(std::string const& name, unsigned long long address);
+    bool isStart(std::string_view name, unsigned long long address);
     /// The range at which a function is entered, of several the one where the symbol of its name starts: others are
     /// cold parts of it.
     SymMgrObjectPtr<ISymbolRange> entryOf(ISymbol& function, std::vector<SymMgrObjectPtr<ISymbolRange>> const& ranges);
 
 private:
+    struct Named {
+        std::string_view name;
+        SymbolPlace place;
+    };
+    using Found = std::pair<std::vector<Named>::const_iterator, std::vector<Named>::const_iterator>;
+
     void read();
-    void collect(Module& module);
+    /// False if the module has no such table.
+    bool readTable(char const* symbols, char const* strings);
+    template <typename Symbol> void readSymbols(IBuffer& symbols, IBuffer& strings);
+    void collectFromBank();
+    Found named(std::string_view name);
 
     Module& m_module;
     CommonOptions m_common;
-    std::unordered_multimap<std::string, unsigned long long> m_places;
+    std::vector<Named> m_symbols; ///< By name, equal ones as they came.
+    std::vector<SymMgrObjectPtr<IBuffer>> m_strings;
+    std::deque<std::string> m_bankNames;
     bool m_isRead = false;
 };
 

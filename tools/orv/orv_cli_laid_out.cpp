@@ -174,6 +174,9 @@ private:
             return;
         }
         std::vector<Sym> symbols = readArray<Sym>(table->sh_offset, table->sh_size);
+        if (symbols.empty()) {
+            return; // it lies beyond the file
+        }
         for (Sym& symbol : symbols) {
             if (symbol.st_shndx < m_sections.size()) {
                 symbol.st_value += m_sections[symbol.st_shndx].sh_addr;

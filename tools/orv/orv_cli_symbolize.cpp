@@ -361,7 +361,7 @@ private:
     AnswerText m_text;
     std::vector<Query> m_queries;
     std::vector<Query*> m_grouped;
-    std::vector<std::unique_ptr<Finder>> m_finders; ///< One a thread, and one for the second module.
+    std::vector<std::unique_ptr<Finder>> m_finders; ///< One a thread.
     std::vector<Portion> m_portions;                ///< One a thread.
     int m_exitStatus = 0;
 };

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdlib>
 
 namespace orv_cli {
 namespace {
@@ -31,15 +32,8 @@ bool mayBelongToName(std::string_view text) {
            (std::isalnum(static_cast<unsigned char>(text[0])) != 0 || k_marks.find(text[0]) != std::string_view::npos);
 }
 
-/// A signed number behind blanks, as strtoull takes it; 0 where there is none.
-unsigned long long offsetOf(std::string_view text) {
-    text = withoutBlanks(text);
-    bool const isNegative = !text.empty() && text.front() == '-';
-    text.remove_prefix(!text.empty() && (isNegative || text.front() == '+') ? 1 : 0);
-    unsigned long long value = 0;
-    readHex(text, value, text);
-    return isNegative ? 0 - value : value;
-}
+/// A signed number of C behind blanks; 0 where there is none.
+unsigned long long offsetOf(std::string_view text) { return std::strtoull(std::string(text).c_str(), nullptr, 0); }
 
 /// True for a section that has a place in memory. One at 0 may be there, or have none: then it does not stand where the
 /// segment would have it.
@@ -70,43 +64,48 @@ bool readHex(std::string_view text, unsigned long long& out, std::string_view& r
     return at > begin;
 }
 
-WordReader::WordReader(Module& module, CommonOptions const& common, std::string const& section)
+WordReader::WordReader(Module& module, CommonOptions const& common, std::optional<std::string> const& section)
     : m_module(module), m_mask(module.is32Bit() ? 0xFFFFFFFF : ~0ULL), m_places(module, common) {
     readSections(section);
 }
 
-void WordReader::readSections(std::string const& wanted) {
+void WordReader::readSections(std::optional<std::string> const& wanted) {
     IFileFormatLoader& loader = m_module.loader();
-    bool isFound = wanted.empty();
+    bool isFound = !wanted;
     SymMgrObjectPtr<ISection> section;
     loader.sectionByIndex(section, 0);
     for (unsigned int index = 0; section; loader.sectionByIndex(section, ++index)) {
         bool const isPlaced = hasPlace(*section, loader);
         ISegment* const segment = isPlaced ? loader.segmentByAddress(section->address()) : nullptr;
-        Section const found{section->address(), section->address() + section->size(),
-                            segment != nullptr && segment->type() == 1};
-        if (isPlaced) {
-            m_sections.push_back(found);
-        }
-        if (!isFound && wanted == section->name()) {
+        unsigned long long const size = isPlaced ? section->size() : 0;
+        m_sections.push_back(
+            {section->address(), section->address() + size, segment != nullptr && segment->type() == 1});
+        if (!isFound && !wanted->empty() && *wanted == section->name()) {
             isFound = true;
             m_isRelative = true;
-            m_base = isPlaced ? found : m_base;
+            m_base = m_sections.back();
         }
     }
     if (!isFound) {
-        throw Failure(m_module.name() + ": has no section named " + wanted + ": 'orv sections' lists them");
+        throw Failure(m_module.name() + ": has no section named " + *wanted + ": 'orv sections' lists them");
     }
     SymMgrObjectPtr<IIterator<ISegment*>> segments;
+    m_loaded = m_sections;
+    m_loaded.erase(std::remove_if(m_loaded.begin(), m_loaded.end(), [](Section const& s) { return s.start == s.end; }),
+                   m_loaded.end());
+    for (Section const& next : m_loaded) {
+        if (next.isCode && (m_code.empty() || next.end - next.start > m_code.back().end - m_code.back().start)) {
+            m_code.push_back(next);
+        }
+    }
     // A file without sections is loaded by its segments.
-    if (m_sections.empty() && m_module.bank().segments(segments) == status_Ok) {
+    if (m_loaded.empty() && m_module.bank().segments(segments) == status_Ok) {
         for (ISegment* segment = segments->current(); segment != nullptr; segment = segments->current()) {
             unsigned long long const start = loader.preferredLoadAddress() + segment->rva();
-            m_sections.push_back({start, start + segment->memorySize(), segment->type() == 1});
+            m_loaded.push_back({start, start + segment->memorySize(), segment->type() == 1});
             segments->next();
         }
     }
-    m_loaded = m_sections;
     std::sort(m_loaded.begin(), m_loaded.end(), [](Section const& a, Section const& b) { return a.start < b.start; });
     std::size_t last = 0;
     for (Section const& next : m_loaded) {
@@ -122,14 +121,20 @@ void WordReader::readSections(std::string const& wanted) {
 void WordReader::read(std::string_view word, Query& query) {
     std::string_view const text = withoutBlanks(word);
     query.word = text.substr(0, text.find_first_of(k_blanks));
-    std::string_view const number = text.substr(!text.empty() && text.front() == '+' ? 1 : 0);
     std::string_view behind;
-    bool const isNumber = readHex(number, query.value, behind);
-    // A name may begin with digits.
-    if ((!isNumber || mayBelongToName(behind)) && readName(text, query)) {
-        return;
+    bool isNumber = readHex(text, query.value, behind);
+    if (!text.empty() && text.front() == '+') {
+        query.value = offsetOf(text.substr(1)); // from nothing
+        isNumber = true;
+    } else if (!isNumber || mayBelongToName(behind)) {
+        // A name may begin with digits; letters with an offset are nothing else.
+        bool const isOffset = !behind.empty() && behind.front() == '+';
+        if (readName(text, query) || (isOffset && std::isdigit(static_cast<unsigned char>(text.front())) == 0)) {
+            query.value = query.isUnderstood ? query.value : 0;
+            return;
+        }
     }
-    query.isUnderstood = isNumber || number.empty(); // an empty line counts as address 0
+    query.isUnderstood = isNumber || text.empty(); // an empty line counts as address 0
     query.value &= m_mask;
     if (query.isUnderstood) {
         place(query);
@@ -138,47 +143,37 @@ void WordReader::read(std::string_view word, Query& query) {
 
 bool WordReader::readName(std::string_view word, Query& query) {
     std::size_t const end = std::min(word.find_first_of(k_blanks), word.find('+'));
-    std::string const name(word.substr(0, end));
     std::string_view const behind = withoutBlanks(word.substr(std::min(end, word.size())));
-    unsigned long long address = 0;
-    if (name.empty() || !m_places.find(name, address)) {
+    SymbolPlace found{};
+    if (end == 0 || !m_places.find(word.substr(0, end), found)) {
         return false;
     }
     query.isUnderstood = true;
-    address += !behind.empty() && behind.front() == '+' ? offsetOf(behind.substr(1)) : 0;
-    query.address = query.value = address & m_mask;
-    if (m_module.isLaidOut()) {
-        // It stands in a section of its own, and is shown as the file has it.
-        auto const holds = [&](Section const& section) {
-            return section.start <= query.address && query.address < section.end;
-        };
-        auto const section = std::find_if(m_sections.begin(), m_sections.end(), holds);
-        query.value -= section != m_sections.end() ? section->start : 0;
-    }
-    if (m_isRelative) {
-        place(query);
+    query.value = (found.value + (!behind.empty() && behind.front() == '+' ? offsetOf(behind.substr(1)) : 0)) & m_mask;
+    if (m_module.isLaidOut() && !m_isRelative && found.section < m_sections.size()) {
+        placeIn(m_sections[found.section], query); // its value counts there
     } else {
-        query.isInModule = isLoaded(query.address);
+        place(query);
     }
     return true;
 }
 
 void WordReader::place(Query& query) const {
-    Section base = m_base;
-    if (!m_isRelative && !m_module.isLaidOut()) {
+    if (m_isRelative) {
+        placeIn(m_base, query);
+    } else if (m_module.isLaidOut()) {
+        auto const isLonger = [](unsigned long long value, Section const& s) { return value < s.end - s.start; };
+        auto const section = std::upper_bound(m_code.begin(), m_code.end(), query.value, isLonger);
+        placeIn(section != m_code.end() ? *section : Section{0, 0, false}, query);
+    } else {
         query.address = query.value;
         query.isInModule = isLoaded(query.address);
-        return;
     }
-    if (!m_isRelative) {
-        auto const holds = [&](Section const& section) {
-            return section.isCode && query.value < section.end - section.start;
-        };
-        auto const section = std::find_if(m_sections.begin(), m_sections.end(), holds);
-        base = section != m_sections.end() ? *section : base;
-    }
-    query.isInModule = query.value < base.end - base.start;
-    query.address = base.start + query.value;
+}
+
+void WordReader::placeIn(Section const& section, Query& query) {
+    query.isInModule = query.value < section.end - section.start;
+    query.address = section.start + query.value;
 }
 
 bool WordReader::isLoaded(unsigned long long address) const {

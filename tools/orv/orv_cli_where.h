@@ -7,6 +7,7 @@
 #include "orv_cli_find.h"
 #include "orv_cli_module.h"
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,8 +20,8 @@ namespace orv_cli {
 /// asked for; in a relocatable file without such a one, from that of the first code section that has so many bytes.
 class WordReader {
 public:
-    /// section: empty for none. Throws Failure if the module has no section of that name.
-    WordReader(Module& module, CommonOptions const& common, std::string const& section);
+    /// Throws Failure if the module has no section of that name.
+    WordReader(Module& module, CommonOptions const& common, std::optional<std::string> const& section);
 
     /// Fills in all but the answer.
     void read(std::string_view word, Query& query);
@@ -32,17 +33,19 @@ private:
         bool isCode;
     };
 
-    void readSections(std::string const& wanted);
+    void readSections(std::optional<std::string> const& wanted);
     /// False if there is no symbol of that name.
     bool readName(std::string_view word, Query& query);
     bool isLoaded(unsigned long long address) const;
     /// Finds the place of what the word says.
     void place(Query& query) const;
+    static void placeIn(Section const& section, Query& query);
 
     Module& m_module;
     unsigned long long m_mask;       ///< The bits of an address.
-    std::vector<Section> m_sections; ///< Those that are loaded, as the file has them.
-    std::vector<Section> m_loaded;   ///< The same by address, those that touch as one.
+    std::vector<Section> m_sections; ///< By number; without extent where nothing is loaded.
+    std::vector<Section> m_loaded;   ///< Those that are loaded, by address, those that touch as one.
+    std::vector<Section> m_code;     ///< The code sections that are longer than all in front of them.
     bool m_isRelative = false;       ///< Numbers count from m_base.
     Section m_base{0, 0, false};
     SymbolPlaces m_places;

@@ -98,7 +98,18 @@ public:
 
     int run(std::vector<std::string> words) {
         words = expandFiles(std::move(words));
-        completeOptions(commandOf(words), words);
+        CLI::App const& command = commandOf(words);
+        completeOptions(command, words);
+        std::string wrong = wrongWord(command, words);
+        for (std::string const style : {"", k_anyStyle}) { // which stand for the flag alone
+            if (std::count(words.begin(), words.end(), "--demangle=" + style) != 0) {
+                wrong = "--demangle=" + style + ": give one of auto, gnu-v3, none";
+            }
+        }
+        if (!wrong.empty()) {
+            return complain(wrong);
+        }
+        shieldBrackets(words);
         std::reverse(words.begin(), words.end()); // as the parser wants them
         try {
             m_app.parse(std::move(words));
@@ -106,9 +117,7 @@ public:
             if (error.get_exit_code() == 0) {
                 return m_app.exit(error); // help or version
             }
-            std::fprintf(stderr, "%s: %s: see '%s --help'\n", m_app.get_name().c_str(), error.what(),
-                         m_app.get_name().c_str());
-            return m_isAddr2line ? k_exitFailure : k_exitUsage;
+            return complain(error.what());
         }
         configureLog(m_common.logLevel);
         return m_action();
@@ -124,13 +133,18 @@ private:
         return command;
     }
 
+    int complain(std::string const& what) const {
+        std::string const name = m_app.get_name();
+        std::fprintf(stderr, "%s: %s: see '%s --help'\n", name.c_str(), what.c_str(), name.c_str());
+        return m_isAddr2line ? k_exitFailure : k_exitUsage;
+    }
+
     /// The command that is named, or the one that there is.
     CLI::App const& commandOf(std::vector<std::string> const& words) const {
-        for (std::string const& word : words) {
-            for (CLI::App const* const command : m_app.get_subcommands({})) {
-                if (word == command->get_name()) {
-                    return *command;
-                }
+        std::string const name = firstPlainWord(m_app, words);
+        for (CLI::App const* const command : m_app.get_subcommands({})) {
+            if (name == command->get_name()) {
+                return *command;
             }
         }
         return m_app;
@@ -229,7 +243,9 @@ private:
         addFlag("-a,--addresses", options.addresses, "Show addresses");
         addFlag("-p,--pretty-print", options.pretty, "One line an address");
         addFlag("-s,--basenames", options.baseNames, "Strip directories from file names");
-        classic(command.add_option("-j,--section", options.section, "Addresses count from the start of this section"))
+        classic(command.add_option_function<std::string>(
+                    "-j,--section", [&options](std::string const& name) { options.section = name; },
+                    "Addresses count from the start of this section"))
             ->type_name("NAME");
         classic(command.add_option("-b,--target", m_target, "Format of the module; the file itself tells"))
             ->type_name("FORMAT")
