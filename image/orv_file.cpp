@@ -145,8 +145,10 @@ LinuxFile* openLinuxFile(char const* path, int flags, file_op_status_t& status) 
 } // namespace
 
 IFile* openFile(char const* path, file_op_status_t& status) {
-    // A pipe without a writer must not hold the caller up; for regular files the flag does nothing.
-    return openLinuxFile(path, O_RDONLY | O_NONBLOCK, status);
+    // A pipe without a writer must not hold the caller up. Others are read as they are.
+    struct stat info {};
+    bool const isPipe = path != nullptr && ::stat(path, &info) == 0 && S_ISFIFO(info.st_mode);
+    return openLinuxFile(path, O_RDONLY | (isPipe ? O_NONBLOCK : 0), status);
 }
 
 IFileModifiable* openFileModifiable(char const* path, bool create, file_op_status_t& status) {

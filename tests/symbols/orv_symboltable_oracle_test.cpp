@@ -383,5 +383,5 @@ INSTANTIATE_TEST_SUITE_P(
                     Shape{"Nested", 3, 800, 2000, 400, false}, Shape{"NestedRaw", 4, 800, 2000, 400, true},
                     Shape{"Sparse", 5, 1500, 20000, 30, false}, Shape{"SparseRaw", 6, 6000, 60000, 30, true},
                     Shape{"Labels", 7, 500, 3000, 2, false}, Shape{"Equal", 8, 400, 12, 5, false},
-                    Shape{"EqualRaw", 9, 400, 12, 5, true}, Shape{"Wide", 10, 2000, 8000, 8000, false}),
+                    Shape{"EqualRaw", 9, 400, 12, 5, true}, Shape{"Wide", 10, 900, 4000, 4000, false}),
     [](auto const& info) { return info.param.name; });
