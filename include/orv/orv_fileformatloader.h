@@ -17,8 +17,8 @@ namespace ORV_3_30 {
 /// belong to the loader; sections and addresses are counted and must not outlive it.
 class ORV_API IFileFormatLoader : public ISymMgrObject {
 public:
-    /// Picks the loader by the image's first bytes. status_Ok, or the loader's own status, with the loader in out. If no
-    /// format fits out stays as it was: status_BadFileFormat if it is null, else the status of the loader in it.
+    /// Picks the loader by the image's first bytes. status_Ok, or the loader's own status, with the loader in out. If
+    /// no format fits out stays as it was: status_BadFileFormat if it is null, else the status of the loader in it.
     ORV_API static status_t create(SymMgrObjectPtr<IFileFormatLoader>& out, SymMgrObjectPtr<IModuleImage> image,
                                    char const* targetName);
 

@@ -3,9 +3,8 @@
 /// Scopes and the symbol table under them.
 ///
 ///     SymMgrObjectPtr<ISymbolTable> table = ISymbolTable::create(nullptr);
-///     SymbolScope* scope = createSymbolScope(*loader, "f", 0x100, nullptr, symbol_visibility_Global, symbol_kind_Function);
-///     table->addRange(0x100, 0x200, asScope(scope));
-///     SymMgrObjectPtr<ISymbolRange> range;
+///     SymbolScope* scope = createSymbolScope(*loader, "f", 0x100, nullptr, symbol_visibility_Global,
+///     symbol_kind_Function); table->addRange(0x100, 0x200, asScope(scope)); SymMgrObjectPtr<ISymbolRange> range;
 ///     table->symbolRangeByAddress(range, 0x180, symbol_kind_Function, nullptr);
 #pragma once
 
@@ -66,8 +65,8 @@ public:
     /// All ranges that touch [start, end), by start, then longest first; null if there are none.
     virtual void symbolRanges(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>>& out, unsigned long long start,
                               unsigned long long end, symbol_kind_t mask) = 0;
-    /// [start, end) cut into pieces with one winner each; gaps are left out. Null if there are none. A resolver must live
-    /// as long as the iterator, which asks it at each step.
+    /// [start, end) cut into pieces with one winner each; gaps are left out. Null if there are none. A resolver must
+    /// live as long as the iterator, which asks it at each step.
     virtual void nonOverlappedSymbolRanges(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>>& out,
                                            unsigned long long start, unsigned long long end, symbol_kind_t mask,
                                            ISymbolChooser* resolver) = 0;
