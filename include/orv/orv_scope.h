@@ -4,7 +4,9 @@
 ///
 ///     SymMgrObjectPtr<ISymbolTable> table = ISymbolTable::create(nullptr);
 ///     SymbolScope* scope = createSymbolScope(*loader, "f", 0x100, nullptr, symbol_visibility_Global,
-///     symbol_kind_Function); table->addRange(0x100, 0x200, asScope(scope)); SymMgrObjectPtr<ISymbolRange> range;
+///                                            symbol_kind_Function);
+///     table->addRange(0x100, 0x200, asScope(scope));
+///     SymMgrObjectPtr<ISymbolRange> range;
 ///     table->symbolRangeByAddress(range, 0x180, symbol_kind_Function, nullptr);
 #pragma once
 
