@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
-#include "orv/orv_object.h"
+#include "core/orv_shared_object.h"
 
 #include <new>
 
 namespace ORV_3_30::internal {
+
+void endObject(IDeleteObserver* object) { object->onDelete(); }
+
+void endObject(SymMgrObjectImpl* object) { delete object; }
 
 unsigned int RefCountHelper::addRef() {
     LockGuard guard(m_lock);

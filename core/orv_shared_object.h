@@ -8,9 +8,15 @@
 #include "orv/orv_object.h"
 
 #include <atomic>
-#include <type_traits>
 
 namespace ORV_3_30 {
+namespace internal {
+
+/// What the last release of an object comes to.
+void endObject(IDeleteObserver* object);
+void endObject(SymMgrObjectImpl* object);
+
+} // namespace internal
 
 /// Counts by itself and without a lock, in place of its base, so that no lock has to outlive the object.
 /// Base: SymMgrObject or SymMgrObjectImpl.
@@ -22,11 +28,7 @@ public:
     unsigned int release() override {
         unsigned int const count = m_count.fetch_sub(1, std::memory_order_acq_rel) - 1;
         if (count == 0) {
-            if constexpr (std::is_base_of_v<internal::IDeleteObserver, Base>) {
-                this->onDelete();
-            } else {
-                delete this;
-            }
+            internal::endObject(this);
         }
         return count;
     }
