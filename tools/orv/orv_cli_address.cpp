@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
 #include "orv_cli_commands.h"
+#include "orv_cli_find.h"
 #include "orv_cli_output.h"
 
 #include <cstdio>
@@ -33,8 +34,6 @@ Place sectionAt(Module& module, IAddress& address) {
 }
 
 Place symbolAt(Module& module, IAddress& address) {
-    constexpr auto k_allKinds = static_cast<symbol_kind_t>(
-        symbol_kind_Function | symbol_kind_DataAlt | symbol_kind_Data | symbol_kind_Other | symbol_kind_FunctionAlt);
     SymMgrObjectPtr<ISymbolRange> range;
     if (module.symbolRangeByAddress(address, range, k_allKinds) != status_Ok) {
         return {};

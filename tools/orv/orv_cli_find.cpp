@@ -12,8 +12,6 @@
 namespace orv_cli {
 namespace {
 
-constexpr auto k_allKinds = static_cast<symbol_kind_t>(symbol_kind_Function | symbol_kind_DataAlt | symbol_kind_Data |
-                                                       symbol_kind_Other | symbol_kind_FunctionAlt);
 constexpr auto k_functionKinds = static_cast<symbol_kind_t>(symbol_kind_Function | symbol_kind_FunctionAlt);
 
 enum class Match { None, Short, Whole };

@@ -15,6 +15,9 @@ namespace orv_cli {
 
 using Ranges = SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>>;
 
+constexpr auto k_allKinds = static_cast<symbol_kind_t>(symbol_kind_Function | symbol_kind_DataAlt | symbol_kind_Data |
+                                                       symbol_kind_Other | symbol_kind_FunctionAlt);
+
 unsigned long long startOf(ISymbolRange& range);
 /// All ranges of a symbol, by address.
 std::vector<SymMgrObjectPtr<ISymbolRange>> rangesOf(ISymbol& symbol);
@@ -33,7 +36,7 @@ struct SymbolPlace {
 /// from its companion. Read at the first question.
 class SymbolPlaces {
 public:
-    SymbolPlaces(Module& module, CommonOptions const& common) : m_module(module), m_common(common) {}
+    explicit SymbolPlaces(Module& module) : m_module(module) {}
 
     /// The first symbol of that name; false if there is none.
     bool find(std::string_view name, SymbolPlace& place);
@@ -58,7 +61,6 @@ private:
     Found named(std::string_view name);
 
     Module& m_module;
-    CommonOptions m_common;
     std::vector<Named> m_symbols; ///< By name, equal ones as they came.
     std::vector<SymMgrObjectPtr<IBuffer>> m_strings;
     std::deque<std::string> m_bankNames;

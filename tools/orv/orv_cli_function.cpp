@@ -137,7 +137,7 @@ int function(std::string const& moduleName, std::string const& word, CommonOptio
     std::vector<FunctionView> views;
     {
         Progress const progress("reading " + module.name());
-        SymbolPlaces places(module, common);
+        SymbolPlaces places(module);
         for (auto const& range : found) {
             views.emplace_back(*range, places);
         }

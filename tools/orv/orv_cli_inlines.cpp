@@ -86,7 +86,7 @@ Json jsonOf(Body const& body) {
 
 int inlines(std::string const& moduleName, std::string const& word, CommonOptions const& common) {
     Module& module = Module::load(moduleName, common);
-    SymbolPlaces places(module, common);
+    SymbolPlaces places(module);
     for (auto const& range : findFunctions(module, word)) {
         SymMgrObjectPtr<ISymbolRange> const entry = places.entryOf(*range->symbol(), rangesOf(*range->symbol()));
         Body root{range->symbol(), nullptr, startOf(entry ? *entry : *range), 0, {}};

@@ -93,20 +93,20 @@ char const* nameOfSymbolFormat(unsigned int format) {
     }
 }
 
-Module& Module::load(std::string name, CommonOptions const& options, Sharing sharing, View view) {
+Module& Module::load(std::string name, CommonOptions const& options, View view) {
     static std::vector<Module*> modules; // reachable, and never taken down
-    modules.push_back(new Module(std::move(name), options, sharing, view));
+    modules.push_back(new Module(std::move(name), options, view));
     return *modules.back();
 }
 
-Module::Module(std::string name, CommonOptions const& options, Sharing sharing, View view)
+Module::Module(std::string name, CommonOptions const& options, View view)
     : m_name(std::move(name)), m_options(options), m_resolver(std::make_unique<Resolver>(m_options)) {
     if (view == View::LaidOut) {
         m_image = laidOutImage(libraryName(m_name).c_str(), m_options.arch);
     }
     status_t status = ISymbolManager::create(m_manager);
     if (status == status_Ok) {
-        status = loadBank(sharing);
+        status = loadBank();
     }
     if (status != status_Ok) {
         throw Failure(m_name + ": " + describe(status));
@@ -118,12 +118,11 @@ Module::Module(std::string name, CommonOptions const& options, Sharing sharing, 
     }
 }
 
-status_t Module::loadBank(Sharing sharing) {
+status_t Module::loadBank() {
     if (m_image) {
         return IModuleSymbolBank::create(m_bank, m_image, m_resolver.get(), true, "");
     }
-    unsigned int const flags = (m_options.noDebugInfo ? load_flags_NoDebugInfo : load_flags_None) |
-                               (sharing == Sharing::Anew ? load_flags_NewLoader : load_flags_None);
+    unsigned int const flags = m_options.noDebugInfo ? load_flags_NoDebugInfo : load_flags_None;
     return m_manager->loadSymbolsFromModuleEx(libraryName(m_name).c_str(), m_resolver.get(), m_bank, m_options.arch,
                                               flags, "");
 }

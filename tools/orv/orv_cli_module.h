@@ -52,10 +52,8 @@ class Module {
 public:
     /// Throws Failure if the module can't be loaded. The module stays until the process ends, and goes
     /// with it: taking tens of thousands of symbols apart one by one would serve nobody.
-    enum class Sharing { Shared, Anew };     ///< Anew: reads the file again, beside what is loaded.
     enum class View { AsItStands, LaidOut }; ///< LaidOut: the sections of a relocatable file stand behind each other.
-    static Module& load(std::string name, CommonOptions const& options, Sharing sharing = Sharing::Shared,
-                        View view = View::AsItStands);
+    static Module& load(std::string name, CommonOptions const& options, View view = View::AsItStands);
     Module(Module const&) = delete;
     Module& operator=(Module const&) = delete;
     ~Module();
@@ -87,8 +85,8 @@ public:
 private:
     /// Says once that the debug information can't be read.
     void noteBadDebugInfo(status_t status);
-    Module(std::string name, CommonOptions const& options, Sharing sharing, View view);
-    status_t loadBank(Sharing sharing);
+    Module(std::string name, CommonOptions const& options, View view);
+    status_t loadBank();
 
     std::string m_name;
     CommonOptions m_options;

@@ -256,10 +256,8 @@ constexpr std::size_t k_queriesPerThread = 2048;
 class Symbolizer {
 public:
     Symbolizer(SymbolizeOptions const& options, CommonOptions const& common)
-        : m_options(options), m_common(common),
-          m_module(Module::load(options.module, common, Module::Sharing::Shared, Module::View::LaidOut)),
-          m_reader(m_module, common, options.section), m_is32Bit(m_module.is32Bit()),
-          m_text(options, common.json, m_is32Bit) {}
+        : m_options(options), m_common(common), m_module(Module::load(options.module, common, Module::View::LaidOut)),
+          m_reader(m_module, options.section), m_is32Bit(m_module.is32Bit()), m_text(options, common.json, m_is32Bit) {}
 
     template <typename Words> void answer(Words const& words) {
         m_queries.assign(words.size(), Query());

@@ -2,6 +2,7 @@
 // SPDX-FileCopyrightText: The ORV authors
 #include "orv_cli_commands.h"
 #include "orv_cli_debug.h"
+#include "orv_cli_find.h"
 #include "orv_cli_output.h"
 #include "orv_cli_progress.h"
 
@@ -15,9 +16,6 @@ namespace {
 
 using RangeIterator = SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>>;
 
-constexpr unsigned int k_allKinds =
-    symbol_kind_Function | symbol_kind_DataAlt | symbol_kind_Data | symbol_kind_Other | symbol_kind_FunctionAlt;
-
 struct KindName {
     char const* name;
     unsigned int kinds;
@@ -30,7 +28,7 @@ constexpr KindName k_kindNames[] = {
 
 /// False for a word that is no kind.
 bool parseKinds(std::string const& text, unsigned int& kinds) {
-    kinds = text.empty() ? k_allKinds : 0;
+    kinds = text.empty() ? static_cast<unsigned int>(k_allKinds) : 0;
     std::istringstream words(text);
     for (std::string word; std::getline(words, word, ',');) {
         auto const known = std::find_if(std::begin(k_kindNames), std::end(k_kindNames),

@@ -64,8 +64,8 @@ bool readHex(std::string_view text, unsigned long long& out, std::string_view& r
     return at > begin;
 }
 
-WordReader::WordReader(Module& module, CommonOptions const& common, std::optional<std::string> const& section)
-    : m_module(module), m_mask(module.is32Bit() ? 0xFFFFFFFF : ~0ULL), m_places(module, common) {
+WordReader::WordReader(Module& module, std::optional<std::string> const& section)
+    : m_module(module), m_mask(module.is32Bit() ? 0xFFFFFFFF : ~0ULL), m_places(module) {
     readSections(section);
 }
 

@@ -21,7 +21,7 @@ namespace orv_cli {
 class WordReader {
 public:
     /// Throws Failure if the module has no section of that name.
-    WordReader(Module& module, CommonOptions const& common, std::optional<std::string> const& section);
+    WordReader(Module& module, std::optional<std::string> const& section);
 
     /// Fills in all but the answer.
     void read(std::string_view word, Query& query);
