@@ -42,7 +42,7 @@ std::string buildIdOf(Module& module) {
         return {};
     }
     for (auto candidate = candidates->current(); candidate; candidate = candidates->current()) {
-        std::string const id = wantedBuildId(*candidate);
+        std::string id = wantedBuildId(*candidate);
         if (!id.empty()) {
             return id;
         }
