@@ -27,7 +27,7 @@ public:
             m_capacity = wanted;
             m_used = 0;
         }
-        return new (&m_chunks.back()[m_used++]) T{std::forward<Args>(args)...};
+        return new (&m_chunks.back()[m_used++]) T(std::forward<Args>(args)...);
     }
 
 private:

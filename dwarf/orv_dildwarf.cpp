@@ -265,18 +265,21 @@ Scope* DWARFDebugInfoLoader::InlineMaker::makeScope(RangeRecord const& record, S
     return childScope(*m_loader.findUnitByOffset(record.token), record.token, record.side(), parent);
 }
 
-unsigned int DWARFDebugInfoLoader::mergeDecision(MergeSide const& mine, MergeSide const& other, MergeNext const& next) {
-    return mayCompare(mine, other) ? dwarfMergeRule(mine, other, next, m_shortNames) : merge_Different;
+unsigned int DWARFDebugInfoLoader::mergeRule(MergeSide const& mine, MergeSide const& other, MergeNext const& next) {
+    bool const areKnown = mine.name == other.name || (mayRead(mine.name) && mayRead(other.name));
+    return areKnown ? dwarfMergeRule(mine, other, next, m_shortNames) : merge_Different;
 }
 
-bool DWARFDebugInfoLoader::mayCompare(MergeSide const& a, MergeSide const& b) {
-    constexpr std::size_t k_usualSize = 4096; // is not counted
-    for (char const* const name : {a.name, b.name}) {
-        if (::strnlen(name, k_usualSize) == k_usualSize && !(canSearch() && spendSearchBytes(std::strlen(name)))) {
-            return false;
-        }
+void DWARFDebugInfoLoader::matchKeys(MergeSide const& side, MatchRole role, MatchKeys& out) {
+    if (mayRead(side.name)) {
+        dwarfMatchKeys(side.name, role, m_shortNames, out);
+    } else {
+        out.add(reinterpret_cast<std::uintptr_t>(side.name));
     }
-    return true;
+}
+
+bool DWARFDebugInfoLoader::mayRead(char const* name) {
+    return NameBudget::isUsual(name) || (canSearch() && spendSearchBytes(std::strlen(name)));
 }
 
 char const* DWARFDebugInfoLoader::keepShortened(char const* name, std::size_t size) {

@@ -43,7 +43,9 @@ public:
     }
 
     Scope* makeScope(RangeRecord const& record, Scope* parent) override;
-    unsigned int mergeDecision(MergeSide const& mine, MergeSide const& other, MergeNext const& next) override;
+    unsigned int mergeRule(MergeSide const& mine, MergeSide const& other, MergeNext const& next) override;
+    void matchKeys(MergeSide const& side, MatchRole role, MatchKeys& out) override;
+    bool looksAhead() const override { return true; }
     bool givesUnits() const override { return true; }
     bool givesInlines() const override { return false; }
     /// Who makes the scopes of inlined bodies.
@@ -94,8 +96,8 @@ public:
     /// For the search of texts that entries may share.
     bool spendSearchBytes(std::uint64_t bytes) { return spend(m_searchBytes, bytes); }
     bool canSearch() const { return m_searchBytes.load(std::memory_order_relaxed) != 0; }
-    /// False if names are so long that comparing them costs more than a load may spend: many may share their text.
-    bool mayCompare(MergeSide const& a, MergeSide const& b);
+    /// False if a name is so long that reading it costs more than a load may spend: many may share their text.
+    bool mayRead(char const* name);
     /// For the entries of location lists: many variables may share one.
     bool spendLocation() { return spend(m_locations, 1); }
     /// For the ranges that indices of inlined bodies keep. Refilled where units are loaded.
@@ -109,9 +111,13 @@ private:
     public:
         explicit InlineMaker(DWARFDebugInfoLoader& loader) : m_loader(loader) {}
         Scope* makeScope(RangeRecord const& record, Scope* parent) override;
-        unsigned int mergeDecision(MergeSide const& mine, MergeSide const& other, MergeNext const& next) override {
-            return m_loader.mergeDecision(mine, other, next);
+        unsigned int mergeRule(MergeSide const& mine, MergeSide const& other, MergeNext const& next) override {
+            return m_loader.mergeRule(mine, other, next);
         }
+        void matchKeys(MergeSide const& side, MatchRole role, MatchKeys& out) override {
+            m_loader.matchKeys(side, role, out);
+        }
+        bool looksAhead() const override { return true; }
         bool givesUnits() const override { return true; }
         bool givesInlines() const override { return true; }
 

@@ -238,7 +238,7 @@ private:
                 return true;
             }
             bool const mayMerge =
-                index - i == k_mostTogether || m_loader.mergeDecision(sideOf(earlier), newcomer, {}) != merge_Different;
+                index - i == k_mostTogether || m_loader.mergeRule(sideOf(earlier), newcomer, {}) != merge_Different;
             if (mayMerge || !m_loader.canSearch()) { // names that cost too much are not compared
                 return false;
             }

@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// The rule of debug information: names are the same in their short forms too, and of two ends the one wins that fits
+// what follows.
 #include "dwarf/orv_dwarf_merge.h"
 
 #include "platform/orv_demangler.h"
-#include "platform/orv_mangled_size.h"
 
-#include <algorithm>
 #include <cstring>
+#include <functional>
 #include <string_view>
 
 namespace ORV_3_30 {
@@ -21,57 +22,10 @@ bool areEqual(char const* first, char const* second) {
 
 bool isMangled(char const* name) { return name[0] == '_' && name[1] == 'Z'; }
 
-/// A name without the words that stand for clones, each behind a dot; the whole name if it ends in
-/// anything else behind one.
-std::string_view withoutClone(std::string_view name) {
-    std::size_t const dot = name.find('.');
-    if (dot == std::string_view::npos) {
-        return name;
-    }
-    bool isInWord = false;
-    for (char const c : name.substr(dot + 1)) {
-        bool const isWord = (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_';
-        if (!isWord && (c != '.' || !isInWord)) {
-            return name;
-        }
-        isInWord = isWord;
-    }
-    return isInWord ? name.substr(0, dot) : name;
-}
-
-/// True if two names that part at a place do so in the variant of a constructor or destructor alone.
-bool isVariantMark(std::string_view a, std::string_view b, std::size_t at) {
-    bool const isMarked = at > 2 && (a[at - 1] == 'C' || a[at - 1] == 'D');
-    char const first = isMarked && a[at - 1] == 'C' ? '1' : '0';
-    auto const isVariant = [&](char c) { return c >= first && c <= first + 2; };
-    // The variant ends a nested name. Elsewhere such letters stand in numbers of substitutions.
-    if (!isMarked || !isVariant(a[at]) || !isVariant(b[at]) || at + 1 == a.size() || a[at + 1] != 'E' ||
-        a.substr(at + 1) != b.substr(at + 1)) {
-        return false;
-    }
-    // Not inside an identifier: none that begins before reaches this far.
-    for (std::size_t i = 2; i < at; ++i) {
-        std::size_t length = 0;
-        std::size_t end = i;
-        while (end < at && a[end] >= '0' && a[end] <= '9' && length < at) {
-            length = length * 10 + static_cast<std::size_t>(a[end] - '0');
-            ++end;
-        }
-        if (end != i && end + length >= at) {
-            return false;
-        }
-        i = end != i ? end - 1 : i;
-    }
-    return true;
-}
-
 /// What the names of two symbols make of them; merge_Different if they have nothing in common.
 unsigned int flagsOfNames(char const* mine, char const* other, ShortNames& shortNames) {
-    if (std::strcmp(mine, other) == 0) {
+    if (mine == other || std::strcmp(mine, other) == 0) {
         return merge_TakeSymbolData; // taking the same name would change nothing
-    }
-    if (areVariantsOfOneName(mine, other)) {
-        return merge_TakeSymbolData;
     }
     std::lock_guard<std::mutex> const guard(shortNames.lock());
     shortNames.makeRoom();
@@ -116,20 +70,20 @@ unsigned int flagsOfRanges(MergeSide const& mine, MergeSide const& other, MergeN
 
 } // namespace
 
-bool areVariantsOfOneName(char const* a, char const* b) {
-    if (!isMangled(a) || !isMangled(b)) {
-        return false;
+void dwarfMatchKeys(char const* name, MatchRole role, ShortNames& shortNames, MatchKeys& out) {
+    std::lock_guard<std::mutex> const guard(shortNames.lock());
+    shortNames.makeRoom();
+    char const* const shortName = shortNames.of(name);
+    for (char const* const text : {name, shortName}) {
+        std::string_view const whole(text);
+        out.add(std::hash<std::string_view>()(whole));
+        if (role == MatchRole::Newcomer && !whole.empty() && whole.back() == '.') {
+            out.add(std::hash<std::string_view>()(whole.substr(0, whole.size() - 1)));
+        }
+        if (shortName == name) {
+            break;
+        }
     }
-    std::string_view const mine = withoutClone(a);
-    std::string_view const other = withoutClone(b);
-    if (mine.size() != other.size()) {
-        return false;
-    }
-    auto const [at, same] = std::mismatch(mine.begin(), mine.end(), other.begin());
-    bool const areVariants =
-        at == mine.end() || isVariantMark(mine, other, static_cast<std::size_t>(at - mine.begin()));
-    // What can't be demangled stands for itself.
-    return areVariants && mangledSizeBound(mine) != k_unboundedSize;
 }
 
 char const* ShortNames::of(char const* name) {

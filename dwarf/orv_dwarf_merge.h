@@ -30,9 +30,7 @@ private:
 unsigned int dwarfMergeRule(MergeSide const& mine, MergeSide const& other, MergeNext const& next,
                             ShortNames& shortNames);
 
-/// True if two mangled names differ in nothing but the variant of a constructor or destructor, and in
-/// what a compiler puts behind the names of a function's parts and clones: their short names are the same.
-/// False says nothing.
-bool areVariantsOfOneName(char const* a, char const* b);
+/// Numbers by which names find each other that the rule takes for the same.
+void dwarfMatchKeys(char const* name, MatchRole role, ShortNames& shortNames, MatchKeys& out);
 
 } // namespace ORV_3_30

@@ -320,28 +320,16 @@ status_t DWARFScope::loadMembers() {
         return status_Ok;
     }
     for (auto const& [start, member] : membersOf(*unit, info.structOffset, firstStart(), lastEnd())) {
-        ownTable().addDeferred(*m_unit.loader(), {member.name, start, member.end, symbol_visibility_Local,
-                                                  symbol_kind_Data, member.dieOffset});
+        ownTable().addSymbol(*m_unit.loader(),
+                             {member.name, start, member.end, false, symbol_visibility_Local, symbol_kind_Data},
+                             member.dieOffset);
     }
     return status_Ok;
 }
 
-unsigned int DWARFScope::mergeRule(MergeSide const& mine, MergeSide const& other, MergeNext const& next) {
-    return m_unit.loader()->mergeDecision(mine, other, next);
-}
+IScopeMaker& DWARFScope::maker() { return *m_unit.loader(); }
 
-void DWARFScope::merge(Scope& other, unsigned int flags, RangeRecord& /*record*/) {
-    MergeSide side{};
-    if (!other.mergeSideOf(side)) {
-        return;
-    }
-    mergeSide(side, flags);
-    if ((flags & merge_ReplaceEnd) != 0) {
-        replaceRanges(other.ranges());
-    }
-}
-
-void DWARFScope::mergeSide(MergeSide const& other, unsigned int flags) {
+void DWARFScope::takeIn(MergeSide const& other, unsigned int flags, Scope* whole) {
     if ((flags & merge_TakeName) != 0) {
         symbolImpl()->setName(other.name);
     }
@@ -349,11 +337,9 @@ void DWARFScope::mergeSide(MergeSide const& other, unsigned int flags) {
         symbolImpl()->setVisibility(other.visibility);
         symbolImpl()->setKind(other.kind);
     }
-    if ((flags & merge_ReplaceEnd) != 0) {
-        RangeList only;
-        only.add(other.firstStart, other.lastEnd);
-        replaceRanges(std::move(only));
-    } else if ((flags & merge_ReplaceScope) != 0) {
+    if ((flags & merge_ReplaceEnd) != 0 && whole != nullptr) {
+        replaceRanges(whole->ranges());
+    } else if ((flags & (merge_ReplaceEnd | merge_ReplaceScope)) != 0) {
         RangeList only;
         only.add(firstStart(), other.lastEnd);
         replaceRanges(std::move(only));

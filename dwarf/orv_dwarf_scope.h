@@ -77,9 +77,8 @@ public:
                           symbol_kind_t mask) override;
     status_t symbolRangeByAddress(SymMgrObjectPtr<ISymbolRange>& out, unsigned long long address, symbol_kind_t mask,
                                   ISymbolChooser* resolver) override;
-    unsigned int mergeRule(MergeSide const& mine, MergeSide const& other, MergeNext const& next) override;
-    void merge(Scope& other, unsigned int flags, RangeRecord& record) override;
-    void mergeSide(MergeSide const& other, unsigned int flags) override;
+    IScopeMaker& maker() override;
+    void takeIn(MergeSide const& other, unsigned int flags, Scope* whole) override;
 
     DWARFCompilationUnit& unit() const { return m_unit; }
     std::uint64_t dieOffset() const { return m_dieOffset; }

@@ -346,9 +346,9 @@ void DieTreeWalk::add(Opened const& opened) {
         m_ownTable = dynamic_cast<SymbolTable*>(m_target.table);
     }
     if (opened.ranges.empty() && m_ownTable != nullptr) {
-        m_ownTable->addDeferred(
-            opened.isInline ? m_loader.inlineMaker() : m_loader,
-            {opened.name, opened.start, opened.end, opened.visibility, opened.kind, opened.dieOffset});
+        m_ownTable->addSymbol(opened.isInline ? m_loader.inlineMaker() : m_loader,
+                              {opened.name, opened.start, opened.end, false, opened.visibility, opened.kind},
+                              opened.dieOffset);
     } else {
         addAsScope(opened);
     }

@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
-/// Mangled names through all forms, and any text as if it were a demangled one.
+/// Mangled names through all forms.
 
-#include "platform/orv_demangled_parts.h"
 #include "platform/orv_demangler.h"
-#include "platform/orv_mangled_size.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -27,9 +25,5 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
         demangler->shortName();
         demangler->baseName();
     }
-    DemangledParts const parts(text);
-    parts.withoutParameters();
-    parts.shortName();
-    parts.baseName();
     return 0;
 }

@@ -1,23 +1,113 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// The demangler's forms, from libiberty's tree of components (Itanium C++ ABI, 5.1 "External Names"). A mangled name
+// refers back to what it has spelled out, so its text can grow exponentially: the printer's sink stops it at a bound.
 #include "platform/orv_demangler.h"
-
-#include "platform/orv_demangled_parts.h"
-#include "platform/orv_mangled_size.h"
 
 #include <cstdlib>
 #include <cstring>
-#include <cxxabi.h>
+#define HAVE_DECL_BASENAME 1 // libiberty would declare it with another type than <cstring> does
+#include <libiberty/demangle.h>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace ORV_3_30 {
 namespace {
 
 constexpr unsigned int k_withoutParameters = 1;
-/// No demangled name that anybody reads is longer. A few hundred mangled bytes can stand for more
-/// text than the machine has memory.
-constexpr std::size_t k_longestName = std::size_t{1} << 20;
+/// No demangled name that anybody reads is longer.
+constexpr std::size_t k_longestText = std::size_t{1} << 20;
+constexpr int k_signature = DMGL_PARAMS | DMGL_TYPES;
+constexpr int k_nameAlone = 0;
+
+/// Nothing for what is no mangled name, and for a text past the bound.
+using Text = std::optional<std::string>;
+
+struct TooLong {};
+
+void append(char const* piece, std::size_t size, void* text) {
+    auto& result = *static_cast<std::string*>(text);
+    if (size > k_longestText - result.size()) {
+        throw TooLong();
+    }
+    result.append(piece, size);
+}
+
+/// What a printer of libiberty's gives, which is called with a sink and what the sink takes.
+template <typename Printer> Text collect(Printer const& print) {
+    std::string text;
+    try {
+        return print(&append, &text) != 0 ? Text(std::move(text)) : std::nullopt;
+    } catch (TooLong const&) {
+        return std::nullopt;
+    }
+}
+
+/// The components of a mangled name.
+class NameTree {
+public:
+    explicit NameTree(std::string const& name)
+        : m_top(cplus_demangle_v3_components(name.c_str(), k_nameAlone, &m_memory)) {}
+    NameTree(NameTree const&) = delete;
+    NameTree& operator=(NameTree const&) = delete;
+    ~NameTree() { std::free(m_memory); }
+
+    /// Its last one.
+    Text base() {
+        return m_top == nullptr ? std::nullopt : collect([top = baseOf(m_top)](auto sink, auto text) {
+            return cplus_demangle_print_callback(k_nameAlone, top, sink, text);
+        });
+    }
+
+private:
+    using Node = demangle_component;
+
+    /// The last component without its template arguments. "vtable for ns::A<int>" becomes "vtable for A".
+    static Node* baseOf(Node* node) {
+        for (;; node = node->u.s_binary.left) {
+            switch (node->type) {
+            case DEMANGLE_COMPONENT_QUAL_NAME:
+            case DEMANGLE_COMPONENT_LOCAL_NAME: return baseOf(node->u.s_binary.right);
+            case DEMANGLE_COMPONENT_DEFAULT_ARG: return baseOf(node->u.s_unary_num.sub);
+            case DEMANGLE_COMPONENT_TEMPLATE: {
+                Node* const base = baseOf(node->u.s_binary.left);
+                if (base->type != DEMANGLE_COMPONENT_CONVERSION) {
+                    return base;
+                }
+                node->u.s_binary.left = base; // its type may be an argument
+                return node;
+            }
+            case DEMANGLE_COMPONENT_VTABLE:
+            case DEMANGLE_COMPONENT_VTT:
+            case DEMANGLE_COMPONENT_CONSTRUCTION_VTABLE:
+            case DEMANGLE_COMPONENT_THUNK:
+            case DEMANGLE_COMPONENT_VIRTUAL_THUNK:
+            case DEMANGLE_COMPONENT_COVARIANT_THUNK:
+            case DEMANGLE_COMPONENT_GUARD:
+            case DEMANGLE_COMPONENT_TLS_INIT:
+            case DEMANGLE_COMPONENT_TLS_WRAPPER:
+            case DEMANGLE_COMPONENT_REFTEMP:
+            case DEMANGLE_COMPONENT_HIDDEN_ALIAS:
+            case DEMANGLE_COMPONENT_TRANSACTION_CLONE:
+            case DEMANGLE_COMPONENT_NONTRANSACTION_CLONE:
+                node->u.s_binary.left = baseOf(node->u.s_binary.left);
+                return node;
+            case DEMANGLE_COMPONENT_TYPED_NAME:
+            case DEMANGLE_COMPONENT_CLONE:
+            case DEMANGLE_COMPONENT_CONST_THIS:
+            case DEMANGLE_COMPONENT_VOLATILE_THIS:
+            case DEMANGLE_COMPONENT_RESTRICT_THIS:
+            case DEMANGLE_COMPONENT_REFERENCE_THIS:
+            case DEMANGLE_COMPONENT_RVALUE_REFERENCE_THIS: break; // the name is to the left
+            default: return node;
+            }
+        }
+    }
+
+    void* m_memory = nullptr;
+    Node* m_top;
+};
 
 class SymbolNameDemangler final : public SymMgrObject<ISymbolNameDemangler> {
 public:
@@ -25,51 +115,47 @@ public:
 
     char const* name() override { return m_name.c_str(); }
     char const* demangledName(unsigned int options) override {
-        if (full() == nullptr) {
-            return m_name.c_str();
-        }
-        return (options & k_withoutParameters) != 0 ? cached(m_withoutParameters, &DemangledParts::withoutParameters)
-                                                    : full();
+        return (options & k_withoutParameters) != 0 ? shortName() : kept(m_full, [this] { return spell(k_signature); });
     }
     char const* shortName() override {
-        return full() != nullptr ? cached(m_shortName, &DemangledParts::shortName) : m_name.c_str();
+        return kept(m_short, [this] { return isMangled() ? spell(k_nameAlone) : std::nullopt; });
     }
     char const* baseName() override {
-        return full() != nullptr ? cached(m_baseName, &DemangledParts::baseName) : m_name.c_str();
+        return kept(m_base, [this] {
+            Text base = isMangled() ? NameTree(m_name).base() : std::nullopt;
+            return base || !isMangled() ? base : Text(shortName()); // where a component can't be printed alone
+        });
     }
 
 private:
-    using Form = std::unique_ptr<std::string>;
-
-    /// The full signature; null for a name that stands for itself.
-    char const* full() {
-        if (!m_isDemangled) {
-            m_isDemangled = true;
-            if (std::strncmp(m_name.c_str(), "_Z", 2) == 0 && mangledSizeBound(m_name) <= k_longestName) {
-                int status = 0;
-                m_full.reset(abi::__cxa_demangle(m_name.c_str(), nullptr, nullptr, &status));
-            }
-        }
-        return m_full.get();
-    }
-
-    char const* cached(Form& form, std::string (DemangledParts::*make)() const) {
-        if (form == nullptr) {
-            form = std::make_unique<std::string>((DemangledParts(full()).*make)());
-        }
-        return form->c_str();
-    }
-
-    struct Free {
-        void operator()(char* text) const { std::free(text); }
+    struct Form {
+        bool isMade = false;
+        Text text;
     };
 
+    template <typename Make> char const* kept(Form& form, Make const& make) {
+        if (!form.isMade) {
+            form.text = make();
+            form.isMade = true;
+        }
+        return form.text ? form.text->c_str() : m_name.c_str();
+    }
+
+    /// As a whole. Without its parameters a name is read only so far, whatever follows.
+    bool isMangled() { return demangledName(0) != m_name.c_str(); }
+
+    Text spell(int options) const {
+        if (m_name.compare(0, 2, "_Z") != 0) {
+            return std::nullopt;
+        }
+        return collect(
+            [&](auto sink, auto text) { return cplus_demangle_v3_callback(m_name.c_str(), options, sink, text); });
+    }
+
     std::string m_name;
-    bool m_isDemangled = false;
-    std::unique_ptr<char, Free> m_full;
-    Form m_withoutParameters;
-    Form m_shortName;
-    Form m_baseName;
+    Form m_full;
+    Form m_short;
+    Form m_base;
 };
 
 } // namespace

@@ -2,13 +2,13 @@
 // SPDX-FileCopyrightText: The ORV authors
 /// Forms of a symbol's name, as the closed demangler companion declares them.
 ///
-/// Our stand-in works on the C++ runtime's demangler (Itanium C++ ABI, 5.1 "External Names"):
+/// Our stand-in works on GNU's libiberty (Itanium C++ ABI, 5.1 "External Names"):
 ///
 ///     name()             the raw name as given
-///     demangledName(0)   the full signature: "std::vector<int>::push_back(int const&)"
-///     demangledName(1)   without the parameter list: "std::vector<int>::push_back"
-///     shortName()        the qualified name without parameters and return type
-///     baseName()         its last component without template arguments: "push_back"
+///     demangledName(0)   the full signature: "int std::max<int>(int, int)"
+///     demangledName(1)   the name alone: "std::max<int>"
+///     shortName()        the same
+///     baseName()         its last component without template arguments: "max"
 ///
 /// What does not begin with "_Z", or can't be demangled, stands for itself in every form. Each form
 /// is computed when it is first asked for and kept.

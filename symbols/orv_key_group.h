@@ -3,67 +3,79 @@
 /// What starts at one key of a symbol table, where that is much.
 ///
 /// Linkers leave the debug information of code that they drop at address 0, by the tens of thousands. What
-/// comes in there is compared with those that have its name alone, and not with all.
+/// comes in there is compared with those that it may merge with, and not with all.
 #pragma once
 
 #include "symbols/orv_range_record.h"
+#include "symbols/orv_scope_maker.h"
 
 #include <cstddef>
-#include <functional>
-#include <map>
-#include <string_view>
+#include <set>
 #include <unordered_map>
 #include <vector>
 
 namespace ORV_3_30 {
 
-/// An index beside a key's list. Names are known by their hashes: they can be long, and share their
-/// bytes. No lock: the table guards it.
+/// An index beside a key's list. No lock: the table guards it. An operation that finds no memory leaves it useless;
+/// the table makes another one.
 class KeyGroup {
 public:
     /// From so many records on it pays.
     static constexpr std::size_t k_least = 16;
 
-    /// What the table knows of a record.
-    struct View {
-        std::function<char const*(RangeRecord const&)> nameOf; ///< Null for a scope without a symbol.
-        std::function<bool(RangeRecord const&)> isPlain;       ///< Goes by plainMergeRule.
-    };
-    KeyGroup(RangeRecord* head, View view);
+    /// side: null name for a scope without a symbol.
+    void enter(RangeRecord* record, MergeSide const& side, IScopeMaker& maker);
+    /// Ahead of any change to what a record says of itself.
+    void leave(RangeRecord* record);
+    /// The record that stands in front of one that was entered, in list order; null for the first.
+    RangeRecord* previous(RangeRecord* record) const;
+    RangeRecord* last() const { return m_all.empty() ? nullptr : *m_all.rbegin(); }
 
-    /// The records that may have to do with a newcomer, in list order.
-    std::vector<RangeRecord*> candidates(char const* name, unsigned long long start, unsigned long long end);
-    void link(RangeRecord*& head, RangeRecord* record);
-    void unlink(RangeRecord*& head, RangeRecord* record);
-    /// To be called when a record has got another name.
-    void rename(RangeRecord* record) { enter(record); }
-    RangeRecord* last() const { return m_last; }
+    /// The first record in list order about which decide says anything but merge_Different; null if there is none.
+    template <typename Decide> RangeRecord* findRival(MergeSide const& newcomer, Decide decide, unsigned int& flags) {
+        RangeRecord* best = nullptr;
+        for (IScopeMaker* const maker : m_makers) {
+            MatchKeys keys;
+            maker->matchKeys(newcomer, MatchRole::Newcomer, keys);
+            for (std::uint64_t const key : keys) {
+                auto const alike = m_byKey.find(key);
+                RangeRecord* const found =
+                    alike != m_byKey.end() ? firstOf(alike->second, best, decide, flags) : nullptr;
+                best = found != nullptr ? found : best;
+            }
+        }
+        return best;
+    }
 
 private:
-    /// The forms under which a name can meet others. Two names may differ in a dot at the end.
-    struct Texts {
-        std::size_t name;
-        std::size_t nameWithoutDot;
-        std::size_t shortForm;
-        std::size_t shortFormWithoutDot;
+    struct InListOrder {
+        bool operator()(RangeRecord const* a, RangeRecord const* b) const {
+            unsigned long long const aEnd = a->end;
+            unsigned long long const bEnd = b->end;
+            return aEnd != bEnd ? aEnd > bEnd : a->order < b->order;
+        }
     };
-    /// Records that share a text.
-    struct Same {
-        std::vector<RangeRecord*> plain;
-        std::unordered_map<unsigned long long, std::vector<RangeRecord*>> plainByEnd;
-        std::vector<RangeRecord*> others;
-    };
+    using Ordered = std::set<RangeRecord*, InListOrder>;
 
-    Texts const& textsOf(char const* name);
-    void enter(RangeRecord* record);
-    void leave(RangeRecord* record);
+    template <typename Decide>
+    static RangeRecord* firstOf(Ordered const& records, RangeRecord const* best, Decide decide, unsigned int& flags) {
+        for (RangeRecord* const record : records) {
+            if (best != nullptr && !InListOrder()(record, best)) {
+                break;
+            }
+            unsigned int const found = decide(*record);
+            if (found != merge_Different) {
+                flags = found;
+                return record;
+            }
+        }
+        return nullptr;
+    }
 
-    View m_view;
-    std::unordered_map<std::size_t, Same> m_byText;
-    std::unordered_map<std::size_t, Texts> m_texts;                  ///< By the name.
-    std::map<unsigned long long, RangeRecord*> m_lastOfEnd;          ///< The last record with each end.
-    std::unordered_map<RangeRecord const*, RangeRecord*> m_previous; ///< Null in front of the first.
-    RangeRecord* m_last = nullptr;
+    Ordered m_all;
+    std::unordered_map<std::uint64_t, Ordered> m_byKey;
+    std::unordered_map<RangeRecord const*, MatchKeys> m_keysOf; ///< As they were entered.
+    std::vector<IScopeMaker*> m_makers;                         ///< Of those that were entered.
 };
 
 } // namespace ORV_3_30

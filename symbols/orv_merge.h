@@ -5,22 +5,26 @@
 
 #include "orv/orv_symbol.h"
 
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
 namespace ORV_3_30 {
 
-/// What a scope decides about a newcomer that starts where it does; a mask.
+/// What is decided about a newcomer that starts where something else does; a mask.
 enum merge_flags_t : unsigned int {
     merge_Different = 0,
     merge_Same = 1,           ///< The newcomer is the same thing, and goes.
-    merge_ReplaceEnd = 2,     ///< This scope takes the newcomer's ranges.
-    merge_ReplaceScope = 4,   ///< This scope's other ranges go, the one that is left takes the newcomer's end.
-    merge_TakeName = 8,       ///< This scope's symbol takes the newcomer's name.
+    merge_ReplaceEnd = 2,     ///< The rival takes the newcomer's ranges.
+    merge_ReplaceScope = 4,   ///< The rival's other ranges go, the one that is left takes the newcomer's end.
+    merge_TakeName = 8,       ///< The rival's symbol takes the newcomer's name.
     merge_TakeSymbolData = 16 ///< It takes the newcomer's visibility and kind.
 };
 
 /// One side of the decision. Both go by nothing else, so that a symbol whose scope has not been made
 /// can be a side too.
 struct MergeSide {
-    char const* name;
+    char const* name; ///< Null for a scope without a symbol, which is like nothing else.
     unsigned long long firstStart;
     unsigned long long lastEnd;
     bool hasSeveralRanges;
@@ -36,8 +40,37 @@ struct MergeNext {
     char const* name = nullptr;     ///< Of what starts there last; null if nothing does.
 };
 
-/// The rule of symbols without debug information: the same name and the same end make the same thing. A
-/// label at the start of something of its name is that thing, wherever it ends.
-unsigned int plainMergeRule(MergeSide const& mine, MergeSide const& other);
+/// Numbers by which those that may merge find each other where much starts.
+class MatchKeys {
+public:
+    void add(std::uint64_t key) { m_keys[m_count++] = key; }
+    std::uint64_t const* begin() const { return m_keys.data(); }
+    std::uint64_t const* end() const { return m_keys.data() + m_count; }
+
+private:
+    std::array<std::uint64_t, 4> m_keys{};
+    std::size_t m_count = 0;
+};
+
+/// As what a symbol is looked for, or found.
+enum class MatchRole { Rival, Newcomer };
+
+/// The comparison of names from a file, with a bound on what it costs: thousands of symbols may share megabytes. Past
+/// the bound, long names count as different.
+class NameBudget {
+public:
+    /// bytes: what may be looked at beyond the usual size of a name.
+    void refill(std::size_t bytes) { m_left = bytes; }
+    bool areSame(char const* a, char const* b);
+    /// Equal for equal names, and hardly ever else.
+    std::uint64_t hashOf(char const* name);
+    /// True for a name that costs nothing.
+    static bool isUsual(char const* name);
+
+private:
+    bool spend(std::size_t bytes);
+
+    std::size_t m_left = std::size_t{1} << 28;
+};
 
 } // namespace ORV_3_30

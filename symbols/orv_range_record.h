@@ -28,32 +28,35 @@ struct RawSymbol {
 
 /// Lives as long as the table. Half open, in pseudo addresses; start equal to end is a label.
 ///
-/// The ranges of symbols come by the tens of thousands, and few are ever asked for: their scope is made
-/// when somebody needs it. Until then the record alone stands for the symbol. A scope that was made is
-/// never changed: if a merge changes the symbol, the next one who needs it gets another scope.
+/// The ranges of symbols come by the tens of thousands, and few are ever asked for: the record is the symbol, and its
+/// scope a view of it, made when somebody needs it. A merge changes both. Only of a symbol that came with its scope
+/// the scope alone tells.
 struct RangeRecord {
-    unsigned long long start;
-    std::atomic<unsigned long long> end; ///< A merge may move it while others read.
-    RangeRecord* next;                   ///< The next record with the same start, by end, the greatest first.
-    std::atomic<Scope*> scope;           ///< The table holds a reference on it. Null: not made yet.
-    std::atomic<char const*> name;       ///< Null unless the record alone says what stands here.
-    std::uint64_t token;                 ///< The maker's own.
-    std::uint32_t order;                 ///< Arrival: of equal ends, the one that came first stands in front.
-    std::uint8_t maker;                  ///< Number of who makes the scope.
-    std::atomic<std::uint8_t> kind;
-    std::atomic<std::uint8_t> visibility;
+    unsigned long long start = 0;
+    std::atomic<unsigned long long> end{0}; ///< A merge may move it while others read.
+    RangeRecord* next = nullptr;            ///< The next record with the same start, by end, the greatest first.
+    std::atomic<Scope*> scope{nullptr};     ///< The table holds a reference on it. Null: not made yet.
+    std::atomic<char const*> name{nullptr}; ///< Null if only the scope says what stands here.
+    std::uint64_t token = 0;                ///< The maker's own.
+    std::uint32_t order = 0;                ///< Arrival: of equal ends, the one that came first stands in front.
+    std::uint8_t maker = 0;                 ///< Number of who makes the scope.
+    std::atomic<std::uint8_t> kind{0};
+    std::atomic<std::uint8_t> visibility{0};
+
+    RangeRecord(unsigned long long from, unsigned long long to) : start(from), end(to) {}
+    explicit RangeRecord(MergeSide const& symbol) : start(symbol.firstStart), end(symbol.lastEnd) { take(symbol); }
 
     bool isPoint() const { return start == end; }
-    /// True while the record alone says what stands here, with or without a scope.
-    bool isDeferred() const { return name != nullptr; }
-    MergeSide side() const {
-        return {name,
-                start,
-                end,
-                false,
-                static_cast<symbol_visibility_t>(visibility.load()),
-                static_cast<symbol_kind_t>(kind.load())};
+    /// True if the record itself says what stands here.
+    bool isSymbol() const { return name != nullptr; }
+    void take(MergeSide const& symbol) {
+        name = symbol.name;
+        kind = static_cast<std::uint8_t>(symbol.kind);
+        visibility = static_cast<std::uint8_t>(symbol.visibility);
     }
+    symbol_kind_t symbolKind() const { return static_cast<symbol_kind_t>(kind.load()); }
+    symbol_visibility_t symbolVisibility() const { return static_cast<symbol_visibility_t>(visibility.load()); }
+    MergeSide side() const { return {name, start, end, false, symbolVisibility(), symbolKind()}; }
 };
 
 /// Raw symbols on their way into a table, in the order of arrival. The records are made once, where
@@ -105,21 +108,11 @@ private:
 
     RawSymbol symbol(std::size_t index) {
         RangeRecord const& record = (*this)[index];
-        return {record.name, record.start, record.end - record.start,
-                static_cast<symbol_visibility_t>(record.visibility.load()),
-                static_cast<symbol_kind_t>(record.kind.load())};
+        return {record.name, record.start, record.end - record.start, record.symbolVisibility(), record.symbolKind()};
     }
     void place(std::size_t index, RawSymbol const& symbol) {
-        new (&m_records[index]) RangeRecord{symbol.address,
-                                            symbol.address + symbol.size,
-                                            nullptr,
-                                            nullptr,
-                                            symbol.name,
-                                            0,
-                                            0,
-                                            0,
-                                            static_cast<std::uint8_t>(symbol.kind),
-                                            static_cast<std::uint8_t>(symbol.visibility)};
+        new (&m_records[index]) RangeRecord(MergeSide{symbol.name, symbol.address, symbol.address + symbol.size, false,
+                                                      symbol.visibility, symbol.kind});
     }
 
     std::unique_ptr<Storage[]> m_records;

@@ -5,8 +5,6 @@
 #include "core/orv_trace.h"
 #include "symbols/orv_symboltable.h"
 
-#include <cstring>
-
 namespace ORV_3_30 {
 
 Scope* asScope(SymbolScope* scope) { return scope; }
@@ -138,38 +136,21 @@ bool Scope::rangeAt(unsigned long long& start, unsigned long long& end, unsigned
     return true;
 }
 
-unsigned int plainMergeRule(MergeSide const& mine, MergeSide const& other) {
-    bool const endsMatter = mine.isPoint() || !other.isPoint();
-    if (endsMatter && mine.lastEnd != other.lastEnd) {
-        return merge_Different;
-    }
-    return std::strcmp(mine.name, other.name) == 0 ? merge_Same : merge_Different;
-}
-
-bool Scope::mergeSideOf(MergeSide& out) {
+MergeSide Scope::mergeSide() {
     ISymbol* const own = symbol();
     if (own == nullptr) {
-        return false;
+        return {nullptr, firstStart(), lastEnd(), hasSeveralRanges(), symbol_visibility_Local, symbol_kind_Other};
     }
-    out = {own->name(), firstStart(), lastEnd(), hasSeveralRanges(), own->visibility(), own->kind()};
-    return true;
-}
-
-unsigned int Scope::mergeRule(MergeSide const& mine, MergeSide const& other, MergeNext const& /*next*/) {
-    return plainMergeRule(mine, other);
+    return {own->name(), firstStart(), lastEnd(), hasSeveralRanges(), own->visibility(), own->kind()};
 }
 
 unsigned int Scope::mergeDecision(Scope& other, unsigned long long nextKey, Scope* nextScope) {
-    MergeSide mine{};
-    MergeSide theirs{};
-    if (!mergeSideOf(mine) || !other.mergeSideOf(theirs)) {
+    MergeSide const mine = mergeSide();
+    MergeSide const theirs = other.mergeSide();
+    if (mine.name == nullptr || theirs.name == nullptr) {
         return merge_Different;
     }
-    if (symbol() == other.symbol()) {
-        return merge_Same;
-    }
-    ISymbol* const nextSymbol = nextScope != nullptr ? nextScope->symbol() : nullptr;
-    return mergeRule(mine, theirs, {nextKey, nextSymbol != nullptr ? nextSymbol->name() : nullptr});
+    return maker().mergeRule(mine, theirs, {nextKey, nextScope != nullptr ? nextScope->mergeSide().name : nullptr});
 }
 
 status_t Scope::ensureKinds(unsigned int mask) {

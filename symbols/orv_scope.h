@@ -9,8 +9,8 @@
 #pragma once
 
 #include "orv/orv_scope.h"
-#include "symbols/orv_merge.h"
 #include "symbols/orv_range_list.h"
+#include "symbols/orv_scope_maker.h"
 #include "symbols/orv_symbol.h"
 #include "symbols/orv_thunk.h"
 
@@ -47,10 +47,13 @@ public:
     virtual bool rangeAt(unsigned long long& start, unsigned long long& end, unsigned long long address);
     virtual status_t nonOverlappedSymbolRanges(SymMgrObjectPtr<SymbolRangeIterator>& out, unsigned long long start,
                                                unsigned long long end, symbol_kind_t mask, ISymbolChooser* resolver);
-    /// What becomes of other, which starts where this scope does: flags of merge_flags_t. nextKey is
-    /// the table's next boundary, nextScope what starts there last, or null.
+    /// What becomes of other, which starts where this scope does: flags of merge_flags_t. nextKey is the table's next
+    /// boundary, nextScope what starts there last, or null.
     virtual unsigned int mergeDecision(Scope& other, unsigned long long nextKey, Scope* nextScope);
-    virtual void merge(Scope& /*other*/, unsigned int /*flags*/, RangeRecord& /*record*/) {}
+    /// Does to this scope what was decided, but for the record's end.
+    virtual void merge(Scope& other, unsigned int flags, RangeRecord& /*record*/) {
+        takeIn(other.mergeSide(), flags, &other);
+    }
     virtual unsigned long long compUnitId() { return k_noCompUnit; }
     virtual Symbol* symbolImpl() { return nullptr; }
     /// Loads the kinds in mask that were not asked for before. What a failed load failed to give is
@@ -61,12 +64,12 @@ public:
     virtual ISymbolTable* symbolTable();
     virtual ThunkList const& thunks();
     virtual RangeList const& ranges() { return ownRanges(); }
-    /// mergeDecision between this scope, as mergeSideOf gives it, and what may not have a scope yet.
-    virtual unsigned int mergeRule(MergeSide const& mine, MergeSide const& other, MergeNext const& next);
-    /// merge with what has no scope.
-    virtual void mergeSide(MergeSide const& /*other*/, unsigned int /*flags*/) {}
-    /// False for a scope without a symbol.
-    bool mergeSideOf(MergeSide& out);
+    /// Whose rule goes for this scope.
+    virtual IScopeMaker& maker() { return PlainScopeMaker::ofClients(); }
+    /// merge with what may have no scope: whole is null then.
+    virtual void takeIn(MergeSide const& /*other*/, unsigned int /*flags*/, Scope* /*whole*/) {}
+    /// How it stands in the decision. The name is null for a scope without a symbol.
+    MergeSide mergeSide();
 
     IFileFormatLoader* loader() const { return m_loader; }
     Scope* parentScope() const { return m_parent; }

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Lookup: one search for the key, then the walk over what is alive there, which settles who wins.
 #include "symbols/orv_symboltable.h"
 
 #include "core/orv_trace.h"
@@ -8,8 +9,6 @@
 
 #include <algorithm>
 #include <mutex>
-#include <stdexcept>
-#include <typeinfo>
 
 namespace ORV_3_30 {
 namespace {
@@ -70,163 +69,14 @@ private:
     RangeRecord const* m_best = nullptr;
 };
 
-/// True for a scope that goes by the rule of Scope::mergeDecision, which looks at nothing else.
-bool isPlain(Scope const& scope) { return typeid(scope) == typeid(SymbolScope); }
-
 } // namespace
-
-/// The symbols of a format's own table, which go by name and range alone.
-class SymbolTable::RawScopeMaker final : public IScopeMaker {
-public:
-    explicit RawScopeMaker(IFileFormatLoader* loader) : m_loader(loader) {}
-
-    Scope* makeScope(RangeRecord const& record, Scope* parent) override {
-        return new SymbolScope(m_loader, SymbolName::borrowed(record.name), record.start, parent,
-                               static_cast<symbol_visibility_t>(record.visibility.load()),
-                               static_cast<symbol_kind_t>(record.kind.load()));
-    }
-    unsigned int mergeDecision(MergeSide const& mine, MergeSide const& other, MergeNext const& /*next*/) override {
-        return plainMergeRule(mine, other);
-    }
-    bool givesUnits() const override { return false; }
-    bool givesInlines() const override { return false; }
-    IFileFormatLoader* loader() const { return m_loader; }
-
-private:
-    IFileFormatLoader* m_loader;
-};
 
 SymbolTable::SymbolTable(Scope* scope, ILock* countLock) : SymMgrObject(countLock), m_scope(scope) {}
 
 SymbolTable::~SymbolTable() = default;
 
-IScopeMaker& SymbolTable::rawMakerOf(IFileFormatLoader* loader) {
-    for (auto const& maker : m_rawMakers) {
-        if (maker->loader() == loader) {
-            return *maker;
-        }
-    }
-    m_rawMakers.push_back(std::make_unique<RawScopeMaker>(loader));
-    return *m_rawMakers.back();
-}
-
-std::uint8_t SymbolTable::numberOf(IScopeMaker& maker) {
-    auto const isOrFree = [&](IScopeMaker const* known) { return known == &maker || known == nullptr; };
-    auto* const found = std::find_if(m_makers.begin(), m_makers.end(), isOrFree);
-    if (found == m_makers.end()) {
-        throw std::length_error("more makers of scopes than a module has");
-    }
-    if (*found == nullptr) {
-        *found = &maker;
-    }
-    return static_cast<std::uint8_t>(found - m_makers.begin());
-}
-
 SymMgrObjectPtr<ISymbolTable> ISymbolTable::create(Scope* scope) {
     return SymMgrObjectPtr<ISymbolTable>(new SymbolTable(scope, nullptr));
-}
-
-// --- Adding
-
-void SymbolTable::keep(Scope* scope) {
-    std::lock_guard<std::mutex> const guard(m_scopesLock);
-    m_scopes.emplace_back(scope);
-}
-
-/// Gives up what was kept a moment ago.
-void SymbolTable::drop(Scope* scope) {
-    std::lock_guard<std::mutex> const guard(m_scopesLock);
-    auto const last = std::find_if(m_scopes.rbegin(), m_scopes.rend(),
-                                   [&](SymMgrObjectPtr<Scope> const& kept) { return kept.get() == scope; });
-    if (last != m_scopes.rend()) {
-        m_scopes.erase(std::next(last).base());
-    }
-}
-
-bool SymbolTable::addRange(unsigned long long start, unsigned long long end, Scope* scope) {
-    // A scope that is refused goes with this reference, unless somebody else holds one.
-    SymMgrObjectPtr<Scope> const held(scope);
-    std::unique_lock<Guard> const guard(m_guard);
-    m_holdsDeciders |= scope != nullptr && !isPlain(*scope);
-    if (scope == nullptr) {
-        insertRange(start, end, nullptr, m_arrivals++);
-        return false;
-    }
-    keep(scope); // first: once a record refers to it, nothing may fail
-    RangeRecord const* const record = insertRange(start, end, scope, m_arrivals++);
-    bool const isTaken = record != nullptr && record->scope == scope;
-    if (!isTaken) {
-        drop(scope);
-    }
-    return isTaken;
-}
-
-bool SymbolTable::addScope(Scope* scope) {
-    if (scope == nullptr) {
-        return false;
-    }
-    SymMgrObjectPtr<Scope> const held(scope);
-    std::unique_lock<Guard> const guard(m_guard);
-    m_holdsDeciders |= !isPlain(*scope);
-    bool hasStayed = false;
-    Scope* target = nullptr;
-    // A merge may change the scope's ranges while they go in.
-    std::vector<RangeList::Range> ranges;
-    for (std::size_t i = 0; i < scope->ranges().size(); ++i) {
-        ranges.push_back(scope->ranges()[i]);
-    }
-    keep(scope); // first: once a record refers to it, nothing may fail
-    auto const noteStay = [&](Scope* holder) { hasStayed |= holder == scope; };
-    for (RangeList::Range const& range : ranges) {
-        RangeRecord const* const record = insertRange(range.start, range.end, scope, m_arrivals++);
-        if (record == nullptr) {
-            continue;
-        }
-        Scope* const holder = scopeOf(*record);
-        noteStay(holder);
-        if (target != scope) {
-            target = holder;
-        }
-    }
-    Scope* const thunkOwner = target != nullptr ? target : scope;
-    ThunkList const thunks = scope->thunks();
-    for (SymMgrObjectPtr<Thunk> const& thunk : thunks) {
-        RangeRecord* const record =
-            insertRange(thunk->address(), thunk->address() + thunk->size(), thunkOwner, m_arrivals++);
-        if (record == nullptr) {
-            continue;
-        }
-        Scope* const holder = scopeOf(*record);
-        noteStay(holder);
-        if (thunkOwner != scope && holder == thunkOwner) {
-            thunkOwner->addThunk(thunk.get());
-        } else if (!hasStayed) {
-            holder->addThunk(thunk.get());
-            holder->removeRange(thunk->address());
-            record->name = nullptr; // the scope says from now on
-        }
-    }
-    if (!hasStayed) {
-        drop(scope);
-    }
-    return hasStayed;
-}
-
-RangeRecord* SymbolTable::insertRange(unsigned long long start, unsigned long long end, Scope* scope,
-                                      std::uint32_t order) {
-    Position at = m_keys.lowerBound(start);
-    if (!m_keys.isEnd(at) && m_keys.address(at) == start) {
-        return insertBeside(at, end, scope, order);
-    }
-    at = m_keys.insert(at, start, order);
-    return scope != nullptr ? makeRecord(at, end, scope, order) : nullptr;
-}
-
-RangeRecord* SymbolTable::makeRecord(Position at, unsigned long long end, Scope* scope, std::uint32_t order) {
-    RangeRecord* const record = m_pool.make(m_keys.address(at), end, nullptr, scope, nullptr, std::uint64_t{0}, order,
-                                            std::uint8_t{0}, std::uint8_t{0}, std::uint8_t{0});
-    link(at, record);
-    return record;
 }
 
 Scope* SymbolTable::scopeOf(RangeRecord const& record) const {
@@ -249,8 +99,8 @@ Scope* SymbolTable::scopeOf(RangeRecord const& record) const {
 }
 
 bool SymbolTable::kindOf(RangeRecord const& record, symbol_kind_t& kind) const {
-    if (record.isDeferred()) {
-        kind = static_cast<symbol_kind_t>(record.kind.load());
+    if (record.isSymbol()) {
+        kind = record.symbolKind();
         return true;
     }
     ISymbol* const symbol = record.scope.load(std::memory_order_acquire)->symbol();
@@ -261,10 +111,10 @@ bool SymbolTable::kindOf(RangeRecord const& record, symbol_kind_t& kind) const {
 }
 
 bool SymbolTable::rankOf(RangeRecord const& record, Rank& out) const {
-    if (record.isDeferred()) {
+    if (record.isSymbol()) {
         IScopeMaker const& maker = *m_makers[record.maker];
-        out = {maker.givesUnits(), symbolPriorityByKind(static_cast<symbol_kind_t>(record.kind.load())),
-               static_cast<symbol_visibility_t>(record.visibility.load()), maker.givesInlines()};
+        out = {maker.givesUnits(), symbolPriorityByKind(record.symbolKind()), record.symbolVisibility(),
+               maker.givesInlines()};
         return true;
     }
     Scope* const scope = record.scope.load(std::memory_order_acquire);
@@ -276,39 +126,6 @@ bool SymbolTable::rankOf(RangeRecord const& record, Rank& out) const {
     out = {symbol->compUnitDetails(unit) == status_Ok && unit != nullptr, symbolPriorityByKind(symbol->kind()),
            symbol->visibility(), scope->inlineInstance() != nullptr};
     return true;
-}
-
-/// Behind all that end later or at the same place.
-void SymbolTable::link(Position at, RangeRecord* record) {
-    RangeRecord* head = m_keys.records(at);
-    if (KeyGroup* const group = groupAt(record->start)) {
-        group->link(head, record);
-    } else {
-        RangeRecord** slot = &head;
-        while (*slot != nullptr && (*slot)->end >= record->end) {
-            slot = &(*slot)->next;
-        }
-        record->next = *slot;
-        *slot = record;
-    }
-    m_keys.setRecords(at, head);
-    ++m_linked;
-}
-
-void SymbolTable::unlink(Position at, RangeRecord* record) {
-    RangeRecord* head = m_keys.records(at);
-    if (KeyGroup* const group = groupAt(record->start)) {
-        group->unlink(head, record);
-    } else {
-        RangeRecord** slot = &head;
-        while (*slot != nullptr && *slot != record) {
-            slot = &(*slot)->next;
-        }
-        if (*slot != nullptr) {
-            *slot = record->next;
-        }
-    }
-    m_keys.setRecords(at, head);
 }
 
 // --- Looking up

@@ -51,17 +51,9 @@ public:
     /// one in the given order. The names must outlive the table.
     void addRawSymbols(IFileFormatLoader* loader, RawSymbolBatch batch);
 
-    /// A symbol of debug information whose scope is made when somebody needs it.
-    struct Deferred {
-        char const* name; ///< Must outlive the table.
-        unsigned long long start;
-        unsigned long long end;
-        symbol_visibility_t visibility;
-        symbol_kind_t kind;
-        std::uint64_t token; ///< Given back to the maker.
-    };
-    /// Adds a symbol as addRange would with its scope.
-    void addDeferred(IScopeMaker& maker, Deferred const& symbol);
+    /// Adds a symbol of one range as addRange would with its scope, which the maker makes when somebody needs it. The
+    /// name must outlive the table; the token is given back to the maker.
+    void addSymbol(IScopeMaker& maker, MergeSide const& symbol, std::uint64_t token);
 
     // For the iterators. Each call takes the guard by itself.
 
@@ -99,40 +91,46 @@ private:
     using Position = KeyIndex::Position;
     using Guard = std::shared_mutex;
 
-    RangeRecord* insertRange(unsigned long long start, unsigned long long end, Scope* scope, std::uint32_t order);
-    /// Puts a new range at a key where others start already.
-    RangeRecord* insertBeside(Position at, unsigned long long end, Scope* scope, std::uint32_t order);
-    RangeRecord* makeRecord(Position at, unsigned long long end, Scope* scope, std::uint32_t order);
-    class Names;
-    class RawScopeMaker;
-    IScopeMaker& rawMakerOf(IFileFormatLoader* loader);
-    std::uint8_t numberOf(IScopeMaker& maker);
-    bool isRaw(RangeRecord const& record) const;
-    /// order: the newcomer's arrival, which is that of a rival whose end it changes.
-    bool takeIntoRival(Position at, MergeSide const& newcomer, std::uint32_t order);
-    /// The first thing at a key, in list order, about which decide says anything but merge_Different.
-    template <typename Decide>
-    RangeRecord* findRival(Position at, char const* name, unsigned long long end, Decide decide, unsigned int& flags);
+    /// A range on its way into the table.
+    struct Newcomer {
+        MergeSide side; ///< Of its symbol, which may have other ranges too.
+        unsigned long long start;
+        unsigned long long end;
+        std::uint32_t order;
+        Scope* scope = nullptr; ///< Where it came with one.
+    };
+
+    // What comes in, and what becomes of it. A record that was there takes in what is the same.
+    template <typename Make> RangeRecord* insert(Newcomer const& newcomer, Make const& make);
+    RangeRecord* insertScope(unsigned long long start, unsigned long long end, Scope& scope);
+    void handOverThunks(Scope& scope, Scope* target, bool& hasStayed);
+    RangeRecord* findRival(Position at, MergeSide const& newcomer, unsigned int& flags);
     MergeNext nextOf(Position at) const;
-    KeyGroup* groupAt(unsigned long long address) const;
-    unsigned int decide(RangeRecord const& rival, MergeSide const& newcomer, MergeNext const& next) const;
-    template <typename Merge>
-    void changeEnd(RangeRecord* rival, unsigned int flags, unsigned long long end, std::uint32_t order, Merge merge);
-    void absorbSide(RangeRecord* rival, unsigned int flags, MergeSide const& newcomer, std::uint32_t order);
     RangeRecord const* lastFrom(Position at) const;
-    char const* nameOf(RangeRecord const& record) const;
-    void insertRaw(RangeRecord& symbol, Names& names);
-    void insertRawGroup(RawSymbolBatch& batch, std::vector<std::uint32_t> const& group, Names& names);
-    void insertRawByAddress(RawSymbolBatch& batch, Names& names);
-    bool holdsOnlyRaw(unsigned long long address) const;
-    void link(Position at, RangeRecord* record);
-    void unlink(Position at, RangeRecord* record);
-    void absorb(RangeRecord* rival, unsigned int flags, Scope& newcomer, unsigned long long end, std::uint32_t order);
-    void removeOtherRanges(Scope& scope);
+    void absorb(RangeRecord* rival, unsigned int flags, Newcomer const& newcomer);
+    void absorbSymbol(RangeRecord& rival, unsigned int flags, Newcomer const& newcomer);
+    void moveEnd(RangeRecord* rival, RangeRecord* previous, unsigned int flags, Newcomer const& newcomer,
+                 RangeList const& before);
+    void removeOtherRanges(Scope& scope, RangeList const& ranges);
     void eraseDeserted(unsigned long long from, unsigned long long to);
+    bool isDeserted(Position at) const;
+    /// Of a scope without a symbol the name is null.
+    MergeSide sideOf(RangeRecord const& record) const;
+    bool changesAnything(RangeRecord const& rival, unsigned int flags, Newcomer const& newcomer) const;
+
+    void link(Position at, RangeRecord* record);
+    void unlink(Position at, RangeRecord* previous, RangeRecord* record);
+    RangeRecord* previousOf(Position at, RangeRecord const* record) const;
+    KeyGroup* groupAt(unsigned long long address) const;
+    KeyGroup& makeGroup(Position at);
+    bool enterGroup(RangeRecord* record);
+
+    std::uint8_t numberOf(IScopeMaker& maker);
+    RawScopeMaker& rawMakerOf(IFileFormatLoader* loader);
+    void insertByAddress(RawSymbolBatch& batch);
+    void insertRaw(RangeRecord& symbol);
     void keep(Scope* scope);
     void drop(Scope* scope);
-    bool isDeserted(Position at) const;
 
     void collectAlive(Position at, Records& out) const;
     void sortAsList(Position at, Records& records) const;
@@ -152,9 +150,8 @@ private:
     std::array<IScopeMaker*, 8> m_makers{};
     std::vector<std::unique_ptr<RawScopeMaker>> m_rawMakers; ///< One for each loader of raw symbols.
     std::size_t m_linked = 0;                                ///< How many records were ever linked.
-    bool m_holdsDeciders = false;    ///< Scopes that decide by more than name and range have come in.
-    mutable std::mutex m_scopesLock; ///< Guards the making of scopes, inside m_guard.
-    mutable std::vector<SymMgrObjectPtr<Scope>> m_scopes; ///< Once for each range or scope taken.
+    mutable std::mutex m_scopesLock;                         ///< Guards the making of scopes, inside m_guard.
+    mutable std::vector<SymMgrObjectPtr<Scope>> m_scopes;    ///< Once for each range or scope taken.
 };
 
 } // namespace ORV_3_30

@@ -3,7 +3,6 @@
 /// Units, entries and the symbols that come of them, from assembler text.
 
 #include "dwarf/orv_dwarf_constants.h"
-#include "dwarf/orv_dwarf_merge.h"
 #include "dwarf/orv_dwarf_producer.h"
 #include "orv/orv_dwarf.h"
 #include "support/orv_assembler.h"
@@ -472,28 +471,6 @@ TEST(Dwarf, MergesInCrowds) {
     EXPECT_EQ(few, "label[1000,1040)l _ZN1AC2Ev[1000,1030)l plain.[1000,1028)l plain[1000,1028)l "
                    "_ZN1A1fEi[1000,1020)l next[1200,1208)l ");
     EXPECT_EQ(symbolsWith(100), few);
-}
-
-TEST(Dwarf, KnowsVariantsOfNames) {
-    struct Row {
-        char const* a;
-        char const* b;
-        bool areVariants;
-    };
-    for (auto const& [a, b, areVariants] : {
-             Row{"_ZN1AC1Ev", "_ZN1AC2Ev", true},
-             Row{"_ZN1AD0Ev", "_ZN1AD2Ev.cold", true},
-             Row{"_Z1fv", "_Z1fv.isra.0.part.1", true},
-             Row{"_Z1fv", "_Z1fv.", false},
-             Row{"_Z1fv", "_Z1fv.Cold", false},
-             Row{"_Z3AC1v", "_Z3AC2v", false}, // part of an identifier
-             Row{"_ZN4xAC1Ev", "_ZN4xAC2Ev", false},
-             Row{"_ZN1AC1Ev", "_ZN1AD1Ev", false},
-             Row{"_ZN1AC1Ev", "_ZN1BC1Ev", false},
-             Row{"f", "f.cold", false},
-         }) {
-        EXPECT_EQ(areVariantsOfOneName(a, b), areVariants) << a << " and " << b;
-    }
 }
 
 TEST(Dwarf, ReadsProducers) {

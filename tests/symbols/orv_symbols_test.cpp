@@ -32,25 +32,20 @@ SymbolScope* scopeOf(char const* name, unsigned long long start, unsigned long l
 }
 
 /// A scope whose decision a test can set.
-class DecidingScope final : public SymbolScope {
+class DecidingScope final : public SymbolScope, public PlainScopeMaker {
 public:
     DecidingScope(char const* name, unsigned long long start, unsigned int flags)
         : SymbolScope(nullptr, SymbolName::copied(name), start, nullptr, symbol_visibility_Global,
                       symbol_kind_Function),
           m_flags(flags) {}
-    unsigned int mergeDecision(Scope& /*other*/, unsigned long long nextKey, Scope* nextScope) override {
-        seenKey = nextKey;
-        seenScope = nextScope;
+    IScopeMaker& maker() override { return *this; }
+    unsigned int mergeRule(MergeSide const& /*mine*/, MergeSide const& /*other*/, MergeNext const& next) override {
+        seen = next;
         return m_flags;
     }
-    void merge(Scope& /*other*/, unsigned int flags, RangeRecord& record) override {
-        mergedFlags = flags;
-        endAtMerge = record.end;
-    }
-    unsigned long long seenKey = 0;
-    Scope* seenScope = nullptr;
+    void takeIn(MergeSide const& /*other*/, unsigned int flags, Scope* /*whole*/) override { mergedFlags = flags; }
+    MergeNext seen;
     unsigned int mergedFlags = 0;
-    unsigned long long endAtMerge = 0;
 
 private:
     unsigned int m_flags;
@@ -236,10 +231,9 @@ TEST(SymbolTable, RivalsMayTakeANewEnd) {
         EXPECT_TRUE(table->addRange(150, 160, scopeOf("inner", 150, 160)));
         table->addRange(170, 170, nullptr);
         EXPECT_FALSE(table->addRange(100, 400, scopeOf("newcomer", 100, 400)));
-        EXPECT_EQ(rival->seenKey, 150U);
-        EXPECT_NE(rival->seenScope, nullptr);
+        EXPECT_EQ(rival->seen.key, 150U);
+        EXPECT_STREQ(rival->seen.name, "inner");
         EXPECT_EQ(rival->mergedFlags, flags);
-        EXPECT_EQ(rival->endAtMerge, 200U) << "merged before the end changes";
         bool const keepsRest = flags == merge_ReplaceEnd;
         EXPECT_EQ(disjoint(*table, 0, 1000),
                   std::string("rival[100,150) inner[150,160) rival[160,400)") + (keepsRest ? " rival[500,520)" : ""));
