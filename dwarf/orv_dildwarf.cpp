@@ -18,7 +18,8 @@ namespace {
 constexpr std::uint64_t k_lineRereads = 24; // a merge at link time leaves that many units on one program
 constexpr std::uint64_t k_lineHeaderRereads = 256;
 constexpr std::uint64_t k_leastLocation = 4; ///< Bytes of an entry, and then some.
-constexpr std::uint64_t k_leastRange = 4;
+constexpr std::uint64_t k_leastRangePair = 8;
+constexpr std::uint64_t k_rangeRereads = 3; // for what lies in functions, and for what has no list of its own
 constexpr std::uint64_t k_leastBudget = std::uint64_t{1} << 16;
 /// A few bytes make a variable of a large type.
 constexpr std::uint64_t k_leastMembers = std::uint64_t{1} << 19;
@@ -125,9 +126,8 @@ DwarfWalker DWARFDebugInfoLoader::locationsWalker(unsigned int addrSize) {
 
 /// What one load may spend. A client may have many made, and each is to give the same.
 void DWARFDebugInfoLoader::refillBudgets() {
-    m_rangePairs = std::max(k_leastBudget, m_debugRanges.size);
+    m_rangePairs = k_leastBudget + m_debugRanges.size / k_leastRangePair * k_rangeRereads;
     m_members = k_leastMembers + m_debugInfo.size * k_membersMade;
-    m_indexedRanges = k_leastBudget + (m_debugInfo.size + m_debugRanges.size) / k_leastRange;
     refillScopeBudgets();
 }
 
@@ -257,12 +257,11 @@ status_t DWARFDebugInfoLoader::loadSymbols(ISymbolTable* table, AcceptedRanges* 
 }
 
 Scope* DWARFDebugInfoLoader::makeScope(RangeRecord const& record, Scope* parent) {
-    DWARFCompilationUnit* const unit = findUnitByOffset(record.token);
-    return makeDwarfScope(*unit, record.token, record.side(), parent);
+    return DWARFScope::make(*findUnitByOffset(record.token), record, parent);
 }
 
 Scope* DWARFDebugInfoLoader::InlineMaker::makeScope(RangeRecord const& record, Scope* parent) {
-    return childScope(*m_loader.findUnitByOffset(record.token), record.token, record.side(), parent);
+    return static_cast<DWARFScope*>(parent)->makeBody(record); // only the scopes that bodies lie in add such
 }
 
 unsigned int DWARFDebugInfoLoader::mergeRule(MergeSide const& mine, MergeSide const& other, MergeNext const& next) {

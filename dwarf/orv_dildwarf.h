@@ -69,12 +69,9 @@ public:
     DwarfWalker rangesWalker(unsigned int addrSize) const { return walkerOf(m_debugRanges, addrSize); }
     /// Over .debug_loc, which is read when it is first needed. Under the load lock.
     DwarfWalker locationsWalker(unsigned int addrSize);
-    /// Passes over the attributes of an entry, from behind its code. False at a form that is refused.
-    /// sibling: where the next entry of its list stands, if the entry tells; otherwise 0.
-    bool skipEntry(DwarfWalker& walker, DWARFCompilationUnit const& unit, AbbrevEntry const& entry,
-                   std::uint64_t& sibling) const;
-    /// Passes over the children of an entry, from behind its attributes.
-    void skipChildren(DwarfWalker& walker, DWARFCompilationUnit const& unit, std::uint64_t sibling) const;
+    bool isInSegment(unsigned long long address) const {
+        return loader() != nullptr && loader()->segmentByAddress(address) != nullptr;
+    }
 
     OriginTable& origins() { return m_origins; }
 
@@ -100,8 +97,6 @@ public:
     bool mayRead(char const* name);
     /// For the entries of location lists: many variables may share one.
     bool spendLocation() { return spend(m_locations, 1); }
-    /// For the ranges that indices of inlined bodies keep. Refilled where units are loaded.
-    bool spendIndexedRange() { return spend(m_indexedRanges, 1); }
     /// For the members of variables, which are kept: many may share a type. Refilled as well.
     bool spendMember() { return spend(m_members, 1); }
 
@@ -179,7 +174,6 @@ private:
     Budget m_members{0};     ///< The same.
     Budget m_locations{0};
     Budget m_mostLocations{0}; ///< What one load may spend, once it is known how many there are.
-    Budget m_indexedRanges{0};
     AbbrevTables m_abbrevTables;
     Units m_units;                       ///< By offset.
     std::atomic<bool> m_hasUnits{false}; ///< They have been read in full.

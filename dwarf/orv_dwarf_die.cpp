@@ -70,7 +70,7 @@ bool DieAttributes::read(DwarfWalker& walker, FormContext const& context, Abbrev
         AbbrevStep const& step = steps[i];
         walker.skip(step.skipBefore);
         if (walker.atEnd() && step.form != DW_FORM_flag_present) {
-            return true; // the rest of the entry is not there
+            return isKnownForm(context, step.form); // the rest of the entry is not there
         }
         if (step.slot == slot_None) {
             if (!skipForm(walker, context, step.form)) {
@@ -152,6 +152,8 @@ bool DieChain::readLink(DWARFCompilationUnit& unit, std::uint64_t offset) {
     ++m_count;
     return true;
 }
+
+bool DieChain::isDeclaration() { return !first().hasPlace() && find(DieAttributes::slot_Inline) == nullptr; }
 
 AttrValue const* DieChain::findFrom(unsigned int link, DieAttributes::Slot slot, DWARFCompilationUnit*& unit) {
     for (unsigned int i = link; i < m_count || extend(); ++i) {

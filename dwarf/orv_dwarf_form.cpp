@@ -143,6 +143,27 @@ unsigned int sizeOfForm(FormContext const& context, std::uint64_t form) {
     }
 }
 
+bool isKnownForm(FormContext const& context, std::uint64_t form) {
+    switch (form) {
+    case DW_FORM_block1:
+    case DW_FORM_block2:
+    case DW_FORM_block4:
+    case DW_FORM_block:
+    case DW_FORM_exprloc:
+    case DW_FORM_sdata:
+    case DW_FORM_udata:
+    case DW_FORM_string:
+    case DW_FORM_ref_udata:
+    case DW_FORM_indirect:
+    case DW_FORM_sec_offset:
+    case DW_FORM_GNU_ref_alt:
+    case DW_FORM_GNU_strp_alt:
+    case DW_FORM_GNU_addr_index:
+    case DW_FORM_GNU_str_index: return true;
+    default: return sizeOfForm(context, form) != k_variableSize;
+    }
+}
+
 bool skipForm(DwarfWalker& walker, FormContext const& context, std::uint64_t form) {
     unsigned int const size = sizeOfForm(context, form);
     if (size != k_variableSize) {

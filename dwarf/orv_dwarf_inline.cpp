@@ -1,34 +1,28 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// The call of an inlined body, as its entry has it.
 #include "dwarf/orv_dwarf_inline.h"
 
 #include "dwarf/orv_dildwarf.h"
 
 namespace ORV_3_30 {
 
-bool DWARFInlineInstance::readCall(DeclLocation& out) const {
+DeclLocation DWARFInlineInstance::call() const {
     auto const* const body = static_cast<DWARFScope const*>(scope());
-    return body != nullptr && DeclLocation::readCall(body->unit(), body->dieOffset(), out);
+    return body != nullptr ? DeclLocation::ofCall(body->unit(), m_body) : DeclLocation{};
 }
 
-bool DWARFInlineInstance::hasCallSite() {
-    DeclLocation call{};
-    return readCall(call);
-}
+bool DWARFInlineInstance::hasCallSite() { return call().isKnown(); }
 
 void DWARFInlineInstance::callSite(SymMgrObjectPtr<ISourceLocation>& out) {
     out = nullptr;
-    DeclLocation call{};
-    if (!readCall(call)) {
-        return;
-    }
-    int id = m_fileId.load(std::memory_order_relaxed);
-    if (id == k_notLookedUp) {
-        id = call.sourceFileId();
-        m_fileId.store(id, std::memory_order_relaxed);
-    }
-    if (id >= 0) {
-        out = call.locationIn(id, call.unit->id());
+    DeclLocation const place = call();
+    if (place.isKnown()) {
+        out = m_location.get([&] {
+            int const id = place.sourceFileId();
+            return std::make_unique<SymMgrObjectPtr<ISourceLocation>>(id >= 0 ? place.locationIn(id, place.unit->id())
+                                                                              : nullptr);
+        });
     }
 }
 

@@ -10,15 +10,12 @@
 #include "dwarf/orv_dwarf_scope.h"
 #include "symbols/orv_thunk.h"
 
-#include <atomic>
-
 namespace ORV_3_30 {
 
-/// The entry of the call is read when somebody asks. The file is looked up at the first question, and kept in an
-/// atomic: threads share instances, and find the same.
+/// The file is looked up at the first question. Threads share instances.
 class DWARFInlineInstance final : public InlineInstance {
 public:
-    explicit DWARFInlineInstance(DWARFScope* scope) : InlineInstance(scope) {}
+    DWARFInlineInstance(DWARFScope* scope, InlineTree::Body const& body) : InlineInstance(scope), m_body(body) {}
 
     /// Null without a call site, and where the number of its file is none of the unit's.
     void callSite(SymMgrObjectPtr<ISourceLocation>& out) override;
@@ -26,15 +23,17 @@ public:
     bool hasCallSite() override;
 
 private:
-    static constexpr int k_notLookedUp = -2;
-    bool readCall(DeclLocation& out) const;
-    std::atomic<int> m_fileId{k_notLookedUp};
+    DeclLocation call() const;
+
+    InlineTree::Body const& m_body; ///< Stays as long as the scope.
+    Once<SymMgrObjectPtr<ISourceLocation>> m_location;
 };
 
 class DWARFInlineInstanceScope final : public DWARFScope {
 public:
-    DWARFInlineInstanceScope(DWARFCompilationUnit& unit, std::uint64_t dieOffset, Scope* parent)
-        : DWARFScope(unit, dieOffset, parent), m_inlineInstance(new DWARFInlineInstance(this)) {}
+    DWARFInlineInstanceScope(DWARFCompilationUnit& unit, std::uint64_t dieOffset, Scope* parent,
+                             InlineTree::Body const& body)
+        : DWARFScope(unit, dieOffset, parent), m_inlineInstance(new DWARFInlineInstance(this, body)) {}
     ~DWARFInlineInstanceScope() override { m_inlineInstance->leaveScope(); }
 
     IInlineInstance* inlineInstance() override { return m_inlineInstance.get(); }

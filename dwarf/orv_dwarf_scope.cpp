@@ -5,7 +5,6 @@
 #include "core/orv_trace.h"
 #include "dwarf/orv_dildwarf.h"
 #include "dwarf/orv_dwarf_inline.h"
-#include "dwarf/orv_dwarf_inline_index.h"
 #include "dwarf/orv_dwarf_members.h"
 #include "dwarf/orv_dwarf_types.h"
 #include "dwarf/orv_dwarf_walk.h"
@@ -44,17 +43,6 @@ bool DeclLocation::readDeclaration(DWARFCompilationUnit& unit, std::uint64_t die
     return true;
 }
 
-bool DeclLocation::readCall(DWARFCompilationUnit& unit, std::uint64_t dieOffset, DeclLocation& out) {
-    DieAttributes attributes;
-    if (!unit.readEntry(dieOffset, attributes)) {
-        return false;
-    }
-    out = {attributes.number(DieAttributes::slot_CallFile), attributes.number(DieAttributes::slot_CallLine),
-           attributes.number(DieAttributes::slot_CallColumn), attributes.number(DieAttributes::slot_Discriminator),
-           &unit};
-    return out.file != 0 && out.line != 0;
-}
-
 int DeclLocation::sourceFileId() const {
     DWARFLineResolver* const resolver = unit->loader()->lineResolver();
     return resolver != nullptr ? resolver->fileIdOfNumber(file, *unit) : -1;
@@ -85,12 +73,18 @@ int DWARFSymbol::declaredFileId() {
 
 status_t DWARFSymbol::sourceLine(SymMgrObjectPtr<ISourceLine>& out) {
     out = nullptr;
-    DeclLocation declaration{};
-    if (owner() == nullptr || declaredFileId() < 0 ||
-        !DeclLocation::readDeclaration(m_unit, m_dieOffset, declaration)) {
+    if (owner() == nullptr) {
         return status_False;
     }
-    SymMgrObjectPtr<ISourceLocation> const location(declaration.locationIn(declaredFileId(), compUnitId()));
+    SymMgrObjectPtr<ISourceLocation> const& location = m_declaration.get([this] {
+        DeclLocation declaration{};
+        bool const isKnown = declaredFileId() >= 0 && DeclLocation::readDeclaration(m_unit, m_dieOffset, declaration);
+        return std::make_unique<SymMgrObjectPtr<ISourceLocation>>(
+            isKnown ? declaration.locationIn(declaredFileId(), compUnitId()) : nullptr);
+    });
+    if (!location) {
+        return status_False;
+    }
     out = new SourceLine(owner(), location.get(), addressValue(), addressValue());
     return status_Ok;
 }
@@ -182,114 +176,48 @@ void DWARFSymbol::sourceLineByAddress(SymMgrObjectPtr<ISourceLine>& out, IAddres
 DWARFScope::DWARFScope(DWARFCompilationUnit& unit, std::uint64_t dieOffset, Scope* parent)
     : SymbolScope(unit.loader()->moduleLoader(), parent), m_unit(unit), m_dieOffset(dieOffset) {}
 
-DWARFScope::~DWARFScope() {
-    if (m_body == InlineIndex::k_root) {
-        delete m_index.load();
+/// Read without the load lock: threads that ask for different functions read at the same time.
+InlineTree const& DWARFScope::tree() {
+    if (m_treeAround != nullptr) {
+        return *m_treeAround;
     }
-}
-
-void DWARFScope::useIndex(InlineIndex& index, std::uint32_t body) {
-    m_body = body;
-    m_index.store(&index, std::memory_order_release);
-}
-
-/// Null for a scope that has none.
-InlineIndex* DWARFScope::inlineIndex() {
-    InlineIndex* index = m_index.load(std::memory_order_acquire);
-    if (index != nullptr || m_hasNoIndex.load(std::memory_order_acquire)) {
-        return index;
-    }
-    // No load: threads that ask for different functions read at the same time.
     static auto& locks = *new std::array<std::mutex, 64>; // never destroyed, as a client may go on until the very end
-    std::lock_guard<std::mutex> const guard(
-        locks[reinterpret_cast<std::uintptr_t>(this) / sizeof(*this) % locks.size()]);
-    index = m_index.load(std::memory_order_acquire);
-    if (index == nullptr && !m_hasNoIndex) {
+    std::mutex& lock = locks[reinterpret_cast<std::uintptr_t>(this) / sizeof(*this) % locks.size()];
+    return m_ownTree.get(lock, [this] {
         m_unit.loader()->refillScopeBudgets();
-        index = InlineIndex::read(*this).release();
-        m_index.store(index, std::memory_order_release);
-        m_hasNoIndex.store(index == nullptr, std::memory_order_release);
-    }
-    return index;
+        return std::make_unique<InlineTree>(m_unit, m_dieOffset, firstStart());
+    });
 }
 
-DWARFScope* DWARFScope::indexedChild(std::uint64_t dieOffset) {
-    InlineIndex* const index = m_isStepped ? nullptr : m_index.load(std::memory_order_acquire);
-    InlineIndex::BodyId const body =
-        index != nullptr && index->isPlain(m_body) ? index->bodyAt(m_body, dieOffset) : InlineIndex::k_none;
-    return body != InlineIndex::k_none ? index->scopeOf(body, this) : nullptr;
-}
-
-std::uint64_t DWARFScope::endOfBody(std::uint64_t dieOffset) const {
-    InlineIndex const* const index = m_index.load(std::memory_order_acquire);
-    InlineIndex::BodyId const body = index != nullptr ? index->bodyAt(m_body, dieOffset) : InlineIndex::k_none;
-    return body != InlineIndex::k_none ? index->childrenEnd(body) : 0;
-}
-
-void DWARFScope::lendIndex(DWARFScope& child) {
-    InlineIndex* const index = m_index.load(std::memory_order_acquire);
-    InlineIndex::BodyId const body = index != nullptr ? index->bodyAt(m_body, child.dieOffset()) : InlineIndex::k_none;
-    if (body != InlineIndex::k_none) {
-        child.useIndex(*index, body);
-    } else if (m_hasNoIndex) {
-        child.m_hasNoIndex = true; // it would be as long in reading, and come to the same
+void DWARFScope::inlinedAt(unsigned long long address, std::vector<InlinedCall>& out) {
+    InlineTree const& known = tree();
+    InlineTree::Body const* body = known.bodyAt(address);
+    for (; body != nullptr; body = body->around != InlineTree::k_none ? &known.body(body->around) : nullptr) {
+        if (body->name == nullptr) {
+            continue;
+        }
+        out.push_back({body->name, body->address, body->address, body});
+        for (std::size_t i = body->ranges.firstFrom(address); i < body->ranges.size(); ++i) {
+            if (body->ranges[i].start <= address && address < body->ranges[i].end) {
+                out.back().start = body->ranges[i].start;
+                out.back().end = body->ranges[i].end;
+            }
+        }
     }
 }
 
-/// The index, if it gives what the table would: for bodies that were asked for in the first place, at a plain level.
-InlineIndex* DWARFScope::answeringIndex(symbol_kind_t mask, ISymbolChooser* resolver) {
-    if (resolver != nullptr || (mask & symbol_kind_Function) == 0 || m_isStepped) {
-        return nullptr;
+bool DWARFScope::callOf(InlinedCall const& call, CallPlace& out) {
+    DeclLocation const place = DeclLocation::ofCall(m_unit, *static_cast<InlineTree::Body const*>(call.token));
+    int const id = place.isKnown() ? place.sourceFileId() : -1;
+    if (id < 0) {
+        return false;
     }
-    InlineIndex* const index = inlineIndex();
-    if (index == nullptr || !index->isPlain(m_body)) {
-        return nullptr;
-    }
-    unsigned int first = m_firstKinds.load(std::memory_order_relaxed);
-    if (first == 0 && m_firstKinds.compare_exchange_strong(first, mask)) {
-        first = mask;
-    }
-    return (mask & ~first) == 0 && (first & symbol_kind_Function) != 0 ? index : nullptr;
-}
-
-status_t DWARFScope::symbolRangeByAddress(SymMgrObjectPtr<ISymbolRange>& out, unsigned long long address,
-                                          symbol_kind_t mask, ISymbolChooser* resolver) {
-    InlineIndex* const index = answeringIndex(mask, resolver);
-    if (index == nullptr) {
-        return Scope::symbolRangeByAddress(out, address, mask, resolver);
-    }
-    InlineIndex::Hit hit{};
-    out = index->find(m_body, address, hit)
-              ? new SymbolRange(hit.start, hit.end, index->scopeOf(hit.body, this), nullptr)
-              : nullptr;
-    return out ? status_Ok : status_False;
-}
-
-status_t DWARFScope::symbolRanges(SymMgrObjectPtr<SymbolRangeIterator>& out, unsigned long long start,
-                                  unsigned long long end, symbol_kind_t mask) {
-    // Without a mask the kinds count that somebody has asked for.
-    return Scope::symbolRanges(out, start, end,
-                               mask != 0 ? mask : static_cast<symbol_kind_t>(loadedKinds() | m_firstKinds));
-}
-
-status_t DWARFScope::ensureKinds(unsigned int mask) {
-    if ((mask & ~loadedKinds().load(std::memory_order_acquire)) == 0) {
-        return status_Ok;
-    }
-    LockGuard guard(rootLoadLock());
-    // What the index has answered counts as loaded in one step.
-    unsigned int first = 0;
-    if (!m_firstKinds.compare_exchange_strong(first, mask) && loadedKinds() == 0) {
-        Scope::ensureKinds(first);
-    }
-    if ((mask & ~m_firstKinds) != 0) {
-        m_isStepped = true;
-    }
-    return Scope::ensureKinds(mask);
+    out = {m_unit.loader()->lineResolver()->sourceFileById(static_cast<unsigned int>(id)),
+           static_cast<unsigned int>(place.line), static_cast<unsigned int>(place.column), place.extra};
+    return out.file != nullptr;
 }
 
 status_t DWARFScope::loadKinds(unsigned int mask) {
-    inlineIndex(); // ahead of the table, so that both have the same scopes
     DwarfWalker walker = m_unit.unitWalker();
     walker.seek(m_dieOffset);
     AbbrevEntry const* const entry = m_unit.abbrevs().find(walker.unsignedLeb());
@@ -300,10 +228,7 @@ status_t DWARFScope::loadKinds(unsigned int mask) {
         return loadMembers();
     }
     if (entry->hasChildren != 0) {
-        std::uint64_t sibling = 0;
-        m_unit.loader()->skipEntry(walker, m_unit, *entry, sibling);
-        DieTreeWalk walk(*m_unit.loader(), {nullptr, nullptr, this});
-        walk.walkChildren(*this, walker.offset(), mask);
+        DieTreeWalk(*m_unit.loader(), {nullptr, nullptr, this}).walkLevel(*this, tree(), m_level, mask);
     }
     return status_Ok;
 }
@@ -346,28 +271,23 @@ void DWARFScope::takeIn(MergeSide const& other, unsigned int flags, Scope* whole
     }
 }
 
-DWARFScope* childScope(DWARFCompilationUnit& unit, std::uint64_t dieOffset, MergeSide const& symbol, Scope* parent) {
-    auto* const around = dynamic_cast<DWARFScope*>(parent);
-    DWARFScope* const indexed = around != nullptr ? around->indexedChild(dieOffset) : nullptr;
-    if (indexed != nullptr) {
-        return indexed;
-    }
-    DWARFScope* const made = makeDwarfScope(unit, dieOffset, symbol, parent);
-    if (around != nullptr) {
-        around->lendIndex(*made);
-    }
-    return made;
+DWARFScope* DWARFScope::make(DWARFCompilationUnit& unit, RangeRecord const& record, Scope* parent) {
+    std::unique_ptr<DWARFScope> scope(new DWARFScope(unit, record.token, parent));
+    scope->setSymbol(new DWARFSymbol(unit, record.token, record.side(), scope.get()));
+    return scope.release();
 }
 
-DWARFScope* makeDwarfScope(DWARFCompilationUnit& unit, std::uint64_t dieOffset, MergeSide const& symbol,
-                           Scope* parent) {
-    DwarfWalker walker = unit.unitWalker();
-    walker.seek(dieOffset);
-    AbbrevEntry const* const entry = unit.abbrevs().find(walker.unsignedLeb());
-    bool const isInline = entry != nullptr && entry->tag == DW_TAG_inlined_subroutine;
-    std::unique_ptr<DWARFScope> scope(isInline ? new DWARFInlineInstanceScope(unit, dieOffset, parent)
-                                               : new DWARFScope(unit, dieOffset, parent));
-    scope->setSymbol(new DWARFSymbol(unit, dieOffset, symbol, scope.get()));
+DWARFScope* DWARFScope::makeBody(RangeRecord const& record) {
+    InlineTree const& around = tree();
+    InlineTree::Node const& node = around.node(static_cast<InlineTree::Id>(record.token));
+    InlineTree::Body const& body = around.body(node.body);
+    std::unique_ptr<DWARFScope> scope(new DWARFInlineInstanceScope(m_unit, node.dieOffset, this, body));
+    scope->setSymbol(new DWARFSymbol(m_unit, node.dieOffset, record.side(), scope.get()));
+    scope->setRanges(body.ranges);
+    if (!node.isCut) {
+        scope->m_treeAround = &around;
+        scope->m_level = static_cast<InlineTree::Id>(record.token);
+    }
     return scope.release();
 }
 

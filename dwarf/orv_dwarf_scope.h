@@ -3,16 +3,15 @@
 /// Symbols and scopes of DWARF entries.
 #pragma once
 
-#include "dwarf/orv_dwarf_die.h"
+#include "core/orv_once.h"
+#include "dwarf/orv_dwarf_inline_tree.h"
 #include "dwarf/orv_dwarf_unit.h"
 #include "symbols/orv_scope.h"
 
 #include <atomic>
-#include <memory>
 
 namespace ORV_3_30 {
 
-class InlineIndex;
 class SourceLocation;
 
 /// Where a symbol was declared, or an inlined body called, as its entry has it.
@@ -27,7 +26,10 @@ struct DeclLocation {
     /// are looked for through the origin. False where file or line is not known.
     static bool readDeclaration(DWARFCompilationUnit& unit, std::uint64_t dieOffset, DeclLocation& out);
     /// Of the call of an inlined body.
-    static bool readCall(DWARFCompilationUnit& unit, std::uint64_t dieOffset, DeclLocation& out);
+    static DeclLocation ofCall(DWARFCompilationUnit& unit, InlineTree::Body const& body) {
+        return {body.callFile, body.callLine, body.callColumn, body.discriminator, &unit};
+    }
+    bool isKnown() const { return file != 0 && line != 0; }
     /// The id of the file; -1 if the unit's table has none of that number. Runs the unit's line program.
     int sourceFileId() const;
     /// A new location for the file of that id.
@@ -60,6 +62,7 @@ private:
 
     DWARFCompilationUnit& m_unit; ///< Of the bank: not used once the scope is gone.
     std::uint64_t m_dieOffset;
+    Once<SymMgrObjectPtr<ISourceLocation>> m_declaration; ///< Null in it without a known file.
     std::atomic<int> m_declaredFileId{k_notLookedUp};
     std::atomic<int> m_fileIdAtAddress{k_notLookedUp};
 };
@@ -69,48 +72,29 @@ private:
 class DWARFScope : public SymbolScope {
 public:
     DWARFScope(DWARFCompilationUnit& unit, std::uint64_t dieOffset, Scope* parent);
-    ~DWARFScope() override;
+    /// With its symbol, for the entry that a record stands for.
+    static DWARFScope* make(DWARFCompilationUnit& unit, RangeRecord const& record, Scope* parent);
+    /// Of an inlined body in this one, with its ranges; the record's token is the body's node.
+    DWARFScope* makeBody(RangeRecord const& record);
 
-    status_t ensureKinds(unsigned int mask) override;
     status_t loadKinds(unsigned int mask) override;
-    status_t symbolRanges(SymMgrObjectPtr<SymbolRangeIterator>& out, unsigned long long start, unsigned long long end,
-                          symbol_kind_t mask) override;
-    status_t symbolRangeByAddress(SymMgrObjectPtr<ISymbolRange>& out, unsigned long long address, symbol_kind_t mask,
-                                  ISymbolChooser* resolver) override;
     IScopeMaker& maker() override;
     void takeIn(MergeSide const& other, unsigned int flags, Scope* whole) override;
+    void inlinedAt(unsigned long long address, std::vector<InlinedCall>& out) override;
+    bool callOf(InlinedCall const& call, CallPlace& out) override;
 
     DWARFCompilationUnit& unit() const { return m_unit; }
     std::uint64_t dieOffset() const { return m_dieOffset; }
 
-    /// For the scope of an inlined body: where it stands in the index of a scope around it.
-    void useIndex(InlineIndex& index, std::uint32_t body);
-    /// The scope of an inlined body directly in this one, as answers have it. Null where the symbol table decides: a
-    /// scope that it gets is told where it stands by lendIndex.
-    DWARFScope* indexedChild(std::uint64_t dieOffset);
-    void lendIndex(DWARFScope& child);
-    /// Behind the children of the inlined body at an offset directly inside; 0 if that is not known.
-    std::uint64_t endOfBody(std::uint64_t dieOffset) const;
-
 private:
     status_t loadMembers();
-    InlineIndex* inlineIndex();
-    InlineIndex* answeringIndex(symbol_kind_t mask, ISymbolChooser* resolver);
+    InlineTree const& tree();
 
     DWARFCompilationUnit& m_unit;
-    std::uint64_t m_dieOffset;                  ///< In .debug_info.
-    std::atomic<InlineIndex*> m_index{nullptr}; ///< Owned by the scope that it was read for.
-    std::uint32_t m_body = 0;                   ///< In the index; 0 in the scope that owns it.
-    std::atomic<bool> m_hasNoIndex{false};      ///< It was tried, here or around.
-    /// The kinds that were asked for first, whether or not that took a load. A further load finds what stands in
-    /// inlined bodies too: from then on the table answers.
-    std::atomic<unsigned int> m_firstKinds{0};
-    std::atomic<bool> m_isStepped{false};
+    std::uint64_t m_dieOffset;                ///< In .debug_info.
+    InlineTree const* m_treeAround = nullptr; ///< That of the function which an inlined body lies in.
+    InlineTree::Id m_level = InlineTree::k_root;
+    Once<InlineTree> m_ownTree; ///< Of any other scope.
 };
-
-/// The scope of the entry at an offset inside another one: without a range, unless it was made before.
-DWARFScope* childScope(DWARFCompilationUnit& unit, std::uint64_t dieOffset, MergeSide const& symbol, Scope* parent);
-/// Makes the scope of the entry at an offset, with its symbol and without a range.
-DWARFScope* makeDwarfScope(DWARFCompilationUnit& unit, std::uint64_t dieOffset, MergeSide const& symbol, Scope* parent);
 
 } // namespace ORV_3_30

@@ -131,7 +131,7 @@ private:
             }
             if (die.getHasChildren() != 0) {
                 std::uint64_t const before = walker.offset();
-                unit.loader()->skipChildren(walker, unit, 0);
+                unit.skipChildren(walker, 0);
                 if (!unit.loader()->spendSearchBytes(walker.offset() - before)) {
                     m_isCut = true;
                     return false;

@@ -152,4 +152,65 @@ status_t DWARFCompilationUnit::runLineProgram(RangeFilter* filter) {
     return m_lineStatus;
 }
 
+// --- Passing over entries
+
+bool DWARFCompilationUnit::skipEntry(DwarfWalker& walker, AbbrevEntry const& entry, std::uint64_t& sibling) const {
+    sibling = 0;
+    bool const wantsSibling = entry.hasChildren != 0 && entry.siblingForm != 0 && trustsSiblings();
+    if (entry.skipSize != AbbrevEntry::k_variable) {
+        if (wantsSibling) {
+            DwarfWalker at = walker;
+            at.skip(entry.siblingAt);
+            AttrValue value{};
+            if (readForm(at, m_forms, entry.siblingForm, value)) {
+                sibling = value.value;
+            }
+        }
+        walker.skip(entry.skipSize);
+        return true;
+    }
+    AbbrevStep const* const steps = m_abbrevs.steps(entry);
+    for (std::uint32_t i = 0; i < entry.stepCount; ++i) {
+        walker.skip(steps[i].skipBefore);
+        if (walker.atEnd() && steps[i].form != DW_FORM_flag_present) {
+            return isKnownForm(m_forms, steps[i].form); // the rest of the entry is not there
+        }
+        if (wantsSibling && steps[i].slot == DieAttributes::slot_Sibling) {
+            AttrValue value{};
+            if (!readForm(walker, m_forms, steps[i].form, value)) {
+                return false;
+            }
+            sibling = value.value;
+        } else if (!skipForm(walker, m_forms, steps[i].form)) {
+            return false;
+        }
+    }
+    walker.skip(entry.tailSize);
+    return true;
+}
+
+void DWARFCompilationUnit::skipChildren(DwarfWalker& walker, std::uint64_t sibling) const {
+    // One that leads back would have us walk for ever.
+    if (sibling > walker.offset() && trustsSiblings()) {
+        walker.seek(sibling);
+        return;
+    }
+    for (std::uint64_t depth = 1; depth != 0;) {
+        std::uint64_t const code = walker.unsignedLeb();
+        AbbrevEntry const* const entry = code != 0 ? m_abbrevs.find(code) : nullptr;
+        if (entry == nullptr) {
+            ORV_ASSERT(code == 0, "false");
+            --depth;
+        } else if (!skipEntry(walker, *entry, sibling)) {
+            --depth;
+        } else if (entry->hasChildren != 0) {
+            if (sibling > walker.offset()) {
+                walker.seek(sibling);
+            } else {
+                ++depth;
+            }
+        }
+    }
+}
+
 } // namespace ORV_3_30

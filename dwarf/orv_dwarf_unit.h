@@ -92,6 +92,12 @@ public:
     /// refused.
     bool readEntry(std::uint64_t offset, DieAttributes& out) const;
 
+    /// Passes over the attributes of an entry, from behind its code. False at a form that is refused.
+    /// sibling: where the next entry of its list stands, if the entry tells; otherwise 0.
+    bool skipEntry(DwarfWalker& walker, AbbrevEntry const& entry, std::uint64_t& sibling) const;
+    /// Passes over the children of an entry, from behind its attributes.
+    void skipChildren(DwarfWalker& walker, std::uint64_t sibling) const;
+
     /// Ids of the source files, in the order of the unit's file table: file number n stands at n - 1.
     std::vector<int>& sourceFileIds() { return m_sourceFileIds; }
 

@@ -27,7 +27,7 @@ bool visitEntries(DWARFCompilationUnit& unit, DwarfWalker& walker, VisitDepth de
             ++openLists;
         } else {
             AttrBinding const* const sibling = die.attribute(DW_AT_sibling, true);
-            unit.loader()->skipChildren(walker, unit, sibling != nullptr ? sibling->value : 0);
+            unit.skipChildren(walker, sibling != nullptr ? sibling->value : 0);
         }
     }
     return true;

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// The tags that make symbols, and what of their attributes (DWARF version 4, 3.3, 3.5, 3.6 and 4.1); fed with the
+// entries of a unit, or with the nodes of one level of a function.
 #include "dwarf/orv_dwarf_walk.h"
 
 #include "core/orv_trace.h"
@@ -11,14 +13,6 @@
 #include <cstring>
 
 namespace ORV_3_30 {
-namespace {
-
-/// What is made below an inlined body on the way past it: nothing, as it matches no kind. Its own scope
-/// reads it when it is asked. Only option texts count there too.
-constexpr unsigned int k_maskBelowInline = 0x20;
-
-} // namespace
-
 DieTreeWalk::DieTreeWalk(DWARFDebugInfoLoader& loader, Target const& target)
     : m_loader(loader), m_target(target), m_ownTable(dynamic_cast<SymbolTable*>(target.table)) {}
 
@@ -31,24 +25,91 @@ void DieTreeWalk::walkUnit(DWARFCompilationUnit& unit, unsigned int mask) {
     run();
 }
 
-void DieTreeWalk::walkChildren(DWARFScope& function, std::uint64_t childOffset, unsigned int mask) {
-    m_unit = &function.unit();
+/// Entries below others come first, as in the walk over a unit.
+void DieTreeWalk::walkLevel(DWARFScope& scope, InlineTree const& tree, InlineTree::Id level, unsigned int mask) {
+    m_unit = &scope.unit();
     m_mask = mask;
-    m_walker = m_unit->unitWalker();
-    m_walker.seek(childOffset);
-    m_function = &function;
     m_loader.refillScopeBudgets();
-    m_levels.push_back({mask, false});
-    run();
+    InlineTree::Id const behind = tree.node(level).behind;
+    mergeOptionsOf(tree, level, behind);
+    std::vector<InlineTree::Id> ends; // of those that wait
+    auto const addUpTo = [&](InlineTree::Id id) {
+        while (!ends.empty() && ends.back() <= id) {
+            Opened const opened = std::move(m_waiting.back());
+            m_waiting.pop_back();
+            ends.pop_back();
+            add(opened);
+        }
+    };
+    for (InlineTree::Id id = level + 1; id < behind;) {
+        addUpTo(id);
+        InlineTree::Node const& node = tree.node(id);
+        Children const children = actOn(tree, node);
+        id = children == Children::Enter ? id + 1 : node.behind;
+        if (m_opened.name != nullptr) {
+            ends.push_back(node.behind);
+            m_waiting.push_back(std::move(m_opened));
+            m_opened = {};
+        }
+    }
+    addUpTo(behind);
+}
+
+void DieTreeWalk::mergeOptionsOf(InlineTree const& tree, InlineTree::Id level, InlineTree::Id behind) {
+    for (InlineTree::Options const& options : tree.options()) {
+        if (options.node >= level && options.node < behind && readAt(options.dieOffset)) {
+            mergeOptions();
+        }
+    }
+}
+
+/// Reads the attributes of an entry that the tree has passed.
+bool DieTreeWalk::readAt(std::uint64_t dieOffset) {
+    return m_unit->readEntry(dieOffset, m_chain.start(*m_unit, dieOffset));
+}
+
+DieTreeWalk::Children DieTreeWalk::actOn(InlineTree const& tree, InlineTree::Node const& node) {
+    m_opened.name = nullptr;
+    m_opened.ranges.clear();
+    if (node.body != InlineTree::k_none) {
+        if ((m_mask & symbol_kind_Function) == 0) {
+            return Children::Enter;
+        }
+        openBody(tree.body(node.body));
+        return Children::Skip; // its own scope goes there when it is asked
+    }
+    if (needsAttributes(node.tag) && !readAt(node.dieOffset)) {
+        return Children::Skip;
+    }
+    return act(node.tag, node.dieOffset);
+}
+
+void DieTreeWalk::openBody(InlineTree::Body const& body) {
+    if (body.name == nullptr || m_target.parent == nullptr) {
+        return;
+    }
+    m_opened.name = body.name;
+    m_opened.token = body.node;
+    m_opened.start = body.address;
+    m_opened.end = body.address;
+    m_opened.kind = symbol_kind_Function;
+    m_opened.visibility = body.isExternal ? symbol_visibility_Global : symbol_visibility_Local;
+    m_opened.isInline = true;
+    if (body.ranges.size() == 1 && body.ranges[0].start == body.address) {
+        m_opened.end = body.ranges[0].end;
+        return;
+    }
+    for (std::size_t i = 0; i < body.ranges.size(); ++i) {
+        m_opened.ranges.emplace_back(body.ranges[i].start, body.ranges[i].end);
+    }
 }
 
 void DieTreeWalk::run() {
     while (!m_levels.empty()) {
         if (!step()) {
-            Level const level = m_levels.back();
+            bool const hasOpened = m_levels.back();
             m_levels.pop_back();
-            m_mask = level.mask;
-            if (level.hasOpened) {
+            if (hasOpened) {
                 Opened const opened = std::move(m_waiting.back());
                 m_waiting.pop_back();
                 add(opened);
@@ -68,7 +129,6 @@ bool DieTreeWalk::step() {
     if (!ORV_ASSERT(entry != nullptr, "false")) {
         return false;
     }
-    unsigned int const mask = m_mask;
     Children children = Children::Skip;
     std::uint64_t sibling = 0;
     m_opened.name = nullptr;
@@ -85,38 +145,25 @@ bool DieTreeWalk::step() {
             return false;
         }
         children = Children::Enter;
-    } else if (!m_loader.skipEntry(m_walker, *m_unit, *entry, sibling)) {
+    } else if (!m_unit->skipEntry(m_walker, *entry, sibling)) {
         return false;
     } else if (act(entry->tag, offset) == Children::Enter) {
         children = Children::Enter;
     }
     if (entry->hasChildren == 0) {
-        m_mask = mask;
         add(m_opened);
     } else if (children == Children::Enter) {
         bool const hasOpened = m_opened.name != nullptr;
-        m_levels.push_back({mask, hasOpened});
+        m_levels.push_back(hasOpened);
         if (hasOpened) {
             m_waiting.push_back(std::move(m_opened));
             m_opened = {};
         }
     } else {
-        m_mask = mask;
-        skipChildren(*entry, offset, sibling);
+        m_unit->skipChildren(m_walker, sibling);
         add(m_opened);
     }
     return true;
-}
-
-void DieTreeWalk::skipChildren(AbbrevEntry const& entry, std::uint64_t offset, std::uint64_t sibling) {
-    // Bodies lie in bodies: to pass over all of them at each level would be quadratic.
-    bool const isBody = entry.tag == DW_TAG_inlined_subroutine && m_function != nullptr;
-    std::uint64_t const end = isBody ? m_function->endOfBody(offset) : 0;
-    if (end != 0) {
-        m_walker.seek(end);
-    } else {
-        m_loader.skipChildren(m_walker, *m_unit, sibling);
-    }
 }
 
 /// The tags that make something under the present mask.
@@ -144,19 +191,10 @@ DieTreeWalk::Children DieTreeWalk::act(std::uint32_t tag, std::uint64_t offset) 
         if ((m_mask & symbol_kind_Function) != 0) {
             return openFunction(symbol_kind_Function, offset);
         }
-        return entersFortran() && !isDeclaration() ? Children::Enter : Children::Skip;
+        return entersFortran() && !m_chain.isDeclaration() ? Children::Enter : Children::Skip;
     case DW_TAG_entry_point:
         return (m_mask & symbol_kind_FunctionAlt) != 0 ? openFunction(symbol_kind_FunctionAlt, offset) : Children::Skip;
-    case DW_TAG_inlined_subroutine:
-        if (isDeclaration()) {
-            return Children::Skip;
-        }
-        if (m_function != nullptr && (m_mask & symbol_kind_Function) != 0) {
-            openInline(offset);
-            m_mask = k_maskBelowInline;
-            return m_unit->abbrevs().hasUnitOptions() ? Children::Enter : Children::Skip;
-        }
-        return Children::Enter;
+    case DW_TAG_inlined_subroutine: return m_chain.isDeclaration() ? Children::Skip : Children::Enter;
     case DW_TAG_label: return (m_mask & symbol_kind_DataAlt) != 0 ? openLabel(offset) : Children::Skip;
     case DW_TAG_variable: return (m_mask & symbol_kind_Data) != 0 ? openVariable(offset) : Children::Skip;
     case DW_TAG_unit_options: return mergeOptions();
@@ -167,7 +205,7 @@ DieTreeWalk::Children DieTreeWalk::act(std::uint32_t tag, std::uint64_t offset) 
 bool DieTreeWalk::enterUnit(AbbrevEntry const& entry, std::uint64_t offset) {
     if (m_unit->hasDetails()) {
         std::uint64_t sibling = 0;
-        return m_loader.skipEntry(m_walker, *m_unit, entry, sibling);
+        return m_unit->skipEntry(m_walker, entry, sibling);
     }
     SymMgrObjectPtr<AttrBindings> const die(new AttrBindings(m_unit, nullptr));
     m_walker.seek(offset);
@@ -188,56 +226,35 @@ DieTreeWalk::Children DieTreeWalk::mergeOptions() {
 /// Without the bit of functions, what lies in those of Fortran is entered for the sake of variables.
 bool DieTreeWalk::entersFortran() const { return m_unit->isFortran() && (m_mask & symbol_kind_Data) != 0; }
 
-/// True for a function or body that says neither where it stands nor that it is inlined elsewhere.
-bool DieTreeWalk::isDeclaration() {
-    DieAttributes const& own = m_chain.first();
-    bool const hasPlace = own.has(DieAttributes::slot_LowPc) || own.has(DieAttributes::slot_HighPc) ||
-                          own.has(DieAttributes::slot_Ranges);
-    return !hasPlace && m_chain.find(DieAttributes::slot_Inline) == nullptr;
-}
-
 bool DieTreeWalk::accepts(unsigned long long start, unsigned long long end) const {
     return m_target.filter == nullptr || m_target.filter->accept(start, end);
 }
 
-bool DieTreeWalk::rangeOf(unsigned long long& low, unsigned long long& high) {
-    AttrValue const* const lowValue = m_chain.find(DieAttributes::slot_LowPc);
-    AttrValue const* const highValue = m_chain.find(DieAttributes::slot_HighPc);
-    return rangeOfEntry(lowValue, highValue, low, high);
-}
-
+/// A function's place is its own entry's: an origin tells of another one.
 DieTreeWalk::Children DieTreeWalk::openFunction(symbol_kind_t kind, std::uint64_t offset) {
     DieAttributes const& own = m_chain.first();
-    bool const hasPlace = own.has(DieAttributes::slot_LowPc) || own.has(DieAttributes::slot_HighPc) ||
-                          own.has(DieAttributes::slot_Ranges);
-    if (isDeclaration()) {
+    if (m_chain.isDeclaration()) {
         return Children::Skip;
     }
     Children const children = m_unit->isFortran() ? Children::Enter : Children::Skip;
-    if (!hasPlace && children == Children::Skip) {
-        return children; // an abstract one: nothing can come of it
-    }
-    unsigned long long low = 0;
-    unsigned long long high = 0;
-    // Of the functions that a filter keeps out, most go before a name is looked for.
-    bool const isPlain = own.has(DieAttributes::slot_LowPc) && own.has(DieAttributes::slot_HighPc) &&
-                         !own.has(DieAttributes::slot_Ranges) && own.has(DieAttributes::slot_Name);
-    if (isPlain && rangeOf(low, high) && !accepts(low, high)) {
-        return Children::Skip;
+    if (!own.hasPlace()) {
+        return children; // an abstract one
     }
     char const* const name = m_chain.symbolName();
     if (name == nullptr) {
         return Children::Skip;
     }
-    if (AttrValue const* const ranges = m_chain.find(DieAttributes::slot_Ranges)) {
+    if (AttrValue const* const ranges = own.get(DieAttributes::slot_Ranges)) {
         open(shortened(name), kind, offset, 0, 0);
-        takeRanges(*ranges, nullptr);
+        takeRanges(*ranges);
         return children;
     }
-    if (!rangeOf(low, high)) {
+    unsigned long long low = 0;
+    unsigned long long high = 0;
+    if (!rangeOfEntry(own.get(DieAttributes::slot_LowPc), own.get(DieAttributes::slot_HighPc), low, high)) {
         return children;
     }
-    if (!isPlain && !accepts(low, high)) {
+    if (!accepts(low, high)) {
         return Children::Skip;
     }
     open(shortened(name), kind, offset, low, high);
@@ -245,8 +262,8 @@ DieTreeWalk::Children DieTreeWalk::openFunction(symbol_kind_t kind, std::uint64_
 }
 
 /// One range needs no scope of its own, unless the symbol's address is another: it goes by the base.
-void DieTreeWalk::takeRanges(AttrValue const& list, std::uint64_t const* baseOverride) {
-    unsigned long long const lowest = readRanges(*m_unit, &list, baseOverride, m_opened.ranges);
+void DieTreeWalk::takeRanges(AttrValue const& list) {
+    unsigned long long const lowest = readRanges(*m_unit, &list, nullptr, m_opened.ranges);
     m_opened.start = lowest;
     m_opened.end = lowest;
     if (m_opened.ranges.size() == 1 && m_opened.ranges.front().first == lowest) {
@@ -255,37 +272,6 @@ void DieTreeWalk::takeRanges(AttrValue const& list, std::uint64_t const* baseOve
     } else if (m_opened.ranges.empty()) {
         m_opened.name = nullptr; // nowhere: a table has no place for it
     }
-}
-
-void DieTreeWalk::openInline(std::uint64_t offset) {
-    AttrValue const* const low = m_chain.find(DieAttributes::slot_LowPc);
-    AttrValue const* const high = m_chain.find(DieAttributes::slot_HighPc);
-    AttrValue const* const ranges = m_chain.find(DieAttributes::slot_Ranges);
-    bool const hasList = (low == nullptr || high == nullptr) && ranges != nullptr;
-    char const* const name = m_chain.originName();
-    if ((low == nullptr && high == nullptr && !hasList) || name == nullptr || m_target.parent == nullptr) {
-        return;
-    }
-    unsigned long long start = 0;
-    unsigned long long end = 0;
-    if (!hasList) {
-        rangeOf(start, end);
-    }
-    open(name, symbol_kind_Function, offset, start, std::max(start, end));
-    m_opened.isInline = true;
-    if (hasList) {
-        std::uint64_t const parentStart = m_target.parent->firstStart();
-        bool const isOverridden = m_unit->compilerKind() == compiler_Varko && m_target.parent->symbol() != nullptr;
-        takeRanges(*ranges, isOverridden ? &parentStart : nullptr);
-    }
-    if (!isInSegment(m_opened.start)) {
-        m_opened.name = nullptr;
-    }
-}
-
-bool DieTreeWalk::isInSegment(unsigned long long address) const {
-    IFileFormatLoader* const loader = m_loader.moduleLoader();
-    return loader != nullptr && loader->segmentByAddress(address) != nullptr;
 }
 
 DieTreeWalk::Children DieTreeWalk::openLabel(std::uint64_t offset) {
@@ -328,7 +314,7 @@ char const* DieTreeWalk::shortened(char const* name) {
 void DieTreeWalk::open(char const* name, symbol_kind_t kind, std::uint64_t offset, unsigned long long start,
                        unsigned long long end) {
     m_opened.name = name;
-    m_opened.dieOffset = offset;
+    m_opened.token = offset;
     m_opened.start = start;
     m_opened.end = end;
     m_opened.kind = kind;
@@ -348,91 +334,28 @@ void DieTreeWalk::add(Opened const& opened) {
     if (opened.ranges.empty() && m_ownTable != nullptr) {
         m_ownTable->addSymbol(opened.isInline ? m_loader.inlineMaker() : m_loader,
                               {opened.name, opened.start, opened.end, false, opened.visibility, opened.kind},
-                              opened.dieOffset);
+                              opened.token);
     } else {
         addAsScope(opened);
     }
 }
 
 void DieTreeWalk::addAsScope(Opened const& opened) {
-    MergeSide const symbol{opened.name, opened.start, opened.end, false, opened.visibility, opened.kind};
-    SymMgrObjectPtr<Scope> const scope(childScope(*m_unit, opened.dieOffset, symbol, m_target.parent));
-    bool const isNew = scope->ranges().empty();
-    for (auto const& [start, end] : opened.ranges) {
-        if (isNew) {
-            scope->addRange(start, end);
-        }
+    IScopeMaker& maker = opened.isInline ? m_loader.inlineMaker() : m_loader;
+    RangeRecord record(MergeSide{opened.name, opened.start, opened.end, false, opened.visibility, opened.kind});
+    record.token = opened.token;
+    SymMgrObjectPtr<Scope> const scope(maker.makeScope(record, m_target.parent));
+    bool const isPlaced = !scope->ranges().empty();
+    for (std::size_t i = 0; !isPlaced && i < opened.ranges.size(); ++i) {
+        scope->addRange(opened.ranges[i].first, opened.ranges[i].second);
     }
-    if (isNew && opened.ranges.empty()) {
+    if (scope->ranges().empty()) {
         scope->addRange(opened.start, opened.end);
     }
     bool const isRejected =
         m_target.filter != nullptr && scope->hasSeveralRanges() && !m_target.filter->acceptScope(*scope);
     if (!isRejected) {
         m_target.table->addScope(scope.get());
-    }
-}
-
-// --- Passing over entries
-
-bool DWARFDebugInfoLoader::skipEntry(DwarfWalker& walker, DWARFCompilationUnit const& unit, AbbrevEntry const& entry,
-                                     std::uint64_t& sibling) const {
-    sibling = 0;
-    bool const wantsSibling = entry.hasChildren != 0 && entry.siblingForm != 0 && unit.trustsSiblings();
-    if (entry.skipSize != AbbrevEntry::k_variable) {
-        if (wantsSibling) {
-            DwarfWalker at = walker;
-            at.skip(entry.siblingAt);
-            AttrValue value{};
-            if (readForm(at, unit.forms(), entry.siblingForm, value)) {
-                sibling = value.value;
-            }
-        }
-        walker.skip(entry.skipSize);
-        return true;
-    }
-    AbbrevStep const* const steps = unit.abbrevs().steps(entry);
-    for (std::uint32_t i = 0; i < entry.stepCount; ++i) {
-        walker.skip(steps[i].skipBefore);
-        if (walker.atEnd() && steps[i].form != DW_FORM_flag_present) {
-            return true; // the rest of the entry is not there
-        }
-        if (wantsSibling && steps[i].slot == DieAttributes::slot_Sibling) {
-            AttrValue value{};
-            if (!readForm(walker, unit.forms(), steps[i].form, value)) {
-                return false;
-            }
-            sibling = value.value;
-        } else if (!skipForm(walker, unit.forms(), steps[i].form)) {
-            return false;
-        }
-    }
-    walker.skip(entry.tailSize);
-    return true;
-}
-
-void DWARFDebugInfoLoader::skipChildren(DwarfWalker& walker, DWARFCompilationUnit const& unit,
-                                        std::uint64_t sibling) const {
-    // One that leads back would have us walk for ever.
-    if (sibling > walker.offset() && unit.trustsSiblings()) {
-        walker.seek(sibling);
-        return;
-    }
-    for (std::uint64_t depth = 1; depth != 0;) {
-        std::uint64_t const code = walker.unsignedLeb();
-        AbbrevEntry const* const entry = code != 0 ? unit.abbrevs().find(code) : nullptr;
-        if (entry == nullptr) {
-            ORV_ASSERT(code == 0, "false");
-            --depth;
-        } else if (!skipEntry(walker, unit, *entry, sibling)) {
-            --depth;
-        } else if (entry->hasChildren != 0) {
-            if (sibling > walker.offset()) {
-                walker.seek(sibling);
-            } else {
-                ++depth;
-            }
-        }
     }
 }
 

@@ -12,6 +12,7 @@
 #pragma once
 
 #include "dwarf/orv_dwarf_die.h"
+#include "dwarf/orv_dwarf_inline_tree.h"
 #include "dwarf/orv_dwarf_ranges.h"
 #include "dwarf/orv_dwarf_unit.h"
 #include "orv/orv_scope.h"
@@ -38,14 +39,14 @@ public:
 
     /// Reads the unit's own entry and goes through its children. A mask of 0 makes no symbols.
     void walkUnit(DWARFCompilationUnit& unit, unsigned int mask);
-    /// Goes through the list of children of a function's entry.
-    void walkChildren(DWARFScope& function, std::uint64_t childOffset, unsigned int mask);
+    /// Goes through what lies in a scope, but not in the inlined bodies there.
+    void walkLevel(DWARFScope& scope, InlineTree const& tree, InlineTree::Id level, unsigned int mask);
 
 private:
     /// A symbol that is added once its entry's children were walked.
     struct Opened {
         char const* name = nullptr; ///< Null: none.
-        std::uint64_t dieOffset = 0;
+        std::uint64_t token = 0;    ///< Offset of the entry; of an inlined body the node.
         unsigned long long start = 0;
         unsigned long long end = 0;
         symbol_kind_t kind{};
@@ -53,15 +54,7 @@ private:
         bool isInline = false;
         AddressPairs ranges; ///< Where it has several.
     };
-    /// A list of children that is being read.
-    struct Level {
-        unsigned int mask; ///< Of the level above.
-        bool hasOpened;    ///< Its entry has made the last of what waits.
-    };
     enum class Children { Skip, Enter };
-
-    /// From behind an entry's attributes.
-    void skipChildren(AbbrevEntry const& entry, std::uint64_t offset, std::uint64_t sibling);
 
     void run();
     /// Reads one entry. False at the end of its list.
@@ -71,33 +64,31 @@ private:
     Children openFunction(symbol_kind_t kind, std::uint64_t offset);
     Children openLabel(std::uint64_t offset);
     Children openVariable(std::uint64_t offset);
-    /// An inlined body. It is refused without a word where something of it is missing.
-    void openInline(std::uint64_t offset);
-    bool isInSegment(unsigned long long address) const;
+    void openBody(InlineTree::Body const& body);
     /// Gives what was opened the ranges of a list.
-    void takeRanges(AttrValue const& list, std::uint64_t const* baseOverride);
+    void takeRanges(AttrValue const& list);
+    Children actOn(InlineTree const& tree, InlineTree::Node const& node);
+    void mergeOptionsOf(InlineTree const& tree, InlineTree::Id level, InlineTree::Id behind);
+    bool readAt(std::uint64_t dieOffset);
     Children mergeOptions();
-    bool rangeOf(unsigned long long& low, unsigned long long& high);
     char const* shortened(char const* name);
     void open(char const* name, symbol_kind_t kind, std::uint64_t offset, unsigned long long start,
               unsigned long long end);
     void add(Opened const& opened);
     void addAsScope(Opened const& opened);
     bool entersFortran() const;
-    bool isDeclaration();
     bool accepts(unsigned long long start, unsigned long long end) const;
     bool needsAttributes(std::uint32_t tag) const;
 
     DWARFDebugInfoLoader& m_loader;
     Target m_target;
-    SymbolTable* m_ownTable;          ///< Null for a table that somebody else has implemented.
-    DWARFScope* m_function = nullptr; ///< Whose children are walked; null for a unit.
+    SymbolTable* m_ownTable; ///< Null for a table that somebody else has implemented.
     DWARFCompilationUnit* m_unit = nullptr;
     unsigned int m_mask = 0;
     DwarfWalker m_walker;
     DieChain m_chain;
-    Opened m_opened; ///< By the entry that is being read.
-    std::vector<Level> m_levels;
+    Opened m_opened;               ///< By the entry that is being read.
+    std::vector<bool> m_levels;    ///< Lists that are open: whether their entry has made the last of what waits.
     std::vector<Opened> m_waiting; ///< For the ends of their entries' children.
 };
 

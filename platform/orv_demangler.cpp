@@ -115,34 +115,38 @@ public:
 
     char const* name() override { return m_name.c_str(); }
     char const* demangledName(unsigned int options) override {
-        return (options & k_withoutParameters) != 0 ? shortName() : kept(m_full, [this] { return spell(k_signature); });
+        if (full() == nullptr) {
+            return m_name.c_str();
+        }
+        return (options & k_withoutParameters) != 0 ? shortName() : full();
     }
+    // Without its parameters a name is read only so far: what is none as a whole stands for itself in each form.
     char const* shortName() override {
-        return kept(m_short, [this] { return isMangled() ? spell(k_nameAlone) : std::nullopt; });
+        return full() != nullptr ? kept(m_short, [this] { return spell(k_nameAlone); }) : m_name.c_str();
     }
     char const* baseName() override {
-        return kept(m_base, [this] {
-            Text base = isMangled() ? NameTree(m_name).base() : std::nullopt;
-            return base || !isMangled() ? base : Text(shortName()); // where a component can't be printed alone
-        });
+        return full() != nullptr ? kept(m_base, [this] { return NameTree(m_name).base(); }) : m_name.c_str();
     }
 
 private:
-    struct Form {
-        bool isMade = false;
-        Text text;
-    };
+    using Form = std::unique_ptr<std::string>;
 
-    template <typename Make> char const* kept(Form& form, Make const& make) {
-        if (!form.isMade) {
-            form.text = make();
-            form.isMade = true;
+    /// Null for a name that stands for itself.
+    char const* full() {
+        if (!m_isRead) {
+            Text text = spell(k_signature);
+            m_full = text ? std::make_unique<std::string>(std::move(*text)) : nullptr;
+            m_isRead = true;
         }
-        return form.text ? form.text->c_str() : m_name.c_str();
+        return m_full != nullptr ? m_full->c_str() : nullptr;
     }
 
-    /// As a whole. Without its parameters a name is read only so far, whatever follows.
-    bool isMangled() { return demangledName(0) != m_name.c_str(); }
+    template <typename Make> char const* kept(Form& form, Make const& make) {
+        if (form == nullptr) {
+            form = std::make_unique<std::string>(make().value_or(*m_full));
+        }
+        return form->c_str();
+    }
 
     Text spell(int options) const {
         if (m_name.compare(0, 2, "_Z") != 0) {
@@ -153,6 +157,7 @@ private:
     }
 
     std::string m_name;
+    bool m_isRead = false;
     Form m_full;
     Form m_short;
     Form m_base;

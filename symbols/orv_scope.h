@@ -20,12 +20,29 @@
 
 namespace ORV_3_30 {
 
+class ISourceFile;
 struct RangeRecord;
 
 using SymbolRangeIterator = IIterator<SymMgrObjectPtr<ISymbolRange>>;
 using ThunkList = std::vector<SymMgrObjectPtr<Thunk>>; ///< In the order of arrival.
 
 class SymbolTable;
+
+/// An inlined body that holds an address. The name lives as long as the bank.
+struct InlinedCall {
+    char const* name;
+    unsigned long long start; ///< Of its range that holds the address.
+    unsigned long long end;
+    void const* token; ///< For who made it.
+};
+
+/// Where an inlined body is called.
+struct CallPlace {
+    ISourceFile* file;
+    unsigned int line;
+    unsigned int column;
+    unsigned long long discriminator;
+};
 
 class Scope : public SymMgrObject<IScope> {
 public:
@@ -70,6 +87,11 @@ public:
     virtual void takeIn(MergeSide const& /*other*/, unsigned int /*flags*/, Scope* /*whole*/) {}
     /// How it stands in the decision. The name is null for a scope without a symbol.
     MergeSide mergeSide();
+
+    /// The inlined bodies that hold an address, the innermost first. Any thread, and no load.
+    virtual void inlinedAt(unsigned long long /*address*/, std::vector<InlinedCall>& /*out*/) {}
+    /// Where one of them is called; false if the debug information does not tell. Reads the lines of its unit.
+    virtual bool callOf(InlinedCall const& /*call*/, CallPlace& /*out*/) { return false; }
 
     IFileFormatLoader* loader() const { return m_loader; }
     Scope* parentScope() const { return m_parent; }

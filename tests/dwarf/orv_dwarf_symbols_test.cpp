@@ -289,7 +289,7 @@ TEST(Dwarf, NamesAndPlacesFunctions) {
     std::string const entries =
         ".Lplain: .uleb128 5\n.asciz \"plain\"\n.asciz \"_Z5plainv\"\n" // a declaration alone
         ".Lx: .uleb128 6\n.4byte .Lplain - .Lunit0\n.8byte code, code + 8\n"
-        ".uleb128 7\n.4byte .Lx - .Lunit0\n.8byte code + 16\n" // through two origins; its end is not its own
+        ".uleb128 7\n.4byte .Lx - .Lunit0\n.8byte code + 16\n" // its name through two origins; its place is its own
         ".uleb128 8\n.asciz \"inlined\"\n.byte 1\n"            // abstract: no place
         ".uleb128 9\n.asciz \"endless\"\n.8byte code + 32\n"   // an end that is an address, no start
         ".uleb128 10\n.asciz \"vendor\"\n.asciz \"linkage\"\n.8byte code + 48\n"
@@ -299,7 +299,8 @@ TEST(Dwarf, NamesAndPlacesFunctions) {
         function("_BLNK_", 112, 4) + ".byte 0\n";
     text.unit({}, ".uleb128 4\n.byte 4\n" + entries);
     EXPECT_EQ(symbolsOf(text),
-              "_Z5plainv[1000,1008) endless[1020,1020)l vendor[1030,1030)l tail_[1060,1064)l _BLNK_[1070,1074)l");
+              "_Z5plainv[1000,1008) _Z5plainv[1010,1010) endless[1020,1020)l vendor[1030,1030)l tail_[1060,1064)l "
+              "_BLNK_[1070,1074)l");
     DwarfText fortran = commonText();
     fortran.abbrev(4, DW_TAG_compile_unit, true, {{DW_AT_language, DW_FORM_data1}})
         .unit({}, ".uleb128 4\n.byte 14\n" + function("tail_", 96, 4) + function("_BLNK_", 112, 4) +
