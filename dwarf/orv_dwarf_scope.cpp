@@ -189,21 +189,35 @@ InlineTree const& DWARFScope::tree() {
     });
 }
 
-void DWARFScope::inlinedAt(unsigned long long address, std::vector<InlinedCall>& out) {
-    InlineTree const& known = tree();
-    InlineTree::Body const* body = known.bodyAt(address);
-    for (; body != nullptr; body = body->around != InlineTree::k_none ? &known.body(body->around) : nullptr) {
-        if (body->name == nullptr) {
-            continue;
+bool DWARFScope::innermostInlinedAt(unsigned long long address, InlinedCall& out) {
+    return describe(tree().bodyAt(address), address, out);
+}
+
+bool DWARFScope::inlinedAround(InlinedCall const& inner, unsigned long long address, InlinedCall& out) {
+    InlineTree::Id const around = static_cast<InlineTree::Body const*>(inner.token)->around;
+    return around != InlineTree::k_none && describe(&tree().body(around), address, out);
+}
+
+/// Of a body or, if no symbol is made of it, of the one around it.
+bool DWARFScope::describe(InlineTree::Body const* body, unsigned long long address, InlinedCall& out) {
+    while (body != nullptr && body->name == nullptr) {
+        body = body->around != InlineTree::k_none ? &tree().body(body->around) : nullptr;
+    }
+    if (body == nullptr) {
+        return false;
+    }
+    out = {body->name, body->address, body->address, body};
+    for (std::size_t i = body->ranges.firstFrom(address); i < body->ranges.size(); ++i) {
+        RangeList::Range const& range = body->ranges[i];
+        if (range.start > address) {
+            break;
         }
-        out.push_back({body->name, body->address, body->address, body});
-        for (std::size_t i = body->ranges.firstFrom(address); i < body->ranges.size(); ++i) {
-            if (body->ranges[i].start <= address && address < body->ranges[i].end) {
-                out.back().start = body->ranges[i].start;
-                out.back().end = body->ranges[i].end;
-            }
+        if (address < range.end) {
+            out.start = range.start;
+            out.end = range.end;
         }
     }
+    return true;
 }
 
 bool DWARFScope::callOf(InlinedCall const& call, CallPlace& out) {

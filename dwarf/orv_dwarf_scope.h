@@ -80,7 +80,8 @@ public:
     status_t loadKinds(unsigned int mask) override;
     IScopeMaker& maker() override;
     void takeIn(MergeSide const& other, unsigned int flags, Scope* whole) override;
-    void inlinedAt(unsigned long long address, std::vector<InlinedCall>& out) override;
+    bool innermostInlinedAt(unsigned long long address, InlinedCall& out) override;
+    bool inlinedAround(InlinedCall const& inner, unsigned long long address, InlinedCall& out) override;
     bool callOf(InlinedCall const& call, CallPlace& out) override;
 
     DWARFCompilationUnit& unit() const { return m_unit; }
@@ -89,6 +90,7 @@ public:
 private:
     status_t loadMembers();
     InlineTree const& tree();
+    bool describe(InlineTree::Body const* body, unsigned long long address, InlinedCall& out);
 
     DWARFCompilationUnit& m_unit;
     std::uint64_t m_dieOffset;                ///< In .debug_info.

@@ -2,6 +2,8 @@
 // SPDX-FileCopyrightText: The ORV authors
 #include "manager/orv_modulesymbolbank.h"
 
+#include "manager/orv_guarded.h"
+
 #include "core/orv_trace.h"
 #include "image/orv_path.h"
 #include "manager/orv_range_cover.h"
@@ -18,16 +20,6 @@ constexpr unsigned long long k_memoryPerFileByte = 8;
 /// All kinds but plain data: what code addresses may lie in.
 constexpr auto k_kindsInCode = static_cast<symbol_kind_t>(symbol_kind_Function | symbol_kind_DataAlt |
                                                           symbol_kind_Other | symbol_kind_FunctionAlt);
-
-/// Runs a query that allocates.
-template <typename Query> status_t guarded(Query query) {
-    try {
-        return query();
-    } catch (std::bad_alloc const&) {
-        ORV_ERROR("Out of memory");
-        return status_OutOfMemory;
-    }
-}
 
 } // namespace
 

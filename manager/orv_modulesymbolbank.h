@@ -8,6 +8,7 @@
 #include "orv/orv_modulesymbolbank.h"
 #include "orv/orv_symbolmanager.h"
 #include "symbols/orv_globalscope.h"
+#include "symbols/orv_name_forms.h"
 
 namespace ORV_3_30 {
 
@@ -55,6 +56,9 @@ public:
     status_t symbolByRanges(IRanges* ranges, SymMgrObjectPtr<ISymbol>& out, bool stopAtInline,
                             bool acceptThunks) override;
 
+    GlobalScope& globalScope() { return m_globalScope; }
+    NameForms& nameForms() { return m_nameForms; }
+
     status_t putPseudoAddress(unsigned long long pseudoAddr) override;
     status_t putRVA(unsigned long long rva) override;
 
@@ -65,6 +69,7 @@ private:
     OrvLock m_lock; ///< The bank's own lock, for the global scope; not the count's.
     GlobalScope m_globalScope;
     OptReportStore m_optReports;
+    NameForms m_nameForms; ///< Of the frames that were asked for.
 };
 
 } // namespace ORV_3_30

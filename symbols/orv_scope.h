@@ -88,8 +88,13 @@ public:
     /// How it stands in the decision. The name is null for a scope without a symbol.
     MergeSide mergeSide();
 
-    /// The inlined bodies that hold an address, the innermost first. Any thread, and no load.
-    virtual void inlinedAt(unsigned long long /*address*/, std::vector<InlinedCall>& /*out*/) {}
+    /// The innermost inlined body that holds an address, of several the last in the debug information; false if none
+    /// does. Any thread, and no load.
+    virtual bool innermostInlinedAt(unsigned long long /*address*/, InlinedCall& /*out*/) { return false; }
+    /// The body that one which holds an address is inlined into; false if that is the scope itself.
+    virtual bool inlinedAround(InlinedCall const& /*inner*/, unsigned long long /*address*/, InlinedCall& /*out*/) {
+        return false;
+    }
     /// Where one of them is called; false if the debug information does not tell. Reads the lines of its unit.
     virtual bool callOf(InlinedCall const& /*call*/, CallPlace& /*out*/) { return false; }
 

@@ -13,6 +13,7 @@
 #include "orv/orv_export.h"
 #include "orv/orv_fileformatloader.h"
 #include "orv/orv_forward.h"
+#include "orv/orv_frames.h"
 #include "orv/orv_iterator.h"
 #include "orv/orv_moduleimage.h"
 #include "orv/orv_modulesymbolbank.h"

@@ -11,6 +11,7 @@ namespace ORV_3_30 {
 class ORV_API IAddress;
 class ORV_API ICompUnitDetails;
 class ORV_API IFileFormatLoader;
+class ORV_API IFrames;
 class ORV_API IInlineInstance;
 class ORV_API ISection;
 class ORV_API ISegment;

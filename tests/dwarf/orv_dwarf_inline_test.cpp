@@ -4,10 +4,12 @@
 
 #include "dwarf/orv_dwarf_constants.h"
 #include "lines/orv_source.h"
+#include "orv/orv_frames.h"
 #include "support/orv_assembler.h"
 #include "symbols/orv_globalscope.h"
 #include "symbols/orv_symbolrange.h"
 
+#include <algorithm>
 #include <random>
 
 using namespace orv_test;
@@ -244,6 +246,7 @@ public:
         std::string name;
         std::vector<std::pair<int, int>> ranges;
         int around;
+        bool isCalled;
     };
     explicit RandomBodies(unsigned int seed) : m_random(seed) {
         for (int i = 0; i < 12; ++i) {
@@ -255,7 +258,8 @@ public:
 
     /// The names of those that hold a place, the innermost first: the last in the file that does, and what is around
     /// it.
-    std::string at(int place) const {
+    /// Behind each the place of its call, if it has one.
+    std::string at(int place, char const* call = "") const {
         int found = -1;
         for (std::size_t i = 0; i < m_made.size(); ++i) {
             for (auto const& [from, to] : m_made[i].ranges) {
@@ -264,7 +268,8 @@ public:
         }
         std::string names;
         for (; found >= 0; found = m_made[static_cast<std::size_t>(found)].around) {
-            names += m_made[static_cast<std::size_t>(found)].name + ' ';
+            Made const& made = m_made[static_cast<std::size_t>(found)];
+            names += made.name + ' ' + (made.isCalled ? call : "");
         }
         return names;
     }
@@ -280,7 +285,7 @@ private:
         int const size = pick(4) == 0 ? 0 : pick(std::min(to - start, 0x60) + 1);
         int const self = isBlock ? around : static_cast<int>(m_made.size());
         if (!isBlock) {
-            m_made.push_back({name, {}, around});
+            m_made.push_back({name, {}, around, false});
         }
         std::string inner;
         for (int count = depth < 3 ? pick(4) : 0; count > 0; --count) {
@@ -295,6 +300,7 @@ private:
         auto& ranges = m_made[static_cast<std::size_t>(self)].ranges;
         if (pick(3) != 0) {
             ranges = {{start, start + size}};
+            m_made[static_cast<std::size_t>(self)].isCalled = true;
             return body(name, start, size) + inner + k_end;
         }
         std::string const label = ".Llist" + number(m_count++);
@@ -317,15 +323,36 @@ private:
 
 /// The names of the inlined bodies at an address, the innermost first.
 std::string bodiesAt(Scope& scope, unsigned long long address) {
-    std::vector<InlinedCall> calls;
-    scope.inlinedAt(address, calls);
+    InlinedCall call{};
     std::string names;
-    for (InlinedCall const& call : calls) {
+    for (bool isBody = scope.innermostInlinedAt(address, call); isBody;
+         isBody = scope.inlinedAround(call, address, call)) {
         names += std::string(call.name) + ' ';
         bool const holds = call.start <= address && address < call.end;
         EXPECT_TRUE(holds || call.start == call.end) << call.name << " at " << address;
     }
     return names;
+}
+
+/// All at once, in a random order with some asked twice, as one by one.
+void expectChains(IModuleSymbolBank& bank, std::vector<unsigned long long> addresses, RandomBodies const& bodies) {
+    std::shuffle(addresses.begin(), addresses.end(), std::mt19937(addresses.size()));
+    addresses.insert(addresses.end(), addresses.begin(), addresses.begin() + 9);
+    SymMgrObjectPtr<IFrames> frames;
+    ASSERT_EQ(framesByAddresses(frames, bank, addresses.data(), addresses.size(), frames_Everything), status_Ok);
+    ASSERT_EQ(frames->count(), addresses.size());
+    for (std::size_t i = 0; i < addresses.size(); ++i) {
+        std::string names;
+        Frame const* frame = frames->at(i);
+        EXPECT_TRUE(frame->start <= addresses[i] && addresses[i] < frame->end) << addresses[i];
+        for (; frame != nullptr && frame->isInlined; frame = frame->caller) {
+            names += std::string(frame->function) + ' ';
+            names +=
+                frame->caller->file != nullptr ? frame->caller->file + (':' + number(frame->caller->line)) + ' ' : "";
+        }
+        ASSERT_EQ(names, bodies.at(static_cast<int>(addresses[i] - 0x1000), "a.c:5 ")) << addresses[i];
+        ASSERT_STREQ(frame->function, "f") << addresses[i];
+    }
 }
 
 } // namespace
@@ -340,10 +367,13 @@ TEST(Inline, TheLastBodyInTheFileHoldsAnAddress) {
         text.section(".debug_ranges", ".Lranges:\n" + bodies.lists());
         Module module(text);
         Scope& scope = scopeOf(*module.functionAt(0x1000));
-        for (int place = 0; place < 0x440; ++place) {
+        std::vector<unsigned long long> addresses;
+        for (int place = 0; place < 0x400; ++place) {
+            addresses.push_back(0x1000 + static_cast<unsigned long long>(place));
             ASSERT_EQ(bodiesAt(scope, 0x1000 + static_cast<unsigned long long>(place)), bodies.at(place))
                 << "seed " << seed << ", place " << place;
         }
+        expectChains(module.bank(), addresses, bodies);
     }
 }
 

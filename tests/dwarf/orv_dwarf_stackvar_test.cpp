@@ -84,9 +84,9 @@ std::string base(std::string const& label, std::string const& name, int size) {
 
 constexpr char const* k_end = ".byte 0\n";
 
-class Frame {
+class FakeFrame {
 public:
-    explicit Frame(DwarfText const& text) : m_file(text.source()) {
+    explicit FakeFrame(DwarfText const& text) : m_file(text.source()) {
         if (loadBank(m_file.path(), m_bank, load_flags_NewLoader) != status_Ok) {
             throw std::runtime_error("not loaded");
         }
@@ -184,7 +184,7 @@ TEST(StackVariable, FormsOfLocations) {
              Row{"an empty block", block(".byte 0x56"), block(""), 0},
          }) {
         // One at address 0 would be found there: we ask no address below 4.
-        Frame frame(
+        FakeFrame frame(
             withUnit(function(row.frame, row.frameCode) + variable("v", row.location, "int", row.locationCode) + k_end,
                      row.locations));
         EXPECT_EQ(frame.find(), row.address) << row.name;
@@ -193,7 +193,7 @@ TEST(StackVariable, FormsOfLocations) {
 
 TEST(StackVariable, OfDwarf4HasNoPlace) {
     // The end is a distance there, and is compared as it stands.
-    Frame frame(withUnit(entry(19, "f") + ".8byte code\n.4byte 0x40\n.uleb128 1\n.byte 0x9c\n" +
+    FakeFrame frame(withUnit(entry(19, "f") + ".8byte code\n.4byte 0x40\n.uleb128 1\n.byte 0x9c\n" +
                          variable("v", ".uleb128 2\n.byte 0x91, 8\n", "int", 6) + k_end));
     LogCapture const log;
     EXPECT_EQ(frame.at(k_framePointer + 8), "?");
@@ -204,7 +204,7 @@ TEST(StackVariable, WhichOneIsTaken) {
     std::string const at8 = block(".byte 0x91, 8");
     std::string const at16 = block(".byte 0x91, 16");
     std::string const at32 = block(".byte 0x91, 32");
-    Frame frame(withUnit(".Lorigin: " + variable("named", at32) + function(block(".byte 0x56")) +
+    FakeFrame frame(withUnit(".Lorigin: " + variable("named", at32) + function(block(".byte 0x56")) +
                          variable("parameter", at8, "int", 20) + ".uleb128 7\n" + variable("first", at8) + k_end +
                          ".uleb128 7\n" + variable("second", at8) + variable("in", at16) + k_end +
                          ".uleb128 18\n.4byte .Lorigin - .Lunit0\n" + block(".byte 0x91, 24") +
@@ -267,7 +267,7 @@ TEST(StackVariable, TypesAndMembers) {
              Row{"huge", 1000, "v"},      Row{"self", 0, again},      Row{"ring", 0, "v"},   Row{"ring", 1, "-"},
              Row{"outer", 12, "v::n::b"}, Row{"outer", 20, "v::m"},   Row{"outer", 4, "v"},
          }) {
-        Frame frame(withUnit(types + function(block(".byte 0x56")) + variable("v", at(16), row.type) + k_end));
+        FakeFrame frame(withUnit(types + function(block(".byte 0x56")) + variable("v", at(16), row.type) + k_end));
         EXPECT_EQ(frame.at(k_framePointer + 16 + static_cast<unsigned int>(row.offset)), row.wanted)
             << row.type << " + " << row.offset;
     }
@@ -286,13 +286,13 @@ TEST(StackVariable, ManyThatShareWhatIsLong) {
     DwarfText::Specs ring = {{DW_AT_type, DW_FORM_ref4}};
     ring.insert(ring.end(), 20000, {0x2001, DW_FORM_data1});
     text.abbrev(21, DW_TAG_typedef, false, ring);
-    Frame frame(text);
+    FakeFrame frame(text);
     EXPECT_EQ(frame.at(k_framePointer + 8), "last!");
     EXPECT_EQ(frame.at(k_framePointer + 1), "y");
 }
 
 TEST(StackVariable, WhatCannotBeAsked) {
-    Frame frame(withUnit(function(block(".byte 0x56")) + variable("v", block(".byte 0x91, 8")) + k_end));
+    FakeFrame frame(withUnit(function(block(".byte 0x56")) + variable("v", block(".byte 0x91, 8")) + k_end));
     Assembled const plain(".text\n.globl code\n.type code, @function\ncode: .fill 0x40, 1, 0x90\n.size code, 0x40\n");
     SymMgrObjectPtr<IModuleSymbolBank> bank;
     ASSERT_EQ(loadBank(plain.path(), bank), status_Ok);

@@ -18,35 +18,15 @@ void appendNumber(unsigned long long number, std::string& out) {
     out.append(digits, std::to_chars(digits, digits + sizeof(digits), number).ptr);
 }
 
-void addPlace(Json& object, Place const& place) {
-    bool const hasLine = place.file.data() != nullptr;
-    object["file"] = hasLine ? Json(place.file) : Json();
-    object["line"] = hasLine ? Json(place.line) : Json();
-    object["column"] = hasLine ? Json(place.column) : Json();
-    object["discriminator"] = hasLine ? Json(place.discriminator) : Json();
+void addPlace(Json& object, Frame const& frame) {
+    bool const hasLine = frame.file != nullptr;
+    object["file"] = hasLine ? Json(frame.file) : Json();
+    object["line"] = hasLine ? Json(frame.line) : Json();
+    object["column"] = hasLine ? Json(frame.column) : Json();
+    object["discriminator"] = hasLine ? Json(frame.discriminator) : Json();
 }
 
 } // namespace
-
-void Place::take(ISourceLocation& location) {
-    ISourceFile* const source = location.sourceFile();
-    file = source != nullptr ? std::string_view(source->path()) : std::string_view();
-    line = location.line();
-    column = location.column();
-    discriminator = location.discriminator();
-}
-
-void Query::takeAnswer(Query const& other, Half half) {
-    if (half == Half::Line) {
-        place = other.place;
-        return;
-    }
-    function = other.function;
-    offset = other.offset;
-    callers = other.callers;
-    callersBegin = other.callersBegin;
-    callersEnd = other.callersEnd;
-}
 
 bool AnswerText::append(Query const& query, std::string& out) const {
     std::size_t const size = out.size();
@@ -76,58 +56,62 @@ template <typename Next> bool AnswerText::write(Query const& query, std::string&
         std::string const digits = hexColumn(query.value);
         out.append("0x").append(digits, m_is32Bit ? digits.size() / 2 : 0).append(m_options.pretty ? ": " : "\n");
     }
-    append(query.function, query.place, out);
+    Frame const unknown;
+    Frame const* frame = query.innermost != nullptr ? query.innermost : &unknown;
+    append(*frame, out);
     bool isWanted = next();
-    for (std::size_t i = query.callersBegin; isWanted && i < query.callersEnd; ++i) {
+    for (frame = frame->caller; m_options.inlines && isWanted && frame != nullptr; frame = frame->caller) {
         if (m_options.pretty) {
             out += " (inlined by) ";
         }
-        append((*query.callers)[i]->function, (*query.callers)[i]->place, out);
+        append(*frame, out);
         isWanted = next();
     }
     return isWanted;
 }
 
-void AnswerText::append(std::string_view function, Place const& place, std::string& out) const {
-    bool const isFunctionKnown = function.data() != nullptr;
+void AnswerText::append(Frame const& frame, std::string& out) const {
     if (m_options.functions) {
-        bool const isKnown = isFunctionKnown || place.file.data() != nullptr;
-        out += isFunctionKnown ? function : "??";
+        bool const isKnown = frame.function != nullptr || frame.file != nullptr;
+        out += frame.function != nullptr ? nameOf(frame) : "??";
         out += !m_options.pretty ? "\n" : isKnown ? " at " : " ";
     }
-    append(place, isFunctionKnown, out);
+    appendPlace(frame, out);
 }
 
 /// In the words of addr2line: "??:0" where nothing is known, "??:?" for a function without a line, and
 /// "?" for line 0, which compilers give to code that belongs to no line.
-void AnswerText::append(Place const& place, bool isFunctionKnown, std::string& out) const {
-    if (place.file.data() == nullptr) {
-        out += isFunctionKnown ? "??:?\n" : "??:0\n";
+void AnswerText::appendPlace(Frame const& frame, std::string& out) const {
+    if (frame.file == nullptr) {
+        out += frame.function != nullptr ? "??:?\n" : "??:0\n";
         return;
     }
+    std::string_view const file = frame.file;
     // All of it, or what stands behind the last slash.
-    out += place.file.substr(m_options.baseNames ? place.file.rfind('/') + 1 : 0);
-    if (place.line == 0) {
+    out += file.substr(m_options.baseNames ? file.rfind('/') + 1 : 0);
+    if (frame.line == 0) {
         out += ":?\n";
         return;
     }
     out += ':';
-    appendNumber(place.line, out);
-    if (place.discriminator != 0) {
+    appendNumber(frame.line, out);
+    if (frame.discriminator != 0) {
         out += " (discriminator ";
-        appendNumber(place.discriminator, out);
+        appendNumber(frame.discriminator, out);
         out += ')';
     }
     out += '\n';
 }
 
 template <typename Next> bool AnswerText::writeJson(Query const& query, std::string& out, Next const& next) const {
-    bool const isFound = query.function.data() != nullptr;
+    Frame const unknown;
+    Frame const& innermost = query.innermost != nullptr ? *query.innermost : unknown;
+    bool const isFound = innermost.function != nullptr;
     Json object;
     object["address"] = query.isUnderstood ? Json(hex(query.value)) : Json(std::string(query.word));
-    object["function"] = isFound ? Json(query.function) : Json();
-    object["offset"] = isFound ? Json(hex(query.offset)) : Json();
-    addPlace(object, query.place);
+    object["function"] = isFound ? Json(nameOf(innermost)) : Json();
+    object["offset"] = isFound ? Json(hex(query.address - innermost.start)) : Json();
+    addPlace(object, innermost);
     out += textOf(object);
     if (!m_options.inlines) {
         return next();
@@ -135,11 +119,11 @@ template <typename Next> bool AnswerText::writeJson(Query const& query, std::str
     // Caller by caller, as one name may stand in a long chain many times.
     out.replace(out.rfind('}'), std::string::npos, ",\"callers\":[");
     bool isWanted = next();
-    for (std::size_t i = query.callersBegin; isWanted && i < query.callersEnd; ++i) {
+    for (Frame const* frame = innermost.caller; isWanted && frame != nullptr; frame = frame->caller) {
         Json caller;
-        caller["function"] = (*query.callers)[i]->function;
-        addPlace(caller, (*query.callers)[i]->place);
-        out.append(i == query.callersBegin ? "" : ",") += textOf(caller);
+        caller["function"] = nameOf(*frame);
+        addPlace(caller, *frame);
+        out.append(frame == innermost.caller ? "" : ",") += textOf(caller);
         out.pop_back(); // the end of the line
         isWanted = next();
     }

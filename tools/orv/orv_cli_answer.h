@@ -5,45 +5,21 @@
 
 #include "orv_cli_commands.h"
 
+#include <orv/orv_frames.h>
+
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace orv_cli {
-
-/// A place in a source file.
-struct Place {
-    std::string_view file; ///< Without data where it is not known.
-    unsigned int line = 0;
-    unsigned int column = 0;
-    unsigned long long discriminator = 0;
-
-    void take(ISourceLocation& location);
-};
-
-/// A function that calls the one before, which is inlined into it, and the place of the call.
-struct Frame {
-    std::string_view function;
-    Place place;
-};
 
 /// One question, and what is known of it.
 struct Query {
     std::string_view word;
-    unsigned long long value = 0;   ///< What the word says, as it is shown.
-    unsigned long long address = 0; ///< Where that is in the module.
-    bool isUnderstood = false;      ///< The word is a number or the name of a symbol.
-    bool isInModule = false;        ///< Something that is loaded stands there.
-    unsigned long long offset = 0;  ///< In the innermost function's range; told in JSON only.
-    std::string_view function;      ///< The innermost one; without data where it is not known.
-    Place place;
-    std::vector<Frame const*> const* callers = nullptr; ///< Where the frames around it stand, from the inside out.
-    std::size_t callersBegin = 0;
-    std::size_t callersEnd = 0;
-
-    enum class Half { Function, Line };
-    /// From a query for the same address.
-    void takeAnswer(Query const& other, Half half);
+    unsigned long long value = 0;     ///< What the word says, as it is shown.
+    unsigned long long address = 0;   ///< Where that is in the module.
+    bool isUnderstood = false;        ///< The word is a number or the name of a symbol.
+    bool isInModule = false;          ///< Something that is loaded stands there.
+    Frame const* innermost = nullptr; ///< Null where nothing is known.
 };
 
 /// Writes answers in the form that the options ask for.
@@ -60,8 +36,9 @@ public:
 private:
     template <typename Next> bool write(Query const& query, std::string& out, Next const& next) const;
     template <typename Next> bool writeJson(Query const& query, std::string& out, Next const& next) const;
-    void append(std::string_view function, Place const& place, std::string& out) const;
-    void append(Place const& place, bool isFunctionKnown, std::string& out) const;
+    void append(Frame const& frame, std::string& out) const;
+    void appendPlace(Frame const& frame, std::string& out) const;
+    char const* nameOf(Frame const& frame) const { return m_options.demangle ? frame.demangled : frame.function; }
 
     SymbolizeOptions const& m_options;
     bool m_json;

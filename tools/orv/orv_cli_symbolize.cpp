@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
 #include "orv_cli_answer.h"
-#include "orv_cli_chains.h"
-#include "orv_cli_find.h"
 #include "orv_cli_input.h"
 #include "orv_cli_output.h"
 #include "orv_cli_progress.h"
@@ -10,22 +8,17 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstdio>
-#include <deque>
 #include <exception>
 #include <memory>
 #include <mutex>
 #include <numeric>
 #include <system_error>
 #include <thread>
-#include <unordered_map>
 
 namespace orv_cli {
 namespace {
-
-/// What a code address may lie in: everything but plain data.
-constexpr auto k_kindsInCode = static_cast<symbol_kind_t>(symbol_kind_Function | symbol_kind_DataAlt |
-                                                          symbol_kind_Other | symbol_kind_FunctionAlt);
 
 /// The queries by address: neighbours in a module are found at less cost one after the other, and equals once.
 void groupByLocality(std::vector<Query>& queries, std::vector<Query*>& grouped) {
@@ -59,162 +52,22 @@ void groupByLocality(std::vector<Query>& queries, std::vector<Query*>& grouped) 
     }
 }
 
-/// Answers queries, a task at a time. Each thread has its own; they share the module.
-class Finder {
-public:
-    Finder(SymbolizeOptions const& options, bool wantsOffsets, Module& module)
-        : m_options(options), m_wantsOffsets(wantsOffsets), m_module(module) {}
-
-    /// Makes room for new queries: what was said of the earlier ones is gone.
-    void forget() { m_callers.clear(); }
-
-    /// Queries in the order of their addresses: equal ones are answered once.
-    void find(Query* const* begin, Query* const* end, Query::Half half) {
-        Query const* last = nullptr;
-        for (Query* const* at = begin; at != end; ++at) {
-            if (!(*at)->isInModule) {
-                continue;
-            }
-            if (last != nullptr && last->address == (*at)->address) {
-                (*at)->takeAnswer(*last, half);
-            } else {
-                find(**at, half);
-            }
-            last = *at;
-        }
-    }
-
-    /// False for an address outside of the module.
-    bool find(Query& query, Query::Half half) {
-        SymMgrObjectPtr<IAddress> where;
-        if (m_module.bank().addressByValue(query.address, where) != status_Ok) {
-            return false;
-        }
-        half == Query::Half::Function ? findFunction(query, where) : findLine(query, *where);
-        return true;
-    }
-
-    /// Where the calls are that were found. Comes after the lines: a call's file reads the lines of its unit, and which
-    /// row wins among equals follows the order of reading.
-    void findPlaces() {
-        for (auto const& [instance, caller] : m_unplaced) {
-            SymMgrObjectPtr<ISourceLocation> location;
-            instance->callSite(location);
-            if (location) {
-                caller->place.take(*location);
-            }
-        }
-        m_unplaced.clear();
-    }
-
-private:
-    char const* nameOf(ISymbol& symbol) const { return m_options.demangle ? symbol.demangledName(0) : symbol.name(); }
-
-    void findFunction(Query& query, SymMgrObjectPtr<IAddress> const& where) {
-        SymMgrObjectPtr<ISymbolRange> range;
-        if (m_module.symbolRangeByAddress(*where, range, k_kindsInCode) != status_Ok) {
-            return;
-        }
-        if (!m_options.noInlines && (m_options.functions || m_options.inlines || m_wantsOffsets)) {
-            m_chains.follow(*range, *where, m_ranges);
-        } else {
-            m_ranges.assign(1, range);
-        }
-        query.function = nameOf(*m_ranges.back()->symbol());
-        if (m_options.inlines) {
-            noteCallers(query);
-        }
-        if (m_wantsOffsets) {
-            query.offset = query.address - startOf(*m_ranges.back());
-        }
-    }
-
-    void noteCallers(Query& query) {
-        query.callers = &m_callers;
-        query.callersBegin = m_callers.size();
-        std::size_t const depth = m_ranges.size() - 1;
-        m_lastCalls.resize(std::max(m_lastCalls.size(), depth));
-        for (std::size_t i = depth; i > 0; --i) {
-            IInlineInstance* const instance = m_ranges[i]->inlineInstance();
-            Call& last = m_lastCalls[i - 1];
-            if (last.instance != instance) {
-                last = {instance, &callerOf(*instance, *m_ranges[i - 1]->symbol())};
-            }
-            m_callers.push_back(last.caller);
-        }
-        query.callersEnd = m_callers.size();
-    }
-
-    Frame const& callerOf(IInlineInstance& instance, ISymbol& around) {
-        auto const [call, isNew] = m_calls.try_emplace(&instance);
-        if (isNew) {
-            call->second.function = nameOf(around);
-            m_unplaced.emplace_back(&instance, &call->second);
-        }
-        return call->second;
-    }
-
-    void findLine(Query& query, IAddress& where) {
-        SymMgrObjectPtr<ISourceLocation> location;
-        if (m_module.bank().sourceLocationByAddress(&where, location, ~0ULL, nullptr) == status_Ok) {
-            query.place.take(*location);
-        }
-    }
-
-    struct Call {
-        IInlineInstance* instance = nullptr;
-        Frame const* caller = nullptr;
-    };
-    SymbolizeOptions const& m_options;
-    bool m_wantsOffsets;
-    Module& m_module;
-    std::vector<Frame const*> m_callers;
-    InlineChains m_chains;
-    std::vector<SymMgrObjectPtr<ISymbolRange>> m_ranges; ///< At one address, from the outside in.
-    std::unordered_map<IInlineInstance*, Frame> m_calls; ///< Who calls a body, and where.
-    std::vector<std::pair<IInlineInstance*, Frame*>> m_unplaced;
-    std::vector<Call> m_lastCalls; ///< By depth: neighbours share most of their chains.
-};
-
-/// Halves of answers to neighbours, in the order in which one thread would find them. There are threads that take from
-/// either end, so that not all wait for the same load.
+/// Shares of the queries, in their order.
 class Tasks {
 public:
-    struct Task {
-        std::size_t begin;
-        std::size_t end;
-        Query::Half half;
-    };
-    enum class End { Front, Back };
-
-    explicit Tasks(std::size_t queryCount) {
-        constexpr std::size_t k_queriesPerTask = 1024;
-        for (Query::Half const half : {Query::Half::Function, Query::Half::Line}) {
-            for (std::size_t begin = 0; begin < queryCount; begin += k_queriesPerTask) {
-                m_tasks.push_back({begin, std::min(begin + k_queriesPerTask, queryCount), half});
-            }
-        }
-    }
+    explicit Tasks(std::size_t queryCount) : m_end(queryCount) {}
 
     /// False if none is left.
-    bool take(End end, Task& out) {
-        std::lock_guard<std::mutex> const guard(m_lock);
-        if (m_tasks.empty()) {
-            return false;
-        }
-        if (end == End::Front) {
-            out = m_tasks.front();
-            m_tasks.pop_front();
-        } else {
-            out = m_tasks.back();
-            m_tasks.pop_back();
-        }
-        return true;
+    bool take(std::size_t& begin, std::size_t& end) {
+        constexpr std::size_t k_queriesPerTask = 1024;
+        begin = m_next.fetch_add(k_queriesPerTask);
+        end = std::min(begin + k_queriesPerTask, m_end);
+        return begin < m_end;
     }
 
 private:
-    std::mutex m_lock;
-    std::deque<Task> m_tasks;
+    std::atomic<std::size_t> m_next{0};
+    std::size_t m_end;
 };
 
 /// Runs work(i) for each i below count, on a thread of its own but for the first, or on this one where the system has
@@ -257,7 +110,8 @@ class Symbolizer {
 public:
     Symbolizer(SymbolizeOptions const& options, CommonOptions const& common)
         : m_options(options), m_common(common), m_module(Module::load(options.module, common, Module::View::LaidOut)),
-          m_reader(m_module, options.section), m_is32Bit(m_module.is32Bit()), m_text(options, common.json, m_is32Bit) {}
+          m_reader(m_module, options.section), m_is32Bit(m_module.is32Bit()), m_text(options, common.json, m_is32Bit),
+          m_wanted(wanted(options, common.json)) {}
 
     template <typename Words> void answer(Words const& words) {
         m_queries.assign(words.size(), Query());
@@ -292,32 +146,46 @@ private:
     void findAll() {
         Progress const progress("reading " + m_options.module);
         std::size_t const count = threadCount();
-        while (m_finders.size() < count) {
-            m_finders.push_back(std::make_unique<Finder>(m_options, m_common.json, m_module));
-        }
+        m_answers.clear();
         if (count > 1) {
             prime();
         }
         Tasks tasks(m_grouped.size());
-        inParallel(count, [&](std::size_t i) {
-            Finder& finder = *m_finders[i];
-            finder.forget();
-            for (Tasks::Task task{}; tasks.take(i % 2 == 0 ? Tasks::End::Front : Tasks::End::Back, task);) {
-                finder.find(m_grouped.data() + task.begin, m_grouped.data() + task.end, task.half);
+        inParallel(count, [&](std::size_t /*i*/) {
+            std::size_t begin = 0;
+            std::size_t end = 0;
+            for (std::vector<unsigned long long> addresses; tasks.take(begin, end); addresses.clear()) {
+                for (std::size_t i = begin; i < end; ++i) {
+                    addresses.push_back(m_grouped[i]->address);
+                }
+                SymMgrObjectPtr<IFrames> const answer = ask(addresses.data(), addresses.size(), m_wanted);
+                for (std::size_t i = begin; i < end; ++i) {
+                    m_grouped[i]->innermost = answer && m_grouped[i]->isInModule ? answer->at(i - begin) : nullptr;
+                }
+                std::lock_guard<std::mutex> const guard(m_answersLock);
+                m_answers.push_back(answer);
             }
         });
-        if (m_options.inlines) {
-            inParallel(count, [&](std::size_t i) { m_finders[i]->findPlaces(); });
-        }
     }
 
-    /// One function, so that the symbols are loaded for the same kinds whatever the threads ask for first.
+    SymMgrObjectPtr<IFrames> ask(unsigned long long const* addresses, std::size_t count, unsigned int options) {
+        SymMgrObjectPtr<IFrames> answer;
+        m_module.load([&] { return framesByAddresses(answer, m_module.bank(), addresses, count, options); });
+        return answer;
+    }
+
+    /// Symbols and lines are read side by side.
     void prime() {
-        for (Query* const query : m_grouped) {
-            if (query->isInModule && m_finders.front()->find(*query, Query::Half::Function)) {
-                return;
-            }
-        }
+        unsigned long long const address = m_grouped.front()->address;
+        inParallel(2, [&](std::size_t i) {
+            ask(&address, 1, m_wanted | (i == 0 ? frames_NoLines : frames_NoFunctions | frames_NoInlines));
+        });
+    }
+
+    static unsigned int wanted(SymbolizeOptions const& options, bool json) {
+        bool const wantsFunctions = options.functions || options.inlines || json;
+        unsigned int const bodies = options.noInlines || !wantsFunctions ? frames_NoInlines : frames_Everything;
+        return bodies | (options.demangle ? frames_Everything : frames_NoDemangling);
     }
 
     /// In rounds, so that the text of many answers takes little room. What has none goes out by itself.
@@ -359,8 +227,10 @@ private:
     AnswerText m_text;
     std::vector<Query> m_queries;
     std::vector<Query*> m_grouped;
-    std::vector<std::unique_ptr<Finder>> m_finders; ///< One a thread.
-    std::vector<Portion> m_portions;                ///< One a thread.
+    unsigned int m_wanted;
+    std::mutex m_answersLock;
+    std::vector<SymMgrObjectPtr<IFrames>> m_answers; ///< That the queries refer to.
+    std::vector<Portion> m_portions;                 ///< One a thread.
     int m_exitStatus = 0;
 };
 

@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
+/// Demangled forms of names that have no symbol of their own.
+#pragma once
+
+#include <array>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+
+namespace ORV_3_30 {
+
+/// Keeps what was made: the same functions are inlined again and again. Any thread may ask.
+class NameForms {
+public:
+    struct Forms {
+        char const* demangled; ///< The name itself where it can't be demangled.
+        char const* shortName;
+    };
+    /// The name must stay where it is as long as this does; it is known by that.
+    Forms of(char const* name);
+
+private:
+    struct Texts {
+        std::string demangled; ///< Empty for a name that stands for itself.
+        std::string shortName;
+    };
+    struct Shelf {
+        std::mutex lock;
+        std::unordered_map<char const*, Texts> texts;
+    };
+    std::array<Shelf, 16> m_shelves;
+};
+
+} // namespace ORV_3_30
