@@ -3,7 +3,6 @@
 #include "format/orv_elf_relocations.h"
 
 #include "core/orv_cursor.h"
-#include "symbols/orv_scope.h"
 
 #include <algorithm>
 
@@ -190,20 +189,12 @@ SymMgrObjectPtr<RelocationAddends> relocationAddends(ElfHelper const& helper, un
     return result;
 }
 
-void ThunkSymbolCallBack::attach(Scope& scope, unsigned long long address, unsigned long long size) {
-    scope.addThunk(new ImportThunk(&scope, address, size));
-}
-
 void PLTEntryCallBack::addend(RelocationAddends::Entry const& entry) {
     unsigned long long const stub = m_plt + (entry.ordinal + 1ULL) * k_stubSize;
-    if (m_filter != nullptr && !m_filter->accept(stub, stub + k_stubSize)) {
-        return;
-    }
-    if (entry.strings == nullptr || entry.nameOffset >= entry.strings->size()) {
-        return;
-    }
-    auto const* const names = reinterpret_cast<char const*>(entry.strings->data());
-    symbol({names + entry.nameOffset, stub, k_stubSize, symbol_visibility_Global, symbol_kind_Function});
+    bool const isNamed = entry.strings != nullptr && entry.nameOffset < entry.strings->size();
+    char const* const name =
+        isNamed ? reinterpret_cast<char const*>(entry.strings->data()) + entry.nameOffset : nullptr;
+    m_symbols.thunk({name, stub, k_stubSize, symbol_visibility_Global, symbol_kind_Function});
 }
 
 } // namespace ORV_3_30

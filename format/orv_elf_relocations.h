@@ -5,7 +5,6 @@
 
 #include "core/orv_cursor.h"
 #include "format/orv_elf_symbols.h"
-#include "symbols/orv_accepted_ranges.h"
 
 #include <cstdint>
 #include <vector>
@@ -50,32 +49,16 @@ private:
 /// The addends of a section of the file; null where no relocation section applies to it.
 SymMgrObjectPtr<RelocationAddends> relocationAddends(ElfHelper const& helper, unsigned int section);
 
-class IAddendCallBack {
-public:
-    virtual void addend(RelocationAddends::Entry const& entry) = 0;
-
-protected:
-    ~IAddendCallBack() = default;
-};
-
-/// The place is a thunk of the scope.
-class ThunkSymbolCallBack : public SymbolCallBack {
-public:
-    using SymbolCallBack::SymbolCallBack;
-    void attach(Scope& scope, unsigned long long address, unsigned long long size) override;
-};
-
 /// Gives each stub of the procedure linkage table a symbol with the name of its import.
-class PLTEntryCallBack final : public IAddendCallBack, public ThunkSymbolCallBack {
+class PLTEntryCallBack final {
 public:
-    PLTEntryCallBack(IFileFormatLoader* loader, ISymbolTable* table, unsigned long long plt, AcceptedRanges* filter)
-        : ThunkSymbolCallBack(loader, table), m_plt(plt), m_filter(filter) {}
+    PLTEntryCallBack(ISymbolCallBack& symbols, unsigned long long plt) : m_symbols(symbols), m_plt(plt) {}
 
-    void addend(RelocationAddends::Entry const& entry) override;
+    void addend(RelocationAddends::Entry const& entry);
 
 private:
+    ISymbolCallBack& m_symbols;
     unsigned long long m_plt;
-    AcceptedRanges* m_filter;
 };
 
 } // namespace ORV_3_30

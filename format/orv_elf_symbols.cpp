@@ -3,8 +3,6 @@
 #include "format/orv_elf_symbols.h"
 
 #include "core/orv_cursor.h"
-#include "symbols/orv_scope.h"
-#include "symbols/orv_symboltable.h"
 
 #include <algorithm>
 
@@ -87,41 +85,6 @@ bool ElfSymbolReader::accept(Elf64_Sym const& entry, RawSymbol& out) const {
         return true;
     }
     return false;
-}
-
-void SymbolCallBack::symbol(RawSymbol const& symbol) {
-    if (symbol.name == nullptr || *symbol.name == '\0') {
-        return;
-    }
-    SymMgrObjectPtr<SymbolScope> const scope(new SymbolScope(
-        m_loader, SymbolName::borrowed(symbol.name), symbol.address, m_table->scope(), symbol.visibility, symbol.kind));
-    attach(*scope, symbol.address, symbol.size);
-    // The table may refuse the scope: the first symbol in stays where two are the same.
-    m_table->addRange(symbol.address, symbol.address + symbol.size, scope.get());
-}
-
-RegularSymbolCallBack::RegularSymbolCallBack(IFileFormatLoader* loader, ISymbolTable* table, std::size_t expected)
-    : SymbolCallBack(loader, table), m_ownTable(dynamic_cast<SymbolTable*>(table)),
-      m_expected(m_ownTable != nullptr ? expected : 0), m_collected(m_expected) {}
-
-void RegularSymbolCallBack::symbol(RawSymbol const& symbol) {
-    if (m_ownTable == nullptr) {
-        SymbolCallBack::symbol(symbol);
-    } else if (symbol.name != nullptr) {
-        m_collected.add(symbol);
-    }
-}
-
-void RegularSymbolCallBack::attach(Scope& scope, unsigned long long address, unsigned long long size) {
-    scope.addRange(address, address + size);
-}
-
-void RegularSymbolCallBack::finish() {
-    if (m_ownTable != nullptr) {
-        m_collected.dropUnnamed();
-        m_collected.shrink(m_expected);
-        m_ownTable->addRawSymbols(loader(), std::move(m_collected));
-    }
 }
 
 } // namespace ORV_3_30

@@ -2,13 +2,13 @@
 // SPDX-FileCopyrightText: The ORV authors
 #include "format/orv_ffl.h"
 
+#include "core/orv_address.h"
 #include "core/orv_cursor.h"
 #include "core/orv_iterators.h"
 #include "core/orv_trace.h"
 #include "format/orv_fflelf.h"
+#include "format/orv_root.h"
 #include "image/orv_file.h"
-#include "manager/orv_address.h"
-#include "manager/orv_symbolmanager.h"
 
 #include <cstring>
 #include <elf.h>
@@ -52,7 +52,7 @@ status_t IFileFormatLoader::create(SymMgrObjectPtr<IFileFormatLoader>& out, SymM
 FileFormatLoader::FileFormatLoader() : SymMgrObject(true) {}
 
 FileFormatLoader::~FileFormatLoader() {
-    SymbolManager::forgetLoader(this);
+    root().forgetLoader(this);
     m_debugInfoLoaders.clear();
     m_symbolFiles.clear();
     for (auto const& entry : m_segments) {
@@ -61,7 +61,7 @@ FileFormatLoader::~FileFormatLoader() {
 }
 
 unsigned int FileFormatLoader::release() {
-    LockGuard guard(&SymbolManager::loaderLock());
+    LockGuard guard(&root().loaderLock());
     return SymMgrObject::release();
 }
 

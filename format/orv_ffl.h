@@ -8,7 +8,7 @@
 #pragma once
 
 #include "format/orv_section.h"
-#include "manager/orv_filekey.h"
+#include "image/orv_filekey.h"
 #include "orv/orv_fileformatloader.h"
 
 #include <map>

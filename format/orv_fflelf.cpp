@@ -3,13 +3,11 @@
 #include "format/orv_fflelf.h"
 
 #include "core/orv_trace.h"
-#include "dwarf/orv_dildwarf.h"
 #include "format/orv_elf_relocations.h"
 #include "format/orv_elf_segments.h"
 #include "format/orv_elf_symbols.h"
+#include "format/orv_root.h"
 #include "image/orv_path.h"
-#include "lines/orv_dil.h"
-#include "resolver/orv_debug_files.h"
 
 #include <string_view>
 
@@ -75,19 +73,7 @@ status_t ElfFileLoader::collectSymbolFiles(SymbolFiles& candidates) {
     }
     readFileInfo();
     SymMgrObjectPtr<IFileFormatHelper> const helper(new ElfFileFormatHelper(m_elfHelper.get()));
-    // One that has no file to offer does not join the list.
-    auto const join = [&](SymMgrObjectPtr<ISymbolFileToResolve> const& candidate) {
-        if (*candidate->symbolFileName() != '\0') {
-            candidates.push_back(candidate);
-        }
-    };
-    auto const ordinal = [&] { return static_cast<long long>(candidates.size()); };
-    join(SymMgrObjectPtr<ISymbolFileToResolve>(
-        new DWARFBuildIdSymbolFileToResolve(fileName(), ordinal(), helper.get(), symbolFileLock())));
-    join(SymMgrObjectPtr<ISymbolFileToResolve>(
-        new DWARFSymbolFileToResolve(fileName(), ordinal(), helper.get(), symbolFileLock())));
-    join(SymMgrObjectPtr<ISymbolFileToResolve>(
-        new BinaryWithDWARFInfo(fileName(), ordinal(), helper.get(), symbolFileLock())));
+    root().collectDwarfFiles(candidates, fileName(), helper.get(), symbolFileLock());
     return status_Ok;
 }
 
@@ -110,12 +96,12 @@ IDebugInfoLoader* ElfFileLoader::createDwarfLoader(char const* name) {
                           symbolFile->sectionIndex(ElfHelper::role_DebugLine) != k_noSection ||
                           symbolFile->sectionIndex(ElfHelper::role_DebugStr) != k_noSection;
     if (!hasDwarf) {
-        return isOwn ? nullptr : new EmptyDebugInfoLoader(name);
+        return isOwn ? nullptr : root().emptyLoader(name);
     }
     bool const isPlaced = symbolFile->getImageBase() != ~0ULL;
     unsigned long long const bias = isPlaced ? m_elfHelper->getImageBase() - symbolFile->getImageBase() : 0;
     SymMgrObjectPtr<IFileFormatHelper> const helper(new ElfFileFormatHelper(symbolFile.get()));
-    return new DWARFDebugInfoLoader(this, name, helper.get(), bias);
+    return root().dwarfLoader(this, name, helper.get(), bias);
 }
 
 Segment* ElfFileLoader::newSegment(char const* name, unsigned long long rva, unsigned long long fileOffset,
@@ -150,14 +136,11 @@ void ElfFileLoader::loadTable(ElfHelper::Role symbols, ElfHelper::Role strings, 
     // The string section lives as long as this loader, and this loader longer than the bank: names
     // need no copy.
     ElfSymbolReader reader(*m_elfHelper, symbols, strings, kinds);
-    RegularSymbolCallBack callBack(this, &table, reader.count());
+    std::unique_ptr<ISymbolCallBack> const callBack = root().symbolCallBack(this, &table, filter, reader.count());
     for (RawSymbol symbol{}; reader.next(symbol);) {
-        if (symbol.name != nullptr &&
-            (filter == nullptr || filter->accept(symbol.address, symbol.address + symbol.size))) {
-            callBack.symbol(symbol);
-        }
+        callBack->symbol(symbol);
     }
-    callBack.finish();
+    callBack->finish();
 }
 
 void ElfFileLoader::addThunks(ISymbolTable& table, AcceptedRanges* filter) {
@@ -171,7 +154,8 @@ void ElfFileLoader::addThunks(ISymbolTable& table, AcceptedRanges* filter) {
     if (!addends || !plt) {
         return;
     }
-    PLTEntryCallBack callBack(this, &table, plt->address(), filter);
+    std::unique_ptr<ISymbolCallBack> const symbols = root().symbolCallBack(this, &table, filter, 0);
+    PLTEntryCallBack callBack(*symbols, plt->address());
     for (RelocationAddends::Entry const& entry : addends->entries()) {
         callBack.addend(entry);
     }

@@ -9,6 +9,7 @@
 
 #include "lines/orv_linetable.h"
 #include "orv/orv_fileformatloader.h"
+#include "symbols/orv_globalscope.h"
 
 #include <string>
 
@@ -60,7 +61,7 @@ private:
 };
 
 /// Base of the line resolvers: the one place where overlapping lines are settled.
-class SrcLineResolver : public SymMgrObject<ISrcLineResolver> {
+class SrcLineResolver : public SymMgrObject<ISrcLineResolver>, public IScopeUser {
 public:
     /// scope: where symbols are looked for if a question names no scope. Not counted, may be null. Threads
     /// share a resolver, so its count has a lock of its own.
@@ -74,7 +75,7 @@ public:
     status_t requestsCleared() override { return status_Ok; }
 
     /// Told by a scope on its way out: questions without a scope find symbols in none from then on.
-    void leaveScope(Scope const* scope) {
+    void leaveScope(Scope const* scope) override {
         if (m_scope == scope) {
             m_scope = nullptr;
         }

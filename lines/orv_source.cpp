@@ -2,7 +2,7 @@
 // SPDX-FileCopyrightText: The ORV authors
 #include "lines/orv_source.h"
 
-#include "manager/orv_address.h"
+#include "core/orv_address.h"
 #include "orv/orv_fileformatloader.h"
 
 namespace ORV_3_30 {

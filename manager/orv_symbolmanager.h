@@ -7,7 +7,7 @@
 /// loaderLock, then managerLock.
 #pragma once
 
-#include "manager/orv_filekey.h"
+#include "image/orv_filekey.h"
 #include "orv/orv_fileformatloader.h"
 #include "orv/orv_symbolmanager.h"
 

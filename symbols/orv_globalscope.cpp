@@ -2,7 +2,8 @@
 // SPDX-FileCopyrightText: The ORV authors
 #include "symbols/orv_globalscope.h"
 
-#include "lines/orv_dil.h"
+#include "orv/orv_address.h"
+#include "orv/orv_fileformatloader.h"
 
 namespace ORV_3_30 {
 namespace {
@@ -22,8 +23,8 @@ GlobalScope::GlobalScope(IFileFormatLoader* loader, IDebugInfoLoader* debugInfoL
 
 GlobalScope::~GlobalScope() {
     // The loader may stay for other banks, and with it symbols that ask the resolver.
-    if (auto* const resolver = dynamic_cast<SrcLineResolver*>(m_resolver.get())) {
-        resolver->leaveScope(this);
+    if (auto* const user = dynamic_cast<IScopeUser*>(m_resolver.get())) {
+        user->leaveScope(this);
     }
 }
 

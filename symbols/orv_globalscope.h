@@ -11,6 +11,15 @@
 
 namespace ORV_3_30 {
 
+/// Who goes by a scope that may go before it.
+class IScopeUser {
+public:
+    virtual void leaveScope(Scope const* scope) = 0;
+
+protected:
+    ~IScopeUser() = default;
+};
+
 /// Held by value in the bank. m_loadLock serialises all loads; it is recursive, since a loader may
 /// query the scope that it fills. Queries of kinds that are there take no lock here.
 class GlobalScope final : public Scope {

@@ -3,6 +3,7 @@
 /// One range in a symbol table.
 #pragma once
 
+#include "format/orv_raw_symbol.h"
 #include "symbols/orv_merge.h"
 
 #include <atomic>
@@ -15,16 +16,6 @@
 namespace ORV_3_30 {
 
 class Scope;
-
-/// A symbol as a format's own symbol table has it. The name stays where it is for as long as the
-/// loader lives.
-struct RawSymbol {
-    char const* name;
-    unsigned long long address;
-    unsigned long long size;
-    symbol_visibility_t visibility;
-    symbol_kind_t kind;
-};
 
 /// Lives as long as the table. Half open, in pseudo addresses; start equal to end is a label.
 ///

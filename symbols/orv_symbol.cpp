@@ -2,9 +2,9 @@
 // SPDX-FileCopyrightText: The ORV authors
 #include "symbols/orv_symbol.h"
 
+#include "core/orv_address.h"
 #include "core/orv_shared_lock.h"
 #include "core/orv_trace.h"
-#include "manager/orv_address.h"
 #include "orv/orv_fileformatloader.h"
 #include "orv/orv_source.h"
 #include "platform/orv_demangler.h"

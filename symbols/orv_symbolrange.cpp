@@ -2,8 +2,8 @@
 // SPDX-FileCopyrightText: The ORV authors
 #include "symbols/orv_symbolrange.h"
 
+#include "core/orv_address.h"
 #include "core/orv_trace.h"
-#include "manager/orv_address.h"
 #include "orv/orv_fileformatloader.h"
 #include "symbols/orv_scope.h"
 

@@ -194,7 +194,7 @@ TEST(StackVariable, FormsOfLocations) {
 TEST(StackVariable, OfDwarf4HasNoPlace) {
     // The end is a distance there, and is compared as it stands.
     FakeFrame frame(withUnit(entry(19, "f") + ".8byte code\n.4byte 0x40\n.uleb128 1\n.byte 0x9c\n" +
-                         variable("v", ".uleb128 2\n.byte 0x91, 8\n", "int", 6) + k_end));
+                             variable("v", ".uleb128 2\n.byte 0x91, 8\n", "int", 6) + k_end));
     LogCapture const log;
     EXPECT_EQ(frame.at(k_framePointer + 8), "?");
     EXPECT_EQ(log.count("Address range did not match subprogram,  address:4112 low: 4096 high: 64 func: f"), 1U);
@@ -205,10 +205,10 @@ TEST(StackVariable, WhichOneIsTaken) {
     std::string const at16 = block(".byte 0x91, 16");
     std::string const at32 = block(".byte 0x91, 32");
     FakeFrame frame(withUnit(".Lorigin: " + variable("named", at32) + function(block(".byte 0x56")) +
-                         variable("parameter", at8, "int", 20) + ".uleb128 7\n" + variable("first", at8) + k_end +
-                         ".uleb128 7\n" + variable("second", at8) + variable("in", at16) + k_end +
-                         ".uleb128 18\n.4byte .Lorigin - .Lunit0\n" + block(".byte 0x91, 24") +
-                         variable("unsized", block(".byte 0x91, 40"), "none") + k_end + ".Lt_none: .byte 0\n"));
+                             variable("parameter", at8, "int", 20) + ".uleb128 7\n" + variable("first", at8) + k_end +
+                             ".uleb128 7\n" + variable("second", at8) + variable("in", at16) + k_end +
+                             ".uleb128 18\n.4byte .Lorigin - .Lunit0\n" + block(".byte 0x91, 24") +
+                             variable("unsized", block(".byte 0x91, 40"), "none") + k_end + ".Lt_none: .byte 0\n"));
     EXPECT_EQ(frame.at(k_framePointer + 8), "first!"); // whichever block holds pc
     EXPECT_EQ(frame.at(k_framePointer + 16), "in!");
     EXPECT_EQ(frame.at(k_framePointer + 24), "named!");

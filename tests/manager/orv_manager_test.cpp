@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
-#include "manager/orv_filekey.h"
+#include "image/orv_filekey.h"
 #include "manager/orv_symbolmanager.h"
 #include "support/orv_elf_builder.h"
 #include "support/orv_test_support.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
-#include "manager/orv_address.h"
+#include "core/orv_address.h"
 
 #include "orv/orv_fileformatloader.h"
 

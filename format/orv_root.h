@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
+/// What the loaders of modules need of the layers above them, which they do not know.
+#pragma once
+
+#include "format/orv_ffl.h"
+#include "format/orv_raw_symbol.h"
+
+#include <memory>
+
+namespace ORV_3_30 {
+
+/// Filled in by the root of the library, and the same for all loaders.
+class IRoot {
+public:
+    /// Held while a loader or a bank is built or goes.
+    virtual ILock& loaderLock() const = 0;
+    /// A loader is on its way out.
+    virtual void forgetLoader(IFileFormatLoader* loader) const = 0;
+    /// Who puts raw symbols into a table. expected: no more than so many will come.
+    virtual std::unique_ptr<ISymbolCallBack> symbolCallBack(IFileFormatLoader* loader, ISymbolTable* table,
+                                                            AcceptedRanges* filter, std::size_t expected) const = 0;
+    /// The files that may hold the debug information of a module.
+    virtual void collectDwarfFiles(FileFormatLoader::SymbolFiles& candidates, char const* moduleFile,
+                                   IFileFormatHelper* helper, ILock* lock) const = 0;
+    /// The reader of a file's DWARF; loadBias: what is added to its addresses to get the module's.
+    virtual IDebugInfoLoader* dwarfLoader(IFileFormatLoader* loader, char const* symFileName, IFileFormatHelper* helper,
+                                          unsigned long long loadBias) const = 0;
+    /// One that reports a file's name, and loads nothing.
+    virtual IDebugInfoLoader* emptyLoader(char const* symFileName) const = 0;
+
+protected:
+    ~IRoot() = default;
+};
+
+/// Defined by the manager.
+IRoot const& root();
+
+} // namespace ORV_3_30

@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
+// The table of what lower layers call above them.
+#include "format/orv_root.h"
+
+#include "dwarf/orv_dildwarf.h"
+#include "lines/orv_dil.h"
+#include "manager/orv_symbolmanager.h"
+#include "resolver/orv_debug_files.h"
+#include "symbols/orv_symbol_call_back.h"
+
+namespace ORV_3_30 {
+namespace {
+
+class Root final : public IRoot {
+public:
+    ILock& loaderLock() const override { return SymbolManager::loaderLock(); }
+    void forgetLoader(IFileFormatLoader* loader) const override { SymbolManager::forgetLoader(loader); }
+
+    std::unique_ptr<ISymbolCallBack> symbolCallBack(IFileFormatLoader* loader, ISymbolTable* table,
+                                                    AcceptedRanges* filter, std::size_t expected) const override {
+        return std::make_unique<RegularSymbolCallBack>(loader, table, filter, expected);
+    }
+
+    void collectDwarfFiles(FileFormatLoader::SymbolFiles& candidates, char const* moduleFile, IFileFormatHelper* helper,
+                           ILock* lock) const override {
+        // One that has no file to offer does not join the list.
+        auto const join = [&](SymMgrObjectPtr<ISymbolFileToResolve> const& candidate) {
+            if (*candidate->symbolFileName() != '\0') {
+                candidates.push_back(candidate);
+            }
+        };
+        auto const ordinal = [&] { return static_cast<long long>(candidates.size()); };
+        join(SymMgrObjectPtr<ISymbolFileToResolve>(
+            new DWARFBuildIdSymbolFileToResolve(moduleFile, ordinal(), helper, lock)));
+        join(SymMgrObjectPtr<ISymbolFileToResolve>(new DWARFSymbolFileToResolve(moduleFile, ordinal(), helper, lock)));
+        join(SymMgrObjectPtr<ISymbolFileToResolve>(new BinaryWithDWARFInfo(moduleFile, ordinal(), helper, lock)));
+    }
+
+    IDebugInfoLoader* dwarfLoader(IFileFormatLoader* loader, char const* symFileName, IFileFormatHelper* helper,
+                                  unsigned long long loadBias) const override {
+        return new DWARFDebugInfoLoader(loader, symFileName, helper, loadBias);
+    }
+    IDebugInfoLoader* emptyLoader(char const* symFileName) const override {
+        return new EmptyDebugInfoLoader(symFileName);
+    }
+};
+
+} // namespace
+
+IRoot const& root() {
+    static auto const& table = *new Root; // never destroyed, as a client may go on until the very end
+    return table;
+}
+
+} // namespace ORV_3_30
