@@ -138,17 +138,14 @@ void DWARFSymbol::sourceLinesIn(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourc
     }
 }
 
-bool DWARFSymbol::latestLineAt(unsigned long long address, SrcLocator& row) {
+bool DWARFSymbol::latestLineAt(RowsAtAddress const& rows, SrcLocator& row) {
     if (owner() == nullptr || scope() == nullptr || m_unit.loader()->lineResolver() == nullptr) {
         return false;
     }
-    LineTable const& table = m_unit.loader()->lineResolver()->table();
     auto const find = [&](int fileId) {
-        unsigned long long unit = 0;
-        return fileId >= 0 &&
-               table.latestAt({compUnitId(), static_cast<unsigned int>(fileId), address, address}, row, unit);
+        return fileId >= 0 && rows.latest(compUnitId(), static_cast<unsigned int>(fileId), row);
     };
-    return scope()->holds(address) && (find(declaredFileId()) || find(fileIdAtAddress()));
+    return scope()->holds(rows.address()) && (find(declaredFileId()) || find(fileIdAtAddress()));
 }
 
 void DWARFSymbol::sourceLines(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out) {

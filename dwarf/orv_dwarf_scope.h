@@ -49,7 +49,7 @@ public:
     void sourceLineByAddress(SymMgrObjectPtr<ISourceLine>& out, IAddress* address) override;
     void sourceLinesIn(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out, unsigned long long start,
                        unsigned long long end) override;
-    bool latestLineAt(unsigned long long address, SrcLocator& row) override;
+    bool latestLineAt(RowsAtAddress const& rows, SrcLocator& row) override;
 
     /// Files whose lines are the symbol's own; -1 where unknown.
     int declaredFileId();

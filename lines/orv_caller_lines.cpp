@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Two ordered walks side by side: the ranges of a scope's functions, and the rows of the line table.
 #include "lines/orv_caller_lines.h"
 
 #include "core/orv_trace.h"
@@ -26,6 +27,7 @@ bool latestCallerLine(LineTable const& table, unsigned long long address, unsign
     SrcLocator fromTable{};
     unsigned long long tableUnit = 0;
     std::optional<bool> isInTable; // the same for all of them
+    RowsAtAddress const rows(table, address);
     for (Scope* const at : scopes) {
         if (at->inlineInstance() != nullptr) {
             continue; // its call site stands for a file that was asked for, and none was
@@ -33,7 +35,7 @@ bool latestCallerLine(LineTable const& table, unsigned long long address, unsign
         SrcLocator candidate{};
         unsigned long long candidateUnit = at->compUnitId();
         Symbol* const symbol = at->symbolImpl();
-        bool const isOwn = symbol != nullptr && symbol->latestLineAt(address, candidate);
+        bool const isOwn = symbol != nullptr && symbol->latestLineAt(rows, candidate);
         if (!isOwn && !isInTable) {
             isInTable = table.latestAt(query, fromTable, tableUnit);
         }
@@ -118,18 +120,49 @@ InlineCallerSourceLineIterator::InlineCallerSourceLineIterator(ILineTable& table
     if (scope != nullptr && isAddressQuestion()) {
         scope->symbolRanges(m_ranges, query.start, query.end, symbol_kind_Function);
     } else if (scope != nullptr) {
-        scope->nonOverlappedSymbolRanges(m_ranges, query.start, query.end, symbol_kind_Function, nullptr);
+        unsigned long long start = query.start;
+        unsigned long long end = query.end;
+        restrictToFile(*scope, start, end);
+        scope->nonOverlappedSymbolRanges(m_ranges, start, end, symbol_kind_Function, nullptr);
     }
     reset();
 }
 
-bool InlineCallerSourceLineIterator::isUseful(ISymbolRange& range) const {
+/// Of a module's functions, which are no inlined bodies, those without a row of the file have nothing to say: the walk
+/// leaves out what lies in front of its rows and behind them.
+void InlineCallerSourceLineIterator::restrictToFile(Scope& scope, unsigned long long& start, unsigned long long& end) {
+    auto const* const table = dynamic_cast<LineTable const*>(m_table.get());
+    m_isRestricted = table != nullptr && m_query.fileId != k_allFiles && scope.parentScope() == nullptr;
+    if (m_isRestricted) {
+        m_fileStretches = table->stretchesOf(m_query.fileId);
+        start = std::max(start, m_fileStretches.empty() ? end : m_fileStretches.front().first);
+        end = std::max(start, std::min(end, m_fileStretches.empty() ? end : m_fileStretches.back().second));
+    }
+}
+
+bool InlineCallerSourceLineIterator::isUseful(ISymbolRange& range) {
     if (isAddressQuestion() || range.inlineInstance() != nullptr) {
         return true;
     }
+    std::size_t gap = k_noGap;
+    if (m_isRestricted) {
+        auto const& own = static_cast<SymbolRange&>(range);
+        auto const behind =
+            std::upper_bound(m_fileStretches.begin(), m_fileStretches.end(), own.start(),
+                             [](unsigned long long at, auto const& stretch) { return at < stretch.second; });
+        bool const hasRows = behind != m_fileStretches.end() && behind->first < own.end();
+        gap = hasRows ? k_noGap : static_cast<std::size_t>(behind - m_fileStretches.begin());
+        // Between rows it parts those in front from those behind, as rows of several units come out by unit. One does.
+        bool const isBetween = gap != 0 && gap != m_fileStretches.size() && gap != m_partedGap;
+        if (!hasRows && !isBetween) {
+            return false;
+        }
+    }
     SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> inner;
     range.innerRanges(inner);
-    return inner && inner->current();
+    bool const hasInner = inner && inner->current();
+    m_partedGap = hasInner && gap != k_noGap ? gap : m_partedGap;
+    return hasInner;
 }
 
 void InlineCallerSourceLineIterator::takeUsefulRange() {
@@ -159,6 +192,7 @@ void InlineCallerSourceLineIterator::reset() {
     }
     m_lines = nullptr;
     m_callerLines = nullptr;
+    m_partedGap = k_noGap;
     takeUsefulRange();
     unsigned long long const limit = m_range ? startOfRange() : m_query.end;
     bool const isFound = m_range && limit <= m_query.start ? stepIntoRange() : askTable(m_query.start, limit);

@@ -10,6 +10,7 @@
 #include "lines/orv_linetable.h"
 #include "orv/orv_symbolrange.h"
 #include "symbols/orv_scope.h"
+#include "symbols/orv_symbolrange.h"
 
 namespace ORV_3_30 {
 
@@ -71,7 +72,8 @@ public:
 
 private:
     bool isAddressQuestion() const { return m_query.start == m_query.end; }
-    bool isUseful(ISymbolRange& range) const;
+    void restrictToFile(Scope& scope, unsigned long long& start, unsigned long long& end);
+    bool isUseful(ISymbolRange& range);
     /// From where the ranges stand.
     void takeUsefulRange();
     unsigned long long startOfRange() const;
@@ -89,6 +91,11 @@ private:
     SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> m_ranges; ///< Null where there are none.
     SymMgrObjectPtr<ISymbolRange> m_range;                              ///< The useful one ahead or underfoot.
     bool m_isRangeUsed = false;
+    bool m_isRestricted = false; ///< To where the file has rows.
+    FileStretches m_fileStretches;
+    static constexpr std::size_t k_noGap = ~std::size_t{0};
+    std::size_t m_partedGap =
+        k_noGap; ///< Between the file's stretches: the last one in which a useful range was found.
     SymMgrObjectPtr<SourceLines> m_lines;       ///< The table's.
     SymMgrObjectPtr<SourceLines> m_callerLines; ///< The symbol's or the call site's.
 };

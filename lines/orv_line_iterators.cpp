@@ -19,7 +19,8 @@ void SourceLineIterator::reset() {
         m_table.rowsAt(m_query, m_atAddress);
         return;
     }
-    std::vector<SrcRange> const& ranges = m_table.ranges();
+    m_ordered = m_table.ordered();
+    std::vector<SrcRange> const& ranges = m_ordered->ranges;
     if (m_query.start > m_query.end) {
         m_range = ranges.size();
         return;
@@ -42,7 +43,7 @@ void SourceLineIterator::enterRange(std::size_t range) {
 }
 
 void SourceLineIterator::settle(std::size_t position) {
-    std::vector<SrcRange> const& ranges = m_table.ranges();
+    std::vector<SrcRange> const& ranges = m_ordered->ranges;
     for (; m_range < ranges.size(); ++m_range, position = 0) {
         SrcRange const& range = ranges[m_range];
         bool const isOtherUnit = m_query.unit != k_allUnits && range.unit != m_query.unit;
@@ -66,10 +67,10 @@ bool SourceLineIterator::next() {
         m_position += m_position < m_atAddress.size() ? 1 : 0;
         return m_position < m_atAddress.size();
     }
-    if (m_range < m_table.ranges().size()) {
+    if (m_range < m_ordered->ranges.size()) {
         settle(m_position + 1);
     }
-    return m_range < m_table.ranges().size();
+    return m_range < m_ordered->ranges.size();
 }
 
 SymMgrObjectPtr<ISourceLine> SourceLineIterator::current() {
@@ -80,7 +81,7 @@ SymMgrObjectPtr<ISourceLine> SourceLineIterator::current() {
         }
         row = m_atAddress[m_position];
     } else {
-        std::vector<SrcRange> const& ranges = m_table.ranges();
+        std::vector<SrcRange> const& ranges = m_ordered->ranges;
         if (m_range >= ranges.size() || m_position >= ranges[m_range].rows.size()) {
             return {};
         }

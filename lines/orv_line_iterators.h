@@ -7,7 +7,7 @@
 
 namespace ORV_3_30 {
 
-/// The rows of a stretch, cut to it. Rows that are added meanwhile may or may not be seen.
+/// The rows of a stretch, cut to it. Rows that are added meanwhile are not seen before reset.
 class SourceLineIterator : public SymMgrObject<SourceLines> {
 public:
     SourceLineIterator(LineTable& table, LineQuery const& query);
@@ -28,9 +28,10 @@ private:
 
     LineTable& m_table;
     LineQuery m_query;
-    std::vector<std::uint32_t> m_atAddress; ///< What a question for an address has found.
-    std::size_t m_range = 0;                ///< In the table's ranges, for a stretch.
-    std::size_t m_position = 0;             ///< In the range, or in m_atAddress.
+    std::shared_ptr<LineTable::Ordered const> m_ordered; ///< For a stretch.
+    std::vector<std::uint32_t> m_atAddress;              ///< What a question for an address has found.
+    std::size_t m_range = 0;                             ///< In the table's ranges, for a stretch.
+    std::size_t m_position = 0;                          ///< In the range, or in m_atAddress.
 };
 
 /// The rows at an address, uncut.

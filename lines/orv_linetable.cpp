@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Rows are found by binary search over runs by base, and by trees of greatest ends where runs overlap.
 #include "lines/orv_linetable.h"
 
 #include "lines/orv_line_iterators.h"
@@ -143,6 +144,27 @@ bool LineTable::latestAt(LineQuery const& query, SrcLocator& row, unsigned long 
     return bestRun != nullptr;
 }
 
+RowsAtAddress::RowsAtAddress(LineTable const& table, unsigned long long address) : m_table(table), m_address(address) {
+    table.rowsAt({k_allUnits, k_allFiles, address, address}, m_rows);
+}
+
+bool RowsAtAddress::latest(unsigned long long unit, unsigned int fileId, SrcLocator& row) const {
+    auto const keyOf = [this](std::uint32_t at) { return std::pair(m_table.locator(at).fileId, m_table.unitOf(at)); };
+    auto const key = std::pair(fileId, unit);
+    auto at = std::upper_bound(m_rows.begin(), m_rows.end(), key,
+                               [&](auto const& wanted, std::uint32_t other) { return wanted < keyOf(other); });
+    bool isFound = false;
+    while (at != m_rows.begin() && keyOf(*--at) == key) {
+        SrcLocator const candidate = m_table.locator(*at);
+        if (isFound && candidate.start != row.start) {
+            break;
+        }
+        row = candidate;
+        isFound = true;
+    }
+    return isFound;
+}
+
 /// The order in which two rows come out.
 bool LineTable::precedes(std::uint32_t a, std::uint32_t b) const {
     LineRows::Run const& runA = m_rows.runOf(a);
@@ -152,24 +174,52 @@ bool LineTable::precedes(std::uint32_t a, std::uint32_t b) const {
     if (keyA != keyB) {
         return keyA < keyB;
     }
-    ranges(); // they give the positions
-    return m_positions[a] < m_positions[b];
+    if (!m_hasRanges.load(std::memory_order_acquire)) {
+        ordered();
+    }
+    return m_ordered->positions[a] < m_ordered->positions[b];
 }
 
 // --- Questions for a stretch
 
-std::vector<SrcRange> const& LineTable::ranges() const {
+std::shared_ptr<LineTable::Ordered const> LineTable::ordered() const {
+    std::lock_guard<std::mutex> const guard(m_indexLock);
     if (!m_hasRanges.load(std::memory_order_acquire)) {
-        std::lock_guard<std::mutex> const guard(m_indexLock);
-        if (!m_hasRanges.load(std::memory_order_acquire)) {
-            collectRanges();
-            m_hasRanges.store(true, std::memory_order_release);
-        }
+        m_ordered = collectRanges();
+        m_hasRanges.store(true, std::memory_order_release);
     }
-    return m_ranges;
+    return m_ordered;
 }
 
-void LineTable::collectRanges() const {
+FileStretches LineTable::stretchesOf(unsigned int fileId) const {
+    FileStretches all;
+    auto const isBelow = [](SrcRange const& range, unsigned int id) { return range.fileId < id; };
+    std::shared_ptr<Ordered const> const ordered = this->ordered();
+    auto const end = ordered->ranges.end();
+    auto range = std::lower_bound(ordered->ranges.begin(), end, fileId, isBelow);
+    for (; range != end && range->fileId == fileId; ++range) {
+        for (std::uint32_t const row : range->rows) {
+            SrcLocator const locator = this->locator(row);
+            if (!all.empty() && locator.start <= all.back().second && locator.start >= all.back().first) {
+                all.back().second = std::max(all.back().second, locator.end);
+            } else {
+                all.emplace_back(locator.start, locator.end);
+            }
+        }
+    }
+    std::sort(all.begin(), all.end());
+    FileStretches merged;
+    for (auto const& [start, end] : all) {
+        if (!merged.empty() && start <= merged.back().second) {
+            merged.back().second = std::max(merged.back().second, end);
+        } else {
+            merged.emplace_back(start, end);
+        }
+    }
+    return merged;
+}
+
+std::shared_ptr<LineTable::Ordered const> LineTable::collectRanges() const {
     /// A stretch of a run whose rows are of one file.
     struct Piece {
         unsigned int fileId;
@@ -206,8 +256,7 @@ void LineTable::collectRanges() const {
             positions[range.rows[i]] = static_cast<std::uint32_t>(i);
         }
     }
-    m_ranges = std::move(ranges);
-    m_positions = std::move(positions);
+    return std::make_shared<Ordered const>(Ordered{std::move(ranges), std::move(positions)});
 }
 
 void LineTable::orderRange(SrcRange& range) const {

@@ -23,7 +23,9 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 namespace ORV_3_30 {
@@ -32,6 +34,8 @@ using SourceLines = IIterator<SymMgrObjectPtr<ISourceLine>>;
 
 constexpr unsigned long long k_allUnits = ~0ULL;
 constexpr unsigned int k_allFiles = 0xFFFFFFFF;
+
+class LineTable;
 
 /// What a question asks for: rows in [start, end). One address has start equal to end.
 struct LineQuery {
@@ -52,6 +56,24 @@ struct SrcRange {
     std::vector<std::uint32_t> rows;
     EndIndex ends;
 };
+
+/// The rows over one address, in the order in which they come out.
+class RowsAtAddress {
+public:
+    RowsAtAddress(LineTable const& table, unsigned long long address);
+
+    unsigned long long address() const { return m_address; }
+    /// Of those of one file in one unit the one that starts last, of several such the first; false if there is none.
+    bool latest(unsigned long long unit, unsigned int fileId, SrcLocator& row) const;
+
+private:
+    LineTable const& m_table;
+    unsigned long long m_address;
+    std::vector<std::uint32_t> m_rows;
+};
+
+/// FileStretches in order, disjoint.
+using FileStretches = std::vector<std::pair<unsigned long long, unsigned long long>>;
 
 class LineTable final : public SharedObject<SymMgrObject<ILineTable>> {
 public:
@@ -74,8 +96,15 @@ public:
     void rowsAt(LineQuery const& query, std::vector<std::uint32_t>& out) const;
     /// The one of them that starts last, of several such the first; false if there is none.
     bool latestAt(LineQuery const& query, SrcLocator& row, unsigned long long& unit) const;
-    /// By file, then unit.
-    std::vector<SrcRange> const& ranges() const;
+    /// All rows in order: by file, then unit.
+    struct Ordered {
+        std::vector<SrcRange> ranges;
+        std::vector<std::uint32_t> positions; ///< Of each row in its range.
+    };
+    /// As it is now; rows that come later make another one.
+    std::shared_ptr<Ordered const> ordered() const;
+    /// Where a file has rows, of any unit; those that touch are one.
+    FileStretches stretchesOf(unsigned int fileId) const;
     SrcLocator locator(std::uint32_t row) const { return m_rows.locator(m_rows.runOf(row), row); }
     unsigned long long unitOf(std::uint32_t row) const { return m_rows.unitOf(m_rows.runOf(row)); }
 
@@ -91,7 +120,7 @@ private:
     };
 
     AddressIndex const& prepareAddresses() const;
-    void collectRanges() const;
+    std::shared_ptr<Ordered const> collectRanges() const;
     void orderRange(SrcRange& range) const;
     void orderSameStart(std::vector<std::uint32_t>& rows) const;
     template <typename Visitor> void visitAt(LineQuery const& query, Visitor visit) const;
@@ -104,8 +133,7 @@ private:
     mutable std::atomic<bool> m_hasAddresses{false};
     mutable std::atomic<bool> m_hasRanges{false};
     mutable AddressIndex m_byAddress;
-    mutable std::vector<SrcRange> m_ranges;
-    mutable std::vector<std::uint32_t> m_positions; ///< Of each row in its range.
+    mutable std::shared_ptr<Ordered const> m_ordered;
 };
 
 } // namespace ORV_3_30

@@ -5,7 +5,9 @@
 
 #include "support/orv_test_support.h"
 
+#include "lines/orv_caller_lines.h"
 #include "support/orv_elf_builder.h"
+#include "symbols/orv_symboltable.h"
 
 #include <algorithm>
 #include <map>
@@ -15,9 +17,6 @@
 using namespace orv_test;
 
 namespace {
-
-constexpr unsigned long long k_allUnits = ~0ULL;
-constexpr unsigned int k_allFiles = 0xFFFFFFFF;
 
 struct Row {
     unsigned long long unit;
@@ -293,4 +292,84 @@ TEST_F(LineTables, SeesRowsThatComeBetweenQuestions) {
     EXPECT_EQ(stretch(k_allUnits, 7, 0, ~0ULL), "");
     EXPECT_EQ(stretch(k_allUnits, k_allFiles, ~0ULL, ~0ULL), "");
     EXPECT_EQ(stretch(k_allUnits, k_allFiles, 105, 103), "");
+}
+
+TEST_F(LineTables, AnIteratorStandsFirmWhenRowsCome) {
+    for (unsigned int i = 0; i < 20; ++i) {
+        add({1, 5, i, 0, 0x100 + 16ULL * i, 16, 0});
+    }
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> lines;
+    m_table->sourceLines(lines, k_allUnits, k_allFiles, 0, ~0ULL);
+    for (unsigned int i = 0; i < 20; ++i) {
+        ASSERT_TRUE(lines->current());
+        EXPECT_EQ(lines->current()->location()->line(), i);
+        add({i % 3, i % 7, 99, 0, 8ULL * i, 300, 0}); // files and units in front of the one that is walked
+        EXPECT_EQ(lines->next(), i < 19);
+    }
+}
+
+namespace {
+
+/// A table that is not known to be one of ours.
+class ForeignTable final : public SymMgrObject<ILineTable> {
+public:
+    explicit ForeignTable(ILineTable* table) : m_table(table) {}
+    void sourceLinesByAddress(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out, unsigned long long address,
+                              unsigned long long unit, unsigned int file) override {
+        m_table->sourceLinesByAddress(out, address, unit, file);
+    }
+    void sourceLines(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out, unsigned long long unit,
+                     unsigned int file, unsigned long long start, unsigned long long end) override {
+        m_table->sourceLines(out, unit, file, start, end);
+    }
+    void addLine(unsigned long long /*unit*/, unsigned int /*file*/, unsigned int /*line*/, unsigned int /*column*/,
+                 unsigned long long /*address*/, unsigned long long /*size*/,
+                 unsigned long long /*discriminator*/) override {}
+
+private:
+    SymMgrObjectPtr<ILineTable> m_table;
+};
+
+/// A scope with its kinds loaded.
+class LoadedScope final : public SymbolScope {
+public:
+    LoadedScope(IFileFormatLoader* loader, Scope* parent, unsigned long long start, unsigned long long end)
+        : SymbolScope(loader, SymbolName::borrowed("f"), start, parent, symbol_visibility_Global,
+                      symbol_kind_Function) {
+        addRange(start, end);
+    }
+    status_t loadKinds(unsigned int /*mask*/) override { return status_Ok; }
+};
+
+} // namespace
+
+TEST_F(LineTables, AFileIsSoughtWhereItHasRows) {
+    for (unsigned int seed = 0; seed < 40; ++seed) {
+        std::mt19937 random(seed);
+        auto const below = [&](unsigned int limit) { return static_cast<unsigned int>(random() % limit); };
+        m_table = ILineTable::create(*m_loader, *m_resolver);
+        for (int i = 0; i < 60; ++i) {
+            add({below(3), below(4), below(9), 0, 0x100ULL + below(0x400), below(0x60), 0});
+        }
+        SymMgrObjectPtr<LoadedScope> const root(new LoadedScope(m_loader.get(), nullptr, 0, 0x1000));
+        for (unsigned long long start = 0x80; start < 0x600; start += 0x10 + below(0x40)) {
+            unsigned long long const end = start + below(0x50);
+            SymMgrObjectPtr<LoadedScope> const function(new LoadedScope(m_loader.get(), root.get(), start, end));
+            if (below(3) != 0) { // one in which something lies
+                function->symbolTable()->addRange(start, end,
+                                                  new LoadedScope(m_loader.get(), function.get(), start, end));
+            }
+            root->symbolTable()->addRange(start, end, function.get());
+        }
+        SymMgrObjectPtr<ForeignTable> const foreign(new ForeignTable(m_table.get()));
+        for (unsigned int file = 0; file < 5; ++file) {
+            unsigned long long const unit = below(2) == 0 ? k_allUnits : below(3);
+            ORV_3_30::LineQuery const query{unit, file, below(0x300), 0x300ULL + below(0x400)};
+            SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> const own(
+                new InlineCallerSourceLineIterator(*m_table, query, root.get()));
+            SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> const other(
+                new InlineCallerSourceLineIterator(*foreign, query, root.get()));
+            EXPECT_EQ(textOf(own), textOf(other)) << "seed " << seed << ", file " << file;
+        }
+    }
 }
