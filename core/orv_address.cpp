@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// An address asked of its loader: segment by search, RVA and file offset by subtraction.
 #include "core/orv_address.h"
 
 #include "orv/orv_fileformatloader.h"

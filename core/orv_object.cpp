@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Reference counts, under the lock that the owner gave or one of the object's own.
 #include "core/orv_shared_object.h"
 
 #include <new>

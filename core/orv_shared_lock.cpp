@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// A pool of striped locks, for counts alone: an object's place says which is its.
 #include "core/orv_shared_lock.h"
 
 #include <array>

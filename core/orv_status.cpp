@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// The texts of statuses, one flat switch.
 #include "orv/orv_status.h"
 
 #include <ostream>

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Log records and assertions, over log4cplus.
 #include "core/orv_trace.h"
 
 #include "platform/orv_log_setup.h"

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// A resolver that asks debuginfod servers by build id, through libdebuginfod.
 #include "orv/orv_debuginfod.h"
 
 #include "orv/orv_debugroots.h"

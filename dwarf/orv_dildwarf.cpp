@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// dil: debug information loader. The one of DWARF, which joins what the readers give to the stores of symbols and
+// lines. Unit headers: DWARF version 4, 7.5.1.1.
 #include "dwarf/orv_dildwarf.h"
 
 #include "core/orv_trace.h"

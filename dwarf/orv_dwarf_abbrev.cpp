@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Abbreviation tables (DWARF version 4, 7.5.3), decoded once for each offset. Fixed sizes are added up, so that an
+// entry is passed over in one step where its forms allow that.
 #include "dwarf/orv_dwarf_abbrev.h"
 
 #include "core/orv_trace.h"

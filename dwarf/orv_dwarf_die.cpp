@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Entries by the attributes that are asked for, and their origins, followed link by link (DWARF version 4, 2.2
+// and 7.5).
 #include "dwarf/orv_dwarf_die.h"
 
 #include "core/orv_trace.h"

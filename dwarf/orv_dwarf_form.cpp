@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Values by their form, one flat switch (DWARF version 4, 7.5.4, and GNU's extensions).
 #include "dwarf/orv_dwarf_form.h"
 
 #include "core/orv_trace.h"

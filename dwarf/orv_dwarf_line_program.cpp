@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// The line number state machine (DWARF version 4, 6.2): opcodes by a switch, rows by sequence.
 #include "dwarf/orv_dwarf_line_program.h"
 
 #include "core/orv_trace.h"

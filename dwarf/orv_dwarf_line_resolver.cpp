@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Source files by the CRC-32 of their paths, and the runs of all units' line programs, once.
 #include "dwarf/orv_dwarf_line_resolver.h"
 
 #include "core/orv_trace.h"

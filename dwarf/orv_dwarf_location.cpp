@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Locations of variables: the first operation of an expression, and location lists (DWARF version 4, 2.5 and 2.6).
 #include "dwarf/orv_dwarf_location.h"
 
 #include "core/orv_trace.h"

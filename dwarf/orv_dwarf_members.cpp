@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Members of structures (DWARF version 4, 5.5.6), one level at a time.
 #include "dwarf/orv_dwarf_members.h"
 
 #include "dwarf/orv_dildwarf.h"

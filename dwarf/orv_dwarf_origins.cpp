@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// A striped cache of what entries learn from their origins, by offset.
 #include "dwarf/orv_dwarf_origins.h"
 
 #include "dwarf/orv_dwarf_die.h"

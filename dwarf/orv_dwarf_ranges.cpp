@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Range lists (DWARF version 4, 2.17.3), and the range of a low and a high address (2.17.2).
 #include "dwarf/orv_dwarf_ranges.h"
 
 #include "core/orv_trace.h"

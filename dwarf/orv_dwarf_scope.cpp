@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Symbols and scopes over entries: what an entry tells is read when it is asked for.
 #include "dwarf/orv_dwarf_scope.h"
 
 #include "core/orv_trace.h"

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// A variable by a stack address: a walk over a function's entries, and a cache of the answers.
 #include "dwarf/orv_dwarf_stackvar.h"
 
 #include "core/orv_trace.h"

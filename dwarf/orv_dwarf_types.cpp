@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Sizes of types (DWARF version 4, section 5), with a memory for each unit: references are followed with a bound.
 #include "dwarf/orv_dwarf_types.h"
 
 #include "dwarf/orv_dildwarf.h"

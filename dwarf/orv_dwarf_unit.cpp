@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// What a unit's own entry tells (DWARF version 4, 3.1.1), and the way past entries.
 #include "dwarf/orv_dwarf_unit.h"
 
 #include "core/orv_trace.h"

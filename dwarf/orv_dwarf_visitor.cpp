@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// A walk over entries, one level or all, without recursion.
 #include "dwarf/orv_dwarf_visitor.h"
 
 #include "dwarf/orv_dildwarf.h"

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Numbers and texts of a DWARF section, each read bounded (LEB128: DWARF version 4, 7.6).
 #include "dwarf/orv_dwarf_walker.h"
 
 #include "core/orv_trace.h"

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// An ELF file's headers in their 64-bit form (System V ABI, chapter 4), and its sections by role, each read once.
 #include "format/orv_elf_helper.h"
 
 #include "core/orv_cursor.h"

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Relocations as a sorted list of addends (System V ABI, "Relocation"), and the stubs that they name.
 #include "format/orv_elf_relocations.h"
 
 #include "core/orv_cursor.h"

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Segments from program headers or, in a relocatable file, from sections (System V ABI, "Program Header").
 #include "format/orv_elf_segments.h"
 
 #include "format/orv_fflelf.h"

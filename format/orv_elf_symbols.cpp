@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Symbol tables, entry by entry (System V ABI, "Symbol Table"); a table of types says which are taken.
 #include "format/orv_elf_symbols.h"
 
 #include "core/orv_cursor.h"

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// ffl: file format loader. What all have in common: segments and sections in ordered maps, and a cache of debug
+// information loaders.
 #include "format/orv_ffl.h"
 
 #include "core/orv_address.h"

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// ffl: file format loader. The one of ELF (System V ABI, chapters 4 and 5).
 #include "format/orv_fflelf.h"
 
 #include "core/orv_trace.h"

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Sections and segments over a loader's file.
 #include "format/orv_section.h"
 
 #include "core/orv_cursor.h"

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Bytes of sections: plain, inflated by zlib, or behind a header of their own (System V ABI, "Section Compression").
 #include "format/orv_section_data.h"
 
 #include "core/orv_cursor.h"

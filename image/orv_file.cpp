@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// A file over its descriptor, read at offsets.
 #include "image/orv_file.h"
 
 #include <atomic>

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Files in order: by size, time and path.
 #include "image/orv_filekey.h"
 
 #include "image/orv_path.h"

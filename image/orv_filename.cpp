@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Paths taken apart and put together, part by part.
 #include "image/orv_filename.h"
 
 #include "image/orv_path.h"

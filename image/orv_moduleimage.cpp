@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Images of modules: a file, or a stretch of one.
 #include "orv/orv_moduleimage.h"
 
 #include "core/orv_shared_object.h"

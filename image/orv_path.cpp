@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Paths made absolute and brought to one spelling, component by component, without a look at links.
 #include "image/orv_path.h"
 
 #include "image/orv_filename.h"

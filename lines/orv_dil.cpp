@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// dil: debug information loader. The frame of all: one line chosen among those over an address.
 #include "lines/orv_dil.h"
 
 #include "core/orv_trace.h"

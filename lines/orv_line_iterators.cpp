@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// The rows of a stretch, file by file and unit by unit, by binary search and a tree of greatest ends.
 #include "lines/orv_line_iterators.h"
 
 #include "lines/orv_source.h"

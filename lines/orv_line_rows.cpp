@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Rows in chunks, each a distance from its run; the few wide values in a hash table.
 #include "lines/orv_line_rows.h"
 
 #include <algorithm>

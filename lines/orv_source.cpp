@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Source files, locations and lines, as clients hold them.
 #include "lines/orv_source.h"
 
 #include "core/orv_address.h"

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// The facade: arguments are tested here, and a lack of memory becomes a status.
 #include "manager/orv_modulesymbolbank.h"
 
 #include "manager/orv_guarded.h"

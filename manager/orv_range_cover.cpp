@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Whether a symbol's ranges cover what was asked, stretch by stretch.
 #include "manager/orv_range_cover.h"
 
 #include "core/orv_trace.h"

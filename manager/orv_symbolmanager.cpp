@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Two maps, of loaders by file and of banks by loaders, without references of their own.
 #include "manager/orv_symbolmanager.h"
 
 #include "core/orv_trace.h"

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Leaves a logger as the tool has configured it.
 #include "platform/orv_log_setup.h"
 
 #include <log4cplus/initializer.h>

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Candidates by build id (.note.gnu.build-id), by .gnu_debuglink, and the module itself.
 #include "resolver/orv_debug_files.h"
 
 #include "core/orv_trace.h"

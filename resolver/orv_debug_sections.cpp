@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// The two sections that name a companion: a note (System V ABI, "Note Section") and a link with its CRC-32.
 #include "resolver/orv_debug_sections.h"
 
 #include "core/orv_cursor.h"

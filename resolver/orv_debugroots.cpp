@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Companions below roots, as debuggers lay them out.
 #include "orv/orv_debugroots.h"
 
 #include "image/orv_path.h"

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// The first candidate that is valid, in their order.
 #include "resolver/orv_symbolfileresolver.h"
 
 namespace ORV_3_30 {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Which symbols requested addresses need: ordered maps, searched round each symbol's bounds.
 #include "symbols/orv_accepted_ranges.h"
 
 #include "symbols/orv_scope.h"

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// The loads of symbols, kind by kind, one at a time.
 #include "symbols/orv_globalscope.h"
 
 #include "orv/orv_address.h"

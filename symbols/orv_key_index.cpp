@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// A sorted array in chunks and blocks of chunks, each with the greatest end in it.
 #include "symbols/orv_key_index.h"
 
 namespace ORV_3_30 {

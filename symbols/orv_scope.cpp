@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Scopes: ranges, thunks and a table, each made when it is needed; deep nests are taken down without recursion.
 #include "symbols/orv_scope.h"
 
 #include "core/orv_trace.h"

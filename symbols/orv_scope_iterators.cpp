@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// A scope's own ranges and thunks, one by one.
 #include "symbols/orv_scope_iterators.h"
 
 #include "symbols/orv_symbolrange.h"

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Symbols: a borrowed name, and its demangled forms once somebody asks.
 #include "symbols/orv_symbol.h"
 
 #include "core/orv_address.h"

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// The answer to what stands at an address, with what is found on demand.
 #include "symbols/orv_symbolrange.h"
 
 #include "core/orv_address.h"

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Walks over the table by key: all that overlaps, or disjoint pieces with one winner each.
 #include "symbols/orv_symboltable_iterators.h"
 
 #include "symbols/orv_symbolrange.h"

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Thunks and inlined calls, told by their scope.
 #include "symbols/orv_thunk.h"
 
 #include "symbols/orv_scope.h"

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// address: one address in all its forms.
 #include "orv_cli_commands.h"
 #include "orv_cli_find.h"
 #include "orv_cli_output.h"

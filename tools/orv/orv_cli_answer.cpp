@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// The text of an answer, as addr2line has it or as JSON.
 #include "orv_cli_answer.h"
 
 #include "orv_cli_output.h"

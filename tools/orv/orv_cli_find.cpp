@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Symbols by name, of several the one that a user means.
 #include "orv_cli_find.h"
 
 #include "orv_cli_progress.h"

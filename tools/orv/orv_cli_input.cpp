@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Lines of standard input, by the block.
 #include "orv_cli_input.h"
 
 #include "orv_cli_output.h"

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// A module and its bank, and what is said when they can't be read.
 #include "orv_cli_module.h"
 
 #include "orv_cli_laid_out.h"

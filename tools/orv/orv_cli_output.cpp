@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Text and JSON on standard output, whose failures are told.
 #include "orv_cli_output.h"
 
 #include "orv_cli_module.h"

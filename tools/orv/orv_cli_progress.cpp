@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// A sign of life on a terminal while a load takes long.
 #include "orv_cli_progress.h"
 
 #include <chrono>

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// Which symbol file is taken, as the options say.
 #include "orv_cli_resolver.h"
 
 #include <algorithm>

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// symbolize: many addresses at once, sorted by counting, in shares for each thread.
 #include "orv_cli_answer.h"
 #include "orv_cli_input.h"
 #include "orv_cli_output.h"

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+// symbols: the ranges of a module, with overlaps or cut.
 #include "orv_cli_commands.h"
 #include "orv_cli_debug.h"
 #include "orv_cli_find.h"
