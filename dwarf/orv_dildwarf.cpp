@@ -113,6 +113,7 @@ void DWARFDebugInfoLoader::holdSections() {
     m_lineBytes = std::max(k_leastBudget, m_debugLine.size * k_lineRereads);
     m_lineHeaderBytes = std::max(k_leastBudget, m_debugLine.size * k_lineHeaderRereads);
     m_textBytes = k_leastTexts + textsSize() * k_textsMade;
+    m_treeNodes = k_leastBudget + m_debugInfo.size; // an entry takes two bytes, as a rule
     m_mostLocations = std::max(m_mostLocations.load(), k_leastBudget);
 }
 
@@ -273,7 +274,7 @@ unsigned int DWARFDebugInfoLoader::mergeRule(MergeSide const& mine, MergeSide co
 
 void DWARFDebugInfoLoader::matchKeys(MergeSide const& side, MatchRole role, MatchKeys& out) {
     if (mayRead(side.name)) {
-        dwarfMatchKeys(side.name, role, m_shortNames, out);
+        dwarfMatchKeys(side, role, m_shortNames, out);
     } else {
         out.add(reinterpret_cast<std::uintptr_t>(side.name));
     }

@@ -97,6 +97,9 @@ public:
     bool mayRead(char const* name);
     /// For the entries of location lists: many variables may share one.
     bool spendLocation() { return spend(m_locations, 1); }
+    /// For what is kept of the entries in functions, which may lie in each other.
+    bool spendTreeNode() { return spendIfEnough(m_treeNodes, 1); }
+    void returnTreeNodes(std::size_t count) { m_treeNodes += count; }
     /// For the members of variables, which are kept: many may share a type. Refilled as well.
     bool spendMember() { return spend(m_members, 1); }
 
@@ -172,6 +175,7 @@ private:
     Budget m_textBytes{0};   ///< The same.
     Budget m_searchBytes{0}; ///< The same.
     Budget m_members{0};     ///< The same.
+    Budget m_treeNodes{0};   ///< What may still be kept.
     Budget m_locations{0};
     Budget m_mostLocations{0}; ///< What one load may spend, once it is known how many there are.
     AbbrevTables m_abbrevTables;

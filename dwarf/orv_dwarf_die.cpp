@@ -72,7 +72,7 @@ bool DieAttributes::read(DwarfWalker& walker, FormContext const& context, Abbrev
         AbbrevStep const& step = steps[i];
         walker.skip(step.skipBefore);
         if (walker.atEnd() && step.form != DW_FORM_flag_present) {
-            return isKnownForm(context, step.form); // the rest of the entry is not there
+            return mayBeMissing(walker, context, step.form); // the rest of the entry is not there
         }
         if (step.slot == slot_None) {
             if (!skipForm(walker, context, step.form)) {

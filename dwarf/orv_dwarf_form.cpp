@@ -144,8 +144,14 @@ unsigned int sizeOfForm(FormContext const& context, std::uint64_t form) {
     }
 }
 
-bool isKnownForm(FormContext const& context, std::uint64_t form) {
+bool mayBeMissing(DwarfWalker& walker, FormContext const& context, std::uint64_t form) {
     switch (form) {
+    case DW_FORM_sec_offset:
+    case DW_FORM_GNU_ref_alt:
+    case DW_FORM_GNU_strp_alt: {
+        AttrValue ignored{};
+        return readForm(walker, context, form, ignored); // says so
+    }
     case DW_FORM_block1:
     case DW_FORM_block2:
     case DW_FORM_block4:
@@ -155,10 +161,6 @@ bool isKnownForm(FormContext const& context, std::uint64_t form) {
     case DW_FORM_udata:
     case DW_FORM_string:
     case DW_FORM_ref_udata:
-    case DW_FORM_indirect:
-    case DW_FORM_sec_offset:
-    case DW_FORM_GNU_ref_alt:
-    case DW_FORM_GNU_strp_alt:
     case DW_FORM_GNU_addr_index:
     case DW_FORM_GNU_str_index: return true;
     default: return sizeOfForm(context, form) != k_variableSize;

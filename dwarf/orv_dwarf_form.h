@@ -31,8 +31,9 @@ struct AttrValue {
 /// before: for a flag only that it is there counts.
 bool readForm(DwarfWalker& walker, FormContext const& context, std::uint64_t form, AttrValue& out);
 
-/// False for a form that is refused.
-bool isKnownForm(FormContext const& context, std::uint64_t form);
+/// At the end of a unit: true if an entry may end in front of a value of that form. False for a form that is refused,
+/// and for those whose reading is checked.
+bool mayBeMissing(DwarfWalker& walker, FormContext const& context, std::uint64_t form);
 /// Passes over a value; false, without a move, for a form that is refused.
 bool skipForm(DwarfWalker& walker, FormContext const& context, std::uint64_t form);
 

@@ -17,52 +17,36 @@ public:
         : m_tree(tree), m_unit(unit), m_firstStart(firstStart), m_walker(unit.unitWalker()) {}
 
     void read(std::uint64_t dieOffset) {
-        if (!readAll(dieOffset)) {
-            // Some sibling leads elsewhere than behind its list. Who passes over bodies goes by them, so that what lies
-            // in bodies may come again behind them: each is left to a tree of its own.
-            m_goesBySiblings = true;
-            readAll(dieOffset);
+        m_tree.m_nodes.push_back({dieOffset, 0, 1});
+        m_walker.seek(dieOffset);
+        AbbrevEntry const* const entry = m_unit.abbrevs().find(m_walker.unsignedLeb());
+        std::uint64_t sibling = 0;
+        if (entry == nullptr || !m_unit.skipEntry(m_walker, *entry, sibling) || entry->hasChildren == 0) {
+            return;
+        }
+        m_tree.m_nodes[k_root].tag = entry->tag;
+        m_lists.assign(1, {k_root, true, k_none});
+        while (!m_lists.empty()) {
+            if (!step()) {
+                close();
+            }
         }
     }
 
 private:
     /// A list of children that is open.
     struct List {
-        Id node;              ///< That it lies in.
-        bool isOwn;           ///< The node's own, not that of a block in it.
-        Id around;            ///< The innermost body.
-        std::uint64_t behind; ///< Where the entry's sibling stands; 0 if that is not told.
+        Id node;    ///< That it lies in.
+        bool isOwn; ///< The node's own, not that of a block in it.
+        Id around;  ///< The innermost body.
     };
 
-    /// False at a sibling that leads elsewhere.
-    bool readAll(std::uint64_t dieOffset) {
-        m_tree.m_nodes.clear();
-        m_tree.m_bodies.clear();
-        m_tree.m_options.clear();
-        m_tree.m_nodes.push_back({dieOffset, 0, 1});
-        m_walker.seek(dieOffset);
-        AbbrevEntry const* const entry = m_unit.abbrevs().find(m_walker.unsignedLeb());
-        std::uint64_t sibling = 0;
-        if (entry == nullptr || !m_unit.skipEntry(m_walker, *entry, sibling) || entry->hasChildren == 0) {
-            return true;
-        }
-        m_tree.m_nodes[k_root].tag = entry->tag;
-        m_lists.assign(1, {k_root, true, k_none, 0});
-        while (!m_lists.empty()) {
-            if (!step() && !close()) {
-                return false;
-            }
-        }
-        return true;
-    }
-
-    bool close() {
+    void close() {
         List const list = m_lists.back();
         m_lists.pop_back();
         if (list.isOwn) {
             m_tree.m_nodes[list.node].behind = static_cast<Id>(m_tree.m_nodes.size());
         }
-        return list.behind == 0 || list.behind == m_walker.offset();
     }
 
     /// Reads one entry. False at the end of its list.
@@ -80,9 +64,7 @@ private:
         case DW_TAG_lexical_block:
         case DW_TAG_try_block:
         case DW_TAG_compile_unit: return enter(*entry);
-        case DW_TAG_unit_options:
-            m_tree.m_options.push_back({static_cast<Id>(m_tree.m_nodes.size() - 1), offset});
-            return enter(*entry);
+        case DW_TAG_unit_options: m_tree.m_options.push_back(offset); return enter(*entry);
         case DW_TAG_subprogram:
         case DW_TAG_entry_point: return addNode(*entry, offset, m_unit.isFortran());
         case DW_TAG_label: return addNode(*entry, offset, true);
@@ -98,7 +80,7 @@ private:
             return false;
         }
         if (entry.hasChildren != 0) {
-            m_lists.push_back({m_lists.back().node, false, m_lists.back().around, 0});
+            m_lists.push_back({m_lists.back().node, false, m_lists.back().around});
         }
         return true;
     }
@@ -121,56 +103,60 @@ private:
             return false;
         }
         auto const id = static_cast<Id>(m_tree.m_nodes.size());
-        m_tree.m_nodes.push_back({offset, entry.tag, id + 1});
-        if (entry.hasChildren != 0 && mayBeEntered) {
-            m_lists.push_back({id, true, m_lists.back().around, 0});
+        bool const isAffordable = m_unit.loader()->spendTreeNode();
+        if (isAffordable) {
+            m_tree.m_nodes.push_back({offset, entry.tag, id + 1});
+        }
+        if (entry.hasChildren != 0 && mayBeEntered && isAffordable) {
+            m_lists.push_back({id, true, m_lists.back().around});
         } else if (entry.hasChildren != 0) {
             m_unit.skipChildren(m_walker, sibling);
         }
         return true;
     }
 
+    /// Its list is read where it stands: a sibling is for those who pass over.
     bool addBody(AbbrevEntry const& entry, std::uint64_t offset) {
         DieAttributes& attributes = m_chain.start(m_unit, offset);
         if (!attributes.read(m_walker, m_unit.forms(), m_unit.abbrevs(), entry)) {
             return false;
         }
-        std::uint64_t const told = m_unit.trustsSiblings() ? attributes.number(DieAttributes::slot_Sibling) : 0;
-        std::uint64_t const sibling = told > m_walker.offset() ? told : 0;
-        bool const isDeclared = m_chain.isDeclaration();
+        if (m_chain.isDeclaration() || !m_unit.loader()->spendTreeNode()) {
+            if (entry.hasChildren != 0) {
+                m_unit.skipChildren(m_walker, attributes.number(DieAttributes::slot_Sibling));
+            }
+            return true;
+        }
         auto const id = static_cast<Id>(m_tree.m_nodes.size());
-        Id const around = m_lists.back().around;
-        if (!isDeclared) {
-            auto const index = static_cast<Id>(m_tree.m_bodies.size());
-            m_tree.m_nodes.push_back({offset, entry.tag, id + 1, index});
-            describe(m_tree.m_bodies.emplace_back(), around);
-            m_tree.m_bodies.back().node = id;
+        Body body;
+        body.node = id;
+        body.around = m_lists.back().around;
+        bool const isMade = describe(body);
+        Id const index = isMade ? static_cast<Id>(m_tree.m_bodies.size()) : k_none;
+        m_tree.m_nodes.push_back({offset, entry.tag, id + 1, index});
+        if (isMade) {
+            m_tree.m_bodies.push_back(std::move(body));
         }
-        if (entry.hasChildren == 0) {
-            return true;
+        if (entry.hasChildren != 0) {
+            m_lists.push_back({id, true, isMade ? index : m_lists.back().around});
         }
-        if (isDeclared || (m_goesBySiblings && sibling != 0)) {
-            m_tree.m_nodes.back().isCut = !isDeclared;
-            m_unit.skipChildren(m_walker, sibling);
-            return true;
-        }
-        m_lists.push_back({id, true, m_tree.m_nodes[id].body, sibling});
         return true;
     }
 
-    /// Name, place and call of the body that was read.
-    void describe(Body& body, Id around) {
+    /// Name, place and call of the body that was read. False if no symbol comes of it.
+    bool describe(Body& body) {
         DieAttributes const& own = m_chain.first();
-        body.around = around;
+        OriginFacts const origin = originFacts(own);
+        if (origin.name == nullptr || !place(body, origin.hasPlace)) {
+            return false;
+        }
+        body.name = origin.name;
+        body.isExternal = origin.isExternal || own.has(DieAttributes::slot_External);
         body.callFile = own.number(DieAttributes::slot_CallFile);
         body.callLine = own.number(DieAttributes::slot_CallLine);
         body.callColumn = own.number(DieAttributes::slot_CallColumn);
         body.discriminator = own.number(DieAttributes::slot_Discriminator);
-        OriginFacts const origin = originFacts(own);
-        if (origin.name != nullptr && place(body, origin.hasPlace)) {
-            body.name = origin.name;
-            body.isExternal = origin.isExternal || own.has(DieAttributes::slot_External);
-        }
+        return true;
     }
 
     OriginFacts originFacts(DieAttributes const& own) {
@@ -210,23 +196,27 @@ private:
     InlineTree& m_tree;
     DWARFCompilationUnit& m_unit;
     unsigned long long m_firstStart;
-    bool m_goesBySiblings = false;
     DwarfWalker m_walker;
     DieChain m_chain;
     std::vector<List> m_lists;
     AddressPairs m_pairs;
 };
 
-InlineTree::InlineTree(DWARFCompilationUnit& unit, std::uint64_t dieOffset, unsigned long long firstStart) {
+InlineTree::InlineTree(DWARFCompilationUnit& unit, std::uint64_t dieOffset, unsigned long long firstStart)
+    : m_unit(unit) {
     Reader(*this, unit, firstStart).read(dieOffset);
+    m_nodes.shrink_to_fit();
+    m_bodies.shrink_to_fit();
     for (Id index = 0; index < m_bodies.size(); ++index) {
-        Body const& body = m_bodies[index];
-        for (std::size_t i = 0; body.name != nullptr && i < body.ranges.size(); ++i) {
-            m_runs.paint(body.ranges[i].start, body.ranges[i].end, index);
+        RangeList const& ranges = m_bodies[index].ranges;
+        for (std::size_t i = 0; i < ranges.size(); ++i) {
+            m_runs.paint(ranges[i].start, ranges[i].end, index);
         }
     }
     m_runs.finish();
 }
+
+InlineTree::~InlineTree() { m_unit.loader()->returnTreeNodes(m_nodes.size() - 1); }
 
 InlineTree::Body const* InlineTree::bodyAt(unsigned long long address) const {
     auto const* const run = m_runs.find(address);

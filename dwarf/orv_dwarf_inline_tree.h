@@ -29,13 +29,12 @@ public:
     struct Node {
         std::uint64_t dieOffset;
         std::uint32_t tag;
-        Id behind;          ///< The first that does not lie in this one.
-        Id body = k_none;   ///< Index of an inlined body.
-        bool isCut = false; ///< What lies in it is not in this tree.
+        Id behind;        ///< The first that does not lie in this one.
+        Id body = k_none; ///< Index of an inlined body of which a symbol is made.
     };
     /// Of an inlined body.
     struct Body {
-        char const* name = nullptr; ///< Null for one of which no symbol is made.
+        char const* name = nullptr;
         unsigned long long address = 0;
         bool isExternal = false;
         Id node = k_root;
@@ -49,24 +48,24 @@ public:
 
     /// firstStart: of the scope that the entry stands for.
     InlineTree(DWARFCompilationUnit& unit, std::uint64_t dieOffset, unsigned long long firstStart);
+    InlineTree(InlineTree const&) = delete;
+    InlineTree& operator=(InlineTree const&) = delete;
+    ~InlineTree();
 
     Node const& node(Id id) const { return m_nodes[id]; }
     Body const& body(Id index) const { return m_bodies[index]; }
     /// The innermost body that holds an address, of several the last in the file; null if none does.
     Body const* bodyAt(unsigned long long address) const;
-    /// Entries of option texts, and the nodes that they stand behind.
-    struct Options {
-        Id node;
-        std::uint64_t dieOffset;
-    };
-    std::vector<Options> const& options() const { return m_options; }
+    /// Entries of option texts.
+    std::vector<std::uint64_t> const& options() const { return m_options; }
 
 private:
     class Reader;
 
+    DWARFCompilationUnit& m_unit;
     std::vector<Node> m_nodes; ///< In the order of the file. The root first.
     std::vector<Body> m_bodies;
-    std::vector<Options> m_options;
+    std::vector<std::uint64_t> m_options;
     IntervalIndex<Id> m_runs; ///< Of bodies.
 };
 

@@ -70,15 +70,19 @@ unsigned int flagsOfRanges(MergeSide const& mine, MergeSide const& other, MergeN
 
 } // namespace
 
-void dwarfMatchKeys(char const* name, MatchRole role, ShortNames& shortNames, MatchKeys& out) {
+void dwarfMatchKeys(MergeSide const& side, MatchRole role, ShortNames& shortNames, MatchKeys& out) {
+    char const* const name = side.name;
+    auto const add = [&](std::string_view text) {
+        out.add(std::hash<std::string_view>()(text) ^ side.firstStart * 0x9E3779B97F4A7C15ULL);
+    };
     std::lock_guard<std::mutex> const guard(shortNames.lock());
     shortNames.makeRoom();
     char const* const shortName = shortNames.of(name);
     for (char const* const text : {name, shortName}) {
         std::string_view const whole(text);
-        out.add(std::hash<std::string_view>()(whole));
+        add(whole);
         if (role == MatchRole::Newcomer && !whole.empty() && whole.back() == '.') {
-            out.add(std::hash<std::string_view>()(whole.substr(0, whole.size() - 1)));
+            add(whole.substr(0, whole.size() - 1));
         }
         if (shortName == name) {
             break;
@@ -90,9 +94,10 @@ char const* ShortNames::of(char const* name) {
     if (!isMangled(name)) {
         return name;
     }
-    auto const [made, isNew] = m_made.try_emplace(name);
-    if (isNew) {
-        made->second = ISymbolNameDemangler::create(name, exec_format_Elf)->shortName();
+    auto made = m_made.find(name);
+    if (made == m_made.end()) {
+        std::string const shortName = ISymbolNameDemangler::create(name, exec_format_Elf)->shortName();
+        made = m_made.emplace(name, shortName).first;
         m_bytes += made->first.size() + made->second.size();
     }
     return made->second.c_str();

@@ -30,7 +30,7 @@ private:
 unsigned int dwarfMergeRule(MergeSide const& mine, MergeSide const& other, MergeNext const& next,
                             ShortNames& shortNames);
 
-/// Numbers by which names find each other that the rule takes for the same.
-void dwarfMatchKeys(char const* name, MatchRole role, ShortNames& shortNames, MatchKeys& out);
+/// Numbers by which those find each other whose starts and names the rule takes for the same.
+void dwarfMatchKeys(MergeSide const& side, MatchRole role, ShortNames& shortNames, MatchKeys& out);
 
 } // namespace ORV_3_30

@@ -196,15 +196,18 @@ bool DWARFScope::inlinedAround(InlinedCall const& inner, unsigned long long addr
     return around != InlineTree::k_none && describe(&tree().body(around), address, out);
 }
 
-/// Of a body or, if no symbol is made of it, of the one around it.
 bool DWARFScope::describe(InlineTree::Body const* body, unsigned long long address, InlinedCall& out) {
-    while (body != nullptr && body->name == nullptr) {
-        body = body->around != InlineTree::k_none ? &tree().body(body->around) : nullptr;
-    }
     if (body == nullptr) {
         return false;
     }
     out = {body->name, body->address, body->address, body};
+    RangeList::Range const* const last = body->ranges.floor(address);
+    if (last != nullptr && address < last->end) {
+        out.start = last->start;
+        out.end = last->end;
+        return true;
+    }
+    // One that was added in front of the others may reach over them.
     for (std::size_t i = body->ranges.firstFrom(address); i < body->ranges.size(); ++i) {
         RangeList::Range const& range = body->ranges[i];
         if (range.start > address) {
@@ -239,8 +242,15 @@ status_t DWARFScope::loadKinds(unsigned int mask) {
     if ((mask & symbol_kind_Data) != 0 && (entry->tag == DW_TAG_variable || entry->tag == DW_TAG_member)) {
         return loadMembers();
     }
-    if (entry->hasChildren != 0) {
-        DieTreeWalk(*m_unit.loader(), {nullptr, nullptr, this}).walkLevel(*this, tree(), m_level, mask);
+    if (entry->hasChildren == 0) {
+        return status_Ok;
+    }
+    DieTreeWalk walk(*m_unit.loader(), {nullptr, nullptr, this});
+    if (entry->tag == DW_TAG_label || entry->tag == DW_TAG_variable) {
+        // Labels may lie in labels: what is kept would be so at each level.
+        walk.walkLevel(*this, InlineTree(m_unit, m_dieOffset, firstStart()), InlineTree::k_root, mask);
+    } else {
+        walk.walkLevel(*this, tree(), m_level, mask);
     }
     return status_Ok;
 }
@@ -267,8 +277,10 @@ status_t DWARFScope::loadMembers() {
 IScopeMaker& DWARFScope::maker() { return *m_unit.loader(); }
 
 void DWARFScope::takeIn(MergeSide const& other, unsigned int flags, Scope* whole) {
-    if ((flags & merge_TakeName) != 0) {
+    if ((flags & merge_TakeName) != 0 && whole != nullptr) {
         symbolImpl()->setName(other.name);
+    } else if ((flags & merge_TakeName) != 0) {
+        symbolImpl()->borrowName(other.name); // a loader's, which stays
     }
     if ((flags & merge_TakeSymbolData) != 0) {
         symbolImpl()->setVisibility(other.visibility);
@@ -295,11 +307,11 @@ DWARFScope* DWARFScope::makeBody(RangeRecord const& record) {
     InlineTree::Body const& body = around.body(node.body);
     std::unique_ptr<DWARFScope> scope(new DWARFInlineInstanceScope(m_unit, node.dieOffset, this, body));
     scope->setSymbol(new DWARFSymbol(m_unit, node.dieOffset, record.side(), scope.get()));
-    scope->setRanges(body.ranges);
-    if (!node.isCut) {
-        scope->m_treeAround = &around;
-        scope->m_level = static_cast<InlineTree::Id>(record.token);
-    }
+    if (body.ranges.size() > 1) {
+        scope->setRanges(body.ranges);
+    } // otherwise the record's stretch is the one: it may have moved
+    scope->m_treeAround = &around;
+    scope->m_level = static_cast<InlineTree::Id>(record.token);
     return scope.release();
 }
 

@@ -51,6 +51,7 @@ public:
                        unsigned long long end) override;
     bool latestLineAt(RowsAtAddress const& rows, SrcLocator& row) override;
 
+    std::uint64_t dieOffset() const { return m_dieOffset; }
     /// Files whose lines are the symbol's own; -1 where unknown.
     int declaredFileId();
     int fileIdAtAddress();
@@ -90,7 +91,7 @@ public:
 private:
     status_t loadMembers();
     InlineTree const& tree();
-    bool describe(InlineTree::Body const* body, unsigned long long address, InlinedCall& out);
+    static bool describe(InlineTree::Body const* body, unsigned long long address, InlinedCall& out);
 
     DWARFCompilationUnit& m_unit;
     std::uint64_t m_dieOffset;                ///< In .debug_info.

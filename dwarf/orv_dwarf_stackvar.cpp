@@ -79,9 +79,21 @@ StackAnswers::Answer const& StackAnswers::add(IStackFrameContext& context, unsig
     if (m_count >= k_mostAnswers || m_bytes >= k_mostBytes) {
         forgetAll();
     }
+    std::map<unsigned long long, Answer>& answers = m_answers[frameOf(context)];
+    auto const above = answers.upper_bound(address);
+    auto const isSame = [&](Answer const& other) {
+        return other.symbol->dieOffset() == answer.symbol->dieOffset() &&
+               std::strcmp(other.symbol->name(), answer.symbol->name()) == 0;
+    };
+    if (above != answers.begin() && isSame(std::prev(above)->second)) {
+        answer.symbol = std::prev(above)->second.symbol;
+    } else if (above != answers.end() && isSame(above->second)) {
+        answer.symbol = above->second.symbol;
+    } else {
+        m_bytes += std::strlen(answer.symbol->name());
+    }
     ++m_count;
-    m_bytes += std::strlen(answer.symbol->name());
-    return m_answers[frameOf(context)].insert_or_assign(address, std::move(answer)).first->second;
+    return answers.insert_or_assign(address, std::move(answer)).first->second;
 }
 
 void StackAnswers::forgetAll() {

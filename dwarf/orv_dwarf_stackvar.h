@@ -48,6 +48,7 @@ public:
 
     /// Null if there is none.
     Answer const* find(IStackFrameContext& context, unsigned long long address) const;
+    /// Where the next answer above or below is the same variable, it gives the symbol.
     Answer const& add(IStackFrameContext& context, unsigned long long address, Answer answer);
 
 private:

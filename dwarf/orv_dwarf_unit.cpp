@@ -174,7 +174,7 @@ bool DWARFCompilationUnit::skipEntry(DwarfWalker& walker, AbbrevEntry const& ent
     for (std::uint32_t i = 0; i < entry.stepCount; ++i) {
         walker.skip(steps[i].skipBefore);
         if (walker.atEnd() && steps[i].form != DW_FORM_flag_present) {
-            return isKnownForm(m_forms, steps[i].form); // the rest of the entry is not there
+            return mayBeMissing(walker, m_forms, steps[i].form); // the rest of the entry is not there
         }
         if (wantsSibling && steps[i].slot == DieAttributes::slot_Sibling) {
             AttrValue value{};

@@ -31,7 +31,9 @@ void DieTreeWalk::walkLevel(DWARFScope& scope, InlineTree const& tree, InlineTre
     m_mask = mask;
     m_loader.refillScopeBudgets();
     InlineTree::Id const behind = tree.node(level).behind;
-    mergeOptionsOf(tree, level, behind);
+    if (level == InlineTree::k_root) { // ahead of all that lies in it
+        mergeOptionsOf(tree);
+    }
     std::vector<InlineTree::Id> ends; // of those that wait
     auto const addUpTo = [&](InlineTree::Id id) {
         while (!ends.empty() && ends.back() <= id) {
@@ -55,9 +57,9 @@ void DieTreeWalk::walkLevel(DWARFScope& scope, InlineTree const& tree, InlineTre
     addUpTo(behind);
 }
 
-void DieTreeWalk::mergeOptionsOf(InlineTree const& tree, InlineTree::Id level, InlineTree::Id behind) {
-    for (InlineTree::Options const& options : tree.options()) {
-        if (options.node >= level && options.node < behind && readAt(options.dieOffset)) {
+void DieTreeWalk::mergeOptionsOf(InlineTree const& tree) {
+    for (std::uint64_t const dieOffset : tree.options()) {
+        if (readAt(dieOffset)) {
             mergeOptions();
         }
     }
@@ -71,11 +73,13 @@ bool DieTreeWalk::readAt(std::uint64_t dieOffset) {
 DieTreeWalk::Children DieTreeWalk::actOn(InlineTree const& tree, InlineTree::Node const& node) {
     m_opened.name = nullptr;
     m_opened.ranges.clear();
-    if (node.body != InlineTree::k_none) {
+    if (node.tag == DW_TAG_inlined_subroutine) {
         if ((m_mask & symbol_kind_Function) == 0) {
             return Children::Enter;
         }
-        openBody(tree.body(node.body));
+        if (node.body != InlineTree::k_none) {
+            openBody(tree.body(node.body));
+        }
         return Children::Skip; // its own scope goes there when it is asked
     }
     if (needsAttributes(node.tag) && !readAt(node.dieOffset)) {
@@ -85,9 +89,6 @@ DieTreeWalk::Children DieTreeWalk::actOn(InlineTree const& tree, InlineTree::Nod
 }
 
 void DieTreeWalk::openBody(InlineTree::Body const& body) {
-    if (body.name == nullptr || m_target.parent == nullptr) {
-        return;
-    }
     m_opened.name = body.name;
     m_opened.token = body.node;
     m_opened.start = body.address;

@@ -68,7 +68,7 @@ private:
     /// Gives what was opened the ranges of a list.
     void takeRanges(AttrValue const& list);
     Children actOn(InlineTree const& tree, InlineTree::Node const& node);
-    void mergeOptionsOf(InlineTree const& tree, InlineTree::Id level, InlineTree::Id behind);
+    void mergeOptionsOf(InlineTree const& tree);
     bool readAt(std::uint64_t dieOffset);
     Children mergeOptions();
     char const* shortened(char const* name);

@@ -119,6 +119,8 @@ private:
         Frame const* first = nullptr;
         Frame const** link = &first;
         for (bool isBody = true; isBody;) {
+            // What is around goes by the start, so that it is the same for all addresses of the range.
+            address = inner.start;
             auto const [known, isNew] = m_callers.try_emplace({inner.token, inner.start});
             if (!isNew) {
                 *link = known->second;
@@ -199,6 +201,7 @@ private:
 
 status_t framesByAddresses(SymMgrObjectPtr<IFrames>& out, IModuleSymbolBank& bank, unsigned long long const* addresses,
                            std::size_t count, unsigned int options) {
+    ORV_TRACE("framesByAddresses");
     out = nullptr;
     auto* const own = dynamic_cast<ModuleSymbolBank*>(&bank);
     if (own == nullptr || (addresses == nullptr && count != 0)) {
@@ -215,6 +218,7 @@ status_t framesByAddresses(SymMgrObjectPtr<IFrames>& out, IModuleSymbolBank& ban
 }
 
 status_t framesByAddress(SymMgrObjectPtr<IFrames>& out, IModuleSymbolBank& bank, IAddress* address) {
+    ORV_TRACE("framesByAddress");
     out = nullptr;
     if (address == nullptr) {
         return status_InvalidArg;

@@ -7,6 +7,7 @@
 #include "orv/orv_status.h"
 
 #include <new>
+#include <stdexcept>
 
 namespace ORV_3_30 {
 
@@ -16,8 +17,10 @@ template <typename Query> status_t guarded(Query query) {
         return query();
     } catch (std::bad_alloc const&) {
         ORV_ERROR("Out of memory");
-        return status_OutOfMemory;
+    } catch (std::length_error const&) { // more than any memory holds
+        ORV_ERROR("Out of memory");
     }
+    return status_OutOfMemory;
 }
 
 } // namespace ORV_3_30

@@ -7,17 +7,20 @@
 #include <cstdlib>
 #include <cstring>
 #define HAVE_DECL_BASENAME 1 // libiberty would declare it with another type than <cstring> does
+#include <algorithm>
+#include <cstdint>
 #include <libiberty/demangle.h>
 #include <memory>
 #include <optional>
 #include <string>
+#include <unordered_map>
 
 namespace ORV_3_30 {
 namespace {
 
 constexpr unsigned int k_withoutParameters = 1;
 /// No demangled name that anybody reads is longer.
-constexpr std::size_t k_longestText = std::size_t{1} << 20;
+constexpr std::size_t k_longestText = std::size_t{1} << 18;
 constexpr int k_signature = DMGL_PARAMS | DMGL_TYPES;
 constexpr int k_nameAlone = 0;
 
@@ -53,6 +56,14 @@ public:
     NameTree& operator=(NameTree const&) = delete;
     ~NameTree() { std::free(m_memory); }
 
+    /// False for none at all, and for more than the printer may have to look through for a pack: components are shared,
+    /// so that a few bytes may stand for any number.
+    bool isSearchable() const {
+        constexpr std::uint64_t k_most = 1U << 16;
+        std::unordered_map<Node const*, std::uint64_t> known;
+        return m_top != nullptr && sizeOf(m_top, known) <= k_most;
+    }
+
     /// Its last one.
     Text base() {
         return m_top == nullptr ? std::nullopt : collect([top = baseOf(m_top)](auto sink, auto text) {
@@ -62,6 +73,41 @@ public:
 
 private:
     using Node = demangle_component;
+
+    /// Of all that lies in a component, as often as it does.
+    static std::uint64_t sizeOf(Node const* node, std::unordered_map<Node const*, std::uint64_t>& known) {
+        if (node == nullptr) {
+            return 0;
+        }
+        auto const at = known.find(node);
+        if (at != known.end()) {
+            return at->second;
+        }
+        std::uint64_t size = 1;
+        switch (node->type) {
+        case DEMANGLE_COMPONENT_NAME:
+        case DEMANGLE_COMPONENT_SUB_STD:
+        case DEMANGLE_COMPONENT_BUILTIN_TYPE:
+        case DEMANGLE_COMPONENT_OPERATOR:
+        case DEMANGLE_COMPONENT_CHARACTER:
+        case DEMANGLE_COMPONENT_NUMBER:
+        case DEMANGLE_COMPONENT_TEMPLATE_PARAM:
+        case DEMANGLE_COMPONENT_FUNCTION_PARAM:
+        case DEMANGLE_COMPONENT_UNNAMED_TYPE:
+        case DEMANGLE_COMPONENT_FIXED_TYPE: break;
+        case DEMANGLE_COMPONENT_CTOR: size += sizeOf(node->u.s_ctor.name, known); break;
+        case DEMANGLE_COMPONENT_DTOR: size += sizeOf(node->u.s_dtor.name, known); break;
+        case DEMANGLE_COMPONENT_EXTENDED_OPERATOR: size += sizeOf(node->u.s_extended_operator.name, known); break;
+        case DEMANGLE_COMPONENT_LAMBDA:
+        case DEMANGLE_COMPONENT_DEFAULT_ARG: size += sizeOf(node->u.s_unary_num.sub, known); break;
+        default: {
+            constexpr std::uint64_t k_enough = std::uint64_t{1} << 40; // that the sum stays in bounds
+            std::uint64_t const left = sizeOf(node->u.s_binary.left, known);
+            size += std::min(left + sizeOf(node->u.s_binary.right, known), k_enough);
+        }
+        }
+        return known[node] = size;
+    }
 
     /// The last component without its template arguments. "vtable for ns::A<int>" becomes "vtable for A".
     static Node* baseOf(Node* node) {
@@ -149,11 +195,21 @@ private:
     }
 
     Text spell(int options) const {
-        if (m_name.compare(0, 2, "_Z") != 0) {
+        if (m_name.compare(0, 2, "_Z") != 0 || (mayHavePack() && !NameTree(m_name).isSearchable())) {
             return std::nullopt;
         }
         return collect(
             [&](auto sink, auto text) { return cplus_demangle_v3_callback(m_name.c_str(), options, sink, text); });
+    }
+
+    /// For a pack expansion, or the size of a pack, the printer searches through what it prints.
+    bool mayHavePack() const {
+        for (char const* const mark : {"Dp", "sp", "sZ", "sP"}) {
+            if (m_name.find(mark) != std::string::npos) {
+                return true;
+            }
+        }
+        return false;
     }
 
     std::string m_name;

@@ -17,6 +17,9 @@ void KeyGroup::enter(RangeRecord* record, MergeSide const& side, IScopeMaker& ma
     }
     m_all.insert(record);
     m_keysOf[record] = keys;
+    if (!record->isSymbol()) {
+        m_ofScope[record->scope] = record;
+    }
     for (std::uint64_t const key : keys) {
         m_byKey[key].insert(record);
     }
@@ -37,6 +40,7 @@ void KeyGroup::leave(RangeRecord* record) {
         }
     }
     m_keysOf.erase(known);
+    m_ofScope.erase(record->scope);
     m_all.erase(record);
 }
 

@@ -29,6 +29,11 @@ public:
     void leave(RangeRecord* record);
     /// The record that stands in front of one that was entered, in list order; null for the first.
     RangeRecord* previous(RangeRecord* record) const;
+    /// The record of a scope that came as one; null if it has none here.
+    RangeRecord* ofScope(Scope const* scope) const {
+        auto const known = m_ofScope.find(scope);
+        return known != m_ofScope.end() ? known->second : nullptr;
+    }
     RangeRecord* last() const { return m_all.empty() ? nullptr : *m_all.rbegin(); }
 
     /// The first record in list order about which decide says anything but merge_Different; null if there is none.
@@ -75,7 +80,8 @@ private:
     Ordered m_all;
     std::unordered_map<std::uint64_t, Ordered> m_byKey;
     std::unordered_map<RangeRecord const*, MatchKeys> m_keysOf; ///< As they were entered.
-    std::vector<IScopeMaker*> m_makers;                         ///< Of those that were entered.
+    std::unordered_map<Scope const*, RangeRecord*> m_ofScope;
+    std::vector<IScopeMaker*> m_makers; ///< Of those that were entered.
 };
 
 } // namespace ORV_3_30

@@ -90,6 +90,9 @@ public:
         }
     }
 
+    /// True if a record that starts below a key ends above it.
+    bool isAnySpanning(Position at) const;
+
 private:
     static constexpr std::size_t k_chunkSize = 64; ///< Keys.
     static constexpr std::size_t k_blockSize = 64; ///< Chunks.

@@ -8,6 +8,12 @@
 #include <cstdint>
 
 namespace ORV_3_30 {
+namespace {
+
+/// Names of a few hundred bytes may stand for a thousand times as much.
+constexpr std::size_t k_mostBytes = std::size_t{1} << 27;
+
+} // namespace
 
 NameForms::Forms NameForms::of(char const* name) {
     Shelf& shelf = m_shelves[reinterpret_cast<std::uintptr_t>(name) * 0x9E3779B97F4A7C15ULL >> 60];
@@ -17,7 +23,12 @@ NameForms::Forms NameForms::of(char const* name) {
         SymMgrObjectPtr<ISymbolNameDemangler> const demangler = ISymbolNameDemangler::create(name, exec_format_Elf);
         std::string const demangled = demangler->demangledName(0);
         Texts const texts = demangled != demangler->name() ? Texts{demangled, demangler->shortName()} : Texts();
+        std::size_t const size = texts.demangled.size() + texts.shortName.size();
+        if (size > k_mostBytes / m_shelves.size() - shelf.bytes) {
+            return {name, name};
+        }
         known = shelf.texts.emplace(name, texts).first;
+        shelf.bytes += size;
     }
     bool const isItself = known->second.demangled.empty();
     return isItself ? Forms{name, name} : Forms{known->second.demangled.c_str(), known->second.shortName.c_str()};

@@ -17,7 +17,8 @@ public:
         char const* demangled; ///< The name itself where it can't be demangled.
         char const* shortName;
     };
-    /// The name must stay where it is as long as this does; it is known by that.
+    /// The name must stay where it is as long as this does; it is known by that. Where too much has been kept, it
+    /// stands for itself.
     Forms of(char const* name);
 
 private:
@@ -28,6 +29,7 @@ private:
     struct Shelf {
         std::mutex lock;
         std::unordered_map<char const*, Texts> texts;
+        std::size_t bytes = 0;
     };
     std::array<Shelf, 16> m_shelves;
 };

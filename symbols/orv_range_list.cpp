@@ -42,9 +42,11 @@ void RangeList::add(unsigned long long start, unsigned long long end) {
             m_one.end = std::max(m_one.end, end);
             return;
         }
-        m_many = std::make_unique<Many>();
-        m_many->ranges.push_back(m_one);
-        m_many->longest = m_one.end - m_one.start;
+        auto many = std::make_unique<Many>();
+        many->ranges.reserve(4);
+        many->ranges.push_back(m_one);
+        many->longest = m_one.end - m_one.start;
+        m_many = std::move(many); // only now: what can fail is done
     }
     Many& many = *m_many;
     std::size_t const next = indexAbove(many.ranges, start);
@@ -60,6 +62,9 @@ void RangeList::add(unsigned long long start, unsigned long long end) {
 void RangeList::place(Many& many, std::size_t next, unsigned long long start, unsigned long long end) {
     std::vector<Range>& ranges = many.ranges;
     auto const insertAt = [&](std::size_t index) {
+        if (ranges.size() == ranges.capacity()) {
+            ranges.reserve(2 * ranges.size() + 1); // ahead of all else, as it may fail
+        }
         if (many.main < ranges.size() && many.main >= index) {
             ++many.main;
         }

@@ -18,7 +18,14 @@ SymbolScope* createSymbolScope(IFileFormatLoader& loader, char const* name, unsi
 Scope::Scope(IFileFormatLoader* loader, Scope* parent)
     : m_parent(parent), m_root(parent != nullptr ? parent->m_root : this), m_loader(loader) {}
 
-Scope::~Scope() { takeDown(m_extras.load()); }
+Scope::~Scope() {
+    for (SymMgrObjectPtr<Thunk> const& thunk : thunks()) {
+        if (thunk->scope() == this) { // a client may hold it longer
+            thunk->setScope(nullptr);
+        }
+    }
+    takeDown(m_extras.load());
+}
 
 /// Scopes lie in the tables of scopes, as deep as a file likes: those inside wait for their turn.
 void Scope::takeDown(Extras* extras) {

@@ -12,6 +12,7 @@
 #include "symbols/orv_scope.h"
 #include "symbols/orv_scope_iterators.h"
 
+#include <new>
 #include <string>
 
 namespace ORV_3_30 {
@@ -102,6 +103,16 @@ void NamedSymbol::setName(char const* name) {
     keepName(name);
 }
 
+void NamedSymbol::borrowName(char const* name) {
+    LockGuard guard(lock());
+    if (m_forms != nullptr) { // those of the name before stay, for who holds them
+        auto forms = std::make_unique<Forms>();
+        forms->older = std::move(m_forms);
+        m_forms = std::move(forms);
+    }
+    m_name.store(name, std::memory_order_release);
+}
+
 void NamedSymbol::setVisibility(symbol_visibility_t visibility) {
     LockGuard guard(lock());
     m_visibility = visibility;
@@ -109,10 +120,14 @@ void NamedSymbol::setVisibility(symbol_visibility_t visibility) {
 
 void NamedSymbol::forgetOwner() {
     LockGuard guard(lock());
-    if (m_forms == nullptr || m_forms->text.empty()) {
-        keepName(nameUnlocked());
-    }
     m_owner = nullptr;
+    if (m_forms == nullptr || m_forms->text.empty()) {
+        try {
+            keepName(nameUnlocked());
+        } catch (std::bad_alloc const&) { // on the way out nothing may fail: it goes without its name
+            m_name.store("", std::memory_order_release);
+        }
+    }
 }
 
 void ScopeRelatedSymbol::ranges(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>>& out) {

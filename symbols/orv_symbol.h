@@ -59,6 +59,8 @@ public:
 
     /// Copies the name. Names handed out before stay valid as long as the symbol.
     virtual void setName(char const* name);
+    /// The same for one that stays where it is for as long as the symbol's bank.
+    void borrowName(char const* name);
     virtual void setCompUnitId(unsigned long long id) { m_compUnitId = id; }
     /// The forms for a caller that holds the symbol's lock.
     virtual char const* nameUnlocked() { return m_name.load(std::memory_order_acquire); }

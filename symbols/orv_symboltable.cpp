@@ -212,23 +212,36 @@ SymbolTable::Records SymbolTable::recordsAlive(unsigned long long key) const {
 
 SymbolTable::Records SymbolTable::candidates(unsigned long long address, symbol_kind_t mask,
                                              unsigned long long key) const {
-    Records found = recordsAlive(key);
-    auto const isNone = [&](RangeRecord const* record) {
+    Records found;
+    for (RangeRecord* const record : recordsAlive(key)) {
         symbol_kind_t kind{};
-        return !isAliveAt(*record, address) || !kindOf(*record, kind) || (kind & mask) == 0;
-    };
-    found.erase(std::remove_if(found.begin(), found.end(), isNone), found.end());
+        if (!isAliveAt(*record, address)) {
+            continue;
+        }
+        if (!ORV_ASSERT(kindOf(*record, kind), "symbol != NULL")) {
+            break; // the choice ends there
+        }
+        if ((kind & mask) != 0) {
+            found.push_back(record);
+        }
+    }
     return found;
 }
 
-RangeRecord const* SymbolTable::chooseByClient(Records const& found, ISymbolChooser& resolver) const {
+/// key: of the list that candidates come from. The client may choose any symbol that stands there.
+RangeRecord const* SymbolTable::chooseByClient(Records const& found, ISymbolChooser& resolver,
+                                               unsigned long long key) const {
     if (found.size() < 2) {
         return found.empty() ? nullptr : found.front();
     }
     SymMgrObjectPtr<SymbolByAddrIterator> const iterator(new SymbolByAddrIterator(*this, found));
     SymMgrObjectPtr<ISymbol> const chosen = resolver.choose(*iterator);
-    for (RangeRecord const* record : found) {
-        if (chosen && scopeOf(*record)->symbol() == chosen.get()) {
+    if (!chosen) {
+        return nullptr;
+    }
+    for (RangeRecord const* const record : recordsAlive(key)) {
+        Scope* const scope = record->scope.load(std::memory_order_acquire); // who has the symbol has made its scope
+        if (scope != nullptr && scope->symbol() == chosen.get()) {
             return record;
         }
     }
@@ -257,7 +270,7 @@ void SymbolTable::scopesAt(unsigned long long address, symbol_kind_t mask, std::
 RangeRecord const* SymbolTable::chooseRecord(unsigned long long address, symbol_kind_t mask, unsigned long long key,
                                              ISymbolChooser* resolver) const {
     if (resolver != nullptr) {
-        return chooseByClient(candidates(address, mask, key), *resolver);
+        return chooseByClient(candidates(address, mask, key), *resolver, key);
     }
     std::shared_lock<Guard> const guard(m_guard);
     Position const at = m_keys.floor(key);

@@ -109,8 +109,8 @@ private:
     RangeRecord const* lastFrom(Position at) const;
     void absorb(RangeRecord* rival, unsigned int flags, Newcomer const& newcomer);
     void absorbSymbol(RangeRecord& rival, unsigned int flags, Newcomer const& newcomer);
-    void moveEnd(RangeRecord* rival, RangeRecord* previous, unsigned int flags, Newcomer const& newcomer,
-                 RangeList const& before);
+    void moveEnd(RangeRecord* rival, RangeRecord* previous, unsigned long long oldEnd, unsigned int flags,
+                 Newcomer const& newcomer);
     void removeOtherRanges(Scope& scope, RangeList const& ranges);
     void eraseDeserted(unsigned long long from, unsigned long long to);
     bool isDeserted(Position at) const;
@@ -136,7 +136,7 @@ private:
     void sortAsList(Position at, Records& records) const;
     bool isInFront(RangeRecord const& record, Position at) const;
     RangeRecord const* chooseAt(Position at, unsigned long long address, symbol_kind_t mask) const;
-    RangeRecord const* chooseByClient(Records const& found, ISymbolChooser& resolver) const;
+    RangeRecord const* chooseByClient(Records const& found, ISymbolChooser& resolver, unsigned long long key) const;
 
     Scope* m_scope; ///< The owner of the table. Not counted, may be null.
     mutable Guard m_guard;

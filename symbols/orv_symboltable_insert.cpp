@@ -45,7 +45,8 @@ void SymbolTable::drop(Scope* scope) {
 
 template <typename Make> RangeRecord* SymbolTable::insert(Newcomer const& newcomer, Make const& make) {
     Position at = m_keys.lowerBound(newcomer.start);
-    if (m_keys.isEnd(at) || m_keys.address(at) != newcomer.start) {
+    bool const isNewKey = m_keys.isEnd(at) || m_keys.address(at) != newcomer.start;
+    if (isNewKey) {
         at = m_keys.insert(at, newcomer.start, newcomer.order);
     } else {
         unsigned int flags = merge_Different;
@@ -54,7 +55,15 @@ template <typename Make> RangeRecord* SymbolTable::insert(Newcomer const& newcom
             return rival;
         }
     }
-    RangeRecord* const record = make(); // only now: what a rival takes in, as all of a further load may be, needs none
+    RangeRecord* record = nullptr;
+    try {
+        record = make(); // only now: what a rival takes in, as all of a further load may be, needs none
+    } catch (...) {
+        if (isNewKey) {
+            m_keys.erase(at);
+        }
+        throw;
+    }
     record->order = newcomer.order;
     link(at, record);
     ++m_linked;
@@ -213,37 +222,49 @@ void SymbolTable::absorb(RangeRecord* rival, unsigned int flags, Newcomer const&
     if (!changesAnything(*rival, flags, newcomer)) {
         return;
     }
+    bool const movesEnd = (flags & (merge_ReplaceEnd | merge_ReplaceScope)) != 0;
     bool const takesRanges = (flags & merge_ReplaceEnd) != 0 && newcomer.scope != nullptr;
     Scope* const scope = takesRanges || !rival->isSymbol() ? scopeOf(*rival) : nullptr;
     RangeList const before = scope != nullptr ? scope->ranges() : RangeList();
+    if (movesEnd && !takesRanges && (flags & merge_ReplaceEnd) == 0) {
+        removeOtherRanges(*scope, before); // while the rival is alive at the keys behind it
+    }
+    Records known; // crowded keys know a record by what it was
+    if (KeyGroup* const group = groupAt(rival->start)) {
+        known.push_back(rival);
+    }
     for (std::size_t i = 0; i < before.size(); ++i) {
-        if (before[i].start != rival->start && (flags & merge_TakeName) != 0) {
-            m_groups.erase(before[i].start); // knows the scope by its old name
+        KeyGroup const* const group = before[i].start != rival->start ? groupAt(before[i].start) : nullptr;
+        if (RangeRecord* const other = group != nullptr ? group->ofScope(scope) : nullptr) {
+            known.push_back(other);
         }
     }
-    KeyGroup* const group = groupAt(rival->start);
     Position const at = m_keys.lowerBound(rival->start);
-    RangeRecord* const previous = group != nullptr ? group->previous(rival) : previousOf(at, rival);
-    if (group != nullptr) {
-        group->leave(rival); // it knows a record by what the record was
+    RangeRecord* const previous =
+        !known.empty() && known.front() == rival ? groupAt(rival->start)->previous(rival) : previousOf(at, rival);
+    for (RangeRecord* const record : known) {
+        groupAt(record->start)->leave(record);
     }
     try {
+        unsigned long long const oldEnd = rival->end;
         absorbSymbol(*rival, flags, newcomer);
-        if (takesRanges) {
-            rival->name = nullptr; // there may be several: the scope says from now on
+        if (movesEnd) {
+            moveEnd(rival, previous, oldEnd, flags, newcomer);
         }
-        if ((flags & (merge_ReplaceEnd | merge_ReplaceScope)) != 0) {
-            moveEnd(rival, previous, flags, newcomer, before);
-        } else if (group != nullptr) {
-            group->enter(rival, sideOf(*rival), *m_makers[rival->maker]);
+        for (RangeRecord* const record : known) {
+            if (record != rival || !movesEnd) { // else it has come in anew
+                groupAt(record->start)->enter(record, sideOf(*record), *m_makers[record->maker]);
+            }
         }
     } catch (...) {
-        m_groups.erase(rival->start);
+        for (RangeRecord const* const record : known) {
+            m_groups.erase(record->start);
+        }
         throw;
     }
 }
 
-/// Its scope too, if others have it already.
+/// Its scope too, if others have it already; and its end, so that a scope which is made meanwhile has either.
 void SymbolTable::absorbSymbol(RangeRecord& rival, unsigned int flags, Newcomer const& newcomer) {
     std::lock_guard<std::mutex> const guard(m_scopesLock); // scopes are made of these
     if (Scope* const scope = rival.scope.load(std::memory_order_acquire)) {
@@ -260,19 +281,21 @@ void SymbolTable::absorbSymbol(RangeRecord& rival, unsigned int flags, Newcomer 
         }
         rival.take(taken);
     }
+    if ((flags & (merge_ReplaceEnd | merge_ReplaceScope)) != 0) {
+        rival.end = newcomer.end;
+    }
+    if ((flags & merge_ReplaceEnd) != 0 && newcomer.scope != nullptr) {
+        rival.name = nullptr; // there may be several ranges: the scope says from now on
+    }
 }
 
-/// before: the ranges that the rival's scope had, where the scope alone says what they are.
-void SymbolTable::moveEnd(RangeRecord* rival, RangeRecord* previous, unsigned int flags, Newcomer const& newcomer,
-                          RangeList const& before) {
-    if ((flags & merge_ReplaceEnd) == 0) {
-        removeOtherRanges(*rival->scope, before); // while the rival is alive at the keys behind it
-    }
+/// Puts a rival in its place anew, and takes out the keys that its old end alone has kept.
+void SymbolTable::moveEnd(RangeRecord* rival, RangeRecord* previous, unsigned long long oldEnd, unsigned int flags,
+                          Newcomer const& newcomer) {
     unlink(m_keys.lowerBound(rival->start), previous, rival);
-    if ((flags & merge_ReplaceEnd) != 0 && !rival->isPoint()) {
-        eraseDeserted(rival->start + 1, rival->end);
+    if ((flags & merge_ReplaceEnd) != 0 && oldEnd != rival->start) {
+        eraseDeserted(rival->start + 1, oldEnd);
     }
-    rival->end = newcomer.end;
     rival->order = newcomer.order;
     link(m_keys.lowerBound(rival->start), rival); // erased keys have moved it
 }
@@ -322,9 +345,7 @@ bool SymbolTable::isDeserted(Position at) const {
     if (m_keys.records(at) != nullptr) {
         return false;
     }
-    bool isAlive = false;
-    m_keys.forEachSpanning(at, [&](RangeRecord& /*record*/) { isAlive = true; });
-    return !isAlive;
+    return !m_keys.isAnySpanning(at);
 }
 
 // --- Lists

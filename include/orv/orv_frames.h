@@ -6,7 +6,8 @@
 ///     SymMgrObjectPtr<IFrames> frames;
 ///     if (framesByAddresses(frames, *bank, addresses, 2, frames_Everything) == status_Ok)
 ///         for (Frame const* frame = frames->at(0); frame != nullptr; frame = frame->caller)
-///             std::printf("%s at %s:%u\n", frame->demangled, frame->file, frame->line);
+///             if (frame->function != nullptr && frame->file != nullptr)
+///                 std::printf("%s at %s:%u\n", frame->demangled, frame->file, frame->line);
 #pragma once
 
 #include "orv/orv_modulesymbolbank.h"
@@ -26,8 +27,8 @@ struct Frame {
     unsigned int line = 0;                ///< Of the address; in a caller, of the call. 0: code of no line.
     unsigned int column = 0;              ///< 0 where it is not told.
     unsigned long long discriminator = 0; ///< 0 where it is not told.
-    /// Of the range of the function or body that holds the address. Where debug information puts a body outside of what
-    /// is around it, a caller's is another one of its ranges, or its entry without extent.
+    /// Of the range of the function or body that holds the address; in a caller, that holds the start of what is
+    /// inlined into it, or its entry without extent where debug information has that outside.
     unsigned long long start = 0;
     unsigned long long end = 0;      ///< Half open.
     unsigned long long unit = ~0ULL; ///< Key of the compilation unit; all ones without one.

@@ -124,6 +124,8 @@ public:
     /// no address and no ranges, and lives as long as the client holds it. isInteger, which may be null, says whether
     /// the variable's type is an int or short: a structure's never is, whatever the member.
     ///
+    /// Answers for neighbouring addresses of one variable, in one frame, are the same symbol.
+    ///
     /// Formal parameters are not looked at, nor blocks told apart: of variables that share a place the first in the
     /// debug information is taken. A variable of unknown size, as arrays whose bounds are not in signed form, has its
     /// first byte. Answers are kept by both registers and address, whatever pc is.

@@ -184,8 +184,9 @@ TEST(Inline, WhatIsRefused) {
         DwarfText text = inlineText();
         text.unit({}, unitEntry() + origin("g") + origin("h") + ".Lnone: .uleb128 10\n.byte 1\n" + function(0, 0x80) +
                           row.entries + k_end + ".uleb128 7\n" + body("g", 0x80, 8) + k_end + k_end + k_end);
-        text.section(".debug_ranges", ".Lranges: .8byte code + 0x30, code + 0x40, code + 0x10, code + 0x20, 0, 0\n"
-                                      ".Lempty: .8byte 5, 5, 0, 0\n");
+        text.section(
+            ".debug_ranges",
+            ".Lranges: .8byte code + 0x30, code + 0x40, code + 0x10, code + 0x20, 0, 0\n.Lempty: .8byte 5, 5, 0, 0\n");
         Module module(text);
         EXPECT_EQ(module.inside(0x1000), row.inside) << row.name;
         EXPECT_EQ(symbolAt(module.bank(), 0x1084, symbol_kind_Function), "none") << "not at the top of a unit";
@@ -397,16 +398,16 @@ TEST(Inline, OddEntries) {
     for (Row const& row : {
              Row{"a variable's place in its origin", ".uleb128 12\n.4byte .Lv - .Linfo\n", variable,
                  "18: <; 20: <; 32: <; 48: <; 68: <; 100: <; "},
-             Row{"a sibling that skips one",
+             Row{"a sibling that skips one: bodies are gone into",
                  sibling(".Lnext", body("i", 0x12, 4) + k_end + k_end) + body("h", 0x40, 0x10) + k_end +
                      ".Lnext: " + body("i", 0x60, 8) + k_end,
                  "",
-                 "18: g < g[4112,4144) i[4114,4118); 20: g < g[4112,4144) i[4114,4118); 32: g < g[4112,4144); 48: <; "
-                 "68: <; 100: i < i[4192,4200); "},
+                 "18: i g < g[4112,4144) i[4114,4118); 20: i g < g[4112,4144) i[4114,4118); 32: g < g[4112,4144); 48: "
+                 "<; 68: h < h[4160,4176); 100: i < i[4192,4200); "},
              Row{"a sibling among its own",
                  sibling(".Lin", body("h", 0x12, 4) + k_end + ".Lin: " + body("i", 0x14, 4) + k_end) + k_end, "",
-                 "18: g < g[4112,4144) h[4114,4118); 20: i < i[4116,4120); 32: g < g[4112,4144); 48: <; 68: <; 100: "
-                 "<; "},
+                 "18: h g < g[4112,4144) h[4114,4118); 20: i g < g[4112,4144) i[4116,4120); 32: g < g[4112,4144); 48: "
+                 "<; 68: <; 100: <; "},
              Row{"a name at the end of a long chain",
                  ".uleb128 3\n.4byte .Lc3 - .Linfo\n.8byte code + 0x10\n.sleb128 8\n.byte 1, 1\n" + std::string(k_end) +
                      ".uleb128 3\n.4byte .Lc4 - .Linfo\n.8byte code + 0x30\n.sleb128 8\n.byte 1, 1\n" + k_end,
@@ -546,4 +547,51 @@ TEST(Inline, AnInstanceMayBeHeldLongerThanItsBank) {
     EXPECT_FALSE(call);
     EXPECT_FALSE(held->hasCallSite());
     EXPECT_EQ(held->symbol(), nullptr);
+}
+
+TEST(Inline, OneThatTakesAnothersEndHasItsRange) {
+    DwarfText text = inlineText();
+    text.unit({}, unitEntry() + origin("g") + function(0, 0x40) + body("g", 0x10, 4) + k_end + body("g", 0x10, 0x10) +
+                      k_end + k_end + k_end);
+    Module module(text);
+    auto const outer = module.functionAt(0x1000);
+    auto const g = module.innerAt(*outer, 0x1018);
+    ASSERT_TRUE(g);
+    EXPECT_EQ(rangeText(*g), "g[4112,4128)");
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> ranges;
+    g->symbol()->ranges(ranges);
+    EXPECT_EQ(allRanges(ranges), "g[4112,4128)");
+}
+
+TEST(Inline, NestsCostWhatTheyHold) {
+    // One sibling astray, at the bottom of a nest, and as many labels in labels.
+    constexpr int k_depth = 8000;
+    DwarfText text = inlineText();
+    text.abbrev(11, DW_TAG_inlined_subroutine, true,
+                {{DW_AT_sibling, DW_FORM_ref4},
+                 {DW_AT_abstract_origin, DW_FORM_ref_addr},
+                 {DW_AT_low_pc, DW_FORM_addr},
+                 {DW_AT_high_pc, DW_FORM_data2}})
+        .abbrev(12, DW_TAG_compile_unit, true, {{DW_AT_producer, DW_FORM_string}})
+        .abbrev(13, DW_TAG_label, true, {{DW_AT_name, DW_FORM_string}, {DW_AT_low_pc, DW_FORM_addr}});
+    std::string deep;
+    for (int i = 0; i < k_depth; ++i) {
+        deep += ".byte 11\n.4byte .Lastray - .Lunit0\n" + reference("g") + ".8byte code + 0x10\n.2byte 0x10\n";
+    }
+    deep += ".Lastray: .fill " + number(k_depth) + ", 1, 0\n";
+    std::string labels;
+    for (int i = 0; i < k_depth; ++i) {
+        labels += ".byte 13\n.asciz \"l\"\n.8byte code + " + number(0x40 + i) + "\n";
+    }
+    text.unit({}, ".uleb128 12\n.asciz \"GNU C 12\"\n" + origin("g") + function(0, 0x80) + deep + k_end + labels +
+                      ".fill " + number(k_depth) + ", 1, 0\n" + k_end);
+    Module module(text);
+    auto range = module.functionAt(0x1010);
+    int depth = 0;
+    for (auto inner = range; inner; ++depth) {
+        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> ranges;
+        inner->innerRanges(ranges);
+        inner = ranges ? ranges->current() : SymMgrObjectPtr<ISymbolRange>();
+    }
+    EXPECT_EQ(depth, k_depth + 1);
 }

@@ -392,6 +392,26 @@ TEST(StackVariable, OutlivesItsBank) {
     EXPECT_STREQ(symbol->name(), "v");
 }
 
+TEST(StackVariable, OneVariableIsOneSymbol) {
+    // Two inlined copies leave two of one name side by side.
+    Assembled const module(withUnit(function(block(".byte 0x56")) + variable("v", block(".byte 0x91, 8"), "int") +
+                                    variable("v", block(".byte 0x91, 12"), "int") + k_end)
+                               .source());
+    SymMgrObjectPtr<IModuleSymbolBank> bank;
+    ASSERT_EQ(loadBank(module.path(), bank), status_Ok);
+    SymMgrObjectPtr<IAddress> where;
+    bank->addressByValue(0x1010, where);
+    SymMgrObjectPtr<IStackFrameContext> context = IStackFrameContext::create();
+    std::map<unsigned long long, SymMgrObjectPtr<ISymbol>> found;
+    for (unsigned long long const at : {9, 14, 8, 11, 12, 10, 15, 13}) {
+        ASSERT_EQ(bank->findStackVariable(where.get(), at, context, found[at], nullptr), status_Ok) << at;
+    }
+    for (auto const& [at, symbol] : found) {
+        EXPECT_EQ(symbol.get(), found[at < 12 ? 8 : 12].get()) << at;
+    }
+    EXPECT_NE(found[8].get(), found[12].get());
+}
+
 TEST(StackVariable, OfAnotherLoaderIsRefused) {
     Assembled const module(
         withUnit(function(block(".byte 0x56")) + variable("v", block(".byte 0x91, 8")) + k_end).source());

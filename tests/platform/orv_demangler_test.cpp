@@ -68,6 +68,17 @@ TEST(Demangler, RefusesNamesThatExplode) {
     EXPECT_EQ(name->shortName(), bomb);
     std::string const pack = "_Z1fIJ" + std::string(100, 'i') + "EEvDp1AIJT_Dp1BIJT_Dp1CIJT_DpT_EEEEEE";
     EXPECT_EQ(ISymbolNameDemangler::create(pack.c_str(), exec_format_Elf)->demangledName(0), pack);
+    // Nothing is written while a pack is sought in what refers back to itself.
+    std::string search = "_Z1fDp1AI";
+    constexpr std::size_t k_levels = 30;
+    for (std::size_t i = 1; i < k_levels; ++i) {
+        search += "S_I";
+    }
+    search += "iiE";
+    for (std::size_t i = 0; i + 1 < k_levels; ++i) {
+        search += std::string("S") + digits[i] + "_E";
+    }
+    EXPECT_EQ(ISymbolNameDemangler::create(search.c_str(), exec_format_Elf)->demangledName(0), search);
     // Lists that are never closed; and a name that the parser gives up on by its length.
     std::string const longest = "_Z2000" + std::string(2000, 'n') + 'v';
     for (char const* open :

@@ -57,7 +57,7 @@ for title, old, new in slips():
     try:
         tests = subprocess.run([COPY / "build/release/tests/orv_tests", "--gtest_brief=1"], cwd=COPY,
                                capture_output=True, text=True, errors="replace", timeout=300)
-        failed = [line.split()[2].rstrip(",") for line in tests.stdout.splitlines() if line.startswith("[  FAILED  ]")]
+        failed = [line.split()[3].rstrip(",") for line in tests.stdout.splitlines() if line.startswith("[  FAILED  ]")]
         caught = tests.returncode != 0
     except subprocess.TimeoutExpired:
         caught, failed = True, ["a time limit"]

@@ -196,3 +196,25 @@ TEST(Memory, RunsOutInATable) {
     });
     EXPECT_GT(points, 100);
 }
+
+TEST(Memory, RunsOutWhenATableGoes) {
+    SymMgrObjectPtr<ISymbol> held;
+    {
+        SymMgrObjectPtr<ISymbolTable> const table = ISymbolTable::create(nullptr);
+        auto* const scope = new SymbolScope(nullptr, SymbolName::borrowed("f"), 1, nullptr, symbol_visibility_Global,
+                                            symbol_kind_Function);
+        scope->addRange(1, 5);
+        table->addRange(1, 5, scope);
+        held = scope->symbol();
+        g_untilFailure = 0;
+    }
+    g_untilFailure = -1;
+    EXPECT_STREQ(held->name(), ""); // it could not be copied
+    RangeList list;
+    list.add(10, 20);
+    g_untilFailure = 1;
+    EXPECT_THROW(list.add(30, 40), std::bad_alloc);
+    g_untilFailure = -1;
+    ASSERT_EQ(list.size(), 1U);
+    EXPECT_EQ(list[0].start, 10U);
+}

@@ -279,6 +279,28 @@ TEST(SymbolTable, RawSymbolsKeepTheirPlaceBehindScopes) {
     EXPECT_EQ(allRanges(it), allRanges(expected));
 }
 
+TEST(SymbolTable, ClientsMayChooseWhatWasNotOffered) {
+    class Chooser : public ISymbolChooser {
+    public:
+        SymMgrObjectPtr<ISymbol> choose(IIterator<SymMgrObjectPtr<ISymbol>>& /*candidates*/) override { return wanted; }
+        SymMgrObjectPtr<ISymbol> wanted;
+    };
+    SymMgrObjectPtr<ISymbolTable> const table = ISymbolTable::create(nullptr);
+    table->addRange(0, 10, scopeOf("a", 0, 10));
+    table->addRange(0, 11, scopeOf("b", 0, 11));
+    SymbolScope* const data = scopeOf("d", 0, 12, symbol_kind_Data);
+    table->addRange(0, 12, data);
+    SymbolScope* const elsewhere = scopeOf("e", 20, 30);
+    table->addRange(20, 30, elsewhere);
+    SymMgrObjectPtr<ISymbolRange> range;
+    Chooser chooser;
+    for (auto const& [scope, expected] : {std::pair{data, "d[0,12)"}, std::pair{elsewhere, "none"}}) {
+        chooser.wanted = scope->symbol();
+        table->symbolRangeByAddress(range, 5, symbol_kind_Function, &chooser);
+        EXPECT_EQ(range ? rangeText(*range) : "none", expected);
+    }
+}
+
 TEST(SymbolTable, ClientsChooseAmongSeveralOnly) {
     class Chooser : public ISymbolChooser {
     public:

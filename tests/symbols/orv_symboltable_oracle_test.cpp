@@ -25,6 +25,7 @@ struct Range {
     symbol_kind_t kind;
     std::string name;
     bool hasUnit = false;
+    bool isInline = false;
 
     bool isPoint() const { return start == end; }
     std::string text() const { return name + '[' + std::to_string(start) + ',' + std::to_string(end) + ')'; }
@@ -39,6 +40,23 @@ public:
         out = reinterpret_cast<ICompUnitDetails*>(&unit); // only compared with null
         return status_Ok;
     }
+};
+
+/// The scope of an inlined body.
+class InlineScope final : public SymbolScope {
+public:
+    class Instance final : public InlineInstance {
+    public:
+        using InlineInstance::InlineInstance;
+        void callSite(SymMgrObjectPtr<ISourceLocation>& out) override { out = nullptr; }
+        bool hasCallSite() override { return false; }
+    };
+    using SymbolScope::SymbolScope;
+    ~InlineScope() override { m_instance->leaveScope(); }
+    IInlineInstance* inlineInstance() override { return m_instance.get(); }
+
+private:
+    SymMgrObjectPtr<Instance> m_instance{new Instance(this)};
 };
 
 /// The rules, read straight: a list of all that is alive at each key, filled as each range comes.
@@ -183,7 +201,9 @@ private:
         if (byKind != 0) {
             return byKind > 0;
         }
-        return a.visibility != b.visibility ? a.visibility > b.visibility : a.start > b.start && a.start <= address;
+        bool const isHidden = a.isInline && !b.isInline;
+        return a.visibility != b.visibility ? a.visibility > b.visibility
+                                            : a.start > b.start && a.start <= address && !isHidden;
     }
     static bool touches(Range const& range, Address start, Address end) {
         Address const low = std::max(range.start, start);
@@ -236,6 +256,7 @@ protected:
         range.kind = kinds[below(5)];
         range.name = "s" + std::to_string(below(4)); // few names, so that some are the same thing
         range.hasUnit = !GetParam().asRawSymbols && below(4) == 0;
+        range.isInline = !GetParam().asRawSymbols && below(3) == 0;
         return range;
     }
 
@@ -246,7 +267,8 @@ protected:
                 EXPECT_FALSE(m_table->addRange(boundary, boundary, nullptr));
                 m_model.addBoundary(boundary);
             }
-            auto* const scope = new SymbolScope(nullptr, nullptr, makeSymbol(range));
+            SymbolScope* const scope = range.isInline ? new InlineScope(nullptr, nullptr, makeSymbol(range))
+                                                      : new SymbolScope(nullptr, nullptr, makeSymbol(range));
             scope->addRange(range.start, range.end);
             EXPECT_EQ(m_table->addRange(range.start, range.end, scope), m_model.add(range)) << range.text();
         }

@@ -7,7 +7,6 @@
 #include "orv_cli_output.h"
 
 #include <cstdio>
-#include <cstring>
 
 namespace orv_cli {
 namespace {
@@ -49,8 +48,7 @@ private:
     bool isSame(unsigned long long address, ISymbol& like) {
         SymMgrObjectPtr<ISymbol> symbol;
         bool isInteger = false;
-        return find(address, symbol, isInteger) == status_Ok && std::strcmp(symbol->name(), like.name()) == 0 &&
-               declarationOf(*symbol) == declarationOf(like);
+        return find(address, symbol, isInteger) == status_Ok && symbol.get() == &like;
     }
 
     unsigned long long reach(unsigned long long address, ISymbol& like, long long direction) {
