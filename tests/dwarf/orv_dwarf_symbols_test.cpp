@@ -3,9 +3,13 @@
 /// Units, entries and the symbols that come of them, from assembler text.
 
 #include "dwarf/orv_dwarf_constants.h"
+#include "dwarf/orv_dwarf_merge.h"
 #include "dwarf/orv_dwarf_producer.h"
 #include "orv/orv_dwarf.h"
 #include "support/orv_assembler.h"
+
+#include <cstring>
+#include <random>
 
 using namespace orv_test;
 
@@ -285,11 +289,16 @@ TEST(Dwarf, NamesAndPlacesFunctions) {
         .abbrev(10, DW_TAG_subprogram, false,
                 {{DW_AT_MIPS_linkage_name, DW_FORM_string},
                  {DW_AT_linkage_name, DW_FORM_string},
-                 {DW_AT_low_pc, DW_FORM_addr}});
+                 {DW_AT_low_pc, DW_FORM_addr}})
+        .abbrev(11, DW_TAG_subprogram, false,
+                {{DW_AT_name, DW_FORM_string}, {DW_AT_inline, DW_FORM_data1}, {DW_AT_ranges, DW_FORM_sec_offset}})
+        .section(".debug_ranges", ".8byte code + 0x200, code + 0x208, 0, 0\n");
     std::string const entries =
         ".Lplain: .uleb128 5\n.asciz \"plain\"\n.asciz \"_Z5plainv\"\n" // a declaration alone
         ".Lx: .uleb128 6\n.4byte .Lplain - .Lunit0\n.8byte code, code + 8\n"
         ".uleb128 7\n.4byte .Lx - .Lunit0\n.8byte code + 16\n" // its name through two origins; its place is its own
+        ".Lr: .uleb128 11\n.asciz \"listed\"\n.byte 1\n.4byte 0\n"
+        ".uleb128 7\n.4byte .Lr - .Lunit0\n.8byte code + 24\n" // the list is another one's
         ".uleb128 8\n.asciz \"inlined\"\n.byte 1\n"            // abstract: no place
         ".uleb128 9\n.asciz \"endless\"\n.8byte code + 32\n"   // an end that is an address, no start
         ".uleb128 10\n.asciz \"vendor\"\n.asciz \"linkage\"\n.8byte code + 48\n"
@@ -299,8 +308,8 @@ TEST(Dwarf, NamesAndPlacesFunctions) {
         function("_BLNK_", 112, 4) + ".byte 0\n";
     text.unit({}, ".uleb128 4\n.byte 4\n" + entries);
     EXPECT_EQ(symbolsOf(text),
-              "_Z5plainv[1000,1008) _Z5plainv[1010,1010) endless[1020,1020)l vendor[1030,1030)l tail_[1060,1064)l "
-              "_BLNK_[1070,1074)l");
+              "_Z5plainv[1000,1008) _Z5plainv[1010,1010) listed[1018,1018)l endless[1020,1020)l vendor[1030,1030)l "
+              "tail_[1060,1064)l _BLNK_[1070,1074)l listed[1200,1208)l");
     DwarfText fortran = commonText();
     fortran.abbrev(4, DW_TAG_compile_unit, true, {{DW_AT_language, DW_FORM_data1}})
         .unit({}, ".uleb128 4\n.byte 14\n" + function("tail_", 96, 4) + function("_BLNK_", 112, 4) +
@@ -472,6 +481,83 @@ TEST(Dwarf, MergesInCrowds) {
     EXPECT_EQ(few, "label[1000,1040)l _ZN1AC2Ev[1000,1030)l plain.[1000,1028)l plain[1000,1028)l "
                    "_ZN1A1fEi[1000,1020)l next[1200,1208)l ");
     EXPECT_EQ(symbolsWith(100), few);
+}
+
+/// The steps, one by one, for names that are their own short forms.
+unsigned int mergeModel(MergeSide const& mine, MergeSide const& other, MergeNext const& next) {
+    std::string const name = mine.name;
+    std::string const theirs = other.name;
+    auto const areEqual = [](std::string const& first, std::string const& second) {
+        return first == second || first + "." == second;
+    };
+    if (mine.firstStart != other.firstStart) {
+        return 0;
+    }
+    unsigned int flags = 0;
+    if (mine.hasSeveralRanges && !other.hasSeveralRanges) {
+        flags = mine.lastEnd == other.lastEnd ? 4 : 0;
+    } else if (other.isPoint()) {
+        flags = 0;
+    } else if (mine.isPoint()) {
+        flags = 2;
+    } else {
+        unsigned long long const e = mine.lastEnd;
+        unsigned long long const o = other.lastEnd;
+        bool const isCandidate = (e > next.key && e > o) || (e < next.key && o <= next.key && e < o);
+        bool const isNext = next.name != nullptr && o == next.key && areEqual(theirs, next.name);
+        flags = isCandidate && !isNext ? 2 : 0;
+    }
+    return areEqual(name, theirs) ? flags + 8 + 0x10 : 0;
+}
+
+TEST(Dwarf, MergesByRule) {
+    static constexpr char const* names[] = {"f", "f.", "f..", "g", "g."};
+    ShortNames shortNames;
+    std::mt19937 random(7);
+    auto const below = [&](unsigned int limit) { return static_cast<unsigned int>(random() % limit); };
+    for (int i = 0; i < 20000; ++i) {
+        auto const side = [&] {
+            return MergeSide{names[below(5)], 100 + below(8) / 7,      100 + below(5),
+                             below(3) == 0,   symbol_visibility_Local, symbol_kind_Other};
+        };
+        MergeSide const mine = side();
+        MergeSide const other = side();
+        MergeNext const next{100 + below(6), below(2) == 0 ? names[below(5)] : nullptr};
+        unsigned int expected = mergeModel(mine, other, next);
+        if (std::strcmp(mine.name, other.name) == 0) {
+            expected &= ~8U; // the name would be the same
+        }
+        ASSERT_EQ(dwarfMergeRule(mine, other, next, shortNames), expected)
+            << mine.name << mine.firstStart << '-' << mine.lastEnd << ' ' << other.name << other.firstStart << '-'
+            << other.lastEnd << " next " << next.key << (next.name != nullptr ? next.name : "");
+    }
+}
+
+TEST(Dwarf, EntriesMayEndWithTheirUnit) {
+    // What becomes of a function whose unit ends in front of its last value.
+    struct Row {
+        unsigned int form;
+        char const* symbols;
+        std::size_t assertions; ///< At least.
+    };
+    for (auto const& [form, symbols, assertions] : {
+             Row{DW_FORM_data1, "f[1000,1010)l", 0}, Row{DW_FORM_block1, "f[1000,1010)l", 0},
+             Row{DW_FORM_flag_present, "f[1000,1010)l", 0}, Row{DW_FORM_sec_offset, "", 1}, // its reading is checked
+             Row{DW_FORM_indirect, "", 0}, Row{0x1A, "", 0},                                // refused
+         }) {
+        for (unsigned int const attr : {static_cast<unsigned int>(DW_AT_decl_column), 0x27U}) {
+            DwarfText text = commonText();
+            text.abbrev(11, DW_TAG_subprogram, false,
+                        {{DW_AT_name, DW_FORM_string},
+                         {DW_AT_low_pc, DW_FORM_addr},
+                         {DW_AT_high_pc, DW_FORM_data4},
+                         {attr, form}});
+            text.unit({}, unitEntry() + ".uleb128 11\n.asciz \"f\"\n.8byte code\n.4byte 16\n");
+            LogCapture const log;
+            EXPECT_EQ(symbolsOf(text), symbols) << form << " of " << attr;
+            EXPECT_GE(log.count("ASSERTION FAILED: 'walker.getUnsigned4(attrValue) == status_Ok'"), assertions) << form;
+        }
+    }
 }
 
 TEST(Dwarf, ReadsProducers) {

@@ -122,6 +122,9 @@ TEST_F(Bank, RangesKnowTheirSurroundings) {
     SymMgrObjectPtr<ISymbolRange> range;
     ASSERT_EQ(m_bank->symbolRangeByAddress(at(0x1045).get(), range, k_allKinds, nullptr), status_Ok);
     EXPECT_EQ(range->sizeToNextRange(), 0xD0U) << "up to the label";
+    ASSERT_EQ(m_bank->symbolRangeByAddress(at(0x1110).get(), range, k_allKinds, nullptr), status_Ok);
+    EXPECT_EQ(range->sizeToNextRange(), 0x3000U - 0x1110U) << "of a label, not to itself";
+    ASSERT_EQ(m_bank->symbolRangeByAddress(at(0x1045).get(), range, k_allKinds, nullptr), status_Ok);
     EXPECT_TRUE(range->isEntryRange());
     EXPECT_EQ(range->thunk(), nullptr);
     EXPECT_EQ(range->inlineInstance(), nullptr);

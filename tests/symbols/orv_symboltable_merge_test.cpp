@@ -85,17 +85,7 @@ public:
     void add(Record const& newcomer) {
         auto const known = m_lists.find(newcomer.start);
         if (known == m_lists.end()) {
-            List list{&m_records.emplace_back(newcomer)};
-            auto const behind = m_lists.upper_bound(newcomer.start);
-            if (behind != m_lists.begin()) {
-                for (Record* const alive : std::prev(behind)->second) {
-                    if (newcomer.start >= alive->end) {
-                        break;
-                    }
-                    put(list, alive);
-                }
-            }
-            m_lists.emplace(newcomer.start, list);
+            makeKey(newcomer.start, {&m_records.emplace_back(newcomer)});
             propagate(&m_records.back(), 0);
             return;
         }
@@ -115,6 +105,12 @@ public:
         Record* const record = &m_records.emplace_back(newcomer);
         put(known->second, record);
         propagate(record, 0);
+    }
+
+    void addBoundary(Address key) {
+        if (m_lists.count(key) == 0) {
+            makeKey(key, {});
+        }
     }
 
     std::string at(Address address) const {
@@ -144,6 +140,18 @@ public:
 private:
     using List = std::vector<Record*>;
 
+    void makeKey(Address key, List list) {
+        auto const behind = m_lists.upper_bound(key);
+        if (behind != m_lists.begin()) {
+            for (Record* const alive : std::prev(behind)->second) {
+                if (key >= alive->end) {
+                    break;
+                }
+                put(list, alive);
+            }
+        }
+        m_lists.emplace(key, list);
+    }
     static MergeSide side(Record const& r) {
         return {r.name, r.start, r.end, false, r.visibility, symbol_kind_Function};
     }
@@ -228,6 +236,12 @@ TEST(SymbolTable, MergesAsTheModelDoes) {
             table->addSymbol(
                 maker, {record.name, record.start, record.end, false, record.visibility, symbol_kind_Function}, 0);
             model.add(record);
+            if (below(5) == 0) {
+                Address const boundary = below(space + 6);
+                table->addRange(boundary, boundary, nullptr);
+                model.addBoundary(boundary);
+                history += std::to_string(boundary) + "| ";
+            }
             if (below(4) != 0) {
                 continue; // so that some have scopes when others merge with them
             }
