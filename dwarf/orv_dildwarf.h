@@ -98,7 +98,15 @@ public:
     /// For the entries of location lists: many variables may share one.
     bool spendLocation() { return spend(m_locations, 1); }
     /// For what is kept of the entries in functions, which may lie in each other.
-    bool spendTreeNode() { return spendIfEnough(m_treeNodes, 1); }
+    bool spendTreeNode() {
+        std::uint64_t left = m_treeNodes.load(std::memory_order_relaxed);
+        while (left != 0) { // exact, since they come back
+            if (m_treeNodes.compare_exchange_weak(left, left - 1, std::memory_order_relaxed)) {
+                return true;
+            }
+        }
+        return false;
+    }
     void returnTreeNodes(std::size_t count) { m_treeNodes += count; }
     /// For the members of variables, which are kept: many may share a type. Refilled as well.
     bool spendMember() { return spend(m_members, 1); }

@@ -19,7 +19,7 @@ Scope::Scope(IFileFormatLoader* loader, Scope* parent)
     : m_parent(parent), m_root(parent != nullptr ? parent->m_root : this), m_loader(loader) {}
 
 Scope::~Scope() {
-    for (SymMgrObjectPtr<Thunk> const& thunk : thunks()) {
+    for (SymMgrObjectPtr<Thunk> const& thunk : Scope::thunks()) {
         if (thunk->scope() == this) { // a client may hold it longer
             thunk->setScope(nullptr);
         }
