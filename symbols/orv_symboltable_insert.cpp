@@ -226,7 +226,7 @@ void SymbolTable::absorb(RangeRecord* rival, unsigned int flags, Newcomer const&
     bool const takesRanges = (flags & merge_ReplaceEnd) != 0 && newcomer.scope != nullptr;
     Scope* const scope = takesRanges || !rival->isSymbol() ? scopeOf(*rival) : nullptr;
     RangeList const before = scope != nullptr ? scope->ranges() : RangeList();
-    if (movesEnd && !takesRanges && (flags & merge_ReplaceEnd) == 0) {
+    if (scope != nullptr && movesEnd && (flags & merge_ReplaceEnd) == 0) {
         removeOtherRanges(*scope, before); // while the rival is alive at the keys behind it
     }
     Records known; // crowded keys know a record by what it was
