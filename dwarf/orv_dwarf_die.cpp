@@ -114,10 +114,7 @@ bool DieChain::extend() {
         return false;
     }
     Link const& last = m_links[m_count - 1];
-    AttrValue const* reference = last.attributes.get(DieAttributes::slot_AbstractOrigin);
-    if (reference == nullptr) {
-        reference = last.attributes.get(DieAttributes::slot_Specification);
-    }
+    AttrValue const* const reference = last.attributes.origin();
     m_isComplete = true;
     if (reference == nullptr) {
         return false;
@@ -189,8 +186,6 @@ char const* textOf(AttrValue const* value) {
 char const* DieChain::text(DieAttributes::Slot slot) { return textOf(find(slot)); }
 
 char const* DieChain::symbolName() { return nameFrom(0); }
-
-char const* DieChain::originName() { return hasOrigin() ? nameFrom(1) : nullptr; }
 
 char const* DieChain::nameFrom(unsigned int link) {
     DWARFCompilationUnit* unit = nullptr;

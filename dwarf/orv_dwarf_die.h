@@ -74,6 +74,10 @@ public:
     bool has(Slot slot) const { return (m_present & std::uint32_t{1} << slot) != 0; }
     /// True if it tells any address.
     bool hasPlace() const { return has(slot_LowPc) || has(slot_HighPc) || has(slot_Ranges); }
+    /// The reference to its origin; null if it has none.
+    AttrValue const* origin() const {
+        return has(slot_AbstractOrigin) ? get(slot_AbstractOrigin) : get(slot_Specification);
+    }
     /// Null where the attribute is not there.
     AttrValue const* get(Slot slot) const { return has(slot) ? &m_values[slot] : nullptr; }
     /// The value of a number; 0 where the attribute is not there.
@@ -110,12 +114,8 @@ public:
     char const* text(DieAttributes::Slot slot);
     /// The linkage name or else the plain one; null if it is missing or empty.
     char const* symbolName();
-    /// The same, from the entry's origin on.
-    char const* originName();
     /// True for a function or body that says neither where it stands nor that it is inlined elsewhere.
     bool isDeclaration();
-    /// True if the entry has an origin that can be read.
-    bool hasOrigin() { return m_count > 1 || extend(); }
 
 private:
     struct Link {

@@ -160,10 +160,7 @@ private:
     }
 
     OriginFacts originFacts(DieAttributes const& own) {
-        AttrValue const* reference = own.get(DieAttributes::slot_AbstractOrigin);
-        if (reference == nullptr) {
-            reference = own.get(DieAttributes::slot_Specification);
-        }
+        AttrValue const* const reference = own.origin();
         return reference != nullptr ? m_unit.loader()->origins().factsOf(m_unit, reference->value) : OriginFacts();
     }
 

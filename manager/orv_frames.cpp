@@ -18,10 +18,6 @@
 namespace ORV_3_30 {
 namespace {
 
-/// What a code address may lie in: everything but plain data.
-constexpr auto k_kindsInCode = static_cast<symbol_kind_t>(symbol_kind_Function | symbol_kind_DataAlt |
-                                                          symbol_kind_Other | symbol_kind_FunctionAlt);
-
 class Frames final : public SharedObject<SymMgrObject<IFrames>> {
 public:
     explicit Frames(std::size_t count) : m_answers(count, nullptr) {}

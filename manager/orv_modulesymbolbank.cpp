@@ -18,9 +18,6 @@ namespace {
 constexpr unsigned long long k_highestAddress = ~0ULL;
 /// What the symbols of a file come to in memory, against its size.
 constexpr unsigned long long k_memoryPerFileByte = 8;
-/// All kinds but plain data: what code addresses may lie in.
-constexpr auto k_kindsInCode = static_cast<symbol_kind_t>(symbol_kind_Function | symbol_kind_DataAlt |
-                                                          symbol_kind_Other | symbol_kind_FunctionAlt);
 
 } // namespace
 

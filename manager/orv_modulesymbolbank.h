@@ -12,6 +12,10 @@
 
 namespace ORV_3_30 {
 
+/// All kinds but plain data: what code addresses may lie in.
+constexpr auto k_kindsInCode = static_cast<symbol_kind_t>(symbol_kind_Function | symbol_kind_DataAlt |
+                                                          symbol_kind_Other | symbol_kind_FunctionAlt);
+
 /// Forwards to the loaders and the global scope, tests arguments, and is the boundary at which
 /// std::bad_alloc becomes a status. It is built and destroyed under the manager's loader lock, which
 /// also guards its count. It stores no symbols itself.
