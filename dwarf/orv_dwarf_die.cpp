@@ -5,8 +5,7 @@
 #include "dwarf/orv_dwarf_die.h"
 
 #include "core/orv_trace.h"
-#include "dwarf/orv_dildwarf.h"
-#include "dwarf/orv_dwarf_unit.h"
+#include "dwarf/orv_dwarf_reader.h"
 
 #include <algorithm>
 #include <iterator>
@@ -90,9 +89,10 @@ bool DieAttributes::read(DwarfWalker& walker, FormContext const& context, Abbrev
     return true;
 }
 
-DieAttributes& DieChain::start(DWARFCompilationUnit& unit, std::uint64_t offset, unsigned int mostLinks) {
+DieAttributes& DieChain::start(DwarfUnit& unit, std::uint64_t offset, unsigned int mostLinks) {
     m_links[0].unit = &unit;
     m_links[0].offset = offset;
+    m_begin = 0;
     m_count = 1;
     m_mostLinks = mostLinks;
     m_isComplete = false;
@@ -100,12 +100,18 @@ DieAttributes& DieChain::start(DWARFCompilationUnit& unit, std::uint64_t offset,
     return m_links[0].attributes;
 }
 
-bool DieChain::startAtOrigin(DWARFCompilationUnit& asking, std::uint64_t offset) {
+bool DieChain::startAtOrigin(DwarfUnit& asking, std::uint64_t offset) {
     start(asking, offset, k_longestOriginChain - 1);
     m_count = 0;
-    DWARFCompilationUnit* const unit = asking.holds(offset) ? &asking : asking.loader()->findUnitByOffset(offset);
+    DwarfUnit* const unit = asking.reader().findUnitByOffset(asking, offset);
     m_isComplete = unit == nullptr || !readLink(*unit, offset);
     return !m_isComplete;
+}
+
+bool DieChain::leaveFirst() {
+    bool const hasOrigin = m_begin + 1 < m_count || extend();
+    m_begin += hasOrigin ? 1 : 0;
+    return hasOrigin;
 }
 
 /// Reads the origin of the last link; false if it has none that is not in the chain.
@@ -120,8 +126,7 @@ bool DieChain::extend() {
         return false;
     }
     std::uint64_t const offset = reference->value;
-    DWARFCompilationUnit* const unit =
-        last.unit->holds(offset) ? last.unit : last.unit->loader()->findUnitByOffset(offset);
+    DwarfUnit* const unit = last.unit->reader().findUnitByOffset(*last.unit, offset);
     for (unsigned int i = 0; i < m_count; ++i) {
         if (unit == nullptr || m_links[i].offset == offset) {
             return false;
@@ -132,14 +137,14 @@ bool DieChain::extend() {
 }
 
 /// Adds the entry at an offset. Many entries may share an origin that is long, so what it costs is counted.
-bool DieChain::readLink(DWARFCompilationUnit& unit, std::uint64_t offset) {
+bool DieChain::readLink(DwarfUnit& unit, std::uint64_t offset) {
     DwarfWalker walker = unit.unitWalker();
     walker.seek(offset);
     AbbrevEntry const* const entry = unit.abbrevs().find(walker.unsignedLeb());
     if (entry == nullptr) {
         return false;
     }
-    m_isCut = m_isCut || !unit.loader()->canSearch();
+    m_isCut = m_isCut || m_search.isSpent();
     if (m_isCut) {
         return false;
     }
@@ -147,15 +152,15 @@ bool DieChain::readLink(DWARFCompilationUnit& unit, std::uint64_t offset) {
     link.unit = &unit;
     link.offset = offset;
     link.attributes.read(walker, unit.forms(), unit.abbrevs(), *entry);
-    unit.loader()->spendSearchBytes(walker.offset() - offset);
+    m_search.settle(walker.offset() - offset);
     ++m_count;
     return true;
 }
 
 bool DieChain::isDeclaration() { return !first().hasPlace() && find(DieAttributes::slot_Inline) == nullptr; }
 
-AttrValue const* DieChain::findFrom(unsigned int link, DieAttributes::Slot slot, DWARFCompilationUnit*& unit) {
-    for (unsigned int i = link; i < m_count || extend(); ++i) {
+AttrValue const* DieChain::find(DieAttributes::Slot slot, DwarfUnit*& unit) {
+    for (unsigned int i = m_begin; i < m_count || extend(); ++i) {
         if (m_links[i].attributes.has(slot)) {
             unit = m_links[i].unit;
             return m_links[i].attributes.get(slot);
@@ -164,107 +169,45 @@ AttrValue const* DieChain::findFrom(unsigned int link, DieAttributes::Slot slot,
     return nullptr;
 }
 
-AttrValue const* DieChain::find(DieAttributes::Slot slot, DWARFCompilationUnit*& unit) {
-    return findFrom(0, slot, unit);
-}
-
 AttrValue const* DieChain::find(DieAttributes::Slot slot) {
-    DWARFCompilationUnit* unit = nullptr;
+    DwarfUnit* unit = nullptr;
     return find(slot, unit);
 }
 
-namespace {
-
-char const* textOf(AttrValue const* value) {
+/// Null for no text, and for an empty one.
+static char const* textOf(AttrValue const* value) {
     bool const isText = value != nullptr && (value->form == DW_FORM_string || value->form == DW_FORM_strp) &&
                         value->data != nullptr && *value->data != 0;
     return isText ? reinterpret_cast<char const*>(value->data) : nullptr;
 }
 
-} // namespace
-
 char const* DieChain::text(DieAttributes::Slot slot) { return textOf(find(slot)); }
 
-char const* DieChain::symbolName() { return nameFrom(0); }
-
-char const* DieChain::nameFrom(unsigned int link) {
-    DWARFCompilationUnit* unit = nullptr;
+char const* DieChain::symbolName() {
     for (auto const slot : {DieAttributes::slot_VendorLinkageName, DieAttributes::slot_LinkageName}) {
-        if (AttrValue const* const name = findFrom(link, slot, unit)) {
+        if (AttrValue const* const name = find(slot)) {
             return textOf(name);
         }
     }
-    return textOf(findFrom(link, DieAttributes::slot_Name, unit));
+    return text(DieAttributes::slot_Name);
 }
 
-bool AttrBindings::readDie(DwarfWalker& walker) {
+bool AttrBindings::readDie(DwarfUnit& unit, DwarfWalker& walker) {
     std::uint64_t const offset = walker.offset();
+    DieAttributes& attributes = m_chain.start(unit, offset);
+    attributes.clear();
     std::uint64_t const code = walker.unsignedLeb();
     if (code == 0) {
         return false;
     }
-    AbbrevTable const& table = m_unit->abbrevs();
-    AbbrevEntry const* const entry = table.find(code);
+    AbbrevEntry const* const entry = unit.abbrevs().find(code);
     if (!ORV_ASSERT(entry != nullptr, "false")) {
         return false;
     }
     m_offset = offset;
     m_tag = entry->tag;
     m_hasChildren = entry->hasChildren;
-    DieAttributes attributes;
-    bool const isComplete = attributes.read(walker, m_unit->forms(), table, *entry);
-    m_pool.reserve(attributes.count()); // bindings stay where they are
-    for (SlotOfAttribute const& known : k_slots) {
-        if (AttrValue const* const value = attributes.get(known.slot)) {
-            m_pool.push_back({nullptr, known.attr, value->form, value->value, value->data});
-            insertItem(&m_pool.back());
-        }
-    }
-    return isComplete;
-}
-
-AttrBinding const* AttrBindings::attribute(unsigned long long attr, bool localOnly) {
-    AttrBindings const* const holder = localOnly ? this : holderOf(attr);
-    return holder != nullptr ? holder->find(attr) : nullptr;
-}
-
-AttrBindings* AttrBindings::holderOf(unsigned long long attr) {
-    AttrBindings* entry = this;
-    for (unsigned int i = 0; entry != nullptr && i < k_longestOriginChain; ++i) {
-        if (entry->find(attr) != nullptr) {
-            return entry;
-        }
-        entry = entry->resolveOrigin();
-    }
-    return nullptr;
-}
-
-AttrBindings* AttrBindings::resolveOrigin() {
-    if (m_origin) {
-        return m_origin.get();
-    }
-    AttrBinding const* reference = find(DW_AT_abstract_origin);
-    if (reference == nullptr) {
-        reference = find(DW_AT_specification);
-    }
-    if (reference == nullptr || reference->value == m_offset) {
-        return nullptr;
-    }
-    DWARFDebugInfoLoader* const loader = m_unit->loader();
-    if (!ORV_ASSERT(m_unit->holds(reference->value) || loader != nullptr, "loader != 0L")) {
-        return nullptr;
-    }
-    DWARFCompilationUnit* const unit =
-        m_unit->holds(reference->value) ? m_unit : loader->findUnitByOffset(reference->value);
-    if (unit == nullptr) {
-        return nullptr;
-    }
-    DwarfWalker walker = unit->unitWalker();
-    walker.seek(reference->value);
-    m_origin = new AttrBindings(unit, nullptr);
-    m_origin->readDie(walker);
-    m_originBytes = walker.offset() - reference->value;
-    return m_origin.get();
+    return attributes.read(walker, unit.forms(), unit.abbrevs(), *entry);
 }
 
 } // namespace ORV_3_30

@@ -2,14 +2,13 @@
 // SPDX-FileCopyrightText: The ORV authors
 /// Debugging information entries (DWARF version 4, section 2).
 ///
-/// No tree of entries is kept. What passes over thousands of them takes the attributes that it needs
-/// into a DieAttributes; what holds on to one, or is handed about, is an AttrBindings.
+/// No tree of entries is kept. An entry is decoded into a DieAttributes; a DieChain adds those of its origins as far as
+/// they are asked for, and an AttrBindings shows both to visitors.
 #pragma once
 
-#include "core/orv_list.h"
+#include "core/orv_budget.h"
 #include "dwarf/orv_dwarf_abbrev.h"
 #include "dwarf/orv_dwarf_constants.h"
-#include "orv/orv_dwarf.h"
 #include "orv/orv_object.h"
 
 #include <array>
@@ -18,12 +17,10 @@
 
 namespace ORV_3_30 {
 
-class DWARFCompilationUnit;
+class DwarfUnit;
 
 /// How far a chain of origins is followed. Real ones have two or three links.
 constexpr unsigned int k_longestOriginChain = 8;
-
-inline unsigned long long keyOf(AttrBinding const& binding) { return binding.attr; }
 
 /// The attributes that symbols are made of, by place.
 class DieAttributes {
@@ -69,8 +66,7 @@ public:
     /// walker in front of it.
     bool read(DwarfWalker& walker, FormContext const& context, AbbrevTable const& table, AbbrevEntry const& entry);
 
-    /// How many of them are there.
-    std::size_t count() const { return static_cast<std::size_t>(__builtin_popcount(m_present)); }
+    void clear() { m_present = 0; }
     bool has(Slot slot) const { return (m_present & std::uint32_t{1} << slot) != 0; }
     /// True if it tells any address.
     bool hasPlace() const { return has(slot_LowPc) || has(slot_HighPc) || has(slot_Ranges); }
@@ -98,18 +94,22 @@ inline bool isStaticLocation(AttrValue const& location) {
 /// An entry's attributes and those of its origins, read as far as they are asked for.
 class DieChain {
 public:
+    /// search: pays for origins, many of which may be long and shared.
+    explicit DieChain(Budget& search) : m_search(search) {}
+
     /// Starts with an entry, whose attributes are read into first() before anything is asked. mostLinks counts it too.
-    DieAttributes& start(DWARFCompilationUnit& unit, std::uint64_t offset,
-                         unsigned int mostLinks = k_longestOriginChain);
+    DieAttributes& start(DwarfUnit& unit, std::uint64_t offset, unsigned int mostLinks = k_longestOriginChain);
     /// The same for an entry that is an origin itself, and is read here. False if it can't be.
-    bool startAtOrigin(DWARFCompilationUnit& asking, std::uint64_t offset);
+    bool startAtOrigin(DwarfUnit& asking, std::uint64_t offset);
+    /// Goes on as the chain of the origin. False, with nothing changed, without one.
+    bool leaveFirst();
     /// True if the chain ends where too much was read, not where the file ends it.
     bool isCut() const { return m_isCut; }
-    DieAttributes& first() { return m_links[0].attributes; }
+    DieAttributes& first() { return m_links[m_begin].attributes; }
     /// The attribute of the entry or else of the nearest origin that has it; null if none has.
     AttrValue const* find(DieAttributes::Slot slot);
     /// The same, with the unit that the attribute stands in.
-    AttrValue const* find(DieAttributes::Slot slot, DWARFCompilationUnit*& unit);
+    AttrValue const* find(DieAttributes::Slot slot, DwarfUnit*& unit);
     /// A text that is there and not empty; null otherwise.
     char const* text(DieAttributes::Slot slot);
     /// The linkage name or else the plain one; null if it is missing or empty.
@@ -120,60 +120,63 @@ public:
 private:
     struct Link {
         DieAttributes attributes;
-        DWARFCompilationUnit* unit;
+        DwarfUnit* unit;
         std::uint64_t offset;
     };
     bool extend();
-    bool readLink(DWARFCompilationUnit& unit, std::uint64_t offset);
-    AttrValue const* findFrom(unsigned int link, DieAttributes::Slot slot, DWARFCompilationUnit*& unit);
-    char const* nameFrom(unsigned int link);
+    bool readLink(DwarfUnit& unit, std::uint64_t offset);
 
+    Budget& m_search;
     std::array<Link, k_longestOriginChain> m_links;
+    unsigned int m_begin = 0; ///< The link that counts as the entry.
     unsigned int m_count = 0;
     unsigned int m_mostLinks = k_longestOriginChain;
     bool m_isComplete = false;
     bool m_isCut = false;
 };
 
-/// One entry with the attributes that the reader knows, sorted by code. How long an abbreviation is does
-/// not matter to what it takes.
+/// One entry as visitors are shown it: what it is, and its attributes with those of its origins.
 ///
-/// Holds its unit without a count: units live as long as their loader. Guarded by the load locks: what
-/// is filled on demand is filled under them.
-class AttrBindings final : public SymMgrObjectImpl,
-                           public SortList<unsigned long long, AttrBinding, FakeRemover<AttrBinding>> {
+/// Large, as it holds a chain: to be made once for a walk, not in what calls itself.
+class AttrBindings final : public SymMgrObjectImpl {
 public:
-    AttrBindings(DWARFCompilationUnit* unit, ILock* countLock) : SymMgrObjectImpl(countLock), m_unit(unit) {}
+    explicit AttrBindings(Budget& search, ILock* countLock = nullptr) : SymMgrObjectImpl(countLock), m_chain(search) {}
 
-    /// Reads the entry at the walker. True if there is one; false at a null entry, at a code that the
+    /// Reads the entry of a unit at the walker. True if there is one; false at a null entry, at a code that the
     /// unit does not know and at a form that is refused, with what was read up to there.
-    bool readDie(DwarfWalker& walker);
-    /// The attribute of a code, or null. Unless localOnly is set, what the entry lacks is looked for in
-    /// its origin: a definition has the attributes of its declaration, an instance those of its abstract
-    /// origin.
-    AttrBinding const* attribute(unsigned long long attr, bool localOnly = false);
-    /// The entry among this one and its origins that has an attribute; null if none has.
-    AttrBindings* holderOf(unsigned long long attr);
-    /// The entry that DW_AT_abstract_origin or else DW_AT_specification names; null if there is none.
-    AttrBindings* resolveOrigin();
-
-    /// How many bytes were read for origins so far.
-    std::uint64_t originBytes() const { return m_origin ? m_originBytes + m_origin->originBytes() : 0; }
+    bool readDie(DwarfUnit& unit, DwarfWalker& walker);
+    /// The attribute, or null. Unless localOnly is set, what the entry lacks is looked for in its origin: a definition
+    /// has the attributes of its declaration, an instance those of its abstract origin.
+    AttrValue const* attribute(DieAttributes::Slot slot, bool localOnly = false) {
+        return localOnly ? m_chain.first().get(slot) : m_chain.find(slot);
+    }
+    /// With the unit that it stands in.
+    AttrValue const* attribute(DieAttributes::Slot slot, DwarfUnit*& unit) { return m_chain.find(slot, unit); }
+    /// The value of a number; 0 where the attribute is not there.
+    std::uint64_t number(DieAttributes::Slot slot) {
+        AttrValue const* const value = attribute(slot);
+        return value != nullptr ? value->value : 0;
+    }
+    /// The bytes of a name, whatever its form; null if it has none.
+    char const* name() {
+        AttrValue const* const value = attribute(DieAttributes::slot_Name);
+        return value != nullptr ? reinterpret_cast<char const*>(value->data) : nullptr;
+    }
+    /// An inlined body's origin takes the body's place. False without one.
+    bool resolveOrigin() { return m_chain.leaveFirst(); }
+    /// True if too much was read for origins: some may be missing.
+    bool isCut() const { return m_chain.isCut(); }
 
     unsigned char getHasChildren() const { return m_hasChildren; }
-    unsigned long long tag() const { return m_tag; }
+    std::uint32_t tag() const { return m_tag; }
     /// Offset of the abbreviation code in .debug_info.
     std::uint64_t offset() const { return m_offset; }
-    DWARFCompilationUnit* unit() const { return m_unit; }
 
 private:
-    DWARFCompilationUnit* m_unit;
-    std::uint64_t m_tag = 0;
     std::uint64_t m_offset = 0;
+    std::uint32_t m_tag = 0;
     unsigned char m_hasChildren = 0;
-    std::vector<AttrBinding> m_pool; ///< Made once, at its full size.
-    SymMgrObjectPtr<AttrBindings> m_origin;
-    std::uint64_t m_originBytes = 0;
+    DieChain m_chain;
 };
 
 } // namespace ORV_3_30

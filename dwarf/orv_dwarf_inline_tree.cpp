@@ -5,7 +5,6 @@
 #include "dwarf/orv_dwarf_inline_tree.h"
 
 #include "core/orv_trace.h"
-#include "dwarf/orv_dildwarf.h"
 
 #include <algorithm>
 
@@ -13,8 +12,9 @@ namespace ORV_3_30 {
 
 class InlineTree::Reader {
 public:
-    Reader(InlineTree& tree, DWARFCompilationUnit& unit, unsigned long long firstStart)
-        : m_tree(tree), m_unit(unit), m_firstStart(firstStart), m_walker(unit.unitWalker()) {}
+    Reader(InlineTree& tree, DwarfUnit& unit, unsigned long long firstStart)
+        : m_tree(tree), m_unit(unit), m_budgets(unit.reader().budgets()), m_firstStart(firstStart),
+          m_walker(unit.unitWalker()) {}
 
     void read(std::uint64_t dieOffset) {
         m_tree.m_nodes.push_back({dieOffset, 0, 1});
@@ -103,7 +103,7 @@ private:
             return false;
         }
         auto const id = static_cast<Id>(m_tree.m_nodes.size());
-        bool const isAffordable = m_unit.loader()->spendTreeNode();
+        bool const isAffordable = m_budgets.treeNodes.spend(1);
         if (isAffordable) {
             m_tree.m_nodes.push_back({offset, entry.tag, id + 1});
         }
@@ -121,7 +121,7 @@ private:
         if (!attributes.read(m_walker, m_unit.forms(), m_unit.abbrevs(), entry)) {
             return false;
         }
-        if (m_chain.isDeclaration() || !m_unit.loader()->spendTreeNode()) {
+        if (m_chain.isDeclaration() || !m_budgets.treeNodes.spend(1)) {
             if (entry.hasChildren != 0) {
                 m_unit.skipChildren(m_walker, attributes.number(DieAttributes::slot_Sibling));
             }
@@ -161,7 +161,8 @@ private:
 
     OriginFacts originFacts(DieAttributes const& own) {
         AttrValue const* const reference = own.origin();
-        return reference != nullptr ? m_unit.loader()->origins().factsOf(m_unit, reference->value) : OriginFacts();
+        return reference != nullptr ? m_unit.reader().origins().factsOf(m_unit, reference->value, m_search)
+                                    : OriginFacts();
     }
 
     /// False if it has no place, or none in the module.
@@ -178,7 +179,7 @@ private:
             std::uint64_t const start = outer == nullptr || outer->empty() ? m_firstStart : (*outer)[0].start;
             m_pairs.clear();
             body.address =
-                readRanges(m_unit, list, m_unit.compilerKind() == compiler_Varko ? &start : nullptr, m_pairs);
+                readRanges(m_unit, list, m_unit.compiler().kind == compiler_Varko ? &start : nullptr, m_pairs);
             for (auto const& [from, to] : m_pairs) {
                 body.ranges.add(from, to);
             }
@@ -187,20 +188,21 @@ private:
             rangeOfEntry(low, high, body.address, end);
             body.ranges.add(body.address, std::max(body.address, end));
         }
-        return !body.ranges.empty() && m_unit.loader()->isInSegment(body.address);
+        return !body.ranges.empty() && m_unit.reader().isInSegment(body.address);
     }
 
     InlineTree& m_tree;
-    DWARFCompilationUnit& m_unit;
+    DwarfUnit& m_unit;
+    DwarfBudgets& m_budgets;
+    Budget m_search{"origins of inlined bodies", m_budgets.searchBytes()};
     unsigned long long m_firstStart;
     DwarfWalker m_walker;
-    DieChain m_chain;
+    DieChain m_chain{m_search};
     std::vector<List> m_lists;
     AddressPairs m_pairs;
 };
 
-InlineTree::InlineTree(DWARFCompilationUnit& unit, std::uint64_t dieOffset, unsigned long long firstStart)
-    : m_unit(unit) {
+InlineTree::InlineTree(DwarfUnit& unit, std::uint64_t dieOffset, unsigned long long firstStart) : m_unit(unit) {
     Reader(*this, unit, firstStart).read(dieOffset);
     m_nodes.shrink_to_fit();
     m_bodies.shrink_to_fit();
@@ -213,7 +215,7 @@ InlineTree::InlineTree(DWARFCompilationUnit& unit, std::uint64_t dieOffset, unsi
     m_runs.finish();
 }
 
-InlineTree::~InlineTree() { m_unit.loader()->returnTreeNodes(m_nodes.size() - 1); }
+InlineTree::~InlineTree() { m_unit.reader().budgets().treeNodes.giveBack(m_nodes.size() - 1); }
 
 InlineTree::Body const* InlineTree::bodyAt(unsigned long long address) const {
     auto const* const run = m_runs.find(address);

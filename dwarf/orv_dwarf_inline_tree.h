@@ -10,10 +10,10 @@
 #pragma once
 
 #include "core/orv_interval_index.h"
+#include "core/orv_range_list.h"
 #include "dwarf/orv_dwarf_die.h"
 #include "dwarf/orv_dwarf_ranges.h"
-#include "dwarf/orv_dwarf_unit.h"
-#include "symbols/orv_range_list.h"
+#include "dwarf/orv_dwarf_reader.h"
 
 #include <vector>
 
@@ -46,8 +46,8 @@ public:
         RangeList ranges;
     };
 
-    /// firstStart: of the scope that the entry stands for.
-    InlineTree(DWARFCompilationUnit& unit, std::uint64_t dieOffset, unsigned long long firstStart);
+    /// firstStart: where the function begins that the entry stands for.
+    InlineTree(DwarfUnit& unit, std::uint64_t dieOffset, unsigned long long firstStart);
     InlineTree(InlineTree const&) = delete;
     InlineTree& operator=(InlineTree const&) = delete;
     ~InlineTree();
@@ -62,7 +62,7 @@ public:
 private:
     class Reader;
 
-    DWARFCompilationUnit& m_unit;
+    DwarfUnit& m_unit;
     std::vector<Node> m_nodes; ///< In the order of the file. The root first.
     std::vector<Body> m_bodies;
     std::vector<std::uint64_t> m_options;

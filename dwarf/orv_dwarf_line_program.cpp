@@ -4,11 +4,8 @@
 #include "dwarf/orv_dwarf_line_program.h"
 
 #include "core/orv_trace.h"
-#include "dwarf/orv_dildwarf.h"
 #include "dwarf/orv_dwarf_constants.h"
-#include "dwarf/orv_dwarf_line_resolver.h"
-#include "dwarf/orv_dwarf_unit.h"
-#include "format/orv_ffl.h"
+#include "dwarf/orv_dwarf_reader.h"
 
 #include <algorithm>
 #include <cstring>
@@ -99,113 +96,9 @@ LineMachine::Step LineMachine::extended() {
     return Step::Goes;
 }
 
-// --- One unit's run
+// --- A unit's program
 
 namespace {
-
-/// The file table of a unit, as the program and its header fill it.
-class UnitFiles {
-public:
-    UnitFiles(DWARFCompilationUnit& unit, DWARFLineResolver& resolver) : m_unit(unit), m_resolver(resolver) {}
-
-    void addDirectory(std::string_view directory) { m_directories.push_back({directory, k_unknown}); }
-    void add(LineFileEntry const& entry) {
-        m_unit.sourceFileIds().push_back(
-            m_resolver.addFileIn(directoryOf(entry), entry.name, entry.modificationTime, entry.length));
-    }
-
-private:
-    static constexpr std::uint32_t k_unknown = ~std::uint32_t{0};
-    struct Directory {
-        std::string_view text;
-        std::uint32_t number;
-    };
-
-    /// The number of the directory that an entry's name is to be joined with.
-    std::uint32_t directoryOf(LineFileEntry const& entry) {
-        if (!entry.name.empty() && entry.name.front() == '/') {
-            return m_resolver.addDirectory("");
-        }
-        if (entry.directory == 0) {
-            return numberOf(m_compilation, m_unit.compDir());
-        }
-        if (!ORV_ASSERT(entry.directory <= m_directories.size(), "incDirectory")) {
-            return m_resolver.addDirectory("");
-        }
-        Directory& directory = m_directories[entry.directory - 1];
-        if (directory.number == k_unknown) {
-            std::string const name = fullName(directory.text);
-            bool const isAffordable = m_unit.loader()->spendTextBytes(name.size());
-            directory.number = m_resolver.addDirectory(isAffordable ? name : std::string());
-        }
-        return directory.number;
-    }
-    std::string fullName(std::string_view directory) const {
-        std::string full = m_unit.compDir();
-        if (!directory.empty() && directory.front() == '/') {
-            full.clear();
-        } else if (!full.empty() && full.back() != '/') {
-            full += '/';
-        }
-        full += directory;
-        return full;
-    }
-    std::uint32_t numberOf(std::uint32_t& known, char const* directory) {
-        if (known == k_unknown) {
-            known = m_resolver.addDirectory(directory);
-        }
-        return known;
-    }
-
-    DWARFCompilationUnit& m_unit;
-    DWARFLineResolver& m_resolver;
-    std::vector<Directory> m_directories;
-    std::uint32_t m_compilation = k_unknown;
-};
-
-/// Makes table entries of rows: an entry is the stretch from one row to the next.
-class Stretches {
-public:
-    Stretches(DWARFCompilationUnit& unit, LineTable& table, IFileFormatHelper& helper, RangeFilter* filter)
-        : m_unit(unit), m_table(table), m_helper(helper), m_filter(filter), m_bias(unit.forms().loadBias) {}
-
-    void add(LineState const& row) {
-        if (m_hasPrevious && row.address >= m_previous.address) {
-            close(row.address);
-        }
-        m_hasPrevious = !row.endSequence;
-        if (m_hasPrevious) {
-            m_previous = static_cast<LineRow const&>(row);
-        }
-    }
-
-private:
-    void close(std::uint64_t end) {
-        std::uint64_t const start = m_previous.address + m_bias;
-        std::uint64_t const size = end - m_previous.address;
-        if (m_filter != nullptr && !m_filter->holds(start, start + size)) {
-            return;
-        }
-        std::vector<int> const& ids = m_unit.sourceFileIds();
-        if (m_previous.file == 0 || m_previous.file > ids.size() || ids[m_previous.file - 1] < 0) {
-            return;
-        }
-        if (!m_helper.isLoadedAddress(m_previous.address)) {
-            return;
-        }
-        m_table.addLine(m_unit.header().offset, static_cast<unsigned int>(ids[m_previous.file - 1]),
-                        static_cast<unsigned int>(m_previous.line), static_cast<unsigned int>(m_previous.column), start,
-                        size, m_previous.discriminator);
-    }
-
-    DWARFCompilationUnit& m_unit;
-    LineTable& m_table;
-    IFileFormatHelper& m_helper;
-    RangeFilter* m_filter;
-    std::uint64_t m_bias;
-    LineRow m_previous;
-    bool m_hasPrevious = false;
-};
 
 /// Reads the length, and cuts the walker to it. True for 8-byte offsets.
 bool enterLineUnit(DwarfWalker& walker) {
@@ -222,7 +115,7 @@ bool enterLineUnit(DwarfWalker& walker) {
 }
 
 /// Reads what stands ahead of the program, and moves the walker to it.
-status_t readLineHeader(DwarfWalker& walker, bool is64, LineHeader& header, UnitFiles& files,
+status_t readLineHeader(DwarfWalker& walker, bool is64, LineHeader& header, LineFiles& files,
                         std::uint64_t& bytesRead) {
     std::uint64_t const begin = walker.offset();
     unsigned int version = 0;
@@ -264,7 +157,7 @@ status_t readLineHeader(DwarfWalker& walker, bool is64, LineHeader& header, Unit
         if (entry.name.empty()) {
             break;
         }
-        files.add(entry);
+        files.addFile(entry);
     }
     bytesRead = walker.offset() - begin;
     walker.seek(program);
@@ -273,37 +166,23 @@ status_t readLineHeader(DwarfWalker& walker, bool is64, LineHeader& header, Unit
 
 } // namespace
 
-status_t DWARFCompilationUnit::runLineProgramOnce(RangeFilter* filter) {
-    DWARFLineResolver* const resolver = m_loader->lineResolver();
-    DwarfWalker walker = m_loader->lineWalker(m_forms.addrSize);
-    if (!m_hasLineInfo || resolver == nullptr || !m_loader->hasDebugLine()) {
+status_t openLineProgram(DwarfUnit const& unit, LineFiles& files, LineHeader& header, DwarfWalker& program) {
+    DwarfReader& reader = unit.reader();
+    DwarfBudgets& budgets = reader.budgets();
+    program = reader.lineWalker(unit.forms().addrSize);
+    if (!unit.hasLineInfo() || !reader.hasDebugLine()) {
         return status_NoDebugInfo;
     }
-    if (m_lineOffset >= walker.size() || !m_loader->canReadLineHeader()) {
+    if (unit.lineOffset() >= program.size() || budgets.lineHeaderBytes.isSpent()) {
         return status_BadDebugInfo;
     }
-    walker.seek(m_lineOffset);
-    bool const is64 = enterLineUnit(walker);
-    LineHeader header;
-    UnitFiles files(*this, *resolver);
+    program.seek(unit.lineOffset());
+    bool const is64 = enterLineUnit(program);
     std::uint64_t headerBytes = 0;
-    status_t const status = readLineHeader(walker, is64, header, files, headerBytes);
-    m_loader->spendLineHeader(headerBytes);
-    if (status != status_Ok) {
-        return status;
-    }
+    status_t const status = readLineHeader(program, is64, header, files, headerBytes);
+    budgets.lineHeaderBytes.settle(headerBytes);
     // A unit whose program has been run for too many others keeps its files.
-    if (!m_loader->spendLineBytes(walker.remaining())) {
-        return status_BadDebugInfo;
-    }
-    LineMachine machine(walker, header);
-    Stretches stretches(*this, resolver->table(), *m_loader->fileFormatHelper(), filter);
-    auto const defineFile = [&](LineFileEntry const& entry) {
-        ORV_ASSERT(!entry.name.empty(), "fileName && strlen(fileName) > 0");
-        files.add(entry);
-    };
-    machine.run([&](LineState const& row) { stretches.add(row); }, defineFile);
-    return status_Ok;
+    return status == status_Ok && !budgets.lineBytes.spend(program.remaining()) ? status_BadDebugInfo : status;
 }
 
 } // namespace ORV_3_30

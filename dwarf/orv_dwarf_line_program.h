@@ -3,7 +3,7 @@
 /// Line number programs (DWARF version 4, 6.2).
 #pragma once
 
-#include "dwarf/orv_dwarf_walker.h"
+#include "dwarf/orv_dwarf_unit.h"
 
 #include <array>
 #include <cstdint>
@@ -32,6 +32,20 @@ struct LineFileEntry {
     enum class EmptyName { Ends, Counts };
     void read(DwarfWalker& walker, EmptyName empty);
 };
+
+/// Who keeps the file table of a unit.
+class LineFiles {
+public:
+    virtual void addDirectory(std::string_view directory) = 0;
+    virtual void addFile(LineFileEntry const& entry) = 0;
+
+protected:
+    ~LineFiles() = default;
+};
+
+/// Reads what stands ahead of a unit's program, and gives the program. status_NoDebugInfo for a unit without one,
+/// status_BadDebugInfo where it lies outside its section or costs too much, status_UnsupportedFileVersion above 4.
+status_t openLineProgram(DwarfUnit const& unit, LineFiles& files, LineHeader& header, DwarfWalker& program);
 
 /// The registers that a row of the table comes from.
 struct LineRow {

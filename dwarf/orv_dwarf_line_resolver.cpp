@@ -5,7 +5,7 @@
 
 #include "core/orv_trace.h"
 #include "dwarf/orv_dildwarf.h"
-#include "dwarf/orv_dwarf_unit.h"
+#include "dwarf/orv_dwarf_details.h"
 #include "symbols/orv_globalscope.h"
 
 #include <cstring>
@@ -95,7 +95,7 @@ int DWARFLineResolver::addFileIn(std::uint32_t directory, std::string_view name,
     }
     std::string const& parent = *m_directoryNames[directory];
     int id = -1;
-    if (m_loader->spendTextBytes(parent.size() + name.size())) {
+    if (m_loader->reader().budgets().textBytes.spend(parent.size() + name.size())) {
         std::string path = parent;
         if (!path.empty() && path.back() != '/') {
             path += '/';

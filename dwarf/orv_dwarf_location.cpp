@@ -4,13 +4,14 @@
 #include "dwarf/orv_dwarf_location.h"
 
 #include "core/orv_trace.h"
-#include "dwarf/orv_dildwarf.h"
+#include "dwarf/orv_dwarf_reader.h"
 
 namespace ORV_3_30 {
 namespace {
 
 constexpr unsigned int k_stackPointer = 0;
 constexpr unsigned int k_framePointer = 1;
+constexpr std::uint64_t k_entryCost = 16; ///< Of a list.
 
 /// The registers are those of 32-bit and 64-bit x86 together: 4 and 7 the stack pointers, 5 and 6 the frame
 /// pointers. A plain register gives its content: it is the frame base that is looked for.
@@ -35,19 +36,20 @@ std::uint64_t evaluate(DwarfWalker expression, unsigned int addrSize, StackFrame
 }
 
 /// Finds the entry of a location list that holds pc.
-bool findEntry(DWARFCompilationUnit& unit, AttrBinding const* locOffsetAttr, unsigned long long pc, DwarfWalker& out) {
+bool findEntry(DwarfUnit& unit, AttrValue const* locOffsetAttr, unsigned long long pc, Budget& search,
+               DwarfWalker& out) {
     if (!ORV_ASSERT(locOffsetAttr != nullptr, "locOffsetAttr")) {
         return false;
     }
     unsigned int const addrSize = unit.forms().addrSize;
-    DwarfWalker walker = unit.loader()->locationsWalker(addrSize);
+    DwarfWalker walker = unit.reader().locationsWalker(addrSize);
     if (locOffsetAttr->value >= walker.size() || !ORV_ASSERT(addrSize == 4 || addrSize == 8, "false")) {
         return false;
     }
     walker.seek(locOffsetAttr->value);
     std::uint64_t const selectsBase = addrSize == 4 ? 0xFFFFFFFF : ~std::uint64_t{0};
     std::uint64_t base = unit.baseAddress();
-    while (walker.remaining() >= 2 * addrSize && unit.loader()->spendLocation()) {
+    while (walker.remaining() >= 2 * addrSize && search.spend(k_entryCost)) {
         std::uint64_t const first = walker.address();
         std::uint64_t const second = walker.address();
         if (first == 0 && second == 0) {
@@ -72,13 +74,14 @@ bool findEntry(DWARFCompilationUnit& unit, AttrBinding const* locOffsetAttr, uns
 
 } // namespace
 
-std::uint64_t locationIn(DWARFCompilationUnit& unit, AttrBinding const& location, StackFrame const& frame) {
+std::uint64_t locationIn(DwarfUnit& unit, AttrValue const& location, StackFrame const& frame, Budget& search) {
     switch (location.form) {
     case DW_FORM_sec_offset:
     case DW_FORM_data8: {
         DwarfWalker expression;
-        return findEntry(unit, &location, frame.pc, expression) ? evaluate(expression, expression.addrSize(), frame)
-                                                                : 0;
+        return findEntry(unit, &location, frame.pc, search, expression)
+                   ? evaluate(expression, expression.addrSize(), frame)
+                   : 0;
     }
     // A block that stands in the entry itself knows no address size: its call frame is the frame pointer.
     case DW_FORM_block: return evaluate(DwarfWalker(location.data, location.value, 0), 0, frame);

@@ -17,7 +17,8 @@ struct StackFrame {
 };
 
 /// The address that a location gives in a frame: of a location list the entry for pc, of a block its first
-/// operation. 0 for other forms, DW_FORM_exprloc among them, without an entry, and for other operations.
-std::uint64_t locationIn(DWARFCompilationUnit& unit, AttrBinding const& location, StackFrame const& frame);
+/// operation. search: pays for the list, which many variables may share. 0 for other forms, DW_FORM_exprloc among them,
+/// without an entry, and for other operations.
+std::uint64_t locationIn(DwarfUnit& unit, AttrValue const& location, StackFrame const& frame, Budget& search);
 
 } // namespace ORV_3_30

@@ -3,7 +3,7 @@
 // Members of structures (DWARF version 4, 5.5.6), one level at a time.
 #include "dwarf/orv_dwarf_members.h"
 
-#include "dwarf/orv_dildwarf.h"
+#include "dwarf/orv_dwarf_reader.h"
 #include "dwarf/orv_dwarf_types.h"
 
 #include <algorithm>
@@ -18,7 +18,7 @@ constexpr unsigned int k_deepestMember = 64;
 constexpr std::uint64_t k_leastEntry = 16;
 
 /// Where a member stands in its structure. False if that is not told in a way that is known.
-bool memberOffset(AttrBinding const& location, std::uint64_t& out) {
+bool memberOffset(AttrValue const& location, std::uint64_t& out) {
     switch (location.form) {
     case DW_FORM_sdata:
     case DW_FORM_udata:
@@ -37,51 +37,51 @@ bool memberOffset(AttrBinding const& location, std::uint64_t& out) {
 }
 
 /// Shows a visitor the entries in the type at an offset.
-void visitType(DWARFCompilationUnit& asked, std::uint64_t typeOffset, DIEVisitor& visitor) {
-    DWARFCompilationUnit* const unit = asked.holds(typeOffset) ? &asked : asked.loader()->findUnitByOffset(typeOffset);
+void visitType(DwarfUnit& asked, std::uint64_t typeOffset, DIEVisitor& visitor, Budget& search) {
+    DwarfUnit* const unit = asked.reader().findUnitByOffset(asked, typeOffset);
     if (unit == nullptr) {
         return;
     }
     DwarfWalker walker = unit->unitWalker();
     walker.seek(typeOffset);
-    AttrBindings type(unit, nullptr);
-    if (type.readDie(walker) && type.getHasChildren() != 0) {
-        visitEntries(*unit, walker, VisitDepth::OneLevel, visitor);
+    AbbrevEntry const* const type = unit->abbrevs().find(walker.unsignedLeb());
+    std::uint64_t sibling = 0;
+    if (type != nullptr && unit->skipEntry(walker, *type, sibling) && type->hasChildren != 0) {
+        visitEntries(*unit, walker, VisitDepth::OneLevel, visitor, search);
     }
 }
 
 } // namespace
 
-bool StructMemberVisitor::visit(DWARFCompilationUnit& unit, AttrBindings& die) {
-    if (!unit.loader()->spendSearchBytes(k_leastEntry)) {
+bool StructMemberVisitor::visit(DwarfUnit& unit, AttrBindings& die) {
+    if (!m_search.spend(k_leastEntry)) {
         return false;
     }
     if (die.tag() != DW_TAG_member) {
         return true;
     }
-    AttrBinding const* const name = die.attribute(DW_AT_name);
-    AttrBinding const* const location = die.attribute(DW_AT_data_member_location);
-    AttrBinding const* const type = die.attribute(DW_AT_type);
+    char const* const name = die.name();
+    AttrValue const* const location = die.attribute(DieAttributes::slot_MemberLocation);
+    AttrValue const* const type = die.attribute(DieAttributes::slot_Type);
     std::uint64_t offset = 0;
-    if (name == nullptr || name->data == nullptr || location == nullptr || !memberOffset(*location, offset)) {
+    if (name == nullptr || location == nullptr || !memberOffset(*location, offset)) {
         return true;
     }
     TypeInfo info{};
-    bool const isSized = type != nullptr && lookUpType(unit, type->value, info);
+    bool const isSized = type != nullptr && lookUpType(unit, type->value, m_search, info);
     unsigned long long const start = m_start + offset;
     std::uint64_t const size = isSized ? info.size : 0;
-    auto const* const text = reinterpret_cast<char const*>(name->data);
     if (m_all != nullptr) {
-        if (!unit.loader()->spendMember()) {
+        if (!unit.reader().budgets().members.spend(1)) {
             return false;
         }
-        m_all->emplace(start, StructMember{text, std::max(start, start + size), die.offset()});
+        m_all->emplace(start, StructMember{name, std::max(start, start + size), die.offset()});
         return true;
     }
     if (start > m_target || m_target - start >= size) {
         return true;
     }
-    m_found = {text, start, type != nullptr ? type->value : 0, info.tag};
+    m_found = {name, start, type != nullptr ? type->value : 0, info.tag};
     return false;
 }
 
@@ -99,11 +99,11 @@ bool leadsToMembers(std::uint32_t typeTag) {
     }
 }
 
-StructMembers membersOf(DWARFCompilationUnit& unit, std::uint64_t typeOffset, unsigned long long start,
-                        unsigned long long end) {
+StructMembers membersOf(DwarfUnit& unit, std::uint64_t typeOffset, unsigned long long start, unsigned long long end,
+                        Budget& search) {
     StructMembers members;
-    StructMemberVisitor visitor(start, members);
-    visitType(unit, typeOffset, visitor);
+    StructMemberVisitor visitor(start, members, search);
+    visitType(unit, typeOffset, visitor, search);
     if (!members.empty()) {
         auto const last = std::prev(members.end());
         last->second.end = std::max(last->first, std::min(last->second.end, end));
@@ -111,11 +111,11 @@ StructMembers membersOf(DWARFCompilationUnit& unit, std::uint64_t typeOffset, un
     return members;
 }
 
-void appendMemberNames(DWARFCompilationUnit& unit, std::uint64_t typeOffset, unsigned long long start,
-                       unsigned long long target, std::string& name) {
+void appendMemberNames(DwarfUnit& unit, std::uint64_t typeOffset, unsigned long long start, unsigned long long target,
+                       Budget& search, std::string& name) {
     for (unsigned int depth = 0; depth < k_deepestMember; ++depth) {
-        StructMemberVisitor visitor(start, target);
-        visitType(unit, typeOffset, visitor);
+        StructMemberVisitor visitor(start, target, search);
+        visitType(unit, typeOffset, visitor, search);
         StructMemberVisitor::Found const& member = visitor.found();
         if (member.name == nullptr) {
             return;

@@ -22,11 +22,13 @@ using StructMembers = std::map<unsigned long long, StructMember>; ///< By start;
 class StructMemberVisitor final : public DIEVisitor {
 public:
     /// Finds the member at target of a variable that starts at an address.
-    StructMemberVisitor(unsigned long long start, unsigned long long target) : m_start(start), m_target(target) {}
+    StructMemberVisitor(unsigned long long start, unsigned long long target, Budget& search)
+        : m_search(search), m_start(start), m_target(target) {}
     /// Lists the members.
-    StructMemberVisitor(unsigned long long start, StructMembers& all) : m_start(start), m_all(&all) {}
+    StructMemberVisitor(unsigned long long start, StructMembers& all, Budget& search)
+        : m_search(search), m_start(start), m_all(&all) {}
 
-    bool visit(DWARFCompilationUnit& unit, AttrBindings& die) override;
+    bool visit(DwarfUnit& unit, AttrBindings& die) override;
 
     /// The member that was found; its name is null without one.
     struct Found {
@@ -38,6 +40,7 @@ public:
     Found const& found() const { return m_found; }
 
 private:
+    Budget& m_search;
     unsigned long long m_start;
     unsigned long long m_target = 0;
     StructMembers* m_all = nullptr;
@@ -48,10 +51,10 @@ private:
 /// what only adds a property to one.
 bool leadsToMembers(std::uint32_t typeTag);
 /// The members of a variable over [start, end) of the type at an offset. The last one ends with the variable.
-StructMembers membersOf(DWARFCompilationUnit& unit, std::uint64_t typeOffset, unsigned long long start,
-                        unsigned long long end);
+StructMembers membersOf(DwarfUnit& unit, std::uint64_t typeOffset, unsigned long long start, unsigned long long end,
+                        Budget& search);
 /// Adds "::" and the name of the member at target, and of the member in that one, as far as there is one.
-void appendMemberNames(DWARFCompilationUnit& unit, std::uint64_t typeOffset, unsigned long long start,
-                       unsigned long long target, std::string& name);
+void appendMemberNames(DwarfUnit& unit, std::uint64_t typeOffset, unsigned long long start, unsigned long long target,
+                       Budget& search, std::string& name);
 
 } // namespace ORV_3_30

@@ -8,9 +8,9 @@
 namespace ORV_3_30 {
 namespace {
 
-OriginFacts readFacts(DWARFCompilationUnit& asking, std::uint64_t offset) {
+OriginFacts readFacts(DwarfUnit& asking, std::uint64_t offset, Budget& search) {
     OriginFacts facts;
-    DieChain chain;
+    DieChain chain(search);
     if (chain.startAtOrigin(asking, offset)) {
         facts.name = chain.symbolName();
         facts.isExternal = chain.find(DieAttributes::slot_External) != nullptr;
@@ -29,7 +29,7 @@ OriginFacts readFacts(DWARFCompilationUnit& asking, std::uint64_t offset) {
 
 } // namespace
 
-OriginFacts OriginTable::factsOf(DWARFCompilationUnit& asking, std::uint64_t offset) {
+OriginFacts OriginTable::factsOf(DwarfUnit& asking, std::uint64_t offset, Budget& search) {
     constexpr std::uint64_t k_mix = 0x9E3779B97F4A7C15; // entries stand at all distances
     Shelf& shelf = m_shelves[(offset * k_mix >> 32) % m_shelves.size()];
     std::lock_guard<std::mutex> const guard(shelf.lock);
@@ -37,7 +37,7 @@ OriginFacts OriginTable::factsOf(DWARFCompilationUnit& asking, std::uint64_t off
     if (known != shelf.facts.end()) {
         return known->second;
     }
-    OriginFacts const facts = readFacts(asking, offset);
+    OriginFacts const facts = readFacts(asking, offset, search);
     if (!facts.isCut) { // otherwise another question may get further
         shelf.facts.emplace(offset, facts);
     }

@@ -10,7 +10,8 @@
 
 namespace ORV_3_30 {
 
-class DWARFCompilationUnit;
+class Budget;
+class DwarfUnit;
 
 /// What an origin tells, with its own origins.
 struct OriginFacts {
@@ -25,7 +26,7 @@ struct OriginFacts {
 class OriginTable {
 public:
     /// Of the entry at an offset in .debug_info, asked for from a unit. Nothing for an entry that can't be read.
-    OriginFacts factsOf(DWARFCompilationUnit& asking, std::uint64_t offset);
+    OriginFacts factsOf(DwarfUnit& asking, std::uint64_t offset, Budget& search);
 
 private:
     /// Threads that read different functions seldom meet in one.

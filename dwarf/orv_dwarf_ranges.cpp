@@ -4,30 +4,49 @@
 #include "dwarf/orv_dwarf_ranges.h"
 
 #include "core/orv_trace.h"
-#include "dwarf/orv_dildwarf.h"
+#include "dwarf/orv_dwarf_reader.h"
 #include "orv/orv_dwarf.h"
 
 #include <algorithm>
 
 namespace ORV_3_30 {
 
-std::uint64_t readRanges(DWARFCompilationUnit const& unit, AttrValue const* rangesAttr,
-                         std::uint64_t const* baseOverride, AddressPairs& out) {
+namespace dwarf_utils {
+
+void calculateHighLowAdresses(AttrBinding const* low, AttrBinding const* high, unsigned long long& outLow,
+                              unsigned long long& outHigh) {
+    outLow = low != nullptr ? low->value : 0;
+    outHigh = outLow;
+    if (high == nullptr) {
+        return;
+    }
+    bool const isAddress = high->form == DW_FORM_addr;
+    outHigh = isAddress ? high->value : outLow + high->value;
+    if (low == nullptr && isAddress) {
+        outLow = outHigh;
+    }
+}
+
+} // namespace dwarf_utils
+
+std::uint64_t readRanges(DwarfUnit const& unit, AttrValue const* rangesAttr, std::uint64_t const* baseOverride,
+                         AddressPairs& out) {
     if (!ORV_ASSERT(rangesAttr != nullptr, "rangesAttr")) {
         return 0;
     }
     unsigned int const addrSize = unit.forms().addrSize;
-    DwarfWalker walker = unit.loader()->rangesWalker(addrSize);
+    DwarfWalker walker = unit.reader().rangesWalker(addrSize);
     if (rangesAttr->value >= walker.size() || (addrSize != 4 && addrSize != 8)) {
         return 0;
     }
     walker.seek(rangesAttr->value);
     std::uint64_t const selectsBase = addrSize == 4 ? 0xFFFFFFFF : ~std::uint64_t{0};
+    Budget& budget = unit.reader().budgets().rangePairs;
     std::uint64_t base = unit.baseAddress();
     std::uint64_t lowest = ~std::uint64_t{0};
     bool hasSelected = false;
     bool isWhole = false;
-    while (walker.remaining() >= 2 * addrSize && unit.loader()->spendRangePair()) {
+    while (walker.remaining() >= 2 * addrSize && budget.spend(1)) {
         std::uint64_t const first = walker.address();
         std::uint64_t const second = walker.address();
         if (first == 0 && second == 0) {

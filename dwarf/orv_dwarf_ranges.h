@@ -15,8 +15,8 @@ using AddressPairs = std::vector<std::pair<unsigned long long, unsigned long lon
 /// Reads the list that an attribute names into pairs of start and end. Returns the lowest address; 0 if
 /// the list lies outside its section. The base override, if not null, is for units of one compiler,
 /// which select a base in inlined code and then go on with whole addresses.
-std::uint64_t readRanges(DWARFCompilationUnit const& unit, AttrValue const* rangesAttr,
-                         std::uint64_t const* baseOverride, AddressPairs& out);
+std::uint64_t readRanges(DwarfUnit const& unit, AttrValue const* rangesAttr, std::uint64_t const* baseOverride,
+                         AddressPairs& out);
 
 /// The range that low_pc and high_pc stand for, either of which may be null. False if both are, or if the end lies
 /// below the start.

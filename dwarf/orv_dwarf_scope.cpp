@@ -7,8 +7,8 @@
 #include "dwarf/orv_dildwarf.h"
 #include "dwarf/orv_dwarf_inline.h"
 #include "dwarf/orv_dwarf_members.h"
+#include "dwarf/orv_dwarf_symbols.h"
 #include "dwarf/orv_dwarf_types.h"
-#include "dwarf/orv_dwarf_walk.h"
 #include "lines/orv_caller_lines.h"
 #include "lines/orv_source.h"
 #include "symbols/orv_symbolrange.h"
@@ -18,39 +18,35 @@
 #include <mutex>
 
 namespace ORV_3_30 {
-namespace {
-
-std::uint64_t numberOf(AttrBindings& die, unsigned int attr) {
-    AttrBinding const* const binding = die.attribute(attr);
-    return binding != nullptr ? binding->value : 0;
-}
-
-} // namespace
 
 // --- DeclLocation
 
 bool DeclLocation::readDeclaration(DWARFCompilationUnit& unit, std::uint64_t dieOffset, DeclLocation& out) {
-    DwarfWalker walker = unit.sectionWalker();
+    DwarfUnit& entries = unit.entries();
+    DwarfWalker walker = entries.sectionWalker();
     walker.seek(dieOffset);
-    AttrBindings entry(&unit, nullptr);
-    entry.readDie(walker);
-    AttrBindings* const die = entry.tag() == DW_TAG_inlined_subroutine ? entry.resolveOrigin() : &entry;
-    if (die == nullptr || numberOf(*die, DW_AT_decl_file) == 0 || numberOf(*die, DW_AT_decl_line) == 0) {
+    Budget search("origins of a declaration", entries.reader().budgets().searchBytes());
+    AttrBindings die(search);
+    die.readDie(entries, walker);
+    if (die.tag() == DW_TAG_inlined_subroutine && !die.resolveOrigin()) {
         return false;
     }
     // The number is one of the table of the unit that has it: an origin may stand in another one.
-    out = {numberOf(*die, DW_AT_decl_file), numberOf(*die, DW_AT_decl_line), numberOf(*die, DW_AT_decl_column),
-           numberOf(*die, DW_AT_GNU_discriminator), die->holderOf(DW_AT_decl_file)->unit()};
-    return true;
+    DwarfUnit* holder = &entries;
+    AttrValue const* const file = die.attribute(DieAttributes::slot_DeclFile, holder);
+    out = {file != nullptr ? file->value : 0, die.number(DieAttributes::slot_DeclLine),
+           die.number(DieAttributes::slot_DeclColumn), die.number(DieAttributes::slot_Discriminator),
+           &unit.loader().viewOf(*holder)};
+    return out.isKnown();
 }
 
 int DeclLocation::sourceFileId() const {
-    DWARFLineResolver* const resolver = unit->loader()->lineResolver();
+    DWARFLineResolver* const resolver = unit->loader().lineResolver();
     return resolver != nullptr ? resolver->fileIdOfNumber(file, *unit) : -1;
 }
 
 SourceLocation* DeclLocation::locationIn(int fileId, unsigned long long unitKey) const {
-    return new SourceLocation(unit->loader()->lineResolver(),
+    return new SourceLocation(unit->loader().lineResolver(),
                               {unitKey, static_cast<unsigned int>(fileId), static_cast<unsigned int>(line),
                                static_cast<unsigned int>(column), extra});
 }
@@ -58,7 +54,7 @@ SourceLocation* DeclLocation::locationIn(int fileId, unsigned long long unitKey)
 // --- DWARFSymbol
 
 DWARFSymbol::DWARFSymbol(DWARFCompilationUnit& unit, std::uint64_t dieOffset, MergeSide const& symbol, Scope* scope)
-    : Symbol(unit.loader()->moduleLoader(), SymbolName::borrowed(symbol.name), symbol.firstStart, scope,
+    : Symbol(unit.loader().moduleLoader(), SymbolName::borrowed(symbol.name), symbol.firstStart, scope,
              symbol.visibility, symbol.kind, unit.id()),
       m_unit(unit), m_dieOffset(dieOffset) {}
 
@@ -107,7 +103,7 @@ int DWARFSymbol::fileIdAtAddress() {
     // to ask them too would lead from one to the next, and back.
     SrcLocator row{};
     unsigned long long unit = 0;
-    DWARFLineResolver& resolver = *m_unit.loader()->lineResolver();
+    DWARFLineResolver& resolver = *m_unit.loader().lineResolver();
     bool const isFound =
         resolver.table().latestAt({compUnitId(), k_allFiles, addressValue(), addressValue()}, row, unit);
     bool const hasFile = isFound && ORV_ASSERT(resolver.sourceFileById(row.fileId) != nullptr, "srcFile != 0L");
@@ -121,7 +117,7 @@ bool DWARFSymbol::linesOfFile(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceL
     if (fileId < 0) {
         return false;
     }
-    out = new SymbolSourceLineIterator(*scope(), m_unit.loader()->lineResolver()->table(),
+    out = new SymbolSourceLineIterator(*scope(), m_unit.loader().lineResolver()->table(),
                                        {compUnitId(), static_cast<unsigned int>(fileId), start, end});
     return static_cast<bool>(out->current());
 }
@@ -129,7 +125,7 @@ bool DWARFSymbol::linesOfFile(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceL
 void DWARFSymbol::sourceLinesIn(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out, unsigned long long start,
                                 unsigned long long end) {
     out = nullptr;
-    if (owner() == nullptr || scope() == nullptr || m_unit.loader()->lineResolver() == nullptr) {
+    if (owner() == nullptr || scope() == nullptr || m_unit.loader().lineResolver() == nullptr) {
         return;
     }
     bool const isFound = !scope()->ranges().empty() && (linesOfFile(out, declaredFileId(), start, end) ||
@@ -140,7 +136,7 @@ void DWARFSymbol::sourceLinesIn(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourc
 }
 
 bool DWARFSymbol::latestLineAt(RowsAtAddress const& rows, SrcLocator& row) {
-    if (owner() == nullptr || scope() == nullptr || m_unit.loader()->lineResolver() == nullptr) {
+    if (owner() == nullptr || scope() == nullptr || m_unit.loader().lineResolver() == nullptr) {
         return false;
     }
     auto const find = [&](int fileId) {
@@ -150,20 +146,20 @@ bool DWARFSymbol::latestLineAt(RowsAtAddress const& rows, SrcLocator& row) {
 }
 
 void DWARFSymbol::sourceLines(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out) {
-    if (owner() != nullptr && m_unit.loader()->lineResolver() != nullptr) {
-        m_unit.loader()->lineResolver()->ensureLines(nullptr);
+    if (owner() != nullptr && m_unit.loader().lineResolver() != nullptr) {
+        m_unit.loader().lineResolver()->ensureLines(nullptr);
     }
     sourceLinesIn(out, 0, ~0ULL);
 }
 
 void DWARFSymbol::sourceLineByAddress(SymMgrObjectPtr<ISourceLine>& out, IAddress* address) {
     out = nullptr;
-    if (address == nullptr || owner() == nullptr || m_unit.loader()->lineResolver() == nullptr) {
+    if (address == nullptr || owner() == nullptr || m_unit.loader().lineResolver() == nullptr) {
         return;
     }
     SymMgrObjectPtr<ISourceLocation> location;
-    m_unit.loader()->lineResolver()->sourceLocationByAddress(location, address->pseudoAddr(), compUnitId(), scope(),
-                                                             nullptr);
+    m_unit.loader().lineResolver()->sourceLocationByAddress(location, address->pseudoAddr(), compUnitId(), scope(),
+                                                            nullptr);
     if (location) {
         out = new SourceLine(owner(), location.get(), address->pseudoAddr(), address->pseudoAddr());
     }
@@ -172,7 +168,7 @@ void DWARFSymbol::sourceLineByAddress(SymMgrObjectPtr<ISourceLine>& out, IAddres
 // --- DWARFScope
 
 DWARFScope::DWARFScope(DWARFCompilationUnit& unit, std::uint64_t dieOffset, Scope* parent)
-    : SymbolScope(unit.loader()->moduleLoader(), parent), m_unit(unit), m_dieOffset(dieOffset) {}
+    : SymbolScope(unit.loader().moduleLoader(), parent), m_unit(unit), m_dieOffset(dieOffset) {}
 
 /// Read without the load lock: threads that ask for different functions read at the same time.
 InlineTree const& DWARFScope::tree() {
@@ -181,10 +177,8 @@ InlineTree const& DWARFScope::tree() {
     }
     static auto& locks = *new std::array<std::mutex, 64>; // never destroyed, as a client may go on until the very end
     std::mutex& lock = locks[reinterpret_cast<std::uintptr_t>(this) / sizeof(*this) % locks.size()];
-    return m_ownTree.get(lock, [this] {
-        m_unit.loader()->refillScopeBudgets();
-        return std::make_unique<InlineTree>(m_unit, m_dieOffset, firstStart());
-    });
+    return m_ownTree.get(lock,
+                         [this] { return std::make_unique<InlineTree>(m_unit.entries(), m_dieOffset, firstStart()); });
 }
 
 bool DWARFScope::innermostInlinedAt(unsigned long long address, InlinedCall& out) {
@@ -227,28 +221,29 @@ bool DWARFScope::callOf(InlinedCall const& call, CallPlace& out) {
     if (id < 0) {
         return false;
     }
-    out = {m_unit.loader()->lineResolver()->sourceFileById(static_cast<unsigned int>(id)),
+    out = {m_unit.loader().lineResolver()->sourceFileById(static_cast<unsigned int>(id)),
            static_cast<unsigned int>(place.line), static_cast<unsigned int>(place.column), place.extra};
     return out.file != nullptr;
 }
 
 status_t DWARFScope::loadKinds(unsigned int mask) {
-    DwarfWalker walker = m_unit.unitWalker();
+    DwarfWalker walker = m_unit.entries().unitWalker();
     walker.seek(m_dieOffset);
-    AbbrevEntry const* const entry = m_unit.abbrevs().find(walker.unsignedLeb());
+    AbbrevEntry const* const entry = m_unit.entries().abbrevs().find(walker.unsignedLeb());
     if (entry == nullptr) {
         return status_NoDebugInfo;
     }
+    m_unit.loader().refillSearch();
     if ((mask & symbol_kind_Data) != 0 && (entry->tag == DW_TAG_variable || entry->tag == DW_TAG_member)) {
         return loadMembers();
     }
     if (entry->hasChildren == 0) {
         return status_Ok;
     }
-    DieTreeWalk walk(*m_unit.loader(), {nullptr, nullptr, this});
+    DieTreeWalk walk(m_unit.loader(), {nullptr, nullptr, this});
     if (entry->tag == DW_TAG_label || entry->tag == DW_TAG_variable) {
         // Labels may lie in labels: what is kept would be so at each level.
-        walk.walkLevel(*this, InlineTree(m_unit, m_dieOffset, firstStart()), InlineTree::k_root, mask);
+        walk.walkLevel(*this, InlineTree(m_unit.entries(), m_dieOffset, firstStart()), InlineTree::k_root, mask);
     } else {
         walk.walkLevel(*this, tree(), m_level, mask);
     }
@@ -256,25 +251,24 @@ status_t DWARFScope::loadKinds(unsigned int mask) {
 }
 
 status_t DWARFScope::loadMembers() {
-    m_unit.loader()->refillScopeBudgets();
-    DieChain chain;
-    DWARFCompilationUnit* unit = &m_unit;
-    AttrValue const* const type = m_unit.readEntry(m_dieOffset, chain.start(m_unit, m_dieOffset))
+    DWARFDebugInfoLoader& loader = m_unit.loader();
+    DwarfUnit* unit = &m_unit.entries();
+    DieChain chain(loader.search());
+    AttrValue const* const type = unit->readEntry(m_dieOffset, chain.start(*unit, m_dieOffset))
                                       ? chain.find(DieAttributes::slot_Type, unit)
                                       : nullptr;
     TypeInfo info{};
-    if (type == nullptr || !lookUpType(*unit, type->value, info) || !leadsToMembers(info.tag)) {
+    if (type == nullptr || !lookUpType(*unit, type->value, loader.search(), info) || !leadsToMembers(info.tag)) {
         return status_Ok;
     }
-    for (auto const& [start, member] : membersOf(*unit, info.structOffset, firstStart(), lastEnd())) {
-        ownTable().addSymbol(*m_unit.loader(),
-                             {member.name, start, member.end, false, symbol_visibility_Local, symbol_kind_Data},
+    for (auto const& [start, member] : membersOf(*unit, info.structOffset, firstStart(), lastEnd(), loader.search())) {
+        ownTable().addSymbol(loader, {member.name, start, member.end, false, symbol_visibility_Local, symbol_kind_Data},
                              member.dieOffset);
     }
     return status_Ok;
 }
 
-IScopeMaker& DWARFScope::maker() { return *m_unit.loader(); }
+IScopeMaker& DWARFScope::maker() { return m_unit.loader(); }
 
 void DWARFScope::takeIn(MergeSide const& other, unsigned int flags, Scope* whole) {
     if ((flags & merge_TakeName) != 0 && whole != nullptr) {

@@ -4,8 +4,8 @@
 #pragma once
 
 #include "core/orv_once.h"
+#include "dwarf/orv_dwarf_details.h"
 #include "dwarf/orv_dwarf_inline_tree.h"
-#include "dwarf/orv_dwarf_unit.h"
 #include "symbols/orv_scope.h"
 
 #include <atomic>
@@ -19,8 +19,8 @@ struct DeclLocation {
     std::uint64_t file; ///< Number in the unit's line table.
     std::uint64_t line;
     std::uint64_t column;
-    std::uint64_t extra; ///< Discriminator.
-    DWARFCompilationUnit* unit;
+    std::uint64_t extra;        ///< Discriminator.
+    DWARFCompilationUnit* unit; ///< Whose table it is.
 
     /// Of the declaration of the entry at an offset; for an inlined body, of what is inlined. The attributes
     /// are looked for through the origin. False where file or line is not known.

@@ -26,30 +26,29 @@ bool isHeld(SymMgrObjectPtr<DWARFSymbol> const& symbol) {
 
 } // namespace
 
-bool StackVariableVisitor::visit(DWARFCompilationUnit& unit, AttrBindings& die) {
+bool StackVariableVisitor::visit(DwarfUnit& unit, AttrBindings& die) {
     if (die.tag() != DW_TAG_variable) {
         return true;
     }
-    AttrBinding const* const name = die.attribute(DW_AT_name);
-    AttrBinding const* const location = die.attribute(DW_AT_location);
+    AttrValue const* const location = die.attribute(DieAttributes::slot_Location);
     if (location == nullptr) {
         return true;
     }
-    std::uint64_t const address = locationIn(unit, *location, m_frame);
-    AttrBinding const* const type = die.attribute(DW_AT_type);
+    std::uint64_t const address = locationIn(unit, *location, m_frame, m_loader.search());
+    AttrValue const* const type = die.attribute(DieAttributes::slot_Type);
     TypeInfo info{0, ~std::uint64_t{0}, 0, false, false};
-    bool const isSized = type != nullptr && lookUpType(unit, type->value, info);
+    bool const isSized = type != nullptr && lookUpType(unit, type->value, m_loader.search(), info);
     std::uint64_t const size = isSized ? info.size : 1;
     if (address > m_targetAddress || m_targetAddress - address >= size) {
         return true;
     }
-    bool const isNamed = name != nullptr && name->data != nullptr;
-    std::string text = isNamed ? reinterpret_cast<char const*>(name->data) : "";
+    char const* const name = die.name();
+    std::string text = name != nullptr ? name : "";
     if (isSized && info.structOffset != ~std::uint64_t{0}) {
-        appendMemberNames(unit, info.structOffset, address, m_targetAddress, text);
+        appendMemberNames(unit, info.structOffset, address, m_targetAddress, m_loader.search(), text);
     }
     MergeSide const symbol{"", 0, 0, false, symbol_visibility_Local, symbol_kind_Data};
-    m_resultSymbol = new DWARFSymbol(unit, die.offset(), symbol, nullptr);
+    m_resultSymbol = new DWARFSymbol(m_loader.viewOf(unit), die.offset(), symbol, nullptr);
     m_resultSymbol->setName(text.c_str());
     m_isInteger = isSized && info.isInteger;
     return false;
@@ -141,40 +140,36 @@ status_t DWARFDebugInfoLoader::searchStack(ISymbol* symbol, unsigned long long p
     }
     auto* const function = dynamic_cast<DWARFSymbol*>(symbol);
     auto* const scope = function != nullptr ? dynamic_cast<DWARFScope*>(function->scope()) : nullptr;
-    if (scope == nullptr || scope->unit().loader() != this) {
+    if (scope == nullptr || &scope->unit().loader() != this) {
         return status_Fail;
     }
     LockGuard loads(scope->rootLoadLock()); // types and budgets are theirs
-    refillScopeBudgets();
-    DWARFCompilationUnit& unit = scope->unit();
+    refillSearch();
+    DwarfUnit& unit = scope->unit().entries();
     DwarfWalker walker = unit.unitWalker();
     walker.seek(scope->dieOffset());
-    AttrBindings die(&unit, nullptr);
-    die.readDie(walker);
+    AttrBindings die(m_search);
+    die.readDie(unit, walker);
     if (die.tag() != DW_TAG_subprogram) {
         ORV_WARN("Expecting DW_TAG_subprogram, got " << die.tag());
         return status_Fail;
     }
     // Both as they stand: a high end that is a distance from low is not taken for one.
-    AttrBinding const* const lowValue = die.attribute(DW_AT_low_pc);
-    AttrBinding const* const highValue = die.attribute(DW_AT_high_pc);
-    unsigned long long const low = lowValue != nullptr ? lowValue->value : 0;
-    unsigned long long const high = highValue != nullptr ? highValue->value : 0;
+    unsigned long long const low = die.number(DieAttributes::slot_LowPc);
+    unsigned long long const high = die.number(DieAttributes::slot_HighPc);
     if (pc < low || pc > high) {
-        AttrBinding const* const name = die.attribute(DW_AT_name);
-        bool const isNamed = name != nullptr && name->data != nullptr;
-        ORV_WARN("Address range did not match subprogram,  address:"
-                 << pc << " low: " << low << " high: " << high
-                 << " func: " << (isNamed ? reinterpret_cast<char const*>(name->data) : ""));
+        char const* const name = die.name();
+        ORV_WARN("Address range did not match subprogram,  address:" << pc << " low: " << low << " high: " << high
+                                                                     << " func: " << (name != nullptr ? name : ""));
         return status_Fail;
     }
     StackFrame frame{pc, context, 0};
-    if (AttrBinding const* const base = die.attribute(DW_AT_frame_base)) {
-        frame.base = locationIn(unit, *base, frame);
+    if (AttrValue const* const base = die.attribute(DieAttributes::slot_FrameBase)) {
+        frame.base = locationIn(unit, *base, frame, m_search);
     }
-    StackVariableVisitor visitor(frame, address);
+    StackVariableVisitor visitor(*this, frame, address);
     if (die.getHasChildren() != 0) {
-        visitEntries(unit, walker, VisitDepth::AllLevels, visitor);
+        visitEntries(unit, walker, VisitDepth::AllLevels, visitor, m_search);
     }
     if (!visitor.resultSymbol()) {
         return status_False;

@@ -16,10 +16,10 @@ namespace ORV_3_30 {
 /// Takes the first variable in the order of the file that holds the address, in whichever block it stands.
 class StackVariableVisitor final : public DIEVisitor {
 public:
-    StackVariableVisitor(StackFrame const& frame, unsigned long long targetAddress)
-        : m_frame(frame), m_targetAddress(targetAddress) {}
+    StackVariableVisitor(DWARFDebugInfoLoader& loader, StackFrame const& frame, unsigned long long targetAddress)
+        : m_loader(loader), m_frame(frame), m_targetAddress(targetAddress) {}
 
-    bool visit(DWARFCompilationUnit& unit, AttrBindings& die) override;
+    bool visit(DwarfUnit& unit, AttrBindings& die) override;
 
     /// The variable, with the member in its name where one holds the address. Null if none was found.
     SymMgrObjectPtr<DWARFSymbol> const& resultSymbol() const { return m_resultSymbol; }
@@ -27,6 +27,7 @@ public:
     bool isInteger() const { return m_isInteger; }
 
 private:
+    DWARFDebugInfoLoader& m_loader;
     StackFrame m_frame;
     unsigned long long m_targetAddress;
     SymMgrObjectPtr<DWARFSymbol> m_resultSymbol;

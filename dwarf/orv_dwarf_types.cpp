@@ -3,11 +3,11 @@
 // Sizes of types (DWARF version 4, section 5), with a memory for each unit: references are followed with a bound.
 #include "dwarf/orv_dwarf_types.h"
 
-#include "dwarf/orv_dildwarf.h"
+#include "dwarf/orv_dwarf_reader.h"
 
 #include <algorithm>
 #include <array>
-#include <cstring>
+#include <string_view>
 
 namespace ORV_3_30 {
 namespace {
@@ -35,18 +35,22 @@ bool isStructure(std::uint32_t tag) {
     return tag == DW_TAG_structure_type || tag == DW_TAG_class_type || tag == DW_TAG_union_type;
 }
 
-bool isIntegerName(char const* name) {
-    std::size_t const size = std::strlen(name);
-    bool const endsInInt = size >= 4 && std::strcmp(name + size - 4, " int") == 0;
-    return endsInInt || std::strcmp(name, "int") == 0 || std::strcmp(name, "short") == 0 ||
-           std::strcmp(name, "unsigned short") == 0;
+bool isIntegerName(std::string_view name) {
+    constexpr std::string_view k_end = " int";
+    bool const endsInInt = name.size() >= k_end.size() && name.substr(name.size() - k_end.size()) == k_end;
+    return endsInInt || name == "int" || name == "short" || name == "unsigned short";
 }
 
 class TypeLookup {
 public:
-    bool find(DWARFCompilationUnit& asked, std::uint64_t offset, TypeInfo& out, unsigned int depth) {
-        m_isTooLong |= depth == k_longestTypeChain;
-        if (offset == k_noOffset || depth == k_longestTypeChain) {
+    explicit TypeLookup(Budget& search) : m_search(search), m_die(search) {}
+
+    bool find(DwarfUnit& asked, std::uint64_t offset, TypeInfo& out, unsigned int depth) {
+        if (offset == k_noOffset) {
+            return false;
+        }
+        if (depth == k_longestTypeChain) {
+            m_isTooLong = true;
             return false;
         }
         if (std::find(m_chain.begin(), m_chain.begin() + depth, offset) != m_chain.begin() + depth) {
@@ -54,7 +58,7 @@ public:
             return false;
         }
         m_chain[depth] = offset;
-        DWARFCompilationUnit* const unit = asked.holds(offset) ? &asked : asked.loader()->findUnitByOffset(offset);
+        DwarfUnit* const unit = asked.reader().findUnitByOffset(asked, offset);
         if (unit == nullptr) {
             return false;
         }
@@ -73,67 +77,66 @@ public:
     }
 
 private:
-    bool decode(DWARFCompilationUnit& unit, std::uint64_t offset, TypeInfo& out, unsigned int depth) {
+    bool decode(DwarfUnit& unit, std::uint64_t offset, TypeInfo& out, unsigned int depth) {
         DwarfWalker walker = unit.sectionWalker();
         walker.seek(offset);
-        AttrBindings die(&unit, nullptr);
-        if (!die.readDie(walker)) {
+        if (!m_die.readDie(unit, walker)) {
             return false;
         }
-        auto const tag = static_cast<std::uint32_t>(die.tag());
+        std::uint32_t const tag = m_die.tag();
+        AttrValue const* const type = m_die.attribute(DieAttributes::slot_Type);
+        AttrValue const* const size = m_die.attribute(DieAttributes::slot_ByteSize);
+        std::uint64_t const typeOffset = type != nullptr ? type->value : k_noOffset;
+        bool hasSize = size != nullptr;
+        std::uint64_t const byteSize = hasSize ? size->value : 0;
+        bool const hasElements = !hasSize && tag == DW_TAG_array_type && m_die.getHasChildren() != 0;
+        char const* const name = tag == DW_TAG_base_type ? m_die.name() : nullptr;
+        // What is not kept is read again for each variable.
+        m_isCut |= !m_search.settle(walker.offset() - offset) || m_die.isCut();
+        // The targets are read where this entry was.
         TypeInfo target{0, k_noOffset, 0, false, false};
-        AttrBinding const* const type = die.attribute(DW_AT_type);
-        bool hasSize = false;
-        out = {0, k_noOffset, tag, false, false};
-        if (standsForTarget(tag) && type != nullptr && find(unit, type->value, target, depth + 1)) {
+        out = {0, isStructure(tag) ? offset : k_noOffset, tag, false, false};
+        if (standsForTarget(tag) && find(unit, typeOffset, target, depth + 1)) {
+            out = {hasSize ? byteSize : target.size, target.structOffset, tag,
+                   tag == DW_TAG_typedef && target.isInteger, false};
             hasSize = true;
-            out.size = target.size;
-            out.structOffset = target.structOffset;
-            out.isInteger = tag == DW_TAG_typedef && target.isInteger;
-        }
-        if (AttrBinding const* const size = die.attribute(DW_AT_byte_size)) {
-            hasSize = true;
-            out.size = size->value;
-        } else if (tag == DW_TAG_array_type && type != nullptr && die.getHasChildren() != 0) {
+        } else if (hasSize) {
+            out.size = byteSize;
+        } else if (hasElements) {
             std::uint64_t count = 0;
-            hasSize = find(unit, type->value, target, depth + 1) && countElements(unit, walker, count);
+            hasSize = find(unit, typeOffset, target, depth + 1) && countElements(unit, walker, count);
             out.size = target.size * count;
         }
-        if (tag == DW_TAG_base_type) {
-            AttrBinding const* const name = die.attribute(DW_AT_name);
-            bool const isNamed = name != nullptr && name->data != nullptr;
-            out.isInteger = isIntegerName(isNamed ? reinterpret_cast<char const*>(name->data) : "");
+        if (name != nullptr && !m_search.isSpent()) {
+            std::string_view const text = name;
+            out.isInteger = isIntegerName(text);
+            m_isCut |= !m_search.settle(text.size());
         }
-        if (isStructure(tag)) {
-            out.structOffset = offset;
-        }
-        // What is not kept is read again for each variable.
-        m_isCut |= !unit.loader()->spendSearchBytes(walker.offset() - offset + die.originBytes());
         return hasSize && !m_isCut;
     }
 
     /// The number of elements, by the array's subranges. False if none of them tells its bounds.
-    bool countElements(DWARFCompilationUnit& unit, DwarfWalker walker, std::uint64_t& count) {
+    bool countElements(DwarfUnit& unit, DwarfWalker walker, std::uint64_t& count) {
         bool isKnown = false;
         count = 1;
         for (;;) {
-            AttrBindings die(&unit, nullptr);
-            if (!die.readDie(walker)) {
+            std::uint64_t const begin = walker.offset();
+            if (!m_die.readDie(unit, walker)) {
                 return isKnown;
             }
             // Many types may name one array, and arrays lie in arrays in arrays.
-            if (!unit.loader()->spendSearchBytes(walker.offset() - die.offset())) {
+            if (!m_search.settle(walker.offset() - begin)) {
                 m_isCut = true;
                 return false;
             }
-            if (die.tag() == DW_TAG_subrange_type) {
-                isKnown = multiply(unit, die, count) || isKnown;
-                m_isCut |= !unit.loader()->spendSearchBytes(die.originBytes());
+            if (m_die.tag() == DW_TAG_subrange_type) {
+                isKnown = multiply(unit, m_die, count) || isKnown;
+                m_isCut |= m_die.isCut();
             }
-            if (die.getHasChildren() != 0) {
+            if (m_die.getHasChildren() != 0) {
                 std::uint64_t const before = walker.offset();
                 unit.skipChildren(walker, 0);
-                if (!unit.loader()->spendSearchBytes(walker.offset() - before)) {
+                if (!m_search.settle(walker.offset() - before)) {
                     m_isCut = true;
                     return false;
                 }
@@ -141,9 +144,9 @@ private:
         }
     }
 
-    static bool multiply(DWARFCompilationUnit& unit, AttrBindings& subrange, std::uint64_t& count) {
-        AttrBinding const* const upper = subrange.attribute(DW_AT_upper_bound);
-        AttrBinding const* const lower = subrange.attribute(DW_AT_lower_bound);
+    static bool multiply(DwarfUnit& unit, AttrBindings& subrange, std::uint64_t& count) {
+        AttrValue const* const upper = subrange.attribute(DieAttributes::slot_UpperBound);
+        AttrValue const* const lower = subrange.attribute(DieAttributes::slot_LowerBound);
         if (upper == nullptr || upper->form != DW_FORM_sdata || (lower != nullptr && lower->form != DW_FORM_sdata)) {
             return false;
         }
@@ -157,6 +160,8 @@ private:
         return true;
     }
 
+    Budget& m_search;
+    AttrBindings m_die;                                      ///< One at a time.
     std::array<std::uint64_t, k_longestTypeChain> m_chain{}; ///< The types that we are in.
     bool m_isRing = false;                                   ///< The chain leads back to itself.
     bool m_isTooLong = false;                                ///< The chain.
@@ -165,8 +170,8 @@ private:
 
 } // namespace
 
-bool lookUpType(DWARFCompilationUnit& unit, std::uint64_t offset, TypeInfo& out) {
-    return TypeLookup().find(unit, offset, out, 0);
+bool lookUpType(DwarfUnit& unit, std::uint64_t offset, Budget& search, TypeInfo& out) {
+    return TypeLookup(search).find(unit, offset, out, 0);
 }
 
 } // namespace ORV_3_30

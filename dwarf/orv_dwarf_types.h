@@ -9,6 +9,6 @@ namespace ORV_3_30 {
 
 /// False for a type without a known size, and for one that leads back to itself. Answers are kept by the
 /// unit. To be called under the load locks.
-bool lookUpType(DWARFCompilationUnit& unit, std::uint64_t offset, TypeInfo& out);
+bool lookUpType(DwarfUnit& unit, std::uint64_t offset, Budget& search, TypeInfo& out);
 
 } // namespace ORV_3_30

@@ -3,14 +3,14 @@
 // A walk over entries, one level or all, without recursion.
 #include "dwarf/orv_dwarf_visitor.h"
 
-#include "dwarf/orv_dildwarf.h"
+#include "dwarf/orv_dwarf_unit.h"
 
 namespace ORV_3_30 {
 
-bool visitEntries(DWARFCompilationUnit& unit, DwarfWalker& walker, VisitDepth depth, DIEVisitor& visitor) {
+bool visitEntries(DwarfUnit& unit, DwarfWalker& walker, VisitDepth depth, DIEVisitor& visitor, Budget& search) {
+    AttrBindings die(search);
     for (std::uint64_t openLists = 1; openLists != 0;) {
-        AttrBindings die(&unit, nullptr);
-        if (!die.readDie(walker)) {
+        if (!die.readDie(unit, walker)) {
             --openLists;
             continue;
         }
@@ -18,7 +18,7 @@ bool visitEntries(DWARFCompilationUnit& unit, DwarfWalker& walker, VisitDepth de
             return false;
         }
         // Many entries may share an origin that is long.
-        if (!unit.loader()->spendSearchBytes(die.originBytes())) {
+        if (search.isSpent()) {
             return true;
         }
         if (die.getHasChildren() == 0) {
@@ -27,7 +27,7 @@ bool visitEntries(DWARFCompilationUnit& unit, DwarfWalker& walker, VisitDepth de
         if (depth == VisitDepth::AllLevels) {
             ++openLists;
         } else {
-            AttrBinding const* const sibling = die.attribute(DW_AT_sibling, true);
+            AttrValue const* const sibling = die.attribute(DieAttributes::slot_Sibling, true);
             unit.skipChildren(walker, sibling != nullptr ? sibling->value : 0);
         }
     }

@@ -12,13 +12,13 @@ class DIEVisitor {
 public:
     virtual ~DIEVisitor() = default;
     /// True to go on, false to end the walk.
-    virtual bool visit(DWARFCompilationUnit& unit, AttrBindings& die) = 0;
+    virtual bool visit(DwarfUnit& unit, AttrBindings& die) = 0;
 };
 
 enum class VisitDepth { OneLevel, AllLevels };
 
 /// Shows the entries of a list of children, in the order of the file. The walker stands on the first one.
-/// False if the visitor has ended it. No recursion.
-bool visitEntries(DWARFCompilationUnit& unit, DwarfWalker& walker, VisitDepth depth, DIEVisitor& visitor);
+/// False if the visitor has ended it. search: pays for origins; once it is spent the walk ends. No recursion.
+bool visitEntries(DwarfUnit& unit, DwarfWalker& walker, VisitDepth depth, DIEVisitor& visitor, Budget& search);
 
 } // namespace ORV_3_30

@@ -54,11 +54,19 @@ public:
     /// Added to values read from the section to get module addresses.
     virtual unsigned long long addressDelta() = 0;
 
-    /// True for the first who asks, who then relocates the bytes: they may be shared.
-    bool claimRelocation() { return !m_isRelocated.exchange(true); }
+    /// Runs what relocates the bytes, unless that has been done: they may be shared, and what was added once must not
+    /// be added again, nor be read half done. What fails ahead of the first change is run again at the next call.
+    template <typename Relocate> void relocateOnce(Relocate const& relocate) {
+        std::lock_guard<std::mutex> const guard(m_relocating);
+        if (!m_isRelocated) {
+            relocate();
+            m_isRelocated = true;
+        }
+    }
 
 private:
-    std::atomic<bool> m_isRelocated{false};
+    std::mutex m_relocating;
+    bool m_isRelocated = false;
 };
 
 constexpr unsigned int k_noSection = 0xFFFFFFFF;

@@ -71,6 +71,13 @@ bool LineRows::add(unsigned long long unit, SrcLocator const& row) {
     return true;
 }
 
+void LineRows::cutTo(std::uint32_t size) {
+    while (!m_runs.empty() && m_runs.back().firstRow >= size) {
+        m_runs.pop_back();
+    }
+    m_size = size;
+}
+
 LineRows::Run const& LineRows::runOf(std::uint32_t row) const {
     auto const after = std::upper_bound(m_runs.begin(), m_runs.end(), row,
                                         [](std::uint32_t r, Run const& run) { return r < run.firstRow; });

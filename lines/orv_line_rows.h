@@ -40,6 +40,9 @@ public:
     /// numbered with 32 bits.
     bool add(unsigned long long unit, SrcLocator const& row);
 
+    /// Takes out the rows from a number on, which no run goes across.
+    void cutTo(std::uint32_t size);
+
     std::uint32_t size() const { return m_size; }
     std::vector<Run> const& runs() const { return m_runs; }
     /// The run that holds a row.

@@ -108,6 +108,10 @@ public:
     SrcLocator locator(std::uint32_t row) const { return m_rows.locator(m_rows.runOf(row), row); }
     unsigned long long unitOf(std::uint32_t row) const { return m_rows.unitOf(m_rows.runOf(row)); }
 
+    std::uint32_t rowCount() const { return m_rows.size(); }
+    /// Takes out the rows of a unit, added last, that could not be read to its end.
+    void cutTo(std::uint32_t rowCount) { m_rows.cutTo(rowCount); }
+
     /// Makes what questions for addresses need, ahead of the first one.
     void prepare() const { prepareAddresses(); }
 

@@ -8,8 +8,8 @@
 /// read after it.
 #pragma once
 
+#include "core/orv_range_list.h"
 #include "orv/orv_scope.h"
-#include "symbols/orv_range_list.h"
 #include "symbols/orv_scope_maker.h"
 #include "symbols/orv_symbol.h"
 #include "symbols/orv_thunk.h"

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
+#include "core/orv_range_list.h"
 #include "platform/orv_demangler.h"
 #include "support/orv_elf_builder.h"
 #include "support/orv_test_support.h"
 #include "symbols/orv_accepted_ranges.h"
 #include "symbols/orv_globalscope.h"
-#include "symbols/orv_range_list.h"
 #include "symbols/orv_scope.h"
 #include "symbols/orv_symboltable.h"
 

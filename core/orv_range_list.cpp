@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
 // Ranges in a sorted array that merge as they come.
-#include "symbols/orv_range_list.h"
+#include "core/orv_range_list.h"
 
 #include <algorithm>
 

@@ -2,7 +2,7 @@
 // SPDX-FileCopyrightText: The ORV authors
 // The tags that make symbols, and what of their attributes (DWARF version 4, 3.3, 3.5, 3.6 and 4.1); fed with the
 // entries of a unit, or with the nodes of one level of a function.
-#include "dwarf/orv_dwarf_walk.h"
+#include "dwarf/orv_dwarf_symbols.h"
 
 #include "core/orv_trace.h"
 #include "dwarf/orv_dildwarf.h"
@@ -14,9 +14,10 @@
 
 namespace ORV_3_30 {
 DieTreeWalk::DieTreeWalk(DWARFDebugInfoLoader& loader, Target const& target)
-    : m_loader(loader), m_target(target), m_ownTable(dynamic_cast<SymbolTable*>(target.table)) {}
+    : m_loader(loader), m_target(target), m_ownTable(dynamic_cast<SymbolTable*>(target.table)),
+      m_chain(loader.search()) {}
 
-void DieTreeWalk::walkUnit(DWARFCompilationUnit& unit, unsigned int mask) {
+void DieTreeWalk::walkUnit(DwarfUnit& unit, unsigned int mask) {
     m_unit = &unit;
     m_mask = m_target.table != nullptr ? mask : 0;
     m_walker = unit.unitWalker();
@@ -27,9 +28,8 @@ void DieTreeWalk::walkUnit(DWARFCompilationUnit& unit, unsigned int mask) {
 
 /// Entries below others come first, as in the walk over a unit.
 void DieTreeWalk::walkLevel(DWARFScope& scope, InlineTree const& tree, InlineTree::Id level, unsigned int mask) {
-    m_unit = &scope.unit();
+    m_unit = &scope.unit().entries();
     m_mask = mask;
-    m_loader.refillScopeBudgets();
     InlineTree::Id const behind = tree.node(level).behind;
     if (level == InlineTree::k_root) { // ahead of all that lies in it
         mergeOptionsOf(tree);
@@ -208,18 +208,17 @@ bool DieTreeWalk::enterUnit(AbbrevEntry const& entry, std::uint64_t offset) {
         std::uint64_t sibling = 0;
         return m_unit->skipEntry(m_walker, entry, sibling);
     }
-    SymMgrObjectPtr<AttrBindings> const die(new AttrBindings(m_unit, nullptr));
-    m_walker.seek(offset);
-    bool const isRead = die->readDie(m_walker);
+    DieAttributes& attributes = m_chain.start(*m_unit, offset);
+    bool const isRead = attributes.read(m_walker, m_unit->forms(), m_unit->abbrevs(), entry);
     if (isRead) {
-        m_unit->readDetails(*die);
+        m_unit->readDetails(m_chain, m_loader.search());
     }
     return isRead;
 }
 
 DieTreeWalk::Children DieTreeWalk::mergeOptions() {
     if (char const* const text = m_chain.text(DieAttributes::slot_Options)) {
-        m_unit->mergeOptions(text);
+        m_loader.viewOf(*m_unit).mergeOptions(text);
     }
     return Children::Enter;
 }
@@ -292,10 +291,10 @@ DieTreeWalk::Children DieTreeWalk::openVariable(std::uint64_t offset) {
     }
     DwarfWalker operand(location->data + 1, location->value - 1, m_unit->forms().addrSize);
     unsigned long long const address = operand.address() + m_unit->forms().loadBias;
-    DWARFCompilationUnit* unit = m_unit;
+    DwarfUnit* unit = m_unit;
     AttrValue const* const type = m_chain.find(DieAttributes::slot_Type, unit);
     TypeInfo info{};
-    bool const isSized = type != nullptr && lookUpType(*unit, type->value, info);
+    bool const isSized = type != nullptr && lookUpType(*unit, type->value, m_loader.search(), info);
     unsigned long long const end = address + (isSized ? info.size : 0);
     char const* const name = m_chain.symbolName();
     if (end < address || !accepts(address, end) || name == nullptr) {
@@ -307,8 +306,11 @@ DieTreeWalk::Children DieTreeWalk::openVariable(std::uint64_t offset) {
 
 /// Compilers of Fortran put an underscore behind the names of procedures.
 char const* DieTreeWalk::shortened(char const* name) {
+    if (!m_unit->isFortran() || !m_loader.mayRead(name)) {
+        return name;
+    }
     std::size_t const size = std::strlen(name);
-    bool const isMarked = m_unit->isFortran() && name[size - 1] == '_' && std::strcmp(name, "_BLNK_") != 0;
+    bool const isMarked = name[size - 1] == '_' && std::strcmp(name, "_BLNK_") != 0;
     return isMarked ? m_loader.keepShortened(name, size) : name;
 }
 

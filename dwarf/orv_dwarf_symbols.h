@@ -38,7 +38,7 @@ public:
     DieTreeWalk(DWARFDebugInfoLoader& loader, Target const& target);
 
     /// Reads the unit's own entry and goes through its children. A mask of 0 makes no symbols.
-    void walkUnit(DWARFCompilationUnit& unit, unsigned int mask);
+    void walkUnit(DwarfUnit& unit, unsigned int mask);
     /// Goes through what lies in a scope, but not in the inlined bodies there.
     void walkLevel(DWARFScope& scope, InlineTree const& tree, InlineTree::Id level, unsigned int mask);
 
@@ -83,7 +83,7 @@ private:
     DWARFDebugInfoLoader& m_loader;
     Target m_target;
     SymbolTable* m_ownTable; ///< Null for a table that somebody else has implemented.
-    DWARFCompilationUnit* m_unit = nullptr;
+    DwarfUnit* m_unit = nullptr;
     unsigned int m_mask = 0;
     DwarfWalker m_walker;
     DieChain m_chain;

@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
+/// What the reading of one file may cost. Entries may share what they refer to, but not without an end.
+///
+/// What one question reads for itself is counted apart, in a budget that is handed down with it: so what it is given
+/// does not hang on what other threads ask.
+#pragma once
+
+#include "core/orv_budget.h"
+
+#include <algorithm>
+
+namespace ORV_3_30 {
+
+/// Of all loads and questions together. Any thread may spend.
+struct DwarfBudgets {
+    Budget lineBytes{"line programs"};
+    Budget lineHeaderBytes{"headers of line programs"};
+    Budget rangePairs{"ranges"};      ///< Filled again for each load.
+    Budget textBytes{"texts"};        ///< That are made of those in the sections.
+    Budget treeNodes{"inline trees"}; ///< Kept: what goes comes back.
+    Budget members{"members"};        ///< Kept; many variables may share a type. Filled again for each load.
+
+    struct Sizes {
+        std::uint64_t info;
+        std::uint64_t strings;
+        std::uint64_t lines;
+        std::uint64_t ranges;
+    };
+
+    /// Once it is known how large the sections are.
+    void fill(Sizes const& sizes) {
+        constexpr std::uint64_t k_lineRereads = 24; // a merge at link time leaves that many units on one program
+        constexpr std::uint64_t k_headerRereads = 256;
+        constexpr std::uint64_t k_textsMade = 8;
+        m_sizes = sizes;
+        lineBytes.refill(std::max(k_least, sizes.lines * k_lineRereads));
+        lineHeaderBytes.refill(std::max(k_least, sizes.lines * k_headerRereads));
+        textBytes.refill(k_leastTexts + texts() * k_textsMade);
+        treeNodes.refill(k_least + sizes.info); // an entry takes two bytes, as a rule
+    }
+    /// Where a load of all units begins: a client may have many made, and each is to give the same. What lies in scopes
+    /// goes on from what it has left.
+    void refill() {
+        constexpr std::uint64_t k_leastPair = 8;
+        constexpr std::uint64_t k_rangeRereads = 3; // for what lies in functions, and what has no list of its own
+        constexpr std::uint64_t k_leastMembers = std::uint64_t{1} << 19; // a few bytes make one of a large type
+        constexpr std::uint64_t k_membersMade = 2;
+        rangePairs.refill(k_least + m_sizes.ranges / k_leastPair * k_rangeRereads);
+        members.refill(k_leastMembers + m_sizes.info * k_membersMade);
+    }
+    /// Bytes that one question may search: origins, types, texts, lists of locations.
+    std::uint64_t searchBytes() const {
+        constexpr std::uint64_t k_textsSearched = 64;
+        return k_leastTexts + texts() * k_textsSearched;
+    }
+
+private:
+    static constexpr std::uint64_t k_least = std::uint64_t{1} << 16;
+    static constexpr std::uint64_t k_leastTexts = std::uint64_t{1} << 20;
+    std::uint64_t texts() const { return m_sizes.info + m_sizes.strings + m_sizes.lines; }
+
+    Sizes m_sizes{};
+};
+
+} // namespace ORV_3_30

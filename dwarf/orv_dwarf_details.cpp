@@ -1,0 +1,227 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
+// Options that are merged, source files that the line program names, and the run of that program into the line table.
+#include "dwarf/orv_dwarf_details.h"
+
+#include "core/orv_trace.h"
+#include "dwarf/orv_dildwarf.h"
+#include "dwarf/orv_dwarf_line_program.h"
+
+#include <cstring>
+
+namespace ORV_3_30 {
+namespace {
+
+/// True if the last occurrence of a name in a path ends where the path does.
+bool endsWith(std::string_view path, std::string_view name) {
+    return name.size() <= path.size() && path.substr(path.size() - name.size()) == name;
+}
+
+/// The file table of a unit, as the program and its header fill it.
+class UnitFiles final : public LineFiles {
+public:
+    UnitFiles(DwarfUnit const& unit, DWARFLineResolver& resolver, std::vector<int>& ids)
+        : m_unit(unit), m_resolver(resolver), m_ids(ids) {}
+
+    void addDirectory(std::string_view directory) override { m_directories.push_back({directory, k_unknown}); }
+    void addFile(LineFileEntry const& entry) override {
+        m_ids.push_back(m_resolver.addFileIn(directoryOf(entry), entry.name, entry.modificationTime, entry.length));
+    }
+
+private:
+    static constexpr std::uint32_t k_unknown = ~std::uint32_t{0};
+    struct Directory {
+        std::string_view text;
+        std::uint32_t number;
+    };
+
+    /// The number of the directory that an entry's name is to be joined with.
+    std::uint32_t directoryOf(LineFileEntry const& entry) {
+        if (!entry.name.empty() && entry.name.front() == '/') {
+            return m_resolver.addDirectory("");
+        }
+        if (entry.directory == 0) {
+            return numberOf(m_compilation, m_unit.compDir());
+        }
+        if (!ORV_ASSERT(entry.directory <= m_directories.size(), "incDirectory")) {
+            return m_resolver.addDirectory("");
+        }
+        Directory& directory = m_directories[entry.directory - 1];
+        if (directory.number == k_unknown) {
+            std::string const name = fullName(directory.text);
+            bool const isAffordable = m_unit.reader().budgets().textBytes.spend(name.size());
+            directory.number = m_resolver.addDirectory(isAffordable ? name : std::string());
+        }
+        return directory.number;
+    }
+    std::string fullName(std::string_view directory) const {
+        std::string full = m_unit.compDir();
+        if (!directory.empty() && directory.front() == '/') {
+            full.clear();
+        } else if (!full.empty() && full.back() != '/') {
+            full += '/';
+        }
+        full += directory;
+        return full;
+    }
+    std::uint32_t numberOf(std::uint32_t& known, char const* directory) {
+        if (known == k_unknown) {
+            known = m_resolver.addDirectory(directory);
+        }
+        return known;
+    }
+
+    DwarfUnit const& m_unit;
+    DWARFLineResolver& m_resolver;
+    std::vector<int>& m_ids;
+    std::vector<Directory> m_directories;
+    std::uint32_t m_compilation = k_unknown;
+};
+
+/// Makes table entries of rows: an entry is the stretch from one row to the next.
+class Stretches {
+public:
+    Stretches(DwarfUnit const& unit, LineTable& table, IFileFormatHelper& helper, std::vector<int> const& ids,
+              RangeFilter* filter)
+        : m_unit(unit), m_table(table), m_helper(helper), m_ids(ids), m_filter(filter), m_bias(unit.forms().loadBias) {}
+
+    void add(LineState const& row) {
+        if (m_hasPrevious && row.address >= m_previous.address) {
+            close(row.address);
+        }
+        m_hasPrevious = !row.endSequence;
+        if (m_hasPrevious) {
+            m_previous = static_cast<LineRow const&>(row);
+        }
+    }
+
+private:
+    void close(std::uint64_t end) {
+        std::uint64_t const start = m_previous.address + m_bias;
+        std::uint64_t const size = end - m_previous.address;
+        if (m_filter != nullptr && !m_filter->holds(start, start + size)) {
+            return;
+        }
+        if (m_previous.file == 0 || m_previous.file > m_ids.size() || m_ids[m_previous.file - 1] < 0) {
+            return;
+        }
+        if (!m_helper.isLoadedAddress(m_previous.address)) {
+            return;
+        }
+        m_table.addLine(m_unit.header().offset, static_cast<unsigned int>(m_ids[m_previous.file - 1]),
+                        static_cast<unsigned int>(m_previous.line), static_cast<unsigned int>(m_previous.column), start,
+                        size, m_previous.discriminator);
+    }
+
+    DwarfUnit const& m_unit;
+    LineTable& m_table;
+    IFileFormatHelper& m_helper;
+    std::vector<int> const& m_ids;
+    RangeFilter* m_filter;
+    std::uint64_t m_bias;
+    LineRow m_previous;
+    bool m_hasPrevious = false;
+};
+
+} // namespace
+
+void DWARFCompilationUnit::mergeOptions(char const* newText) {
+    Budget& search = m_loader.search();
+    char const* const options = compileOptions();
+    if (search.isSpent() || !search.settle(std::strlen(options) + std::strlen(newText))) {
+        return;
+    }
+    std::string merged = options;
+    std::size_t const before = merged.size();
+    ORV_3_30::mergeOptions(merged, newText);
+    if (merged.size() != before) {
+        m_mergedOptions.push_front(std::move(merged));
+        m_compileOptions = m_mergedOptions.front().c_str();
+    }
+}
+
+char const* DWARFCompilationUnit::compilerName() {
+    if (*m_entries.producer() != '\0') {
+        return m_entries.producer();
+    }
+    switch (m_entries.compiler().kind) {
+    case compiler_Gnu:
+    case compiler_Gnu296: return "GNU";
+    case compiler_VarkoOld:
+    case compiler_Varko: return "Varko(R)";
+    default: return "";
+    }
+}
+
+ISourceFile* DWARFCompilationUnit::mainSourceFile() {
+    DWARFLineResolver* const resolver = m_loader.lineResolver();
+    if (resolver == nullptr) {
+        return m_mainFile;
+    }
+    LockGuard guard(resolver->runLock());
+    if (m_mainFile != nullptr) {
+        return m_mainFile;
+    }
+    runLineProgram(nullptr);
+    std::string_view const name = m_entries.name();
+    for (int const id : m_sourceFileIds) {
+        ISourceFile* const file = resolver->sourceFileById(static_cast<unsigned int>(id));
+        if (file != nullptr && !name.empty() && endsWith(file->path(), name)) {
+            m_mainFile = file;
+            return m_mainFile;
+        }
+    }
+    if (!m_sourceFileIds.empty()) {
+        m_mainFile = resolver->sourceFileById(static_cast<unsigned int>(m_sourceFileIds.front()));
+    }
+    return m_mainFile;
+}
+
+ISourceFile* DWARFCompilationUnit::sourceFileByName(char const* name) {
+    if (!ORV_ASSERT(name != nullptr, "false")) {
+        return nullptr;
+    }
+    DWARFLineResolver* const resolver = m_loader.lineResolver();
+    unsigned int id = 0;
+    return resolver != nullptr && resolver->fileIdByName(name, id, nullptr) ? resolver->sourceFileById(id) : nullptr;
+}
+
+status_t DWARFCompilationUnit::runLineProgram(RangeFilter* filter) {
+    DWARFLineResolver* const resolver = m_loader.lineResolver();
+    if (m_lineStatus != status_NotInitialized) {
+        return m_lineStatus;
+    }
+    if (resolver == nullptr) {
+        m_lineStatus = status_NoDebugInfo;
+        return m_lineStatus;
+    }
+    std::uint32_t const rows = resolver->table().rowCount();
+    try {
+        m_lineStatus = runLineProgramOnce(*resolver, filter);
+    } catch (...) {
+        m_sourceFileIds.clear();
+        resolver->table().cutTo(rows);
+        throw;
+    }
+    return m_lineStatus;
+}
+
+status_t DWARFCompilationUnit::runLineProgramOnce(DWARFLineResolver& resolver, RangeFilter* filter) {
+    UnitFiles files(m_entries, resolver, m_sourceFileIds);
+    LineHeader header;
+    DwarfWalker program;
+    status_t const status = openLineProgram(m_entries, files, header, program);
+    if (status != status_Ok) {
+        return status;
+    }
+    LineMachine machine(program, header);
+    Stretches stretches(m_entries, resolver.table(), *m_loader.fileFormatHelper(), m_sourceFileIds, filter);
+    auto const defineFile = [&](LineFileEntry const& entry) {
+        ORV_ASSERT(!entry.name.empty(), "fileName && strlen(fileName) > 0");
+        files.addFile(entry);
+    };
+    machine.run([&](LineState const& row) { stretches.add(row); }, defineFile);
+    return status_Ok;
+}
+
+} // namespace ORV_3_30

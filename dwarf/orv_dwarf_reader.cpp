@@ -1,0 +1,142 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
+// Sections, relocated where they need it, and the headers of units in their order (DWARF version 4, 7.5.1.1).
+#include "dwarf/orv_dwarf_reader.h"
+
+#include <algorithm>
+
+namespace ORV_3_30 {
+namespace {
+
+constexpr unsigned int k_latestVersion = 4;
+
+} // namespace
+
+DwarfReader::HeldSection DwarfReader::holdSection(unsigned int role, bool isRelocated) {
+    HeldSection held;
+    m_helper.sectionData(held.data, role);
+    if (!held.data) {
+        return held;
+    }
+    unsigned char* const bytes = held.data->data();
+    held.bytes = bytes;
+    held.size = bytes != nullptr ? held.data->size() : 0;
+    if (isRelocated && bytes != nullptr) {
+        held.data->relocateOnce([&] {
+            SymMgrObjectPtr<RelocationAddends> addends;
+            m_helper.relocations(addends, held.data->sectionIndex());
+            if (addends) {
+                for (RelocationAddends::Entry const& entry : addends->entries()) {
+                    addends->apply(bytes, held.size, entry);
+                }
+            }
+        });
+    }
+    return held;
+}
+
+bool DwarfReader::holdInfo() {
+    if (m_debugInfo.bytes == nullptr) {
+        m_debugInfo = holdSection(section_role_DebugInfo, true);
+    }
+    return m_debugInfo.size != 0;
+}
+
+void DwarfReader::holdSections() {
+    m_debugAbbrev = holdSection(section_role_DebugAbbrev, false);
+    m_debugStr = holdSection(section_role_DebugStr, false);
+    m_debugLine = holdSection(section_role_DebugLine, true);
+    m_debugRanges = holdSection(section_role_DebugRanges, true);
+    m_budgets.fill({m_debugInfo.size, m_debugStr.size, m_debugLine.size, m_debugRanges.size});
+}
+
+DwarfWalker DwarfReader::locationsWalker(unsigned int addrSize) {
+    if (!m_hasReadLocations) {
+        m_debugLoc = holdSection(section_role_DebugLoc, true);
+        m_hasReadLocations = true;
+    }
+    return walkerOf(m_debugLoc, addrSize);
+}
+
+status_t DwarfReader::readUnits() {
+    holdSections();
+    DwarfWalker walker = infoWalker(0);
+    status_t status = status_Ok;
+    try {
+        while (status == status_Ok && !walker.atEnd()) {
+            status = readUnit(walker);
+        }
+    } catch (...) {
+        m_units.clear(); // the next load begins anew
+        throw;
+    }
+    return status;
+}
+
+/// Reads the header of a unit, and moves the walker behind the unit.
+status_t DwarfReader::readUnit(DwarfWalker& walker) {
+    std::uint64_t const begin = walker.offset();
+    FormContext forms;
+    std::uint64_t debugInfoForCUSize = 0;
+    if (!ORV_ASSERT(walker.getUnsigned4(debugInfoForCUSize) == status_Ok,
+                    "walker.getUnsigned4(debugInfoForCUSize) == status_Ok")) {
+        return status_BadFileFormat;
+    }
+    if (debugInfoForCUSize == 0xFFFFFFFF) {
+        forms.is64 = true;
+        if (!ORV_ASSERT(walker.getUnsigned8(debugInfoForCUSize) == status_Ok,
+                        "walker.getUnsigned8(debugInfoForCUSize) == status_Ok")) {
+            return status_BadFileFormat;
+        }
+    }
+    std::uint64_t const end = walker.offset() + std::min(debugInfoForCUSize, walker.remaining());
+    DwarfWalker rootWalker = walker;
+    rootWalker.limit(end);
+    std::uint64_t abbrevOffset = 0;
+    status_t const status = readHeader(rootWalker, forms, abbrevOffset);
+    if (status != status_Ok) {
+        return status;
+    }
+    forms.unitOffset = begin;
+    forms.loadBias = m_loadBias;
+    forms.strings = m_debugStr.bytes;
+    forms.stringsSize = m_debugStr.size;
+    AbbrevTable const& abbrevs = m_abbrevTables.at(abbrevOffset, walkerOf(m_debugAbbrev, forms.addrSize), forms);
+    DwarfUnit::Header const header{m_units.size(), begin, end - begin, rootWalker.offset()};
+    m_units.push_back(std::make_unique<DwarfUnit>(*this, header, forms, abbrevs));
+    walker.seek(end);
+    return status_Ok;
+}
+
+/// What stands behind the length.
+status_t DwarfReader::readHeader(DwarfWalker& rootWalker, FormContext& forms, std::uint64_t& abbrevOffset) {
+    if (!ORV_ASSERT(rootWalker.getUnsigned2(forms.version) == status_Ok,
+                    "rootWalker.getUnsigned2(version) == status_Ok")) {
+        return status_BadFileFormat;
+    }
+    if (!ORV_ASSERT(forms.version <= k_latestVersion, "version <= 4")) {
+        return status_UnsupportedFileVersion;
+    }
+    bool const hasOffset = forms.is64 ? ORV_ASSERT(rootWalker.getUnsigned8(abbrevOffset) == status_Ok,
+                                                   "rootWalker.getUnsigned8(abbrevOffset) == status_Ok")
+                                      : ORV_ASSERT(rootWalker.getUnsigned4(abbrevOffset) == status_Ok,
+                                                   "rootWalker.getUnsigned4(abbrevOffset) == status_Ok");
+    if (!hasOffset || !ORV_ASSERT(rootWalker.getUnsigned1(forms.addrSize) == status_Ok,
+                                  "rootWalker.getUnsigned1(addrSize) == status_Ok")) {
+        return status_BadFileFormat;
+    }
+    rootWalker.setAddrSize(forms.addrSize);
+    return status_Ok;
+}
+
+DwarfUnit* DwarfReader::findUnitByOffset(std::uint64_t offset) const {
+    auto const after = std::upper_bound(m_units.begin(), m_units.end(), offset,
+                                        [](std::uint64_t o, auto const& unit) { return o < unit->header().offset; });
+    if (after == m_units.begin()) {
+        return nullptr;
+    }
+    DwarfUnit* const unit = std::prev(after)->get();
+    return unit->holds(offset) ? unit : nullptr;
+}
+
+} // namespace ORV_3_30

@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
+/// The sections and units of one file with DWARF debug information, versions 2 to 4.
+///
+///     DwarfReader reader(helper, module, loadBias);
+///     if (reader.holdInfo() && reader.readUnits() == status_Ok) {
+///         for (auto const& unit : reader.units()) {
+///             DwarfWalker walker = unit->unitWalker();           // entries, from unit->header().firstDie
+///         }
+///     }
+///
+/// What it and its units are made of (walker, forms, abbreviations, entries, origins, types, ranges, line programs,
+/// inline trees) knows bytes alone: what is made of them is the loader's.
+#pragma once
+
+#include "dwarf/orv_dwarf_budgets.h"
+#include "dwarf/orv_dwarf_origins.h"
+#include "dwarf/orv_dwarf_unit.h"
+#include "format/orv_elf_relocations.h"
+#include "format/orv_ffl.h"
+
+#include <memory>
+#include <vector>
+
+namespace ORV_3_30 {
+
+/// Units and sections stay as long as the reader. Written in the first load, read after it; the budgets and the origins
+/// are for any thread.
+class DwarfReader {
+public:
+    /// Neither is counted: their owner is the reader's too. loadBias: what is added to an address of the file to get
+    /// one of the module.
+    DwarfReader(IFileFormatHelper& helper, IFileFormatLoader* module, std::uint64_t loadBias)
+        : m_helper(helper), m_module(module), m_loadBias(loadBias) {}
+
+    /// Reads .debug_info. False if there is none, or nothing in it.
+    bool holdInfo();
+    /// Reads the other sections and the headers of all units (version 4, 7.5.1.1). Those in front of a bad one stay.
+    status_t readUnits();
+
+    using Units = std::vector<std::unique_ptr<DwarfUnit>>;
+    Units const& units() const { return m_units; } ///< By offset.
+    /// The unit that holds an offset in .debug_info; null if none does.
+    DwarfUnit* findUnitByOffset(std::uint64_t offset) const;
+    /// The same; the unit that asks is looked at first.
+    DwarfUnit* findUnitByOffset(DwarfUnit& asking, std::uint64_t offset) const {
+        return asking.holds(offset) ? &asking : findUnitByOffset(offset);
+    }
+
+    DwarfWalker infoWalker(unsigned int addrSize) const { return walkerOf(m_debugInfo, addrSize); }
+    bool hasDebugLine() const { return static_cast<bool>(m_debugLine.data); }
+    bool hasLineBytes() const { return m_debugLine.bytes != nullptr; }
+    DwarfWalker lineWalker(unsigned int addrSize) const { return walkerOf(m_debugLine, addrSize); }
+    DwarfWalker rangesWalker(unsigned int addrSize) const { return walkerOf(m_debugRanges, addrSize); }
+    /// Over .debug_loc, which is read when it is first needed. Under the load lock.
+    DwarfWalker locationsWalker(unsigned int addrSize);
+    bool isInSegment(unsigned long long address) const {
+        return m_module != nullptr && m_module->segmentByAddress(address) != nullptr;
+    }
+
+    DwarfBudgets& budgets() { return m_budgets; }
+    OriginTable& origins() { return m_origins; }
+
+private:
+    /// A section in memory, as long as the reader lives.
+    struct HeldSection {
+        SymMgrObjectPtr<ISectionData> data;
+        unsigned char const* bytes = nullptr;
+        std::uint64_t size = 0;
+    };
+    static DwarfWalker walkerOf(HeldSection const& section, unsigned int addrSize) {
+        return {section.bytes, section.size, addrSize};
+    }
+    HeldSection holdSection(unsigned int role, bool isRelocated);
+    void holdSections();
+    status_t readUnit(DwarfWalker& walker);
+    status_t readHeader(DwarfWalker& walker, FormContext& forms, std::uint64_t& abbrevOffset);
+
+    IFileFormatHelper& m_helper;
+    IFileFormatLoader* m_module;
+    std::uint64_t m_loadBias;
+    HeldSection m_debugInfo;
+    HeldSection m_debugAbbrev;
+    HeldSection m_debugStr;
+    HeldSection m_debugLine;
+    HeldSection m_debugRanges;
+    HeldSection m_debugLoc;
+    bool m_hasReadLocations = false;
+    DwarfBudgets m_budgets;
+    AbbrevTables m_abbrevTables;
+    Units m_units;
+    OriginTable m_origins;
+};
+
+} // namespace ORV_3_30
