@@ -52,14 +52,11 @@ status_t DWARFDebugInfoLoader::readUnits() {
     if (!m_reader.units().empty() && !m_reader.hasLineBytes()) {
         m_lineStatus = status_NoDebugInfo;
     }
-    try {
-        for (auto const& unit : m_reader.units()) {
-            m_units.push_back(SymMgrObjectPtr<DWARFCompilationUnit>(new DWARFCompilationUnit(*this, *unit)));
-        }
-    } catch (...) {
-        m_units.clear(); // the next load begins anew
-        throw;
+    Units units;
+    for (auto const& unit : m_reader.units()) {
+        units.push_back(SymMgrObjectPtr<DWARFCompilationUnit>(new DWARFCompilationUnit(*this, *unit)));
     }
+    m_units = std::move(units);
     return status;
 }
 

@@ -123,37 +123,39 @@ status_t DWARFLineResolver::ensureLines(Scope* scope) {
         return m_loader->lineStatus();
     }
     LockGuard guard(&m_runLock);
-    // A question from within the run sees the momentary failure.
-    return m_loader->lineStatus() == status_NotInitialized ? runAll(scope != nullptr ? scope : this->scope())
-                                                           : m_loader->lineStatus();
+    if (m_isRunning) {
+        return status_Fail; // a question from within the run
+    }
+    if (m_loader->lineStatus() != status_NotInitialized) {
+        return m_loader->lineStatus();
+    }
+    m_isRunning = true;
+    struct Ended { // also by memory that runs out: then the next question runs them
+        bool& isRunning;
+        ~Ended() { isRunning = false; }
+    } const ended{m_isRunning};
+    m_loader->setLineStatus(runAll(scope != nullptr ? scope : this->scope()));
+    m_isComplete.store(true, std::memory_order_release);
+    return m_loader->lineStatus();
 }
 
 status_t DWARFLineResolver::runAll(Scope* scope) {
     auto* const global = dynamic_cast<GlobalScope*>(this->scope());
-    m_loader->setLineStatus(status_Fail);
-    status_t status = status_Fail;
-    try {
-        // The units are read in a load of symbols. With a filter it has been made already, for more kinds.
-        SymMgrObjectPtr<RangeFilter> const filter(global != nullptr ? global->rangeFilter()
-                                                                    : SymMgrObjectPtr<RangeFilter>());
-        if (scope != nullptr) {
-            scope->ensureKinds(symbol_kind_Function);
-        }
-        m_loader->setLineStatus(status_Fail);
-        bool isAny = false;
-        for (auto const& unit : m_loader->units()) {
-            status_t const unitStatus = unit->runLineProgram(filter.get());
-            isAny = isAny || unitStatus == status_Ok;
-            status = isAny ? status_Ok : unitStatus;
-        }
-        m_lineTable->prepare();
-    } catch (...) {
-        m_loader->setLineStatus(status_NotInitialized);
-        throw;
+    // The units are read in a load of symbols. With a filter it has been made already, for more kinds.
+    SymMgrObjectPtr<RangeFilter> const filter(global != nullptr ? global->rangeFilter()
+                                                                : SymMgrObjectPtr<RangeFilter>());
+    if (scope != nullptr) {
+        scope->ensureKinds(symbol_kind_Function);
     }
+    status_t status = status_Fail;
+    bool isAny = false;
+    for (auto const& unit : m_loader->units()) {
+        status_t const unitStatus = unit->runLineProgram(filter.get());
+        isAny = isAny || unitStatus == status_Ok;
+        status = isAny ? status_Ok : unitStatus;
+    }
+    m_lineTable->prepare();
     m_knownNames.clear();
-    m_loader->setLineStatus(status);
-    m_isComplete.store(true, std::memory_order_release);
     return status;
 }
 

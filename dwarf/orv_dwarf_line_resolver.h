@@ -81,6 +81,7 @@ private:
     DWARFDebugInfoLoader* m_loader; ///< Not counted: it owns the resolver.
     OrvLock m_runLock;
     SymMgrObjectPtr<LineTable> m_lineTable;
+    bool m_isRunning = false;                               ///< Under the run lock.
     std::atomic<bool> m_isComplete{false};                  ///< All programs have been run.
     std::vector<SymMgrObjectPtr<SourceFile>> m_sourceFiles; ///< By id.
     std::map<unsigned long long, unsigned int> m_sourceFileIdByCrc;

@@ -59,16 +59,12 @@ DwarfWalker DwarfReader::locationsWalker(unsigned int addrSize) {
 }
 
 status_t DwarfReader::readUnits() {
+    m_units.clear(); // of a load that found no memory
     holdSections();
     DwarfWalker walker = infoWalker(0);
     status_t status = status_Ok;
-    try {
-        while (status == status_Ok && !walker.atEnd()) {
-            status = readUnit(walker);
-        }
-    } catch (...) {
-        m_units.clear(); // the next load begins anew
-        throw;
+    while (status == status_Ok && !walker.atEnd()) {
+        status = readUnit(walker);
     }
     return status;
 }

@@ -3,6 +3,7 @@
 /// Memory runs out at each point of a load in turn. What was asked for fails with a status, and what
 /// is asked afterwards finds nothing broken: the sanitizers watch.
 
+#include "orv/orv_frames.h"
 #include "support/orv_assembler.h"
 #include "support/orv_elf_builder.h"
 #include "support/orv_test_support.h"
@@ -11,6 +12,9 @@
 
 #include <cstdlib>
 #include <new>
+#include <numeric>
+#include <sstream>
+#include <vector>
 
 namespace {
 
@@ -107,54 +111,128 @@ TEST(Memory, RunsOutDuringALoad) {
     EXPECT_GT(points, 20);
 }
 
-TEST(Memory, RunsOutInDebugInformation) {
+namespace {
+
+/// Two units with functions, a label, a list of ranges, inlined bodies and lines of two files.
+std::string debugModule() {
     DwarfText text;
     text.abbrev(1, 0x11, true, {{0x03, 0x08}, {0x1B, 0x08}, {0x10, 0x17}, {0x25, 0x08}})
         .abbrev(2, 0x2E, true, {{0x03, 0x08}, {0x11, 0x01}, {0x12, 0x06}, {0x3A, 0x0B}, {0x3B, 0x0B}})
         .abbrev(3, 0x0A, false, {{0x03, 0x08}, {0x11, 0x01}})
-        .abbrev(4, 0x2E, false, {{0x03, 0x08}, {0x55, 0x17}});
+        .abbrev(4, 0x2E, false, {{0x03, 0x08}, {0x55, 0x17}})
+        .abbrev(5, 0x1D, false, {{0x31, 0x13}, {0x11, 0x01}, {0x12, 0x06}, {0x58, 0x0B}, {0x59, 0x0B}});
     std::string const function =
-        "\"\n.8byte code\n.4byte 16\n.byte 1, 1\n.uleb128 3\n.asciz \"l\"\n.8byte code + 4\n.byte 0\n";
+        "\"\n.8byte code\n.4byte 16\n.byte 1, 1\n.uleb128 3\n.asciz \"l\"\n.8byte code + 4\n"
+        ".uleb128 5\n.4byte inlined%U - .Lunit%U\n.8byte code + 4\n.4byte 6\n.byte 2, 7\n.byte 0\n";
     for (int unit = 0; unit < 2; ++unit) {
-        text.unit({}, ".uleb128 1\n.asciz \"u.c\"\n.asciz \"/d\"\n.4byte 0\n.asciz \"GNU Fortran 4\"\n"
-                      ".uleb128 2\n.asciz \"f" +
-                          function + ".uleb128 2\n.asciz \"_Z1gv" + function +
-                          ".uleb128 4\n.asciz \"h\"\n.4byte 0\n.byte 0\n");
+        std::string body = ".uleb128 1\n.asciz \"u.c\"\n.asciz \"/d\"\n.4byte 0\n"
+                           ".asciz \"GNU Fortran 4\"\n.uleb128 2\n.asciz \"f" +
+                           function + ".uleb128 2\n.asciz \"_Z1gv" + function +
+                           "inlined%U: .uleb128 4\n.asciz \"h\"\n.4byte 0\n.byte 0\n";
+        for (std::size_t at = body.find("%U"); at != std::string::npos; at = body.find("%U")) {
+            body.replace(at, 2, std::to_string(unit));
+        }
+        text.unit({}, body);
     }
     text.section(".debug_ranges", ".8byte code, code + 4, code + 32, code + 40, 0, 0\n")
         .section(".debug_line",
                  ".4byte 2f - 1f\n1: .2byte 2\n.4byte 4f - 3f\n3: .byte 1, 1, -5, 14, 13\n.fill 12, 1, 1\n"
                  ".asciz \"inc\"\n.byte 0\n.asciz \"u.c\"\n.byte 0, 0, 0\n.asciz \"u.h\"\n.byte 1, 0, 0, 0\n"
                  "4: .byte 0, 9, 2\n.8byte code\n.byte 1, 2, 4, 5\n.uleb128 70000\n.byte 4, 2, 1, 2, 8, 0, 1, 1\n2:\n");
-    Assembled const module(text.source());
+    return text.source();
+}
+
+/// All that a bank tells, by each kind of question.
+std::string everything(IModuleSymbolBank& bank) {
+    std::ostringstream text;
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> all;
+    text << bank.originalSymbolRanges(all, k_allKinds, nullptr, nullptr) << ' ' << allRanges(all) << '\n';
+    SymMgrObjectPtr<IFrames> frames;
+    std::vector<unsigned long long> addresses(48);
+    std::iota(addresses.begin(), addresses.end(), 0x1000ULL);
+    text << framesByAddresses(frames, bank, addresses.data(), addresses.size(), frames_Everything) << '\n';
+    for (std::size_t i = 0; frames && i < frames->count(); ++i) {
+        for (Frame const* frame = frames->at(i); frame != nullptr; frame = frame->caller) {
+            text << (frame->function != nullptr ? frame->function : "?") << ' ' << frame->start << '-' << frame->end
+                 << ' ' << (frame->file != nullptr ? frame->file : "?") << ':' << frame->line << ' ';
+        }
+    }
+    for (char const* const name : {"/d/u.c", "/d/inc/u.h"}) {
+        ICompUnitDetails* const unit = bank.compUnitDetailsById(0);
+        ISourceFile* const file = unit != nullptr ? unit->sourceFileByName(name) : nullptr;
+        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> lines;
+        text << '\n' << name << ':';
+        if (file != nullptr && !file->sourceLines(lines, ~0ULL, nullptr, nullptr) && lines) {
+            for (auto line = lines->current(); line; line = lines->current()) {
+                text << ' ' << line->location()->line() << '+' << line->size();
+                lines->next();
+            }
+        }
+    }
+    return text.str();
+}
+
+} // namespace
+
+/// A failed allocation loses nothing for good: the same question, asked again, has the answer.
+TEST(Memory, RunsOutInDebugInformation) {
+    Assembled const module(debugModule());
     std::string const path = module.path();
     SymMgrObjectPtr<ISymbolManager> manager;
     ASSERT_EQ(ISymbolManager::create(manager), status_Ok);
-    int const points = failInTurn([&] {
-        SymMgrObjectPtr<IModuleSymbolBank> bank;
-        if (manager->loadSymbolsFromModuleEx(path.c_str(), nullptr, bank, arch_Unknown, load_flags_NewLoader, "") !=
-            status_Ok) {
-            return false;
-        }
-        auto const ask = [&] {
-            SymMgrObjectPtr<IAddress> where;
-            SymMgrObjectPtr<ISourceLocation> location;
-            SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> all;
-            status_t const symbols = bank->originalSymbolRanges(all, k_allKinds, nullptr, nullptr);
-            status_t const made = bank->addressByValue(0x1005, where);
-            status_t const line =
-                made == status_Ok ? bank->sourceLocationByAddress(where.get(), location, ~0ULL, nullptr) : made;
-            return symbols == status_Ok && line == status_Ok;
-        };
-        bool const isThrough = ask();
-        long const left = g_untilFailure;
-        g_untilFailure = -1;
-        ask(); // the bank stays usable
-        EXPECT_NE(symbolAt(*bank, 0x1005, symbol_kind_Function), "none");
-        g_untilFailure = left;
-        return isThrough;
+    auto const load = [&](SymMgrObjectPtr<IModuleSymbolBank>& bank) {
+        return manager->loadSymbolsFromModuleEx(path.c_str(), nullptr, bank, arch_Unknown, load_flags_NewLoader, "");
+    };
+    SymMgrObjectPtr<IModuleSymbolBank> whole;
+    ASSERT_EQ(load(whole), status_Ok);
+    std::string const answers = everything(*whole);
+    for (char const* const part :
+         {"h[4128,4136)", "f 4096-4112 /d/inc/u.h:7", "h 4100-4106 /d/inc/u.h:1", "/d/u.c: 1+4", "/d/inc/u.h: "}) {
+        EXPECT_NE(answers.find(part), std::string::npos) << part << " is not in\n" << answers;
+    }
+    auto const askInTurn = [&](char const* what, auto const& ask) {
+        int const points = failInTurn([&] {
+            SymMgrObjectPtr<IModuleSymbolBank> bank;
+            if (load(bank) != status_Ok) {
+                return false;
+            }
+            bool isThrough = false;
+            try {
+                isThrough = ask(*bank);
+            } catch (std::bad_alloc const&) { // what has no status to give lets it through
+            }
+            long const left = g_untilFailure;
+            g_untilFailure = -1;
+            std::string const afterwards = everything(*bank);
+            EXPECT_EQ(afterwards, answers) << what << ", and memory that ran out";
+            g_untilFailure = left;
+            return isThrough && !testing::Test::HasFailure();
+        });
+        EXPECT_GT(points, 50) << what;
+    };
+    askInTurn("symbols", [](IModuleSymbolBank& bank) {
+        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> all;
+        return bank.originalSymbolRanges(all, k_allKinds, nullptr, nullptr) == status_Ok;
     });
-    EXPECT_GT(points, 100);
+    askInTurn("a line", [](IModuleSymbolBank& bank) {
+        SymMgrObjectPtr<IAddress> where;
+        SymMgrObjectPtr<ISourceLocation> location;
+        return bank.addressByValue(0x1005, where) == status_Ok &&
+               bank.sourceLocationByAddress(where.get(), location, ~0ULL, nullptr) == status_Ok;
+    });
+    askInTurn("lines", [](IModuleSymbolBank& bank) {
+        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> all;
+        bank.originalSymbolRanges(all, k_allKinds, nullptr, nullptr);
+        ICompUnitDetails* const unit = bank.compUnitDetailsById(0);
+        ISourceFile* const file = unit != nullptr ? unit->mainSourceFile() : nullptr;
+        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> lines;
+        return file != nullptr && !file->sourceLines(lines, ~0ULL, nullptr, nullptr);
+    });
+    askInTurn("chains", [](IModuleSymbolBank& bank) {
+        SymMgrObjectPtr<IFrames> frames;
+        unsigned long long const address = 0x1005;
+        return framesByAddresses(frames, bank, &address, 1, frames_Everything) == status_Ok;
+    });
 }
 
 TEST(Memory, RunsOutInATable) {
