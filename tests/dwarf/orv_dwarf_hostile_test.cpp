@@ -32,11 +32,6 @@ struct Section {
     std::size_t size;
 };
 
-std::string contentOf(std::string const& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
 std::vector<Section> debugSectionsOf(std::string const& file) {
     Elf64_Ehdr header;
     std::memcpy(&header, file.data(), sizeof(header));
@@ -60,31 +55,26 @@ std::vector<Section> debugSectionsOf(std::string const& file) {
 void askEverything(std::string const& path) {
     SymMgrObjectPtr<IModuleSymbolBank> bank;
     ASSERT_EQ(loadBank(path, bank, load_flags_NewLoader), status_Ok);
-    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> ranges;
+    RangeIterator ranges;
     bank->originalSymbolRanges(ranges, k_allKinds, nullptr, nullptr);
-    for (auto range = ranges ? ranges->current() : SymMgrObjectPtr<ISymbolRange>(); range; range = ranges->current()) {
-        ISymbol& symbol = *range->symbol();
+    forEach(ranges, [](ISymbolRange& range) {
+        ISymbol& symbol = *range.symbol();
         SymMgrObjectPtr<ISourceLine> line;
-        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> lines;
-        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> inner;
+        LineIterator lines;
+        RangeIterator inner;
         symbol.sourceLine(line);
         symbol.sourceLines(lines);
         symbol.shortName();
-        range->innerRanges(inner);
+        range.innerRanges(inner);
         allRanges(inner);
         ICompUnitDetails* unit = nullptr;
         if (symbol.compUnitDetails(unit) == status_Ok) {
             unit->mainSourceFile();
         }
-        ranges->next();
-    }
+    });
     for (unsigned long long address = 0x1000; address < 0x1100; address += 3) {
-        SymMgrObjectPtr<IAddress> where;
         SymMgrObjectPtr<ISourceLocation> location;
-        bank->addressByValue(address, where);
-        if (where) {
-            bank->sourceLocationByAddress(where.get(), location, ~0ULL, nullptr);
-        }
+        bank->sourceLocationByAddress(addressIn(*bank, address).get(), location, ~0ULL, nullptr);
     }
     EXPECT_NE(symbolAt(*bank, 0x1000), "none"); // the raw symbols answer, whatever the rest is
 }
@@ -100,7 +90,8 @@ TEST_P(Hostile, CutAndFlippedSections) {
     std::string const build = "g++ -fno-exceptions -nostdlib -static -Wl,-Ttext=0x1000 " + std::string(GetParam()) +
                               " -o " + program + " " + dir.path() + "/p.cpp";
     ASSERT_EQ(std::system(build.c_str()), 0);
-    std::string const good = contentOf(program);
+    std::ifstream in(program, std::ios::binary);
+    std::string const good{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
     std::vector<Section> const sections = debugSectionsOf(good);
     ASSERT_GE(sections.size(), 4U);
     std::mt19937 random(5);

@@ -14,7 +14,7 @@ constexpr unsigned long long k_framePointer = 0x8000;
 
 /// Abbreviations: 1 a unit, 2 a function with a frame base in a block, 3 one with a list, 4 a variable with a block and
 /// a type, 5 one with a list, 6 one with an exprloc, 7 a lexical block, 8 a base type, 9 a structure, 10 a member at a
-/// number, 11 at an expression, 12 a pointer to a type, 13 an array, 14 a subrange, 15 a typedef, 16 a constant type,
+/// number, 11 at an expression, 13 an array, 14 a subrange, 15 a typedef, 16 a constant type,
 /// 17 a union, 18 a variable with an origin and a block, 19 a function of DWARF 4, 20 a parameter.
 DwarfText stackText() {
     DwarfText text;
@@ -48,7 +48,6 @@ DwarfText stackText() {
         .abbrev(9, DW_TAG_structure_type, true, sized)
         .abbrev(10, DW_TAG_member, false, member(DW_FORM_data1))
         .abbrev(11, DW_TAG_member, false, member(DW_FORM_block1))
-        .abbrev(12, 0x0F, false, {{DW_AT_byte_size, DW_FORM_data1}, {DW_AT_type, DW_FORM_ref4}})
         .abbrev(13, DW_TAG_array_type, true, typed)
         .abbrev(14, DW_TAG_subrange_type, false, {{DW_AT_upper_bound, DW_FORM_sdata}})
         .abbrev(15, DW_TAG_typedef, false, typed)
@@ -86,7 +85,7 @@ constexpr char const* k_end = ".byte 0\n";
 
 class FakeFrame {
 public:
-    explicit FakeFrame(DwarfText const& text) : m_file(text.source()) {
+    explicit FakeFrame(DwarfText const& text, std::string const& more = "") : m_file(text.source() + more) {
         if (loadBank(m_file.path(), m_bank, load_flags_NewLoader) != status_Ok) {
             throw std::runtime_error("not loaded");
         }
@@ -94,14 +93,14 @@ public:
         m_context->setRegister(0, k_stackPointer);
         m_context->setRegister(1, k_framePointer);
     }
+    std::string path() const { return m_file.path(); }
+    IModuleSymbolBank& bank() { return *m_bank; }
     IStackFrameContext& context() { return *m_context; }
     SymMgrObjectPtr<ISymbol> const& symbol() const { return m_symbol; }
 
     status_t ask(unsigned long long pc, unsigned long long address, bool* isInteger) {
-        SymMgrObjectPtr<IAddress> where;
-        m_bank->addressByValue(pc, where);
         m_symbol = nullptr;
-        return m_bank->findStackVariable(where.get(), address, m_context, m_symbol, isInteger);
+        return m_bank->findStackVariable(addressIn(*m_bank, pc).get(), address, m_context, m_symbol, isInteger);
     }
     /// The name, with "!" behind it for an integer; "-" for none, "?" for a failure.
     std::string at(unsigned long long address, unsigned long long pc = 0x1010) {
@@ -131,6 +130,9 @@ private:
     SymMgrObjectPtr<IStackFrameContext> m_context;
     SymMgrObjectPtr<ISymbol> m_symbol;
 };
+
+/// One variable in a function.
+std::string oneVariable() { return function(block(".byte 0x56")) + variable("v", block(".byte 0x91, 8")) + k_end; }
 
 DwarfText withUnit(std::string const& entries, std::string const& locations = "") {
     DwarfText text = stackText();
@@ -204,22 +206,25 @@ TEST(StackVariable, WhichOneIsTaken) {
     std::string const at8 = block(".byte 0x91, 8");
     std::string const at16 = block(".byte 0x91, 16");
     std::string const at32 = block(".byte 0x91, 32");
+    // By its symbol the function is longer than by its entry.
     FakeFrame frame(withUnit(".Lorigin: " + variable("named", at32) + function(block(".byte 0x56")) +
                              variable("parameter", at8, "int", 20) + ".uleb128 7\n" + variable("first", at8) + k_end +
                              ".uleb128 7\n" + variable("second", at8) + variable("in", at16) + k_end +
                              ".uleb128 18\n.4byte .Lorigin - .Lunit0\n" + block(".byte 0x91, 24") +
-                             variable("unsized", block(".byte 0x91, 40"), "none") + k_end + ".Lt_none: .byte 0\n"));
+                             variable("unsized", block(".byte 0x91, 40"), "none") + k_end + entry(2, "next") +
+                             ".8byte code + 0x60, code + 0x70\n" + block("") + k_end + ".Lt_none: .byte 0\n"),
+                    ".text\n.globl f\n.type f, @function\n.set f, code\n.size f, 0x60\n");
     EXPECT_EQ(frame.at(k_framePointer + 8), "first!"); // whichever block holds pc
     EXPECT_EQ(frame.at(k_framePointer + 16), "in!");
     EXPECT_EQ(frame.at(k_framePointer + 24), "named!");
     EXPECT_EQ(frame.at(k_framePointer + 32), "-");
     EXPECT_EQ(frame.at(k_framePointer + 40), "unsized");
     EXPECT_EQ(frame.at(k_framePointer + 41), "-");
-    // Both ends of the function count as inside.
-    EXPECT_EQ(frame.at(k_framePointer + 17, 0x103F), "in!");
-    SymMgrObjectPtr<ISourceLine> declared;
-    SymMgrObjectPtr<IAddress> address;
-    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> ranges;
+    // Both ends of the function's entry count as inside, and its symbol's end does not.
+    EXPECT_EQ(frame.at(k_framePointer + 17, 0x1000), "in!");
+    EXPECT_EQ(frame.at(k_framePointer + 18, 0x1040), "in!");
+    EXPECT_EQ(frame.at(k_framePointer + 19, 0x1041), "?");
+    RangeIterator ranges;
     frame.at(k_framePointer + 16);
     EXPECT_EQ(frame.symbol()->kind(), symbol_kind_Data);
     frame.symbol()->ranges(ranges);
@@ -292,18 +297,24 @@ TEST(StackVariable, ManyThatShareWhatIsLong) {
 }
 
 TEST(StackVariable, WhatCannotBeAsked) {
-    FakeFrame frame(withUnit(function(block(".byte 0x56")) + variable("v", block(".byte 0x91, 8")) + k_end));
+    FakeFrame frame(withUnit(oneVariable()));
+    EXPECT_EQ(frame.at(k_framePointer + 8, 0x1800), "-"); // no function stands there
+    SymMgrObjectPtr<ISymbol> symbol;
+    SymMgrObjectPtr<IStackFrameContext> context = IStackFrameContext::create();
+    SymMgrObjectPtr<IStackFrameContext> none;
     Assembled const plain(".text\n.globl code\n.type code, @function\ncode: .fill 0x40, 1, 0x90\n.size code, 0x40\n");
     SymMgrObjectPtr<IModuleSymbolBank> bank;
     ASSERT_EQ(loadBank(plain.path(), bank), status_Ok);
-    SymMgrObjectPtr<IAddress> where;
-    SymMgrObjectPtr<ISymbol> symbol;
-    SymMgrObjectPtr<IStackFrameContext> context = IStackFrameContext::create();
-    bank->addressByValue(0x1010, where);
-    EXPECT_EQ(bank->findStackVariable(where.get(), 8, context, symbol, nullptr), status_False);
-    SymMgrObjectPtr<IStackFrameContext> none;
-    EXPECT_EQ(bank->findStackVariable(where.get(), 8, none, symbol, nullptr), status_False);
-    EXPECT_EQ(frame.at(k_framePointer + 8, 0x1800), "-"); // no function stands there
+    for (auto& given : {context, none}) {
+        SymMgrObjectPtr<IStackFrameContext> asked = given;
+        EXPECT_EQ(bank->findStackVariable(addressIn(*bank, 0x1010).get(), 8, asked, symbol, nullptr), status_False);
+    }
+    // A symbol of another loader, and none.
+    PlainDebugInfo other(frame.path());
+    SymMgrObjectPtr<ISymbolRange> const range = rangeIn(frame.bank(), 0x1010, symbol_kind_Function);
+    for (ISymbol* const function : {range->symbol(), static_cast<ISymbol*>(nullptr)}) {
+        EXPECT_EQ(other.loader().findStackVariable(function, 0x1010, 8, context, symbol, nullptr), status_Fail);
+    }
 }
 
 TEST(StackVariable, StaticVariablesHaveTheirMembersInside) {
@@ -318,19 +329,15 @@ TEST(StackVariable, StaticVariablesHaveTheirMembersInside) {
     SymMgrObjectPtr<IModuleSymbolBank> bank;
     ASSERT_EQ(loadBank(module.path(), bank), status_Ok);
     auto const inside = [&](unsigned long long address) {
-        SymMgrObjectPtr<IAddress> where;
-        SymMgrObjectPtr<ISymbolRange> range;
-        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> members;
-        bank->addressByValue(address, where);
-        bank->symbolRangeByAddress(where.get(), range, symbol_kind_Data, nullptr);
+        SymMgrObjectPtr<ISymbolRange> const range = rangeIn(*bank, address, symbol_kind_Data);
+        RangeIterator members;
         range->innerRanges(members);
         std::string text = allRanges(members);
         SymMgrObjectPtr<ISymbolRange> member;
-        range->innerRangeByAddress(member, where.get());
+        range->innerRangeByAddress(member, addressIn(*bank, address).get());
         if (member) {
-            SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> deeper;
-            member->innerRanges(deeper);
-            text += "; " + allRanges(deeper);
+            member->innerRanges(members);
+            text += "; " + allRanges(members);
         }
         return text;
     };
@@ -341,10 +348,10 @@ TEST(StackVariable, StaticVariablesHaveTheirMembersInside) {
 
 TEST(StackVariable, EachOfManyStaticVariablesHasItsMembers) {
     constexpr int k_variables = 3000;
-    constexpr std::size_t k_members = 60;
+    constexpr int k_members = 60;
     std::string type = ".Lt_large: " + entry(9, "large") + ".2byte 240\n";
-    for (std::size_t i = 0; i < k_members; ++i) {
-        type += entry(10, "m") + ".4byte .Lt_int - .Lunit0\n.byte " + number(static_cast<long long>(i * 4)) + "\n";
+    for (int i = 0; i < k_members; ++i) {
+        type += entry(10, "m") + ".4byte .Lt_int - .Lunit0\n.byte " + number(i * 4) + "\n";
     }
     Assembled const module(withUnit(type + k_end + ".set at, 0\n.rept " + number(k_variables) + "\n" +
                                     variable("s", block(".byte 3\n.8byte code + at"), "large") +
@@ -352,40 +359,35 @@ TEST(StackVariable, EachOfManyStaticVariablesHasItsMembers) {
                                .source());
     SymMgrObjectPtr<IModuleSymbolBank> bank;
     ASSERT_EQ(loadBank(module.path(), bank), status_Ok);
-    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> ranges;
+    RangeIterator ranges;
     bank->originalSymbolRanges(ranges, symbol_kind_Data, nullptr, nullptr);
     int whole = 0;
-    for (auto range = ranges->current(); range; range = ranges->current()) {
-        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> members;
-        range->innerRanges(members);
-        std::size_t count = members ? 1 : 0;
-        while (members && members->next()) {
-            ++count;
-        }
+    forEach(ranges, [&](ISymbolRange& range) {
+        RangeIterator members;
+        range.innerRanges(members);
+        int count = 0;
+        forEach(members, [&](ISymbolRange&) { ++count; });
         whole += count == k_members ? 1 : 0;
-        ranges->next();
-    }
+    });
     EXPECT_EQ(whole, k_variables);
 }
 
 TEST(StackVariable, OutlivesItsBank) {
     // Another bank on the same file keeps the loaders; the variable must not lead back to the bank that is gone.
-    Assembled const module(
-        withUnit(function(block(".byte 0x56")) + variable("v", block(".byte 0x91, 8")) + k_end).source());
+    Assembled const module(withUnit(oneVariable()).source());
     SymMgrObjectPtr<ISymbolManager> manager;
     ISymbolManager::create(manager);
     SymMgrObjectPtr<IModuleSymbolBank> bank;
     SymMgrObjectPtr<IModuleSymbolBank> keeper;
     ASSERT_EQ(loadBank(module.path(), bank), status_Ok);
     ASSERT_EQ(loadBank(module.path(), keeper, load_flags_NoDebugInfo), status_Ok);
-    SymMgrObjectPtr<IAddress> where;
+    SymMgrObjectPtr<IAddress> const where = addressIn(*bank, 0x1010);
     SymMgrObjectPtr<ISymbol> symbol;
     SymMgrObjectPtr<IStackFrameContext> context = IStackFrameContext::create();
-    bank->addressByValue(0x1010, where);
     ASSERT_EQ(bank->findStackVariable(where.get(), 8, context, symbol, nullptr), status_Ok);
     bank.reset();
     SymMgrObjectPtr<ISourceLine> line;
-    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> lines;
+    LineIterator lines;
     symbol->sourceLine(line);
     symbol->sourceLines(lines);
     symbol->sourceLineByAddress(line, where.get());
@@ -394,36 +396,15 @@ TEST(StackVariable, OutlivesItsBank) {
 
 TEST(StackVariable, OneVariableIsOneSymbol) {
     // Two inlined copies leave two of one name side by side.
-    Assembled const module(withUnit(function(block(".byte 0x56")) + variable("v", block(".byte 0x91, 8"), "int") +
-                                    variable("v", block(".byte 0x91, 12"), "int") + k_end)
-                               .source());
-    SymMgrObjectPtr<IModuleSymbolBank> bank;
-    ASSERT_EQ(loadBank(module.path(), bank), status_Ok);
-    SymMgrObjectPtr<IAddress> where;
-    bank->addressByValue(0x1010, where);
-    SymMgrObjectPtr<IStackFrameContext> context = IStackFrameContext::create();
+    FakeFrame frame(withUnit(function(block(".byte 0x56")) + variable("v", block(".byte 0x91, 8")) +
+                             variable("v", block(".byte 0x91, 12")) + k_end));
     std::map<unsigned long long, SymMgrObjectPtr<ISymbol>> found;
     for (unsigned long long const at : {9, 14, 8, 11, 12, 10, 15, 13}) {
-        ASSERT_EQ(bank->findStackVariable(where.get(), at, context, found[at], nullptr), status_Ok) << at;
+        ASSERT_EQ(frame.at(k_framePointer + at), "v!") << at;
+        found[at] = frame.symbol();
     }
     for (auto const& [at, symbol] : found) {
         EXPECT_EQ(symbol.get(), found[at < 12 ? 8 : 12].get()) << at;
     }
     EXPECT_NE(found[8].get(), found[12].get());
-}
-
-TEST(StackVariable, OfAnotherLoaderIsRefused) {
-    Assembled const module(
-        withUnit(function(block(".byte 0x56")) + variable("v", block(".byte 0x91, 8")) + k_end).source());
-    SymMgrObjectPtr<IModuleSymbolBank> bank;
-    ASSERT_EQ(loadBank(module.path(), bank, load_flags_NewLoader), status_Ok);
-    SymMgrObjectPtr<IAddress> where;
-    SymMgrObjectPtr<ISymbolRange> range;
-    bank->addressByValue(0x1010, where);
-    bank->symbolRangeByAddress(where.get(), range, symbol_kind_Function, nullptr);
-    PlainDebugInfo other(module.path());
-    SymMgrObjectPtr<ISymbol> symbol;
-    SymMgrObjectPtr<IStackFrameContext> context = IStackFrameContext::create();
-    EXPECT_EQ(other.loader().findStackVariable(range->symbol(), 0x1010, 8, context, symbol, nullptr), status_Fail);
-    EXPECT_EQ(other.loader().findStackVariable(nullptr, 0x1010, 8, context, symbol, nullptr), status_Fail);
 }

@@ -107,23 +107,20 @@ inline std::string dwarfSymbols(std::string const& path, symbol_kind_t mask = k_
     if (loadBank(path, bank, load_flags_NewLoader) != status_Ok) {
         return "not loaded";
     }
-    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> ranges;
+    RangeIterator ranges;
     status_t const result = bank->originalSymbolRanges(ranges, mask, nullptr, nullptr);
     if (status != nullptr) {
         *status = result;
     }
     std::ostringstream text;
-    for (auto range = ranges ? ranges->current() : SymMgrObjectPtr<ISymbolRange>(); range; range = ranges->current()) {
+    forEach(ranges, [&](ISymbolRange& range) {
         ICompUnitDetails* unit = nullptr;
-        if (range->symbol()->compUnitDetails(unit) == status_Ok) {
-            SymMgrObjectPtr<IAddress> start;
-            range->startAddress(start);
-            text << (text.str().empty() ? "" : " ") << range->symbol()->name() << std::hex << '[' << start->pseudoAddr()
-                 << ',' << start->pseudoAddr() + range->size() << ')'
-                 << (range->symbol()->visibility() == symbol_visibility_Local ? "l" : "");
+        if (range.symbol()->compUnitDetails(unit) == status_Ok) {
+            text << (text.str().empty() ? "" : " ") << range.symbol()->name() << std::hex << '[' << startOf(range)
+                 << ',' << startOf(range) + range.size() << ')'
+                 << (range.symbol()->visibility() == symbol_visibility_Local ? "l" : "");
         }
-        ranges->next();
-    }
+    });
     return text.str();
 }
 
@@ -147,22 +144,19 @@ public:
     /// "start-end name:line:column.discriminator" of all rows, file by file.
     std::string rows(unsigned long long unit = ~0ULL) {
         std::ostringstream text;
-        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> lines;
+        LineIterator lines;
         linesStatus = m_resolver->sourceLines(lines, unit, 0, 0, 0, nullptr);
         for (unsigned int id = 0; lines && id < m_resolver->sourceFileCount(); ++id) {
             ISourceFile* const file = m_resolver->sourceFileById(id);
             file->sourceLines(lines, unit, nullptr, nullptr);
-            for (auto line = lines->current(); line; line = lines->current()) {
-                SymMgrObjectPtr<IAddress> start;
-                line->address(start);
-                ISourceLocation& place = *line->location();
-                text << (text.str().empty() ? "" : " ") << std::hex << start->pseudoAddr() << '+' << line->size() << ' '
+            forEach(lines, [&](ISourceLine& line) {
+                ISourceLocation& place = *line.location();
+                text << (text.str().empty() ? "" : " ") << std::hex << startOf(line) << '+' << line.size() << ' '
                      << file->path() << std::dec << ':' << place.line() << ':' << place.column();
                 if (place.discriminator() != 0) {
                     text << '.' << place.discriminator();
                 }
-                lines->next();
-            }
+            });
         }
         return text.str();
     }

@@ -107,37 +107,65 @@ inline status_t loadBank(std::string const& path, SymMgrObjectPtr<IModuleSymbolB
 
 constexpr auto k_allKinds = static_cast<symbol_kind_t>(31);
 
+using RangeIterator = SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>>;
+using LineIterator = SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>;
+
+/// Visits each object that an iterator gives; a null iterator gives none.
+template <typename T, typename Visit>
+void forEach(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<T>>> const& it, Visit visit) {
+    for (auto item = it ? it->current() : SymMgrObjectPtr<T>(); item; item = it->current()) {
+        visit(*item);
+        it->next();
+    }
+}
+
+inline SymMgrObjectPtr<IAddress> addressIn(IModuleSymbolBank& bank, unsigned long long value) {
+    SymMgrObjectPtr<IAddress> out;
+    bank.addressByValue(value, out);
+    return out;
+}
+
+/// What wins at an address; null if nothing does.
+inline SymMgrObjectPtr<ISymbolRange> rangeIn(IModuleSymbolBank& bank, unsigned long long address, symbol_kind_t mask) {
+    SymMgrObjectPtr<ISymbolRange> range;
+    bank.symbolRangeByAddress(addressIn(bank, address).get(), range, mask, nullptr);
+    return range;
+}
+
+/// Where a range or a line starts.
+inline unsigned long long startOf(ISymbolRange& range) {
+    SymMgrObjectPtr<IAddress> start;
+    range.startAddress(start);
+    return start->pseudoAddr();
+}
+inline unsigned long long startOf(ISourceLine& line) {
+    SymMgrObjectPtr<IAddress> start;
+    line.address(start);
+    return start->pseudoAddr();
+}
+
 /// "name@start+size" of what wins at an address; "none" if nothing does.
 inline std::string symbolAt(IModuleSymbolBank& bank, unsigned long long address, symbol_kind_t mask = k_allKinds) {
-    SymMgrObjectPtr<IAddress> where;
-    SymMgrObjectPtr<ISymbolRange> range;
-    if (bank.addressByValue(address, where) != status_Ok ||
-        bank.symbolRangeByAddress(where.get(), range, mask, nullptr) != status_Ok) {
+    SymMgrObjectPtr<ISymbolRange> const range = rangeIn(bank, address, mask);
+    if (!range) {
         return "none";
     }
-    SymMgrObjectPtr<IAddress> start;
-    range->startAddress(start);
     std::ostringstream text;
-    text << range->symbol()->name() << '@' << std::hex << start->pseudoAddr() << '+' << std::dec << range->size();
+    text << range->symbol()->name() << '@' << std::hex << startOf(*range) << '+' << std::dec << range->size();
     return text.str();
 }
 
 inline std::string rangeText(ISymbolRange& range) {
-    SymMgrObjectPtr<IAddress> start;
-    range.startAddress(start);
     std::ostringstream text;
-    text << (range.symbol() != nullptr ? range.symbol()->name() : "-") << '[' << start->pseudoAddr() << ','
-         << start->pseudoAddr() + range.size() << ')';
+    text << (range.symbol() != nullptr ? range.symbol()->name() : "-") << '[' << startOf(range) << ','
+         << startOf(range) + range.size() << ')';
     return text.str();
 }
 
 /// All ranges of an iterator as text, one blank between them.
-inline std::string allRanges(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> const& it) {
+inline std::string allRanges(RangeIterator const& it) {
     std::string text;
-    for (auto range = it ? it->current() : SymMgrObjectPtr<ISymbolRange>(); range; range = it->current()) {
-        text += (text.empty() ? "" : " ") + rangeText(*range);
-        it->next();
-    }
+    forEach(it, [&](ISymbolRange& range) { text += (text.empty() ? "" : " ") + rangeText(range); });
     return text;
 }
 
