@@ -3,6 +3,7 @@
 /// Real debug information with bytes cut off and flipped: whatever comes of it, every question has an answer
 /// and the module stays usable. The sanitizers are the judges.
 
+#include "fuzz/orv_fuzz_input.h"
 #include "support/orv_assembler.h"
 
 #include <cstring>
@@ -57,24 +58,9 @@ void askEverything(std::string const& path) {
     ASSERT_EQ(loadBank(path, bank, load_flags_NewLoader), status_Ok);
     RangeIterator ranges;
     bank->originalSymbolRanges(ranges, k_allKinds, nullptr, nullptr);
-    forEach(ranges, [](ISymbolRange& range) {
-        ISymbol& symbol = *range.symbol();
-        SymMgrObjectPtr<ISourceLine> line;
-        LineIterator lines;
-        RangeIterator inner;
-        symbol.sourceLine(line);
-        symbol.sourceLines(lines);
-        symbol.shortName();
-        range.innerRanges(inner);
-        allRanges(inner);
-        ICompUnitDetails* unit = nullptr;
-        if (symbol.compUnitDetails(unit) == status_Ok) {
-            unit->mainSourceFile();
-        }
-    });
+    orv_fuzz::walk(ranges);
     for (unsigned long long address = 0x1000; address < 0x1100; address += 3) {
-        SymMgrObjectPtr<ISourceLocation> location;
-        bank->sourceLocationByAddress(addressIn(*bank, address).get(), location, ~0ULL, nullptr);
+        orv_fuzz::askAt(*bank, address);
     }
     EXPECT_NE(symbolAt(*bank, 0x1000), "none"); // the raw symbols answer, whatever the rest is
 }

@@ -125,12 +125,9 @@ TEST(DwarfLines, RunsEachOpcode) {
         char const* rows;
     };
     for (auto const& [what, header, program, rows] : std::vector<Case>{
-             {"special", plain, begin + ".byte 13 + 14 * 3 + 7\n" + next, "1003+d /dir/a.c:3:0"},
              {"special of 4 bytes", fine, begin + ".byte 13 + 14 * 3 + 7\n" + next, "100c+4 /dir/a.c:3:0"},
              {"special without a range", flat, begin + ".byte 3, 9\n.byte 200\n" + next, "1000+10 /dir/a.c:5:0"},
              {"advance_pc of 4 bytes", fine, begin + ".byte 2\n.uleb128 3\n" + k_copy + next, "100c+4 /dir/a.c:1:0"},
-             {"advance_line", plain, begin + ".byte 3\n.sleb128 99999\n.byte 3\n.sleb128 -10\n" + k_copy + next,
-              "1000+10 /dir/a.c:99990:0"},
              {"high lines", plain, begin + ".byte 3\n.sleb128 39999\n.byte 13 + 6\n" + next,
               "1000+10 /dir/a.c:40001:0"},
              {"lines that wrap round", plain,
@@ -139,7 +136,6 @@ TEST(DwarfLines, RunsEachOpcode) {
              {"set_file, to absolute directories and names too, to file 0 and one beyond the table", plain,
               begin + ".byte 4, 2, 1, 2, 4, 4, 3, 1, 2, 4, 4, 4, 1, 2, 4, 4, 0, 1, 2, 2, 4, 5, 1\n" + next,
               "1000+4 /dir/inc/b.h:1:0 1004+4 /abs/c.h:1:0 1008+4 /d/e.h:1:0"},
-             {"set_column", plain, begin + ".byte 5\n.uleb128 300\n" + k_copy + next, "1000+10 /dir/a.c:1:300"},
              {"const_add_pc of 4 bytes", fine, begin + ".byte 8\n" + k_copy + setAddress(0x20) + k_end,
               "1011+f /dir/a.c:1:0"},
              {"fixed_advance_pc, down", plain, setAddress(8) + k_copy + ".byte 9\n.2byte 0xffff\n" + k_copy + next,
@@ -158,9 +154,9 @@ TEST(DwarfLines, RunsEachOpcode) {
              {"rows of no size", plain, begin + k_copy + ".byte 3, 1\n" + k_copy + next,
               "1000+0 /dir/a.c:1:0 1000+10 /dir/a.c:2:0"},
              {"two sequences", plain,
-              begin + ".byte 5, 3\n" + k_copy + setAddress(4) + k_end + setAddress(0x20) + k_copy + setAddress(0x24) +
-                  k_end,
-              "1000+4 /dir/a.c:1:3 1020+4 /dir/a.c:1:0"},
+              begin + ".byte 5\n.uleb128 300\n" + k_copy + setAddress(4) + k_end + setAddress(0x20) + k_copy +
+                  setAddress(0x24) + k_end,
+              "1000+4 /dir/a.c:1:300 1020+4 /dir/a.c:1:0"},
              {"backwards", plain, setAddress(0x40) + k_copy + setAddress(0x20) + k_copy + setAddress(0x30) + k_end,
               "1020+10 /dir/a.c:1:0"},
              {"no code there", plain, ".byte 0, 9, 2\n.8byte 0x900000\n" + std::string(k_copy) + ".byte 2, 4\n" + k_end,
@@ -303,11 +299,12 @@ TEST(DwarfLines, OfASymbol) {
     EXPECT_EQ(linesOf(*range->symbol()), "1040+20 ");           // those of the file at its address
 }
 
-TEST(DwarfLines, WithoutAChooserTheRowThatStartsLastIsTaken) {
-    // Overlapping functions and rows, each of a line and a start of its own.
+TEST(DwarfLines, ChoosersSeeWhatTheShortWayTakes) {
+    // Overlapping functions and rows, each of a line of its own, in pairs of one start: of all that a chooser sees the
+    // one is taken that starts last, of several such the first.
     std::string entries;
     std::ostringstream program;
-    auto const startOf = [](unsigned int row) { return row * 29 % 190; };
+    auto const startOf = [](unsigned int row) { return row / 2 * 29 % 190; };
     for (unsigned int i = 0; i < 40; ++i) {
         int const number = static_cast<int>(i);
         entries += function("f" + std::to_string(i), number * 37 % 200, number * 13 % 90, {number % 5, 1});

@@ -130,9 +130,8 @@ public:
                                      ISourceLocationChooser* /*chooser*/) override {
         return status_Fail;
     }
-    status_t sourceLines(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& /*out*/, unsigned long long /*unit*/,
-                         unsigned int /*fileId*/, unsigned long long /*start*/, unsigned long long /*end*/,
-                         Scope* /*scope*/) override {
+    status_t sourceLines(LineIterator& /*out*/, unsigned long long /*unit*/, unsigned int /*fileId*/,
+                         unsigned long long /*start*/, unsigned long long /*end*/, Scope* /*scope*/) override {
         return status_Fail;
     }
     unsigned int sourceFileCount() override { return 0; }
@@ -156,25 +155,22 @@ protected:
         m_table->addLine(row.unit, row.file, row.line, row.column, row.start, row.size, row.discriminator);
     }
 
-    static std::string textOf(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> const& lines) {
+    static std::string textOf(LineIterator const& lines) {
         std::ostringstream text;
-        for (auto line = lines->current(); line; line = lines->current()) {
-            SymMgrObjectPtr<IAddress> start;
-            line->address(start);
-            ISourceLocation& place = *line->location();
+        forEach(lines, [&](ISourceLine& line) {
+            ISourceLocation& place = *line.location();
             text << place.unit() << '/' << place.line() << ':' << place.column() << '.' << place.discriminator() << '['
-                 << start->pseudoAddr() << '+' << line->size() << ") ";
-            lines->next();
-        }
+                 << startOf(line) << '+' << line.size() << ") ";
+        });
         return text.str();
     }
     std::string stretch(unsigned long long unit, unsigned int file, unsigned long long start, unsigned long long end) {
-        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> lines;
+        LineIterator lines;
         m_table->sourceLines(lines, unit, file, start, end);
         return textOf(lines);
     }
     std::string at(unsigned long long address, unsigned long long unit = k_allUnits, unsigned int file = k_allFiles) {
-        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> lines;
+        LineIterator lines;
         m_table->sourceLinesByAddress(lines, address, unit, file);
         return textOf(lines);
     }
@@ -324,7 +320,7 @@ TEST_F(LineTables, AnIteratorStandsFirmWhenRowsCome) {
     for (unsigned int i = 0; i < 20; ++i) {
         add({1, 5, i, 0, 0x100 + 16ULL * i, 16, 0});
     }
-    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> lines;
+    LineIterator lines;
     m_table->sourceLines(lines, k_allUnits, k_allFiles, 0, ~0ULL);
     for (unsigned int i = 0; i < 20; ++i) {
         ASSERT_TRUE(lines->current());
@@ -340,12 +336,12 @@ namespace {
 class ForeignTable final : public SymMgrObject<ILineTable> {
 public:
     explicit ForeignTable(ILineTable* table) : m_table(table) {}
-    void sourceLinesByAddress(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out, unsigned long long address,
-                              unsigned long long unit, unsigned int file) override {
+    void sourceLinesByAddress(LineIterator& out, unsigned long long address, unsigned long long unit,
+                              unsigned int file) override {
         m_table->sourceLinesByAddress(out, address, unit, file);
     }
-    void sourceLines(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out, unsigned long long unit,
-                     unsigned int file, unsigned long long start, unsigned long long end) override {
+    void sourceLines(LineIterator& out, unsigned long long unit, unsigned int file, unsigned long long start,
+                     unsigned long long end) override {
         m_table->sourceLines(out, unit, file, start, end);
     }
     void addLine(unsigned long long /*unit*/, unsigned int /*file*/, unsigned int /*line*/, unsigned int /*column*/,
@@ -391,10 +387,8 @@ TEST_F(LineTables, AFileIsSoughtWhereItHasRows) {
         for (unsigned int file = 0; file < 5; ++file) {
             unsigned long long const unit = below(2) == 0 ? k_allUnits : below(3);
             ORV_3_30::LineQuery const query{unit, file, below(0x300), 0x300ULL + below(0x400)};
-            SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> const own(
-                new InlineCallerSourceLineIterator(*m_table, query, root.get()));
-            SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> const other(
-                new InlineCallerSourceLineIterator(*foreign, query, root.get()));
+            LineIterator const own(new InlineCallerSourceLineIterator(*m_table, query, root.get()));
+            LineIterator const other(new InlineCallerSourceLineIterator(*foreign, query, root.get()));
             EXPECT_EQ(textOf(own), textOf(other)) << "seed " << seed << ", file " << file;
         }
     }

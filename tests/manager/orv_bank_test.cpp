@@ -27,33 +27,21 @@ protected:
         EXPECT_EQ(loadBank(m_path, m_bank), status_Ok);
     }
 
-    SymMgrObjectPtr<IAddress> at(unsigned long long address) {
-        SymMgrObjectPtr<IAddress> out;
-        EXPECT_EQ(m_bank->addressByValue(address, out), status_Ok) << std::hex << address;
-        return out;
-    }
+    SymMgrObjectPtr<IAddress> at(unsigned long long address) { return addressIn(*m_bank, address); }
 
     TempDir m_dir;
     std::string m_path;
     SymMgrObjectPtr<IModuleSymbolBank> m_bank;
 };
 
-using Ranges = std::vector<std::pair<unsigned long long, unsigned long long>>;
+using Stretches = std::vector<std::pair<unsigned long long, unsigned long long>>;
 
 } // namespace
 
-TEST_F(Bank, TellsWhatTheModuleIs) {
-    EXPECT_STREQ(m_bank->execFileName(), m_path.c_str());
-    EXPECT_EQ(m_bank->execFileFormat(), exec_format_Elf);
-    EXPECT_EQ(m_bank->architecture(), arch_X86_64);
-    EXPECT_EQ(m_bank->preferredLoadAddress(), 0x1000U);
+TEST_F(Bank, AddressesInAllForms) {
     EXPECT_EQ(m_bank->imageSize(), 0x200U);
     EXPECT_EQ(m_bank->entryPoint()->rva(), 0x40U);
     EXPECT_EQ(m_bank->memoryEstimate(), std::filesystem::file_size(m_path) * 8);
-    EXPECT_EQ(m_bank->notImplementedQuery(), status_NotImplemented);
-}
-
-TEST_F(Bank, AddressesInAllForms) {
     SymMgrObjectPtr<IAddress> out;
     ASSERT_EQ(m_bank->addressByRVA(0x40, out), status_Ok);
     EXPECT_EQ(out->pseudoAddr(), 0x1040U);
@@ -80,6 +68,7 @@ TEST_F(Bank, NullArgumentsAndWhatIsNotThere) {
     EXPECT_EQ(m_bank->sourceLocationByAddress(at(0x1040).get(), location, ~0ULL, nullptr), status_False);
     ISourceFile* file = nullptr;
     EXPECT_EQ(m_bank->sourceFileByName("x", file), status_NotImplemented);
+    EXPECT_EQ(m_bank->notImplementedQuery(), status_NotImplemented);
     EXPECT_EQ(m_bank->compUnitDetailsById(0), nullptr);
 
     SymMgrObjectPtr<ISection> section;
@@ -103,7 +92,7 @@ TEST_F(Bank, NullArgumentsAndWhatIsNotThere) {
 }
 
 TEST_F(Bank, RangesAsLoadedAndDisjoint) {
-    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
+    RangeIterator it;
     EXPECT_EQ(m_bank->originalSymbolRanges(it, symbol_kind_t(0), nullptr, nullptr), status_False)
         << "mask 0 is what is loaded so far: nothing";
     ASSERT_EQ(m_bank->originalSymbolRanges(it, symbol_kind_Function, nullptr, nullptr), status_Ok);
@@ -119,12 +108,14 @@ TEST_F(Bank, RangesAsLoadedAndDisjoint) {
 }
 
 TEST_F(Bank, RangesKnowTheirSurroundings) {
-    SymMgrObjectPtr<ISymbolRange> range;
-    ASSERT_EQ(m_bank->symbolRangeByAddress(at(0x1045).get(), range, k_allKinds, nullptr), status_Ok);
-    EXPECT_EQ(range->sizeToNextRange(), 0xD0U) << "up to the label";
-    ASSERT_EQ(m_bank->symbolRangeByAddress(at(0x1110).get(), range, k_allKinds, nullptr), status_Ok);
-    EXPECT_EQ(range->sizeToNextRange(), 0x3000U - 0x1110U) << "of a label, not to itself";
-    ASSERT_EQ(m_bank->symbolRangeByAddress(at(0x1045).get(), range, k_allKinds, nullptr), status_Ok);
+    for (auto const& [address, size] : {std::pair(0x1045ULL, 0xD0U),     // up to the label
+                                        std::pair(0x1110ULL, 0x1EF0U),   // of a label, not to itself
+                                        std::pair(0x3000ULL, 0x100U)}) { // the last one: to the end of its segment
+        SymMgrObjectPtr<ISymbolRange> const range = rangeIn(*m_bank, address, k_allKinds);
+        ASSERT_TRUE(range);
+        EXPECT_EQ(range->sizeToNextRange(), size);
+    }
+    SymMgrObjectPtr<ISymbolRange> range = rangeIn(*m_bank, 0x1045, k_allKinds);
     EXPECT_TRUE(range->isEntryRange());
     EXPECT_EQ(range->thunk(), nullptr);
     EXPECT_EQ(range->inlineInstance(), nullptr);
@@ -132,18 +123,16 @@ TEST_F(Bank, RangesKnowTheirSurroundings) {
     range->outerRange(outer);
     ASSERT_TRUE(outer);
     EXPECT_EQ(outer->symbol(), nullptr) << "the module itself";
-    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> inner;
+    RangeIterator inner;
     EXPECT_EQ(range->innerRanges(inner), status_False);
-    ASSERT_EQ(m_bank->symbolRangeByAddress(at(0x3000).get(), range, symbol_kind_Data, nullptr), status_Ok);
-    EXPECT_EQ(range->sizeToNextRange(), 0x100U) << "the last one reaches to the end of its segment";
-    range->innerRangeByAddress(outer, at(0x3000).get());
+    range->innerRangeByAddress(outer, at(0x1045).get());
     EXPECT_FALSE(outer);
 }
 
 TEST_F(Bank, SymbolByRangesNeedsEverythingCovered) {
     struct {
         char const* name;
-        Ranges ranges; ///< RVA, start and end.
+        Stretches ranges; ///< RVA, start and end.
         status_t status;
         char const* symbol;
     } const rows[] = {
@@ -173,15 +162,21 @@ TEST_F(Bank, SymbolByRangesNeedsEverythingCovered) {
 TEST_F(Bank, CoverageByPieces) {
     struct {
         char const* name;
-        Ranges covering; ///< Of the symbol; RVA.
-        Ranges thunks;
-        Ranges asked;
+        Stretches covering; ///< Of the symbol, by the order of coming: one that comes in front takes nothing in. RVA.
+        Stretches thunks;
+        Stretches asked;
         bool isCovered;
     } const rows[] = {
         {"whole", {{0x10, 0x20}}, {}, {{0x10, 0x20}}, true},
-        {"by two that touch", {{0x10, 0x20}, {0x30, 0x40}}, {}, {{0x18, 0x38}}, false},
-        {"split, rest by others", {{0x10, 0x18}, {0x20, 0x28}, {0x30, 0x40}}, {}, {{0x10, 0x18}, {0x30, 0x40}}, true},
-        {"end sticks out, covered later", {{0x10, 0x20}, {0x21, 0x40}}, {}, {{0x18, 0x30}}, false},
+        {"by two that touch", {{0x20, 0x30}, {0x10, 0x20}}, {}, {{0x18, 0x28}}, false},
+        {"by two that overlap", {{0x20, 0x30}, {0x10, 0x28}}, {}, {{0x18, 0x2C}}, false},
+        {"by two with a gap", {{0x10, 0x20}, {0x21, 0x40}}, {}, {{0x18, 0x30}}, false},
+        {"two, whole, beside another",
+         {{0x10, 0x18}, {0x20, 0x28}, {0x30, 0x40}},
+         {},
+         {{0x10, 0x18}, {0x30, 0x40}},
+         true},
+        {"split, the rest by another and a thunk", {{0x30, 0x60}, {0x20, 0x30}}, {{0x10, 0x20}}, {{0x18, 0x50}}, true},
         {"by a thunk", {{0x10, 0x20}}, {{0x50, 0x60}}, {{0x10, 0x20}, {0x50, 0x60}}, true},
     };
     for (auto const& row : rows) {
@@ -194,7 +189,7 @@ TEST_F(Bank, CoverageByPieces) {
         for (auto const& [start, end] : row.thunks) {
             scope->addThunk(new ImportThunk(nullptr, 0x1000 + start, end - start));
         }
-        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
+        RangeIterator it;
         scope->symbol()->ranges(it);
         SymMgrObjectPtr<ISymbolRange> const range = it->current();
         EXPECT_EQ(coversRanges(*range, RangesAdapter(&row.asked), false, true), row.isCovered) << row.name;
@@ -205,7 +200,7 @@ TEST_F(Bank, CoverageByPieces) {
 
 TEST_F(Bank, PrefetchingRestrictsAndTheNextQueryLoadsAgain) {
     EXPECT_EQ(m_bank->prefetcher()->putRVA(0x45), status_Ok);
-    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
+    RangeIterator it;
     ASSERT_EQ(m_bank->originalSymbolRanges(it, symbol_kind_Function, nullptr, nullptr), status_Ok);
     EXPECT_EQ(allRanges(it), "outer[4096,4352) inner[4160,4176)");
     EXPECT_EQ(symbolAt(*m_bank, 0x1045), "inner@1040+16");
@@ -220,7 +215,7 @@ TEST_F(Bank, QueriesAreTraced) {
     m_bank->symbolRangeByAddress(address.get(), range, k_allKinds, nullptr);
     LogCapture log;
     m_bank->symbolRangeByAddress(address.get(), range, k_allKinds, nullptr);
-    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
+    RangeIterator it;
     m_bank->originalSymbolRanges(it, k_allKinds, nullptr, nullptr);
     m_bank->prefetcher()->putRVA(1);
     EXPECT_EQ(log.messages(),

@@ -87,7 +87,6 @@ TEST(Manager, FailuresHaveTheirStatusAndLeaveTheBank) {
         {dir.path() + "/missing", status_CantOpenFile, "could not open file\n, at file: manager/"},
         {dir.path(), status_CantOpenFile, "could not open file\n, at file: manager/"},
         {"", status_CantOpenFile, "could not open file\n, at file: manager/"},
-        {"/boot/vmlinux-none", status_CantOpenFile, "could not open file\n, at file: manager/"},
         {dir.file("text", "this is no module"), status_BadFileFormat, nullptr},
         {dir.file("empty", ""), status_BadFileFormat, "ASSERTION FAILED: 'false'"},
     };
@@ -153,7 +152,7 @@ TEST(Manager, ResolversSeeTheCandidates) {
     EXPECT_STREQ(bank->symFileName(), path.c_str());
 }
 
-TEST(FileKey, OrdersBySizeTimePathAndImage) {
+TEST(FileKey, TellsFilesApart) {
     TempDir const dir;
     std::string const small = dir.file("z", "1");
     std::string const large = dir.file("a", "22");
@@ -162,6 +161,5 @@ TEST(FileKey, OrdersBySizeTimePathAndImage) {
     FileKey const detour("./y/../x", 0, arch_X86);
     EXPECT_FALSE(plain < detour || detour < plain);
     EXPECT_TRUE(plain < FileKey("x", 1, arch_Unknown));
-    EXPECT_TRUE(plain < FileKey("x", 0, arch_X86_64));
     EXPECT_TRUE(FileKey(nullptr, 0, arch_Unknown) < plain);
 }

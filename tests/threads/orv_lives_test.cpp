@@ -74,11 +74,11 @@ private:
         SymMgrObjectPtr<ISymbolRange> other;
         range.outerRange(other);
         keep(other);
-        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> inner;
+        RangeIterator inner;
         range.innerRanges(inner);
         keepAll(inner);
         SymMgrObjectPtr<ISymbol> const symbol = keep(SymMgrObjectPtr<ISymbol>(range.symbol()));
-        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> lines;
+        LineIterator lines;
         symbol->sourceLines(lines);
         keepAll(lines);
         symbol->ranges(inner);
@@ -132,7 +132,7 @@ void askAll(std::string const& path, Handed& handed) {
               status_Ok);
     handed.keep(bank);
     KeptChooser chooser(handed);
-    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> ranges;
+    RangeIterator ranges;
     bank->originalSymbolRanges(ranges, k_allKinds, nullptr, nullptr);
     handed.keepAll(ranges);
     bank->nonOverlappedSymbolRanges(ranges, k_allKinds, nullptr, nullptr, &chooser);
@@ -169,7 +169,7 @@ void askAll(std::string const& path, Handed& handed) {
         debugInfo->sectionByIndex(section, 1);
         handed.keep(section);
         debugInfo->loadSymbols(nullptr, nullptr, 0, nullptr);
-        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> lines;
+        LineIterator lines;
         debugInfo->srcLineResolver(nullptr, nullptr)->sourceLines(lines, ~0ULL, 0xFFFFFFFF, 0, ~0ULL, nullptr);
         handed.keepAll(lines);
     }

@@ -69,22 +69,21 @@ void query(IModuleSymbolBank& bank, std::mt19937& random) {
     case 0: symbolAt(bank, 0x1000 + random() % 0x5000, mask); break;
     case 1: symbolAt(bank, 0x20000 + random() % 0x1000, mask); break;
     case 2: {
-        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
+        RangeIterator it;
         bank.originalSymbolRanges(it, mask, nullptr, nullptr);
         allRanges(it);
         break;
     }
     case 3: {
-        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
+        RangeIterator it;
         bank.nonOverlappedSymbolRanges(it, mask, nullptr, nullptr, nullptr);
-        for (auto range = it ? it->current() : SymMgrObjectPtr<ISymbolRange>(); range; range = it->current()) {
-            SymMgrObjectPtr<ISymbol> const symbol(range->symbol());
+        forEach(it, [](ISymbolRange& range) {
+            SymMgrObjectPtr<ISymbol> const symbol(range.symbol());
             symbol->demangledName(0);
-            range->sizeToNextRange();
-            SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> inner;
-            range->innerRanges(inner);
-            it->next();
-        }
+            range.sizeToNextRange();
+            RangeIterator inner;
+            range.innerRanges(inner);
+        });
         break;
     }
     default:
@@ -186,13 +185,12 @@ std::string debugText() {
 }
 
 void queryLines(IModuleSymbolBank& bank, std::mt19937& random) {
-    SymMgrObjectPtr<IAddress> where;
+    SymMgrObjectPtr<IAddress> const where = addressIn(bank, 0x1000 + random() % 0x1000);
     SymMgrObjectPtr<ISymbolRange> range;
     SymMgrObjectPtr<ISourceLocation> location;
-    bank.addressByValue(0x1000 + random() % 0x1000, where);
     if (random() % 2 == 0 && bank.sourceLocationByAddress(where.get(), location, ~0ULL, nullptr) == status_Ok) {
         EXPECT_NE(location->sourceFile(), nullptr);
-        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> lines;
+        LineIterator lines;
         location->sourceFile()->sourceLines(lines, ~0ULL, where.get(), nullptr);
     }
     if (ICompUnitDetails* const unit = bank.compUnitDetailsById(0)) {
@@ -204,8 +202,8 @@ void queryLines(IModuleSymbolBank& bank, std::mt19937& random) {
     }
     ISymbol& symbol = *range->symbol();
     SymMgrObjectPtr<ISourceLine> line;
-    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> lines;
-    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> inner;
+    LineIterator lines;
+    RangeIterator inner;
     switch (random() % 4) {
     case 0: symbol.sourceLine(line); break;
     case 1: symbol.sourceLines(lines); break;
@@ -218,10 +216,8 @@ void queryLines(IModuleSymbolBank& bank, std::mt19937& random) {
 /// A chain of inlined calls from the outside in, with the places of the calls. False if it is not the three bodies that
 /// every function has at its start.
 bool followsChain(IModuleSymbolBank& bank, unsigned long long address) {
-    SymMgrObjectPtr<IAddress> where;
-    SymMgrObjectPtr<ISymbolRange> range;
-    bank.addressByValue(address, where);
-    bank.symbolRangeByAddress(where.get(), range, symbol_kind_Function, nullptr);
+    SymMgrObjectPtr<IAddress> const where = addressIn(bank, address);
+    SymMgrObjectPtr<ISymbolRange> range = rangeIn(bank, address, symbol_kind_Function);
     unsigned int depth = 0;
     for (auto inner = range; inner; range = inner) {
         inner = nullptr;
@@ -236,13 +232,12 @@ bool followsChain(IModuleSymbolBank& bank, unsigned long long address) {
 }
 
 bool findsVariable(IModuleSymbolBank& bank, std::mt19937& random) {
-    SymMgrObjectPtr<IAddress> where;
     SymMgrObjectPtr<ISymbol> variable;
     SymMgrObjectPtr<IStackFrameContext> context = IStackFrameContext::create();
     unsigned int const frame = 0x7000 + random() % 8 * 0x100;
     unsigned int const index = random() % 16;
     context->setRegister(1, frame);
-    bank.addressByValue(0x1000 + random() % 4 * 0x400 + 0x3D0 + random() % 0x20, where);
+    SymMgrObjectPtr<IAddress> const where = addressIn(bank, 0x1000 + random() % 4 * 0x400 + 0x3D0 + random() % 0x20);
     return bank.findStackVariable(where.get(), frame + index, context, variable, nullptr) == status_Ok &&
            variable->name() == "local" + std::to_string(index) && variable->shortName() != nullptr;
 }
@@ -267,9 +262,8 @@ TEST(Threads, LinesAndSymbolsFromTheFirstQueryOn) {
     fromTheFirstQueryOn(module.path(), 20, std::chrono::milliseconds(40),
                         [](IModuleSymbolBank& bank, std::mt19937& random) {
                             // No thread may see a half-read state: every address of the program has a line.
-                            SymMgrObjectPtr<IAddress> where;
                             SymMgrObjectPtr<ISourceLocation> location;
-                            bank.addressByValue(0x1000 + random() % 0x70, where);
+                            SymMgrObjectPtr<IAddress> const where = addressIn(bank, 0x1000 + random() % 0x70);
                             status_t const status = bank.sourceLocationByAddress(where.get(), location, ~0ULL, nullptr);
                             queryLines(bank, random);
                             return status == status_Ok;
@@ -307,7 +301,7 @@ TEST(Threads, TwoBanksOfOneModule) {
             auto const ask = [&](std::size_t i) {
                 for (--waiting; waiting > 0;) {
                 }
-                SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> ranges;
+                RangeIterator ranges;
                 banks[i]->originalSymbolRanges(ranges, k_allKinds, nullptr, nullptr);
                 found[i] = allRanges(ranges);
             };
