@@ -5,8 +5,8 @@
     orv_compare.py MODULE            agreement, and the first differences
     orv_compare.py --speed MODULE    time and memory of one address and of many, side by side
 
-Each function is asked for at its start and at ten random addresses inside. File and line are compared
-with both; the outermost function and the chain of inlined calls, with the lines of the calls, with
+Every instruction of the functions that our debug information has at unit level is asked for, and of all others the
+start and ten random addresses inside. File and line are compared with both; the outermost function and the chain of inlined calls, with the lines of the calls, with
 llvm-symbolizer. A difference is counted under what is known to cause it (docs/lines.md,
 docs/inlines.md), or as unexplained.
 """
@@ -45,12 +45,24 @@ def functions(module):
     return sorted((address, size, name) for (address, size), name in found.items())
 
 
-def addresses_of(found, seed, inside=INSIDE):
-    chance = random.Random(seed)
+def instructions(module):
+    """The addresses of all instructions, in order."""
+    listed = run(["objdump", "-d", "--no-show-raw-insn", module], "")
+    return sorted({int(address, 16) for address in re.findall(r"^ +([0-9a-f]+):\t", listed, re.MULTILINE)})
+
+
+def addresses_of(module, found):
+    """[(address, function)], the function as functions() gives it."""
+    chance = random.Random(len(found))
+    known, every = entered(module), instructions(module)
     addresses = []
-    for address, size, _ in found:
-        addresses.append(address)
-        addresses += [address + chance.randrange(size) for _ in range(inside)]
+    for function in found:
+        address, size, _ = function
+        if holds(known, address):
+            inside = every[bisect.bisect_left(every, address):bisect.bisect_left(every, address + size)]
+        else:
+            inside = [address] + [address + chance.randrange(size) for _ in range(INSIDE)]
+        addresses += [(at, function) for at in inside]
     return addresses
 
 
@@ -82,6 +94,11 @@ def entered(module):
             start = int(symbol["start"], 16)
             stretches.append((start, start + symbol["size"]))
     return sorted(stretches)
+
+
+def holds(stretches, address):
+    at = bisect.bisect_right(stretches, (address, float("inf")))
+    return any(start <= address < end for start, end in stretches[max(0, at - 50):at])
 
 
 def split_line(text):
@@ -126,10 +143,8 @@ def same_line(a, b):
 class Comparison:
     def __init__(self, module, found, addresses):
         self.module = module
-        self.addresses = addresses
-        self.owners = []
-        for address, size, name in found:
-            self.owners += [(address, size, name)] * (INSIDE + 1)
+        self.addresses, self.owners = [at for at, _ in addresses], [function for _, function in addresses]
+        addresses = self.addresses
         self.function_names = {name for _, _, name in found}
         self.ours = ours(module, addresses)
         self.llvm = llvm_symbolizer(module, addresses)
@@ -140,10 +155,6 @@ class Comparison:
         self.differences = collections.defaultdict(list)
         self.entered = entered(module)
 
-    def is_entered(self, address):
-        at = bisect.bisect_right(self.entered, (address, float("inf")))
-        return any(start <= address < end for start, end in self.entered[max(0, at - 50):at])
-
     def is_same_chain(self, i):
         """The same calls; the outermost function and the innermost line are compared by themselves."""
         mine, theirs = self.ours[i], self.llvm[i]
@@ -151,7 +162,7 @@ class Comparison:
         return len(mine) == len(theirs) and names and all(same_line(a[1], b[1]) for a, b in zip(mine[1:], theirs[1:]))
 
     def count_chain(self, agreed, i):
-        if len(self.llvm[i]) > 1 and not self.is_entered(self.addresses[i]):
+        if len(self.llvm[i]) > 1 and not holds(self.entered, self.addresses[i]):
             agreed["not entered"] += 1
             return
         agreed["chains"] += 1
@@ -220,8 +231,8 @@ def check_announced(module, addresses, answers):
 
 def compare(module, show, require, require_chain=0):
     found = functions(module)
-    addresses = addresses_of(found, seed=len(found))
-    comparison = Comparison(module, found, addresses)
+    comparison = Comparison(module, found, addresses_of(module, found))
+    addresses = comparison.addresses
     agreed = comparison.count()
     announced = check_announced(module, addresses, comparison.ours)
     total = max(len(addresses), 1)

@@ -39,7 +39,6 @@ std::uint64_t AbbrevTable::read(DwarfWalker walker, FormContext const& context) 
         walker.getUnsigned1(entry.hasChildren);
         readSpecs(walker, context, entry);
         ORV_ASSERT(m_abbrevsMap.find(code) == 0, "m_abbrevsMap[abbrevCode] == NULL");
-        m_hasUnitOptions |= entry.tag == DW_TAG_unit_options;
         m_entries.push_back(entry);
         m_abbrevsMap.store(code, static_cast<std::uint32_t>(m_entries.size()));
     }
@@ -47,7 +46,7 @@ std::uint64_t AbbrevTable::read(DwarfWalker walker, FormContext const& context) 
 }
 
 void AbbrevTable::readSpecs(DwarfWalker& walker, FormContext const& context, AbbrevEntry& entry) {
-    entry.firstSpec = static_cast<std::uint32_t>(m_specs.size());
+    m_specs.clear();
     while (!walker.atEnd()) {
         std::uint64_t const attr = walker.unsignedLeb();
         std::uint64_t const form = walker.unsignedLeb();
@@ -58,7 +57,6 @@ void AbbrevTable::readSpecs(DwarfWalker& walker, FormContext const& context, Abb
         auto const keptForm = static_cast<std::uint16_t>(form <= 0xFFFF ? form : 0);
         m_specs.push_back({kept, keptForm});
     }
-    entry.specCount = static_cast<std::uint32_t>(m_specs.size()) - entry.firstSpec;
     makeSteps(context, entry);
 }
 
@@ -67,8 +65,7 @@ void AbbrevTable::makeSteps(FormContext const& context, AbbrevEntry& entry) {
     std::uint32_t seen = 0; // by slot: of two attributes with one code the first stands
     std::uint32_t pending = 0;
     bool hasList = false;
-    for (std::uint32_t i = 0; i < entry.specCount; ++i) {
-        AbbrevSpec const& spec = m_specs[entry.firstSpec + i];
+    for (AbbrevSpec const& spec : m_specs) {
         unsigned int const size = sizeOfForm(context, spec.form);
         if (spec.attr == DW_AT_sibling && entry.siblingForm == 0) {
             entry.siblingAt = entry.skipSize;

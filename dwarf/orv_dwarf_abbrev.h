@@ -37,8 +37,6 @@ struct AbbrevEntry {
 
     std::uint32_t tag;
     std::uint8_t hasChildren; ///< As read.
-    std::uint32_t firstSpec;
-    std::uint32_t specCount;
     std::uint32_t firstStep;
     std::uint32_t stepCount;
     std::uint32_t tailSize;    ///< Bytes behind the last step.
@@ -60,9 +58,6 @@ public:
         std::uint32_t const index = m_abbrevsMap.find(code);
         return index != 0 ? &m_entries[index - 1] : nullptr;
     }
-    /// True if entries with the options of a part of a unit may come.
-    bool hasUnitOptions() const { return m_hasUnitOptions; }
-    AbbrevSpec const* specs(AbbrevEntry const& entry) const { return m_specs.data() + entry.firstSpec; }
     AbbrevStep const* steps(AbbrevEntry const& entry) const { return m_steps.data() + entry.firstStep; }
 
 private:
@@ -71,9 +66,8 @@ private:
 
     PagedArray<std::uint32_t> m_abbrevsMap; ///< Code to index of the entry plus 1.
     std::vector<AbbrevEntry> m_entries;
-    std::vector<AbbrevSpec> m_specs;
+    std::vector<AbbrevSpec> m_specs; ///< Of the entry that is being read.
     std::vector<AbbrevStep> m_steps;
-    bool m_hasUnitOptions = false;
 };
 
 /// All tables of a file. Lives as long as the loader.

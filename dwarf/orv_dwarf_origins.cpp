@@ -14,8 +14,6 @@ OriginFacts readFacts(DwarfUnit& asking, std::uint64_t offset, Budget& search) {
     if (chain.startAtOrigin(asking, offset)) {
         facts.name = chain.symbolName();
         facts.isExternal = chain.find(DieAttributes::slot_External) != nullptr;
-        AttrValue const* const location = chain.find(DieAttributes::slot_Location);
-        facts.isStatic = location != nullptr && isStaticLocation(*location);
         for (auto const slot : {DieAttributes::slot_LowPc, DieAttributes::slot_HighPc, DieAttributes::slot_Ranges}) {
             facts.hasPlace |= chain.find(slot) != nullptr;
         }

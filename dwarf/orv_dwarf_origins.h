@@ -18,8 +18,7 @@ struct OriginFacts {
     char const* name = nullptr; ///< The linkage name or else the plain one; null if it is missing or empty.
     bool hasPlace = false;      ///< It tells addresses.
     bool isExternal = false;
-    bool isStatic = false; ///< It tells the one address of a variable.
-    bool isCut = false;    ///< Too much was read before: nothing is known.
+    bool isCut = false; ///< Too much was read before: nothing is known.
 };
 
 /// Keeps what was read: the same functions are inlined again and again. Any thread may ask.
