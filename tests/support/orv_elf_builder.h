@@ -11,7 +11,6 @@
 
 #include <cstdint>
 #include <elf.h>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -132,9 +131,7 @@ public:
             body += s.data;
             offset += s.data.size();
         }
-        std::string file("\x7f"
-                         "ELF",
-                         4);
+        std::string file(ELFMAG);
         put(file, m_is64 ? ELFCLASS64 : ELFCLASS32, 1);
         put(file, dataByte, 1);
         put(file, EV_CURRENT, 1);

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
 #include "core/orv_range_list.h"
-#include "platform/orv_demangler.h"
-#include "support/orv_elf_builder.h"
 #include "support/orv_test_support.h"
 #include "symbols/orv_accepted_ranges.h"
 #include "symbols/orv_globalscope.h"
@@ -58,332 +56,6 @@ std::string disjoint(ISymbolTable& table, unsigned long long start, unsigned lon
     table.nonOverlappedSymbolRanges(it, start, end, k_allKinds, nullptr);
     return allRanges(it);
 }
-
-} // namespace
-
-TEST(RangeList, MergesWhatTouchesButNotTheMainRange) {
-    struct {
-        char const* name;
-        std::vector<RangeList::Range> added;
-        char const* expected;
-    } const rows[] = {
-        {"touching", {{10, 20}, {20, 30}}, "[10,30)"},
-        {"bridged", {{10, 20}, {30, 40}, {15, 35}}, "[10,40)"},
-        {"in front of main", {{20, 30}, {10, 20}}, "[10,20)[20,30)"},
-        {"main is not swallowed", {{20, 30}, {10, 12}, {11, 40}}, "[10,40)[20,30)"},
-        {"successor pulled down", {{10, 20}, {40, 50}, {30, 45}}, "[10,20)[30,50)"},
-        {"both neighbours", {{10, 20}, {30, 40}, {50, 60}, {20, 55}}, "[10,60)"},
-        {"apart", {{10, 20}, {50, 60}, {30, 40}}, "[10,20)[30,40)[50,60)"},
-        {"point", {{10, 10}, {10, 10}}, "[10,10)"},
-        {"contained", {{10, 50}, {20, 30}}, "[10,50)"},
-    };
-    for (auto const& row : rows) {
-        RangeList list;
-        for (RangeList::Range const& range : row.added) {
-            list.add(range.start, range.end);
-        }
-        EXPECT_EQ(text(list), row.expected) << row.name;
-    }
-}
-
-TEST(RangeList, RemovesByStart) {
-    RangeList list;
-    EXPECT_FALSE(list.remove(10));
-    list.add(20, 30);
-    list.add(40, 50);
-    list.add(5, 8);
-    EXPECT_FALSE(list.remove(21));
-    EXPECT_TRUE(list.remove(20));
-    EXPECT_EQ(text(list), "[5,8)[40,50)");
-    list.add(6, 45); // the main range is gone, so nothing stands in the way
-    EXPECT_EQ(text(list), "[5,50)");
-    EXPECT_TRUE(list.remove(5));
-    EXPECT_TRUE(list.empty());
-    list.add(1, 2);
-    EXPECT_EQ(text(list), "[1,2)");
-    EXPECT_EQ(list.floor(0), nullptr);
-    EXPECT_EQ(list.floor(9)->start, 1U);
-}
-
-TEST(RangeList, FirstFromMissesNoneThatHoldsAnAddress) {
-    std::mt19937 random(4);
-    for (int round = 0; round < 300; ++round) {
-        RangeList list;
-        for (int i = 0; i < 8; ++i) {
-            unsigned long long const start = random() % 100;
-            list.add(start, start + random() % (random() % 4 == 0 ? 90 : 12));
-        }
-        for (unsigned long long address = 0; address < 200; ++address) {
-            for (std::size_t i = 0; i < list.firstFrom(address); ++i) {
-                bool const holds = list[i].start <= address && address < list[i].end;
-                ASSERT_FALSE(holds) << text(list) << " at " << address;
-            }
-        }
-    }
-}
-
-TEST(Scope, RangesAndThunks) {
-    SymMgrObjectPtr<SymbolScope> const scope(scopeOf("f", 100, 120));
-    scope->addRange(200, 210);
-    unsigned long long start = 0;
-    unsigned long long end = 0;
-    EXPECT_TRUE(scope->rangeAt(start, end, 119));
-    EXPECT_EQ(end, 120U);
-    EXPECT_FALSE(scope->rangeAt(start, end, 120)) << "the end is outside";
-    EXPECT_TRUE(scope->rangeAt(start, end, 205));
-    EXPECT_TRUE(scope->hasSeveralRanges());
-    EXPECT_EQ(scope->firstStart(), 100U);
-    EXPECT_EQ(scope->lastEnd(), 210U);
-
-    scope->addThunk(new ImportThunk(nullptr, 300, 16));
-    scope->addThunk(new ImportThunk(nullptr, 308, 16));
-    EXPECT_EQ(scope->thunks().size(), 1U) << "a thunk inside another is ignored";
-    EXPECT_EQ(scope->thunkAt(316), nullptr);
-    EXPECT_STREQ(scope->thunkAt(315)->name(), "f");
-    scope->symbolImpl()->setName("renamed");
-    EXPECT_STREQ(scope->thunkAt(300)->name(), "renamed");
-
-    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
-    scope->symbol()->ranges(it);
-    EXPECT_EQ(allRanges(it), "renamed[100,120) renamed[200,210)");
-    scope->symbol()->thunks(it);
-    EXPECT_EQ(allRanges(it), "renamed[300,316)");
-}
-
-TEST(Symbol, RawSymbolsKnowNoSource) {
-    SymMgrObjectPtr<SymbolScope> scope(scopeOf("_ZN1A1fEi", 5, 9));
-    SymMgrObjectPtr<ISymbol> const symbol(scope->symbol());
-    SymMgrObjectPtr<ISourceLine> line;
-    ICompUnitDetails* unit = nullptr;
-    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> lines;
-    EXPECT_EQ(symbol->sourceLine(line), status_False);
-    EXPECT_EQ(symbol->compUnitDetails(unit), status_False);
-    symbol->sourceLines(lines);
-    EXPECT_FALSE(lines);
-    char const* const before = symbol->demangledName(0);
-    EXPECT_STREQ(before, "A::f(int)");
-    scope->symbolImpl()->setName("g");
-    EXPECT_STREQ(symbol->baseName(), "g");
-    EXPECT_STREQ(before, "A::f(int)") << "names that were handed out stay";
-
-    // A client that holds a symbol beyond its bank keeps the name, and meets nothing that is gone.
-    char borrowed[] = "borrowed";
-    auto* const late = new Symbol(nullptr, SymbolName::borrowed(borrowed), 1, nullptr, symbol_visibility_Local,
-                                  symbol_kind_Data, k_noCompUnit);
-    SymMgrObjectPtr<ISymbol> const held(late);
-    { SymMgrObjectPtr<SymbolScope> const gone(new SymbolScope(nullptr, nullptr, late)); }
-    borrowed[0] = 'X';
-    EXPECT_STREQ(held->name(), "borrowed");
-    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> ranges;
-    held->ranges(ranges);
-    EXPECT_FALSE(ranges);
-    SymMgrObjectPtr<IAddress> address;
-    EXPECT_EQ(held->address(address), status_Fail);
-}
-
-TEST(Symbol, PriorityIsOfSingleKinds) {
-    int const expected[] = {10, 1, 2, 10, 4, 10, 10, 10, 3, 10, 10, 10, 10, 10, 10, 10, 0};
-    for (unsigned int kind = 0; kind < std::size(expected); ++kind) {
-        EXPECT_EQ(symbolPriorityByKind(static_cast<symbol_kind_t>(kind)), expected[kind]) << kind;
-    }
-}
-
-TEST(SymbolTable, RefusedScopesGoUnlessHeld) {
-    SymMgrObjectPtr<ISymbolTable> const table = ISymbolTable::create(nullptr);
-    EXPECT_TRUE(table->addRange(100, 200, scopeOf("f", 100, 200)));
-    EXPECT_FALSE(table->addRange(100, 200, scopeOf("f", 100, 200))) << "a sanitizer tells if it stays or goes twice";
-    SymMgrObjectPtr<SymbolScope> const held(scopeOf("f", 100, 200));
-    EXPECT_FALSE(table->addRange(100, 200, held.get()));
-    EXPECT_STREQ(held->symbol()->name(), "f");
-    EXPECT_FALSE(table->addRange(100, 100, scopeOf("f", 100, 100))) << "a label comes to its function";
-    EXPECT_TRUE(table->addRange(100, 100, scopeOf("g", 100, 100)));
-    EXPECT_TRUE(table->addRange(100, 150, scopeOf("f", 100, 150))) << "another end is another thing";
-    EXPECT_FALSE(table->addScope(nullptr));
-}
-
-TEST(SymbolTable, ScopesOfSeveralRangesAndThunks) {
-    SymMgrObjectPtr<ISymbolTable> const table = ISymbolTable::create(nullptr);
-    SymbolScope* const first = scopeOf("f", 100, 200);
-    first->addRange(300, 310);
-    first->addThunk(new ImportThunk(nullptr, 400, 16));
-    EXPECT_TRUE(table->addScope(first));
-    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
-    table->symbolRanges(it, 0, 1000, k_allKinds);
-    EXPECT_EQ(allRanges(it), "f[100,200) f[300,310) f[400,416)");
-
-    // One that loses all its ranges leaves its thunks to the winner.
-    SymbolScope* const second = scopeOf("f", 400, 416);
-    second->addThunk(new ImportThunk(nullptr, 500, 16));
-    SymbolScope* const rival = scopeOf("f", 600, 620);
-    EXPECT_TRUE(table->addScope(rival));
-    SymbolScope* const loser = scopeOf("f", 600, 620);
-    loser->addThunk(new ImportThunk(nullptr, 700, 16));
-    EXPECT_FALSE(table->addScope(loser));
-    ASSERT_NE(rival->thunkAt(705), nullptr);
-    EXPECT_TRUE(table->addScope(second));
-}
-
-TEST(SymbolTable, RivalsMayTakeANewEnd) {
-    for (unsigned int const flags : {merge_ReplaceEnd, merge_ReplaceScope}) {
-        SymMgrObjectPtr<ISymbolTable> const table = ISymbolTable::create(nullptr);
-        auto* const rival = new DecidingScope("rival", 100, flags);
-        rival->addRange(100, 200);
-        rival->addRange(500, 520);
-        EXPECT_TRUE(table->addScope(rival));
-        EXPECT_TRUE(table->addRange(150, 160, scopeOf("inner", 150, 160)));
-        table->addRange(170, 170, nullptr);
-        EXPECT_FALSE(table->addRange(100, 400, scopeOf("newcomer", 100, 400)));
-        EXPECT_EQ(rival->seen.key, 150U);
-        EXPECT_STREQ(rival->seen.name, "inner");
-        EXPECT_EQ(rival->mergedFlags, flags);
-        bool const keepsRest = flags == merge_ReplaceEnd;
-        EXPECT_EQ(disjoint(*table, 0, 1000),
-                  std::string("rival[100,150) inner[150,160) rival[160,400)") + (keepsRest ? " rival[500,520)" : ""));
-    }
-}
-
-TEST(SymbolTable, RawSymbolsKeepTheirPlaceBehindScopes) {
-    SymMgrObjectPtr<ISymbolTable> const table = ISymbolTable::create(nullptr);
-    table->addRange(100, 200, scopeOf("x", 100, 200));
-    auto const raw = [](char const* name, unsigned long long start, unsigned long long end) {
-        return RawSymbol{name, start, end - start, symbol_visibility_Global, symbol_kind_Function};
-    };
-    auto const batch = [](std::vector<RawSymbol> const& symbols) {
-        RawSymbolBatch out(symbols.size());
-        for (RawSymbol const& symbol : symbols) {
-            out.add(symbol);
-        }
-        return out;
-    };
-    static_cast<SymbolTable&>(*table).addRawSymbols(nullptr, batch({raw("a", 100, 300), raw("b", 150, 300)}));
-    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
-    table->symbolRanges(it, 160, 170, k_allKinds);
-    EXPECT_EQ(allRanges(it), "b[150,300) a[100,300) x[100,200)");
-    // Hundreds at one address take another way to the same end.
-    std::vector<RawSymbol> crowd;
-    std::vector<std::string> names;
-    for (int i = 0; i < 300; ++i) {
-        names.push_back("n" + std::to_string(i % 7));
-    }
-    for (std::size_t i = 0; i < names.size(); ++i) {
-        crowd.push_back(raw(names[i].c_str(), 5000, 5000 + i % 11));
-    }
-    SymMgrObjectPtr<ISymbolTable> const atOnce = ISymbolTable::create(nullptr);
-    SymMgrObjectPtr<ISymbolTable> const oneByOne = ISymbolTable::create(nullptr);
-    static_cast<SymbolTable&>(*atOnce).addRawSymbols(nullptr, batch(crowd));
-    for (RawSymbol const& symbol : crowd) {
-        oneByOne->addRange(symbol.address, symbol.address + symbol.size,
-                           scopeOf(symbol.name, symbol.address, symbol.address + symbol.size));
-    }
-    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> expected;
-    atOnce->symbolRanges(it, 0, 9000, k_allKinds);
-    oneByOne->symbolRanges(expected, 0, 9000, k_allKinds);
-    EXPECT_EQ(allRanges(it), allRanges(expected));
-}
-
-TEST(SymbolTable, ClientsMayChooseWhatWasNotOffered) {
-    class Chooser : public ISymbolChooser {
-    public:
-        SymMgrObjectPtr<ISymbol> choose(IIterator<SymMgrObjectPtr<ISymbol>>& /*candidates*/) override { return wanted; }
-        SymMgrObjectPtr<ISymbol> wanted;
-    };
-    SymMgrObjectPtr<ISymbolTable> const table = ISymbolTable::create(nullptr);
-    table->addRange(0, 10, scopeOf("a", 0, 10));
-    table->addRange(0, 11, scopeOf("b", 0, 11));
-    SymbolScope* const data = scopeOf("d", 0, 12, symbol_kind_Data);
-    table->addRange(0, 12, data);
-    SymbolScope* const elsewhere = scopeOf("e", 20, 30);
-    table->addRange(20, 30, elsewhere);
-    SymMgrObjectPtr<ISymbolRange> range;
-    Chooser chooser;
-    for (auto const& [scope, expected] : {std::pair{data, "d[0,12)"}, std::pair{elsewhere, "none"}}) {
-        chooser.wanted = scope->symbol();
-        table->symbolRangeByAddress(range, 5, symbol_kind_Function, &chooser);
-        EXPECT_EQ(range ? rangeText(*range) : "none", expected);
-    }
-}
-
-TEST(SymbolTable, ClientsChooseAmongSeveralOnly) {
-    class Chooser : public ISymbolChooser {
-    public:
-        SymMgrObjectPtr<ISymbol> choose(IIterator<SymMgrObjectPtr<ISymbol>>& candidates) override {
-            names.clear();
-            SymMgrObjectPtr<ISymbol> last;
-            for (auto symbol = candidates.current(); symbol; symbol = candidates.current()) {
-                names += symbol->name();
-                last = symbol;
-                candidates.next();
-            }
-            return isRefusing ? SymMgrObjectPtr<ISymbol>() : last;
-        }
-        std::string names = "not called";
-        bool isRefusing = false;
-    } chooser;
-    SymMgrObjectPtr<ISymbolTable> const table = ISymbolTable::create(nullptr);
-    table->addRange(100, 200, scopeOf("a", 100, 200));
-    table->addRange(150, 200, scopeOf("b", 150, 200));
-    table->addRange(150, 300, scopeOf("c", 150, 300));
-    SymMgrObjectPtr<ISymbolRange> range;
-    table->symbolRangeByAddress(range, 120, k_allKinds, &chooser);
-    EXPECT_EQ(chooser.names, "not called");
-    table->symbolRangeByAddress(range, 160, k_allKinds, &chooser);
-    EXPECT_EQ(chooser.names, "cba") << "the one that ends last first, then the one that made the key";
-    EXPECT_EQ(rangeText(*range), "a[100,200)");
-    chooser.isRefusing = true;
-    table->symbolRangeByAddress(range, 160, k_allKinds, &chooser);
-    EXPECT_FALSE(range);
-}
-
-TEST(SymbolTable, IteratorsSurviveALoad) {
-    SymMgrObjectPtr<ISymbolTable> const table = ISymbolTable::create(nullptr);
-    for (unsigned long long at = 0; at < 2000; at += 10) {
-        table->addRange(at, at + 10, scopeOf(("s" + std::to_string(at)).c_str(), at, at + 10));
-    }
-    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> all;
-    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> pieces;
-    table->symbolRanges(all, 0, 2000, k_allKinds);
-    table->nonOverlappedSymbolRanges(pieces, 0, 2000, k_allKinds, nullptr);
-    std::size_t seen = 0;
-    for (unsigned long long at = 5; all->next() && pieces->next(); at += 10) {
-        table->addRange(at, at + 1, scopeOf("new", at, at + 1));
-        EXPECT_TRUE(all->current() && pieces->current());
-        ++seen;
-    }
-    EXPECT_GE(seen, 199U);
-}
-
-TEST(SymbolTable, SurvivesRangesThatMakeNoSense) {
-    constexpr unsigned long long top = ~0ULL;
-    SymMgrObjectPtr<ISymbolTable> const table = ISymbolTable::create(nullptr);
-    table->addRange(100, 50, scopeOf("backwards", 100, 50));
-    table->addRange(0, top, scopeOf("everything", 0, top));
-    table->addRange(top, top, scopeOf("last", top, top));
-    table->addRange(top - 1, 5, scopeOf("wrapped", top - 1, 5));
-    SymMgrObjectPtr<ISymbolRange> range;
-    for (unsigned long long const at : {0ULL, 75ULL, 100ULL, top - 1}) {
-        table->symbolRangeByAddress(range, at, k_allKinds, nullptr);
-        ASSERT_TRUE(range) << at;
-        EXPECT_STREQ(range->symbol()->name(), "everything") << at;
-    }
-    table->symbolRangeByAddress(range, top, k_allKinds, nullptr);
-    EXPECT_STREQ(range->symbol()->name(), "last");
-    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
-    table->symbolRanges(it, 5, 4, k_allKinds);
-    EXPECT_FALSE(it);
-    EXPECT_NE(disjoint(*table, 0, top), "");
-}
-
-TEST(AcceptedRanges, RemembersEachRangeOfAScope) {
-    // What the second range of f accepts is what takes g in, which lies inside it.
-    std::set<unsigned long long> const requested = {0x1150, 0x1350};
-    AcceptedRanges view(requested);
-    SymMgrObjectPtr<Scope> const f(scopeOf("f", 0x1100, 0x1200));
-    f->addRange(0x1300, 0x1400);
-    EXPECT_TRUE(view.acceptScope(*f));
-    EXPECT_TRUE(view.accept(0x1320, 0x1330));
-}
-
-namespace {
 
 /// The steps, one by one. An end of all ones is not known.
 class AcceptModel {
@@ -441,6 +113,255 @@ private:
 
 } // namespace
 
+TEST(RangeList, MergesWhatTouchesButNotTheMainRange) {
+    struct {
+        char const* name;
+        std::vector<RangeList::Range> added;
+        char const* expected;
+    } const rows[] = {
+        {"touching", {{10, 20}, {20, 30}}, "[10,30)"},
+        {"bridged", {{10, 20}, {30, 40}, {15, 35}}, "[10,40)"},
+        {"in front of main", {{20, 30}, {10, 20}}, "[10,20)[20,30)"},
+        {"main is not swallowed", {{20, 30}, {10, 12}, {11, 40}}, "[10,40)[20,30)"},
+        {"successor pulled down", {{10, 20}, {40, 50}, {30, 45}}, "[10,20)[30,50)"},
+        {"both neighbours", {{10, 20}, {30, 40}, {50, 60}, {20, 55}}, "[10,60)"},
+        {"apart", {{10, 20}, {50, 60}, {30, 40}}, "[10,20)[30,40)[50,60)"},
+        {"point", {{10, 10}, {10, 10}}, "[10,10)"},
+        {"contained", {{10, 50}, {20, 30}}, "[10,50)"},
+    };
+    for (auto const& row : rows) {
+        RangeList list;
+        for (RangeList::Range const& range : row.added) {
+            list.add(range.start, range.end);
+        }
+        EXPECT_EQ(text(list), row.expected) << row.name;
+    }
+}
+
+TEST(RangeList, RemovesByStart) {
+    RangeList list;
+    EXPECT_FALSE(list.remove(10));
+    list.add(20, 30);
+    list.add(40, 50);
+    list.add(5, 8);
+    EXPECT_FALSE(list.remove(21));
+    EXPECT_TRUE(list.remove(20));
+    EXPECT_EQ(text(list), "[5,8)[40,50)");
+    list.add(6, 45); // the main range is gone, so nothing stands in the way
+    EXPECT_EQ(text(list), "[5,50)");
+    EXPECT_EQ(list.floor(4), nullptr);
+    EXPECT_EQ(list.floor(60), &list[0]);
+    EXPECT_TRUE(list.remove(5));
+    list.add(1, 2);
+    EXPECT_EQ(text(list), "[1,2)");
+}
+
+TEST(RangeList, FirstFromMissesNoneThatHoldsAnAddress) {
+    std::mt19937 random(4);
+    for (int round = 0; round < 300; ++round) {
+        RangeList list;
+        for (int i = 0; i < 8; ++i) {
+            unsigned long long const start = random() % 100;
+            list.add(start, start + random() % (random() % 4 == 0 ? 90 : 12));
+        }
+        for (unsigned long long address = 0; address < 200; ++address) {
+            for (std::size_t i = 0; i < list.firstFrom(address); ++i) {
+                bool const holds = list[i].start <= address && address < list[i].end;
+                ASSERT_FALSE(holds) << text(list) << " at " << address;
+            }
+        }
+    }
+}
+
+TEST(Scope, RangesAndThunks) {
+    SymMgrObjectPtr<SymbolScope> const scope(scopeOf("f", 100, 120));
+    scope->addRange(200, 210);
+    unsigned long long start = 0;
+    unsigned long long end = 0;
+    EXPECT_TRUE(scope->rangeAt(start, end, 119));
+    EXPECT_EQ(end, 120U);
+    EXPECT_FALSE(scope->rangeAt(start, end, 120)) << "the end is outside";
+    EXPECT_TRUE(scope->rangeAt(start, end, 205));
+    scope->addThunk(new ImportThunk(nullptr, 300, 16));
+    scope->addThunk(new ImportThunk(nullptr, 308, 16));
+    EXPECT_EQ(scope->thunks().size(), 1U) << "a thunk inside another is ignored";
+    EXPECT_EQ(scope->thunkAt(316), nullptr);
+    EXPECT_STREQ(scope->thunkAt(315)->name(), "f");
+    scope->symbolImpl()->setName("renamed");
+    EXPECT_STREQ(scope->thunkAt(300)->name(), "renamed");
+
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
+    scope->symbol()->ranges(it);
+    EXPECT_EQ(allRanges(it), "renamed[100,120) renamed[200,210)");
+    scope->symbol()->thunks(it);
+    EXPECT_EQ(allRanges(it), "renamed[300,316)");
+}
+
+TEST(Symbol, RawSymbolsKnowNoSource) {
+    SymMgrObjectPtr<SymbolScope> scope(scopeOf("_ZN1A1fEi", 5, 9));
+    SymMgrObjectPtr<ISymbol> const symbol(scope->symbol());
+    SymMgrObjectPtr<ISourceLine> line;
+    ICompUnitDetails* unit = nullptr;
+    EXPECT_EQ(symbol->sourceLine(line), status_False);
+    EXPECT_EQ(symbol->compUnitDetails(unit), status_False);
+    char const* const before = symbol->demangledName(0);
+    EXPECT_STREQ(before, "A::f(int)");
+    scope->symbolImpl()->setName("g");
+    EXPECT_STREQ(symbol->baseName(), "g");
+    EXPECT_STREQ(before, "A::f(int)") << "names that were handed out stay";
+
+    // A client that holds a symbol beyond its bank keeps the name, and meets nothing that is gone.
+    char borrowed[] = "borrowed";
+    auto* const late = new Symbol(nullptr, SymbolName::borrowed(borrowed), 1, nullptr, symbol_visibility_Local,
+                                  symbol_kind_Data, k_noCompUnit);
+    SymMgrObjectPtr<ISymbol> const held(late);
+    { SymMgrObjectPtr<SymbolScope> const gone(new SymbolScope(nullptr, nullptr, late)); }
+    borrowed[0] = 'X';
+    EXPECT_STREQ(held->name(), "borrowed");
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> ranges;
+    held->ranges(ranges);
+    EXPECT_FALSE(ranges);
+    SymMgrObjectPtr<IAddress> address;
+    EXPECT_EQ(held->address(address), status_Fail);
+}
+
+TEST(Symbol, PriorityIsOfSingleKinds) {
+    int const expected[] = {10, 1, 2, 10, 4, 10, 10, 10, 3, 10, 10, 10, 10, 10, 10, 10, 0};
+    for (unsigned int kind = 0; kind < std::size(expected); ++kind) {
+        EXPECT_EQ(symbolPriorityByKind(static_cast<symbol_kind_t>(kind)), expected[kind]) << kind;
+    }
+}
+
+TEST(SymbolTable, ScopesOfSeveralRangesAndThunks) {
+    SymMgrObjectPtr<ISymbolTable> const table = ISymbolTable::create(nullptr);
+    SymbolScope* const first = scopeOf("f", 100, 200);
+    first->addRange(300, 310);
+    first->addThunk(new ImportThunk(nullptr, 400, 16));
+    EXPECT_TRUE(table->addScope(first));
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
+    table->symbolRanges(it, 0, 1000, k_allKinds);
+    EXPECT_EQ(allRanges(it), "f[100,200) f[300,310) f[400,416)");
+
+    // One that loses all its ranges leaves its thunks to the winner.
+    SymbolScope* const rival = scopeOf("f", 600, 620);
+    EXPECT_TRUE(table->addScope(rival));
+    SymbolScope* const loser = scopeOf("f", 600, 620);
+    loser->addThunk(new ImportThunk(nullptr, 700, 16));
+    EXPECT_FALSE(table->addScope(loser));
+    ASSERT_NE(rival->thunkAt(705), nullptr);
+    SymMgrObjectPtr<SymbolScope> const held(scopeOf("f", 600, 620));
+    EXPECT_FALSE(table->addRange(600, 620, held.get()));
+    EXPECT_STREQ(held->symbol()->name(), "f") << "a refused scope goes unless it is held";
+    SymbolScope* const second = scopeOf("f", 400, 416);
+    second->addThunk(new ImportThunk(nullptr, 500, 16));
+    EXPECT_TRUE(table->addScope(second));
+    EXPECT_FALSE(table->addScope(nullptr));
+}
+
+TEST(SymbolTable, RivalsMayTakeANewEnd) {
+    for (unsigned int const flags : {merge_ReplaceEnd, merge_ReplaceScope}) {
+        SymMgrObjectPtr<ISymbolTable> const table = ISymbolTable::create(nullptr);
+        auto* const rival = new DecidingScope("rival", 100, flags);
+        rival->addRange(100, 200);
+        rival->addRange(500, 520);
+        EXPECT_TRUE(table->addScope(rival));
+        EXPECT_TRUE(table->addRange(150, 160, scopeOf("inner", 150, 160)));
+        table->addRange(170, 170, nullptr);
+        EXPECT_FALSE(table->addRange(100, 400, scopeOf("newcomer", 100, 400)));
+        EXPECT_EQ(rival->seen.key, 150U);
+        EXPECT_STREQ(rival->seen.name, "inner");
+        EXPECT_EQ(rival->mergedFlags, flags);
+        bool const keepsRest = flags == merge_ReplaceEnd;
+        EXPECT_EQ(disjoint(*table, 0, 1000),
+                  std::string("rival[100,150) inner[150,160) rival[160,400)") + (keepsRest ? " rival[500,520)" : ""));
+    }
+}
+
+TEST(SymbolTable, RawSymbolsKeepTheirPlaceBehindScopes) {
+    SymMgrObjectPtr<ISymbolTable> const table = ISymbolTable::create(nullptr);
+    table->addRange(100, 200, scopeOf("x", 100, 200));
+    RawSymbolBatch batch(2);
+    batch.add({"a", 100, 200, symbol_visibility_Global, symbol_kind_Function});
+    batch.add({"b", 150, 150, symbol_visibility_Global, symbol_kind_Function});
+    static_cast<SymbolTable&>(*table).addRawSymbols(nullptr, std::move(batch));
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
+    table->symbolRanges(it, 160, 170, k_allKinds);
+    EXPECT_EQ(allRanges(it), "b[150,300) a[100,300) x[100,200)");
+}
+
+TEST(SymbolTable, ClientsMayChooseWhatWasNotOffered) {
+    class Chooser : public ISymbolChooser {
+    public:
+        SymMgrObjectPtr<ISymbol> choose(IIterator<SymMgrObjectPtr<ISymbol>>& /*candidates*/) override { return wanted; }
+        SymMgrObjectPtr<ISymbol> wanted;
+    };
+    SymMgrObjectPtr<ISymbolTable> const table = ISymbolTable::create(nullptr);
+    table->addRange(0, 10, scopeOf("a", 0, 10));
+    table->addRange(0, 11, scopeOf("b", 0, 11));
+    SymbolScope* const data = scopeOf("d", 0, 12, symbol_kind_Data);
+    table->addRange(0, 12, data);
+    SymbolScope* const elsewhere = scopeOf("e", 20, 30);
+    table->addRange(20, 30, elsewhere);
+    SymMgrObjectPtr<ISymbolRange> range;
+    Chooser chooser;
+    table->symbolRangeByAddress(range, 5, symbol_kind_Function, &chooser);
+    EXPECT_FALSE(range) << "a client may want none";
+    for (auto const& [scope, expected] : {std::pair{data, "d[0,12)"}, std::pair{elsewhere, "none"}}) {
+        chooser.wanted = scope->symbol();
+        table->symbolRangeByAddress(range, 5, symbol_kind_Function, &chooser);
+        EXPECT_EQ(range ? rangeText(*range) : "none", expected);
+    }
+}
+
+TEST(SymbolTable, IteratorsSurviveALoad) {
+    SymMgrObjectPtr<ISymbolTable> const table = ISymbolTable::create(nullptr);
+    for (unsigned long long at = 0; at < 2000; at += 10) {
+        table->addRange(at, at + 10, scopeOf(("s" + std::to_string(at)).c_str(), at, at + 10));
+    }
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> all;
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> pieces;
+    table->symbolRanges(all, 0, 2000, k_allKinds);
+    table->nonOverlappedSymbolRanges(pieces, 0, 2000, k_allKinds, nullptr);
+    std::size_t seen = 0;
+    for (unsigned long long at = 5; all->next() && pieces->next(); at += 10) {
+        table->addRange(at, at + 1, scopeOf("new", at, at + 1));
+        EXPECT_TRUE(all->current() && pieces->current());
+        ++seen;
+    }
+    EXPECT_GE(seen, 199U);
+}
+
+TEST(SymbolTable, SurvivesRangesThatMakeNoSense) {
+    constexpr unsigned long long top = ~0ULL;
+    SymMgrObjectPtr<ISymbolTable> const table = ISymbolTable::create(nullptr);
+    table->addRange(100, 50, scopeOf("backwards", 100, 50));
+    table->addRange(0, top, scopeOf("everything", 0, top));
+    table->addRange(top, top, scopeOf("last", top, top));
+    table->addRange(top - 1, 5, scopeOf("wrapped", top - 1, 5));
+    SymMgrObjectPtr<ISymbolRange> range;
+    for (unsigned long long const at : {0ULL, 75ULL, 100ULL, top - 1}) {
+        table->symbolRangeByAddress(range, at, k_allKinds, nullptr);
+        ASSERT_TRUE(range) << at;
+        EXPECT_STREQ(range->symbol()->name(), "everything") << at;
+    }
+    table->symbolRangeByAddress(range, top, k_allKinds, nullptr);
+    EXPECT_STREQ(range->symbol()->name(), "last");
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
+    table->symbolRanges(it, 5, 4, k_allKinds);
+    EXPECT_FALSE(it);
+    EXPECT_NE(disjoint(*table, 0, top), "");
+}
+
+TEST(AcceptedRanges, RemembersEachRangeOfAScope) {
+    // What the second range of f accepts is what takes g in, which lies inside it.
+    std::set<unsigned long long> const requested = {0x1150, 0x1350};
+    AcceptedRanges view(requested);
+    SymMgrObjectPtr<Scope> const f(scopeOf("f", 0x1100, 0x1200));
+    f->addRange(0x1300, 0x1400);
+    EXPECT_TRUE(view.acceptScope(*f));
+    EXPECT_TRUE(view.accept(0x1320, 0x1330));
+}
+
 TEST(AcceptedRanges, TakesWhatTheRequestedAddressesNeed) {
     for (unsigned int seed = 0; seed < 2000; ++seed) {
         std::mt19937 random(seed);
@@ -485,10 +406,9 @@ TEST(RangeFilter, StaysDisjoint) {
     }
 }
 
-TEST(RangesAdapter, GivesStartsAndSizes) {
+TEST(RangesAdapter, KeepsToWhatThereIs) {
     unsigned long long start = 0;
     unsigned long long size = 0;
-    EXPECT_EQ(RangesAdapter(nullptr).getCount(), 0U);
     EXPECT_FALSE(RangesAdapter(nullptr).getRange(0, start, size));
     std::vector<std::pair<unsigned long long, unsigned long long>> const ranges = {{10, 25}};
     EXPECT_TRUE(RangesAdapter(&ranges).getRange(0, start, size));
