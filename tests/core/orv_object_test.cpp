@@ -6,16 +6,8 @@ using namespace orv_test;
 
 namespace {
 
-class ICounted : public ISymMgrObject {
-public:
-    virtual int value() = 0;
-
-protected:
-    ~ICounted() = default;
-};
-
 /// Tells when it goes, and whether its own lock could be taken then.
-class Counted : public SymMgrObject<ICounted> {
+class Counted : public SymMgrObject<ISymMgrObject> {
 public:
     Counted(bool& isGone, ILock* lock) : SymMgrObject(lock), m_isGone(isGone), m_lock(lock) {}
     Counted(bool& isGone, bool threadSafe) : SymMgrObject(threadSafe), m_isGone(isGone) {}
@@ -23,7 +15,6 @@ public:
         LockGuard guard(m_lock); // must not block: the last release holds it
         m_isGone = true;
     }
-    int value() override { return 7; }
 
 private:
     bool& m_isGone;
@@ -72,7 +63,7 @@ TEST(Object, CountsFromZeroAndGoesWithTheLastRelease) {
 TEST(Object, ReleasesTheOldBeforeItTakesTheNew) {
     bool isFirstGone = false;
     bool isSecondGone = false;
-    SymMgrObjectPtr<ICounted> pointer(new Counted(isFirstGone, nullptr));
+    SymMgrObjectPtr<ISymMgrObject> pointer(new Counted(isFirstGone, nullptr));
     auto* const second = new Counted(isSecondGone, nullptr);
     pointer = second;
     EXPECT_TRUE(isFirstGone);
@@ -80,13 +71,19 @@ TEST(Object, ReleasesTheOldBeforeItTakesTheNew) {
 }
 
 TEST(Object, DestroysUnderItsLockAndUnlocksAfterwards) {
+    struct Light : SymMgrObjectImpl {
+        Light(bool& gone, ILock* lock) : SymMgrObjectImpl(lock), isGone(gone) {}
+        ~Light() override { isGone = true; }
+        bool& isGone;
+    };
     RecordingLock lock;
     bool isGone = false;
-    auto* const object = new Counted(isGone, &lock);
-    object->addRef();
-    EXPECT_EQ(object->release(), 0U);
-    EXPECT_TRUE(isGone);
+    bool isLightGone = false;
+    { SymMgrObjectPtr<Counted> const pointer(new Counted(isGone, &lock)); }
+    { SymMgrObjectPtr<Light> const pointer(new Light(isLightGone, &lock)); }
+    EXPECT_TRUE(isGone && isLightGone);
     EXPECT_EQ(lock.depth, 0);
+    EXPECT_EQ(lock.unlocks, 5) << "two for each, and the destructor's";
 }
 
 TEST(Object, OwnLockOutlivesTheObject) {
@@ -97,44 +94,22 @@ TEST(Object, OwnLockOutlivesTheObject) {
     EXPECT_TRUE(isGone);
 }
 
-TEST(Object, ExtraReleaseWrapsAndTellsNobody) {
+TEST(Object, CountersSurviveOddEnds) {
     class Observer : public internal::IDeleteObserver {
     public:
-        void onDelete() override { ++calls; }
+        void onDelete() override {
+            ++calls;
+            throw std::bad_alloc();
+        }
         int calls = 0;
-    } observer;
-    internal::RefCountHelper helper;
-    helper.setObserver(&observer);
-    EXPECT_EQ(helper.release(), 0xFFFFFFFFU);
-    EXPECT_EQ(helper.addRef(), 0U);
-    EXPECT_EQ(helper.addRef(), 1U);
-    EXPECT_EQ(helper.release(), 0U);
-    EXPECT_EQ(observer.calls, 1);
-}
-
-TEST(Object, UnlocksWhenTheDestructionThrows) {
-    class Observer : public internal::IDeleteObserver {
-    public:
-        void onDelete() override { throw std::bad_alloc(); }
     } observer;
     RecordingLock lock;
     internal::RefCountHelper helper(&lock);
     helper.setObserver(&observer);
-    helper.addRef();
+    EXPECT_EQ(helper.release(), 0xFFFFFFFFU) << "an extra release wraps, and tells nobody";
+    EXPECT_EQ(helper.addRef(), 0U);
+    EXPECT_EQ(helper.addRef(), 1U);
     EXPECT_THROW(helper.release(), std::bad_alloc);
-    EXPECT_EQ(lock.depth, 0);
-}
-
-TEST(Object, LighterBaseDeletesItself) {
-    struct Light : SymMgrObjectImpl {
-        Light(bool& gone, ILock* lock) : SymMgrObjectImpl(lock), isGone(gone) {}
-        ~Light() override { isGone = true; }
-        bool& isGone;
-    };
-    RecordingLock lock;
-    bool isGone = false;
-    { SymMgrObjectPtr<Light> const pointer(new Light(isGone, &lock)); }
-    EXPECT_TRUE(isGone);
-    EXPECT_EQ(lock.depth, 0);
-    EXPECT_EQ(lock.unlocks, 2);
+    EXPECT_EQ(observer.calls, 1);
+    EXPECT_EQ(lock.depth, 0) << "unlocked though the destruction throws";
 }

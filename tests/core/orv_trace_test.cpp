@@ -6,9 +6,6 @@
 #include <log4cplus/hierarchy.h>
 #include <log4cplus/nullappender.h>
 
-#include <cstdio>
-#include <unistd.h>
-
 using namespace orv_test;
 
 TEST(Status, TextsAndTheHole) {

