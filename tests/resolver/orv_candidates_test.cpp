@@ -51,9 +51,10 @@ private:
 std::string crcText(std::string const& path) { return std::to_string(fileCrc(path.c_str())); }
 
 /// "name validity" of each candidate.
-std::string listOf(IFileFormatLoader& loader) {
+std::string listOf(std::string const& path) {
+    auto const loader = loaderOf(path);
     Candidates list;
-    loader.symbolFiles(list);
+    loader->symbolFiles(list);
     std::string text;
     for (auto candidate = list->current(); candidate; candidate = list->current()) {
         text += (text.empty() ? "" : ", ") + std::string(candidate->symbolFileName()) + " " +
@@ -63,8 +64,6 @@ std::string listOf(IFileFormatLoader& loader) {
     return text;
 }
 
-std::string listOf(std::string const& path) { return listOf(*loaderOf(path)); }
-
 SymMgrObjectPtr<ISymbolFileToResolve> candidateAt(IFileFormatLoader& loader, int index) {
     Candidates list;
     loader.symbolFiles(list);
@@ -73,6 +72,31 @@ SymMgrObjectPtr<ISymbolFileToResolve> candidateAt(IFileFormatLoader& loader, int
     }
     return list->current();
 }
+
+/// Copies a file, and makes the folders that it takes.
+void place(std::string const& file, std::string const& path) {
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    std::filesystem::copy(file, path, std::filesystem::copy_options::overwrite_existing);
+}
+
+std::string symbolFileOf(std::string const& path, ISymbolFileResolver& resolver) {
+    SymMgrObjectPtr<ISymbolManager> manager;
+    ISymbolManager::create(manager);
+    SymMgrObjectPtr<IModuleSymbolBank> bank;
+    status_t const status =
+        manager->loadSymbolsFromModuleEx(path.c_str(), &resolver, bank, arch_Unknown, load_flags_NewLoader, "");
+    return status == status_Ok ? std::to_string(bank->symFileFormat()) + " " + bank->symFileName() : "not loaded";
+}
+
+/// Gives an index of its own, whatever there is.
+class FixedChoice final : public ISymbolFileResolver {
+public:
+    explicit FixedChoice(long long index) : m_index(index) {}
+    long long resolveSymbolFile(Candidates& /*candidates*/) override { return m_index; }
+
+private:
+    long long m_index;
+};
 
 constexpr char const* k_debugInfo = ".section .debug_info,\"\",@progbits\n.byte 0\n";
 
@@ -103,49 +127,27 @@ TEST(Candidates, BuildIdNotes) {
 }
 
 TEST(Candidates, DebugLinkNames) {
-    // What the section names, where a file of that name stands, and what the candidate makes of it.
     TempDir const away;
-    Placed const companion(programText(k_debugInfo), "companion");
-    std::string const good = crcText(companion.path());
     std::string const absolute = away.file("absolute", "x");
     struct Row {
         char const* name;
         std::string section;
-        std::string beside; ///< Copied there: "+" the companion, "-" another file.
-        std::string inFolder;
-        std::string wanted; ///< "@" stands for the module's folder.
+        std::string wanted;
     };
     for (Row const& row : {
-             Row{"beside", debugLink("c.debug", good), "+", "", "@/c.debug 1"},
-             Row{"in the folder", debugLink("c.debug", good), "", "+", "@/.debug/c.debug 1"},
-             Row{"a wrong one beside", debugLink("c.debug", good), "-", "+", "@/.debug/c.debug 1"},
-             Row{"wrong ones", debugLink("c.debug", good), "-", "-", "c.debug 3"},
-             Row{"none", debugLink("c.debug", good), "", "", "c.debug 4"},
-             Row{"an absolute path", debugLink(absolute, "0"), "", "", absolute + " 4"},
-             Row{"a folder", debugLink(".", "0"), "", "", ". 4"},
-             Row{"out of the folder", debugLink("../c", "0"), "", "", "../c 4"},
-             Row{"an empty name", debugLink("", "0"), "", "", ""},
-             Row{"a device", debugLink("../../../../../../dev/zero", "1"), "", "", "../../../../../../dev/zero 3"},
-             Row{"no end", ".section .link,\"\",@progbits\n.ascii \"c.debug\"\n", "+", "", ""},
-             Row{"no CRC", ".section .link,\"\",@progbits\n.asciz \"c.debug\"\n.byte 1, 2\n", "+", "", ""},
+             Row{"no such file", debugLink("none.debug", "0"), "none.debug 4"},
+             Row{"another CRC", debugLink("c.debug", "0"), "c.debug 3"},
+             Row{"an absolute path", debugLink(absolute, "0"), absolute + " 4"},
+             Row{"a folder", debugLink(".", "0"), ". 4"},
+             Row{"out of the folder", debugLink("../c", "0"), "../c 4"},
+             Row{"an empty name", debugLink("", "0"), ""},
+             Row{"a device", debugLink("../../../../../../dev/zero", "1"), "../../../../../../dev/zero 3"},
+             Row{"no end", ".section .link,\"\",@progbits\n.ascii \"c.debug\"\n", ""},
+             Row{"no CRC", ".section .link,\"\",@progbits\n.asciz \"c.debug\"\n.byte 1, 2\n", ""},
          }) {
         Placed const module(programText(row.section), "module");
-        std::string const folder = module.dir().path();
-        auto const place = [&](std::string const& which, std::string const& path) {
-            if (which == "+") {
-                std::filesystem::copy(companion.path(), path);
-            } else if (which == "-") {
-                std::ofstream(path) << "another";
-            }
-        };
-        std::filesystem::create_directory(folder + "/.debug");
-        place(row.beside, folder + "/c.debug");
-        place(row.inFolder, folder + "/.debug/c.debug");
-        std::string wanted = row.wanted;
-        if (wanted[0] == '@') {
-            wanted = folder + wanted.substr(1);
-        }
-        EXPECT_EQ(listOf(module.path()), wanted) << row.name;
+        module.dir().file("c.debug", "another");
+        EXPECT_EQ(listOf(module.path()), row.wanted) << row.name;
     }
 }
 
@@ -202,35 +204,17 @@ TEST(Candidates, LogTheCheckOfABuildId) {
     EXPECT_EQ(log.count("validation passed for symbol file: " + module.path()), 1U);
 }
 
-namespace {
-
-/// Gives an index of its own, whatever there is.
-class FixedChoice final : public ISymbolFileResolver {
-public:
-    explicit FixedChoice(long long index) : m_index(index) {}
-    long long resolveSymbolFile(Candidates& /*candidates*/) override { return m_index; }
-
-private:
-    long long m_index;
-};
-
-std::string symbolFileOf(std::string const& path, ISymbolFileResolver& resolver) {
-    SymMgrObjectPtr<ISymbolManager> manager;
-    ISymbolManager::create(manager);
-    SymMgrObjectPtr<IModuleSymbolBank> bank;
-    status_t const status =
-        manager->loadSymbolsFromModuleEx(path.c_str(), &resolver, bank, arch_Unknown, load_flags_NewLoader, "");
-    return status == status_Ok ? std::to_string(bank->symFileFormat()) + " " + bank->symFileName() : "not loaded";
-}
-
-} // namespace
-
-TEST(Resolvers, AnIndexBesideTheListIsNone) {
+TEST(Resolvers, ThatFindNothing) {
     Placed const module(programText(k_debugInfo), "module");
     for (long long const index : {-1LL, -2LL, 2LL, 1LL << 40}) {
         FixedChoice choice(index);
         EXPECT_EQ(symbolFileOf(module.path(), choice), "0 " + module.path()) << index;
     }
+    TempDir const empty;
+    DebugRootsResolver roots({empty.path()});
+    EXPECT_EQ(symbolFileOf(module.path(), roots), "1 " + module.path()) << "the default order";
+    auto const loader = loaderOf(module.path());
+    EXPECT_EQ(wantedBuildId(*candidateAt(*loader, 0)), "");
 }
 
 TEST(Resolvers, DebugRoots) {
@@ -241,11 +225,6 @@ TEST(Resolvers, DebugRoots) {
     TempDir const first;
     TempDir const second;
     DebugRootsResolver roots({first.path(), second.path()});
-    EXPECT_EQ(symbolFileOf(module.path(), roots), "0 " + module.path());
-    auto const place = [](std::string const& file, std::string const& path) {
-        std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-        std::filesystem::copy(file, path);
-    };
     std::string const byLink = first.path() + module.dir().path() + "/c.debug";
     place(companion.path(), byLink);
     EXPECT_EQ(symbolFileOf(module.path(), roots), "1 " + byLink);
@@ -269,23 +248,22 @@ TEST(Resolvers, TheSecondLoadFindsTheSame) {
     DebugRootsResolver roots({root.path()});
     std::string const byId = root.path() + "/.build-id/ab/020304.debug";
     std::string const byLink = root.path() + module.dir().path() + "/c.debug";
-    for (std::string const& path : {byId, byLink}) {
-        std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-        std::filesystem::copy(companion.path(), path);
-    }
+    place(companion.path(), byId);
+    place(companion.path(), byLink);
     SymMgrObjectPtr<ISymbolManager> manager;
     ISymbolManager::create(manager);
-    auto const load = [&] {
+    auto const loadFrom = [&](std::string const& path) {
         SymMgrObjectPtr<IModuleSymbolBank> bank;
-        manager->loadSymbolsFromModuleEx(module.path().c_str(), &roots, bank, arch_Unknown, load_flags_None, "");
+        manager->loadSymbolsFromModuleEx(path.c_str(), &roots, bank, arch_Unknown, load_flags_None, "");
         return bank;
     };
+    auto const load = [&] { return loadFrom(module.path()); };
     auto const first = load();
     EXPECT_EQ(first->symFileName(), byId);
     EXPECT_TRUE(load() == first);
     // A companion that was replaced is read anew, and who holds the old bank keeps it.
     Placed const longer(programText(note + ".data\n.fill 100, 1, 0\n"), "longer");
-    std::filesystem::copy(longer.path(), byId, std::filesystem::copy_options::overwrite_existing);
+    place(longer.path(), byId);
     auto const second = load();
     EXPECT_EQ(second->symFileName(), byId);
     EXPECT_FALSE(second == first);
@@ -296,21 +274,17 @@ TEST(Resolvers, TheSecondLoadFindsTheSame) {
     EXPECT_EQ(load()->symFileName(), byLink);
     std::filesystem::remove(byLink);
     EXPECT_EQ(load()->symFileName(), module.path()); // its own symbols alone
-    std::filesystem::copy(companion.path(), byId);
+    place(companion.path(), byId);
     EXPECT_EQ(load()->symFileName(), byId);
     // Nor does one stay beside the module that has gone under a root meanwhile.
     Placed const linked(programText(debugLink("c.debug", crcText(companion.path()))), "module");
     std::string const beside = linked.dir().path() + "/c.debug";
-    std::filesystem::copy(companion.path(), beside);
-    SymMgrObjectPtr<IModuleSymbolBank> held;
-    SymMgrObjectPtr<IModuleSymbolBank> again;
-    manager->loadSymbolsFromModuleEx(linked.path().c_str(), &roots, held, arch_Unknown, load_flags_None, "");
+    place(companion.path(), beside);
+    auto const held = loadFrom(linked.path());
     EXPECT_EQ(held->symFileName(), beside);
-    std::filesystem::create_directories(root.path() + linked.dir().path());
-    std::filesystem::copy(beside, root.path() + beside);
+    place(beside, root.path() + beside);
     std::filesystem::remove(beside);
-    manager->loadSymbolsFromModuleEx(linked.path().c_str(), &roots, again, arch_Unknown, load_flags_None, "");
-    EXPECT_EQ(again->symFileName(), root.path() + beside);
+    EXPECT_EQ(loadFrom(linked.path())->symFileName(), root.path() + beside);
 }
 
 TEST(Resolvers, ARelativeNameIsSoughtAgainToo) {
@@ -319,7 +293,6 @@ TEST(Resolvers, ARelativeNameIsSoughtAgainToo) {
     TempDir const root;
     DebugRootsResolver roots({root.path()});
     std::string const path = root.path() + module.dir().path() + "/c.debug";
-    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
     std::filesystem::path const before = std::filesystem::current_path();
     std::filesystem::current_path(module.dir().path());
     SymMgrObjectPtr<IFileFormatLoader> const loader = loaderOf("module");
@@ -332,21 +305,12 @@ TEST(Resolvers, ARelativeNameIsSoughtAgainToo) {
         std::filesystem::current_path(before);
         return index;
     };
-    std::filesystem::copy(companion.path(), path);
+    place(companion.path(), path);
     EXPECT_EQ(resolve(), 0);
     std::filesystem::remove(path);
     EXPECT_EQ(resolve(), -1);
-    std::filesystem::copy(companion.path(), path);
+    place(companion.path(), path);
     EXPECT_EQ(resolve(), 0);
-}
-
-TEST(Resolvers, FallBackToTheDefaultOrder) {
-    Placed const module(programText(k_debugInfo), "module");
-    TempDir const empty;
-    DebugRootsResolver roots({empty.path()});
-    EXPECT_EQ(symbolFileOf(module.path(), roots), "1 " + module.path());
-    auto const loader = loaderOf(module.path());
-    EXPECT_EQ(wantedBuildId(*candidateAt(*loader, 0)), "");
 }
 
 TEST(Resolvers, ACompanionWithoutDwarfGivesItsSymbols) {
