@@ -129,14 +129,15 @@ def check_overlaps(folder):
         make(folder, CC, "-O2", "-gdwarf-3", *flags, "-c", f"{name}.c")
     make(folder, "ld", "-r", "-o", "both.o", "a.o", "b.o")
     words = "\n".join(f"{i:x}" for i in range(0x28))
-    answers = [records("symbolize", flag, "-e", str(folder / "both.o"), text_in=words) for flag in ("--no-inlines", "-i")]
+    module = str(folder / "both.o")
+    answers = [records("symbolize", flag, "-e", module, text_in=words) for flag in ("--no-inlines", "-i")]
     places = [[(answer["file"], answer["line"]) for answer in several] for several in answers]
     expect("places with and without callers", places[0], places[1])
     expect("rows of another unit", any(file and file.endswith("a.h") for file, _ in places[0]), True)
 
 
 def check_debug(folder, symbols):
-    """What a program with debug information gives: units, files, lines, functions; and what refused information leaves."""
+    """What a program with debug information gives, and one whose debug information is refused."""
     source = str(folder / "p.c")
     program, refused = str(folder / "d4"), str(folder / "d5")
     make(folder, CC, "-O1", "-gdwarf-5", "-o", refused, source)
@@ -318,7 +319,7 @@ def check_manners(folder):
         result = run(*command, "--help")
         usage = [line.split()[1] for line in result.stdout.splitlines() if line.startswith("Usage:")]
         expect(f"orv {command} --help", (result.returncode, usage), (0, ["orv"]))
-        expect(f"example for {command}", "Example:\n" in result.stdout, command != [])
+        expect(f"example for {command}", command == [] or "Example:\n" in result.stdout, True)
     expect("version", run("--version").stdout, "orv 3.30\n")
     expect("quiet by default", run("info", program).stderr, "")
     expect("log on request", "ENTER: loadSymbolsFromModuleEx" in run("info", "--log-level", "trace", program).stderr, True)

@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # SPDX-FileCopyrightText: The ORV authors
-"""Our lines and functions against llvm-symbolizer and addr2line, on programs built here."""
+"""Our lines and functions against llvm-symbolizer and addr2line, and every row of some against llvm-dwarfdump, on
+programs built here."""
 
 import concurrent.futures
 import os
@@ -14,10 +15,12 @@ FIXTURES = HERE.parent / "fixtures"
 sys.path[:0] = [str(HERE.parent.parent / "bench"), str(HERE.parent / "support")]
 import orv_compare
 import orv_programs
+import orv_rows
 import orv_tools
 
 REQUIRED = 99.5
 REQUIRED_CHAINS = 99.9
+ROWS = ("cpp-g++2-O2", "cpp-g++4-O2", "cpp-clang++4-O2", "c-gcc3-O2", "c-clang2-O2", "f-gfortran4-O2")
 C_SOURCES = [FIXTURES / "shapes.c", FIXTURES / "shapes_main.c"]
 
 
@@ -77,6 +80,8 @@ def main():
             modules = list(pool.map(build, work))
         for module in modules:
             failed |= orv_compare.compare(module, show=3, require=REQUIRED, require_chain=REQUIRED_CHAINS)
+            if module.name in ROWS and orv_tools.can(f"rows of {module.name}", "llvm-dwarfdump"):
+                failed |= orv_rows.check(module)
     sys.exit(1 if failed else 0)
 
 

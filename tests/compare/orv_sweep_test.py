@@ -13,13 +13,8 @@ import orv_sweep
 import orv_tools
 
 SAMPLE = 60
+SHAPES = HERE.parent / "fixtures" / "shapes.c"
 
-C_SOURCE = """
-int counter = 7;
-static int helper(int x) { return x * 3 + counter; }
-int twice(int x) { return helper(x) + helper(x + 1); }
-int thrice(int x) { return twice(x) + helper(x); }
-"""
 ARM_SOURCE = """
         .text
         .globl first
@@ -35,13 +30,12 @@ second: mov r0, r1
 
 def built_files(folder):
     """Relocatable files, 32-bit files and what a kernel module is made like."""
-    (folder / "c.c").write_text(C_SOURCE)
     (folder / "arm.s").write_text(ARM_SOURCE)
     for name, *command in [
-        ("64.o", "gcc", "-c", "-O0", "c.c"),
-        ("32.o", "gcc", "-c", "-O0", "-m32", "c.c"),
-        ("32.so", "gcc", "-shared", "-nostdlib", "-m32", "-fPIC", "c.c"),
-        ("x32.o", "gcc", "-c", "-O0", "-mx32", "c.c"),
+        ("64.o", "gcc", "-c", "-O0", SHAPES),
+        ("32.o", "gcc", "-c", "-O0", "-m32", SHAPES),
+        ("32.so", "gcc", "-shared", "-nostdlib", "-m32", "-fPIC", SHAPES),
+        ("x32.o", "gcc", "-c", "-O0", "-mx32", SHAPES),
         ("arm.o", "arm-linux-gnueabi-as", "arm.s"),
         ("arm", "arm-linux-gnueabi-ld", "-e", "first", "arm.o"),
         ("module.ko", "ld", "-r", "64.o"),

@@ -4,12 +4,15 @@
 
 import os
 import pathlib
+import re
 import subprocess
 import sys
 
 lib = os.environ["ORV_LIB"]
 listed = pathlib.Path(__file__).with_name("exports.txt").read_text().splitlines()
-expected = {line for line in listed if line and not line.startswith("#")}
+expected = set()
+for head, variants, tail in (re.fullmatch(r"(\w+)(?:{(.*)})?(.*)", line).groups() for line in listed[1:]):
+    expected |= {head + variant + tail for variant in (variants or "").split(",")}
 output = subprocess.run(["nm", "-D", "--defined-only", lib], check=True, capture_output=True, text=True).stdout
 found = {line.split()[-1] for line in output.splitlines()}
 for name in sorted(found - expected):
