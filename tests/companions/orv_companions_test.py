@@ -60,6 +60,16 @@ def split(built, folder, name="m"):
     return module, companion
 
 
+def relink(module, companion):
+    """After a change of the companion, or a move."""
+    must("objcopy", "--remove-section", ".gnu_debuglink", module)
+    must("objcopy", f"--add-gnu-debuglink={companion}", module)
+
+
+def candidates(module, *flags):
+    return [json.loads(line) for line in run(ORV, "candidates", "--json", *flags, module).stdout.splitlines()]
+
+
 def check_places(built, whole, folder):
     """Beside the module, in .debug, under roots, by name, as a file of its own: all say what the whole module says."""
     module, companion = split(built, folder / "beside")
@@ -71,16 +81,14 @@ def check_places(built, whole, folder):
     companion.write_text("of another build")
     expect("wrong beside, right in .debug", answers(module).stdout, whole)
     hidden.unlink()
-    taken = [json.loads(line) for line in run(ORV, "candidates", "--json", *EMPTY, module).stdout.splitlines()]
-    expect("both wrong", [(c["kind"], c["taken"], c["validity"], c["reason"].split(":")[0]) for c in taken],
+    found = candidates(module, *EMPTY)
+    expect("both wrong", [(c["kind"], c["taken"], c["validity"], c["reason"].split(":")[0]) for c in found],
            [("build id", False, 4, "no such file under /no/such/folder"),
             ("debug link", False, 3, "beside the module is a file of that name, with another CRC")])
-    expect("nothing found", answers(module).stdout == whole, False)
 
     module, companion = split(built, folder / "roots")
-    build_id = json.loads(run(ORV, "candidates", "--json", *EMPTY, module).stdout.splitlines()[0])["name"]
     root = folder / "root"
-    by_id = root / build_id
+    by_id = root / candidates(module, *EMPTY)[0]["name"]
     by_id.parent.mkdir(parents=True)
     shutil.move(companion, by_id)
     expect("under a root by build id", answers(module, "--debug-root", "/none", "--debug-root", root).stdout, whole)
@@ -88,25 +96,24 @@ def check_places(built, whole, folder):
     by_name.parent.mkdir(parents=True)
     shutil.move(by_id, by_name)
     expect("under a root by name", answers(module, "--debug-root", root).stdout, whole)
-    taken = json.loads(run(ORV, "candidates", "--json", "--debug-root", root, module).stdout.splitlines()[1])
+    first, taken = candidates(module, "--debug-root", root)
     expect("taken by name", (taken["taken"], taken["name"], taken["reason"]),
            (True, str(by_name), "the CRC is the one that the module names"))
+    expect("not looked for", first["reason"], "not looked for any further: another one is taken")
     both = run(ORV, "--debug-root", root, "candidates", "--json", "--debug-root", "/none", module).stdout.splitlines()
     expect("roots ahead of the command and behind it", json.loads(both[1])["taken"], True)
-    expect("not looked for", json.loads(both[0])["reason"], "not looked for any further: another one is taken")
     by_id.write_bytes(built.with_name("other").read_bytes())
-    refused = json.loads(run(ORV, "candidates", "--json", "--debug-root", root, module).stdout.splitlines()[0])
-    expect("of another build", refused["reason"], f"{by_id} belongs to another build")
+    reason = candidates(module, "--debug-root", root)[0]["reason"]
+    expect("of another build", reason, f"{by_id} belongs to another build")
     by_id.unlink()
-    expect("no such module", run(ORV, "candidates", folder / "none").stderr.split(":")[2].strip(), "cannot be opened")
     expect("named by the user", answers(module, *EMPTY, "--symbol-file", by_name).stdout, whole)
     for file, words, reason in ((built.with_name("other"), "is no companion of", "belongs to another build"),
                                 (folder / "none", "cannot be opened", "cannot be opened"),
                                 (folder, "is no regular file", "is no regular file")):
         refused = answers(module, *EMPTY, "--symbol-file", file)
         expect(f"refused: {file.name}", (refused.returncode, words in refused.stderr), (1, True))
-        listed = run(ORV, "candidates", "--json", *EMPTY, "--symbol-file", file, module).stdout.splitlines()
-        expect(f"why: {file.name}", {json.loads(line)["reason"] for line in listed}, {f"{file} {reason}"})
+        reasons = {listed["reason"] for listed in candidates(module, *EMPTY, "--symbol-file", file)}
+        expect(f"why: {file.name}", reasons, {f"{file} {reason}"})
     return module, by_name
 
 
@@ -114,8 +121,7 @@ def check_moved(built, whole, folder):
     """The module stands elsewhere than its companion says."""
     module, companion = split(built, folder / "moved")
     must("objcopy", "--change-addresses", "0x40000", module)
-    must("objcopy", "--remove-section", ".gnu_debuglink", module)
-    must("objcopy", f"--add-gnu-debuglink={companion}", module)
+    relink(module, companion)
     expect("a module moved up", answers(module, shift=0x40000).stdout, whole)
     names = {json.loads(line)["name"]: json.loads(line)["start"] for line in
              run(ORV, "symbols", "--json", *EMPTY, module).stdout.splitlines()}
@@ -126,8 +132,7 @@ def check_compressed(built, whole, folder):
     for kind in ("zlib-gnu", "zlib-gabi"):
         module, companion = split(built, folder / kind)
         must("objcopy", f"--compress-debug-sections={kind}", companion)
-        must("objcopy", "--remove-section", ".gnu_debuglink", module)
-        must("objcopy", f"--add-gnu-debuglink={companion}", module)
+        relink(module, companion)
         expect(kind, answers(module).stdout, whole)
 
 
