@@ -102,6 +102,14 @@ def check_places(built, whole, folder):
     expect("not looked for", first["reason"], "not looked for any further: another one is taken")
     both = run(ORV, "--debug-root", root, "candidates", "--json", "--debug-root", "/none", module).stdout.splitlines()
     expect("roots ahead of the command and behind it", json.loads(both[1])["taken"], True)
+    second = folder / "second"
+    (second / by_id.relative_to(root)).parent.mkdir(parents=True)
+    shutil.copy(by_name, second / by_id.relative_to(root))
+    (root / "usr").mkdir()
+    shutil.copy(by_name, root / "usr")
+    for place in (module, shutil.copy(module, root / "usr")):
+        found = candidates(place, "--debug-root", root, "--debug-root", second)
+        expect(f"by build id in any root: {place}", found[0]["taken"], True)
     by_id.write_bytes(built.with_name("other").read_bytes())
     reason = candidates(module, "--debug-root", root)[0]["reason"]
     expect("of another build", reason, f"{by_id} belongs to another build")

@@ -172,6 +172,7 @@ TEST(Candidates, AcceptOnlyTheirOwn) {
     std::string const noElf = module.dir().file("text", "no ELF file");
     std::string const folder = module.dir().path();
     auto const loader = loaderOf(module.path());
+    LogCapture const log;
     for (int index : {0, 1}) {
         auto const candidate = candidateAt(*loader, index);
         std::string const before = candidate->symbolFileName();
@@ -184,24 +185,13 @@ TEST(Candidates, AcceptOnlyTheirOwn) {
         EXPECT_EQ(candidate->symbolFileName(), companion.path());
         EXPECT_EQ(candidate->validity(), symbolFileValid);
     }
+    EXPECT_EQ(log.count("validating Build ID for symbol file candidate: " + noElf), 1U);
+    EXPECT_EQ(log.count("cannot create ffHelper for " + noElf), 1U);
+    EXPECT_EQ(log.count("validation passed for symbol file: " + companion.path()), 1U);
     // The file that a candidate holds is not read again.
     std::ofstream(companion.path()) << "changed";
     EXPECT_EQ(candidateAt(*loader, 0)->validateSymbolFile(companion.path().c_str()), 0);
     EXPECT_EQ(candidateAt(*loader, 1)->validateSymbolFile(companion.path().c_str()), 1);
-}
-
-TEST(Candidates, LogTheCheckOfABuildId) {
-    std::string const note = buildIdNote("1, 2, 3, 4", 4);
-    Placed const module(programText(note), "module");
-    std::string const noElf = module.dir().file("text", "no ELF file");
-    auto const loader = loaderOf(module.path());
-    auto const candidate = candidateAt(*loader, 0);
-    LogCapture const log;
-    candidate->validateSymbolFile(noElf.c_str());
-    candidate->validateSymbolFile(module.path().c_str());
-    EXPECT_EQ(log.count("validating Build ID for symbol file candidate: "), 2U);
-    EXPECT_EQ(log.count("cannot create ffHelper for " + noElf), 1U);
-    EXPECT_EQ(log.count("validation passed for symbol file: " + module.path()), 1U);
 }
 
 TEST(Resolvers, ThatFindNothing) {
@@ -215,29 +205,6 @@ TEST(Resolvers, ThatFindNothing) {
     EXPECT_EQ(symbolFileOf(module.path(), roots), "1 " + module.path()) << "the default order";
     auto const loader = loaderOf(module.path());
     EXPECT_EQ(wantedBuildId(*candidateAt(*loader, 0)), "");
-}
-
-TEST(Resolvers, DebugRoots) {
-    std::string const note = buildIdNote("0xAB, 2, 3, 4", 4);
-    Placed const companion(programText(note + k_debugInfo), "companion");
-    Placed const wrong(programText(buildIdNote("9, 2, 3, 4", 4)), "wrong");
-    Placed const module(programText(note + debugLink("c.debug", crcText(companion.path()))), "module");
-    TempDir const first;
-    TempDir const second;
-    DebugRootsResolver roots({first.path(), second.path()});
-    std::string const byLink = first.path() + module.dir().path() + "/c.debug";
-    place(companion.path(), byLink);
-    EXPECT_EQ(symbolFileOf(module.path(), roots), "1 " + byLink);
-    // A build id in any root goes ahead; a file of another build is passed over.
-    place(wrong.path(), first.path() + "/.build-id/ab/020304.debug");
-    std::string const byId = second.path() + "/.build-id/ab/020304.debug";
-    place(companion.path(), byId);
-    EXPECT_EQ(symbolFileOf(module.path(), roots), "1 " + byId);
-    // Also for a module that lies in a root itself, with a companion beside it.
-    std::string const inRoot = first.path() + "/usr/module";
-    place(module.path(), inRoot);
-    place(companion.path(), first.path() + "/usr/c.debug");
-    EXPECT_EQ(symbolFileOf(inRoot, roots), "1 " + byId);
 }
 
 TEST(Resolvers, TheSecondLoadFindsTheSame) {
