@@ -73,19 +73,15 @@ public:
     }
     void rawSymbol(std::uint32_t name, unsigned char info, std::uint16_t sectionIndex, std::uint64_t value,
                    std::uint64_t size) {
+        std::string kind;
+        put(kind, info, 1);
+        put(kind, 0, 1);
+        put(kind, sectionIndex, 2);
         put(m_symbols, name, 4);
-        if (m_is64) {
-            put(m_symbols, info, 1);
-            put(m_symbols, 0, 1);
-            put(m_symbols, sectionIndex, 2);
-        }
+        m_symbols += m_is64 ? kind : "";
         put(m_symbols, value, word());
         put(m_symbols, size, word());
-        if (!m_is64) {
-            put(m_symbols, info, 1);
-            put(m_symbols, 0, 1);
-            put(m_symbols, sectionIndex, 2);
-        }
+        m_symbols += m_is64 ? "" : kind;
         ++m_symbolCount;
     }
     /// One relocation entry as text for a section's data.
