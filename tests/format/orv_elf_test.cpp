@@ -34,7 +34,7 @@ std::string symbolsOf(std::string const& path, unsigned int mask = 31) {
     if (loadBank(path, bank) != status_Ok) {
         return "not loaded";
     }
-    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
+    RangeIterator it;
     bank->originalSymbolRanges(it, static_cast<symbol_kind_t>(mask), nullptr, nullptr);
     return allRanges(it);
 }
@@ -234,13 +234,10 @@ TEST(ElfSymbols, WhatCountsAsASymbol) {
                 SymMgrObjectPtr<IFileFormatLoader> const loader = loaderOf(path);
                 SymMgrObjectPtr<ISymbolTable> const table = ISymbolTable::create(nullptr);
                 ASSERT_EQ(loader->loadSymbols(table.get(), nullptr, asked), status_Ok);
-                SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
+                RangeIterator it;
                 table->symbolRanges(it, 0, ~0ULL, k_allKinds);
                 std::string names;
-                for (auto range = it->current(); range; range = it->current()) {
-                    names += range->symbol()->name() + std::string(" ");
-                    it->next();
-                }
+                forEach(it, [&](ISymbolRange& range) { names += range.symbol()->name() + std::string(" "); });
                 std::string expected;
                 for (auto const& row : rows) {
                     expected += (row.mask & asked) != 0 ? row.name + std::string(" ") : "";
@@ -299,7 +296,7 @@ TEST(ElfThunks, StubsTakeTheNamesOfTheirImports) {
         std::string const path = dir.file("m", elf.bytes());
         SymMgrObjectPtr<IModuleSymbolBank> bank;
         ASSERT_EQ(loadBank(path, bank), status_Ok);
-        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
+        RangeIterator it;
         bank->originalSymbolRanges(it, symbol_kind_Function, nullptr, nullptr);
         // The third has the first one's offset, the second and the fourth are passed over.
         EXPECT_EQ(allRanges(it), "puts[4195600,4195616) exit[4195664,4195680)");
@@ -420,10 +417,7 @@ TEST(ElfFileLoader, SectionsByNameAndIndexDiffer) {
         SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISection>>> it;
         small->segmentByIndex(0)->sections(it, codeOnly);
         std::string names;
-        for (auto found = it->current(); found; found = it->current()) {
-            names += found->name();
-            it->next();
-        }
+        forEach(it, [&](ISection& found) { names += found.name(); });
         EXPECT_EQ(names, codeOnly ? ".text" : ".text.rodata");
     }
 }
@@ -474,7 +468,7 @@ TEST(ElfHostile, TruncatedAndFlipped) {
         if (status != status_Ok) {
             return;
         }
-        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
+        RangeIterator it;
         bank->nonOverlappedSymbolRanges(it, k_allKinds, nullptr, nullptr, nullptr);
         allRanges(it);
         for (auto const address : {0ULL, 0x400208ULL, 0x600000ULL, ~0ULL}) {

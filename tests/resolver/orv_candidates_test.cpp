@@ -56,11 +56,10 @@ std::string listOf(std::string const& path) {
     Candidates list;
     loader->symbolFiles(list);
     std::string text;
-    for (auto candidate = list->current(); candidate; candidate = list->current()) {
-        text += (text.empty() ? "" : ", ") + std::string(candidate->symbolFileName()) + " " +
-                std::to_string(candidate->validity());
-        list->next();
-    }
+    forEach(list, [&](ISymbolFileToResolve& candidate) {
+        text += (text.empty() ? "" : ", ") + std::string(candidate.symbolFileName()) + " " +
+                std::to_string(candidate.validity());
+    });
     return text;
 }
 

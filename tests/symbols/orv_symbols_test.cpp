@@ -52,7 +52,7 @@ private:
 };
 
 std::string disjoint(ISymbolTable& table, unsigned long long start, unsigned long long end) {
-    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
+    RangeIterator it;
     table.nonOverlappedSymbolRanges(it, start, end, k_allKinds, nullptr);
     return allRanges(it);
 }
@@ -190,7 +190,7 @@ TEST(Scope, RangesAndThunks) {
     scope->symbolImpl()->setName("renamed");
     EXPECT_STREQ(scope->thunkAt(300)->name(), "renamed");
 
-    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
+    RangeIterator it;
     scope->symbol()->ranges(it);
     EXPECT_EQ(allRanges(it), "renamed[100,120) renamed[200,210)");
     scope->symbol()->thunks(it);
@@ -218,7 +218,7 @@ TEST(Symbol, RawSymbolsKnowNoSource) {
     { SymMgrObjectPtr<SymbolScope> const gone(new SymbolScope(nullptr, nullptr, late)); }
     borrowed[0] = 'X';
     EXPECT_STREQ(held->name(), "borrowed");
-    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> ranges;
+    RangeIterator ranges;
     held->ranges(ranges);
     EXPECT_FALSE(ranges);
     SymMgrObjectPtr<IAddress> address;
@@ -238,7 +238,7 @@ TEST(SymbolTable, ScopesOfSeveralRangesAndThunks) {
     first->addRange(300, 310);
     first->addThunk(new ImportThunk(nullptr, 400, 16));
     EXPECT_TRUE(table->addScope(first));
-    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
+    RangeIterator it;
     table->symbolRanges(it, 0, 1000, k_allKinds);
     EXPECT_EQ(allRanges(it), "f[100,200) f[300,310) f[400,416)");
 
@@ -284,7 +284,7 @@ TEST(SymbolTable, RawSymbolsKeepTheirPlaceBehindScopes) {
     batch.add({"a", 100, 200, symbol_visibility_Global, symbol_kind_Function});
     batch.add({"b", 150, 150, symbol_visibility_Global, symbol_kind_Function});
     static_cast<SymbolTable&>(*table).addRawSymbols(nullptr, std::move(batch));
-    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
+    RangeIterator it;
     table->symbolRanges(it, 160, 170, k_allKinds);
     EXPECT_EQ(allRanges(it), "b[150,300) a[100,300) x[100,200)");
 }
@@ -318,8 +318,8 @@ TEST(SymbolTable, IteratorsSurviveALoad) {
     for (unsigned long long at = 0; at < 2000; at += 10) {
         table->addRange(at, at + 10, scopeOf(("s" + std::to_string(at)).c_str(), at, at + 10));
     }
-    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> all;
-    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> pieces;
+    RangeIterator all;
+    RangeIterator pieces;
     table->symbolRanges(all, 0, 2000, k_allKinds);
     table->nonOverlappedSymbolRanges(pieces, 0, 2000, k_allKinds, nullptr);
     std::size_t seen = 0;
@@ -346,7 +346,7 @@ TEST(SymbolTable, SurvivesRangesThatMakeNoSense) {
     }
     table->symbolRangeByAddress(range, top, k_allKinds, nullptr);
     EXPECT_STREQ(range->symbol()->name(), "last");
-    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
+    RangeIterator it;
     table->symbolRanges(it, 5, 4, k_allKinds);
     EXPECT_FALSE(it);
     EXPECT_NE(disjoint(*table, 0, top), "");

@@ -418,7 +418,7 @@ TEST_P(Oracle, RangesTouchingAStretch) {
         Address const start = below(GetParam().space);
         Address const end = below(4) == 0 ? start : start + below(GetParam().space / 8 + 2);
         unsigned int const mask = maskOf(i);
-        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
+        RangeIterator it;
         m_table->symbolRanges(it, start, end, static_cast<symbol_kind_t>(mask));
         ASSERT_EQ(allRanges(it), m_model.touching(start, end, mask))
             << '[' << start << ',' << end << ") with mask " << mask << ", seed " << GetParam().seed;
@@ -430,7 +430,7 @@ TEST_P(Oracle, DisjointWalk) {
         Address const start = i == 0 ? 0 : below(GetParam().space);
         Address const end = i == 0 ? GetParam().space * 2 : start + below(GetParam().space / 4 + 2);
         unsigned int const mask = maskOf(i);
-        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
+        RangeIterator it;
         m_table->nonOverlappedSymbolRanges(it, start, end, static_cast<symbol_kind_t>(mask), nullptr);
         ASSERT_EQ(allRanges(it), m_model.pieces(start, end, mask))
             << '[' << start << ',' << end << ") with mask " << mask << ", seed " << GetParam().seed;
