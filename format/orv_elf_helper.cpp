@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 namespace ORV_3_30 {
 namespace {
@@ -103,7 +104,12 @@ ElfHelper::ElfHelper(SymMgrObjectPtr<IModuleImage> image) : m_fileImage(std::mov
     if (!ORV_ASSERT(m_architecture != arch_Unknown, "false")) {
         return;
     }
-    m_valid = readProgramHeaders() && readSectionHeaders();
+    try {
+        m_valid = readProgramHeaders() && readSectionHeaders();
+    } catch (std::bad_alloc const&) {
+        ORV_ASSERT(false, "false");
+        throw;
+    }
 }
 
 bool ElfHelper::readImage(std::uint64_t offset, std::uint64_t size, void* out) const {
@@ -135,14 +141,22 @@ bool ElfHelper::readHeader() {
     return ORV_ASSERT(m_header.e_ident[EI_DATA] == ELFDATA2LSB, "false");
 }
 
+/// Entries may stand apart further than they are long, with the most of a large file between them.
 bool ElfHelper::readTable(std::uint64_t offset, unsigned int count, unsigned int entrySize, unsigned int leastEntrySize,
                           std::vector<unsigned char>& out) const {
-    std::uint64_t const size = std::uint64_t{count} * entrySize;
-    if (entrySize < leastEntrySize || !contains(m_fileSize, offset, size)) {
+    if (entrySize < leastEntrySize || !contains(m_fileSize, offset, std::uint64_t{count} * entrySize)) {
         return false;
     }
-    out.resize(size);
-    return readImage(offset, size, out.data());
+    out.resize(std::size_t{count} * leastEntrySize);
+    if (entrySize == leastEntrySize) {
+        return readImage(offset, out.size(), out.data());
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+        if (!readImage(offset + i * entrySize, leastEntrySize, out.data() + i * leastEntrySize)) {
+            return false;
+        }
+    }
+    return true;
 }
 
 bool ElfHelper::readProgramHeaders() {
@@ -150,12 +164,12 @@ bool ElfHelper::readProgramHeaders() {
         return true;
     }
     std::vector<unsigned char> table;
-    if (!readTable(m_header.e_phoff, m_header.e_phnum, m_header.e_phentsize,
-                   m_is64 ? sizeof(Elf64_Phdr) : sizeof(Elf32_Phdr), table)) {
+    unsigned int const entrySize = m_is64 ? sizeof(Elf64_Phdr) : sizeof(Elf32_Phdr);
+    if (!readTable(m_header.e_phoff, m_header.e_phnum, m_header.e_phentsize, entrySize, table)) {
         return false;
     }
     for (unsigned int i = 0; i < m_header.e_phnum; ++i) {
-        std::size_t const at = std::size_t{i} * m_header.e_phentsize;
+        std::size_t const at = std::size_t{i} * entrySize;
         Elf64_Phdr header{};
         readPhdr(ByteCursor(table.data() + at, table.size() - at), m_is64, header);
         if (header.p_type != PT_LOAD) {
@@ -178,13 +192,13 @@ bool ElfHelper::readSectionHeaders() {
         return true; // a file without sections is fine
     }
     std::vector<unsigned char> table;
-    if (!readTable(m_header.e_shoff, m_header.e_shnum, m_header.e_shentsize,
-                   m_is64 ? sizeof(Elf64_Shdr) : sizeof(Elf32_Shdr), table)) {
+    unsigned int const entrySize = m_is64 ? sizeof(Elf64_Shdr) : sizeof(Elf32_Shdr);
+    if (!readTable(m_header.e_shoff, m_header.e_shnum, m_header.e_shentsize, entrySize, table)) {
         return false;
     }
     m_sectionHeaders.resize(m_header.e_shnum);
     for (unsigned int i = 0; i < m_header.e_shnum; ++i) {
-        std::size_t const at = std::size_t{i} * m_header.e_shentsize;
+        std::size_t const at = std::size_t{i} * entrySize;
         Elf64_Shdr& header = m_sectionHeaders[i];
         readShdr(ByteCursor(table.data() + at, table.size() - at), m_is64, header);
         if (m_header.e_machine == k_machine31 && header.sh_flags == k_machine31Flags && header.sh_type != SHT_NULL) {
