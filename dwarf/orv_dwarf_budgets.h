@@ -16,10 +16,11 @@ namespace ORV_3_30 {
 struct DwarfBudgets {
     Budget lineBytes{"line programs"};
     Budget lineHeaderBytes{"headers of line programs"};
-    Budget rangePairs{"ranges"};      ///< Filled again for each load.
-    Budget textBytes{"texts"};        ///< That are made of those in the sections.
-    Budget treeNodes{"inline trees"}; ///< Kept: what goes comes back.
-    Budget members{"members"};        ///< Kept; many variables may share a type. Filled again for each load.
+    Budget rangePairs{"ranges"};        ///< Filled again for each load.
+    Budget textBytes{"texts"};          ///< That are made of those in the sections.
+    Budget treeNodes{"inline trees"};   ///< Kept: what goes comes back.
+    Budget options{"texts of options"}; ///< Searched. Filled again for each load.
+    Budget members{"members"};          ///< Kept; many variables may share a type. Filled again for each load.
 
     struct Sizes {
         std::uint64_t info;
@@ -47,6 +48,7 @@ struct DwarfBudgets {
         constexpr std::uint64_t k_leastMembers = std::uint64_t{1} << 19; // a few bytes make one of a large type
         constexpr std::uint64_t k_membersMade = 2;
         rangePairs.refill(k_least + m_sizes.ranges / k_leastPair * k_rangeRereads);
+        options.refill(searchBytes());
         members.refill(k_leastMembers + m_sizes.info * k_membersMade);
     }
     /// Bytes that one question may search: origins, types, texts, lists of locations.

@@ -126,7 +126,7 @@ private:
 } // namespace
 
 void DWARFCompilationUnit::mergeOptions(char const* newText) {
-    Budget& search = m_loader.search();
+    Budget& search = m_entries.reader().budgets().options;
     char const* const options = compileOptions();
     if (search.isSpent() || !search.settle(std::strlen(options) + std::strlen(newText))) {
         return;

@@ -56,7 +56,7 @@ void DwarfUnit::readDetails(DieChain& entry, Budget& search) {
         m_compiler = parseProducer(std::string(m_producer, searched).c_str());
     }
     if (!m_reader.budgets().textBytes.spend(m_compiler.optReportFile.size())) {
-        m_compiler.optReportFile.clear();
+        m_compiler.optReportFile = std::string(); // its room goes too
     }
     m_compDir = textOf(DieAttributes::slot_CompDir);
     m_name = textOf(DieAttributes::slot_Name);

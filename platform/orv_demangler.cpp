@@ -195,7 +195,10 @@ private:
     }
 
     Text spell(int options) const {
-        if (m_name.compare(0, 2, "_Z") != 0 || (mayHavePack() && !NameTree(m_name).isSearchable())) {
+        // The printer takes none that are longer. The tree would, and goes as deep as they are long.
+        constexpr std::size_t k_longestName = 1024;
+        if (m_name.compare(0, 2, "_Z") != 0 || m_name.size() > k_longestName ||
+            (mayHavePack() && !NameTree(m_name).isSearchable())) {
             return std::nullopt;
         }
         return collect(

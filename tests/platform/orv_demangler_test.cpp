@@ -75,6 +75,19 @@ TEST(Demangler, RefusesNamesThatExplode) {
         search += std::string("S") + digits[i] + "_E";
     }
     EXPECT_EQ(ISymbolNameDemangler::create(search.c_str(), exec_format_Elf)->demangledName(0), search);
+    // As deep as they are long: neither parser nor tree has a bound of its own.
+    auto const times = [](std::size_t count, std::string const& text) {
+        std::string all;
+        for (std::size_t i = 0; i < count; ++i) {
+            all += text;
+        }
+        return all;
+    };
+    for (std::string const& deep : {"_Z1fIDp" + times(200000, "P") + "iEvv", "_ZN" + times(200000, "1a") + "EDpi",
+                                    "_Z1fI" + times(200000, "J") + "Dpi"}) {
+        SymMgrObjectPtr<ISymbolNameDemangler> const forms = ISymbolNameDemangler::create(deep.c_str(), exec_format_Elf);
+        EXPECT_TRUE(forms->demangledName(0) == deep && forms->shortName() == deep && forms->baseName() == deep);
+    }
     // Lists that are never closed; and a name that the parser gives up on by its length.
     std::string const longest = "_Z2000" + std::string(2000, 'n') + 'v';
     for (char const* open :
