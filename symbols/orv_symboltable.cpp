@@ -40,35 +40,6 @@ bool isBetter(SymbolTable const& table, RangeRecord const& candidate, RangeRecor
     return candidate.start > best.start && candidate.start <= address && !isHiddenInline;
 }
 
-/// The walk that settles who wins, fed with the alive records in list order.
-class Choice {
-public:
-    Choice(SymbolTable const& table, unsigned long long address, symbol_kind_t mask)
-        : m_table(table), m_address(address), m_mask(mask) {}
-
-    /// False if the choice ends here, with the best so far.
-    bool offer(RangeRecord const& record) {
-        if (!isAliveAt(record, m_address)) {
-            return true;
-        }
-        symbol_kind_t kind{};
-        if (!ORV_ASSERT(m_table.kindOf(record, kind), "symbol != NULL")) {
-            return false;
-        }
-        if ((kind & m_mask) != 0 && (m_best == nullptr || isBetter(m_table, record, *m_best, m_address))) {
-            m_best = &record;
-        }
-        return true;
-    }
-    RangeRecord const* best() const { return m_best; }
-
-private:
-    SymbolTable const& m_table;
-    unsigned long long m_address;
-    symbol_kind_t m_mask;
-    RangeRecord const* m_best = nullptr;
-};
-
 } // namespace
 
 SymbolTable::SymbolTable(Scope* scope, ILock* countLock) : SymMgrObject(countLock), m_scope(scope) {}
@@ -130,15 +101,22 @@ bool SymbolTable::rankOf(RangeRecord const& record, Rank& out) const {
 
 // --- Looking up
 
-void SymbolTable::collectAlive(Position at, Records& out) const {
+/// The records alive at the last key at or below an address, in list order.
+SymbolTable::Records SymbolTable::collectAlive(unsigned long long address) const {
+    Records found;
+    Position const at = m_keys.floor(address);
+    if (m_keys.isEnd(at)) {
+        return found;
+    }
     for (RangeRecord* record = m_keys.records(at); record != nullptr; record = record->next) {
-        out.push_back(record);
+        found.push_back(record);
     }
-    std::size_t const own = out.size();
-    m_keys.forEachSpanning(at, [&](RangeRecord& record) { out.push_back(&record); });
-    if (out.size() != own) {
-        sortAsList(at, out);
+    std::size_t const own = found.size();
+    m_keys.forEachSpanning(at, [&](RangeRecord& record) { found.push_back(&record); });
+    if (found.size() != own) {
+        sortAsList(at, found);
     }
+    return found;
 }
 
 /// The greatest end first. Of equal ends, who made a key stands first there and at the keys that were made behind it
@@ -166,28 +144,6 @@ bool SymbolTable::isInFront(RangeRecord const& record, Position at) const {
     return m_keys.born(own) == record.order && m_keys.oldestBehind(own, at) > record.order;
 }
 
-RangeRecord const* SymbolTable::chooseAt(Position at, unsigned long long address, symbol_kind_t mask) const {
-    Choice choice(*this, address, mask);
-    Records spanning;
-    m_keys.forEachSpanning(at, [&](RangeRecord& record) { spanning.push_back(&record); });
-    if (spanning.empty()) {
-        // The usual case: the key's own list is all that there is.
-        for (RangeRecord const* r = m_keys.records(at); r != nullptr && choice.offer(*r); r = r->next) {
-        }
-        return choice.best();
-    }
-    for (RangeRecord* record = m_keys.records(at); record != nullptr; record = record->next) {
-        spanning.push_back(record);
-    }
-    sortAsList(at, spanning);
-    for (RangeRecord const* record : spanning) {
-        if (!choice.offer(*record)) {
-            break;
-        }
-    }
-    return choice.best();
-}
-
 SymbolTable::Records SymbolTable::recordsFrom(unsigned long long key) const {
     std::shared_lock<Guard> const guard(m_guard);
     Records found;
@@ -202,18 +158,20 @@ SymbolTable::Records SymbolTable::recordsFrom(unsigned long long key) const {
 
 SymbolTable::Records SymbolTable::recordsAlive(unsigned long long key) const {
     std::shared_lock<Guard> const guard(m_guard);
-    Records found;
-    Position const at = m_keys.floor(key);
-    if (!m_keys.isEnd(at)) {
-        collectAlive(at, found);
-    }
-    return found;
+    return collectAlive(key);
 }
 
 SymbolTable::Records SymbolTable::candidates(unsigned long long address, symbol_kind_t mask,
                                              unsigned long long key) const {
-    Records found;
-    for (RangeRecord* const record : recordsAlive(key)) {
+    std::shared_lock<Guard> const guard(m_guard);
+    return collectCandidates(address, mask, key);
+}
+
+SymbolTable::Records SymbolTable::collectCandidates(unsigned long long address, symbol_kind_t mask,
+                                                    unsigned long long key) const {
+    Records found = collectAlive(key);
+    auto kept = found.begin();
+    for (RangeRecord* const record : found) {
         symbol_kind_t kind{};
         if (!isAliveAt(*record, address)) {
             continue;
@@ -222,9 +180,10 @@ SymbolTable::Records SymbolTable::candidates(unsigned long long address, symbol_
             break; // the choice ends there
         }
         if ((kind & mask) != 0) {
-            found.push_back(record);
+            *kept++ = record;
         }
     }
+    found.erase(kept, found.end());
     return found;
 }
 
@@ -249,15 +208,7 @@ RangeRecord const* SymbolTable::chooseByClient(Records const& found, ISymbolChoo
 }
 
 void SymbolTable::scopesAt(unsigned long long address, symbol_kind_t mask, std::vector<Scope*>& out) const {
-    Records found;
-    {
-        std::shared_lock<Guard> const guard(m_guard);
-        Position const at = m_keys.floor(address);
-        if (!m_keys.isEnd(at)) {
-            collectAlive(at, found);
-        }
-    }
-    for (RangeRecord const* record : found) {
+    for (RangeRecord const* record : recordsAlive(address)) {
         symbol_kind_t kind{};
         bool const holds =
             record->isPoint() ? record->start == address : record->start <= address && address < record->end;
@@ -273,8 +224,11 @@ RangeRecord const* SymbolTable::chooseRecord(unsigned long long address, symbol_
         return chooseByClient(candidates(address, mask, key), *resolver, key);
     }
     std::shared_lock<Guard> const guard(m_guard);
-    Position const at = m_keys.floor(key);
-    return m_keys.isEnd(at) ? nullptr : chooseAt(at, address, mask);
+    RangeRecord const* best = nullptr;
+    for (RangeRecord const* const record : collectCandidates(address, mask, key)) {
+        best = best == nullptr || isBetter(*this, *record, *best, address) ? record : best;
+    }
+    return best;
 }
 
 bool SymbolTable::floorKey(unsigned long long address, unsigned long long& key) const {

@@ -132,10 +132,11 @@ private:
     void keep(Scope* scope);
     void drop(Scope* scope);
 
-    void collectAlive(Position at, Records& out) const;
+    // Under the guard.
+    Records collectAlive(unsigned long long address) const;
+    Records collectCandidates(unsigned long long address, symbol_kind_t mask, unsigned long long key) const;
     void sortAsList(Position at, Records& records) const;
     bool isInFront(RangeRecord const& record, Position at) const;
-    RangeRecord const* chooseAt(Position at, unsigned long long address, symbol_kind_t mask) const;
     RangeRecord const* chooseByClient(Records const& found, ISymbolChooser& resolver, unsigned long long key) const;
 
     Scope* m_scope; ///< The owner of the table. Not counted, may be null.
