@@ -9,9 +9,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
-#include <new>
-#include <type_traits>
+#include <vector>
 
 namespace ORV_3_30 {
 
@@ -50,64 +48,17 @@ struct RangeRecord {
     MergeSide side() const { return {name, start, end, false, symbolVisibility(), symbolKind()}; }
 };
 
-/// Raw symbols on their way into a table, in the order of arrival. The records are made once, where
-/// they stay: a table takes the batch over.
+/// Raw symbols on their way into a table, in the order of arrival.
 class RawSymbolBatch {
 public:
-    /// No more than capacity symbols will come.
-    explicit RawSymbolBatch(std::size_t capacity) : m_records(new Storage[capacity]) {}
+    explicit RawSymbolBatch(std::size_t capacity) { m_symbols.reserve(capacity); }
 
-    void add(RawSymbol const& symbol) { place(m_count++, symbol); }
-    /// Drops the symbols whose name is empty. Names lie about in megabytes of strings: looking at each
-    /// is a matter of fetching it in time.
-    void dropUnnamed() {
-        constexpr std::size_t k_ahead = 16;
-        std::size_t kept = 0;
-        for (std::size_t i = 0; i < m_count; ++i) {
-            if (i + k_ahead < m_count) {
-                __builtin_prefetch((*this)[i + k_ahead].name.load());
-            }
-            RangeRecord const& record = (*this)[i];
-            if (*record.name.load() == '\0') {
-                continue;
-            }
-            if (kept != i) {
-                place(kept, symbol(i));
-            }
-            ++kept;
-        }
-        m_count = kept;
-    }
-    /// Gives back the room that no symbol has come for, if that is most of it.
-    void shrink(std::size_t capacity) {
-        if (m_count >= capacity / 4) {
-            return;
-        }
-        RawSymbolBatch smaller(m_count);
-        for (std::size_t i = 0; i < m_count; ++i) {
-            smaller.add(symbol(i));
-        }
-        *this = std::move(smaller);
-    }
-    std::size_t size() const { return m_count; }
-    RangeRecord& operator[](std::size_t index) {
-        return *std::launder(reinterpret_cast<RangeRecord*>(&m_records[index]));
-    }
+    void add(RawSymbol const& symbol) { m_symbols.push_back(symbol); }
+    std::size_t size() const { return m_symbols.size(); }
+    RawSymbol const& operator[](std::size_t index) const { return m_symbols[index]; }
 
 private:
-    using Storage = std::aligned_storage_t<sizeof(RangeRecord), alignof(RangeRecord)>;
-
-    RawSymbol symbol(std::size_t index) {
-        RangeRecord const& record = (*this)[index];
-        return {record.name, record.start, record.end - record.start, record.symbolVisibility(), record.symbolKind()};
-    }
-    void place(std::size_t index, RawSymbol const& symbol) {
-        new (&m_records[index]) RangeRecord(MergeSide{symbol.name, symbol.address, symbol.address + symbol.size, false,
-                                                      symbol.visibility, symbol.kind});
-    }
-
-    std::unique_ptr<Storage[]> m_records;
-    std::size_t m_count = 0;
+    std::vector<RawSymbol> m_symbols;
 };
 
 } // namespace ORV_3_30

@@ -12,7 +12,7 @@ namespace ORV_3_30 {
 RegularSymbolCallBack::RegularSymbolCallBack(IFileFormatLoader* loader, ISymbolTable* table, AcceptedRanges* filter,
                                              std::size_t expected)
     : m_loader(loader), m_table(table), m_ownTable(dynamic_cast<SymbolTable*>(table)), m_filter(filter),
-      m_expected(m_ownTable != nullptr ? expected : 0), m_collected(m_expected) {}
+      m_collected(m_ownTable != nullptr ? expected : 0) {}
 
 bool RegularSymbolCallBack::isWanted(RawSymbol const& symbol) const {
     return m_filter == nullptr || m_filter->accept(symbol.address, symbol.address + symbol.size);
@@ -53,9 +53,7 @@ void RegularSymbolCallBack::addScope(RawSymbol const& symbol, bool isThunk) {
 
 void RegularSymbolCallBack::finish() {
     if (m_ownTable != nullptr) {
-        m_collected.dropUnnamed();
-        m_collected.shrink(m_expected);
-        m_ownTable->addRawSymbols(m_loader, std::move(m_collected));
+        m_ownTable->addRawSymbols(m_loader, m_collected);
     }
 }
 

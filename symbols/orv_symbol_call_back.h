@@ -31,7 +31,6 @@ private:
     ISymbolTable* m_table;
     SymbolTable* m_ownTable; ///< Null for a table that somebody else has implemented.
     AcceptedRanges* m_filter;
-    std::size_t m_expected;
     RawSymbolBatch m_collected;
 };
 

@@ -13,7 +13,6 @@
 /// after such a load.
 #pragma once
 
-#include "core/orv_pool.h"
 #include "orv/orv_scope.h"
 #include "symbols/orv_key_group.h"
 #include "symbols/orv_key_index.h"
@@ -22,6 +21,7 @@
 
 #include <array>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <shared_mutex>
@@ -48,8 +48,8 @@ public:
     Scope* scope() override { return m_scope; }
 
     /// Adds what a format's own symbol table holds, as addRange would with a scope for each, one by
-    /// one in the given order. The names must outlive the table.
-    void addRawSymbols(IFileFormatLoader* loader, RawSymbolBatch batch);
+    /// one in the given order, but for those whose name is empty. The names must outlive the table.
+    void addRawSymbols(IFileFormatLoader* loader, RawSymbolBatch const& batch);
 
     /// Adds a symbol of one range as addRange would with its scope, which the maker makes when somebody needs it. The
     /// name must outlive the table; the token is given back to the maker.
@@ -97,11 +97,12 @@ private:
         unsigned long long start;
         unsigned long long end;
         std::uint32_t order;
-        Scope* scope = nullptr; ///< Where it came with one.
+        Scope* scope = nullptr;  ///< Where it came with one.
+        std::uint64_t token = 0; ///< Of who makes it, where not.
     };
 
     // What comes in, and what becomes of it. A record that was there takes in what is the same.
-    template <typename Make> RangeRecord* insert(Newcomer const& newcomer, Make const& make);
+    RangeRecord* insert(Newcomer const& newcomer, IScopeMaker& maker);
     RangeRecord* insertScope(unsigned long long start, unsigned long long end, Scope& scope);
     void handOverThunks(Scope& scope, Scope* target, bool& hasStayed);
     RangeRecord* findRival(Position at, MergeSide const& newcomer, unsigned int& flags);
@@ -127,8 +128,6 @@ private:
 
     std::uint8_t numberOf(IScopeMaker& maker);
     RawScopeMaker& rawMakerOf(IFileFormatLoader* loader);
-    void insertByAddress(RawSymbolBatch& batch);
-    void insertRaw(RangeRecord& symbol);
     void keep(Scope* scope);
     void drop(Scope* scope);
 
@@ -142,15 +141,13 @@ private:
     Scope* m_scope; ///< The owner of the table. Not counted, may be null.
     mutable Guard m_guard;
     KeyIndex m_keys;
-    Pool<RangeRecord> m_pool;
-    std::vector<RawSymbolBatch> m_batches;                                      ///< Where raw records stand.
+    std::deque<RangeRecord> m_records;                                          ///< They stay where they are.
     std::unordered_map<unsigned long long, std::unique_ptr<KeyGroup>> m_groups; ///< At keys where much starts.
     std::uint32_t m_arrivals = 0;
     /// By the number that records have. Not owned. In place, as readers look here while a load adds one: a module has
     /// its format loader, and two of its debug information.
     std::array<IScopeMaker*, 8> m_makers{};
     std::vector<std::unique_ptr<RawScopeMaker>> m_rawMakers; ///< One for each loader of raw symbols.
-    std::size_t m_linked = 0;                                ///< How many records were ever linked.
     mutable std::mutex m_scopesLock;                         ///< Guards the making of scopes, inside m_guard.
     mutable std::vector<SymMgrObjectPtr<Scope>> m_scopes;    ///< Once for each range or scope taken.
 };

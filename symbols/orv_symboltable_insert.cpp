@@ -43,7 +43,7 @@ void SymbolTable::drop(Scope* scope) {
 
 // --- Coming in
 
-template <typename Make> RangeRecord* SymbolTable::insert(Newcomer const& newcomer, Make const& make) {
+RangeRecord* SymbolTable::insert(Newcomer const& newcomer, IScopeMaker& maker) {
     Position at = m_keys.lowerBound(newcomer.start);
     bool const isNewKey = m_keys.isEnd(at) || m_keys.address(at) != newcomer.start;
     if (isNewKey) {
@@ -57,7 +57,11 @@ template <typename Make> RangeRecord* SymbolTable::insert(Newcomer const& newcom
     }
     RangeRecord* record = nullptr;
     try {
-        record = make(); // only now: what a rival takes in, as all of a further load may be, needs none
+        // Only now: what a rival takes in, as all of a further load may be, needs none.
+        std::uint8_t const number = numberOf(maker);
+        record = newcomer.scope == nullptr ? &m_records.emplace_back(newcomer.side)
+                                           : &m_records.emplace_back(newcomer.start, newcomer.end);
+        record->maker = number;
     } catch (...) {
         if (isNewKey) {
             m_keys.erase(at);
@@ -65,34 +69,19 @@ template <typename Make> RangeRecord* SymbolTable::insert(Newcomer const& newcom
         throw;
     }
     record->order = newcomer.order;
+    record->scope = newcomer.scope;
+    record->token = newcomer.token;
     link(at, record);
-    ++m_linked;
     return record;
 }
 
 RangeRecord* SymbolTable::insertScope(unsigned long long start, unsigned long long end, Scope& scope) {
-    return insert({scope.mergeSide(), start, end, m_arrivals++, &scope}, [&] {
-        std::uint8_t const maker = numberOf(scope.maker());
-        RangeRecord* const record = m_pool.make(start, end);
-        record->scope = &scope;
-        record->maker = maker;
-        return record;
-    });
+    return insert({scope.mergeSide(), start, end, m_arrivals++, &scope}, scope.maker());
 }
 
 void SymbolTable::addSymbol(IScopeMaker& maker, MergeSide const& symbol, std::uint64_t token) {
     std::unique_lock<Guard> const guard(m_guard);
-    std::uint8_t const number = numberOf(maker);
-    insert({symbol, symbol.firstStart, symbol.lastEnd, m_arrivals++}, [&] {
-        RangeRecord* const record = m_pool.make(symbol);
-        record->maker = number;
-        record->token = token;
-        return record;
-    });
-}
-
-void SymbolTable::insertRaw(RangeRecord& symbol) {
-    insert({symbol.side(), symbol.start, symbol.end, symbol.order}, [&] { return &symbol; });
+    insert({symbol, symbol.firstStart, symbol.lastEnd, m_arrivals++, nullptr, token}, maker);
 }
 
 bool SymbolTable::addRange(unsigned long long start, unsigned long long end, Scope* scope) {

@@ -10,6 +10,7 @@
 #include <numeric>
 
 namespace ORV_3_30 {
+
 namespace {
 
 /// An address, as the distance from the lowest one, and the index of what stands there.
@@ -42,21 +43,39 @@ template <typename Distance> void sortByAddress(std::vector<Placed<Distance>>& i
     }
 }
 
-/// Calls visit with one symbol after the other.
+/// Calls visit with the index of one symbol after the other.
 template <typename Distance, typename Visitor>
-void visitByAddress(RawSymbolBatch& batch, unsigned long long lowest, Visitor visit) {
+void visitByDistance(RawSymbolBatch const& batch, unsigned long long lowest, Visitor const& visit) {
     std::vector<Placed<Distance>> items;
     items.reserve(batch.size());
     for (std::size_t i = 0; i < batch.size(); ++i) {
-        items.push_back({static_cast<Distance>(batch[i].start - lowest), static_cast<std::uint32_t>(i)});
+        items.push_back({static_cast<Distance>(batch[i].address - lowest), static_cast<std::uint32_t>(i)});
     }
     sortByAddress(items);
+    // Symbols and their names lie about in megabytes: looking at each is a matter of fetching it in time.
     constexpr std::size_t k_ahead = 8;
     for (std::size_t i = 0; i < items.size(); ++i) {
         if (i + k_ahead < items.size()) {
             __builtin_prefetch(&batch[items[i + k_ahead].index]);
         }
-        visit(batch[items[i].index]);
+        if (i + k_ahead / 2 < items.size()) {
+            __builtin_prefetch(batch[items[i + k_ahead / 2].index].name);
+        }
+        visit(items[i].index);
+    }
+}
+
+template <typename Visitor> void visitByAddress(RawSymbolBatch const& batch, Visitor const& visit) {
+    unsigned long long lowest = ~0ULL;
+    unsigned long long highest = 0;
+    for (std::size_t i = 0; i < batch.size(); ++i) {
+        lowest = std::min(lowest, batch[i].address);
+        highest = std::max(highest, batch[i].address);
+    }
+    if (highest - lowest <= 0xFFFFFFFF) {
+        visitByDistance<std::uint32_t>(batch, lowest, visit);
+    } else {
+        visitByDistance<std::uint64_t>(batch, lowest, visit);
     }
 }
 
@@ -77,49 +96,33 @@ RawScopeMaker& SymbolTable::rawMakerOf(IFileFormatLoader* loader) {
     return *m_rawMakers.back();
 }
 
-void SymbolTable::addRawSymbols(IFileFormatLoader* loader, RawSymbolBatch newcomers) {
+void SymbolTable::addRawSymbols(IFileFormatLoader* loader, RawSymbolBatch const& batch) {
     /// What may be looked at of long names in one load.
     constexpr std::size_t k_longNameBudget = std::size_t{1} << 28;
     std::unique_lock<Guard> const guard(m_guard);
     RawScopeMaker& maker = rawMakerOf(loader);
     maker.names().refill(k_longNameBudget);
-    std::uint8_t const number = numberOf(maker);
-    m_batches.push_back(std::move(newcomers));
-    RawSymbolBatch& batch = m_batches.back();
-    for (std::size_t i = 0; i < batch.size(); ++i) {
-        batch[i].order = m_arrivals++;
-        batch[i].maker = number;
-    }
-    std::size_t const linkedBefore = m_linked;
+    std::uint32_t const arrivals = m_arrivals;
+    m_arrivals += static_cast<std::uint32_t>(batch.size());
+    auto const insertRaw = [&](std::uint32_t index) {
+        RawSymbol const& symbol = batch[index];
+        if (*symbol.name == '\0') {
+            return;
+        }
+        unsigned long long const end = symbol.address + symbol.size;
+        MergeSide const side{symbol.name, symbol.address, end, false, symbol.visibility, symbol.kind};
+        insert({side, symbol.address, end, arrivals + index}, maker);
+    };
     bool const isOrderFree = std::none_of(m_makers.begin(), m_makers.end(), [](IScopeMaker const* known) {
         return known != nullptr && known->looksAhead();
     });
     if (isOrderFree) {
-        insertByAddress(batch);
-    } else {
-        // What is decided may depend on what is in the table by then.
-        for (std::size_t i = 0; i < batch.size(); ++i) {
-            insertRaw(batch[i]);
-        }
+        visitByAddress(batch, insertRaw); // which is cheap
+        return;
     }
-    if (m_linked == linkedBefore) {
-        m_batches.pop_back(); // all of it was there: a load for further addresses brings little new
-    }
-}
-
-/// By address is cheap.
-void SymbolTable::insertByAddress(RawSymbolBatch& batch) {
-    unsigned long long lowest = ~0ULL;
-    unsigned long long highest = 0;
-    for (std::size_t i = 0; i < batch.size(); ++i) {
-        lowest = std::min(lowest, batch[i].start);
-        highest = std::max(highest, batch[i].start);
-    }
-    auto const insert = [&](RangeRecord& symbol) { insertRaw(symbol); };
-    if (highest - lowest <= 0xFFFFFFFF) {
-        visitByAddress<std::uint32_t>(batch, lowest, insert);
-    } else {
-        visitByAddress<std::uint64_t>(batch, lowest, insert);
+    // What is decided may depend on what is in the table by then.
+    for (std::uint32_t i = 0; i < batch.size(); ++i) {
+        insertRaw(i);
     }
 }
 
