@@ -27,12 +27,7 @@ public:
         : m_position(map.begin()), m_first(map.begin()), m_end(map.end()), m_filter(filter) {}
 
     T current() override { return m_position == m_end ? T() : T(m_position->second); }
-    bool next() override {
-        if (m_position == m_end) {
-            return false;
-        }
-        return ++m_position != m_end;
-    }
+    bool next() override { return m_position != m_end && ++m_position != m_end; }
     void reset() override { m_position = m_first; }
 
 private:
@@ -42,22 +37,32 @@ private:
     Filter m_filter;
 };
 
-/// Walks a live vector, and sees what it holds at each call.
-template <typename Vector, typename T> class VectorIteratorWrapper final : public SymMgrObject<IIterator<T>> {
+/// Walks what is found by its index, and sees what is there at each call.
+template <typename T> class IndexIterator : public SymMgrObject<IIterator<T>> {
+public:
+    T current() override { return m_index < size() ? at(m_index) : T(); }
+    bool next() override {
+        m_index += m_index < size() ? 1 : 0;
+        return m_index < size();
+    }
+    void reset() override { m_index = 0; }
+
+private:
+    virtual std::size_t size() const = 0;
+    virtual T at(std::size_t index) const = 0;
+
+    std::size_t m_index = 0;
+};
+
+/// Walks a live vector.
+template <typename Vector, typename T> class VectorIteratorWrapper final : public IndexIterator<T> {
 public:
     explicit VectorIteratorWrapper(Vector const& vector) : m_vector(&vector) {}
 
-    T current() override { return m_position < m_vector->size() ? T((*m_vector)[m_position]) : T(); }
-    bool next() override {
-        if (m_position >= m_vector->size()) {
-            return false;
-        }
-        return ++m_position < m_vector->size();
-    }
-    void reset() override { m_position = 0; }
-
 private:
-    std::size_t m_position = 0;
+    std::size_t size() const override { return m_vector->size(); }
+    T at(std::size_t index) const override { return T((*m_vector)[index]); }
+
     Vector const* m_vector;
 };
 

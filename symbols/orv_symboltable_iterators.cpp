@@ -9,18 +9,6 @@
 
 namespace ORV_3_30 {
 
-SymMgrObjectPtr<ISymbol> SymbolByAddrIterator::current() {
-    return m_index < m_candidates.size() ? SymMgrObjectPtr<ISymbol>(m_table.scopeOf(*m_candidates[m_index])->symbol())
-                                         : SymMgrObjectPtr<ISymbol>();
-}
-
-bool SymbolByAddrIterator::next() {
-    if (m_index < m_candidates.size()) {
-        ++m_index;
-    }
-    return m_index < m_candidates.size();
-}
-
 // --- SymbolRangesIterator
 
 SymbolRangesIterator::SymbolRangesIterator(SymbolTable& table, unsigned long long firstKey, unsigned long long start,

@@ -6,24 +6,25 @@
 /// they go on from where they stand with what the table holds then.
 #pragma once
 
+#include "core/orv_iterators.h"
 #include "symbols/orv_symboltable.h"
 
 namespace ORV_3_30 {
 
 /// The symbols that are candidates at one address, handed to a client's chooser.
-class SymbolByAddrIterator final : public SymMgrObject<IIterator<SymMgrObjectPtr<ISymbol>>> {
+class SymbolByAddrIterator final : public IndexIterator<SymMgrObjectPtr<ISymbol>> {
 public:
     SymbolByAddrIterator(SymbolTable const& table, SymbolTable::Records candidates)
         : m_table(table), m_candidates(std::move(candidates)) {}
 
-    SymMgrObjectPtr<ISymbol> current() override;
-    bool next() override;
-    void reset() override { m_index = 0; }
-
 private:
+    std::size_t size() const override { return m_candidates.size(); }
+    SymMgrObjectPtr<ISymbol> at(std::size_t index) const override {
+        return SymMgrObjectPtr<ISymbol>(m_table.scopeOf(*m_candidates[index])->symbol());
+    }
+
     SymbolTable const& m_table;
     SymbolTable::Records m_candidates;
-    std::size_t m_index = 0;
 };
 
 /// Ranges that touch a stretch, overlaps included: by start, then longest first.
@@ -62,7 +63,6 @@ public:
     void reset() override;
 
 private:
-    bool isAtLimit() const { return m_isAtLimit; }
     RangeRecord const* choose() const;
     /// Steps to the next key below the query's end; false at the limit.
     bool toNextKey();
