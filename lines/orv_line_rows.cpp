@@ -4,41 +4,9 @@
 #include "lines/orv_line_rows.h"
 
 #include <algorithm>
-#include <new>
+#include <utility>
 
 namespace ORV_3_30 {
-
-std::uint32_t LineRows::indexOfUnit(unsigned long long unit) {
-    if (!m_units.empty() && m_units.back() == unit) {
-        return static_cast<std::uint32_t>(m_units.size() - 1);
-    }
-    if (m_units.size() == m_units.capacity()) {
-        m_units.reserve(2 * m_units.size() + 8); // before the map knows of it
-    }
-    auto const [entry, isNew] = m_unitIndex.emplace(unit, static_cast<std::uint32_t>(m_units.size()));
-    if (isNew) {
-        m_units.push_back(unit);
-    }
-    return entry->second;
-}
-
-void LineRows::makeRoom() {
-    std::uint32_t const chunk = m_size >> k_chunkBits;
-    std::uint32_t const used = m_size & (k_chunkSize - 1);
-    // The first chunk grows up to the size of the others.
-    std::uint32_t const room = chunk == 0 ? std::min(std::max(k_firstChunk, 4 * used), k_chunkSize) : k_chunkSize;
-    if (m_chunks.size() == chunk) {
-        m_chunks.emplace_back();
-    }
-    // Not zeroed: pages that no row comes for cost nothing.
-    void* const rows = std::realloc(m_chunks[chunk].get(), room * sizeof(Packed));
-    if (rows == nullptr) {
-        throw std::bad_alloc();
-    }
-    static_cast<void>(m_chunks[chunk].release());
-    m_chunks[chunk].reset(static_cast<Packed*>(rows));
-    m_room = chunk * k_chunkSize + room;
-}
 
 /// What can fail comes first: a row that finds no memory leaves everything as it was.
 bool LineRows::add(unsigned long long unit, SrcLocator const& row) {
@@ -49,20 +17,22 @@ bool LineRows::add(unsigned long long unit, SrcLocator const& row) {
     bool follows = false;
     if (!m_runs.empty()) {
         Run const& last = m_runs.back();
-        follows = last.end == row.start && row.start - last.base <= k_longestRun && m_units[last.unit] == unit;
+        follows = last.end == row.start && row.start - last.base <= k_longestRun && last.unit == unit;
     }
     bool const isWide = row.column >= k_wide || row.discriminator > 0xFFFF;
-    if (m_size == m_room) {
-        makeRoom();
+    if (m_chunks.size() == m_size >> k_chunkBits) {
+        // Not zeroed: pages that no row comes for cost nothing.
+        std::unique_ptr<Packed[]> chunk(new Packed[k_chunkSize]);
+        m_chunks.push_back(std::move(chunk));
     }
     if (isWide) {
         m_wide[m_size] = {row.column, row.discriminator};
     }
     if (!follows) {
-        m_runs.push_back({row.start, row.end, m_size, 0, indexOfUnit(unit)});
+        m_runs.push_back({row.start, row.end, unit, m_size, 0});
     }
     Run& run = m_runs.back();
-    m_chunks[m_size >> k_chunkBits].get()[m_size & (k_chunkSize - 1)] = {
+    m_chunks[m_size >> k_chunkBits][m_size & (k_chunkSize - 1)] = {
         static_cast<std::uint32_t>(row.start - run.base), row.line, row.fileId,
         isWide ? k_wide : static_cast<std::uint16_t>(row.column), static_cast<std::uint16_t>(row.discriminator)};
     run.end = row.end;

@@ -8,7 +8,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <unordered_map>
 #include <vector>
@@ -31,9 +30,9 @@ public:
     struct Run {
         unsigned long long base;
         unsigned long long end;
+        unsigned long long unit;
         std::uint32_t firstRow;
         std::uint32_t count;
-        std::uint32_t unit; ///< Index into the units.
     };
 
     /// False for a row that is not taken: one that ends below its start, or one too many, as rows are
@@ -47,7 +46,6 @@ public:
     std::vector<Run> const& runs() const { return m_runs; }
     /// The run that holds a row.
     Run const& runOf(std::uint32_t row) const;
-    unsigned long long unitOf(Run const& run) const { return m_units[run.unit]; }
     SrcLocator locator(Run const& run, std::uint32_t row) const;
     /// The row of a run that holds an address; the run must hold it.
     std::uint32_t rowAt(Run const& run, unsigned long long address) const;
@@ -59,7 +57,6 @@ private:
     static constexpr std::uint16_t k_wide = 0xFFFF;
     static constexpr std::uint32_t k_chunkBits = 14;
     static constexpr std::uint32_t k_chunkSize = std::uint32_t{1} << k_chunkBits;
-    static constexpr std::uint32_t k_firstChunk = 64;
 
     struct Packed {
         std::uint32_t offset; ///< From the run's base.
@@ -73,22 +70,12 @@ private:
         unsigned long long discriminator;
     };
 
-    Packed const& packed(std::uint32_t row) const {
-        return m_chunks[row >> k_chunkBits].get()[row & (k_chunkSize - 1)];
-    }
-    void makeRoom();
-    std::uint32_t indexOfUnit(unsigned long long unit);
+    Packed const& packed(std::uint32_t row) const { return m_chunks[row >> k_chunkBits][row & (k_chunkSize - 1)]; }
 
-    struct Free {
-        void operator()(Packed* rows) const { std::free(rows); }
-    };
-    std::vector<std::unique_ptr<Packed, Free>> m_chunks;
-    std::uint32_t m_room = 0; ///< Rows that the chunks have room for.
+    std::vector<std::unique_ptr<Packed[]>> m_chunks;
     std::uint32_t m_size = 0;
     std::unordered_map<std::uint32_t, Wide> m_wide;
     std::vector<Run> m_runs;
-    std::vector<unsigned long long> m_units;
-    std::unordered_map<unsigned long long, std::uint32_t> m_unitIndex;
 };
 
 } // namespace ORV_3_30

@@ -90,7 +90,7 @@ template <typename Visitor> void LineTable::visitAt(LineQuery const& query, Visi
     std::vector<LineRows::Run> const& runs = m_rows.runs();
     unsigned long long const address = query.start;
     auto const visitRun = [&](LineRows::Run const& run) {
-        if (query.unit != k_allUnits && m_rows.unitOf(run) != query.unit) {
+        if (query.unit != k_allUnits && run.unit != query.unit) {
             return;
         }
         std::uint32_t const row = m_rows.rowAt(run, address);
@@ -139,7 +139,7 @@ bool LineTable::latestAt(LineQuery const& query, SrcLocator& row, unsigned long 
     });
     if (bestRun != nullptr) {
         row = m_rows.locator(*bestRun, best);
-        unit = m_rows.unitOf(*bestRun);
+        unit = bestRun->unit;
     }
     return bestRun != nullptr;
 }
@@ -169,8 +169,8 @@ bool RowsAtAddress::latest(unsigned long long unit, unsigned int fileId, SrcLoca
 bool LineTable::precedes(std::uint32_t a, std::uint32_t b) const {
     LineRows::Run const& runA = m_rows.runOf(a);
     LineRows::Run const& runB = m_rows.runOf(b);
-    auto const keyA = std::tuple(m_rows.fileOf(a), m_rows.unitOf(runA), m_rows.startOf(runA, a));
-    auto const keyB = std::tuple(m_rows.fileOf(b), m_rows.unitOf(runB), m_rows.startOf(runB, b));
+    auto const keyA = std::tuple(m_rows.fileOf(a), runA.unit, m_rows.startOf(runA, a));
+    auto const keyB = std::tuple(m_rows.fileOf(b), runB.unit, m_rows.startOf(runB, b));
     if (keyA != keyB) {
         return keyA < keyB;
     }
@@ -232,7 +232,7 @@ std::shared_ptr<LineTable::Ordered const> LineTable::collectRanges() const {
         for (std::uint32_t row = run.firstRow; row < run.firstRow + run.count; ++row) {
             unsigned int const fileId = m_rows.fileOf(row);
             if (row == run.firstRow || pieces.back().fileId != fileId) {
-                pieces.push_back({fileId, m_rows.unitOf(run), row, 0});
+                pieces.push_back({fileId, run.unit, row, 0});
             }
             ++pieces.back().count;
         }

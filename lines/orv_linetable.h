@@ -106,7 +106,7 @@ public:
     /// Where a file has rows, of any unit; those that touch are one.
     FileStretches stretchesOf(unsigned int fileId) const;
     SrcLocator locator(std::uint32_t row) const { return m_rows.locator(m_rows.runOf(row), row); }
-    unsigned long long unitOf(std::uint32_t row) const { return m_rows.unitOf(m_rows.runOf(row)); }
+    unsigned long long unitOf(std::uint32_t row) const { return m_rows.runOf(row).unit; }
 
     std::uint32_t rowCount() const { return m_rows.size(); }
     /// Takes out the rows of a unit, added last, that could not be read to its end.
