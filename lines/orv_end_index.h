@@ -24,19 +24,11 @@ public:
         if (count <= k_fanOut) {
             return;
         }
-        std::vector<unsigned long long> level((count + k_fanOut - 1) / k_fanOut, 0);
-        for (std::size_t i = 0; i < count; ++i) {
-            level[i / k_fanOut] = std::max<unsigned long long>(level[i / k_fanOut], endOf(i));
+        m_levels.push_back(greatestEnds(count, endOf));
+        while (m_levels.back().size() > k_fanOut) {
+            std::vector<unsigned long long> const& finer = m_levels.back();
+            m_levels.push_back(greatestEnds(finer.size(), [&](std::size_t i) { return finer[i]; }));
         }
-        while (level.size() > k_fanOut) {
-            std::vector<unsigned long long> above((level.size() + k_fanOut - 1) / k_fanOut, 0);
-            for (std::size_t i = 0; i < level.size(); ++i) {
-                above[i / k_fanOut] = std::max(above[i / k_fanOut], level[i]);
-            }
-            m_levels.push_back(std::move(level));
-            level = std::move(above);
-        }
-        m_levels.push_back(std::move(level));
     }
 
     /// The first of the things at or behind from that ends above x; the count if there is none.
@@ -61,6 +53,14 @@ public:
 private:
     static constexpr std::size_t k_fanOut = 32;
 
+    /// Of each so many.
+    template <typename EndOf> static std::vector<unsigned long long> greatestEnds(std::size_t count, EndOf endOf) {
+        std::vector<unsigned long long> level((count + k_fanOut - 1) / k_fanOut, 0);
+        for (std::size_t i = 0; i < count; ++i) {
+            level[i / k_fanOut] = std::max<unsigned long long>(level[i / k_fanOut], endOf(i));
+        }
+        return level;
+    }
     /// From a place where a block begins, the place behind the largest block that is no use.
     std::size_t skip(std::size_t at, unsigned long long x) const {
         std::size_t width = 1;

@@ -39,9 +39,9 @@ SymMgrObjectPtr<ILineTable> ILineTable::create(IFileFormatLoader& loader, ISrcLi
 void LineTable::addLine(unsigned long long unit, unsigned int fileId, unsigned int line, unsigned int column,
                         unsigned long long address, unsigned long long size, unsigned long long discriminator) {
     m_rows.add(unit, {address, address + size, discriminator, line, column, fileId});
-    if (m_hasAddresses.load(std::memory_order_relaxed) || m_hasRanges.load(std::memory_order_relaxed)) {
-        m_hasAddresses = false;
-        m_hasRanges = false;
+    if (m_byAddress.made() != nullptr || m_ordered.made() != nullptr) {
+        m_byAddress.take();
+        m_ordered.take();
     }
 }
 
@@ -58,90 +58,75 @@ void LineTable::sourceLines(SymMgrObjectPtr<SourceLines>& out, unsigned long lon
 // --- Questions for an address
 
 LineTable::AddressIndex const& LineTable::prepareAddresses() const {
-    if (m_hasAddresses.load(std::memory_order_acquire)) {
-        return m_byAddress;
-    }
-    std::lock_guard<std::mutex> const guard(m_indexLock);
-    if (!m_hasAddresses.load(std::memory_order_acquire)) {
+    return m_byAddress.get(m_indexLock, [this] {
         std::vector<LineRows::Run> const& runs = m_rows.runs();
-        AddressIndex index;
-        index.runs.resize(runs.size());
-        std::iota(index.runs.begin(), index.runs.end(), 0);
+        auto index = std::make_unique<AddressIndex>();
+        index->runs.resize(runs.size());
+        std::iota(index->runs.begin(), index->runs.end(), 0);
         auto const byBase = [&](std::uint32_t a, std::uint32_t b) { return runs[a].base < runs[b].base; };
-        if (!std::is_sorted(index.runs.begin(), index.runs.end(), byBase)) {
-            std::stable_sort(index.runs.begin(), index.runs.end(), byBase);
+        if (!std::is_sorted(index->runs.begin(), index->runs.end(), byBase)) {
+            std::stable_sort(index->runs.begin(), index->runs.end(), byBase);
         }
-        index.bases.reserve(runs.size());
-        index.reach.reserve(runs.size());
-        for (std::uint32_t const run : index.runs) {
-            index.bases.push_back(runs[run].base);
-            index.reach.push_back(std::max(runs[run].end, index.reach.empty() ? 0 : index.reach.back()));
+        index->bases.reserve(runs.size());
+        index->reach.reserve(runs.size());
+        for (std::uint32_t const run : index->runs) {
+            index->bases.push_back(runs[run].base);
+            index->reach.push_back(std::max(runs[run].end, index->reach.empty() ? 0 : index->reach.back()));
         }
-        index.ends.build(runs.size(), [&](std::size_t i) { return runs[index.runs[i]].end; });
-        m_byAddress = std::move(index);
-        m_hasAddresses.store(true, std::memory_order_release);
-    }
-    return m_byAddress;
+        index->ends.build(runs.size(), [&](std::size_t i) { return runs[index->runs[i]].end; });
+        return index;
+    });
 }
 
-/// Visits the rows over an address that pass the filters, in no particular order.
-template <typename Visitor> void LineTable::visitAt(LineQuery const& query, Visitor visit) const {
+/// The rows over an address that pass the filters, in no particular order.
+std::vector<std::uint32_t> LineTable::collectAt(LineQuery const& query) const {
+    std::vector<std::uint32_t> found;
     AddressIndex const& index = prepareAddresses();
     std::vector<LineRows::Run> const& runs = m_rows.runs();
     unsigned long long const address = query.start;
-    auto const visitRun = [&](LineRows::Run const& run) {
-        if (query.unit != k_allUnits && run.unit != query.unit) {
-            return;
-        }
+    auto const take = [&](LineRows::Run const& run) {
         std::uint32_t const row = m_rows.rowAt(run, address);
-        if (query.fileId == k_allFiles || m_rows.fileOf(row) == query.fileId) {
-            visit(run, row);
+        bool const isInUnit = query.unit == k_allUnits || run.unit == query.unit;
+        if (isInUnit && (query.fileId == k_allFiles || m_rows.fileOf(row) == query.fileId)) {
+            found.push_back(row);
         }
     };
     auto above = static_cast<std::size_t>(std::upper_bound(index.bases.begin(), index.bases.end(), address) -
                                           index.bases.begin());
     // As a rule the run just below is the one, and none before it reaches as far.
-    for (unsigned int steps = 0; steps < k_stepsBack; ++steps) {
-        if (above == 0 || index.reach[above - 1] <= address) {
-            return;
-        }
+    for (unsigned int steps = 0; steps < k_stepsBack && above > 0 && index.reach[above - 1] > address; ++steps) {
         LineRows::Run const& run = runs[index.runs[--above]];
         if (run.end > address) {
-            visitRun(run);
+            take(run);
         }
     }
-    auto const endOf = [&](std::size_t i) { return runs[index.runs[i]].end; };
-    for (std::size_t i = index.ends.nextAbove(0, address, endOf); i < above;
-         i = index.ends.nextAbove(i + 1, address, endOf)) {
-        visitRun(runs[index.runs[i]]);
+    if (above > 0 && index.reach[above - 1] > address) {
+        auto const endOf = [&](std::size_t i) { return runs[index.runs[i]].end; };
+        for (std::size_t i = index.ends.nextAbove(0, address, endOf); i < above;
+             i = index.ends.nextAbove(i + 1, address, endOf)) {
+            take(runs[index.runs[i]]);
+        }
     }
+    return found;
 }
 
 void LineTable::rowsAt(LineQuery const& query, std::vector<std::uint32_t>& out) const {
-    out.clear();
-    visitAt(query, [&](LineRows::Run const& /*run*/, std::uint32_t row) { out.push_back(row); });
-    if (out.size() > 1) {
-        std::sort(out.begin(), out.end(), [this](std::uint32_t a, std::uint32_t b) { return precedes(a, b); });
-    }
+    out = collectAt(query);
+    std::sort(out.begin(), out.end(), [this](std::uint32_t a, std::uint32_t b) { return precedes(a, b); });
 }
 
 bool LineTable::latestAt(LineQuery const& query, SrcLocator& row, unsigned long long& unit) const {
-    LineRows::Run const* bestRun = nullptr;
-    std::uint32_t best = 0;
-    unsigned long long bestStart = 0;
-    visitAt(query, [&](LineRows::Run const& run, std::uint32_t candidate) {
-        unsigned long long const start = m_rows.startOf(run, candidate);
-        if (bestRun == nullptr || start > bestStart || (start == bestStart && precedes(candidate, best))) {
-            bestRun = &run;
-            best = candidate;
-            bestStart = start;
-        }
+    std::vector<std::uint32_t> const rows = collectAt(query);
+    auto const latest = std::max_element(rows.begin(), rows.end(), [this](std::uint32_t a, std::uint32_t b) {
+        unsigned long long const startA = locator(a).start;
+        unsigned long long const startB = locator(b).start;
+        return startA != startB ? startA < startB : precedes(b, a);
     });
-    if (bestRun != nullptr) {
-        row = m_rows.locator(*bestRun, best);
-        unit = bestRun->unit;
+    if (latest != rows.end()) {
+        row = locator(*latest);
+        unit = unitOf(*latest);
     }
-    return bestRun != nullptr;
+    return latest != rows.end();
 }
 
 RowsAtAddress::RowsAtAddress(LineTable const& table, unsigned long long address) : m_table(table), m_address(address) {
@@ -174,21 +159,15 @@ bool LineTable::precedes(std::uint32_t a, std::uint32_t b) const {
     if (keyA != keyB) {
         return keyA < keyB;
     }
-    if (!m_hasRanges.load(std::memory_order_acquire)) {
-        ordered();
-    }
-    return m_ordered->positions[a] < m_ordered->positions[b];
+    std::vector<std::uint32_t> const& positions = ordered()->positions;
+    return positions[a] < positions[b];
 }
 
 // --- Questions for a stretch
 
-std::shared_ptr<LineTable::Ordered const> LineTable::ordered() const {
-    std::lock_guard<std::mutex> const guard(m_indexLock);
-    if (!m_hasRanges.load(std::memory_order_acquire)) {
-        m_ordered = collectRanges();
-        m_hasRanges.store(true, std::memory_order_release);
-    }
-    return m_ordered;
+std::shared_ptr<LineTable::Ordered const> const& LineTable::ordered() const {
+    return m_ordered.get(m_indexLock,
+                         [this] { return std::make_unique<std::shared_ptr<Ordered const>>(collectRanges()); });
 }
 
 FileStretches LineTable::stretchesOf(unsigned int fileId) const {

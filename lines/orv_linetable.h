@@ -16,12 +16,12 @@
 /// asks. Threads that only ask may do so together.
 #pragma once
 
+#include "core/orv_once.h"
 #include "core/orv_shared_object.h"
 #include "lines/orv_end_index.h"
 #include "lines/orv_line_rows.h"
 #include "orv/orv_debuginfoloader.h"
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -102,7 +102,7 @@ public:
         std::vector<std::uint32_t> positions; ///< Of each row in its range.
     };
     /// As it is now; rows that come later make another one.
-    std::shared_ptr<Ordered const> ordered() const;
+    std::shared_ptr<Ordered const> const& ordered() const;
     /// Where a file has rows, of any unit; those that touch are one.
     FileStretches stretchesOf(unsigned int fileId) const;
     SrcLocator locator(std::uint32_t row) const { return m_rows.locator(m_rows.runOf(row), row); }
@@ -124,20 +124,18 @@ private:
     };
 
     AddressIndex const& prepareAddresses() const;
+    std::vector<std::uint32_t> collectAt(LineQuery const& query) const;
     std::shared_ptr<Ordered const> collectRanges() const;
     void orderRange(SrcRange& range) const;
     void orderSameStart(std::vector<std::uint32_t>& rows) const;
-    template <typename Visitor> void visitAt(LineQuery const& query, Visitor visit) const;
     bool precedes(std::uint32_t a, std::uint32_t b) const;
 
     IFileFormatLoader* m_loader;
     ISrcLineResolver* m_resolver;
     LineRows m_rows;
     mutable std::mutex m_indexLock; ///< Guards the making of the indices.
-    mutable std::atomic<bool> m_hasAddresses{false};
-    mutable std::atomic<bool> m_hasRanges{false};
-    mutable AddressIndex m_byAddress;
-    mutable std::shared_ptr<Ordered const> m_ordered;
+    mutable Once<AddressIndex> m_byAddress;
+    mutable Once<std::shared_ptr<Ordered const>> m_ordered;
 };
 
 } // namespace ORV_3_30
