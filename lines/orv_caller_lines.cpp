@@ -105,12 +105,8 @@ SymMgrObjectPtr<ISourceLine> RangeCallerSourceLineIterator::current() {
     if (!m_hasElement) {
         return {};
     }
-    SymMgrObjectPtr<IAddress> start;
-    SymMgrObjectPtr<IAddress> end;
-    m_range->startAddress(start);
-    m_range->endAddress(end);
-    return SymMgrObjectPtr<ISourceLine>(
-        new SourceLine(m_loader, m_callSite.get(), start->pseudoAddr(), end->pseudoAddr()));
+    auto const& range = static_cast<SymbolRange&>(*m_range);
+    return SymMgrObjectPtr<ISourceLine>(new SourceLine(m_loader, m_callSite.get(), range.start(), range.end()));
 }
 
 // --- InlineCallerSourceLineIterator
@@ -134,9 +130,10 @@ void InlineCallerSourceLineIterator::restrictToFile(Scope& scope, unsigned long 
     auto const* const table = dynamic_cast<LineTable const*>(m_table.get());
     m_isRestricted = table != nullptr && m_query.fileId != k_allFiles && scope.parentScope() == nullptr;
     if (m_isRestricted) {
-        m_fileStretches = table->stretchesOf(m_query.fileId);
-        start = std::max(start, m_fileStretches.empty() ? end : m_fileStretches.front().first);
-        end = std::max(start, std::min(end, m_fileStretches.empty() ? end : m_fileStretches.back().second));
+        table->addStretches(m_query.fileId, m_stretches);
+        auto const& startByEnd = m_stretches.startByEnd();
+        start = std::max(start, startByEnd.empty() ? end : startByEnd.begin()->second);
+        end = std::max(start, std::min(end, startByEnd.empty() ? end : startByEnd.rbegin()->first));
     }
 }
 
@@ -144,16 +141,16 @@ bool InlineCallerSourceLineIterator::isUseful(ISymbolRange& range) {
     if (isAddressQuestion() || range.inlineInstance() != nullptr) {
         return true;
     }
-    std::size_t gap = k_noGap;
+    auto const& startByEnd = m_stretches.startByEnd();
+    auto const none = startByEnd.end();
+    auto gap = none;
     if (m_isRestricted) {
         auto const& own = static_cast<SymbolRange&>(range);
-        auto const behind =
-            std::upper_bound(m_fileStretches.begin(), m_fileStretches.end(), own.start(),
-                             [](unsigned long long at, auto const& stretch) { return at < stretch.second; });
-        bool const hasRows = behind != m_fileStretches.end() && behind->first < own.end();
-        gap = hasRows ? k_noGap : static_cast<std::size_t>(behind - m_fileStretches.begin());
+        auto const behind = startByEnd.upper_bound(own.start());
+        bool const hasRows = behind != none && behind->second < own.end();
+        gap = hasRows ? none : behind;
         // Between rows it parts those in front from those behind, as rows of several units come out by unit. One does.
-        bool const isBetween = gap != 0 && gap != m_fileStretches.size() && gap != m_partedGap;
+        bool const isBetween = gap != startByEnd.begin() && gap != none && gap != m_partedGap;
         if (!hasRows && !isBetween) {
             return false;
         }
@@ -161,7 +158,7 @@ bool InlineCallerSourceLineIterator::isUseful(ISymbolRange& range) {
     SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> inner;
     range.innerRanges(inner);
     bool const hasInner = inner && inner->current();
-    m_partedGap = hasInner && gap != k_noGap ? gap : m_partedGap;
+    m_partedGap = hasInner && gap != none ? gap : m_partedGap;
     return hasInner;
 }
 
@@ -192,7 +189,7 @@ void InlineCallerSourceLineIterator::reset() {
     }
     m_lines = nullptr;
     m_callerLines = nullptr;
-    m_partedGap = k_noGap;
+    m_partedGap = m_stretches.startByEnd().end();
     takeUsefulRange();
     unsigned long long const limit = m_range ? startOfRange() : m_query.end;
     bool const isFound = m_range && limit <= m_query.start ? stepIntoRange() : askTable(m_query.start, limit);

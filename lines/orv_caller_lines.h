@@ -9,8 +9,11 @@
 
 #include "lines/orv_linetable.h"
 #include "orv/orv_symbolrange.h"
+#include "symbols/orv_accepted_ranges.h"
 #include "symbols/orv_scope.h"
 #include "symbols/orv_symbolrange.h"
+
+#include <map>
 
 namespace ORV_3_30 {
 
@@ -92,10 +95,9 @@ private:
     SymMgrObjectPtr<ISymbolRange> m_range;                              ///< The useful one ahead or underfoot.
     bool m_isRangeUsed = false;
     bool m_isRestricted = false; ///< To where the file has rows.
-    FileStretches m_fileStretches;
-    static constexpr std::size_t k_noGap = ~std::size_t{0};
-    std::size_t m_partedGap =
-        k_noGap; ///< Between the file's stretches: the last one in which a useful range was found.
+    RangeFilter m_stretches;     ///< Where it has.
+    /// By the stretch behind it the last gap in which a useful range was found; the end for none.
+    std::map<unsigned long long, unsigned long long>::const_iterator m_partedGap;
     SymMgrObjectPtr<SourceLines> m_lines;       ///< The table's.
     SymMgrObjectPtr<SourceLines> m_callerLines; ///< The symbol's or the call site's.
 };

@@ -4,6 +4,7 @@
 #include "lines/orv_linetable.h"
 
 #include "lines/orv_line_iterators.h"
+#include "symbols/orv_accepted_ranges.h"
 
 #include <algorithm>
 #include <numeric>
@@ -170,32 +171,15 @@ std::shared_ptr<LineTable::Ordered const> const& LineTable::ordered() const {
                          [this] { return std::make_unique<std::shared_ptr<Ordered const>>(collectRanges()); });
 }
 
-FileStretches LineTable::stretchesOf(unsigned int fileId) const {
-    FileStretches all;
+void LineTable::addStretches(unsigned int fileId, RangeFilter& out) const {
     auto const isBelow = [](SrcRange const& range, unsigned int id) { return range.fileId < id; };
-    std::shared_ptr<Ordered const> const ordered = this->ordered();
-    auto const end = ordered->ranges.end();
-    auto range = std::lower_bound(ordered->ranges.begin(), end, fileId, isBelow);
-    for (; range != end && range->fileId == fileId; ++range) {
+    std::vector<SrcRange> const& ranges = ordered()->ranges;
+    auto range = std::lower_bound(ranges.begin(), ranges.end(), fileId, isBelow);
+    for (; range != ranges.end() && range->fileId == fileId; ++range) {
         for (std::uint32_t const row : range->rows) {
-            SrcLocator const locator = this->locator(row);
-            if (!all.empty() && locator.start <= all.back().second && locator.start >= all.back().first) {
-                all.back().second = std::max(all.back().second, locator.end);
-            } else {
-                all.emplace_back(locator.start, locator.end);
-            }
+            out.add(locator(row).start, locator(row).end);
         }
     }
-    std::sort(all.begin(), all.end());
-    FileStretches merged;
-    for (auto const& [start, end] : all) {
-        if (!merged.empty() && start <= merged.back().second) {
-            merged.back().second = std::max(merged.back().second, end);
-        } else {
-            merged.emplace_back(start, end);
-        }
-    }
-    return merged;
 }
 
 std::shared_ptr<LineTable::Ordered const> LineTable::collectRanges() const {

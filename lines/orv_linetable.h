@@ -25,7 +25,6 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
-#include <utility>
 #include <vector>
 
 namespace ORV_3_30 {
@@ -36,6 +35,7 @@ constexpr unsigned long long k_allUnits = ~0ULL;
 constexpr unsigned int k_allFiles = 0xFFFFFFFF;
 
 class LineTable;
+class RangeFilter;
 
 /// What a question asks for: rows in [start, end). One address has start equal to end.
 struct LineQuery {
@@ -72,9 +72,6 @@ private:
     std::vector<std::uint32_t> m_rows;
 };
 
-/// FileStretches in order, disjoint.
-using FileStretches = std::vector<std::pair<unsigned long long, unsigned long long>>;
-
 class LineTable final : public SharedObject<SymMgrObject<ILineTable>> {
 public:
     /// Holds loader and resolver without a count: both outlive the table.
@@ -104,7 +101,7 @@ public:
     /// As it is now; rows that come later make another one.
     std::shared_ptr<Ordered const> const& ordered() const;
     /// Where a file has rows, of any unit; those that touch are one.
-    FileStretches stretchesOf(unsigned int fileId) const;
+    void addStretches(unsigned int fileId, RangeFilter& out) const;
     SrcLocator locator(std::uint32_t row) const { return m_rows.locator(m_rows.runOf(row), row); }
     unsigned long long unitOf(std::uint32_t row) const { return m_rows.runOf(row).unit; }
 
