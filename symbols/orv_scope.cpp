@@ -24,7 +24,7 @@ Scope::~Scope() {
             thunk->setScope(nullptr);
         }
     }
-    takeDown(m_extras.load());
+    takeDown(m_extras.take().release());
 }
 
 /// Scopes lie in the tables of scopes, as deep as a file likes: those inside wait for their turn.
@@ -45,17 +45,6 @@ void Scope::takeDown(Extras* extras) {
         waiting = next->nextToGo;
     }
     isAtWork = false;
-}
-
-Scope::Extras& Scope::extras() {
-    Extras* current = m_extras.load(std::memory_order_acquire);
-    if (current == nullptr) {
-        auto fresh = std::make_unique<Extras>();
-        if (m_extras.compare_exchange_strong(current, fresh.get(), std::memory_order_acq_rel)) {
-            current = fresh.release();
-        }
-    }
-    return *current;
 }
 
 void Scope::replaceRanges(RangeList ranges) {
@@ -87,22 +76,15 @@ ISymbolTable* Scope::symbolTable() { return &ownTable(); }
 
 SymbolTable& Scope::ownTable() {
     Extras& own = extras();
-    if (SymbolTable* const made = own.madeTable.load(std::memory_order_acquire)) {
-        return *made;
-    }
-    LockGuard guard(&own.lock);
-    SymbolTable* made = own.madeTable.load(std::memory_order_acquire);
-    if (made == nullptr) {
-        made = new SymbolTable(this, &own.lock);
-        own.table = made;
-        own.madeTable.store(made, std::memory_order_release);
-    }
-    return *made;
+    auto& table = own.table.get(
+        own.lock, [&] { return std::make_unique<SymMgrObjectPtr<ISymbolTable>>(new SymbolTable(this, &own.lock)); });
+    return static_cast<SymbolTable&>(*table);
 }
 
 SymbolTable* Scope::madeTable() const {
-    Extras const* const own = m_extras.load(std::memory_order_acquire);
-    return own != nullptr ? own->madeTable.load(std::memory_order_acquire) : nullptr;
+    Extras const* const own = m_extras.made();
+    auto const* const table = own != nullptr ? own->table.made() : nullptr;
+    return table != nullptr ? static_cast<SymbolTable*>(table->get()) : nullptr;
 }
 
 void Scope::scopesAt(unsigned long long address, symbol_kind_t mask, std::vector<Scope*>& out) {
@@ -113,7 +95,7 @@ void Scope::scopesAt(unsigned long long address, symbol_kind_t mask, std::vector
 
 ThunkList const& Scope::thunks() {
     static ThunkList const none;
-    Extras const* const own = m_extras.load(std::memory_order_acquire);
+    Extras const* const own = m_extras.made();
     return own != nullptr ? own->thunks : none;
 }
 
@@ -175,44 +157,34 @@ status_t Scope::ensureKinds(unsigned int mask) {
     return status;
 }
 
-status_t Scope::symbolRanges(SymMgrObjectPtr<SymbolRangeIterator>& out, unsigned long long start,
-                             unsigned long long end, symbol_kind_t mask) {
+/// Asks the table once the kinds are there; status_False without an answer.
+template <typename Answer, typename Ask> status_t Scope::answer(Answer& out, unsigned int mask, Ask const& ask) {
     out = nullptr;
-    auto const kinds = mask != 0 ? mask : static_cast<symbol_kind_t>(m_loadedKinds.load());
-    status_t const status = ensureKinds(kinds);
+    status_t const status = ensureKinds(mask);
     if (status != status_Ok) {
         return status;
     }
     if (SymbolTable* const table = madeTable()) {
-        table->symbolRanges(out, start, end, kinds);
+        ask(*table);
     }
     return out ? status_Ok : status_False;
+}
+
+status_t Scope::symbolRanges(SymMgrObjectPtr<SymbolRangeIterator>& out, unsigned long long start,
+                             unsigned long long end, symbol_kind_t mask) {
+    auto const kinds = mask != 0 ? mask : static_cast<symbol_kind_t>(m_loadedKinds.load());
+    return answer(out, kinds, [&](SymbolTable& table) { table.symbolRanges(out, start, end, kinds); });
 }
 
 status_t Scope::symbolRangeByAddress(SymMgrObjectPtr<ISymbolRange>& out, unsigned long long address, symbol_kind_t mask,
                                      ISymbolChooser* resolver) {
-    out = nullptr;
-    status_t const status = ensureKinds(mask);
-    if (status != status_Ok) {
-        return status;
-    }
-    if (SymbolTable* const table = madeTable()) {
-        table->symbolRangeByAddress(out, address, mask, resolver);
-    }
-    return out ? status_Ok : status_False;
+    return answer(out, mask, [&](SymbolTable& table) { table.symbolRangeByAddress(out, address, mask, resolver); });
 }
 
 status_t Scope::nonOverlappedSymbolRanges(SymMgrObjectPtr<SymbolRangeIterator>& out, unsigned long long start,
                                           unsigned long long end, symbol_kind_t mask, ISymbolChooser* resolver) {
-    out = nullptr;
-    status_t const status = ensureKinds(mask);
-    if (status != status_Ok) {
-        return status;
-    }
-    if (SymbolTable* const table = madeTable()) {
-        table->nonOverlappedSymbolRanges(out, start, end, mask, resolver);
-    }
-    return out ? status_Ok : status_False;
+    return answer(out, mask,
+                  [&](SymbolTable& table) { table.nonOverlappedSymbolRanges(out, start, end, mask, resolver); });
 }
 
 SymbolScope::SymbolScope(IFileFormatLoader* loader, SymbolName name, unsigned long long address, Scope* parent,

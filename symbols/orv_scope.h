@@ -8,6 +8,7 @@
 /// read after it.
 #pragma once
 
+#include "core/orv_once.h"
 #include "core/orv_range_list.h"
 #include "orv/orv_scope.h"
 #include "symbols/orv_scope_maker.h"
@@ -138,14 +139,16 @@ private:
     /// What only few scopes have.
     struct Extras {
         OrvLock lock; ///< Guards the count of the table, and its making.
-        SymMgrObjectPtr<ISymbolTable> table;
-        std::atomic<SymbolTable*> madeTable{nullptr}; ///< The same, for those who only ask.
+        Once<SymMgrObjectPtr<ISymbolTable>> table;
         ThunkList thunks;
         std::vector<std::unique_ptr<RangeList>> replacedRanges; ///< The present ones last.
         Extras* nextToGo = nullptr;                             ///< While they are taken down.
     };
     static void takeDown(Extras* extras);
-    Extras& extras();
+    Extras& extras() {
+        return m_extras.get([] { return std::make_unique<Extras>(); });
+    }
+    template <typename Answer, typename Ask> status_t answer(Answer& out, unsigned int mask, Ask const& ask);
     /// Null as long as nothing was put into it.
     SymbolTable* madeTable() const;
 
@@ -156,10 +159,10 @@ private:
 
     RangeList m_ranges; ///< As long as m_replacedRanges is null.
     std::atomic<RangeList const*> m_replacedRanges{nullptr};
-    Scope* m_parent;                        ///< Not counted.
-    Scope* m_root;                          ///< Not counted. Itself, if it has no parent.
-    IFileFormatLoader* m_loader;            ///< Not counted.
-    std::atomic<Extras*> m_extras{nullptr}; ///< Owned. Null until needed.
+    Scope* m_parent;             ///< Not counted.
+    Scope* m_root;               ///< Not counted. Itself, if it has no parent.
+    IFileFormatLoader* m_loader; ///< Not counted.
+    Once<Extras> m_extras;
     std::atomic<unsigned int> m_loadedKinds{0};
 };
 
