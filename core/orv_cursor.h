@@ -44,34 +44,29 @@ public:
     /// bytes remain.
     template <typename T> bool read(T& out) {
         static_assert(std::is_unsigned_v<T>);
-        if (remaining() < sizeof(T)) {
-            return false;
-        }
-        T value = 0;
-        for (std::size_t i = 0; i < sizeof(T); ++i) {
-            value = static_cast<T>(value | static_cast<T>(static_cast<T>(m_data[m_position + i]) << (8 * i)));
-        }
-        out = value;
-        m_position += sizeof(T);
-        return true;
+        std::uint64_t value = 0;
+        bool const isRead = readBytes(sizeof(T), value);
+        out = isRead ? static_cast<T>(value) : out;
+        return isRead;
     }
 
     /// Reads an unsigned integer of 1, 2, 4 or 8 bytes into 64 bits.
     bool readWord(unsigned int width, std::uint64_t& out) {
-        switch (width) {
-        case 1: return readAs<std::uint8_t>(out);
-        case 2: return readAs<std::uint16_t>(out);
-        case 4: return readAs<std::uint32_t>(out);
-        default: return read(out);
-        }
+        return readBytes(width == 1 || width == 2 || width == 4 ? width : 8, out);
     }
 
 private:
-    template <typename T> bool readAs(std::uint64_t& out) {
-        T value = 0;
-        bool const isRead = read(value);
-        out = isRead ? value : out;
-        return isRead;
+    bool readBytes(std::size_t count, std::uint64_t& out) {
+        if (remaining() < count) {
+            return false;
+        }
+        std::uint64_t value = 0;
+        for (std::size_t i = 0; i < count; ++i) {
+            value |= std::uint64_t{m_data[m_position + i]} << (8 * i);
+        }
+        out = value;
+        m_position += count;
+        return true;
     }
 
     unsigned char const* m_data = nullptr;
