@@ -31,24 +31,9 @@ public:
             return;
         }
         // What begins before goes on behind; what begins inside is covered.
-        auto at = m_borders.upper_bound(start);
-        if (at != m_borders.begin() && std::prev(at)->second.end > start) {
-            auto const before = std::prev(at);
-            End const whole = before->second;
-            if (before->first < start) {
-                before->second.end = start;
-            } else {
-                m_borders.erase(before);
-            }
-            if (whole.end > end) {
-                m_borders.emplace(end, whole);
-            }
-        }
-        for (at = m_borders.lower_bound(start); at != m_borders.end() && at->first < end; at = m_borders.erase(at)) {
-            if (at->second.end > end) {
-                m_borders.emplace(end, at->second);
-            }
-        }
+        split(start);
+        split(end);
+        m_borders.erase(m_borders.lower_bound(start), m_borders.lower_bound(end));
         m_borders.emplace(start, End{end, value});
     }
 
@@ -74,6 +59,16 @@ private:
         unsigned long long end;
         Value value;
     };
+
+    /// Cuts what holds an address in two there.
+    void split(unsigned long long address) {
+        auto const behind = m_borders.lower_bound(address);
+        if (behind != m_borders.begin() && std::prev(behind)->second.end > address) {
+            m_borders.emplace_hint(behind, address, std::prev(behind)->second);
+            std::prev(behind, 2)->second.end = address;
+        }
+    }
+
     std::map<unsigned long long, End> m_borders; ///< By start. Disjoint.
     std::vector<Run> m_runs;
 };
