@@ -11,6 +11,7 @@
 /// No lock: whoever owns a list guards it.
 #pragma once
 
+#include <memory>
 #include <utility>
 
 namespace ORV_3_30 {
@@ -88,13 +89,8 @@ template <typename K, typename Item, typename Remover> class SortList : public C
 public:
     /// Makes a node from key and the further arguments. Null if the key is there: nothing changes.
     template <typename... Args> Item* insert(K const& key, Args&&... args) {
-        Item* previous = nullptr;
-        if (!findPlace(key, previous)) {
-            return nullptr;
-        }
-        auto* const item = new Item(key, std::forward<Args>(args)...);
-        this->link(previous, item);
-        return item;
+        auto item = std::make_unique<Item>(key, std::forward<Args>(args)...);
+        return insertItem(item.get()) ? item.release() : nullptr;
     }
 
     /// Puts in a node that exists. False if its key is there: the node is then not taken.
@@ -116,8 +112,8 @@ public:
         return nullptr;
     }
 
-private:
-    /// False if the key is there, else the node that the new one goes behind, null for the head.
+protected:
+    /// The node that a new one goes behind, null for the head. False if the key is there.
     bool findPlace(K const& key, Item*& previous) const {
         Item* const cursor = this->cursor();
         bool const fromCursor = cursor != nullptr && keyOf(*cursor) < key;
@@ -138,12 +134,8 @@ template <typename K, typename T> class SortPtrList
 public:
     void insert(T* object) {
         auto* const item = new ListPtrItem<T, K>(object);
-        auto* const cursor = this->cursor();
-        bool const fromCursor = cursor != nullptr && cursor->key < item->key;
-        auto* previous = fromCursor ? cursor : nullptr;
-        for (auto* at = fromCursor ? cursor->next : this->head(); at != nullptr && at->key < item->key; at = at->next) {
-            previous = at;
-        }
+        ListPtrItem<T, K>* previous = nullptr;
+        this->findPlace(item->key, previous);
         this->link(previous, item);
     }
 };
