@@ -29,30 +29,6 @@ GlobalScope::~GlobalScope() {
     }
 }
 
-status_t GlobalScope::ensureKinds(unsigned int mask) {
-    if ((mask & ~loadedKinds().load(std::memory_order_acquire)) == 0) {
-        return status_Ok;
-    }
-    LockGuard guard(&m_loadLock);
-    // Kinds that this very thread is loading further up count as loaded.
-    unsigned int const missing = mask & ~(loadedKinds().load(std::memory_order_acquire) | m_kindsInLoad);
-    if (missing == 0) {
-        return status_Ok;
-    }
-    unsigned int const outer = m_kindsInLoad;
-    m_kindsInLoad |= missing;
-    status_t status = status_Ok;
-    try {
-        status = loadKinds(missing);
-    } catch (...) {
-        m_kindsInLoad = outer;
-        throw;
-    }
-    m_kindsInLoad = outer;
-    loadedKinds().fetch_or(missing, std::memory_order_release);
-    return status;
-}
-
 status_t GlobalScope::loadKinds(unsigned int mask) {
     if (mask == 0) {
         return status_Ok;

@@ -27,7 +27,6 @@ public:
     GlobalScope(IFileFormatLoader* loader, IDebugInfoLoader* debugInfoLoader, ILock* bankLock);
     ~GlobalScope() override;
 
-    status_t ensureKinds(unsigned int mask) override;
     /// Debug symbols first and raw symbols second: debug scopes have the first word in a tie.
     status_t loadKinds(unsigned int mask) override;
 
@@ -52,7 +51,6 @@ private:
     AcceptedRanges m_accepted;
     SymMgrObjectPtr<RangeFilter> m_filter;
     OrvLock m_loadLock;
-    unsigned int m_kindsInLoad = 0; ///< What the thread that holds the lock is loading.
 };
 
 } // namespace ORV_3_30

@@ -148,10 +148,17 @@ status_t Scope::ensureKinds(unsigned int mask) {
         return status_Ok;
     }
     LockGuard guard(rootLoadLock());
-    unsigned int const missing = mask & ~m_loadedKinds.load(std::memory_order_acquire);
+    // Kinds that this very thread is loading further up count as loaded.
+    unsigned int const missing = mask & ~(m_loadedKinds.load(std::memory_order_acquire) | m_kindsInLoad);
     if (missing == 0) {
         return status_Ok;
     }
+    struct InLoad {
+        unsigned int& kinds;
+        unsigned int const outer = kinds;
+        ~InLoad() { kinds = outer; }
+    } const inLoad{m_kindsInLoad};
+    m_kindsInLoad |= missing;
     status_t const status = loadKinds(missing);
     m_loadedKinds.fetch_or(missing, std::memory_order_release);
     return status;

@@ -164,6 +164,7 @@ private:
     IFileFormatLoader* m_loader; ///< Not counted.
     Once<Extras> m_extras;
     std::atomic<unsigned int> m_loadedKinds{0};
+    unsigned int m_kindsInLoad = 0; ///< What the thread that holds the load lock is loading.
 };
 
 /// The scope of a symbol, which it owns.
