@@ -19,20 +19,18 @@ SymbolRangesIterator::SymbolRangesIterator(SymbolTable& table, unsigned long lon
 
 void SymbolRangesIterator::reset() {
     m_key = m_firstKey;
-    settle();
+    settle(true);
 }
 
-bool SymbolRangesIterator::settle() {
+bool SymbolRangesIterator::settle(bool isKey) {
     m_index = 0;
     m_items.clear();
-    for (bool isKey = m_key <= m_end; isKey && m_items.empty();) {
+    while (isKey && m_key <= m_end && m_items.empty()) {
         // What started before the first key comes out there.
         m_items = m_key == m_firstKey ? m_table.recordsAlive(m_key) : m_table.recordsFrom(m_key);
         auto const isLeftOut = [this](RangeRecord const* record) { return !isReported(*record); };
         m_items.erase(std::remove_if(m_items.begin(), m_items.end(), isLeftOut), m_items.end());
-        if (m_items.empty()) {
-            isKey = m_table.keyAfter(m_key, m_key) && m_key <= m_end;
-        }
+        isKey = !m_items.empty() || m_table.keyAfter(m_key, m_key);
     }
     return !m_items.empty();
 }
@@ -67,14 +65,7 @@ bool SymbolRangesIterator::next() {
     if (m_items.empty()) {
         return false;
     }
-    if (++m_index < m_items.size()) {
-        return true;
-    }
-    if (!m_table.keyAfter(m_key, m_key) || m_key > m_end) {
-        m_items.clear();
-        return false;
-    }
-    return settle();
+    return ++m_index < m_items.size() || settle(m_table.keyAfter(m_key, m_key));
 }
 
 // --- NonOverlappedSymbolRangesIterator

@@ -39,8 +39,8 @@ public:
 
 private:
     bool isReported(RangeRecord const& record) const;
-    /// Goes on to the first key at or behind the present one at which something is reported.
-    bool settle();
+    /// Goes on to the first key at or behind the present one, if that is one, at which something is reported.
+    bool settle(bool isKey);
 
     SymbolTable& m_table;
     unsigned long long m_firstKey;
