@@ -53,13 +53,6 @@ public:
     }
 
 private:
-    struct InListOrder {
-        bool operator()(RangeRecord const* a, RangeRecord const* b) const {
-            unsigned long long const aEnd = a->end;
-            unsigned long long const bEnd = b->end;
-            return aEnd != bEnd ? aEnd > bEnd : a->order < b->order;
-        }
-    };
     using Ordered = std::set<RangeRecord*, InListOrder>;
 
     template <typename Decide>

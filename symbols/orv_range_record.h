@@ -48,6 +48,15 @@ struct RangeRecord {
     MergeSide side() const { return {name, start, end, false, symbolVisibility(), symbolKind()}; }
 };
 
+/// The greatest end first, and of equal ends the one that came first.
+struct InListOrder {
+    bool operator()(RangeRecord const* a, RangeRecord const* b) const {
+        unsigned long long const aEnd = a->end.load(std::memory_order_relaxed);
+        unsigned long long const bEnd = b->end.load(std::memory_order_relaxed);
+        return aEnd != bEnd ? aEnd > bEnd : a->order < b->order;
+    }
+};
+
 /// Raw symbols on their way into a table, in the order of arrival.
 class RawSymbolBatch {
 public:

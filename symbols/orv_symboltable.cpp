@@ -122,11 +122,8 @@ SymbolTable::Records SymbolTable::collectAlive(unsigned long long address) const
 /// The greatest end first. Of equal ends, who made a key stands first there and at the keys that were made behind it
 /// later, up to the next one that there was; the others stand as they came.
 void SymbolTable::sortAsList(Position at, Records& records) const {
-    constexpr auto k_relaxed = std::memory_order_relaxed;
-    auto const endOf = [](RangeRecord const* record) { return record->end.load(k_relaxed); };
-    std::sort(records.begin(), records.end(), [&](RangeRecord const* a, RangeRecord const* b) {
-        return endOf(a) != endOf(b) ? endOf(a) > endOf(b) : a->order < b->order;
-    });
+    auto const endOf = [](RangeRecord const* record) { return record->end.load(std::memory_order_relaxed); };
+    std::sort(records.begin(), records.end(), InListOrder());
     for (auto begin = records.begin(); begin != records.end();) {
         auto const end = std::find_if(begin, records.end(), [&](RangeRecord* r) { return endOf(r) != endOf(*begin); });
         bool const startTogether = std::all_of(begin, end, [&](RangeRecord* r) { return r->start == (*begin)->start; });
