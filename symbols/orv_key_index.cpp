@@ -98,27 +98,6 @@ std::uint32_t KeyIndex::oldestBehind(Position after, Position to) const {
     return oldest;
 }
 
-bool KeyIndex::isAnySpanning(Position at) const {
-    unsigned long long const address = this->address(at);
-    std::vector<Key> const& keys = m_chunks[at.chunk].keys;
-    for (std::size_t slot = at.slot; slot > 0; --slot) {
-        if (keys[slot - 1].greatestEnd > address) {
-            return true;
-        }
-    }
-    if (m_chunks[at.chunk].endBefore <= address) {
-        return false;
-    }
-    std::size_t const ownBlock = at.chunk / k_blockSize;
-    for (std::size_t chunk = ownBlock * k_blockSize; chunk < at.chunk; ++chunk) {
-        if (m_chunks[chunk].greatestEnd > address) {
-            return true;
-        }
-    }
-    return std::any_of(m_blockEnds.begin(), m_blockEnds.begin() + static_cast<std::ptrdiff_t>(ownBlock),
-                       [&](unsigned long long end) { return end > address; });
-}
-
 void KeyIndex::erase(Position at) {
     Chunk& chunk = m_chunks[at.chunk];
     chunk.keys.erase(chunk.keys.begin() + static_cast<std::ptrdiff_t>(at.slot));

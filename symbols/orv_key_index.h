@@ -5,7 +5,7 @@
 ///     KeyIndex keys;
 ///     KeyIndex::Position at = keys.insert(keys.lowerBound(0x1000), 0x1000);
 ///     keys.setRecords(at, record);
-///     keys.forEachSpanning(at, [](RangeRecord& r) { ... });   // started earlier, still alive at 0x1000
+///     keys.anySpanning(at, [](RangeRecord& r) { ... });       // started earlier, still alive at 0x1000
 ///
 /// A sorted array cut into chunks, and the chunks into blocks: inserting moves at most one chunk, and
 /// stepping is an increment. Keys, chunks and blocks know the greatest end among their records, so
@@ -74,24 +74,24 @@ public:
     /// Sets the list of the records that start at a key. Also to be called when an end has changed.
     void setRecords(Position at, RangeRecord* head);
 
-    /// Visits the records that start below a key and end above it, in no particular order.
-    template <typename Visitor> void forEachSpanning(Position at, Visitor visit) const {
+    /// Visits the records that start below a key and end above it, in no particular order, until one is what is looked
+    /// for. True if one is.
+    template <typename Visitor> bool anySpanning(Position at, Visitor visit) const {
         unsigned long long const address = this->address(at);
-        visitChunk(m_chunks[at.chunk], at.slot, address, visit);
+        if (visitChunk(m_chunks[at.chunk], at.slot, address, visit)) {
+            return true;
+        }
         if (m_chunks[at.chunk].endBefore <= address) {
-            return;
+            return false;
         }
         std::size_t const ownBlock = at.chunk / k_blockSize;
-        visitChunks(ownBlock * k_blockSize, at.chunk, address, visit);
-        for (std::size_t block = 0; block < ownBlock; ++block) {
-            if (m_blockEnds[block] > address) {
-                visitChunks(block * k_blockSize, (block + 1) * k_blockSize, address, visit);
-            }
+        bool isFound = visitChunks(ownBlock * k_blockSize, at.chunk, address, visit);
+        for (std::size_t block = 0; block < ownBlock && !isFound; ++block) {
+            isFound = m_blockEnds[block] > address &&
+                      visitChunks(block * k_blockSize, (block + 1) * k_blockSize, address, visit);
         }
+        return isFound;
     }
-
-    /// True if a record that starts below a key ends above it.
-    bool isAnySpanning(Position at) const;
 
 private:
     static constexpr std::size_t k_chunkSize = 64; ///< Keys.
@@ -117,19 +117,17 @@ private:
     };
 
     template <typename Visitor>
-    void visitChunks(std::size_t from, std::size_t to, unsigned long long address, Visitor& visit) const {
-        for (std::size_t chunk = from; chunk < to; ++chunk) {
-            if (m_chunks[chunk].greatestEnd > address) {
-                visitChunk(m_chunks[chunk], m_chunks[chunk].keys.size(), address, visit);
-            }
-        }
+    bool visitChunks(std::size_t from, std::size_t to, unsigned long long address, Visitor& visit) const {
+        return std::any_of(m_chunks.data() + from, m_chunks.data() + to, [&](Chunk const& chunk) {
+            return chunk.greatestEnd > address && visitChunk(chunk, chunk.keys.size(), address, visit);
+        });
     }
 
     /// Visits the records of a chunk's first keys that end above an address.
     template <typename Visitor>
-    static void visitChunk(Chunk const& chunk, std::size_t count, unsigned long long address, Visitor& visit) {
+    static bool visitChunk(Chunk const& chunk, std::size_t count, unsigned long long address, Visitor& visit) {
         if (count < chunk.keys.size() && chunk.keys[count].endBefore <= address) {
-            return;
+            return false;
         }
         for (std::size_t slot = 0; slot < count; ++slot) {
             if (chunk.keys[slot].greatestEnd <= address) {
@@ -137,9 +135,12 @@ private:
             }
             // Sorted by end, the greatest first.
             for (RangeRecord* r = chunk.keys[slot].records; r != nullptr && r->end > address; r = r->next) {
-                visit(*r);
+                if (visit(*r)) {
+                    return true;
+                }
             }
         }
+        return false;
     }
 
     Key const& key(Position at) const { return m_chunks[at.chunk].keys[at.slot]; }

@@ -112,7 +112,10 @@ SymbolTable::Records SymbolTable::collectAlive(unsigned long long address) const
         found.push_back(record);
     }
     std::size_t const own = found.size();
-    m_keys.forEachSpanning(at, [&](RangeRecord& record) { found.push_back(&record); });
+    m_keys.anySpanning(at, [&](RangeRecord& record) {
+        found.push_back(&record);
+        return false;
+    });
     if (found.size() != own) {
         sortAsList(at, found);
     }

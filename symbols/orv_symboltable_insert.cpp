@@ -301,11 +301,9 @@ void SymbolTable::removeOtherRanges(Scope& scope, RangeList const& ranges) {
         for (; record != nullptr && record->scope != &scope; record = record->next) {
             previous = record;
         }
-        bool isCovered = false; // by one that started earlier, and is a reference there alone
-        m_keys.forEachSpanning(at, [&](RangeRecord& other) {
-            isCovered |= record != nullptr && other.scope == &scope && other.end > record->end;
-        });
-        if (record == nullptr || isCovered) {
+        // It may be covered by one that started earlier, and is a reference there alone.
+        auto const covers = [&](RangeRecord const& other) { return other.scope == &scope && other.end > record->end; };
+        if (record == nullptr || m_keys.anySpanning(at, covers)) {
             continue;
         }
         if (KeyGroup* const group = groupAt(record->start)) {
@@ -331,10 +329,7 @@ void SymbolTable::eraseDeserted(unsigned long long from, unsigned long long to) 
 }
 
 bool SymbolTable::isDeserted(Position at) const {
-    if (m_keys.records(at) != nullptr) {
-        return false;
-    }
-    return !m_keys.isAnySpanning(at);
+    return m_keys.records(at) == nullptr && !m_keys.anySpanning(at, [](RangeRecord const&) { return true; });
 }
 
 // --- Lists
