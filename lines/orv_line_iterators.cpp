@@ -10,7 +10,8 @@
 
 namespace ORV_3_30 {
 
-SourceLineIterator::SourceLineIterator(LineTable& table, LineQuery const& query) : m_table(table), m_query(query) {
+SourceLineIterator::SourceLineIterator(LineTable& table, LineQuery const& query, RowBounds bounds)
+    : m_table(table), m_query(query), m_bounds(bounds) {
     SourceLineIterator::reset();
 }
 
@@ -22,27 +23,18 @@ void SourceLineIterator::reset() {
     }
     m_ordered = m_table.ordered();
     std::vector<SrcRange> const& ranges = m_ordered->ranges;
-    if (m_query.start > m_query.end) {
-        m_range = ranges.size();
-        return;
+    m_range = m_query.start > m_query.end ? ranges.size() : 0;
+    if (m_range == 0 && m_query.fileId != k_allFiles) {
+        auto const key = std::pair(m_query.fileId, m_query.unit != k_allUnits ? m_query.unit : 0);
+        auto const first = std::lower_bound(ranges.begin(), ranges.end(), key, [](SrcRange const& r, auto const& k) {
+            return std::pair(r.fileId, r.unit) < k;
+        });
+        m_range = static_cast<std::size_t>(first - ranges.begin());
     }
-    if (m_query.fileId == k_allFiles) {
-        enterRange(0);
-        return;
-    }
-    auto const key = std::pair(m_query.fileId, m_query.unit != k_allUnits ? m_query.unit : 0);
-    auto const first = std::lower_bound(ranges.begin(), ranges.end(), key, [](SrcRange const& r, auto const& k) {
-        return std::pair(r.fileId, r.unit) < k;
-    });
-    enterRange(static_cast<std::size_t>(first - ranges.begin()));
-}
-
-/// Goes to the first row that fits, in this range or one behind it.
-void SourceLineIterator::enterRange(std::size_t range) {
-    m_range = range;
     settle(0);
 }
 
+/// Goes to the first row that fits, in this range or one behind it.
 void SourceLineIterator::settle(std::size_t position) {
     std::vector<SrcRange> const& ranges = m_ordered->ranges;
     for (; m_range < ranges.size(); ++m_range, position = 0) {
@@ -63,47 +55,38 @@ void SourceLineIterator::settle(std::size_t position) {
     }
 }
 
-bool SourceLineIterator::next() {
+/// Null at the end.
+std::uint32_t const* SourceLineIterator::currentRow() const {
     if (m_query.isAddress()) {
-        m_position += m_position < m_atAddress.size() ? 1 : 0;
-        return m_position < m_atAddress.size();
+        return m_position < m_atAddress.size() ? &m_atAddress[m_position] : nullptr;
     }
-    if (m_range < m_ordered->ranges.size()) {
+    return m_range < m_ordered->ranges.size() ? &m_ordered->ranges[m_range].rows[m_position] : nullptr;
+}
+
+bool SourceLineIterator::next() {
+    if (currentRow() == nullptr) {
+        return false;
+    }
+    if (m_query.isAddress()) {
+        ++m_position;
+    } else {
         settle(m_position + 1);
     }
-    return m_range < m_ordered->ranges.size();
+    return currentRow() != nullptr;
 }
 
 SymMgrObjectPtr<ISourceLine> SourceLineIterator::current() {
-    std::uint32_t row = 0;
-    if (m_query.isAddress()) {
-        if (m_position >= m_atAddress.size()) {
-            return {};
-        }
-        row = m_atAddress[m_position];
-    } else {
-        std::vector<SrcRange> const& ranges = m_ordered->ranges;
-        if (m_range >= ranges.size() || m_position >= ranges[m_range].rows.size()) {
-            return {};
-        }
-        row = ranges[m_range].rows[m_position];
+    std::uint32_t const* const at = currentRow();
+    if (at == nullptr) {
+        return {};
     }
-    return makeLine(m_table.locator(row), m_table.unitOf(row));
-}
-
-SymMgrObjectPtr<ISourceLine> SourceLineIterator::makeLine(SrcLocator const& row, unsigned long long unit) {
-    return lineBetween(row, unit, std::max(row.start, m_query.start), std::min(row.end, m_query.limit()));
-}
-
-SymMgrObjectPtr<ISourceLine> SourceLineIterator::lineBetween(SrcLocator const& row, unsigned long long unit,
-                                                             unsigned long long start, unsigned long long end) {
-    SymMgrObjectPtr<ISourceLocation> const location(
-        new SourceLocation(m_table.resolver(), {unit, row.fileId, row.line, row.column, row.discriminator}));
-    return SymMgrObjectPtr<ISourceLine>(new SourceLine(m_table.loader(), location.get(), start, end));
-}
-
-SymMgrObjectPtr<ISourceLine> SourceLineByAddrIterator::makeLine(SrcLocator const& row, unsigned long long unit) {
-    return lineBetween(row, unit, row.start, row.end);
+    SrcLocator const row = m_table.locator(*at);
+    bool const isCut = m_bounds == RowBounds::Cut;
+    SymMgrObjectPtr<ISourceLocation> const location(new SourceLocation(
+        m_table.resolver(), {m_table.unitOf(*at), row.fileId, row.line, row.column, row.discriminator}));
+    return SymMgrObjectPtr<ISourceLine>(new SourceLine(m_table.loader(), location.get(),
+                                                       isCut ? std::max(row.start, m_query.start) : row.start,
+                                                       isCut ? std::min(row.end, m_query.limit()) : row.end));
 }
 
 SymMgrObjectPtr<ISourceLocation> SourceLineToLocIterator::current() {

@@ -7,27 +7,25 @@
 
 namespace ORV_3_30 {
 
+/// Whether rows come out as they are, or cut to what was asked for.
+enum class RowBounds { Own, Cut };
+
 /// The rows of a stretch, cut to it. Rows that are added meanwhile are not seen before reset.
 class SourceLineIterator : public SymMgrObject<SourceLines> {
 public:
-    SourceLineIterator(LineTable& table, LineQuery const& query);
+    SourceLineIterator(LineTable& table, LineQuery const& query, RowBounds bounds = RowBounds::Cut);
 
     SymMgrObjectPtr<ISourceLine> current() override;
     bool next() override;
     void reset() override;
 
-protected:
-    /// What current gives for a row.
-    virtual SymMgrObjectPtr<ISourceLine> makeLine(SrcLocator const& row, unsigned long long unit);
-    SymMgrObjectPtr<ISourceLine> lineBetween(SrcLocator const& row, unsigned long long unit, unsigned long long start,
-                                             unsigned long long end);
-
 private:
-    void enterRange(std::size_t range);
+    std::uint32_t const* currentRow() const;
     void settle(std::size_t position);
 
     LineTable& m_table;
     LineQuery m_query;
+    RowBounds m_bounds;
     std::shared_ptr<LineTable::Ordered const> m_ordered; ///< For a stretch.
     std::vector<std::uint32_t> m_atAddress;              ///< What a question for an address has found.
     std::size_t m_range = 0;                             ///< In the table's ranges, for a stretch.
@@ -37,10 +35,8 @@ private:
 /// The rows at an address, uncut.
 class SourceLineByAddrIterator final : public SourceLineIterator {
 public:
-    using SourceLineIterator::SourceLineIterator;
-
-protected:
-    SymMgrObjectPtr<ISourceLine> makeLine(SrcLocator const& row, unsigned long long unit) override;
+    SourceLineByAddrIterator(LineTable& table, LineQuery const& query)
+        : SourceLineIterator(table, query, RowBounds::Own) {}
 };
 
 /// The locations of the lines of another iterator.
