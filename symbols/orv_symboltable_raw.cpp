@@ -13,30 +13,30 @@ namespace ORV_3_30 {
 
 namespace {
 
-/// An address, as the distance from the lowest one, and the index of what stands there.
-template <typename Distance> struct Placed {
-    Distance address;
+/// An address, and the index of what stands there.
+struct Placed {
+    unsigned long long address;
     std::uint32_t index;
 };
 
 /// Sorts by address and keeps the order of equal ones: by one byte of the address after the other,
 /// the lowest first, leaving out the bytes in which no two addresses differ.
-template <typename Distance> void sortByAddress(std::vector<Placed<Distance>>& items) {
-    Distance differing = 0;
-    for (auto const& item : items) {
+void sortByAddress(std::vector<Placed>& items) {
+    unsigned long long differing = 0;
+    for (Placed const& item : items) {
         differing |= item.address ^ items.front().address;
     }
-    std::vector<Placed<Distance>> sorted(items.size());
-    for (unsigned int shift = 0; shift < 8 * sizeof(Distance); shift += 8) {
+    std::vector<Placed> sorted(items.size());
+    for (unsigned int shift = 0; shift < 64; shift += 8) {
         if ((differing >> shift & 0xFF) == 0) {
             continue;
         }
         std::array<std::size_t, 257> starts{};
-        for (auto const& item : items) {
+        for (Placed const& item : items) {
             ++starts[(item.address >> shift & 0xFF) + 1];
         }
         std::partial_sum(starts.begin(), starts.end(), starts.begin());
-        for (auto const& item : items) {
+        for (Placed const& item : items) {
             sorted[starts[item.address >> shift & 0xFF]++] = item;
         }
         items.swap(sorted);
@@ -44,12 +44,11 @@ template <typename Distance> void sortByAddress(std::vector<Placed<Distance>>& i
 }
 
 /// Calls visit with the index of one symbol after the other.
-template <typename Distance, typename Visitor>
-void visitByDistance(RawSymbolBatch const& batch, unsigned long long lowest, Visitor const& visit) {
-    std::vector<Placed<Distance>> items;
+template <typename Visitor> void visitByAddress(RawSymbolBatch const& batch, Visitor const& visit) {
+    std::vector<Placed> items;
     items.reserve(batch.size());
     for (std::size_t i = 0; i < batch.size(); ++i) {
-        items.push_back({static_cast<Distance>(batch[i].address - lowest), static_cast<std::uint32_t>(i)});
+        items.push_back({batch[i].address, static_cast<std::uint32_t>(i)});
     }
     sortByAddress(items);
     // Symbols and their names lie about in megabytes: looking at each is a matter of fetching it in time.
@@ -62,20 +61,6 @@ void visitByDistance(RawSymbolBatch const& batch, unsigned long long lowest, Vis
             __builtin_prefetch(batch[items[i + k_ahead / 2].index].name);
         }
         visit(items[i].index);
-    }
-}
-
-template <typename Visitor> void visitByAddress(RawSymbolBatch const& batch, Visitor const& visit) {
-    unsigned long long lowest = ~0ULL;
-    unsigned long long highest = 0;
-    for (std::size_t i = 0; i < batch.size(); ++i) {
-        lowest = std::min(lowest, batch[i].address);
-        highest = std::max(highest, batch[i].address);
-    }
-    if (highest - lowest <= 0xFFFFFFFF) {
-        visitByDistance<std::uint32_t>(batch, lowest, visit);
-    } else {
-        visitByDistance<std::uint64_t>(batch, lowest, visit);
     }
 }
 
