@@ -223,24 +223,19 @@ std::shared_ptr<LineTable::Ordered const> LineTable::collectRanges() const {
 }
 
 void LineTable::orderRange(SrcRange& range) const {
-    struct Placed {
-        unsigned long long start;
-        std::uint32_t row;
-    };
-    std::vector<Placed> placed;
+    std::vector<std::pair<unsigned long long, std::uint32_t>> placed; // start and row, which tells the arrival
     placed.reserve(range.rows.size());
     for (std::uint32_t const row : range.rows) {
-        placed.push_back({m_rows.startOf(m_rows.runOf(row), row), row});
+        placed.emplace_back(m_rows.startOf(m_rows.runOf(row), row), row);
     }
-    auto const byStart = [](Placed const& a, Placed const& b) { return a.start < b.start; };
-    if (!std::is_sorted(placed.begin(), placed.end(), byStart)) {
-        std::stable_sort(placed.begin(), placed.end(), byStart);
+    if (!std::is_sorted(placed.begin(), placed.end())) {
+        std::sort(placed.begin(), placed.end());
     }
     std::vector<std::uint32_t> same;
     range.rows.clear();
     for (std::size_t i = 0; i < placed.size(); ++i) {
-        same.push_back(placed[i].row);
-        if (i + 1 == placed.size() || placed[i + 1].start != placed[i].start) {
+        same.push_back(placed[i].second);
+        if (i + 1 == placed.size() || placed[i + 1].first != placed[i].first) {
             orderSameStart(same);
             range.rows.insert(range.rows.end(), same.begin(), same.end());
             same.clear();
@@ -265,22 +260,18 @@ void LineTable::orderSameStart(std::vector<std::uint32_t>& rows) const {
         });
         return;
     }
-    struct Entry {
-        SrcLocator locator;
-        std::uint32_t row;
-    };
-    std::vector<Entry> list;
+    std::vector<std::pair<SrcLocator, std::uint32_t>> list;
     std::size_t last = 0;
     for (std::uint32_t const row : rows) {
-        Entry const entry{locator(row), row};
-        std::size_t at = !list.empty() && isLess(list[last].locator, entry.locator) ? last : 0;
-        while (at < list.size() && isLess(list[at].locator, entry.locator)) {
+        SrcLocator const own = locator(row);
+        std::size_t at = !list.empty() && isLess(list[last].first, own) ? last : 0;
+        while (at < list.size() && isLess(list[at].first, own)) {
             ++at;
         }
-        list.insert(list.begin() + static_cast<std::ptrdiff_t>(at), entry);
+        list.emplace(list.begin() + static_cast<std::ptrdiff_t>(at), own, row);
         last = at;
     }
-    std::transform(list.begin(), list.end(), rows.begin(), [](Entry const& entry) { return entry.row; });
+    std::transform(list.begin(), list.end(), rows.begin(), [](auto const& entry) { return entry.second; });
 }
 
 } // namespace ORV_3_30
