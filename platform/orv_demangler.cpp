@@ -50,8 +50,8 @@ template <typename Printer> Text collect(Printer const& print) {
 /// The components of a mangled name.
 class NameTree {
 public:
-    explicit NameTree(std::string const& name)
-        : m_top(cplus_demangle_v3_components(name.c_str(), k_nameAlone, &m_memory)) {}
+    NameTree(std::string const& name, int options)
+        : m_top(cplus_demangle_v3_components(name.c_str(), options, &m_memory)) {}
     NameTree(NameTree const&) = delete;
     NameTree& operator=(NameTree const&) = delete;
     ~NameTree() { std::free(m_memory); }
@@ -171,7 +171,7 @@ public:
         return full() != nullptr ? kept(m_short, [this] { return spell(k_nameAlone); }) : m_name.c_str();
     }
     char const* baseName() override {
-        return full() != nullptr ? kept(m_base, [this] { return NameTree(m_name).base(); }) : m_name.c_str();
+        return full() != nullptr ? kept(m_base, [this] { return NameTree(m_name, k_nameAlone).base(); }) : m_name.c_str();
     }
 
 private:
@@ -198,7 +198,7 @@ private:
         // The printer takes none that are longer. The tree would, and goes as deep as they are long.
         constexpr std::size_t k_longestName = 1024;
         if (m_name.compare(0, 2, "_Z") != 0 || m_name.size() > k_longestName ||
-            (mayHavePack() && !NameTree(m_name).isSearchable())) {
+            (mayHavePack() && !NameTree(m_name, options).isSearchable())) {
             return std::nullopt;
         }
         return collect(
