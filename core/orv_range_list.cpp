@@ -45,7 +45,6 @@ void RangeList::add(unsigned long long start, unsigned long long end) {
         auto many = std::make_unique<Many>();
         many->ranges.reserve(4);
         many->ranges.push_back(m_one);
-        many->longest = m_one.end - m_one.start;
         m_many = std::move(many); // only now: what can fail is done
     }
     Many& many = *m_many;
@@ -53,8 +52,10 @@ void RangeList::add(unsigned long long start, unsigned long long end) {
     place(many, next, start, end);
     // What has grown stands round the place.
     std::vector<Range> const& ranges = many.ranges;
-    for (std::size_t i = next > 1 ? next - 2 : 0; i < ranges.size() && i < next + 2; ++i) {
-        many.longest = std::max(many.longest, ranges[i].end - ranges[i].start);
+    for (std::size_t i = next > 1 ? next - 2 : 0; i + 1 < ranges.size() && i < next + 2; ++i) {
+        if (ranges[i].end > ranges[i + 1].start) {
+            many.longestOver = std::max(many.longestOver, ranges[i].end - ranges[i].start);
+        }
     }
 }
 
@@ -131,9 +132,16 @@ std::size_t RangeList::firstFrom(unsigned long long address) const {
     if (!m_many) {
         return 0;
     }
+    std::vector<Range> const& ranges = m_many->ranges;
+    std::size_t const above = indexAbove(ranges, address);
+    if (above == 0) {
+        return 0;
+    }
     // One that was added in front takes nothing in, and may reach over any number of those behind it.
-    unsigned long long const reach = m_many->longest;
-    return address > reach ? indexAbove(m_many->ranges, address - reach - 1) : 0;
+    unsigned long long const start = ranges[above - 1].start;
+    unsigned long long const reach = m_many->longestOver;
+    std::size_t const over = address > reach ? indexAbove(ranges, address - reach - 1) : 0;
+    return std::min(start != 0 ? indexAbove(ranges, start - 1) : 0, over);
 }
 
 } // namespace ORV_3_30

@@ -48,8 +48,8 @@ public:
 private:
     struct Many {
         std::vector<Range> ranges;
-        std::size_t main = 0;           ///< Index of the main range; out of bounds once it was removed.
-        unsigned long long longest = 0; ///< No range was ever longer.
+        std::size_t main = 0;               ///< Index of the main range; out of bounds once it was removed.
+        unsigned long long longestOver = 0; ///< No range that reaches over the next one's start was ever longer.
     };
     static void place(Many& many, std::size_t next, unsigned long long start, unsigned long long end);
     /// Lets a range take in its successors, as far as they touch it and are not the main range.

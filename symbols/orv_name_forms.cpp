@@ -16,6 +16,9 @@ constexpr std::size_t k_mostBytes = std::size_t{1} << 27;
 } // namespace
 
 NameForms::Forms NameForms::of(char const* name) {
+    if (standsForItself(name)) {
+        return {name, name};
+    }
     Shelf& shelf = m_shelves[reinterpret_cast<std::uintptr_t>(name) * 0x9E3779B97F4A7C15ULL >> 60];
     std::lock_guard<std::mutex> const guard(shelf.lock);
     auto known = shelf.texts.find(name);

@@ -4,6 +4,8 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
+#include <cstring>
 #include <mutex>
 #include <string>
 #include <unordered_map>
@@ -20,6 +22,9 @@ public:
     /// The name must stay where it is as long as this does; it is known by that. Where too much has been kept, it
     /// stands for itself.
     Forms of(char const* name);
+    /// Nobody reads a name that is longer than this, and what is made of one costs its length for each symbol.
+    static constexpr std::size_t k_longestName = std::size_t{1} << 16;
+    static bool standsForItself(char const* name) { return ::strnlen(name, k_longestName) == k_longestName; }
 
 private:
     struct Texts {

@@ -9,6 +9,7 @@
 #include "orv/orv_fileformatloader.h"
 #include "orv/orv_source.h"
 #include "platform/orv_demangler.h"
+#include "symbols/orv_name_forms.h"
 #include "symbols/orv_scope.h"
 #include "symbols/orv_scope_iterators.h"
 
@@ -67,10 +68,19 @@ NamedSymbol::Forms& NamedSymbol::forms() {
     return *m_forms;
 }
 
+/// What make gives of the name's demangler.
+template <typename Make> char const* NamedSymbol::form(Make const& make) {
+    char const* const name = nameUnlocked();
+    if (NameForms::standsForItself(name)) {
+        return name;
+    }
+    Forms& names = forms();
+    return ORV_ASSERT(names.demangler, "m_demangler") ? make(*names.demangler) : "";
+}
+
 char const* NamedSymbol::demangledName(unsigned int options) {
     LockGuard guard(lock());
-    Forms& names = forms();
-    return ORV_ASSERT(names.demangler, "m_demangler") ? names.demangler->demangledName(options) : "";
+    return form([&](ISymbolNameDemangler& demangler) { return demangler.demangledName(options); });
 }
 
 char const* NamedSymbol::shortName() {
@@ -80,18 +90,15 @@ char const* NamedSymbol::shortName() {
 
 char const* NamedSymbol::baseName() {
     LockGuard guard(lock());
-    Forms& names = forms();
-    return ORV_ASSERT(names.demangler, "m_demangler") ? names.demangler->baseName() : "";
+    return form([](ISymbolNameDemangler& demangler) { return demangler.baseName(); });
 }
 
 char const* NamedSymbol::shortNameUnlocked() {
-    Forms& names = forms();
-    return ORV_ASSERT(names.demangler, "m_demangler") ? names.demangler->shortName() : "";
+    return form([](ISymbolNameDemangler& demangler) { return demangler.shortName(); });
 }
 
 char const* NamedSymbol::demangledNameUnlocked() {
-    Forms& names = forms();
-    return ORV_ASSERT(names.demangler, "m_demangler") ? names.demangler->demangledName(0) : "";
+    return form([](ISymbolNameDemangler& demangler) { return demangler.demangledName(0); });
 }
 
 void NamedSymbol::sourceLines(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out) { out = nullptr; }

@@ -81,6 +81,7 @@ private:
 
     ILock* lock() const;
     Forms& forms();
+    template <typename Make> char const* form(Make const& make);
     void keepName(char const* name);
 
     IFileFormatLoader* m_owner; ///< Not counted. Null once the bank is gone.
