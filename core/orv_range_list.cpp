@@ -104,20 +104,18 @@ bool RangeList::remove(unsigned long long start) {
         return isThere;
     }
     std::vector<Range>& ranges = m_many->ranges;
-    for (std::size_t index = indexAbove(ranges, start); index > 0 && ranges[index - 1].start == start;) {
-        --index;
-        if (index > 0 && ranges[index - 1].start == start) {
-            continue; // the first of those that start there
-        }
-        if (m_many->main == index) {
-            m_many->main = static_cast<std::size_t>(-1);
-        } else if (m_many->main > index && m_many->main < ranges.size()) {
-            --m_many->main;
-        }
-        ranges.erase(ranges.begin() + static_cast<std::ptrdiff_t>(index));
-        return true;
+    auto const first = ranges.begin() + static_cast<std::ptrdiff_t>(start > 0 ? indexAbove(ranges, start - 1) : 0);
+    if (first == ranges.end() || first->start != start) {
+        return false;
     }
-    return false;
+    auto const index = static_cast<std::size_t>(first - ranges.begin());
+    if (m_many->main == index) {
+        m_many->main = static_cast<std::size_t>(-1);
+    } else if (m_many->main > index && m_many->main < ranges.size()) {
+        --m_many->main;
+    }
+    ranges.erase(first);
+    return true;
 }
 
 RangeList::Range const* RangeList::floor(unsigned long long address) const {
