@@ -40,6 +40,14 @@ bool isBetter(SymbolTable const& table, RangeRecord const& candidate, RangeRecor
     return candidate.start > best.start && candidate.start <= address && !isHiddenInline;
 }
 
+/// An iterator that stands on nothing is not handed out.
+void handOut(SymMgrObjectPtr<SymbolRangeIterator>& out, SymbolRangeIterator* iterator) {
+    out = iterator;
+    if (out && !out->current()) {
+        out = nullptr;
+    }
+}
+
 } // namespace
 
 SymbolTable::SymbolTable(Scope* scope, ILock* countLock) : SymMgrObject(countLock), m_scope(scope) {}
@@ -263,26 +271,16 @@ void SymbolTable::symbolRangeByAddress(SymMgrObjectPtr<ISymbolRange>& out, unsig
 
 void SymbolTable::symbolRanges(SymMgrObjectPtr<SymbolRangeIterator>& out, unsigned long long start,
                                unsigned long long end, symbol_kind_t mask) {
-    out = nullptr;
     unsigned long long first = 0;
-    if (start <= end && floorKey(start, first)) {
-        out = new SymbolRangesIterator(*this, first, start, end, mask);
-        if (!out->current()) {
-            out = nullptr;
-        }
-    }
+    bool const isAsked = start <= end && floorKey(start, first);
+    handOut(out, isAsked ? new SymbolRangesIterator(*this, first, start, end, mask) : nullptr);
 }
 
 void SymbolTable::nonOverlappedSymbolRanges(SymMgrObjectPtr<SymbolRangeIterator>& out, unsigned long long start,
                                             unsigned long long end, symbol_kind_t mask, ISymbolChooser* resolver) {
-    out = nullptr;
     unsigned long long first = 0;
-    if (start <= end && floorKey(start, first)) {
-        out = new NonOverlappedSymbolRangesIterator(*this, first, start, end, mask, resolver);
-        if (!out->current()) {
-            out = nullptr;
-        }
-    }
+    bool const isAsked = start <= end && floorKey(start, first);
+    handOut(out, isAsked ? new NonOverlappedSymbolRangesIterator(*this, first, start, end, mask, resolver) : nullptr);
 }
 
 } // namespace ORV_3_30
