@@ -58,9 +58,7 @@ KeyIndex::Position KeyIndex::append(unsigned long long address, std::uint32_t bo
     last.keys.push_back({address, 0, 0, nullptr, born});
     last.firstAddress = address;
     last.oldest = born;
-    if (m_chunks.size() % k_blockSize == 0) {
-        m_blockEnds.reserve(m_blockEnds.size() + 1);
-    }
+    m_blockEnds.reserve(m_blockEnds.size() + 1);
     m_chunks.push_back(std::move(last));
     m_blockEnds.resize((m_chunks.size() + k_blockSize - 1) / k_blockSize, 0);
     return {m_chunks.size() - 1, 0};

@@ -30,7 +30,6 @@ public:
         std::size_t chunk = 0;
         std::size_t slot = 0;
         friend bool operator==(Position a, Position b) { return a.chunk == b.chunk && a.slot == b.slot; }
-        friend bool operator!=(Position a, Position b) { return !(a == b); }
     };
 
     bool empty() const { return m_chunks.empty(); }
