@@ -101,13 +101,11 @@ int DWARFSymbol::fileIdAtAddress() {
     }
     // What a question for the line there comes to while no symbol over the address has lines of its own:
     // to ask them too would lead from one to the next, and back.
-    SrcLocator row{};
-    unsigned long long unit = 0;
     DWARFLineResolver& resolver = *m_unit.loader().lineResolver();
-    bool const isFound =
-        resolver.table().latestAt({compUnitId(), k_allFiles, addressValue(), addressValue()}, row, unit);
-    bool const hasFile = isFound && ORV_ASSERT(resolver.sourceFileById(row.fileId) != nullptr, "srcFile != 0L");
-    id = hasFile ? static_cast<int>(row.fileId) : -1;
+    RowsAtAddress const rows(resolver.table(), {compUnitId(), k_allFiles, addressValue(), addressValue()});
+    RowAt const* const row = rows.latest();
+    bool const hasFile = row != nullptr && ORV_ASSERT(resolver.sourceFileById(row->fileId) != nullptr, "srcFile != 0L");
+    id = hasFile ? static_cast<int>(row->fileId) : -1;
     m_fileIdAtAddress.store(id, std::memory_order_relaxed);
     return id;
 }
@@ -135,14 +133,16 @@ void DWARFSymbol::sourceLinesIn(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourc
     }
 }
 
-bool DWARFSymbol::latestLineAt(RowsAtAddress const& rows, SrcLocator& row) {
-    if (owner() == nullptr || scope() == nullptr || m_unit.loader().lineResolver() == nullptr) {
-        return false;
+RowAt const* DWARFSymbol::latestLineAt(RowsAtAddress const& rows) {
+    if (owner() == nullptr || scope() == nullptr || m_unit.loader().lineResolver() == nullptr ||
+        !scope()->holds(rows.address())) {
+        return nullptr;
     }
     auto const find = [&](int fileId) {
-        return fileId >= 0 && rows.latest(compUnitId(), static_cast<unsigned int>(fileId), row);
+        return fileId >= 0 ? rows.latest(compUnitId(), static_cast<unsigned int>(fileId)) : nullptr;
     };
-    return scope()->holds(rows.address()) && (find(declaredFileId()) || find(fileIdAtAddress()));
+    RowAt const* const declared = find(declaredFileId());
+    return declared != nullptr ? declared : find(fileIdAtAddress());
 }
 
 void DWARFSymbol::sourceLines(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out) {

@@ -49,7 +49,7 @@ public:
     void sourceLineByAddress(SymMgrObjectPtr<ISourceLine>& out, IAddress* address) override;
     void sourceLinesIn(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out, unsigned long long start,
                        unsigned long long end) override;
-    bool latestLineAt(RowsAtAddress const& rows, SrcLocator& row) override;
+    RowAt const* latestLineAt(RowsAtAddress const& rows) override;
 
     std::uint64_t dieOffset() const { return m_dieOffset; }
     /// Files whose lines are the symbol's own; -1 where unknown.

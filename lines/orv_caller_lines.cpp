@@ -9,47 +9,35 @@
 #include "symbols/orv_symbolrange.h"
 
 #include <algorithm>
-#include <optional>
 
 namespace ORV_3_30 {
 
 bool latestCallerLine(LineTable const& table, unsigned long long address, unsigned long long unit, Scope* scope,
                       SrcLocator& row, unsigned long long& rowUnit) {
-    LineQuery const query{unit, k_allFiles, address, address};
     std::vector<Scope*> scopes;
     if (scope != nullptr) {
         scope->scopesAt(address, symbol_kind_Function, scopes);
     }
-    if (scopes.empty()) {
-        return table.latestAt(query, row, rowUnit);
-    }
-    bool isFound = false;
-    SrcLocator fromTable{};
-    unsigned long long tableUnit = 0;
-    std::optional<bool> isInTable; // the same for all of them
-    RowsAtAddress const rows(table, address);
+    // A scope's own lines may be those of another unit than the one that is asked for.
+    RowsAtAddress const rows(table, {scopes.empty() ? unit : k_allUnits, k_allFiles, address, address});
+    RowAt const* const inTable = rows.latest(unit);
+    RowAt const* best = scopes.empty() ? inTable : nullptr;
     for (Scope* const at : scopes) {
         if (at->inlineInstance() != nullptr) {
             continue; // its call site stands for a file that was asked for, and none was
         }
-        SrcLocator candidate{};
-        unsigned long long candidateUnit = at->compUnitId();
         Symbol* const symbol = at->symbolImpl();
-        bool const isOwn = symbol != nullptr && symbol->latestLineAt(rows, candidate);
-        if (!isOwn && !isInTable) {
-            isInTable = table.latestAt(query, fromTable, tableUnit);
-        }
-        if (!isOwn && *isInTable) {
-            candidate = fromTable;
-            candidateUnit = tableUnit;
-        }
-        if ((isOwn || *isInTable) && (!isFound || candidate.start > row.start)) {
-            isFound = true;
-            row = candidate;
-            rowUnit = candidateUnit;
+        RowAt const* const own = symbol != nullptr ? symbol->latestLineAt(rows) : nullptr;
+        RowAt const* const candidate = own != nullptr ? own : inTable;
+        if (candidate != nullptr && (best == nullptr || candidate->start > best->start)) {
+            best = candidate;
         }
     }
-    return isFound;
+    if (best != nullptr) {
+        row = rows.locator(*best);
+        rowUnit = best->unit;
+    }
+    return best != nullptr;
 }
 
 // --- SymbolSourceLineIterator

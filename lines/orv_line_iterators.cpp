@@ -18,7 +18,10 @@ SourceLineIterator::SourceLineIterator(LineTable& table, LineQuery const& query,
 void SourceLineIterator::reset() {
     m_position = 0;
     if (m_query.isAddress()) {
-        m_table.rowsAt(m_query, m_atAddress);
+        m_atAddress.clear();
+        for (RowAt const& at : m_table.rowsAt(m_query)) {
+            m_atAddress.push_back(at.row);
+        }
         return;
     }
     m_ordered = m_table.ordered();

@@ -40,10 +40,19 @@ SymMgrObjectPtr<ILineTable> ILineTable::create(IFileFormatLoader& loader, ISrcLi
 void LineTable::addLine(unsigned long long unit, unsigned int fileId, unsigned int line, unsigned int column,
                         unsigned long long address, unsigned long long size, unsigned long long discriminator) {
     m_rows.add(unit, {address, address + size, discriminator, line, column, fileId});
-    if (m_byAddress.made() != nullptr || m_ordered.made() != nullptr) {
-        m_byAddress.take();
+    if (m_byAddress.made() != nullptr) {
+        m_olderIndices = std::move(*m_byAddress.take());
+    }
+    if (m_ordered.made() != nullptr) {
         m_ordered.take();
     }
+}
+
+void LineTable::cutTo(std::uint32_t rowCount) {
+    m_rows.cutTo(rowCount);
+    m_byAddress.take();
+    m_olderIndices.clear();
+    m_ordered.take();
 }
 
 void LineTable::sourceLinesByAddress(SymMgrObjectPtr<SourceLines>& out, unsigned long long address,
@@ -58,40 +67,46 @@ void LineTable::sourceLines(SymMgrObjectPtr<SourceLines>& out, unsigned long lon
 
 // --- Questions for an address
 
-LineTable::AddressIndex const& LineTable::prepareAddresses() const {
+LineTable::AddressIndex LineTable::makeIndex(std::size_t begin, std::size_t end) const {
+    std::vector<LineRows::Run> const& runs = m_rows.runs();
+    AddressIndex index;
+    index.begin = begin;
+    index.runs.resize(end - begin);
+    std::iota(index.runs.begin(), index.runs.end(), static_cast<std::uint32_t>(begin));
+    auto const byBase = [&](std::uint32_t a, std::uint32_t b) { return runs[a].base < runs[b].base; };
+    if (!std::is_sorted(index.runs.begin(), index.runs.end(), byBase)) {
+        std::stable_sort(index.runs.begin(), index.runs.end(), byBase);
+    }
+    index.bases.reserve(index.runs.size());
+    index.reach.reserve(index.runs.size());
+    for (std::uint32_t const run : index.runs) {
+        index.bases.push_back(runs[run].base);
+        index.reach.push_back(std::max(runs[run].end, index.reach.empty() ? 0 : index.reach.back()));
+    }
+    index.ends.build(index.runs.size(), [&](std::size_t i) { return runs[index.runs[i]].end; });
+    return index;
+}
+
+LineTable::AddressIndices const& LineTable::prepareAddresses() const {
     return m_byAddress.get(m_indexLock, [this] {
-        std::vector<LineRows::Run> const& runs = m_rows.runs();
-        auto index = std::make_unique<AddressIndex>();
-        index->runs.resize(runs.size());
-        std::iota(index->runs.begin(), index->runs.end(), 0);
-        auto const byBase = [&](std::uint32_t a, std::uint32_t b) { return runs[a].base < runs[b].base; };
-        if (!std::is_sorted(index->runs.begin(), index->runs.end(), byBase)) {
-            std::stable_sort(index->runs.begin(), index->runs.end(), byBase);
+        std::size_t const end = m_rows.runs().empty() ? 0 : m_rows.runs().size() - 1;
+        auto indices = std::make_unique<AddressIndices>(m_olderIndices);
+        std::size_t begin = indices->empty() ? 0 : indices->back().begin + indices->back().runs.size();
+        while (begin < end && !indices->empty() && indices->back().runs.size() <= 2 * (end - begin)) {
+            begin = indices->back().begin;
+            indices->pop_back();
         }
-        index->bases.reserve(runs.size());
-        index->reach.reserve(runs.size());
-        for (std::uint32_t const run : index->runs) {
-            index->bases.push_back(runs[run].base);
-            index->reach.push_back(std::max(runs[run].end, index->reach.empty() ? 0 : index->reach.back()));
+        if (begin < end) {
+            indices->push_back(makeIndex(begin, end));
         }
-        index->ends.build(runs.size(), [&](std::size_t i) { return runs[index->runs[i]].end; });
-        return index;
+        return indices;
     });
 }
 
-/// The rows over an address that pass the filters, in no particular order.
-std::vector<std::uint32_t> LineTable::collectAt(LineQuery const& query) const {
-    std::vector<std::uint32_t> found;
-    AddressIndex const& index = prepareAddresses();
+/// Hands over the runs over an address, in no particular order.
+template <typename Take>
+void LineTable::visitAt(AddressIndex const& index, unsigned long long address, Take const& take) const {
     std::vector<LineRows::Run> const& runs = m_rows.runs();
-    unsigned long long const address = query.start;
-    auto const take = [&](LineRows::Run const& run) {
-        std::uint32_t const row = m_rows.rowAt(run, address);
-        bool const isInUnit = query.unit == k_allUnits || run.unit == query.unit;
-        if (isInUnit && (query.fileId == k_allFiles || m_rows.fileOf(row) == query.fileId)) {
-            found.push_back(row);
-        }
-    };
     auto above = static_cast<std::size_t>(std::upper_bound(index.bases.begin(), index.bases.end(), address) -
                                           index.bases.begin());
     // As a rule the run just below is the one, and none before it reaches as far.
@@ -108,61 +123,62 @@ std::vector<std::uint32_t> LineTable::collectAt(LineQuery const& query) const {
             take(runs[index.runs[i]]);
         }
     }
+}
+
+std::vector<RowAt> LineTable::rowsAt(LineQuery const& query) const {
+    std::vector<RowAt> found;
+    unsigned long long const address = query.start;
+    auto const take = [&](LineRows::Run const& run) {
+        std::uint32_t const row = m_rows.rowAt(run, address);
+        RowAt const at{m_rows.fileOf(row), run.unit, m_rows.startOf(run, row), row};
+        bool const isInUnit = query.unit == k_allUnits || at.unit == query.unit;
+        if (isInUnit && (query.fileId == k_allFiles || at.fileId == query.fileId)) {
+            found.push_back(at);
+        }
+    };
+    for (AddressIndex const& index : prepareAddresses()) {
+        visitAt(index, address, take);
+    }
+    if (!m_rows.runs().empty()) {
+        LineRows::Run const& last = m_rows.runs().back();
+        if (last.base <= address && address < last.end) {
+            take(last);
+        }
+    }
+    std::sort(found.begin(), found.end(), [this](RowAt const& a, RowAt const& b) {
+        if (a.key() != b.key()) {
+            return a.key() < b.key();
+        }
+        std::vector<std::uint32_t> const& positions = ordered()->positions;
+        return positions[a.row] < positions[b.row];
+    });
     return found;
 }
 
-void LineTable::rowsAt(LineQuery const& query, std::vector<std::uint32_t>& out) const {
-    out = collectAt(query);
-    std::sort(out.begin(), out.end(), [this](std::uint32_t a, std::uint32_t b) { return precedes(a, b); });
-}
+RowsAtAddress::RowsAtAddress(LineTable const& table, LineQuery const& query)
+    : m_table(table), m_address(query.start), m_rows(table.rowsAt(query)) {}
 
-bool LineTable::latestAt(LineQuery const& query, SrcLocator& row, unsigned long long& unit) const {
-    std::vector<std::uint32_t> const rows = collectAt(query);
-    auto const latest = std::max_element(rows.begin(), rows.end(), [this](std::uint32_t a, std::uint32_t b) {
-        unsigned long long const startA = locator(a).start;
-        unsigned long long const startB = locator(b).start;
-        return startA != startB ? startA < startB : precedes(b, a);
-    });
-    if (latest != rows.end()) {
-        row = locator(*latest);
-        unit = unitOf(*latest);
-    }
-    return latest != rows.end();
-}
-
-RowsAtAddress::RowsAtAddress(LineTable const& table, unsigned long long address) : m_table(table), m_address(address) {
-    table.rowsAt({k_allUnits, k_allFiles, address, address}, m_rows);
-}
-
-bool RowsAtAddress::latest(unsigned long long unit, unsigned int fileId, SrcLocator& row) const {
-    auto const keyOf = [this](std::uint32_t at) { return std::pair(m_table.locator(at).fileId, m_table.unitOf(at)); };
-    auto const key = std::pair(fileId, unit);
-    auto at = std::upper_bound(m_rows.begin(), m_rows.end(), key,
-                               [&](auto const& wanted, std::uint32_t other) { return wanted < keyOf(other); });
-    bool isFound = false;
-    while (at != m_rows.begin() && keyOf(*--at) == key) {
-        SrcLocator const candidate = m_table.locator(*at);
-        if (isFound && candidate.start != row.start) {
-            break;
+RowAt const* RowsAtAddress::latest(unsigned long long unit) const {
+    RowAt const* best = nullptr;
+    for (RowAt const& at : m_rows) {
+        if ((unit == k_allUnits || at.unit == unit) && (best == nullptr || at.start > best->start)) {
+            best = &at;
         }
-        row = candidate;
-        isFound = true;
     }
-    return isFound;
+    return best;
 }
 
-/// The order in which two rows come out.
-bool LineTable::precedes(std::uint32_t a, std::uint32_t b) const {
-    LineRows::Run const& runA = m_rows.runOf(a);
-    LineRows::Run const& runB = m_rows.runOf(b);
-    auto const keyA = std::tuple(m_rows.fileOf(a), runA.unit, m_rows.startOf(runA, a));
-    auto const keyB = std::tuple(m_rows.fileOf(b), runB.unit, m_rows.startOf(runB, b));
-    if (keyA != keyB) {
-        return keyA < keyB;
+RowAt const* RowsAtAddress::latest(unsigned long long unit, unsigned int fileId) const {
+    auto const isAbove = [](auto const& key, RowAt const& at) { return key < std::pair(at.fileId, at.unit); };
+    auto const isBelow = [](RowAt const& at, auto const& key) { return at.key() < key; };
+    auto const behind = std::upper_bound(m_rows.begin(), m_rows.end(), std::pair(fileId, unit), isAbove);
+    if (behind == m_rows.begin() || std::prev(behind)->fileId != fileId || std::prev(behind)->unit != unit) {
+        return nullptr;
     }
-    std::vector<std::uint32_t> const& positions = ordered()->positions;
-    return positions[a] < positions[b];
+    return &*std::lower_bound(m_rows.begin(), behind, std::prev(behind)->key(), isBelow);
 }
+
+SrcLocator RowsAtAddress::locator(RowAt const& at) const { return m_table.locator(at.row); }
 
 // --- Questions for a stretch
 

@@ -25,6 +25,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <tuple>
 #include <vector>
 
 namespace ORV_3_30 {
@@ -57,19 +58,33 @@ struct SrcRange {
     EndIndex ends;
 };
 
+/// A row with what it is ordered by.
+struct RowAt {
+    unsigned int fileId;
+    unsigned long long unit;
+    unsigned long long start;
+    std::uint32_t row;
+
+    std::tuple<unsigned int, unsigned long long, unsigned long long> key() const { return {fileId, unit, start}; }
+};
+
 /// The rows over one address, in the order in which they come out.
 class RowsAtAddress {
 public:
-    RowsAtAddress(LineTable const& table, unsigned long long address);
+    /// Those that pass the query's filters; it asks for an address.
+    RowsAtAddress(LineTable const& table, LineQuery const& query);
 
     unsigned long long address() const { return m_address; }
-    /// Of those of one file in one unit the one that starts last, of several such the first; false if there is none.
-    bool latest(unsigned long long unit, unsigned int fileId, SrcLocator& row) const;
+    /// The one that starts last, of several such the first; null if there is none. Of all units or one.
+    RowAt const* latest(unsigned long long unit = k_allUnits) const;
+    /// Of those of one file in one unit.
+    RowAt const* latest(unsigned long long unit, unsigned int fileId) const;
+    SrcLocator locator(RowAt const& at) const;
 
 private:
     LineTable const& m_table;
     unsigned long long m_address;
-    std::vector<std::uint32_t> m_rows;
+    std::vector<RowAt> m_rows;
 };
 
 class LineTable final : public SharedObject<SymMgrObject<ILineTable>> {
@@ -90,9 +105,7 @@ public:
     // For the iterators.
 
     /// The rows over one address that pass the filters, in order.
-    void rowsAt(LineQuery const& query, std::vector<std::uint32_t>& out) const;
-    /// The one of them that starts last, of several such the first; false if there is none.
-    bool latestAt(LineQuery const& query, SrcLocator& row, unsigned long long& unit) const;
+    std::vector<RowAt> rowsAt(LineQuery const& query) const;
     /// All rows in order: by file, then unit.
     struct Ordered {
         std::vector<SrcRange> ranges;
@@ -103,35 +116,43 @@ public:
     /// Where a file has rows, of any unit; those that touch are one.
     void addStretches(unsigned int fileId, RangeFilter& out) const;
     SrcLocator locator(std::uint32_t row) const { return m_rows.locator(m_rows.runOf(row), row); }
-    unsigned long long unitOf(std::uint32_t row) const { return m_rows.runOf(row).unit; }
 
+    unsigned long long unitOf(std::uint32_t row) const { return m_rows.runOf(row).unit; }
     std::uint32_t rowCount() const { return m_rows.size(); }
     /// Takes out the rows of a unit, added last, that could not be read to its end.
-    void cutTo(std::uint32_t rowCount) { m_rows.cutTo(rowCount); }
+    void cutTo(std::uint32_t rowCount);
 
     /// Makes what questions for addresses need, ahead of the first one.
     void prepare() const { prepareAddresses(); }
 
 private:
+    /// Over runs that came one after the other.
     struct AddressIndex {
+        std::size_t begin;
         std::vector<std::uint32_t> runs; ///< By base.
         std::vector<unsigned long long> bases;
         std::vector<unsigned long long> reach; ///< The greatest end up to here.
         EndIndex ends;
     };
 
-    AddressIndex const& prepareAddresses() const;
-    std::vector<std::uint32_t> collectAt(LineQuery const& query) const;
+    /// Over all runs but the last, which may still grow. Each covers more than twice what the next one does, so that
+    /// to ask between additions makes none of them anew too often.
+    using AddressIndices = std::vector<AddressIndex>;
+
+    AddressIndices const& prepareAddresses() const;
+    AddressIndex makeIndex(std::size_t begin, std::size_t end) const;
+    template <typename Take>
+    void visitAt(AddressIndex const& index, unsigned long long address, Take const& take) const;
     std::shared_ptr<Ordered const> collectRanges() const;
     void orderRange(SrcRange& range) const;
     void orderSameStart(std::vector<std::uint32_t>& rows) const;
-    bool precedes(std::uint32_t a, std::uint32_t b) const;
 
     IFileFormatLoader* m_loader;
     ISrcLineResolver* m_resolver;
     LineRows m_rows;
     mutable std::mutex m_indexLock; ///< Guards the making of the indices.
-    mutable Once<AddressIndex> m_byAddress;
+    mutable Once<AddressIndices> m_byAddress;
+    mutable AddressIndices m_olderIndices; ///< From before the last rows came.
     mutable Once<std::shared_ptr<Ordered const>> m_ordered;
 };
 

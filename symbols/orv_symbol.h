@@ -20,7 +20,7 @@ namespace ORV_3_30 {
 class IFileFormatLoader;
 class RowsAtAddress;
 class Scope;
-struct SrcLocator;
+struct RowAt;
 
 constexpr unsigned long long k_noCompUnit = ~0ULL;
 
@@ -127,9 +127,9 @@ public:
     /// What sourceLines gives, restricted to [start, end); start equal to end asks for one address.
     virtual void sourceLinesIn(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out, unsigned long long start,
                                unsigned long long end);
-    /// Of the lines that sourceLinesIn gives for one address the one that starts last, of several such the first; false
+    /// Of the lines that sourceLinesIn gives for one address the one that starts last, of several such the first; null
     /// if there is none. rows: those over the address.
-    virtual bool latestLineAt(RowsAtAddress const& /*rows*/, SrcLocator& /*row*/) { return false; }
+    virtual RowAt const* latestLineAt(RowsAtAddress const& /*rows*/) { return nullptr; }
 
 private:
     unsigned long long m_address;
