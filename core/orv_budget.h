@@ -17,7 +17,7 @@ namespace ORV_3_30 {
 /// Exact, whatever threads spend at the same time.
 class Budget {
 public:
-    /// of: what is spent, for the log, which is told once that it runs out.
+    /// of: what is spent, for the log, which is told once that it runs out; null for one of many.
     explicit Budget(char const* of, std::uint64_t amount = 0) : m_of(of), m_left(amount) {}
 
     void refill(std::uint64_t amount) { m_left.store(amount, std::memory_order_relaxed); }
@@ -48,7 +48,7 @@ public:
 
 private:
     void tellOnce() {
-        if (!m_isTold.exchange(true, std::memory_order_relaxed)) {
+        if (m_of != nullptr && !m_isTold.exchange(true, std::memory_order_relaxed)) {
             ORV_INFO("Budget spent: " << m_of);
         }
     }

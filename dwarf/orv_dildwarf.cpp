@@ -7,11 +7,10 @@
 #include "core/orv_trace.h"
 #include "dwarf/orv_dwarf_scope.h"
 #include "dwarf/orv_dwarf_symbols.h"
-#include "orv/orv_dwarf.h"
 #include "symbols/orv_range_record.h"
 
-#include <algorithm>
 #include <cstdlib>
+#include <cstring>
 
 namespace ORV_3_30 {
 namespace {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
-/// The reader of DWARF debug information, versions 2 to 4.
+/// The loader of DWARF debug information, versions 2 to 4: it joins what the reader gives to symbols, scopes and lines.
 ///
 /// A load reads the header and the top of every unit, and hands each function, label and static variable
 /// to the symbol table. What lies inside a function is read when somebody asks for it, and line programs

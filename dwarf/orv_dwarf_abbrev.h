@@ -70,7 +70,7 @@ private:
     std::vector<AbbrevStep> m_steps;
 };
 
-/// All tables of a file. Lives as long as the loader.
+/// All tables of a file. Lives as long as the reader.
 class AbbrevTables {
 public:
     /// The table at an offset, for units of one shape. An empty one where units and tables that lie in

@@ -12,14 +12,15 @@
 
 namespace ORV_3_30 {
 
-/// Of all loads and questions together. Any thread may spend.
+/// Of all questions together. Any thread may spend.
 struct DwarfBudgets {
     Budget lineBytes{"line programs"};
     Budget lineHeaderBytes{"headers of line programs"};
     Budget rangePairs{"ranges"};        ///< Filled again for each load.
     Budget textBytes{"texts"};          ///< That are made of those in the sections.
     Budget treeNodes{"inline trees"};   ///< Kept: what goes comes back.
-    Budget options{"texts of options"}; ///< Searched. Filled again for each load.
+    Budget origins{"origins"};          ///< Each is read once.
+    Budget options{"texts of options"}; ///< Searched, those in functions too. Filled again for each load.
     Budget members{"members"};          ///< Kept; many variables may share a type. Filled again for each load.
 
     struct Sizes {
@@ -39,6 +40,8 @@ struct DwarfBudgets {
         lineHeaderBytes.refill(std::max(k_least, sizes.lines * k_headerRereads));
         textBytes.refill(k_leastTexts + texts() * k_textsMade);
         treeNodes.refill(k_least + sizes.info); // an entry takes two bytes, as a rule
+        origins.refill(searchBytes());
+        refill();
     }
     /// Where a load of all units begins: a client may have many made, and each is to give the same. What lies in scopes
     /// goes on from what it has left.

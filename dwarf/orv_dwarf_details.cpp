@@ -8,6 +8,8 @@
 #include "dwarf/orv_dwarf_line_program.h"
 
 #include <cstring>
+#include <optional>
+#include <string_view>
 
 namespace ORV_3_30 {
 namespace {
@@ -41,40 +43,50 @@ private:
             return m_resolver.addDirectory("");
         }
         if (entry.directory == 0) {
-            return numberOf(m_compilation, m_unit.compDir());
+            return compilationDirectory();
         }
         if (!ORV_ASSERT(entry.directory <= m_directories.size(), "incDirectory")) {
             return m_resolver.addDirectory("");
         }
         Directory& directory = m_directories[entry.directory - 1];
         if (directory.number == k_unknown) {
-            std::string const name = fullName(directory.text);
-            bool const isAffordable = m_unit.reader().budgets().textBytes.spend(name.size());
-            directory.number = m_resolver.addDirectory(isAffordable ? name : std::string());
+            directory.number = m_resolver.addDirectory(fullName(directory.text));
         }
         return directory.number;
     }
-    std::string fullName(std::string_view directory) const {
-        std::string full = m_unit.compDir();
-        if (!directory.empty() && directory.front() == '/') {
-            full.clear();
-        } else if (!full.empty() && full.back() != '/') {
+    /// Empty where texts have become too dear: units may share one that is long.
+    std::string fullName(std::string_view directory) {
+        bool const isWhole = !directory.empty() && directory.front() == '/';
+        std::string_view const parent = isWhole ? std::string_view() : parentDirectory();
+        if (!m_texts.spend(parent.size() + directory.size() + 1)) {
+            return {};
+        }
+        std::string full(parent);
+        if (!full.empty() && full.back() != '/') {
             full += '/';
         }
-        full += directory;
-        return full;
+        return full.append(directory);
     }
-    std::uint32_t numberOf(std::uint32_t& known, char const* directory) {
-        if (known == k_unknown) {
-            known = m_resolver.addDirectory(directory);
+    std::string_view parentDirectory() {
+        if (!m_parent) {
+            m_parent = m_texts.isSpent() ? "" : m_unit.compDir();
         }
-        return known;
+        return *m_parent;
+    }
+    std::uint32_t compilationDirectory() {
+        if (m_compilation == k_unknown) {
+            std::string_view const own = parentDirectory();
+            m_compilation = m_resolver.addDirectory(m_texts.settle(own.size()) ? std::string(own) : std::string());
+        }
+        return m_compilation;
     }
 
     DwarfUnit const& m_unit;
     DWARFLineResolver& m_resolver;
     std::vector<int>& m_ids;
     std::vector<Directory> m_directories;
+    Budget& m_texts = m_unit.reader().budgets().textBytes;
+    std::optional<std::string_view> m_parent;
     std::uint32_t m_compilation = k_unknown;
 };
 

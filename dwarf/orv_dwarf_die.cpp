@@ -19,7 +19,7 @@ struct SlotOfAttribute {
     std::uint32_t attr;
 };
 
-/// By attribute, so that bindings come in order.
+/// By attribute, for the search.
 constexpr SlotOfAttribute k_slots[] = {
     {DieAttributes::slot_Sibling, DW_AT_sibling},
     {DieAttributes::slot_Location, DW_AT_location},
@@ -92,7 +92,6 @@ bool DieAttributes::read(DwarfWalker& walker, FormContext const& context, Abbrev
 DieAttributes& DieChain::start(DwarfUnit& unit, std::uint64_t offset, unsigned int mostLinks) {
     m_links[0].unit = &unit;
     m_links[0].offset = offset;
-    m_begin = 0;
     m_count = 1;
     m_mostLinks = mostLinks;
     m_isComplete = false;
@@ -106,12 +105,6 @@ bool DieChain::startAtOrigin(DwarfUnit& asking, std::uint64_t offset) {
     DwarfUnit* const unit = asking.reader().findUnitByOffset(asking, offset);
     m_isComplete = unit == nullptr || !readLink(*unit, offset);
     return !m_isComplete;
-}
-
-bool DieChain::leaveFirst() {
-    bool const hasOrigin = m_begin + 1 < m_count || extend();
-    m_begin += hasOrigin ? 1 : 0;
-    return hasOrigin;
 }
 
 /// Reads the origin of the last link; false if it has none that is not in the chain.
@@ -140,8 +133,9 @@ bool DieChain::extend() {
 bool DieChain::readLink(DwarfUnit& unit, std::uint64_t offset) {
     DwarfWalker walker = unit.unitWalker();
     walker.seek(offset);
-    AbbrevEntry const* const entry = unit.abbrevs().find(walker.unsignedLeb());
-    if (entry == nullptr) {
+    std::uint64_t const code = walker.unsignedLeb();
+    AbbrevEntry const* const entry = code != 0 ? unit.abbrevs().find(code) : nullptr;
+    if (code == 0 || !ORV_ASSERT(entry != nullptr, "false")) {
         return false;
     }
     m_isCut = m_isCut || m_search.isSpent();
@@ -160,7 +154,7 @@ bool DieChain::readLink(DwarfUnit& unit, std::uint64_t offset) {
 bool DieChain::isDeclaration() { return !first().hasPlace() && find(DieAttributes::slot_Inline) == nullptr; }
 
 AttrValue const* DieChain::find(DieAttributes::Slot slot, DwarfUnit*& unit) {
-    for (unsigned int i = m_begin; i < m_count || extend(); ++i) {
+    for (unsigned int i = 0; i < m_count || extend(); ++i) {
         if (m_links[i].attributes.has(slot)) {
             unit = m_links[i].unit;
             return m_links[i].attributes.get(slot);

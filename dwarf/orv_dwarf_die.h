@@ -101,11 +101,9 @@ public:
     DieAttributes& start(DwarfUnit& unit, std::uint64_t offset, unsigned int mostLinks = k_longestOriginChain);
     /// The same for an entry that is an origin itself, and is read here. False if it can't be.
     bool startAtOrigin(DwarfUnit& asking, std::uint64_t offset);
-    /// Goes on as the chain of the origin. False, with nothing changed, without one.
-    bool leaveFirst();
     /// True if the chain ends where too much was read, not where the file ends it.
     bool isCut() const { return m_isCut; }
-    DieAttributes& first() { return m_links[m_begin].attributes; }
+    DieAttributes& first() { return m_links[0].attributes; }
     /// The attribute of the entry or else of the nearest origin that has it; null if none has.
     AttrValue const* find(DieAttributes::Slot slot);
     /// The same, with the unit that the attribute stands in.
@@ -128,10 +126,9 @@ private:
 
     Budget& m_search;
     std::array<Link, k_longestOriginChain> m_links;
-    unsigned int m_begin = 0; ///< The link that counts as the entry.
     unsigned int m_count = 0;
     unsigned int m_mostLinks = k_longestOriginChain;
-    bool m_isComplete = false;
+    bool m_isComplete = true; ///< No further link can be had.
     bool m_isCut = false;
 };
 
@@ -140,7 +137,7 @@ private:
 /// Large, as it holds a chain: to be made once for a walk, not in what calls itself.
 class AttrBindings final : public SymMgrObjectImpl {
 public:
-    explicit AttrBindings(Budget& search, ILock* countLock = nullptr) : SymMgrObjectImpl(countLock), m_chain(search) {}
+    explicit AttrBindings(Budget& search) : SymMgrObjectImpl(nullptr), m_chain(search) {}
 
     /// Reads the entry of a unit at the walker. True if there is one; false at a null entry, at a code that the
     /// unit does not know and at a form that is refused, with what was read up to there.
@@ -150,8 +147,6 @@ public:
     AttrValue const* attribute(DieAttributes::Slot slot, bool localOnly = false) {
         return localOnly ? m_chain.first().get(slot) : m_chain.find(slot);
     }
-    /// With the unit that it stands in.
-    AttrValue const* attribute(DieAttributes::Slot slot, DwarfUnit*& unit) { return m_chain.find(slot, unit); }
     /// The value of a number; 0 where the attribute is not there.
     std::uint64_t number(DieAttributes::Slot slot) {
         AttrValue const* const value = attribute(slot);
@@ -162,8 +157,6 @@ public:
         AttrValue const* const value = attribute(DieAttributes::slot_Name);
         return value != nullptr ? reinterpret_cast<char const*>(value->data) : nullptr;
     }
-    /// An inlined body's origin takes the body's place. False without one.
-    bool resolveOrigin() { return m_chain.leaveFirst(); }
     /// True if too much was read for origins: some may be missing.
     bool isCut() const { return m_chain.isCut(); }
 

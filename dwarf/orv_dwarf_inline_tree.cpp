@@ -13,8 +13,8 @@ namespace ORV_3_30 {
 class InlineTree::Reader {
 public:
     Reader(InlineTree& tree, DwarfUnit& unit, unsigned long long firstStart)
-        : m_tree(tree), m_unit(unit), m_budgets(unit.reader().budgets()), m_firstStart(firstStart),
-          m_walker(unit.unitWalker()) {}
+        : m_tree(tree), m_unit(unit), m_search(nullptr, unit.reader().budgets().searchBytes()),
+          m_firstStart(firstStart), m_walker(unit.unitWalker()) {}
 
     void read(std::uint64_t dieOffset) {
         m_tree.m_nodes.push_back({dieOffset, 0, 1});
@@ -64,7 +64,11 @@ private:
         case DW_TAG_lexical_block:
         case DW_TAG_try_block:
         case DW_TAG_compile_unit: return enter(*entry);
-        case DW_TAG_unit_options: m_tree.m_options.push_back(offset); return enter(*entry);
+        case DW_TAG_unit_options:
+            if (m_tree.m_share.take()) {
+                m_tree.m_options.push_back(offset);
+            }
+            return enter(*entry);
         case DW_TAG_subprogram:
         case DW_TAG_entry_point: return addNode(*entry, offset, m_unit.isFortran());
         case DW_TAG_label: return addNode(*entry, offset, true);
@@ -103,7 +107,7 @@ private:
             return false;
         }
         auto const id = static_cast<Id>(m_tree.m_nodes.size());
-        bool const isAffordable = m_budgets.treeNodes.spend(1);
+        bool const isAffordable = m_tree.m_share.take();
         if (isAffordable) {
             m_tree.m_nodes.push_back({offset, entry.tag, id + 1});
         }
@@ -121,7 +125,7 @@ private:
         if (!attributes.read(m_walker, m_unit.forms(), m_unit.abbrevs(), entry)) {
             return false;
         }
-        if (m_chain.isDeclaration() || !m_budgets.treeNodes.spend(1)) {
+        if (m_chain.isDeclaration() || !m_tree.m_share.take()) {
             if (entry.hasChildren != 0) {
                 m_unit.skipChildren(m_walker, attributes.number(DieAttributes::slot_Sibling));
             }
@@ -161,8 +165,7 @@ private:
 
     OriginFacts originFacts(DieAttributes const& own) {
         AttrValue const* const reference = own.origin();
-        return reference != nullptr ? m_unit.reader().origins().factsOf(m_unit, reference->value, m_search)
-                                    : OriginFacts();
+        return reference != nullptr ? m_unit.reader().origins().factsOf(m_unit, reference->value) : OriginFacts();
     }
 
     /// False if it has no place, or none in the module.
@@ -193,8 +196,7 @@ private:
 
     InlineTree& m_tree;
     DwarfUnit& m_unit;
-    DwarfBudgets& m_budgets;
-    Budget m_search{"origins of inlined bodies", m_budgets.searchBytes()};
+    Budget m_search; ///< For the places that bodies have from their origins.
     unsigned long long m_firstStart;
     DwarfWalker m_walker;
     DieChain m_chain{m_search};
@@ -202,7 +204,8 @@ private:
     AddressPairs m_pairs;
 };
 
-InlineTree::InlineTree(DwarfUnit& unit, std::uint64_t dieOffset, unsigned long long firstStart) : m_unit(unit) {
+InlineTree::InlineTree(DwarfUnit& unit, std::uint64_t dieOffset, unsigned long long firstStart)
+    : m_share(unit.reader().budgets().treeNodes) {
     Reader(*this, unit, firstStart).read(dieOffset);
     m_nodes.shrink_to_fit();
     m_bodies.shrink_to_fit();
@@ -214,8 +217,6 @@ InlineTree::InlineTree(DwarfUnit& unit, std::uint64_t dieOffset, unsigned long l
     }
     m_runs.finish();
 }
-
-InlineTree::~InlineTree() { m_unit.reader().budgets().treeNodes.giveBack(m_nodes.size() - 1); }
 
 InlineTree::Body const* InlineTree::bodyAt(unsigned long long address) const {
     auto const* const run = m_runs.find(address);

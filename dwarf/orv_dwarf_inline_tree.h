@@ -50,7 +50,7 @@ public:
     InlineTree(DwarfUnit& unit, std::uint64_t dieOffset, unsigned long long firstStart);
     InlineTree(InlineTree const&) = delete;
     InlineTree& operator=(InlineTree const&) = delete;
-    ~InlineTree();
+    ~InlineTree() = default;
 
     Node const& node(Id id) const { return m_nodes[id]; }
     Body const& body(Id index) const { return m_bodies[index]; }
@@ -62,7 +62,23 @@ public:
 private:
     class Reader;
 
-    DwarfUnit& m_unit;
+    /// What the tree has taken from what may be kept; it comes back however the tree ends.
+    struct Share {
+        Budget& budget;
+        std::size_t count = 0;
+
+        explicit Share(Budget& of) : budget(of) {}
+        Share(Share const&) = delete;
+        Share& operator=(Share const&) = delete;
+        ~Share() { budget.giveBack(count); }
+        bool take() {
+            bool const isThere = budget.spend(1);
+            count += isThere ? 1 : 0;
+            return isThere;
+        }
+    };
+
+    Share m_share;
     std::vector<Node> m_nodes; ///< In the order of the file. The root first.
     std::vector<Body> m_bodies;
     std::vector<std::uint64_t> m_options;

@@ -3,20 +3,30 @@
 // A striped cache of what entries learn from their origins, by offset.
 #include "dwarf/orv_dwarf_origins.h"
 
-#include "dwarf/orv_dwarf_die.h"
+#include "dwarf/orv_dwarf_reader.h"
 
 namespace ORV_3_30 {
 namespace {
 
-OriginFacts readFacts(DwarfUnit& asking, std::uint64_t offset, Budget& search) {
+std::uint64_t numberOf(DieChain& chain, DieAttributes::Slot slot) {
+    AttrValue const* const value = chain.find(slot);
+    return value != nullptr ? value->value : 0;
+}
+
+OriginFacts readFacts(DwarfUnit& asking, std::uint64_t offset) {
     OriginFacts facts;
-    DieChain chain(search);
+    DieChain chain(asking.reader().budgets().origins);
     if (chain.startAtOrigin(asking, offset)) {
         facts.name = chain.symbolName();
         facts.isExternal = chain.find(DieAttributes::slot_External) != nullptr;
         for (auto const slot : {DieAttributes::slot_LowPc, DieAttributes::slot_HighPc, DieAttributes::slot_Ranges}) {
             facts.hasPlace |= chain.find(slot) != nullptr;
         }
+        AttrValue const* const file = chain.find(DieAttributes::slot_DeclFile, facts.declared.unit);
+        facts.declared.file = file != nullptr ? file->value : 0;
+        facts.declared.line = numberOf(chain, DieAttributes::slot_DeclLine);
+        facts.declared.column = numberOf(chain, DieAttributes::slot_DeclColumn);
+        facts.declared.discriminator = numberOf(chain, DieAttributes::slot_Discriminator);
     }
     if (chain.isCut()) {
         facts = OriginFacts();
@@ -27,7 +37,7 @@ OriginFacts readFacts(DwarfUnit& asking, std::uint64_t offset, Budget& search) {
 
 } // namespace
 
-OriginFacts OriginTable::factsOf(DwarfUnit& asking, std::uint64_t offset, Budget& search) {
+OriginFacts OriginTable::factsOf(DwarfUnit& asking, std::uint64_t offset) {
     constexpr std::uint64_t k_mix = 0x9E3779B97F4A7C15; // entries stand at all distances
     Shelf& shelf = m_shelves[(offset * k_mix >> 32) % m_shelves.size()];
     std::lock_guard<std::mutex> const guard(shelf.lock);
@@ -35,7 +45,7 @@ OriginFacts OriginTable::factsOf(DwarfUnit& asking, std::uint64_t offset, Budget
     if (known != shelf.facts.end()) {
         return known->second;
     }
-    OriginFacts const facts = readFacts(asking, offset, search);
+    OriginFacts const facts = readFacts(asking, offset);
     if (!facts.isCut) { // otherwise another question may get further
         shelf.facts.emplace(offset, facts);
     }

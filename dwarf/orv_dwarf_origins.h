@@ -10,8 +10,16 @@
 
 namespace ORV_3_30 {
 
-class Budget;
 class DwarfUnit;
+
+/// Where something was declared: each number is 0 where none of the entries tells it.
+struct DeclPlace {
+    std::uint64_t file = 0; ///< Number in the line table of the unit.
+    std::uint64_t line = 0;
+    std::uint64_t column = 0;
+    std::uint64_t discriminator = 0;
+    DwarfUnit* unit = nullptr;
+};
 
 /// What an origin tells, with its own origins.
 struct OriginFacts {
@@ -19,13 +27,14 @@ struct OriginFacts {
     bool hasPlace = false;      ///< It tells addresses.
     bool isExternal = false;
     bool isCut = false; ///< Too much was read before: nothing is known.
+    DeclPlace declared;
 };
 
 /// Keeps what was read: the same functions are inlined again and again. Any thread may ask.
 class OriginTable {
 public:
     /// Of the entry at an offset in .debug_info, asked for from a unit. Nothing for an entry that can't be read.
-    OriginFacts factsOf(DwarfUnit& asking, std::uint64_t offset, Budget& search);
+    OriginFacts factsOf(DwarfUnit& asking, std::uint64_t offset);
 
 private:
     /// Threads that read different functions seldom meet in one.

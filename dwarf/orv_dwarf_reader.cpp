@@ -3,6 +3,8 @@
 // Sections, relocated where they need it, and the headers of units in their order (DWARF version 4, 7.5.1.1).
 #include "dwarf/orv_dwarf_reader.h"
 
+#include "format/orv_elf_relocations.h"
+
 #include <algorithm>
 
 namespace ORV_3_30 {

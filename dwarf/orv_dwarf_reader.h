@@ -16,7 +16,6 @@
 #include "dwarf/orv_dwarf_budgets.h"
 #include "dwarf/orv_dwarf_origins.h"
 #include "dwarf/orv_dwarf_unit.h"
-#include "format/orv_elf_relocations.h"
 #include "format/orv_ffl.h"
 
 #include <memory>
@@ -24,8 +23,8 @@
 
 namespace ORV_3_30 {
 
-/// Units and sections stay as long as the reader. Written in the first load, read after it; the budgets and the origins
-/// are for any thread.
+/// Units and sections stay as long as the reader. Written in the first load, but for .debug_loc, and read after it; the
+/// budgets and the origins are for any thread.
 class DwarfReader {
 public:
     /// Neither is counted: their owner is the reader's too. loadBias: what is added to an address of the file to get

@@ -25,18 +25,24 @@ bool DeclLocation::readDeclaration(DWARFCompilationUnit& unit, std::uint64_t die
     DwarfUnit& entries = unit.entries();
     DwarfWalker walker = entries.sectionWalker();
     walker.seek(dieOffset);
-    Budget search("origins of a declaration", entries.reader().budgets().searchBytes());
-    AttrBindings die(search);
-    die.readDie(entries, walker);
-    if (die.tag() == DW_TAG_inlined_subroutine && !die.resolveOrigin()) {
-        return false;
+    AbbrevEntry const* const entry = entries.abbrevs().find(walker.unsignedLeb());
+    DieAttributes own;
+    if (entry != nullptr) {
+        own.read(walker, entries.forms(), entries.abbrevs(), *entry);
     }
+    AttrValue const* const origin = own.origin();
+    DeclPlace const inherited =
+        origin != nullptr ? entries.reader().origins().factsOf(entries, origin->value).declared : DeclPlace();
+    bool const isOwn = entry != nullptr && entry->tag != DW_TAG_inlined_subroutine;
+    auto const number = [&](DieAttributes::Slot slot, std::uint64_t otherwise) {
+        return isOwn && own.has(slot) ? own.number(slot) : otherwise;
+    };
     // The number is one of the table of the unit that has it: an origin may stand in another one.
-    DwarfUnit* holder = &entries;
-    AttrValue const* const file = die.attribute(DieAttributes::slot_DeclFile, holder);
-    out = {file != nullptr ? file->value : 0, die.number(DieAttributes::slot_DeclLine),
-           die.number(DieAttributes::slot_DeclColumn), die.number(DieAttributes::slot_Discriminator),
-           &unit.loader().viewOf(*holder)};
+    bool const hasFile = isOwn && own.has(DieAttributes::slot_DeclFile);
+    out = {number(DieAttributes::slot_DeclFile, inherited.file), number(DieAttributes::slot_DeclLine, inherited.line),
+           number(DieAttributes::slot_DeclColumn, inherited.column),
+           number(DieAttributes::slot_Discriminator, inherited.discriminator),
+           hasFile || inherited.unit == nullptr ? &unit : &unit.loader().viewOf(*inherited.unit)};
     return out.isKnown();
 }
 

@@ -43,6 +43,9 @@ bool StackVariableVisitor::visit(DwarfUnit& unit, AttrBindings& die) {
         return true;
     }
     char const* const name = die.name();
+    if (die.isCut()) {
+        return true; // nothing is kept of what is known by half
+    }
     std::string text = name != nullptr ? name : "";
     if (isSized && info.structOffset != ~std::uint64_t{0}) {
         appendMemberNames(unit, info.structOffset, address, m_targetAddress, m_loader.search(), text);

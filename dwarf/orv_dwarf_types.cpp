@@ -80,7 +80,8 @@ private:
     bool decode(DwarfUnit& unit, std::uint64_t offset, TypeInfo& out, unsigned int depth) {
         DwarfWalker walker = unit.sectionWalker();
         walker.seek(offset);
-        if (!m_die.readDie(unit, walker)) {
+        m_isCut = m_isCut || m_search.isSpent();
+        if (m_isCut || !m_die.readDie(unit, walker)) {
             return false;
         }
         std::uint32_t const tag = m_die.tag();
@@ -107,7 +108,7 @@ private:
             hasSize = find(unit, typeOffset, target, depth + 1) && countElements(unit, walker, count);
             out.size = target.size * count;
         }
-        if (name != nullptr && !m_search.isSpent()) {
+        if (name != nullptr && !m_isCut) {
             std::string_view const text = name;
             out.isInteger = isIntegerName(text);
             m_isCut |= !m_search.settle(text.size());

@@ -24,7 +24,7 @@ struct SrcLocator {
     unsigned int fileId;
 };
 
-/// Only grows. No lock: the table guards it.
+/// No lock: the table guards it.
 class LineRows {
 public:
     struct Run {

@@ -2,7 +2,7 @@
 // SPDX-FileCopyrightText: The ORV authors
 /// The one store of address to line knowledge of a module, whatever the debug format.
 ///
-///     SymMgrObjectPtr<LineTable> table(new LineTable(loader, resolver, nullptr));
+///     SymMgrObjectPtr<LineTable> table(new LineTable(loader, resolver));
 ///     table->addLine(unit, fileId, 12, 3, 0x1000, 8, 0);
 ///     SymMgrObjectPtr<SourceLines> lines;
 ///     table->sourceLinesByAddress(lines, 0x1004, k_allUnits, k_allFiles);
