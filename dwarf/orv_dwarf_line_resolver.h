@@ -4,7 +4,7 @@
 #pragma once
 
 #include "lines/orv_dil.h"
-#include "lines/orv_source.h"
+#include "lines/orv_sourceline_impl.h"
 
 #include <atomic>
 #include <cstdint>

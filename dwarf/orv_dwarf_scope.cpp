@@ -10,7 +10,7 @@
 #include "dwarf/orv_dwarf_symbols.h"
 #include "dwarf/orv_dwarf_types.h"
 #include "lines/orv_caller_lines.h"
-#include "lines/orv_source.h"
+#include "lines/orv_sourceline_impl.h"
 #include "symbols/orv_symbolrange.h"
 #include "symbols/orv_symboltable.h"
 

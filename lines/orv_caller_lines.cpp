@@ -4,7 +4,7 @@
 #include "lines/orv_caller_lines.h"
 
 #include "core/orv_trace.h"
-#include "lines/orv_source.h"
+#include "lines/orv_sourceline_impl.h"
 #include "orv/orv_fileformatloader.h"
 #include "symbols/orv_symbolrange.h"
 

@@ -7,7 +7,7 @@
 /// the line table with what the symbols know.
 #pragma once
 
-#include "lines/orv_linetable.h"
+#include "lines/orv_linetable_impl.h"
 #include "orv/orv_symbolrange.h"
 #include "symbols/orv_accepted_ranges.h"
 #include "symbols/orv_scope.h"

@@ -6,7 +6,7 @@
 #include "core/orv_trace.h"
 #include "lines/orv_caller_lines.h"
 #include "lines/orv_line_iterators.h"
-#include "lines/orv_source.h"
+#include "lines/orv_sourceline_impl.h"
 
 namespace ORV_3_30 {
 

@@ -7,7 +7,7 @@
 /// by id. The iterators and the choice of a line come from here. EmptyDebugInfoLoader has neither.
 #pragma once
 
-#include "lines/orv_linetable.h"
+#include "lines/orv_linetable_impl.h"
 #include "orv/orv_fileformatloader.h"
 #include "symbols/orv_globalscope.h"
 

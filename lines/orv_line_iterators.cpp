@@ -3,7 +3,7 @@
 // The rows of a stretch, file by file and unit by unit, by binary search and a tree of greatest ends.
 #include "lines/orv_line_iterators.h"
 
-#include "lines/orv_source.h"
+#include "lines/orv_sourceline_impl.h"
 
 #include <algorithm>
 #include <utility>

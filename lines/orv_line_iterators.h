@@ -3,7 +3,7 @@
 /// Iterators that show the line table as it is.
 #pragma once
 
-#include "lines/orv_linetable.h"
+#include "lines/orv_linetable_impl.h"
 
 namespace ORV_3_30 {
 

@@ -3,7 +3,7 @@
 /// Inlined bodies: when they are made, what they know of their calls, which of them wins.
 
 #include "dwarf/orv_dwarf_constants.h"
-#include "lines/orv_source.h"
+#include "lines/orv_sourceline_impl.h"
 #include "orv/orv_frames.h"
 #include "support/orv_assembler.h"
 #include "symbols/orv_globalscope.h"

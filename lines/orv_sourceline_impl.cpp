@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
 // Source files, locations and lines, as clients hold them.
-#include "lines/orv_source.h"
+#include "lines/orv_sourceline_impl.h"
 
 #include "core/orv_address.h"
 #include "orv/orv_fileformatloader.h"

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
 // Rows are found by binary search over runs by base, and by trees of greatest ends where runs overlap.
-#include "lines/orv_linetable.h"
+#include "lines/orv_linetable_impl.h"
 
 #include "lines/orv_line_iterators.h"
 #include "symbols/orv_accepted_ranges.h"
