@@ -6,6 +6,7 @@
 #include "orv_cli_laid_out.h"
 #include "orv_cli_resolver.h"
 
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
@@ -166,24 +167,13 @@ bool Module::is32Bit() {
 }
 
 bool parseAddress(std::string_view text, unsigned long long& out) {
-    std::size_t at = text.substr(0, 2) == "0x" || text.substr(0, 2) == "0X" ? 2 : 0;
+    bool const hasPrefix = text.substr(0, 2) == "0x" || text.substr(0, 2) == "0X";
+    char const* const end = text.data() + text.size();
     unsigned long long value = 0;
-    if (at == text.size()) {
-        return false;
-    }
-    for (; at < text.size(); ++at) {
-        char const c = text[at];
-        unsigned int const digit = c >= '0' && c <= '9'   ? static_cast<unsigned int>(c - '0')
-                                   : c >= 'a' && c <= 'f' ? static_cast<unsigned int>(c - 'a' + 10)
-                                   : c >= 'A' && c <= 'F' ? static_cast<unsigned int>(c - 'A' + 10)
-                                                          : 16;
-        if (digit == 16 || value >> 60 != 0) {
-            return false;
-        }
-        value = value << 4 | digit;
-    }
-    out = value;
-    return true;
+    auto const [last, error] = std::from_chars(text.data() + (hasPrefix ? 2 : 0), end, value, 16);
+    bool const isAddress = error == std::errc() && last == end;
+    out = isAddress ? value : out;
+    return isAddress;
 }
 
 } // namespace orv_cli

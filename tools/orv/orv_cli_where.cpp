@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <cstdlib>
 
 namespace orv_cli {
@@ -16,13 +17,6 @@ constexpr std::string_view k_blanks = " \t\n\r\v\f";
 
 std::string_view withoutBlanks(std::string_view text) {
     return text.substr(std::min(text.find_first_not_of(k_blanks), text.size()));
-}
-
-unsigned int digitOf(char c) {
-    return c >= '0' && c <= '9'   ? static_cast<unsigned int>(c - '0')
-           : c >= 'a' && c <= 'f' ? static_cast<unsigned int>(c - 'a' + 10)
-           : c >= 'A' && c <= 'F' ? static_cast<unsigned int>(c - 'A' + 10)
-                                  : 16;
 }
 
 /// Behind digits: what makes a name of them, or an offset from one.
@@ -49,19 +43,14 @@ bool hasPlace(ISection& section, IFileFormatLoader& loader) {
 } // namespace
 
 bool readHex(std::string_view text, unsigned long long& out, std::string_view& rest) {
-    bool const hasPrefix =
-        text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X') && digitOf(text[2]) < 16;
-    std::size_t at = hasPrefix ? 2 : 0;
-    std::size_t const begin = at;
-    bool isTooLarge = false;
-    unsigned long long value = 0;
-    for (; at < text.size() && digitOf(text[at]) < 16; ++at) {
-        isTooLarge |= value >> 60 != 0;
-        value = value << 4 | digitOf(text[at]);
-    }
-    out = isTooLarge ? ~0ULL : value;
-    rest = text.substr(at);
-    return at > begin;
+    bool const hasPrefix = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X') &&
+                           std::isxdigit(static_cast<unsigned char>(text[2])) != 0;
+    rest = text.substr(hasPrefix ? 2 : 0);
+    out = 0;
+    auto const [end, error] = std::from_chars(rest.data(), rest.data() + rest.size(), out, 16);
+    out = error == std::errc::result_out_of_range ? ~0ULL : out;
+    rest.remove_prefix(static_cast<std::size_t>(end - rest.data()));
+    return error != std::errc::invalid_argument;
 }
 
 WordReader::WordReader(Module& module, std::optional<std::string> const& section)
