@@ -11,8 +11,8 @@
 #include <array>
 #include <atomic>
 #include <cstdio>
-#include <exception>
-#include <memory>
+#include <functional>
+#include <future>
 #include <mutex>
 #include <numeric>
 #include <system_error>
@@ -53,59 +53,28 @@ void groupByLocality(std::vector<Query>& queries, std::vector<Query*>& grouped) 
     }
 }
 
-/// Shares of the queries, in their order.
-class Tasks {
-public:
-    explicit Tasks(std::size_t queryCount) : m_end(queryCount) {}
-
-    /// False if none is left.
-    bool take(std::size_t& begin, std::size_t& end) {
-        constexpr std::size_t k_queriesPerTask = 1024;
-        begin = m_next.fetch_add(k_queriesPerTask);
-        end = std::min(begin + k_queriesPerTask, m_end);
-        return begin < m_end;
-    }
-
-private:
-    std::atomic<std::size_t> m_next{0};
-    std::size_t m_end;
-};
-
 /// Runs work(i) for each i below count, on a thread of its own but for the first, or on this one where the system has
 /// no more. Throws what one of them has thrown.
 template <typename Work> void inParallel(std::size_t count, Work const& work) {
-    std::exception_ptr failure; // of any thread: the last one stays
-    std::mutex failureLock;
-    auto const run = [&](std::size_t i) {
-        try {
-            work(i);
-        } catch (...) {
-            std::lock_guard<std::mutex> const guard(failureLock);
-            failure = std::current_exception();
-        }
-    };
-    std::vector<std::thread> threads;
-    threads.reserve(count - 1);
+    std::vector<std::future<void>> others;
     try {
-        while (threads.size() < count - 1) {
-            threads.emplace_back(run, threads.size() + 1);
+        while (others.size() + 1 < count) {
+            others.push_back(std::async(std::launch::async, std::cref(work), others.size() + 1));
         }
     } catch (std::system_error const&) { // what is left has fewer threads
     }
-    run(0);
-    for (std::size_t i = threads.size() + 1; i < count; ++i) {
-        run(i);
+    work(0);
+    for (std::size_t i = others.size() + 1; i < count; ++i) {
+        work(i);
     }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    if (failure) {
-        std::rethrow_exception(failure);
+    for (std::future<void>& other : others) {
+        other.get();
     }
 }
 
 /// Fewer are not worth a thread.
 constexpr std::size_t k_queriesPerThread = 2048;
+constexpr std::size_t k_queriesPerTask = 1024;
 
 class Symbolizer {
 public:
@@ -151,11 +120,11 @@ private:
         if (count > 1) {
             prime();
         }
-        Tasks tasks(m_grouped.size());
+        std::atomic<std::size_t> next{0};
         inParallel(count, [&](std::size_t /*i*/) {
-            std::size_t begin = 0;
-            std::size_t end = 0;
-            for (std::vector<unsigned long long> addresses; tasks.take(begin, end); addresses.clear()) {
+            for (std::size_t begin = 0; (begin = next.fetch_add(k_queriesPerTask)) < m_grouped.size();) {
+                std::size_t const end = std::min(begin + k_queriesPerTask, m_grouped.size());
+                std::vector<unsigned long long> addresses;
                 for (std::size_t i = begin; i < end; ++i) {
                     addresses.push_back(m_grouped[i]->address);
                 }
