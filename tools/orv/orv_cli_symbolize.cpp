@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
-// symbolize: many addresses at once, sorted by counting, in shares for each thread.
+// symbolize: many addresses at once, sorted, in shares for each thread.
 #include "orv_cli_answer.h"
 #include "orv_cli_input.h"
 #include "orv_cli_output.h"
@@ -8,50 +8,17 @@
 #include "orv_cli_where.h"
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <cstdio>
 #include <functional>
 #include <future>
 #include <mutex>
-#include <numeric>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 namespace orv_cli {
 namespace {
-
-/// The queries by address: neighbours in a module are found at less cost one after the other, and equals once.
-void groupByLocality(std::vector<Query>& queries, std::vector<Query*>& grouped) {
-    constexpr unsigned int k_groupBits = 11;
-    grouped.resize(queries.size());
-    unsigned long long lowest = ~0ULL;
-    unsigned long long highest = 0;
-    for (Query const& query : queries) {
-        lowest = std::min(lowest, query.address);
-        highest = std::max(highest, query.address);
-    }
-    unsigned int shift = 0;
-    while (lowest < highest && (highest - lowest) >> shift >> k_groupBits != 0) {
-        ++shift;
-    }
-    std::array<std::size_t, (std::size_t{1} << k_groupBits) + 1> starts{};
-    for (Query const& query : queries) {
-        ++starts[((query.address - lowest) >> shift) + 1];
-    }
-    std::partial_sum(starts.begin(), starts.end(), starts.begin());
-    for (Query& query : queries) {
-        grouped[starts[(query.address - lowest) >> shift]++] = &query;
-    }
-    // Each group ends where the next one began.
-    std::size_t begin = 0;
-    for (std::size_t group = 0; begin < grouped.size(); ++group) {
-        std::sort(grouped.begin() + static_cast<std::ptrdiff_t>(begin),
-                  grouped.begin() + static_cast<std::ptrdiff_t>(starts[group]),
-                  [](Query const* a, Query const* b) { return a->address < b->address; });
-        begin = starts[group];
-    }
-}
 
 /// Runs work(i) for each i below count, on a thread of its own but for the first, or on this one where the system has
 /// no more. Throws what one of them has thrown.
@@ -88,7 +55,11 @@ public:
         for (std::size_t i = 0; i < words.size(); ++i) {
             read(words[i], m_queries[i]);
         }
-        groupByLocality(m_queries, m_grouped);
+        m_byAddress.clear();
+        for (Query& query : m_queries) {
+            m_byAddress.emplace_back(query.address, &query);
+        }
+        std::sort(m_byAddress.begin(), m_byAddress.end());
         findAll();
         printAll();
     }
@@ -122,15 +93,16 @@ private:
         }
         std::atomic<std::size_t> next{0};
         inParallel(count, [&](std::size_t /*i*/) {
-            for (std::size_t begin = 0; (begin = next.fetch_add(k_queriesPerTask)) < m_grouped.size();) {
-                std::size_t const end = std::min(begin + k_queriesPerTask, m_grouped.size());
+            for (std::size_t begin = 0; (begin = next.fetch_add(k_queriesPerTask)) < m_byAddress.size();) {
+                std::size_t const end = std::min(begin + k_queriesPerTask, m_byAddress.size());
                 std::vector<unsigned long long> addresses;
                 for (std::size_t i = begin; i < end; ++i) {
-                    addresses.push_back(m_grouped[i]->address);
+                    addresses.push_back(m_byAddress[i].first);
                 }
                 SymMgrObjectPtr<IFrames> const answer = ask(addresses.data(), addresses.size(), m_wanted);
                 for (std::size_t i = begin; i < end; ++i) {
-                    m_grouped[i]->innermost = answer && m_grouped[i]->isInModule ? answer->at(i - begin) : nullptr;
+                    Query& query = *m_byAddress[i].second;
+                    query.innermost = answer && query.isInModule ? answer->at(i - begin) : nullptr;
                 }
                 std::lock_guard<std::mutex> const guard(m_answersLock);
                 m_answers.push_back(answer);
@@ -146,7 +118,7 @@ private:
 
     /// Symbols and lines are read side by side.
     void prime() {
-        unsigned long long const address = m_grouped.front()->address;
+        unsigned long long const address = m_byAddress.front().first;
         inParallel(2, [&](std::size_t i) {
             ask(&address, 1, m_wanted | (i == 0 ? frames_NoLines : frames_NoFunctions | frames_NoInlines));
         });
@@ -196,7 +168,8 @@ private:
     bool m_is32Bit;
     AnswerText m_text;
     std::vector<Query> m_queries;
-    std::vector<Query*> m_grouped;
+    /// Neighbours in a module are found at less cost one after the other, and equals once.
+    std::vector<std::pair<unsigned long long, Query*>> m_byAddress;
     unsigned int m_wanted;
     std::mutex m_answersLock;
     std::vector<SymMgrObjectPtr<IFrames>> m_answers; ///< That the queries refer to.
