@@ -92,7 +92,7 @@ int address(std::string const& moduleName, std::vector<std::string> const& words
             continue;
         }
         if (!isFirst && !common.json) {
-            printLine("");
+            std::putchar('\n');
         }
         isFirst = false;
         print(module, *found, common.json);

@@ -21,11 +21,6 @@ std::string hexColumn(unsigned long long value) {
     return text;
 }
 
-void printLine(std::string const& text) {
-    std::fwrite(text.data(), 1, text.size(), stdout);
-    std::fputc('\n', stdout);
-}
-
 std::string textOf(Json const& object) { return object.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n'; }
 
 void printJson(Json const& object) {

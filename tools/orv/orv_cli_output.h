@@ -15,7 +15,6 @@ using Json = nlohmann::ordered_json;
 std::string hex(unsigned long long value);
 /// Sixteen digits without a prefix, for columns.
 std::string hexColumn(unsigned long long value);
-void printLine(std::string const& text);
 /// A line. Bytes that are not UTF-8 are replaced: names come from files.
 std::string textOf(Json const& object);
 void printJson(Json const& object);

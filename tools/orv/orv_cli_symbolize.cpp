@@ -46,8 +46,8 @@ constexpr std::size_t k_queriesPerTask = 1024;
 class Symbolizer {
 public:
     Symbolizer(SymbolizeOptions const& options, CommonOptions const& common)
-        : m_options(options), m_common(common), m_module(Module::load(options.module, common, Module::View::LaidOut)),
-          m_reader(m_module, options.section), m_is32Bit(m_module.is32Bit()), m_text(options, common.json, m_is32Bit),
+        : m_options(options), m_module(Module::load(options.module, common, Module::View::LaidOut)),
+          m_reader(m_module, options.section), m_text(options, common.json, m_module.is32Bit()),
           m_wanted(wanted(options, common.json)) {}
 
     template <typename Words> void answer(Words const& words) {
@@ -162,10 +162,8 @@ private:
     };
 
     SymbolizeOptions const& m_options;
-    CommonOptions const& m_common;
     Module& m_module;
     WordReader m_reader;
-    bool m_is32Bit;
     AnswerText m_text;
     std::vector<Query> m_queries;
     /// Neighbours in a module are found at less cost one after the other, and equals once.
