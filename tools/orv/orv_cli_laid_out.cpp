@@ -8,6 +8,7 @@
 #include <elf.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <limits>
 
@@ -16,22 +17,6 @@ namespace {
 
 constexpr unsigned long long k_firstAddress = 0x10000; // nothing stands at 0: that means "dropped"
 constexpr unsigned long long k_alignment = 16;         // also the gap that keeps sections apart
-
-struct Elf32 {
-    using Ehdr = Elf32_Ehdr;
-    using Phdr = Elf32_Phdr;
-    using Shdr = Elf32_Shdr;
-    using Sym = Elf32_Sym;
-    static constexpr unsigned long long k_lastAddress = std::numeric_limits<std::uint32_t>::max();
-};
-
-struct Elf64 {
-    using Ehdr = Elf64_Ehdr;
-    using Phdr = Elf64_Phdr;
-    using Shdr = Elf64_Shdr;
-    using Sym = Elf64_Sym;
-    static constexpr unsigned long long k_lastAddress = std::numeric_limits<std::uint64_t>::max() >> 1;
-};
 
 /// Bytes that stand in place of the file's, or behind its end.
 struct Overlay {
@@ -83,12 +68,7 @@ private:
 };
 
 /// Lays out a file of one class.
-template <typename Format> class Layout {
-    using Ehdr = typename Format::Ehdr;
-    using Phdr = typename Format::Phdr;
-    using Shdr = typename Format::Shdr;
-    using Sym = typename Format::Sym;
-
+template <typename Ehdr, typename Phdr, typename Shdr, typename Sym> class Layout {
 public:
     explicit Layout(IModuleImage& file) : m_file(file) {}
 
@@ -155,12 +135,12 @@ private:
             if (!isOurs) {
                 continue;
             }
-            if (section.sh_size > Format::k_lastAddress - next - 2 * k_alignment) {
+            if (section.sh_size > k_lastAddress - next - 2 * k_alignment) {
                 return false;
             }
             section.sh_addr = static_cast<decltype(section.sh_addr)>(next);
             next = (next + section.sh_size + 2 * k_alignment - 1) / k_alignment * k_alignment;
-            if (next > Format::k_lastAddress - 2 * k_alignment) {
+            if (next > k_lastAddress - 2 * k_alignment) {
                 return false;
             }
         }
@@ -185,14 +165,17 @@ private:
         m_overlays.emplace_back(table->sh_offset, symbols.data(), symbols.size());
     }
 
+    static constexpr unsigned long long k_lastAddress =
+        std::min<unsigned long long>(std::numeric_limits<decltype(Sym::st_value)>::max(), INT64_MAX);
+
     IModuleImage& m_file;
     Ehdr m_header{};
     std::vector<Shdr> m_sections;
     std::vector<Overlay> m_overlays;
 };
 
-template <typename Format> SymMgrObjectPtr<IModuleImage> layOut(SymMgrObjectPtr<IModuleImage> const& file) {
-    Layout<Format> layout(*file);
+template <typename FileLayout> SymMgrObjectPtr<IModuleImage> layOut(SymMgrObjectPtr<IModuleImage> const& file) {
+    FileLayout layout(*file);
     return layout.run() ? SymMgrObjectPtr<IModuleImage>(new LaidOutImage(file, layout.takeOverlays()))
                         : SymMgrObjectPtr<IModuleImage>();
 }
@@ -205,7 +188,8 @@ SymMgrObjectPtr<IModuleImage> laidOutImage(char const* name, arch_t arch) {
     if (!file || file->read(0, EI_NIDENT, ident) != EI_NIDENT || std::memcmp(ident, ELFMAG, SELFMAG) != 0) {
         return {};
     }
-    return ident[EI_CLASS] == ELFCLASS32 ? layOut<Elf32>(file) : layOut<Elf64>(file);
+    return ident[EI_CLASS] == ELFCLASS32 ? layOut<Layout<Elf32_Ehdr, Elf32_Phdr, Elf32_Shdr, Elf32_Sym>>(file)
+                                         : layOut<Layout<Elf64_Ehdr, Elf64_Phdr, Elf64_Shdr, Elf64_Sym>>(file);
 }
 
 } // namespace orv_cli
