@@ -97,11 +97,6 @@ std::string completed(std::vector<CLI::Option const*> const& options, std::strin
     return fitting.size() == 1 ? full : std::string();
 }
 
-bool isExact(std::vector<CLI::Option const*> const& options, std::string const& name) {
-    return std::any_of(options.begin(), options.end(),
-                       [&](CLI::Option const* option) { return option->check_lname(name); });
-}
-
 } // namespace
 
 std::vector<std::string> expandFiles(std::vector<std::string> words) {
@@ -135,10 +130,7 @@ std::vector<std::string> expandFiles(std::vector<std::string> words) {
 }
 
 void completeOptions(CLI::App const& command, std::vector<std::string>& words) {
-    std::vector<CLI::Option const*> const options = command.get_options();
-    std::vector<CLI::Option const*> classic;
-    std::copy_if(options.begin(), options.end(), std::back_inserter(classic),
-                 [](CLI::Option const* option) { return option->get_group() == k_classicGroup; });
+    auto const isClassic = [](CLI::Option const* option) { return option->get_group() == k_classicGroup; };
     bool isValue = false;
     for (std::string& word : words) {
         if (isValue) {
@@ -150,9 +142,9 @@ void completeOptions(CLI::App const& command, std::vector<std::string>& words) {
         }
         std::size_t const end = std::min(word.find('='), word.size());
         std::string const name = end > 2 && word.rfind("--", 0) == 0 ? word.substr(2, end - 2) : std::string();
-        if (!name.empty() && !isExact(options, name)) {
-            std::string full = completed(classic, name);
-            full = full.empty() ? completed(options, name) : full;
+        if (!name.empty() && command.get_option_no_throw("--" + name) == nullptr) {
+            std::string full = completed(command.get_options(isClassic), name);
+            full = full.empty() ? completed(command.get_options(), name) : full;
             word.replace(2, full.empty() ? 0 : end - 2, full);
         }
         isValue = takesNext(command, word);

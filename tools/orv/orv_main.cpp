@@ -142,12 +142,8 @@ private:
     /// The command that is named, or the one that there is.
     CLI::App const& commandOf(std::vector<std::string> const& words) const {
         std::string const name = firstPlainWord(m_app, words);
-        for (CLI::App const* const command : m_app.get_subcommands({})) {
-            if (name == command->get_name()) {
-                return *command;
-            }
-        }
-        return m_app;
+        auto const named = m_app.get_subcommands([&](CLI::App const* app) { return app->get_name() == name; });
+        return named.empty() ? m_app : *named.front();
     }
 
     /// What every command takes, ahead of its name or behind it.
