@@ -184,15 +184,15 @@ private:
         return CLI::Validator(check, std::string(name) + " (" + words + ")");
     }
 
-    void addModule(CLI::App* command) {
-        command->add_option("MODULE", m_module, "Program, library, relocatable file or kernel module")
+    static void addModule(CLI::App* command, std::string& module) {
+        command->add_option("MODULE", module, "Program, library, relocatable file or kernel module")
             ->required()
             ->type_name("");
     }
 
     void addModuleCommand(char const* name, char const* description, char const* example,
                           int (*run)(std::string const&, CommonOptions const&)) {
-        addModule(add(name, description, example, [this, run] { return run(m_module, m_common); }));
+        addModule(add(name, description, example, [this, run] { return run(m_module, m_common); }), m_module);
     }
 
     int runSymbolize() {
@@ -263,50 +263,44 @@ private:
     void addSymbols() {
         SymbolsOptions& options = m_symbols;
         CLI::App* const command = add("symbols", "The symbols of a module by address",
-                                      "orv symbols --kind function,data --range 1000:2000 -C /bin/ls", [this] {
-                                          m_symbols.module = m_module;
-                                          return symbols(m_symbols, m_common);
-                                      });
+                                      "orv symbols --kind function,data --range 1000:2000 -C /bin/ls",
+                                      [this] { return symbols(m_symbols, m_common); });
         command->add_option("--kind", options.kinds, "Kinds to show: function, data, other")
             ->check(CLI::Validator(checkKinds, "KIND,..."));
         command->add_option("--range", options.range, "Addresses to show, hexadecimal; either side may be missing")
             ->check(CLI::Validator(checkRange, "FROM:TO"));
         command->add_flag("--disjoint", options.disjoint, "Cut overlaps: one symbol at each address");
         command->add_flag("-C,--demangle", options.demangle, "Demangle names");
-        addModule(command);
+        addModule(command, options.module);
     }
 
     void addLines() {
         LinesOptions& options = m_lines;
-        CLI::App* const command = add("lines", "Which source line each stretch of code came from",
-                                      "orv lines --file main.cpp --range 1000:2000 prog", [this] {
-                                          m_lines.module = m_module;
-                                          return lines(m_lines, m_common);
-                                      });
+        CLI::App* const command =
+            add("lines", "Which source line each stretch of code came from",
+                "orv lines --file main.cpp --range 1000:2000 prog", [this] { return lines(m_lines, m_common); });
         command->add_option("--file", options.file, "Lines of this file: a path, or the end of one")->type_name("NAME");
         command->add_option("--range", options.range, "Addresses to show, hexadecimal; either side may be missing")
             ->check(CLI::Validator(checkRange, "FROM:TO"));
         command->add_flag("--all", options.all, "Show rows of size 0 too");
         command->add_option("--unit", options.unit, "Lines of this unit, by its id")
             ->check(CLI::Validator(checkAddress, "ID"));
-        addModule(command);
+        addModule(command, options.module);
     }
 
     void addFunctionCommand(char const* name, char const* description, char const* example,
                             int (*run)(std::string const&, std::string const&, CommonOptions const&)) {
         CLI::App* const command =
             add(name, description, example, [this, run] { return run(m_module, m_word, m_common); });
-        addModule(command);
+        addModule(command, m_module);
         command->add_option("NAME", m_word, "Its name, mangled or not, or an address in it")->required()->type_name("");
     }
 
     void addStackVariables() {
         StackOptions& options = m_stack;
         CLI::App* const command = add("stackvar", "The local variable or member that owns a stack address",
-                                      "orv stackvar prog --pc 1161 --sp 7ffe1000 --fp 7ffe1040 7ffe1034", [this] {
-                                          m_stack.module = m_module;
-                                          return stackVariables(m_stack, m_common);
-                                      });
+                                      "orv stackvar prog --pc 1161 --sp 7ffe1000 --fp 7ffe1040 7ffe1034",
+                                      [this] { return stackVariables(m_stack, m_common); });
         auto const addNumber = [&](char const* name, std::string& value, char const* description) {
             command->add_option(name, value, description)->required()->check(CLI::Validator(checkAddress, "ADDR"));
         };
@@ -314,7 +308,7 @@ private:
         addNumber("--sp", options.stackPointer, "Value of the stack pointer there");
         addNumber("--fp", options.framePointer,
                   "Value of the frame pointer there; of DWARF 3 the canonical frame address");
-        addModule(command);
+        addModule(command, options.module);
         command->add_option("ADDR", options.words, "Stack addresses, hexadecimal")
             ->required()
             ->type_name("")
@@ -330,7 +324,7 @@ private:
             ->add_flag_callback(
                 "--file-offset", [this] { m_form = AddressForm::FileOffset; }, "The numbers are positions in the file")
             ->excludes(rva);
-        addModule(command);
+        addModule(command, m_module);
         command->add_option("ADDR", m_words, "Hexadecimal numbers")->required()->type_name("");
     }
 
