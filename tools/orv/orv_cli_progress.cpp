@@ -11,32 +11,26 @@ namespace orv_cli {
 
 Progress::Progress(std::string const& what) {
     if (::isatty(STDERR_FILENO) != 0) {
-        m_thread = std::thread([this, what] { show(what); });
+        m_thread = std::thread(show, what, m_end.get_future());
     }
 }
 
 Progress::~Progress() {
-    if (!m_thread.joinable()) {
-        return;
+    if (m_thread.joinable()) {
+        m_end.set_value();
+        m_thread.join();
     }
-    {
-        std::lock_guard<std::mutex> const guard(m_lock);
-        m_isEnded = true;
-    }
-    m_ended.notify_one();
-    m_thread.join();
 }
 
-void Progress::show(std::string const& what) {
+void Progress::show(std::string const& what, std::future<void> const& end) {
     using namespace std::chrono_literals;
-    std::unique_lock<std::mutex> guard(m_lock);
-    if (m_ended.wait_for(guard, 500ms, [this] { return m_isEnded; })) {
+    if (end.wait_for(500ms) == std::future_status::ready) {
         return;
     }
     for (unsigned int tenths = 5;; tenths += 1) {
         std::fprintf(stderr, "\r%s: %u.%u s", what.c_str(), tenths / 10, tenths % 10);
         std::fflush(stderr);
-        if (m_ended.wait_for(guard, 100ms, [this] { return m_isEnded; })) {
+        if (end.wait_for(100ms) == std::future_status::ready) {
             break;
         }
     }

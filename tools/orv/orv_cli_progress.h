@@ -3,8 +3,7 @@
 /// A sign of life for people while something takes long.
 #pragma once
 
-#include <condition_variable>
-#include <mutex>
+#include <future>
 #include <string>
 #include <thread>
 
@@ -20,12 +19,10 @@ public:
     Progress& operator=(Progress const&) = delete;
 
 private:
-    void show(std::string const& what);
+    static void show(std::string const& what, std::future<void> const& end);
 
     std::thread m_thread;
-    std::mutex m_lock;
-    std::condition_variable m_ended;
-    bool m_isEnded = false;
+    std::promise<void> m_end;
 };
 
 } // namespace orv_cli
