@@ -51,14 +51,12 @@ void print(Module& module, IAddress& address, bool json) {
     Place const inSymbol = symbolAt(module, address);
     unsigned long long const offset = address.fileOffset();
     if (json) {
-        Json object;
-        object["address"] = hex(address.pseudoAddr());
-        object["rva"] = hex(address.rva());
-        object["file_offset"] = offset != k_none ? Json(hex(offset)) : Json();
-        object["segment"] = inSegment.json();
-        object["section"] = inSection.json();
-        object["symbol"] = inSymbol.json();
-        printJson(object);
+        printJson({{"address", hex(address.pseudoAddr())},
+                   {"rva", hex(address.rva())},
+                   {"file_offset", offset != k_none ? Json(hex(offset)) : Json()},
+                   {"segment", inSegment.json()},
+                   {"section", inSection.json()},
+                   {"symbol", inSymbol.json()}});
         return;
     }
     std::printf("address      %s\n", hex(address.pseudoAddr()).c_str());

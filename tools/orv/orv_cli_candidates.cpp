@@ -53,14 +53,12 @@ int candidates(std::string const& moduleName, CommonOptions const& common) {
         std::string const name = outcome.isTaken ? outcome.name : outcome.sought;
         std::string const reason = outcome.isTaken ? whyTaken(outcome.kind) : resolver.whyNot(outcome);
         if (common.json) {
-            Json object;
-            object["kind"] = nameOf(outcome.kind);
-            object["format"] = nameOfSymbolFormat(outcome.format);
-            object["validity"] = outcome.validity;
-            object["taken"] = outcome.isTaken;
-            object["name"] = name;
-            object["reason"] = reason;
-            printJson(object);
+            printJson({{"kind", nameOf(outcome.kind)},
+                       {"format", nameOfSymbolFormat(outcome.format)},
+                       {"validity", outcome.validity},
+                       {"taken", outcome.isTaken},
+                       {"name", name},
+                       {"reason", reason}});
         } else {
             std::printf("%-7s  %-13s  %s\n                        %s\n", outcome.isTaken ? "taken" : "-",
                         nameOf(outcome.kind), name.c_str(), reason.c_str());

@@ -41,15 +41,13 @@ bool matchesName(char const* path, std::string const& name) {
 void printUnit(ICompUnitDetails& unit, bool json) {
     ISourceFile* const main = unit.mainSourceFile();
     if (json) {
-        Json object;
-        object["id"] = hex(unit.id());
-        object["main_file"] = main != nullptr ? Json(main->path()) : Json();
-        object["directory"] = unit.compilationDirectory();
-        object["language"] = nameOfLanguage(unit.language());
-        object["compiler"] = unit.compilerName();
-        object["compiler_version"] = versionOf(unit);
-        object["options"] = unit.compileOptions();
-        printJson(object);
+        printJson({{"id", hex(unit.id())},
+                   {"main_file", main != nullptr ? Json(main->path()) : Json()},
+                   {"directory", unit.compilationDirectory()},
+                   {"language", nameOfLanguage(unit.language())},
+                   {"compiler", unit.compilerName()},
+                   {"compiler_version", versionOf(unit)},
+                   {"options", unit.compileOptions()}});
         return;
     }
     std::printf("%s  %s\n", hexColumn(unit.id()).c_str(), main != nullptr ? main->path() : "(no source file)");
@@ -70,15 +68,13 @@ void printRow(ISourceFile& file, ISourceLine& line, bool json) {
     unsigned long long const from = start->pseudoAddr();
     ISourceLocation& place = *line.location();
     if (json) {
-        Json object;
-        object["start"] = hex(from);
-        object["end"] = hex(from + line.size());
-        object["file"] = file.path();
-        object["line"] = place.line();
-        object["column"] = place.column();
-        object["discriminator"] = place.discriminator();
-        object["unit"] = hex(place.unit());
-        printJson(object);
+        printJson({{"start", hex(from)},
+                   {"end", hex(from + line.size())},
+                   {"file", file.path()},
+                   {"line", place.line()},
+                   {"column", place.column()},
+                   {"discriminator", place.discriminator()},
+                   {"unit", hex(place.unit())}});
         return;
     }
     std::printf("%016llx-%016llx  %s:%u:%u", from, from + line.size(), file.path(), place.line(), place.column());
@@ -208,12 +204,10 @@ int files(std::string const& moduleName, CommonOptions const& common) {
     DebugInfo debug(module, common);
     for (ISourceFile* const file : debug.files()) {
         if (common.json) {
-            Json object;
-            object["id"] = file->id();
-            object["path"] = file->path();
-            object["modification_time"] = file->modificationTime();
-            object["length"] = file->length();
-            printJson(object);
+            printJson({{"id", file->id()},
+                       {"path", file->path()},
+                       {"modification_time", file->modificationTime()},
+                       {"length", file->length()}});
         } else {
             std::printf("%6u  %s\n", file->id(), file->path());
         }

@@ -108,13 +108,11 @@ int sections(std::string const& moduleName, CommonOptions const& common) {
     }
     for (unsigned int index = 0; section; module.loader().sectionByIndex(section, ++index)) {
         if (common.json) {
-            Json object;
-            object["index"] = index;
-            object["name"] = section->name();
-            object["address"] = hex(section->address());
-            object["file_offset"] = hex(section->fileOffset());
-            object["size"] = section->size();
-            printJson(object);
+            printJson({{"index", index},
+                       {"name", section->name()},
+                       {"address", hex(section->address())},
+                       {"file_offset", hex(section->fileOffset())},
+                       {"size", section->size()}});
         } else {
             std::printf("%5u  %016llx  %016llx  %016llx  %s\n", index, section->address(), section->fileOffset(),
                         section->size(), section->name());
@@ -136,15 +134,13 @@ int segments(std::string const& moduleName, CommonOptions const& common) {
             unsigned long long const address = module.bank().preferredLoadAddress() + segment->rva();
             char const* const type = nameOfSegmentType(segment->type());
             if (common.json) {
-                Json object;
-                object["name"] = segment->name();
-                object["type"] = type;
-                object["address"] = hex(address);
-                object["rva"] = hex(segment->rva());
-                object["memory_size"] = segment->memorySize();
-                object["file_offset"] = hex(segment->fileOffset());
-                object["file_size"] = segment->fileSize();
-                printJson(object);
+                printJson({{"name", segment->name()},
+                           {"type", type},
+                           {"address", hex(address)},
+                           {"rva", hex(segment->rva())},
+                           {"memory_size", segment->memorySize()},
+                           {"file_offset", hex(segment->fileOffset())},
+                           {"file_size", segment->fileSize()}});
             } else {
                 std::printf("%016llx  %016llx  %016llx  %016llx  %-5s  %s\n", address, segment->memorySize(),
                             segment->fileOffset(), segment->fileSize(), type, segment->name());

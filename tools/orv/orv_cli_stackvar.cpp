@@ -96,15 +96,13 @@ void print(StackQuestion& question, std::string const& word, bool json) {
         declared = declarationOf(*symbol);
     }
     if (json) {
-        Json object;
-        object["address"] = hex(address);
-        object["variable"] = symbol ? Json(symbol->name()) : Json();
-        object["start"] = symbol ? Json(hex(start)) : Json();
-        object["size"] = symbol ? Json(end - start) : Json();
-        object["integer"] = symbol ? Json(isInteger) : Json();
-        object["declared"] = declared.empty() ? Json() : Json(declared);
-        object["why_not"] = symbol ? Json() : Json(meaningOf(status));
-        printJson(object);
+        printJson({{"address", hex(address)},
+                   {"variable", symbol ? Json(symbol->name()) : Json()},
+                   {"start", symbol ? Json(hex(start)) : Json()},
+                   {"size", symbol ? Json(end - start) : Json()},
+                   {"integer", symbol ? Json(isInteger) : Json()},
+                   {"declared", declared.empty() ? Json() : Json(declared)},
+                   {"why_not", symbol ? Json() : Json(meaningOf(status))}});
     } else if (!symbol) {
         std::printf("%s  ??  %s\n", hex(address).c_str(), meaningOf(status));
     } else {

@@ -53,16 +53,14 @@ void print(ISymbolRange& range, SymbolsOptions const& options, bool json) {
     bool const hasUnit = symbol.compUnitDetails(unit) == status_Ok;
     std::string const declaration = hasUnit ? declarationOf(symbol) : std::string();
     if (json) {
-        Json object;
-        object["start"] = hex(start->pseudoAddr());
-        object["size"] = range.size();
-        object["kind"] = nameOf(symbol.kind());
-        object["visibility"] = isGlobal ? "global" : "local";
-        object["name"] = name;
-        object["thunk"] = thunk != nullptr;
-        object["unit"] = hasUnit ? Json(hex(unit->id())) : Json();
-        object["declared"] = declaration.empty() ? Json() : Json(declaration);
-        printJson(object);
+        printJson({{"start", hex(start->pseudoAddr())},
+                   {"size", range.size()},
+                   {"kind", nameOf(symbol.kind())},
+                   {"visibility", isGlobal ? "global" : "local"},
+                   {"name", name},
+                   {"thunk", thunk != nullptr},
+                   {"unit", hasUnit ? Json(hex(unit->id())) : Json()},
+                   {"declared", declaration.empty() ? Json() : Json(declaration)}});
         return;
     }
     std::printf("%016llx %10llu  %-8s  %-6s  %s%s", start->pseudoAddr(), range.size(), nameOf(symbol.kind()),
