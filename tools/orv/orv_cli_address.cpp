@@ -39,9 +39,7 @@ Place symbolAt(Module& module, IAddress& address) {
     if (module.symbolRangeByAddress(address, range, k_allKinds) != status_Ok) {
         return {};
     }
-    SymMgrObjectPtr<IAddress> start;
-    range->startAddress(start);
-    return {range->symbol()->name(), address.pseudoAddr() - start->pseudoAddr()};
+    return {range->symbol()->name(), address.pseudoAddr() - startOf(*range)};
 }
 
 void print(Module& module, IAddress& address, bool json) {

@@ -63,9 +63,7 @@ void printUnit(ICompUnitDetails& unit, bool json) {
 }
 
 void printRow(ISourceFile& file, ISourceLine& line, bool json) {
-    SymMgrObjectPtr<IAddress> start;
-    line.address(start);
-    unsigned long long const from = start->pseudoAddr();
+    unsigned long long const from = startOf(line);
     ISourceLocation& place = *line.location();
     if (json) {
         printJson({{"start", hex(from)},
@@ -179,6 +177,12 @@ char const* nameOfLanguage(unsigned int language) {
     case 5: return "Fortran";
     default: return "unknown";
     }
+}
+
+unsigned long long startOf(ISourceLine& line) {
+    SymMgrObjectPtr<IAddress> start;
+    line.address(start);
+    return start->pseudoAddr();
 }
 
 std::string declarationOf(ISymbol& symbol) {

@@ -32,6 +32,7 @@ private:
 };
 
 char const* nameOfLanguage(unsigned int language);
+unsigned long long startOf(ISourceLine& line);
 /// "path:line" of a declaration; the empty string where it is not known.
 std::string declarationOf(ISymbol& symbol);
 

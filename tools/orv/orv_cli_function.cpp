@@ -51,9 +51,7 @@ public:
             std::printf("    lines       %s\n", m_lines.front()->location()->sourceFile()->path());
         }
         for (auto const& line : m_lines) {
-            SymMgrObjectPtr<IAddress> start;
-            line->address(start);
-            std::printf("        %s %5u bytes  line %u\n", hexColumn(start->pseudoAddr()).c_str(), line->size(),
+            std::printf("        %s %5u bytes  line %u\n", hexColumn(startOf(*line)).c_str(), line->size(),
                         line->location()->line());
         }
     }
@@ -82,10 +80,8 @@ public:
         object["file"] = m_lines.empty() ? Json() : Json(m_lines.front()->location()->sourceFile()->path());
         object["lines"] = Json::array();
         for (auto const& line : m_lines) {
-            SymMgrObjectPtr<IAddress> start;
-            line->address(start);
             object["lines"].push_back(
-                {{"start", hex(start->pseudoAddr())}, {"size", line->size()}, {"line", line->location()->line()}});
+                {{"start", hex(startOf(*line))}, {"size", line->size()}, {"line", line->location()->line()}});
         }
         printJson(object);
     }

@@ -15,8 +15,6 @@
 namespace orv_cli {
 namespace {
 
-using RangeIterator = SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>>;
-
 struct KindName {
     char const* name;
     unsigned int kinds;
@@ -44,8 +42,6 @@ bool parseKinds(std::string const& text, unsigned int& kinds) {
 
 void print(ISymbolRange& range, SymbolsOptions const& options, bool json) {
     ISymbol& symbol = *range.symbol();
-    SymMgrObjectPtr<IAddress> start;
-    range.startAddress(start);
     char const* const name = options.demangle ? symbol.demangledName(0) : symbol.name();
     bool const isGlobal = symbol.visibility() == symbol_visibility_Global;
     IThunk* const thunk = range.thunk();
@@ -53,7 +49,7 @@ void print(ISymbolRange& range, SymbolsOptions const& options, bool json) {
     bool const hasUnit = symbol.compUnitDetails(unit) == status_Ok;
     std::string const declaration = hasUnit ? declarationOf(symbol) : std::string();
     if (json) {
-        printJson({{"start", hex(start->pseudoAddr())},
+        printJson({{"start", hex(startOf(range))},
                    {"size", range.size()},
                    {"kind", nameOf(symbol.kind())},
                    {"visibility", isGlobal ? "global" : "local"},
@@ -63,7 +59,7 @@ void print(ISymbolRange& range, SymbolsOptions const& options, bool json) {
                    {"declared", declaration.empty() ? Json() : Json(declaration)}});
         return;
     }
-    std::printf("%016llx %10llu  %-8s  %-6s  %s%s", start->pseudoAddr(), range.size(), nameOf(symbol.kind()),
+    std::printf("%016llx %10llu  %-8s  %-6s  %s%s", startOf(range), range.size(), nameOf(symbol.kind()),
                 isGlobal ? "global" : "local", name,
                 thunk == nullptr    ? ""
                 : thunk->isImport() ? "  [import thunk]"
@@ -126,7 +122,7 @@ int symbols(SymbolsOptions const& options, CommonOptions const& common) {
     parseKinds(options.kinds, mask);
     auto const kinds = static_cast<symbol_kind_t>(mask);
     Module& module = Module::load(options.module, common);
-    RangeIterator ranges;
+    Ranges ranges;
     status_t status = status_Ok;
     {
         Progress const progress("reading " + module.name());
