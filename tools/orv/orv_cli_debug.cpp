@@ -235,12 +235,11 @@ int lines(LinesOptions const& options, CommonOptions const& common) {
         if (!matchesName(file->path(), options.file) || file->sourceLines(rows, unit, from.get(), to.get())) {
             continue;
         }
-        for (auto row = rows->current(); row; row = rows->current()) {
+        forEach(rows, [&](auto const& row) {
             if (row->size() != 0 || options.all) {
                 printRow(*file, *row, common.json);
             }
-            rows->next();
-        }
+        });
     }
     finishOutput();
     return 0;

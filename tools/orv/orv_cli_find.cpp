@@ -34,10 +34,7 @@ std::vector<SymMgrObjectPtr<ISymbolRange>> rangesOf(ISymbol& symbol) {
     std::vector<SymMgrObjectPtr<ISymbolRange>> found;
     Ranges ranges;
     symbol.ranges(ranges);
-    for (auto range = ranges ? ranges->current() : SymMgrObjectPtr<ISymbolRange>(); range; range = ranges->current()) {
-        found.push_back(range);
-        ranges->next();
-    }
+    forEach(ranges, [&](auto const& range) { found.push_back(range); });
     return found;
 }
 
@@ -49,7 +46,7 @@ std::vector<SymMgrObjectPtr<ISymbolRange>> findFunctions(Module& module, std::st
     Match best = Match::Short; // who has the whole name goes before those that have it in short
     Ranges ranges;
     module.load([&] { return module.bank().originalSymbolRanges(ranges, k_functionKinds, nullptr, nullptr); });
-    for (auto range = ranges ? ranges->current() : SymMgrObjectPtr<ISymbolRange>(); range; range = ranges->current()) {
+    forEach(ranges, [&](auto const& range) {
         Match const match = matchOf(*range->symbol(), word);
         if (match > best) {
             found.clear();
@@ -62,8 +59,7 @@ std::vector<SymMgrObjectPtr<ISymbolRange>> findFunctions(Module& module, std::st
                 starts.insert(startOf(*part));
             }
         }
-        ranges->next();
-    }
+    });
     unsigned long long value = 0;
     SymMgrObjectPtr<IAddress> where;
     SymMgrObjectPtr<ISymbolRange> range;
@@ -166,13 +162,12 @@ template <typename Symbol> void SymbolPlaces::readSymbols(IBuffer& symbols, IBuf
 void SymbolPlaces::collectFromBank() {
     Ranges ranges;
     m_module.load([&] { return m_module.bank().originalSymbolRanges(ranges, k_allKinds, nullptr, nullptr); });
-    for (auto range = ranges ? ranges->current() : SymMgrObjectPtr<ISymbolRange>(); range; range = ranges->current()) {
+    forEach(ranges, [&](auto const& range) {
         if (range->thunk() == nullptr) { // a stub has the name of what is elsewhere
             m_bankNames.emplace_back(range->symbol()->name());
             m_symbols.push_back({m_bankNames.back(), {startOf(*range), SHN_ABS}});
         }
-        ranges->next();
-    }
+    });
 }
 
 } // namespace orv_cli

@@ -90,22 +90,18 @@ private:
     void collectLines() {
         SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> lines;
         m_symbol.sourceLines(lines);
-        for (auto line = lines ? lines->current() : SymMgrObjectPtr<ISourceLine>(); line; line = lines->current()) {
+        forEach(lines, [&](auto const& line) {
             if (line->location()->sourceFile() != nullptr) {
                 m_lines.push_back(line);
             }
-            lines->next();
-        }
+        });
     }
 
     template <typename Visitor> void forEachInside(Visitor visit) const {
         for (auto const& range : m_ranges) {
             Ranges inner;
             range->innerRanges(inner);
-            for (auto at = inner ? inner->current() : SymMgrObjectPtr<ISymbolRange>(); at; at = inner->current()) {
-                visit(*at);
-                inner->next();
-            }
+            forEach(inner, [&](auto const& at) { visit(*at); });
         }
     }
 

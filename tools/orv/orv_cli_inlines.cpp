@@ -32,13 +32,12 @@ void addBodies(Body& body, unsigned int depth) {
         body.size += range->size();
         Ranges inner;
         range->innerRanges(inner);
-        for (auto at = inner ? inner->current() : SymMgrObjectPtr<ISymbolRange>(); at; at = inner->current()) {
+        forEach(inner, [&](auto const& at) {
             IInlineInstance* const instance = at->inlineInstance();
             if (instance != nullptr && known.insert(instance).second) {
                 body.bodies.push_back({at->symbol(), instance, startOf(*at), 0, {}});
             }
-            inner->next();
-        }
+        });
     }
     if (depth < k_deepest) {
         for (Body& inner : body.bodies) {

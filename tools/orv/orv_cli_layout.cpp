@@ -130,7 +130,7 @@ int segments(std::string const& moduleName, CommonOptions const& common) {
             std::printf("%-16s  %-16s  %-16s  %-16s  %-5s  %s\n", "address", "memory size", "file offset", "file size",
                         "type", "name");
         }
-        for (ISegment* segment = list->current(); segment != nullptr; segment = list->current()) {
+        forEach(list, [&](ISegment* segment) {
             unsigned long long const address = module.bank().preferredLoadAddress() + segment->rva();
             char const* const type = nameOfSegmentType(segment->type());
             if (common.json) {
@@ -145,8 +145,7 @@ int segments(std::string const& moduleName, CommonOptions const& common) {
                 std::printf("%016llx  %016llx  %016llx  %016llx  %-5s  %s\n", address, segment->memorySize(),
                             segment->fileOffset(), segment->fileSize(), type, segment->name());
             }
-            list->next();
-        }
+        });
     }
     finishOutput();
     return 0;

@@ -45,6 +45,15 @@ char const* nameOf(arch_t arch);
 char const* nameOf(exec_format_t format);
 char const* nameOfSymbolFormat(unsigned int format);
 
+/// Visits what an iterator of the library's gives. A null one gives nothing.
+template <typename T, typename Visitor>
+void forEach(SymMgrObjectPtr<IIterator<T>> const& iterator, Visitor const& visit) {
+    for (T item = iterator ? iterator->current() : T(); item; item = iterator->current()) {
+        visit(item);
+        iterator->next();
+    }
+}
+
 class Resolver;
 
 /// A loaded module. Its bank is never null.

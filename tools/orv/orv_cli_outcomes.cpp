@@ -79,10 +79,8 @@ CandidateKind kindOf(ISymbolFileToResolve& candidate) {
 std::vector<CandidateOutcome> resolve(Decide const& decide, Candidates const& candidates, long long& decision) {
     WatchedList watched;
     candidates->reset();
-    for (auto candidate = candidates->current(); candidate; candidate = candidates->current()) {
-        watched.emplace_back(new Watched(candidate, kindOf(*candidate)));
-        candidates->next();
-    }
+    forEach(candidates,
+            [&](auto const& candidate) { watched.emplace_back(new Watched(candidate, kindOf(*candidate))); });
     Candidates shown(new WatchedIterator(watched));
     decision = decide && !watched.empty() ? decide(shown) : -1;
     std::vector<CandidateOutcome> outcomes;

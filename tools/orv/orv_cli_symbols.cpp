@@ -135,12 +135,7 @@ int symbols(SymbolsOptions const& options, CommonOptions const& common) {
     if (failed(status)) {
         throw Failure(module.name() + ": " + describe(status));
     }
-    if (ranges) {
-        for (auto range = ranges->current(); range; range = ranges->current()) {
-            print(*range, options, common.json);
-            ranges->next();
-        }
-    }
+    forEach(ranges, [&](auto const& range) { print(*range, options, common.json); });
     finishOutput();
     return 0;
 }

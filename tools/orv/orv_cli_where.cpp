@@ -89,11 +89,10 @@ void WordReader::readSections(std::optional<std::string> const& wanted) {
     }
     // A file without sections is loaded by its segments.
     if (m_loaded.empty() && m_module.bank().segments(segments) == status_Ok) {
-        for (ISegment* segment = segments->current(); segment != nullptr; segment = segments->current()) {
+        forEach(segments, [&](ISegment* segment) {
             unsigned long long const start = loader.preferredLoadAddress() + segment->rva();
             m_loaded.push_back({start, start + segment->memorySize(), segment->type() == 1});
-            segments->next();
-        }
+        });
     }
     std::sort(m_loaded.begin(), m_loaded.end(), [](Section const& a, Section const& b) { return a.start < b.start; });
     std::size_t last = 0;
