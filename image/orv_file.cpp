@@ -156,27 +156,8 @@ IFileModifiable* openFileModifiable(char const* path, bool create, file_op_statu
     return openLinuxFile(path, O_RDWR | (create ? O_CREAT : 0), status);
 }
 
-File::File(char const* path) : m_path(path != nullptr ? path : ""), m_file(openFile(path, m_openStatus)) {}
-
 std::uint64_t File::readAt(std::int64_t offset, std::uint64_t length, void* buffer) const {
     return m_file != nullptr ? static_cast<LinuxFile*>(m_file)->readAt(offset, length, buffer) : k_fileError;
 }
-
-File::~File() {
-    if (m_file != nullptr) {
-        m_file->close();
-    }
-}
-
-FileModifiable::FileModifiable(char const* path, bool create)
-    : m_path(path != nullptr ? path : ""), m_file(openFileModifiable(path, create, m_openStatus)) {}
-
-FileModifiable::~FileModifiable() {
-    if (m_file != nullptr) {
-        m_file->close();
-    }
-}
-
-FileModifiable* FileModifiable::create(char const* path, bool create) { return new FileModifiable(path, create); }
 
 } // namespace ORV_3_30

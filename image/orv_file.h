@@ -66,13 +66,33 @@ protected:
 IFile* openFile(char const* path, file_op_status_t& status);
 IFileModifiable* openFileModifiable(char const* path, bool create, file_op_status_t& status);
 
-/// Owns a file that is open for reading, or the reason why it is not.
-class File {
+/// Owns an open file, or the reason why it is not.
+template <typename Handle> class FileHolder {
 public:
-    explicit File(char const* path);
-    virtual ~File();
-    File(File const&) = delete;
-    File& operator=(File const&) = delete;
+    virtual ~FileHolder() {
+        if (m_file != nullptr) {
+            m_file->close();
+        }
+    }
+    FileHolder(FileHolder const&) = delete;
+    FileHolder& operator=(FileHolder const&) = delete;
+
+    std::uint64_t size() const { return m_file != nullptr ? m_file->size() : 0; }
+    file_op_status_t status() const { return m_file != nullptr ? m_file->status() : m_openStatus; }
+    char const* path() const { return m_path.c_str(); }
+
+protected:
+    explicit FileHolder(char const* path) : m_path(path != nullptr ? path : "") {}
+
+    std::string m_path;
+    file_op_status_t m_openStatus = fosFail;
+    Handle* m_file = nullptr;
+};
+
+/// One that is open for reading.
+class File : public FileHolder<IFile> {
+public:
+    explicit File(char const* path) : FileHolder(path) { m_file = openFile(path, m_openStatus); }
 
     std::int64_t tell() { return m_file != nullptr ? m_file->tell() : -1; }
     std::int64_t seek(std::int64_t offset) { return m_file != nullptr ? m_file->seek(offset) : -1; }
@@ -81,25 +101,16 @@ public:
     }
     /// The same from an offset, wherever the file's position is, and without a status. Any thread may read.
     std::uint64_t readAt(std::int64_t offset, std::uint64_t length, void* buffer) const;
-    std::uint64_t size() const { return m_file != nullptr ? m_file->size() : 0; }
-    file_op_status_t status() const { return m_file != nullptr ? m_file->status() : m_openStatus; }
-    char const* path() const { return m_path.c_str(); }
-
-private:
-    std::string m_path;
-    file_op_status_t m_openStatus = fosFail; // both ahead of m_file: opening fills it, and comes last
-    IFile* m_file;
 };
 
 /// The same for a file that can be written.
-class FileModifiable {
+class FileModifiable : public FileHolder<IFileModifiable> {
 public:
-    FileModifiable(char const* path, bool create);
-    virtual ~FileModifiable();
-    FileModifiable(FileModifiable const&) = delete;
-    FileModifiable& operator=(FileModifiable const&) = delete;
+    FileModifiable(char const* path, bool create) : FileHolder(path) {
+        m_file = openFileModifiable(path, create, m_openStatus);
+    }
 
-    static FileModifiable* create(char const* path, bool create);
+    static FileModifiable* create(char const* path, bool create) { return new FileModifiable(path, create); }
 
     bool append(std::uint64_t length, void const* buffer) {
         return m_file != nullptr && m_file->append(length, buffer);
@@ -107,13 +118,6 @@ public:
     bool writeAt(std::int64_t offset, std::uint64_t length, void const* buffer) {
         return m_file != nullptr && m_file->writeAt(offset, length, buffer);
     }
-    std::uint64_t size() const { return m_file != nullptr ? m_file->size() : 0; }
-    file_op_status_t status() const { return m_file != nullptr ? m_file->status() : m_openStatus; }
-
-private:
-    std::string m_path;
-    file_op_status_t m_openStatus = fosFail; // both ahead of m_file: opening fills it, and comes last
-    IFileModifiable* m_file;
 };
 
 } // namespace ORV_3_30
