@@ -6,6 +6,7 @@
 #include "image/orv_path.h"
 
 #include <sys/stat.h>
+#include <tuple>
 
 namespace ORV_3_30 {
 
@@ -20,20 +21,15 @@ FileKey::FileKey(char const* path, std::uint64_t imageOffset, arch_t architectur
 }
 
 bool operator<(FileKey const& a, FileKey const& b) {
-    if (a.m_fileSize != b.m_fileSize) {
-        return a.m_fileSize < b.m_fileSize;
-    }
-    if (a.m_modificationTime != b.m_modificationTime) {
-        return a.m_modificationTime < b.m_modificationTime;
+    auto const onDisk = [](FileKey const& key) { return std::tie(key.m_fileSize, key.m_modificationTime); };
+    if (onDisk(a) != onDisk(b)) {
+        return onDisk(a) < onDisk(b);
     }
     // Equality goes by the normalised paths, the order of different ones by the raw strings.
     if (a.m_normalizedPath != b.m_normalizedPath) {
         return a.m_path < b.m_path;
     }
-    if (a.m_imageOffset != b.m_imageOffset) {
-        return a.m_imageOffset < b.m_imageOffset;
-    }
-    return a.m_architecture < b.m_architecture;
+    return std::tie(a.m_imageOffset, a.m_architecture) < std::tie(b.m_imageOffset, b.m_architecture);
 }
 
 } // namespace ORV_3_30
