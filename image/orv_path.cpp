@@ -6,11 +6,9 @@
 #include "image/orv_filename.h"
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
-#include <dirent.h>
 #include <fcntl.h>
-#include <memory>
+#include <filesystem>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -98,13 +96,10 @@ std::uint64_t pathFileSize(char const* path) {
 }
 
 void currentDirectory(std::string& out) {
-    out.clear();
-    std::unique_ptr<char, decltype(&std::free)> const directory(::getcwd(nullptr, 0), &std::free);
-    if (directory != nullptr) {
-        out = directory.get();
-        if (out.empty() || out.back() != '/') {
-            out += '/';
-        }
+    std::error_code ignored;
+    out = std::filesystem::current_path(ignored).string();
+    if (!out.empty() && out.back() != '/') {
+        out += '/';
     }
 }
 
@@ -140,23 +135,15 @@ bool removeDirectory(char const* path, bool recursive) {
     if (path == nullptr) {
         return false;
     }
-    DIR* const directory = recursive ? ::opendir(path) : nullptr;
-    if (directory == nullptr) {
-        return ::rmdir(path) == 0;
-    }
+    std::error_code ignored;
     bool isComplete = true;
-    while (dirent64 const* const entry = ::readdir64(directory)) {
-        if (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0) {
-            continue;
-        }
-        std::string child;
-        joinPath(child, entry->d_name, path);
-        struct stat info {};
+    auto entry = recursive ? std::filesystem::directory_iterator(path, ignored) : std::filesystem::directory_iterator();
+    for (; entry != std::filesystem::directory_iterator(); entry.increment(ignored)) {
         // A link to a directory is removed as a link.
-        bool const isRealDirectory = ::lstat(child.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
-        isComplete &= isRealDirectory ? removeDirectory(child.c_str(), true) : removeFile(child.c_str());
+        bool const isRealDirectory = std::filesystem::is_directory(entry->symlink_status(ignored));
+        char const* const child = entry->path().c_str();
+        isComplete &= isRealDirectory ? removeDirectory(child, true) : removeFile(child);
     }
-    ::closedir(directory);
     return ::rmdir(path) == 0 && isComplete;
 }
 
