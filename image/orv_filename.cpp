@@ -37,14 +37,10 @@ public:
     void split(std::string const& path, std::string* root, std::string* directory, std::string* name) const override {
         std::string prefix;
         this->root(prefix, path);
-        std::size_t const prefixSize = prefix.size();
+        std::string const rest = path.substr(prefix.size());
         if (root != nullptr) {
-            *root = std::move(prefix);
+            *root = prefix;
         }
-        if (directory == nullptr && name == nullptr) {
-            return;
-        }
-        std::string const rest = path.substr(std::min(prefixSize, path.size()));
         std::size_t cut = rest.size();
         while (cut > 0 && !isSeparator(rest[cut - 1])) {
             --cut;
@@ -162,28 +158,18 @@ public:
         std::string name;
         split(path, nullptr, &directory, &name);
         bool const isRooted = !directory.empty() && isSeparator(directory.front());
-        std::string const rest = directory.substr(isRooted ? 1 : 0);
-        Components list;
-        if (!rest.empty()) {
-            list = components(rest);
-            if (isRooted) {
-                if (list.front().compare(0, 2, "..") == 0) {
-                    out.clear(); // climbs above the root
-                    return;
-                }
-                if (list.size() == 1 && list.front() == "./") {
-                    list.clear();
-                }
-            }
-        }
+        Components list = components(directory.substr(isRooted ? 1 : 0));
         if (isRooted) {
+            if (!list.empty() && list.front().compare(0, 2, "..") == 0) {
+                out.clear(); // climbs above the root
+                return;
+            }
+            if (list.size() == 1 && list.front() == "./") {
+                list.clear();
+            }
             list.insert(list.begin(), separator());
         }
-        std::string joined = join(list);
-        if (!joined.empty()) {
-            joinTo(joined, separator());
-        }
-        compose(out, std::string(), joined, name);
+        compose(out, std::string(), join(list), name);
     }
 };
 
@@ -255,17 +241,11 @@ void Filename::absolute(std::string& out, char const* base) const {
         out = m_path;
         return;
     }
-    if (isAbsolute()) {
-        m_parser->normalize(out, m_path);
-        return;
-    }
     if (m_path.empty()) {
         return;
     }
-    std::string directory;
-    if (base != nullptr) {
-        directory = base;
-    } else {
+    std::string directory = base != nullptr ? base : "";
+    if (base == nullptr && !isAbsolute()) {
         currentDirectory(directory);
     }
     m_parser->makeAbsolute(out, m_path, directory);
