@@ -12,7 +12,6 @@
 namespace ORV_3_30 {
 namespace {
 
-using Ranges = std::vector<std::pair<unsigned long long, unsigned long long>>;
 using Stretches = std::list<std::pair<unsigned long long, unsigned long long>>;
 
 /// Takes one range away from the stretches. Where it overlaps only one end of a stretch, what stays
@@ -42,16 +41,8 @@ void subtract(Stretches& stretches, unsigned long long begin, unsigned long long
     }
 }
 
-/// False, with what is left in remains, unless the ranges of the iterator cover everything.
-bool isCovered(IIterator<SymMgrObjectPtr<ISymbolRange>>& covering, IRanges const& ranges, Ranges& remains) {
-    Stretches stretches;
-    for (unsigned long i = 0; i < ranges.getCount(); ++i) {
-        unsigned long long start = 0;
-        unsigned long long size = 0;
-        if (ranges.getRange(i, start, size)) {
-            stretches.emplace_back(start, start + size);
-        }
-    }
+/// Takes the ranges of the iterator away. True if nothing is left.
+bool isCovered(IIterator<SymMgrObjectPtr<ISymbolRange>>& covering, Stretches& stretches) {
     for (auto range = covering.current(); range; range = covering.current()) {
         SymMgrObjectPtr<IAddress> start;
         range->startAddress(start);
@@ -61,8 +52,7 @@ bool isCovered(IIterator<SymMgrObjectPtr<ISymbolRange>>& covering, IRanges const
         subtract(stretches, start->rva(), start->rva() + range->size());
         covering.next();
     }
-    remains.assign(stretches.begin(), stretches.end());
-    return remains.empty();
+    return stretches.empty();
 }
 
 } // namespace
@@ -78,16 +68,22 @@ bool coversRanges(ISymbolRange& range, IRanges const& stretches, bool stopAtInli
     if (!covering) {
         return false;
     }
-    Ranges remains;
-    if (isCovered(*covering, stretches, remains)) {
+    Stretches left;
+    for (unsigned long i = 0; i < stretches.getCount(); ++i) {
+        unsigned long long start = 0;
+        unsigned long long size = 0;
+        if (stretches.getRange(i, start, size)) {
+            left.emplace_back(start, start + size);
+        }
+    }
+    if (isCovered(*covering, left)) {
         return true;
     }
     if (!acceptThunks || isInline) {
         return false;
     }
     symbol->thunks(covering);
-    Ranges left;
-    return covering && isCovered(*covering, RangesAdapter(&remains), left);
+    return covering && isCovered(*covering, left);
 }
 
 } // namespace ORV_3_30
