@@ -31,8 +31,6 @@ SymMgrObjectPtr<ISectionData> sectionOf(IFileFormatHelper* helper, section_role_
 DWARFCandidate::DWARFCandidate(char const* moduleFile, long long ordinal, IFileFormatHelper* helper, ILock* lock)
     : m_moduleFile(moduleFile != nullptr ? moduleFile : ""), m_ffHelper(helper), m_ordinal(ordinal), m_lock(lock) {}
 
-void DWARFCandidate::accept(std::string const& path) { settle(path, symbolFileValid); }
-
 void DWARFCandidate::settle(std::string const& name, symbol_file_validity_t validity) {
     auto known = std::find(m_names.begin(), m_names.end(), name);
     if (known == m_names.end()) {
@@ -54,7 +52,7 @@ long long DWARFCandidate::validateSymbolFile(char const* resolvedSymFile) {
     if (!fileExists(resolvedSymFile) || !isSought(resolvedSymFile)) {
         return -1;
     }
-    accept(resolvedSymFile);
+    settle(resolvedSymFile, symbolFileValid);
     return m_ordinal;
 }
 
@@ -112,7 +110,7 @@ DWARFSymbolFileToResolve::DWARFSymbolFileToResolve(char const* moduleFile, long 
         m_soughtName = read.name;
         search(read.name);
     } else if (sectionOf(helper, section_role_DebugInfo)) {
-        accept(moduleFile);
+        settle(moduleFile, symbolFileValid);
     } else {
         m_validity = symbolFileNotFound;
     }
@@ -129,7 +127,7 @@ void DWARFSymbolFileToResolve::search(std::string const& name) {
             continue;
         }
         if (isSought(place.c_str())) {
-            accept(place);
+            settle(place, symbolFileValid);
             return;
         }
         validity = symbolFileMismatch;
@@ -162,7 +160,7 @@ long long BinaryWithDWARFInfo::validateSymbolFile(char const* resolvedSymFile) {
             return -1;
         }
         if (m_hasDebugInfo) {
-            accept(m_moduleFile);
+            settle(m_moduleFile, symbolFileValid);
             result = ordinal();
         } else {
             m_validity = symbolFileRefused;

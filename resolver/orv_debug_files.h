@@ -39,7 +39,6 @@ protected:
     /// Whether an existing file that is not the present one is the one sought.
     virtual bool isSought(char const* path) = 0;
 
-    void accept(std::string const& path);
     /// Sets the name and how far the search has got.
     void settle(std::string const& name, symbol_file_validity_t validity);
     long long ordinal() const { return m_ordinal; }
