@@ -6,6 +6,7 @@
 #include "orv_cli_laid_out.h"
 #include "orv_cli_resolver.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
@@ -64,16 +65,15 @@ std::string describeDebugInfo(status_t status) {
     }
 }
 
+std::map<std::string, arch_t> const k_architectures = {
+    {"unknown", arch_Unknown}, {"x86", arch_X86},     {"em50", arch_Em50},   {"x86-64", arch_X86_64},
+    {"arm", arch_Arm},         {"em180", arch_Em180}, {"em181", arch_Em181},
+};
+
 char const* nameOf(arch_t arch) {
-    switch (arch) {
-    case arch_X86: return "x86";
-    case arch_Em50: return "em50";
-    case arch_X86_64: return "x86-64";
-    case arch_Arm: return "arm";
-    case arch_Em180: return "em180";
-    case arch_Em181: return "em181";
-    default: return "unknown";
-    }
+    auto const known = std::find_if(k_architectures.begin(), k_architectures.end(),
+                                    [&](auto const& entry) { return entry.second == arch; });
+    return known != k_architectures.end() ? known->first.c_str() : "unknown";
 }
 
 char const* nameOf(exec_format_t format) {

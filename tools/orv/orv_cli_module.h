@@ -5,6 +5,7 @@
 
 #include <orv/orv.h>
 
+#include <map>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -41,6 +42,8 @@ std::string libraryName(std::string const& name);
 char const* describe(status_t status);
 /// What debug information that can't be read means for the user.
 std::string describeDebugInfo(status_t status);
+/// By the names that they have on the command line and in answers.
+extern std::map<std::string, arch_t> const k_architectures;
 char const* nameOf(arch_t arch);
 char const* nameOf(exec_format_t format);
 char const* nameOfSymbolFormat(unsigned int format);

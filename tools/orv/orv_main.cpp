@@ -28,11 +28,6 @@ using namespace orv_cli;
 constexpr int k_exitFailure = 1;
 constexpr int k_exitUsage = 2;
 
-std::map<std::string, arch_t> const k_architectures = {
-    {"unknown", arch_Unknown}, {"x86", arch_X86},     {"em50", arch_Em50},   {"x86-64", arch_X86_64},
-    {"arm", arch_Arm},         {"em180", arch_Em180}, {"em181", arch_Em181},
-};
-
 std::map<std::string, int> const k_logLevels = {
     {"trace", 0}, {"info", 20000}, {"warn", 30000}, {"error", 40000}, {"off", 60000},
 };
