@@ -10,6 +10,7 @@
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
+#include <elf.h>
 #include <mutex>
 #include <set>
 #include <unistd.h>
@@ -17,13 +18,6 @@
 #include <vector>
 
 namespace orv_cli {
-namespace {
-
-constexpr unsigned long long k_classByte = 4; // EI_CLASS
-constexpr unsigned char k_class32 = 1;        // ELFCLASS32
-
-} // namespace
-
 void note(std::string const& text, CommonOptions const& options) {
     static std::mutex lock;
     static std::set<std::string> said; // a module may be read again, and from several threads
@@ -163,7 +157,7 @@ bool Module::is32Bit() {
     unsigned char fileClass = 0;
     SymMgrObjectPtr<IModuleImage> const image =
         IModuleImage::create(libraryName(m_name).c_str(), m_options.arch, false);
-    return image && image->read(k_classByte, 1, &fileClass) == 1 && fileClass == k_class32;
+    return image && image->read(EI_CLASS, 1, &fileClass) == 1 && fileClass == ELFCLASS32;
 }
 
 bool parseAddress(std::string_view text, unsigned long long& out) {
