@@ -99,13 +99,7 @@ SymMgrObjectPtr<ISymbolRange> SymbolPlaces::entryOf(ISymbol& function,
 
 SymbolPlaces::Found SymbolPlaces::named(std::string_view name) {
     read();
-    auto const begin =
-        std::lower_bound(m_symbols.begin(), m_symbols.end(), name,
-                         [](Named const& symbol, std::string_view wanted) { return symbol.name < wanted; });
-    auto const end = std::upper_bound(begin, m_symbols.end(), name, [](std::string_view wanted, Named const& symbol) {
-        return wanted < symbol.name;
-    });
-    return {begin, end};
+    return std::equal_range(m_symbols.begin(), m_symbols.end(), Named{name, {}}, isBefore);
 }
 
 void SymbolPlaces::read() {
@@ -118,8 +112,7 @@ void SymbolPlaces::read() {
         readTable(".dynsym", ".dynstr");
         collectFromBank();
     }
-    std::stable_sort(m_symbols.begin(), m_symbols.end(),
-                     [](Named const& first, Named const& second) { return first.name < second.name; });
+    std::stable_sort(m_symbols.begin(), m_symbols.end(), isBefore);
 }
 
 bool SymbolPlaces::readTable(char const* symbols, char const* strings) {

@@ -53,6 +53,7 @@ private:
     };
     using Found = std::pair<std::vector<Named>::const_iterator, std::vector<Named>::const_iterator>;
 
+    static bool isBefore(Named const& first, Named const& second) { return first.name < second.name; }
     void read();
     /// False if the module has no such table.
     bool readTable(char const* symbols, char const* strings);

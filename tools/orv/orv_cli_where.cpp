@@ -9,6 +9,7 @@
 #include <cctype>
 #include <charconv>
 #include <cstdlib>
+#include <iterator>
 
 namespace orv_cli {
 namespace {
@@ -79,9 +80,8 @@ void WordReader::readSections(std::optional<std::string> const& wanted) {
         throw Failure(m_module.name() + ": has no section named " + *wanted + ": 'orv sections' lists them");
     }
     SymMgrObjectPtr<IIterator<ISegment*>> segments;
-    m_loaded = m_sections;
-    m_loaded.erase(std::remove_if(m_loaded.begin(), m_loaded.end(), [](Section const& s) { return s.start == s.end; }),
-                   m_loaded.end());
+    std::copy_if(m_sections.begin(), m_sections.end(), std::back_inserter(m_loaded),
+                 [](Section const& s) { return s.start != s.end; });
     for (Section const& next : m_loaded) {
         if (next.isCode && (m_code.empty() || next.end - next.start > m_code.back().end - m_code.back().start)) {
             m_code.push_back(next);
