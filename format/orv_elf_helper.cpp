@@ -275,24 +275,22 @@ bool ElfHelper::classifySection(unsigned int index) {
         return true;
     }
     char const* const name = sectionName(index);
-    bool isKnown = false;
-    if (std::strcmp(name, k_rodata) == 0) {
+    bool const isRodata = std::strcmp(name, k_rodata) == 0;
+    if (isRodata) {
         m_dataRanges.add(section.sh_addr, section.sh_addr + section.sh_size);
-        isKnown = true;
-    } else {
-        for (RolePattern const& pattern : k_rolePatterns) {
-            RoleSection& role = m_roles[pattern.role];
-            if (role.index == k_noSection && matches(pattern, name)) {
-                role.index = index;
-                if (pattern.role <= k_lastDataRole) {
-                    role.hold(new ElfSectionData(index, this));
-                }
-                isKnown = true;
-                break;
-            }
-        }
     }
-    if (isKnown && !contains(m_fileSize, section.sh_offset, section.sh_size)) {
+    auto const* const pattern =
+        std::find_if(std::begin(k_rolePatterns), std::end(k_rolePatterns), [&](RolePattern const& candidate) {
+            return m_roles[candidate.role].index == k_noSection && matches(candidate, name);
+        });
+    bool const hasRole = pattern != std::end(k_rolePatterns);
+    if (hasRole) {
+        m_roles[pattern->role].index = index;
+    }
+    if (hasRole && pattern->role <= k_lastDataRole) {
+        m_roles[pattern->role].hold(new ElfSectionData(index, this));
+    }
+    if ((isRodata || hasRole) && !contains(m_fileSize, section.sh_offset, section.sh_size)) {
         ORV_ERROR("Section " << name << "in file " << m_fileImage->fileName()
                              << "has incorrect size or file is truncated");
         return false;
