@@ -141,20 +141,22 @@ bool ElfHelper::readHeader() {
     return ORV_ASSERT(m_header.e_ident[EI_DATA] == ELFDATA2LSB, "false");
 }
 
-/// Entries may stand apart further than they are long, with the most of a large file between them.
-bool ElfHelper::readTable(std::uint64_t offset, unsigned int count, unsigned int entrySize, unsigned int leastEntrySize,
-                          std::vector<unsigned char>& out) const {
+template <typename Visitor> bool ElfHelper::walkTable(std::uint64_t offset, unsigned int count, unsigned int entrySize,
+                                                      unsigned int leastEntrySize, Visitor const& visit) const {
     if (entrySize < leastEntrySize || !contains(m_fileSize, offset, std::uint64_t{count} * entrySize)) {
         return false;
     }
-    out.resize(std::size_t{count} * leastEntrySize);
-    if (entrySize == leastEntrySize) {
-        return readImage(offset, out.size(), out.data());
+    // Entries may stand apart further than they are long, with the most of a large file between them.
+    bool const isDense = entrySize == leastEntrySize;
+    std::vector<unsigned char> bytes(std::size_t{isDense ? count : 1} * leastEntrySize);
+    if (isDense && !readImage(offset, bytes.size(), bytes.data())) {
+        return false;
     }
-    for (std::size_t i = 0; i < count; ++i) {
-        if (!readImage(offset + i * entrySize, leastEntrySize, out.data() + i * leastEntrySize)) {
+    for (std::uint64_t i = 0; i < count; ++i) {
+        if (!isDense && !readImage(offset + i * entrySize, leastEntrySize, bytes.data())) {
             return false;
         }
+        visit(ByteCursor(bytes.data() + (isDense ? i * entrySize : 0), leastEntrySize));
     }
     return true;
 }
@@ -163,17 +165,12 @@ bool ElfHelper::readProgramHeaders() {
     if (m_header.e_phnum == 0) {
         return true;
     }
-    std::vector<unsigned char> table;
-    unsigned int const entrySize = m_is64 ? sizeof(Elf64_Phdr) : sizeof(Elf32_Phdr);
-    if (!readTable(m_header.e_phoff, m_header.e_phnum, m_header.e_phentsize, entrySize, table)) {
-        return false;
-    }
-    for (unsigned int i = 0; i < m_header.e_phnum; ++i) {
-        std::size_t const at = std::size_t{i} * entrySize;
+    unsigned int const leastSize = m_is64 ? sizeof(Elf64_Phdr) : sizeof(Elf32_Phdr);
+    return walkTable(m_header.e_phoff, m_header.e_phnum, m_header.e_phentsize, leastSize, [&](ByteCursor entry) {
         Elf64_Phdr header{};
-        readPhdr(ByteCursor(table.data() + at, table.size() - at), m_is64, header);
+        readPhdr(entry, m_is64, header);
         if (header.p_type != PT_LOAD) {
-            continue;
+            return;
         }
         header.p_offset += m_fileImage->imageOffset();
         if (m_loadableHeaders.empty()) {
@@ -183,27 +180,23 @@ bool ElfHelper::readProgramHeaders() {
             m_secondLoad = {header.p_vaddr, header.p_memsz};
         }
         m_loadableHeaders.push_back(header);
-    }
-    return true;
+    });
 }
 
 bool ElfHelper::readSectionHeaders() {
     if (m_header.e_shnum == 0) {
         return true; // a file without sections is fine
     }
-    std::vector<unsigned char> table;
-    unsigned int const entrySize = m_is64 ? sizeof(Elf64_Shdr) : sizeof(Elf32_Shdr);
-    if (!readTable(m_header.e_shoff, m_header.e_shnum, m_header.e_shentsize, entrySize, table)) {
-        return false;
-    }
-    m_sectionHeaders.resize(m_header.e_shnum);
-    for (unsigned int i = 0; i < m_header.e_shnum; ++i) {
-        std::size_t const at = std::size_t{i} * entrySize;
-        Elf64_Shdr& header = m_sectionHeaders[i];
-        readShdr(ByteCursor(table.data() + at, table.size() - at), m_is64, header);
+    unsigned int const leastSize = m_is64 ? sizeof(Elf64_Shdr) : sizeof(Elf32_Shdr);
+    auto const read = [&](ByteCursor entry) {
+        Elf64_Shdr& header = m_sectionHeaders.emplace_back();
+        readShdr(entry, m_is64, header);
         if (m_header.e_machine == k_machine31 && header.sh_flags == k_machine31Flags && header.sh_type != SHT_NULL) {
             header.sh_flags = SHF_ALLOC;
         }
+    };
+    if (!walkTable(m_header.e_shoff, m_header.e_shnum, m_header.e_shentsize, leastSize, read)) {
+        return false;
     }
     if (m_header.e_shstrndx != SHN_UNDEF) {
         m_sectionNames = std::make_shared<SectionBytes const>(readSectionBytes(m_header.e_shstrndx));

@@ -153,8 +153,9 @@ private:
     bool readHeader();
     bool readProgramHeaders();
     bool readSectionHeaders();
-    bool readTable(std::uint64_t offset, unsigned int count, unsigned int entrySize, unsigned int leastEntrySize,
-                   std::vector<unsigned char>& out) const;
+    /// Visits each entry of a table that is not empty. False if it lies beyond the file.
+    template <typename Visitor> bool walkTable(std::uint64_t offset, unsigned int count, unsigned int entrySize,
+                                               unsigned int leastEntrySize, Visitor const& visit) const;
     bool classifySection(unsigned int index);
     void classifyAddresses(unsigned int index);
     void indexRelocationSections();
