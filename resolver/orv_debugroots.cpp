@@ -90,16 +90,12 @@ std::string wantedBuildId(ISymbolFileToResolve& candidate) {
     constexpr std::size_t k_after = sizeof(k_companionEnd) - 1;
     bool const isWanted = candidate.symbolFileFormat() == symbolFormatDwarf &&
                           candidate.validity() == symbolFileNotFound && id.size() > k_before + 3 + k_after &&
-                          id.compare(0, k_before, k_buildIdFolder) == 0 &&
+                          id.compare(0, k_before, k_buildIdFolder) == 0 && id[k_before + 2] == '/' &&
                           id.compare(id.size() - k_after, k_after, k_companionEnd) == 0;
     if (!isWanted) {
         return {};
     }
-    id = id.substr(k_before, id.size() - k_before - k_after);
-    if (id[2] != '/') {
-        return {};
-    }
-    id.erase(2, 1);
+    id = id.substr(k_before, id.size() - k_before - k_after).erase(2, 1);
     return id.find_first_not_of("0123456789abcdef") == std::string::npos ? id : std::string();
 }
 
