@@ -21,14 +21,6 @@ struct Place {
     Json json() const { return name.empty() ? Json() : Json{{"name", name}, {"offset", hex(offset)}}; }
 };
 
-status_t find(Module& module, unsigned long long value, AddressForm form, SymMgrObjectPtr<IAddress>& out) {
-    switch (form) {
-    case AddressForm::Rva: return module.bank().addressByRVA(value, out);
-    case AddressForm::FileOffset: return module.bank().addressByFileOffset(value, out);
-    default: return module.bank().addressByValue(value, out);
-    }
-}
-
 Place sectionAt(Module& module, IAddress& address) {
     ISection* const section = module.loader().sectionByAddress(address.pseudoAddr());
     return section != nullptr ? Place{section->name(), address.pseudoAddr() - section->address()} : Place{};
@@ -78,7 +70,7 @@ int address(std::string const& moduleName, std::vector<std::string> const& words
         char const* problem = nullptr;
         if (!parseAddress(word, value)) {
             problem = "is no address: give hexadecimal digits, with or without 0x";
-        } else if (find(module, value, form, found) != status_Ok) {
+        } else if ((module.bank().*form)(value, found) != status_Ok) {
             problem = "lies in no segment and no section of the module: see 'orv segments'";
         }
         if (problem != nullptr) {

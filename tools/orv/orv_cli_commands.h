@@ -66,7 +66,8 @@ std::string checkRange(std::string const& range);
 std::string checkAddress(std::string const& address);
 int symbols(SymbolsOptions const& options, CommonOptions const& common);
 
-enum class AddressForm { Pseudo, Rva, FileOffset };
+/// What the bank is asked for an address by its number.
+using AddressForm = status_t (IModuleSymbolBank::*)(unsigned long long number, SymMgrObjectPtr<IAddress>& out);
 int address(std::string const& module, std::vector<std::string> const& words, AddressForm form,
             CommonOptions const& common);
 

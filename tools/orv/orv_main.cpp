@@ -314,10 +314,11 @@ private:
         CLI::App* const command = add("address", "One address in all its forms", "orv address --rva /bin/ls 5000 5010",
                                       [this] { return address(m_module, m_words, m_form, m_common); });
         auto* const rva = command->add_flag_callback(
-            "--rva", [this] { m_form = AddressForm::Rva; }, "The numbers count from the load address");
+            "--rva", [this] { m_form = &IModuleSymbolBank::addressByRVA; }, "The numbers count from the load address");
         command
             ->add_flag_callback(
-                "--file-offset", [this] { m_form = AddressForm::FileOffset; }, "The numbers are positions in the file")
+                "--file-offset", [this] { m_form = &IModuleSymbolBank::addressByFileOffset; },
+                "The numbers are positions in the file")
             ->excludes(rva);
         addModule(command, m_module);
         command->add_option("ADDR", m_words, "Hexadecimal numbers")->required()->type_name("");
@@ -335,7 +336,7 @@ private:
     StackOptions m_stack;
     std::string m_word;
     std::vector<std::string> m_words;
-    AddressForm m_form = AddressForm::Pseudo;
+    AddressForm m_form = &IModuleSymbolBank::addressByValue;
     std::function<int()> m_action;
 };
 
