@@ -76,17 +76,12 @@ protected:
         if (directory.empty()) {
             return reversed;
         }
-        char const mark = separator()[0];
-        if (isSeparator(directory.back())) {
-            directory.back() = mark;
-        } else {
-            directory += mark;
-        }
+        addSeparator(directory);
         std::size_t const lastPosition = directory.size() - 1;
         std::size_t pending = 0;
         // end is the component's trailing separator
         for (std::size_t end = lastPosition;;) {
-            directory[end] = mark;
+            directory[end] = separator()[0];
             std::size_t start = end;
             while (start > 0 && !isSeparator(directory[start - 1])) {
                 --start;
