@@ -10,54 +10,54 @@ namespace ORV_3_30 {
 
 class FileFormatLoader;
 
-/// A section that reads its bytes from the file. Holds its loader without a count.
-class Section final : public SymMgrObject<ISection> {
+/// What a section's header says.
+class SectionOfHeader : public SymMgrObject<ISection> {
 public:
-    Section(SectionName name, FileFormatLoader* owner, unsigned long long address, unsigned long long fileOffset,
-            unsigned long long size, unsigned long long emptyInFile)
-        : m_name(std::move(name)), m_owner(owner), m_address(address), m_fileOffset(fileOffset), m_size(size),
-          m_emptyInFile(emptyInFile) {}
-
     char const* name() override { return m_name.text; }
     unsigned long long size() override { return m_size; }
     unsigned long long fileOffset() override { return m_fileOffset; }
     unsigned long long address() override { return m_address; }
-    status_t read(SymMgrObjectPtr<IBuffer>& out) override { return readAt(0, m_size, out); }
-    status_t readAt(unsigned long long offset, unsigned long long size, SymMgrObjectPtr<IBuffer>& out) override;
     unsigned long long isEmptyInFile() override { return m_emptyInFile; }
 
-private:
+protected:
+    SectionOfHeader(SectionName name, unsigned long long address, unsigned long long fileOffset,
+                    unsigned long long size, unsigned long long emptyInFile)
+        : m_name(std::move(name)), m_address(address), m_fileOffset(fileOffset), m_size(size),
+          m_emptyInFile(emptyInFile) {}
+
     SectionName m_name;
-    FileFormatLoader* m_owner;
     unsigned long long m_address;
     unsigned long long m_fileOffset;
     unsigned long long m_size;
     unsigned long long m_emptyInFile;
 };
 
+/// A section that reads its bytes from the file. Holds its loader without a count.
+class Section final : public SectionOfHeader {
+public:
+    Section(SectionName name, FileFormatLoader* owner, unsigned long long address, unsigned long long fileOffset,
+            unsigned long long size, unsigned long long emptyInFile)
+        : SectionOfHeader(std::move(name), address, fileOffset, size, emptyInFile), m_owner(owner) {}
+
+    status_t read(SymMgrObjectPtr<IBuffer>& out) override { return readAt(0, m_size, out); }
+    status_t readAt(unsigned long long offset, unsigned long long size, SymMgrObjectPtr<IBuffer>& out) override;
+
+private:
+    FileFormatLoader* m_owner;
+};
+
 /// A section whose bytes are in memory already.
-class SectionDataAdapter final : public SymMgrObject<ISection> {
+class SectionDataAdapter final : public SectionOfHeader {
 public:
     SectionDataAdapter(SectionName name, ISectionData* data, unsigned long long address, unsigned long long fileOffset,
                        unsigned long long size, unsigned long long emptyInFile)
-        : m_name(std::move(name)), m_data(data), m_address(address), m_fileOffset(fileOffset), m_size(size),
-          m_emptyInFile(emptyInFile) {}
+        : SectionOfHeader(std::move(name), address, fileOffset, size, emptyInFile), m_data(data) {}
 
-    char const* name() override { return m_name.text; }
-    unsigned long long size() override { return m_size; }
-    unsigned long long fileOffset() override { return m_fileOffset; }
-    unsigned long long address() override { return m_address; }
     status_t read(SymMgrObjectPtr<IBuffer>& out) override { return readAt(0, m_data->size(), out); }
     status_t readAt(unsigned long long offset, unsigned long long size, SymMgrObjectPtr<IBuffer>& out) override;
-    unsigned long long isEmptyInFile() override { return m_emptyInFile; }
 
 private:
-    SectionName m_name;
     SymMgrObjectPtr<ISectionData> m_data;
-    unsigned long long m_address;
-    unsigned long long m_fileOffset;
-    unsigned long long m_size;
-    unsigned long long m_emptyInFile;
 };
 
 /// Kinds of segments; what has a kind displaces what has none.
