@@ -104,7 +104,6 @@ DWARFSymbolFileToResolve::DWARFSymbolFileToResolve(char const* moduleFile, long 
     }
     SymMgrObjectPtr<ISectionData> const link = sectionOf(helper, section_role_DebugLink);
     if (link) {
-        m_hasDebugLink = true;
         DebugLink const read = readDebugLink(*link);
         m_debugLinkCrc = read.crc;
         m_soughtName = read.name;
@@ -135,7 +134,7 @@ void DWARFSymbolFileToResolve::search(std::string const& name) {
     settle(name, validity);
 }
 
-bool DWARFSymbolFileToResolve::isSought(char const* path) { return m_hasDebugLink && fileCrc(path) == m_debugLinkCrc; }
+bool DWARFSymbolFileToResolve::isSought(char const* path) { return m_debugLinkCrc && fileCrc(path) == m_debugLinkCrc; }
 
 // --- The module itself
 

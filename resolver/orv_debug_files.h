@@ -15,6 +15,7 @@
 #include <atomic>
 #include <cstdint>
 #include <deque>
+#include <optional>
 #include <string>
 
 namespace ORV_3_30 {
@@ -79,8 +80,7 @@ private:
     bool isSought(char const* path) override;
     void search(std::string const& name);
 
-    std::uint64_t m_debugLinkCrc = 0;
-    bool m_hasDebugLink = false;
+    std::optional<std::uint64_t> m_debugLinkCrc; ///< None in a module without that section.
 };
 
 /// The module itself, if it has debug information. It accepts no other file.
