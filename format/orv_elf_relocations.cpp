@@ -120,13 +120,10 @@ public:
     }
 };
 
-/// The symbols that a relocation section refers to, and their names.
-struct Referred {
-    SymMgrObjectPtr<ISectionData> symbols;
-    SymMgrObjectPtr<ISectionData> strings;
-};
+using Sections = std::pair<SymMgrObjectPtr<ISectionData>, SymMgrObjectPtr<ISectionData>>;
 
-Referred referredBy(ElfHelper const& helper, unsigned int link) {
+/// The symbols that a relocation section refers to, and their names.
+Sections referredBy(ElfHelper const& helper, unsigned int link) {
     for (auto const& [symbols, strings] : {std::pair{ElfHelper::role_Symtab, ElfHelper::role_Strtab},
                                            std::pair{ElfHelper::role_Dynsym, ElfHelper::role_Dynstr}}) {
         if (link == helper.sectionIndex(symbols)) {
@@ -163,7 +160,7 @@ SymMgrObjectPtr<RelocationAddends> relocationAddends(ElfHelper const& helper, un
     if (header->sh_link >= helper.sectionCount()) {
         return result;
     }
-    Referred const referred = referredBy(helper, header->sh_link);
+    auto const [symbols, strings] = referredBy(helper, header->sh_link);
     SectionBytes const bytes = helper.readSectionBytes(index);
     ByteCursor reader(bytes.bytes.get(), bytes.size);
     std::uint64_t const symbolSize = is64 ? sizeof(Elf64_Sym) : sizeof(Elf32_Sym);
@@ -176,17 +173,17 @@ SymMgrObjectPtr<RelocationAddends> relocationAddends(ElfHelper const& helper, un
         std::uint64_t const symbol = is64 ? info >> 32 : info >> 8;
         std::uint64_t const type = is64 ? info & 0xFFFFFFFF : info & 0xFF;
         Elf64_Sym entry{};
-        if (!readElfSymbol(is64, referred.symbols->data(), referred.symbols->size(), symbol * symbolSize, entry)) {
+        if (!readElfSymbol(is64, symbols->data(), symbols->size(), symbol * symbolSize, entry)) {
             continue;
         }
         // Section symbols count: relocatable files refer to their own sections through them.
         if (symbol != 0 && ELF64_ST_TYPE(entry.st_info) >= STT_FILE) {
             continue;
         }
-        entries.push_back({offset, entry.st_name, addend + entry.st_value, ordinal, patchedWidth(helper, type),
-                           referred.strings.get()});
+        entries.push_back(
+            {offset, entry.st_name, addend + entry.st_value, ordinal, patchedWidth(helper, type), strings.get()});
     }
-    result->setEntries(std::move(entries), referred.strings);
+    result->setEntries(std::move(entries), strings);
     return result;
 }
 
