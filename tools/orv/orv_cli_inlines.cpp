@@ -26,9 +26,8 @@ struct Body {
 constexpr unsigned int k_deepest = 200;
 
 void addBodies(Body& body, unsigned int depth) {
-    std::vector<SymMgrObjectPtr<ISymbolRange>> const ranges = rangesOf(*body.symbol);
     std::unordered_set<IInlineInstance*> known; // one may have several ranges
-    for (auto const& range : ranges) {
+    for (auto const& range : rangesOf(*body.symbol)) {
         body.size += range->size();
         Ranges inner;
         range->innerRanges(inner);
@@ -68,13 +67,9 @@ void print(Body const& body, std::string const& branch, std::string const& inden
 
 Json jsonOf(Body const& body) {
     std::string const call = callOf(body);
-    Json object;
-    object["name"] = body.symbol->name();
-    object["demangled"] = body.symbol->demangledName(0);
-    object["start"] = hex(body.start);
-    object["size"] = body.size;
-    object["called_at"] = call.empty() ? Json() : Json(call);
-    object["inlines"] = Json::array();
+    Json object{
+        {"name", body.symbol->name()}, {"demangled", body.symbol->demangledName(0)},      {"start", hex(body.start)},
+        {"size", body.size},           {"called_at", call.empty() ? Json() : Json(call)}, {"inlines", Json::array()}};
     for (Body const& inner : body.bodies) {
         object["inlines"].push_back(jsonOf(inner));
     }

@@ -62,18 +62,17 @@ int info(std::string const& moduleName, CommonOptions const& common) {
     std::string const buildId = buildIdOf(module);
     Producers const producers = bank.symFileFormat() == symbolFormatDwarf ? producersOf(module, common) : Producers();
     if (common.json) {
-        Json object;
-        object["file"] = moduleName;
-        object["format"] = nameOf(bank.execFileFormat());
-        object["architecture"] = nameOf(bank.architecture());
-        object["preferred_load_address"] = hex(bank.preferredLoadAddress());
-        object["entry_point"] = entry ? Json(hex(entry->pseudoAddr())) : Json();
-        object["image_size"] = bank.imageSize();
-        object["build_id"] = buildId.empty() ? Json() : Json(buildId);
-        object["symbol_file"] = bank.symFileName();
-        object["symbol_file_format"] = nameOfSymbolFormat(bank.symFileFormat());
-        object["memory_estimate"] = bank.memoryEstimate();
-        object["producers"] = Json::array();
+        Json object{{"file", moduleName},
+                    {"format", nameOf(bank.execFileFormat())},
+                    {"architecture", nameOf(bank.architecture())},
+                    {"preferred_load_address", hex(bank.preferredLoadAddress())},
+                    {"entry_point", entry ? Json(hex(entry->pseudoAddr())) : Json()},
+                    {"image_size", bank.imageSize()},
+                    {"build_id", buildId.empty() ? Json() : Json(buildId)},
+                    {"symbol_file", bank.symFileName()},
+                    {"symbol_file_format", nameOfSymbolFormat(bank.symFileFormat())},
+                    {"memory_estimate", bank.memoryEstimate()},
+                    {"producers", Json::array()}};
         for (auto const& [producer, count] : producers) {
             object["producers"].push_back(
                 {{"compiler", producer.first}, {"language", producer.second}, {"units", count}});
