@@ -71,7 +71,8 @@ private:
 
 constexpr unsigned int k_noSection = 0xFFFFFFFF;
 
-/// Reads through an ISection. A failed read is not tried again. Belongs to one thread.
+/// Reads through an ISection. A failed read is not tried again. Belongs to one thread. Required of this layer, though
+/// nothing in the library makes one.
 class SectionData final : public ISectionData {
 public:
     SectionData(unsigned int index, unsigned long long addressDelta, ISection* section)

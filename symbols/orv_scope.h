@@ -65,6 +65,8 @@ public:
     virtual bool rangeAt(unsigned long long& start, unsigned long long& end, unsigned long long address);
     virtual status_t nonOverlappedSymbolRanges(SymMgrObjectPtr<SymbolRangeIterator>& out, unsigned long long start,
                                                unsigned long long end, symbol_kind_t mask, ISymbolChooser* resolver);
+    // The next two are required of a scope. The table asks its maker, and has takeIn do what was decided.
+
     /// What becomes of other, which starts where this scope does: flags of merge_flags_t. nextKey is the table's next
     /// boundary, nextScope what starts there last, or null.
     virtual unsigned int mergeDecision(Scope& other, unsigned long long nextKey, Scope* nextScope);
@@ -72,6 +74,7 @@ public:
     virtual void merge(Scope& other, unsigned int flags, RangeRecord& /*record*/) {
         takeIn(other.mergeSide(), flags, &other);
     }
+
     virtual unsigned long long compUnitId() { return k_noCompUnit; }
     virtual Symbol* symbolImpl() { return nullptr; }
     /// Loads the kinds in mask that were not asked for before. What a failed load failed to give is
