@@ -55,8 +55,10 @@ std::string zdebug(std::string const& content, std::uint64_t claimedSize) {
 
 TEST(ElfHelper, BothClassesComeToOneForm) {
     TempDir const dir;
-    for (ElfClass const elfClass : {ElfClass::Elf32, ElfClass::Elf64}) {
+    for (auto const& [elfClass, gap] :
+         {std::pair(ElfClass::Elf32, 0U), std::pair(ElfClass::Elf64, 0U), std::pair(ElfClass::Elf64, 24U)}) {
         ElfBuilder elf = program(elfClass);
+        elf.headerGap = gap;
         elf.section(".zdebug_line", SHT_PROGBITS, 0, 0, "first");
         elf.section(".debug_line", SHT_PROGBITS, 0, 0, "second");
         elf.section("x.debug_info", SHT_PROGBITS, 0, 0, "no");

@@ -49,6 +49,7 @@ public:
     std::uint64_t entry = 0;
     unsigned char dataByte = ELFDATA2LSB;
     bool withSectionHeaders = true;
+    unsigned int headerGap = 0; ///< Bytes between section headers.
     /// The symbols go to .symtab and .strtab, or to .dynsym and .dynstr.
     bool dynamicSymbols = false;
 
@@ -142,7 +143,7 @@ public:
         put(file, headerSize, 2);
         put(file, programSize, 2);
         put(file, m_loads.size(), 2);
-        put(file, m_is64 ? 64 : 40, 2);
+        put(file, (m_is64 ? 64 : 40) + headerGap, 2);
         put(file, withSectionHeaders ? sections.size() : 0, 2);
         put(file, withSectionHeaders ? sections.size() - 1 : 0, 2);
         for (Load const& l : m_loads) {
@@ -173,6 +174,7 @@ public:
             put(file, s.info, 4);
             put(file, 1, word());
             put(file, 0, word());
+            file.append(headerGap, '\xFF');
         }
         return file;
     }
