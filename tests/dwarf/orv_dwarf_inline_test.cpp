@@ -19,7 +19,7 @@ namespace {
 /// Abbreviations: 1 a unit with lines, 2 a function with children, 3 and 4 inlined bodies with and without children, 5
 /// one with a range list, 6 an abstract function, 7 a lexical block, 8 a label, 9 one with nothing but its origin, 10
 /// an abstract function without a name, 16 an abstract function that is local, 17 a unit of a compiler whose siblings
-/// are trusted, 18 a body with a sibling.
+/// are trusted, 18 a body with a sibling, 19 one with a start and a range list.
 DwarfText inlineText() {
     DwarfText text;
     DwarfText::Specs const body = {{DW_AT_abstract_origin, DW_FORM_ref_addr},
@@ -54,7 +54,11 @@ DwarfText inlineText() {
                 {{DW_AT_sibling, DW_FORM_ref4},
                  {DW_AT_abstract_origin, DW_FORM_ref_addr},
                  {DW_AT_low_pc, DW_FORM_addr},
-                 {DW_AT_high_pc, DW_FORM_data2}});
+                 {DW_AT_high_pc, DW_FORM_data2}})
+        .abbrev(19, DW_TAG_inlined_subroutine, true,
+                {{DW_AT_abstract_origin, DW_FORM_ref_addr},
+                 {DW_AT_low_pc, DW_FORM_addr},
+                 {DW_AT_ranges, DW_FORM_sec_offset}});
     return text;
 }
 
@@ -183,6 +187,8 @@ TEST(Inline, WhatIsRefused) {
              Row{"no origin", ".uleb128 3\n.4byte 0x7fffffff\n.8byte code\n.byte 8, 1, 5\n" + nested, ""},
              Row{"the end below the start", body("g", 0x10, -8) + nested, "g[4112,4112)"},
              Row{"a list", ".uleb128 5\n" + reference("g") + ".4byte 0\n" + nested, "g[4112,4128) g[4144,4160)"},
+             Row{"a start and a list", ".uleb128 19\n" + reference("g") + ".8byte code + 0x50\n.4byte 0\n" + nested,
+                 "g[4112,4128) g[4144,4160)"},
              Row{"an empty list", ".uleb128 5\n" + reference("g") + ".4byte .Lempty - .Lranges\n" + nested, ""},
          }) {
         DwarfText text = inlineText();
@@ -222,16 +228,21 @@ TEST(Inline, CallersSeeTheCall) {
     module.bank().sourceLocationByAddress(addressIn(module.bank(), 0x1000).get(), location, ~0ULL, nullptr);
     auto* const file = static_cast<SourceFile*>(location->sourceFile());
     ISrcLineResolver* const resolver = dynamic_cast<GlobalScope&>(*scope.parentScope()).srcLineResolver();
+    auto const linesOf = [&](unsigned int fileId) {
+        LineIterator lines;
+        std::string found;
+        resolver->sourceLines(lines, ~0ULL, fileId, 0x1000, 0x1040, &scope);
+        forEach(lines, [&](ISourceLine& line) {
+            found += number(startOf(line) - 0x1000) + "+" + number(line.size()) + ":" +
+                     number(line.location()->line()) + " ";
+        });
+        return found;
+    };
     LogCapture const log;
-    LineIterator lines;
-    std::string found;
-    resolver->sourceLines(lines, ~0ULL, file->id(), 0x1000, 0x1040, &scope);
-    forEach(lines, [&](ISourceLine& line) {
-        found +=
-            number(startOf(line) - 0x1000) + "+" + number(line.size()) + ":" + number(line.location()->line()) + " ";
-    });
-    EXPECT_EQ(found, "0+16:1 16+16:5 32+16:9 ");
+    EXPECT_EQ(linesOf(file->id()), "0+16:1 16+16:5 32+16:9 ");
     EXPECT_EQ(log.count("srcLocation == NULL "), 1U);
+    // Without a file no call counts, and what lies between is asked about by its start alone.
+    EXPECT_EQ(linesOf(0xFFFFFFFF), "0+16:1 32+32:9 ");
 }
 
 namespace {

@@ -3,7 +3,9 @@
 /// Line programs and file tables, from assembler text.
 
 #include "dwarf/orv_dwarf_constants.h"
+#include "resolver/orv_debug_sections.h"
 #include "support/orv_assembler.h"
+#include "support/orv_elf_builder.h"
 
 using namespace orv_test;
 
@@ -343,6 +345,29 @@ TEST(DwarfLines, ChoosersSeeWhatTheShortWayTakes) {
         EXPECT_EQ(chosen ? chosen->line() : 0, expected) << std::hex << address;
     }
     EXPECT_GT(several, 50);
+}
+
+TEST(DwarfLines, OfACompanionMoveToTheModule) {
+    // Where code is, the companion says; the module has its own 0x500000 further on.
+    Assembled const companion(
+        functionsText(function("f", 0, 0x40), setAddress(0) + k_copy + setAddress(4) + k_end).source());
+    constexpr unsigned long long k_distance = 0x500000;
+    std::string link("c.debug", 8);
+    ElfBuilder::put(link, fileCrc(companion.path().c_str()), 4);
+    ElfBuilder elf;
+    elf.load(PF_R | PF_X, loaderOf(companion.path())->preferredLoadAddress() + k_distance, 0x3000);
+    elf.section(".text", SHT_PROGBITS, SHF_ALLOC | SHF_EXECINSTR, 0x1000 + k_distance, std::string(0x1000, 'x'));
+    elf.section(".gnu_debuglink", SHT_PROGBITS, 0, 0, link);
+    TempDir const dir;
+    std::string const path = dir.file("module", elf.bytes());
+    std::filesystem::copy(companion.path(), dir.path() + "/c.debug");
+    SymMgrObjectPtr<IModuleSymbolBank> bank;
+    ASSERT_EQ(loadBank(path, bank), status_Ok);
+    EXPECT_EQ(symbolAt(*bank, 0x1000 + k_distance, symbol_kind_Function), "f@501000+64");
+    SymMgrObjectPtr<ISourceLocation> place;
+    bank->sourceLocationByAddress(addressIn(*bank, 0x1003 + k_distance).get(), place, ~0ULL, nullptr);
+    ASSERT_TRUE(place);
+    EXPECT_STREQ(place->sourceFile()->path(), "/dir/a.c");
 }
 
 TEST(DwarfLines, SkipsSymbolsOnDemand) {

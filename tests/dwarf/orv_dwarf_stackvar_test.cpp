@@ -253,7 +253,9 @@ TEST(StackVariable, TypesAndMembers) {
         ".Lt_ring: .uleb128 15\n.4byte .Lt_ring2 " +
         "- .Lunit0\n.Lt_ring2: .uleb128 15\n.4byte .Lt_ring - .Lunit0\n.Lt_outer: " + entry(9, "outer") +
         ".2byte 24\n" + entry(10, "n") + ".4byte .Lt_inner - .Lunit0\n.byte 8\n" + entry(10, "m") +
-        ".4byte .Lt_alias - .Lunit0\n.byte 16\n" + k_end;
+        ".4byte .Lt_alias - .Lunit0\n.byte 16\n" + k_end + ".Lt_holder: " + entry(9, "holder") + ".2byte 8\n" +
+        entry(10, "h") + ".4byte .Lt_union - .Lunit0\n.byte 0\n" + k_end + ".Lt_single: .uleb128 13\n" +
+        ".4byte .Lt_int - .Lunit0\n.uleb128 14\n.sleb128 0\n.byte 0\n";
     auto const at = [](int offset) { return block(".byte 0x91\n.sleb128 " + number(offset)); };
     struct Row {
         char const* type;
@@ -270,7 +272,8 @@ TEST(StackVariable, TypesAndMembers) {
              Row{"inner", 5, "v::b"},     Row{"inner", 6, "v"},       Row{"inner", 8, "-"},  Row{"alias", 4, "v::b"},
              Row{"constant", 4, "v::b"},  Row{"union", 4, "v::x::b"}, Row{"array", 59, "v"}, Row{"array", 60, "-"},
              Row{"huge", 1000, "v"},      Row{"self", 0, again},      Row{"ring", 0, "v"},   Row{"ring", 1, "-"},
-             Row{"outer", 12, "v::n::b"}, Row{"outer", 20, "v::m"},   Row{"outer", 4, "v"},
+             Row{"outer", 12, "v::n::b"}, Row{"outer", 20, "v::m"},   Row{"outer", 4, "v"},  Row{"holder", 4, "v::h"},
+             Row{"single", 0, "v"},       Row{"single", 1, "-"},
          }) {
         FakeFrame frame(withUnit(types + function(block(".byte 0x56")) + variable("v", at(16), row.type) + k_end));
         EXPECT_EQ(frame.at(k_framePointer + 16 + static_cast<unsigned int>(row.offset)), row.wanted)

@@ -273,6 +273,10 @@ TEST(Dwarf, MakesSymbolsByTag) {
                           ".uleb128 7\n.asciz \"l\"\n.8byte code + 12\n" + ".byte 0\n.byte 0\n");
         EXPECT_EQ(symbolsOf(text, mask), symbols) << "tag " << tag << ", kinds " << mask;
     }
+    DwarfText text = commonText();
+    text.abbrev(4, DW_TAG_label, false, {{DW_AT_name, DW_FORM_string}});
+    text.unit({}, unitEntry() + ".uleb128 4\n.asciz \"l\"\n.byte 0\n");
+    EXPECT_EQ(symbolsOf(text, symbol_kind_DataAlt), "l[0,0)l") << "a label without an address stands at 0";
 }
 
 TEST(Dwarf, NamesAndPlacesFunctions) {

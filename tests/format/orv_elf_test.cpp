@@ -386,6 +386,14 @@ TEST(ElfFileLoader, RelocatableFilesGetTheirLayoutFromSections) {
     EXPECT_EQ(segmentAt(0x100), ".text1") << "an untyped one does not displace it";
     EXPECT_EQ(segmentAt(0x400), ".data2");
     EXPECT_EQ(symbolsOf(path), "f[272,288) d[1024,1028)");
+    // All sections of an object begin at 0: what is no segment beside the code is no data either.
+    ElfBuilder object;
+    object.type = ET_REL;
+    object.section(".text", SHT_PROGBITS, SHF_ALLOC | SHF_EXECINSTR, 0, k_code);
+    object.section(".data", SHT_PROGBITS, SHF_ALLOC | SHF_WRITE, 0, std::string(0x400, 'd'));
+    object.symbol("f", STB_GLOBAL, STT_FUNC, 0x10, 0x10);
+    object.symbol("d", STB_GLOBAL, STT_OBJECT, 0x300, 4, 2);
+    EXPECT_EQ(symbolsOf(dir.file("m.o", object.bytes())), "f[16,32)");
 }
 
 TEST(ElfFileLoader, SectionsByNameAndIndexDiffer) {
@@ -413,6 +421,7 @@ TEST(ElfFileLoader, SectionsByNameAndIndexDiffer) {
     elf.load(PF_R | PF_X, 0x1000, 0x1000, 0, 0x180);
     elf.section(".text", SHT_PROGBITS, SHF_ALLOC | SHF_EXECINSTR, 0x1100, std::string(0x40, 'x'));
     elf.section(".rodata", SHT_PROGBITS, SHF_ALLOC, 0x1140, std::string(0x40, 'x'));
+    elf.section(".last", SHT_NOBITS, SHF_ALLOC, 0x1180, "", 0x88); // up to the limit
     elf.section(".more", SHT_PROGBITS, SHF_ALLOC, 0x1180, std::string(0x400, 'x'));
     SymMgrObjectPtr<IFileFormatLoader> const small = loaderOf(dir.file("s", elf.bytes()));
     for (bool const codeOnly : {false, true}) {
@@ -420,7 +429,7 @@ TEST(ElfFileLoader, SectionsByNameAndIndexDiffer) {
         small->segmentByIndex(0)->sections(it, codeOnly);
         std::string names;
         forEach(it, [&](ISection& found) { names += found.name(); });
-        EXPECT_EQ(names, codeOnly ? ".text" : ".text.rodata");
+        EXPECT_EQ(names, codeOnly ? ".text" : ".text.rodata.last");
     }
 }
 

@@ -115,6 +115,7 @@ TEST(FileFormatLoader, EndsCountAsInside) {
     EXPECT_EQ(nameOf(loader->segmentByFileOffset(0x171)), "none");
     EXPECT_EQ(nameOf(loader->segmentByName("c")), "none");
     EXPECT_EQ(nameOf(loader->segmentByIndex(2)), "none");
+    loader->addSegment(0x1200, "d", 0x200, 0x160, 0x10, 0x10, 2);
     loader->addSection("s", 0x9000, 0x10);
     ISection* const section = loader->sectionByAddress(0x9010);
     ASSERT_NE(section, nullptr);
@@ -127,6 +128,8 @@ TEST(FileFormatLoader, EndsCountAsInside) {
     EXPECT_EQ(address->fileOffset(), 0x150U) << "the end of the file bytes still has a place";
     ASSERT_EQ(loader->addressByValue(address, 0x1051), status_Ok);
     EXPECT_EQ(address->fileOffset(), ~0ULL) << "bytes that are only in memory have none";
+    ASSERT_EQ(loader->addressByFileOffset(address, 0x170), status_Ok);
+    EXPECT_EQ(address->pseudoAddr(), 0x1210U) << "of those that end there the last";
     ASSERT_EQ(loader->addressByFileOffset(address, 0x155), status_Ok);
     EXPECT_EQ(address->pseudoAddr(), 0x1105U);
     EXPECT_EQ(loader->addressByFileOffset(address, 0x99), status_Fail);

@@ -25,6 +25,7 @@ TEST(Filename, Normalizes) {
     } const rows[] = {
         {k_kindUnix, "/a/b/../c", "/a/c"},
         {k_kindUnix, "/a/./b", "/a/b"},
+        {k_kindUnix, "/a/.", "/a/"},
         {k_kindUnix, "//a///b//", "/a/b/"},
         {k_kindUnix, "/..", ""},
         {k_kindUnix, "/a/../../b", ""},

@@ -150,6 +150,18 @@ TEST(Candidates, DebugLinkNames) {
     }
 }
 
+TEST(Candidates, DebugLinksLeadToTwoPlaces) {
+    // The CRC stands behind a name of 8 bytes, its NUL and what fills up to 12.
+    Placed const companion(programText(k_debugInfo), "companion");
+    Placed const module(programText(debugLink("cc.debug", crcText(companion.path()))), "module");
+    std::string const beside = module.dir().file("cc.debug", "another");
+    std::string const below = module.dir().path() + "/.debug/cc.debug";
+    place(companion.path(), below);
+    EXPECT_EQ(listOf(module.path()), below + " 1") << "a wrong file does not end the search";
+    place(companion.path(), beside);
+    EXPECT_EQ(listOf(module.path()), beside + " 1");
+}
+
 TEST(Candidates, StandForTheModuleItself) {
     Placed const module(programText(k_debugInfo), "module");
     EXPECT_EQ(listOf(module.path()), module.path() + " 1, " + module.path() + " 1");
@@ -159,6 +171,7 @@ TEST(Candidates, StandForTheModuleItself) {
     auto const loader = loaderOf(linked.path());
     EXPECT_EQ(candidateAt(*loader, 1)->validateSymbolFile(module.path().c_str()), -1);
     EXPECT_EQ(candidateAt(*loader, 1)->validateSymbolFile((linked.dir().path() + "/./module").c_str()), 1);
+    EXPECT_EQ(candidateAt(*loader, 1)->validateSymbolFile(nullptr), 0) << "nothing offered is no refusal";
     EXPECT_EQ(candidateAt(*loader, 0)->candidateClassFlag(), 1U);
     EXPECT_EQ(candidateAt(*loader, 1)->candidateClassFlag(), 0U);
 }
@@ -291,4 +304,7 @@ TEST(Resolvers, ACompanionWithoutDwarfGivesItsSymbols) {
     EXPECT_EQ(bank->symFileName(), module.dir().path() + "/c.debug");
     EXPECT_EQ(bank->symFileFormat(), 0U);
     EXPECT_EQ(symbolAt(*bank, 0x1004), "hidden@1000+16");
+    EXPECT_EQ(bank->memoryEstimate(), std::filesystem::file_size(companion.path()) * 8);
+    std::filesystem::remove(module.dir().path() + "/c.debug");
+    EXPECT_EQ(bank->memoryEstimate(), std::filesystem::file_size(module.path()) * 8) << "the companion has gone";
 }
