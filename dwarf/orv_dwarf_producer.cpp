@@ -16,7 +16,7 @@ constexpr char const* k_stackCheck = "-check stack ";
 
 bool beginsWith(char const* text, char const* prefix) { return std::strncmp(text, prefix, std::strlen(prefix)) == 0; }
 
-unsigned int numberAt(char const* text) { return static_cast<unsigned int>(std::strtol(text, nullptr, 10)); }
+long numberAt(char const* text) { return std::strtol(text, nullptr, 10); }
 
 /// What follows the first occurrence of a mark; null if nothing does.
 char const* behind(char const* text, char const* mark) {
@@ -34,9 +34,9 @@ void parseGnu(char const* producer, Compiler& out) {
     if (version == nullptr) {
         return;
     }
-    out.major = numberAt(version);
+    out.major = static_cast<unsigned int>(numberAt(version));
     if (char const* const minor = behind(version, ".")) {
-        out.minor = numberAt(minor);
+        out.minor = static_cast<unsigned int>(numberAt(minor));
     }
     if (out.major == 2 && out.minor == 96) {
         out.kind = compiler_Gnu296;
@@ -44,11 +44,12 @@ void parseGnu(char const* producer, Compiler& out) {
 }
 
 void parseVarko(char const* producer, Compiler& out) {
-    constexpr unsigned int k_firstNewMajor = 8;
+    constexpr long k_firstNewMajor = 8;
     out.kind = compiler_VarkoOld;
     if (char const* const version = behind(producer, "Version ")) {
-        out.major = numberAt(version);
-        out.kind = out.major >= k_firstNewMajor ? compiler_Varko : compiler_VarkoOld;
+        long const major = numberAt(version);
+        out.major = static_cast<unsigned int>(major);
+        out.kind = major >= k_firstNewMajor ? compiler_Varko : compiler_VarkoOld;
     }
     if (char const* at = behind(producer, "Opt_report_file ")) {
         // Cut behind the character that follows a backslash: clients know the names that come of it.

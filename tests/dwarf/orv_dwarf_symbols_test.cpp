@@ -556,6 +556,7 @@ TEST(Dwarf, ReadsProducers) {
              Row{"GNU C++17 12.2.0", "1 0.0 "},
              Row{"Varko(R) C Version 7.1", "3 7.0 "},
              Row{"Varko(R) C Version 8.0", "4 8.0 "},
+             Row{"Varko(R) C Version -1", "3 4294967295.0 "},
              Row{"Varko Version ", "3 0.0 "},
              Row{"The Varko(R) Version 9", "0 0.0 "},
              Row{"Varko(R) Opt_report_file a.rep -O2", "3 0.0 a.rep"},
