@@ -104,12 +104,7 @@ ElfHelper::ElfHelper(SymMgrObjectPtr<IModuleImage> image) : m_fileImage(std::mov
     if (!ORV_ASSERT(m_architecture != arch_Unknown, "false")) {
         return;
     }
-    try {
-        m_valid = readProgramHeaders() && readSectionHeaders();
-    } catch (std::bad_alloc const&) {
-        ORV_ASSERT(false, "false");
-        throw;
-    }
+    m_valid = readProgramHeaders() && readSectionHeaders();
 }
 
 bool ElfHelper::readImage(std::uint64_t offset, std::uint64_t size, void* out) const {
@@ -148,15 +143,20 @@ template <typename Visitor> bool ElfHelper::walkTable(std::uint64_t offset, unsi
     }
     // Entries may stand apart further than they are long, with the most of a large file between them.
     bool const isDense = entrySize == leastEntrySize;
-    std::vector<unsigned char> bytes(std::size_t{isDense ? count : 1} * leastEntrySize);
-    if (isDense && !readImage(offset, bytes.size(), bytes.data())) {
-        return false;
-    }
-    for (std::uint64_t i = 0; i < count; ++i) {
-        if (!isDense && !readImage(offset + i * entrySize, leastEntrySize, bytes.data())) {
+    try {
+        std::vector<unsigned char> bytes(std::size_t{isDense ? count : 1} * leastEntrySize);
+        if (isDense && !readImage(offset, bytes.size(), bytes.data())) {
             return false;
         }
-        visit(ByteCursor(bytes.data() + (isDense ? i * entrySize : 0), leastEntrySize));
+        for (std::uint64_t i = 0; i < count; ++i) {
+            if (!isDense && !readImage(offset + i * entrySize, leastEntrySize, bytes.data())) {
+                return false;
+            }
+            visit(ByteCursor(bytes.data() + (isDense ? i * entrySize : 0), leastEntrySize));
+        }
+    } catch (std::bad_alloc const&) {
+        ORV_ASSERT(false, "false");
+        throw;
     }
     return true;
 }

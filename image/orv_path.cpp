@@ -6,12 +6,54 @@
 #include "image/orv_filename.h"
 
 #include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace ORV_3_30 {
+namespace {
+
+/// A file descriptor that closes itself.
+class Descriptor {
+public:
+    explicit Descriptor(int value) : m_value(value) {}
+    ~Descriptor() {
+        if (m_value >= 0) {
+            ::close(m_value);
+        }
+    }
+    Descriptor(Descriptor const&) = delete;
+    Descriptor& operator=(Descriptor const&) = delete;
+    int get() const { return m_value; }
+
+private:
+    int m_value;
+};
+
+/// A shared mapping of a file's first bytes.
+class Mapping {
+public:
+    Mapping(Descriptor const& file, std::size_t size, int protection)
+        : m_size(size), m_address(::mmap64(nullptr, size, protection, MAP_SHARED, file.get(), 0)) {}
+    ~Mapping() {
+        if (isValid()) {
+            ::munmap(m_address, m_size);
+        }
+    }
+    Mapping(Mapping const&) = delete;
+    Mapping& operator=(Mapping const&) = delete;
+    bool isValid() const { return m_address != MAP_FAILED; }
+    void* get() const { return m_address; }
+
+private:
+    std::size_t m_size;
+    void* m_address;
+};
+
+} // namespace
 
 bool fileExists(char const* path) { return File(path).status() == fosOK && !isDirectory(path); }
 
@@ -64,13 +106,27 @@ void currentDirectory(std::string& out) {
 void temporaryDirectory(std::string& out) { out = "/tmp/"; }
 
 bool copyFile(char const* to, char const* from) {
-    bool const isSource = to != nullptr && File(from).status() == fosOK;
-    int const target = isSource ? ::open64(to, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666) : -1;
-    if (target >= 0) {
-        ::close(target);
+    Descriptor const source(from != nullptr ? ::open64(from, O_RDONLY | O_CLOEXEC) : -1);
+    if (source.get() < 0 || to == nullptr) {
+        return false;
     }
-    // Both would be mapped now. The target is empty, and so its mapping holds no byte that could be written.
-    return false;
+    Descriptor const target(::open64(to, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+    if (target.get() < 0) {
+        return false;
+    }
+    std::int64_t const length = ::lseek64(source.get(), 0, SEEK_END);
+    if (length < 0) {
+        return false;
+    }
+    auto const size = static_cast<std::size_t>(length);
+    Mapping const in(source, size, PROT_READ);
+    Mapping const out(target, size, PROT_READ | PROT_WRITE);
+    // Bytes beyond the end of the target's mapping can't be touched, and the target is empty.
+    if (!in.isValid() || !out.isValid() || pathFileSize(to) < size) {
+        return false;
+    }
+    std::memcpy(out.get(), in.get(), size);
+    return true;
 }
 
 bool removeFile(char const* path) { return path != nullptr && ::unlink(path) == 0; }

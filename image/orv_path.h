@@ -30,8 +30,8 @@ bool removeFile(char const* path);
 void baseName(std::string& out, char const* path);
 bool isAbsolutePath(char const* path);
 void temporaryDirectory(std::string& out);
-/// The target is made and emptied, and not extended before it is to be mapped: there is nothing to copy into, and the
-/// result is false. It is kept that way, for no caller leans on it.
+/// Both sides are mapped, and the target is not extended before that: there is nothing to copy into, and the result is
+/// false. It is kept that way, for no caller leans on it.
 bool copyFile(char const* to, char const* from);
 /// Recursively: removes what can be removed, and is true only if everything was.
 bool removeDirectory(char const* path, bool recursive);

@@ -5,11 +5,11 @@
 
 #include "core/orv_trace.h"
 #include "image/orv_path.h"
-#include "manager/orv_guarded.h"
 #include "manager/orv_modulesymbolbank.h"
 #include "resolver/orv_symbolfileresolver.h"
 
 #include <cstring>
+#include <new>
 #include <string>
 
 namespace ORV_3_30 {
@@ -110,10 +110,13 @@ status_t SymbolManager::loadByName(char const* operation, char const* execFileNa
         return status_InvalidArg;
     }
     ORV_TRACE_INPUT(operation, "execFileName", execFileName);
-    return guarded([&] {
+    try {
         return loadSymbolsFromModule(bank, IModuleImage::create(execFileName, arch, false), resolver, loadFlags,
                                      targetName);
-    });
+    } catch (std::bad_alloc const&) {
+        ORV_ERROR("Out of memory");
+        return status_OutOfMemory;
+    }
 }
 
 status_t SymbolManager::loadSymbolsFromModule(SymMgrObjectPtr<IModuleSymbolBank>& bank,

@@ -171,7 +171,8 @@ public:
         return full() != nullptr ? kept(m_short, [this] { return spell(k_nameAlone); }) : m_name.c_str();
     }
     char const* baseName() override {
-        return full() != nullptr ? kept(m_base, [this] { return NameTree(m_name, k_nameAlone).base(); }) : m_name.c_str();
+        return full() != nullptr ? kept(m_base, [this] { return NameTree(m_name, k_nameAlone).base(); })
+                                 : m_name.c_str();
     }
 
 private:
