@@ -89,8 +89,13 @@ template <typename K, typename Item, typename Remover> class SortList : public C
 public:
     /// Makes a node from key and the further arguments. Null if the key is there: nothing changes.
     template <typename... Args> Item* insert(K const& key, Args&&... args) {
+        Item* previous = nullptr;
+        if (!findPlace(key, previous)) {
+            return nullptr;
+        }
         auto item = std::make_unique<Item>(key, std::forward<Args>(args)...);
-        return insertItem(item.get()) ? item.release() : nullptr;
+        this->link(previous, item.get());
+        return item.release();
     }
 
     /// Puts in a node that exists. False if its key is there: the node is then not taken.

@@ -13,7 +13,7 @@
 namespace ORV_3_30 {
 
 /// Any thread may ask. A value that could not be made is made at the next question; one that was stays where it is
-/// until this goes.
+/// until this goes, or until somebody takes it.
 template <typename T> class Once {
 public:
     Once() = default;
@@ -45,7 +45,7 @@ public:
         return *known;
     }
 
-    /// For who takes values down in an order of his own. Nobody else asks any more.
+    /// For who takes values down in an order of his own, or has them made anew. Nobody else asks meanwhile.
     std::unique_ptr<T> take() { return std::unique_ptr<T>(m_value.exchange(nullptr)); }
 
 private:

@@ -20,8 +20,8 @@ void DWARFInlineInstance::callSite(SymMgrObjectPtr<ISourceLocation>& out) {
     if (place.isKnown()) {
         out = m_location.get([&] {
             int const id = place.sourceFileId();
-            return std::make_unique<SymMgrObjectPtr<ISourceLocation>>(id >= 0 ? place.locationIn(id, place.unit->id())
-                                                                              : nullptr);
+            SymMgrObjectPtr<ISourceLocation> const made(id >= 0 ? place.locationIn(id, place.unit->id()) : nullptr);
+            return std::make_unique<SymMgrObjectPtr<ISourceLocation>>(made);
         });
     }
 }

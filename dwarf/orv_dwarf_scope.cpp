@@ -82,8 +82,9 @@ status_t DWARFSymbol::sourceLine(SymMgrObjectPtr<ISourceLine>& out) {
     SymMgrObjectPtr<ISourceLocation> const& location = m_declaration.get([this] {
         DeclLocation declaration{};
         bool const isKnown = declaredFileId() >= 0 && DeclLocation::readDeclaration(m_unit, m_dieOffset, declaration);
-        return std::make_unique<SymMgrObjectPtr<ISourceLocation>>(
-            isKnown ? declaration.locationIn(declaredFileId(), compUnitId()) : nullptr);
+        SymMgrObjectPtr<ISourceLocation> const made(isKnown ? declaration.locationIn(declaredFileId(), compUnitId())
+                                                            : nullptr);
+        return std::make_unique<SymMgrObjectPtr<ISourceLocation>>(made);
     });
     if (!location) {
         return status_False;
@@ -108,9 +109,8 @@ int DWARFSymbol::fileIdAtAddress() {
     // What a question for the line there comes to while no symbol over the address has lines of its own:
     // to ask them too would lead from one to the next, and back.
     DWARFLineResolver& resolver = *m_unit.loader().lineResolver();
-    RowsAtAddress const rows(resolver.table(), {compUnitId(), k_allFiles, addressValue(), addressValue()});
-    RowAt const* const row = rows.latest();
-    bool const hasFile = row != nullptr && ORV_ASSERT(resolver.sourceFileById(row->fileId) != nullptr, "srcFile != 0L");
+    auto const row = resolver.table().latestAt({compUnitId(), k_allFiles, addressValue(), addressValue()});
+    bool const hasFile = row && ORV_ASSERT(resolver.sourceFileById(row->fileId) != nullptr, "srcFile != 0L");
     id = hasFile ? static_cast<int>(row->fileId) : -1;
     m_fileIdAtAddress.store(id, std::memory_order_relaxed);
     return id;

@@ -9,35 +9,43 @@
 #include "symbols/orv_symbolrange.h"
 
 #include <algorithm>
+#include <optional>
 
 namespace ORV_3_30 {
 
 bool latestCallerLine(LineTable const& table, unsigned long long address, unsigned long long unit, Scope* scope,
                       SrcLocator& row, unsigned long long& rowUnit) {
+    LineQuery const query{unit, k_allFiles, address, address};
     std::vector<Scope*> scopes;
     if (scope != nullptr) {
         scope->scopesAt(address, symbol_kind_Function, scopes);
     }
-    // A scope's own lines may be those of another unit than the one that is asked for.
-    RowsAtAddress const rows(table, {scopes.empty() ? unit : k_allUnits, k_allFiles, address, address});
-    RowAt const* const inTable = rows.latest(unit);
-    RowAt const* best = scopes.empty() ? inTable : nullptr;
-    for (Scope* const at : scopes) {
-        if (at->inlineInstance() != nullptr) {
-            continue; // its call site stands for a file that was asked for, and none was
-        }
-        Symbol* const symbol = at->symbolImpl();
-        RowAt const* const own = symbol != nullptr ? symbol->latestLineAt(rows) : nullptr;
-        RowAt const* const candidate = own != nullptr ? own : inTable;
-        if (candidate != nullptr && (best == nullptr || candidate->start > best->start)) {
-            best = candidate;
+    std::optional<RowAt> best;
+    if (scopes.empty()) {
+        best = table.latestAt(query);
+    } else {
+        RowsAtAddress const rows(table, address);
+        std::optional<std::optional<RowAt>> inTable; // the same for all of them
+        for (Scope* const at : scopes) {
+            if (at->inlineInstance() != nullptr) {
+                continue; // its call site stands for a file that was asked for, and none was
+            }
+            Symbol* const symbol = at->symbolImpl();
+            RowAt const* const own = symbol != nullptr ? symbol->latestLineAt(rows) : nullptr;
+            if (own == nullptr && !inTable) {
+                inTable = table.latestAt(query);
+            }
+            std::optional<RowAt> const candidate = own != nullptr ? std::optional(*own) : *inTable;
+            if (candidate && (!best || candidate->start > best->start)) {
+                best = candidate;
+            }
         }
     }
-    if (best != nullptr) {
-        row = rows.locator(*best);
+    if (best) {
+        row = table.locator(best->row);
         rowUnit = best->unit;
     }
-    return best != nullptr;
+    return best.has_value();
 }
 
 // --- SymbolSourceLineIterator

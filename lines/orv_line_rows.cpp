@@ -45,6 +45,10 @@ void LineRows::cutTo(std::uint32_t size) {
     while (!m_runs.empty() && m_runs.back().firstRow >= size) {
         m_runs.pop_back();
     }
+    if (!m_runs.empty() && m_runs.back().firstRow + m_runs.back().count > size) {
+        m_runs.back().end = m_runs.back().base + packed(size).offset;
+        m_runs.back().count = size - m_runs.back().firstRow;
+    }
     m_size = size;
 }
 

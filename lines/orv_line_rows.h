@@ -39,7 +39,7 @@ public:
     /// numbered with 32 bits.
     bool add(unsigned long long unit, SrcLocator const& row);
 
-    /// Takes out the rows from a number on, which no run goes across.
+    /// Takes out the rows from a number on.
     void cutTo(std::uint32_t size);
 
     std::uint32_t size() const { return m_size; }

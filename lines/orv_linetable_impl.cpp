@@ -90,7 +90,7 @@ LineTable::AddressIndex LineTable::makeIndex(std::size_t begin, std::size_t end)
 LineTable::AddressIndices const& LineTable::prepareAddresses() const {
     return m_byAddress.get(m_indexLock, [this] {
         std::size_t const end = m_rows.runs().empty() ? 0 : m_rows.runs().size() - 1;
-        auto indices = std::make_unique<AddressIndices>(m_olderIndices);
+        auto indices = std::make_unique<AddressIndices>(std::exchange(m_olderIndices, {}));
         std::size_t begin = indices->empty() ? 0 : indices->back().begin + indices->back().runs.size();
         while (begin < end && !indices->empty() && indices->back().runs.size() <= 2 * (end - begin)) {
             begin = indices->back().begin;
@@ -125,7 +125,8 @@ void LineTable::visitAt(AddressIndex const& index, unsigned long long address, T
     }
 }
 
-std::vector<RowAt> LineTable::rowsAt(LineQuery const& query) const {
+/// Those that pass the query's filters, in no particular order.
+std::vector<RowAt> LineTable::collectAt(LineQuery const& query) const {
     std::vector<RowAt> found;
     unsigned long long const address = query.start;
     auto const take = [&](LineRows::Run const& run) {
@@ -145,28 +146,34 @@ std::vector<RowAt> LineTable::rowsAt(LineQuery const& query) const {
             take(last);
         }
     }
-    std::sort(found.begin(), found.end(), [this](RowAt const& a, RowAt const& b) {
-        if (a.key() != b.key()) {
-            return a.key() < b.key();
-        }
-        std::vector<std::uint32_t> const& positions = ordered()->positions;
-        return positions[a.row] < positions[b.row];
-    });
     return found;
 }
 
-RowsAtAddress::RowsAtAddress(LineTable const& table, LineQuery const& query)
-    : m_table(table), m_address(query.start), m_rows(table.rowsAt(query)) {}
-
-RowAt const* RowsAtAddress::latest(unsigned long long unit) const {
-    RowAt const* best = nullptr;
-    for (RowAt const& at : m_rows) {
-        if ((unit == k_allUnits || at.unit == unit) && (best == nullptr || at.start > best->start)) {
-            best = &at;
-        }
+/// The order in which two rows come out. To settle what lies behind the start takes the order of the whole table.
+bool LineTable::precedes(RowAt const& a, RowAt const& b) const {
+    if (a.key() != b.key()) {
+        return a.key() < b.key();
     }
-    return best;
+    std::vector<std::uint32_t> const& positions = ordered()->positions;
+    return positions[a.row] < positions[b.row];
 }
+
+std::vector<RowAt> LineTable::rowsAt(LineQuery const& query) const {
+    std::vector<RowAt> found = collectAt(query);
+    std::sort(found.begin(), found.end(), [this](RowAt const& a, RowAt const& b) { return precedes(a, b); });
+    return found;
+}
+
+std::optional<RowAt> LineTable::latestAt(LineQuery const& query) const {
+    std::vector<RowAt> const found = collectAt(query);
+    auto const latest = std::max_element(found.begin(), found.end(), [this](RowAt const& a, RowAt const& b) {
+        return a.start != b.start ? a.start < b.start : precedes(b, a);
+    });
+    return latest != found.end() ? std::optional(*latest) : std::nullopt;
+}
+
+RowsAtAddress::RowsAtAddress(LineTable const& table, unsigned long long address)
+    : m_address(address), m_rows(table.rowsAt({k_allUnits, k_allFiles, address, address})) {}
 
 RowAt const* RowsAtAddress::latest(unsigned long long unit, unsigned int fileId) const {
     auto const isAbove = [](auto const& key, RowAt const& at) { return key < std::pair(at.fileId, at.unit); };
@@ -177,8 +184,6 @@ RowAt const* RowsAtAddress::latest(unsigned long long unit, unsigned int fileId)
     }
     return &*std::lower_bound(m_rows.begin(), behind, std::prev(behind)->key(), isBelow);
 }
-
-SrcLocator RowsAtAddress::locator(RowAt const& at) const { return m_table.locator(at.row); }
 
 // --- Questions for a stretch
 
@@ -192,8 +197,21 @@ void LineTable::addStretches(unsigned int fileId, RangeFilter& out) const {
     std::vector<SrcRange> const& ranges = ordered()->ranges;
     auto range = std::lower_bound(ranges.begin(), ranges.end(), fileId, isBelow);
     for (; range != ranges.end() && range->fileId == fileId; ++range) {
+        std::optional<std::pair<unsigned long long, unsigned long long>>
+            open; // by start: most rows touch the one before
         for (std::uint32_t const row : range->rows) {
-            out.add(locator(row).start, locator(row).end);
+            SrcLocator const at = locator(row);
+            if (open && at.start <= open->second) {
+                open->second = std::max(open->second, at.end);
+                continue;
+            }
+            if (open) {
+                out.add(open->first, open->second);
+            }
+            open.emplace(at.start, at.end);
+        }
+        if (open) {
+            out.add(open->first, open->second);
         }
     }
 }

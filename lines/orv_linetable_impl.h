@@ -9,7 +9,7 @@
 ///
 /// Rows go in as they come, and may overlap in any way. What comes out is ordered by file, unit, start,
 /// line and column; of two rows that agree in all of these, the one that came later is first. The
-/// indices for that are made when a question needs them: one by address over all rows, and one for
+/// indices for that are made when a question needs them: a few by address over all rows, and one for
 /// each file in each unit.
 ///
 /// Adding and asking at the same time is not guarded: the resolvers fill their tables before anybody
@@ -25,6 +25,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <tuple>
 #include <vector>
 
@@ -58,7 +59,7 @@ struct SrcRange {
     EndIndex ends;
 };
 
-/// A row with what it is ordered by.
+/// A row with what it is ordered by, but for what lies behind its start.
 struct RowAt {
     unsigned int fileId;
     unsigned long long unit;
@@ -71,18 +72,13 @@ struct RowAt {
 /// The rows over one address, in the order in which they come out.
 class RowsAtAddress {
 public:
-    /// Those that pass the query's filters; it asks for an address.
-    RowsAtAddress(LineTable const& table, LineQuery const& query);
+    RowsAtAddress(LineTable const& table, unsigned long long address);
 
     unsigned long long address() const { return m_address; }
-    /// The one that starts last, of several such the first; null if there is none. Of all units or one.
-    RowAt const* latest(unsigned long long unit = k_allUnits) const;
-    /// Of those of one file in one unit.
+    /// Of those of one file in one unit the one that starts last, of several such the first; null if there is none.
     RowAt const* latest(unsigned long long unit, unsigned int fileId) const;
-    SrcLocator locator(RowAt const& at) const;
 
 private:
-    LineTable const& m_table;
     unsigned long long m_address;
     std::vector<RowAt> m_rows;
 };
@@ -106,6 +102,8 @@ public:
 
     /// The rows over one address that pass the filters, in order.
     std::vector<RowAt> rowsAt(LineQuery const& query) const;
+    /// The one of them that starts last, of several such the first.
+    std::optional<RowAt> latestAt(LineQuery const& query) const;
     /// All rows in order: by file, then unit.
     struct Ordered {
         std::vector<SrcRange> ranges;
@@ -141,6 +139,8 @@ private:
 
     AddressIndices const& prepareAddresses() const;
     AddressIndex makeIndex(std::size_t begin, std::size_t end) const;
+    std::vector<RowAt> collectAt(LineQuery const& query) const;
+    bool precedes(RowAt const& a, RowAt const& b) const;
     template <typename Take>
     void visitAt(AddressIndex const& index, unsigned long long address, Take const& take) const;
     std::shared_ptr<Ordered const> collectRanges() const;

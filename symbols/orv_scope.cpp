@@ -76,8 +76,10 @@ ISymbolTable* Scope::symbolTable() { return &ownTable(); }
 
 SymbolTable& Scope::ownTable() {
     Extras& own = extras();
-    auto& table = own.table.get(
-        own.lock, [&] { return std::make_unique<SymMgrObjectPtr<ISymbolTable>>(new SymbolTable(this, &own.lock)); });
+    auto& table = own.table.get(own.lock, [&] {
+        SymMgrObjectPtr<ISymbolTable> const fresh(new SymbolTable(this, &own.lock));
+        return std::make_unique<SymMgrObjectPtr<ISymbolTable>>(fresh);
+    });
     return static_cast<SymbolTable&>(*table);
 }
 
@@ -147,9 +149,12 @@ status_t Scope::ensureKinds(unsigned int mask) {
     if ((mask & ~m_loadedKinds.load(std::memory_order_acquire)) == 0) {
         return status_Ok;
     }
-    LockGuard guard(rootLoadLock());
-    // Kinds that this very thread is loading further up count as loaded.
-    unsigned int const missing = mask & ~(m_loadedKinds.load(std::memory_order_acquire) | m_kindsInLoad);
+    ILock* const lock = rootLoadLock();
+    LockGuard guard(lock);
+    // Kinds that this very thread is loading further up count as loaded. Without a lock nothing tells whose they are.
+    unsigned int notKept = 0;
+    unsigned int& kindsInLoad = lock != nullptr ? m_kindsInLoad : notKept;
+    unsigned int const missing = mask & ~(m_loadedKinds.load(std::memory_order_acquire) | kindsInLoad);
     if (missing == 0) {
         return status_Ok;
     }
@@ -157,8 +162,8 @@ status_t Scope::ensureKinds(unsigned int mask) {
         unsigned int& kinds;
         unsigned int const outer = kinds;
         ~InLoad() { kinds = outer; }
-    } const inLoad{m_kindsInLoad};
-    m_kindsInLoad |= missing;
+    } const inLoad{kindsInLoad};
+    kindsInLoad |= missing;
     status_t const status = loadKinds(missing);
     m_loadedKinds.fetch_or(missing, std::memory_order_release);
     return status;

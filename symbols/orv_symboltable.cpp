@@ -273,6 +273,7 @@ void SymbolTable::symbolRanges(SymMgrObjectPtr<SymbolRangeIterator>& out, unsign
                                unsigned long long end, symbol_kind_t mask) {
     unsigned long long first = 0;
     bool const isAsked = start <= end && floorKey(start, first);
+    out = nullptr;
     handOut(out, isAsked ? new SymbolRangesIterator(*this, first, start, end, mask) : nullptr);
 }
 
@@ -280,6 +281,7 @@ void SymbolTable::nonOverlappedSymbolRanges(SymMgrObjectPtr<SymbolRangeIterator>
                                             unsigned long long end, symbol_kind_t mask, ISymbolChooser* resolver) {
     unsigned long long first = 0;
     bool const isAsked = start <= end && floorKey(start, first);
+    out = nullptr;
     handOut(out, isAsked ? new NonOverlappedSymbolRangesIterator(*this, first, start, end, mask, resolver) : nullptr);
 }
 

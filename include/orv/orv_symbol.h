@@ -36,7 +36,7 @@ public:
     /// The name as the module has it.
     virtual char const* name() = 0;
     /// Options 0: the full signature. 1: without the parameter list. Names that are not mangled come
-    /// back as they are.
+    /// back as they are, and so, in this form and the next two, does what name gives where that has 64 KiB or more.
     virtual char const* demangledName(unsigned int options) = 0;
     /// The qualified name without parameters and return type.
     virtual char const* shortName() = 0;

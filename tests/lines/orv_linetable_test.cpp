@@ -189,17 +189,15 @@ protected:
     /// The one of an address that starts last, of several such the first.
     void expectLatest(Row const* expected, unsigned long long unit, unsigned int file, unsigned long long address) {
         auto& table = static_cast<LineTable&>(*m_table);
-        RowsAtAddress const filtered(table, {unit, file, address, address});
-        RowsAtAddress const all(table, {k_allUnits, k_allFiles, address, address});
-        std::vector<std::pair<RowsAtAddress const*, RowAt const*>> answers{{&filtered, filtered.latest()}};
-        if (file == k_allFiles) {
-            answers.emplace_back(&all, all.latest(unit));
-        } else if (unit != k_allUnits) {
-            answers.emplace_back(&all, all.latest(unit, file));
+        std::optional<RowAt> const filtered = table.latestAt({unit, file, address, address});
+        std::vector<RowAt const*> answers{filtered ? &*filtered : nullptr};
+        RowsAtAddress const all(table, address);
+        if (unit != k_allUnits && file != k_allFiles) {
+            answers.push_back(all.latest(unit, file));
         }
-        for (auto const& [rows, at] : answers) {
+        for (RowAt const* const at : answers) {
             ASSERT_EQ(at != nullptr, expected != nullptr) << address;
-            SrcLocator const row = at != nullptr ? rows->locator(*at) : SrcLocator{};
+            SrcLocator const row = at != nullptr ? table.locator(at->row) : SrcLocator{};
             ASSERT_TRUE(at == nullptr ||
                         std::tuple(row.start, row.line, row.column, row.discriminator, row.fileId, at->unit) ==
                             std::tuple(expected->start, expected->line, expected->column, expected->discriminator,
