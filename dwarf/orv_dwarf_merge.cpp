@@ -6,6 +6,7 @@
 
 #include "platform/orv_demangler.h"
 
+#include <algorithm>
 #include <cstring>
 #include <functional>
 #include <string_view>
@@ -22,10 +23,65 @@ bool areEqual(char const* first, char const* second) {
 
 bool isMangled(char const* name) { return name[0] == '_' && name[1] == 'Z'; }
 
+/// True if a place in a mangled name lies in an identifier.
+bool isInIdentifier(std::string_view name, std::size_t at) {
+    for (std::size_t i = 2; i < at;) {
+        std::size_t length = 0;
+        std::size_t digits = 0;
+        for (; i + digits < at && name[i + digits] >= '0' && name[i + digits] <= '9' && length < at; ++digits) {
+            length = length * 10 + static_cast<std::size_t>(name[i + digits] - '0');
+        }
+        i += std::max<std::size_t>(digits, 1);
+        if (digits != 0 && i + length >= at) {
+            return true;
+        }
+    }
+    return false;
+}
+
+/// A mangled name without what compilers put behind it for parts and copies of a function, as ".cold" or ".isra.0". The
+/// name itself where something else stands behind a dot.
+std::string_view withoutClone(std::string_view name) {
+    std::size_t const dot = name.find('.');
+    bool isInWord = false;
+    for (char const c : name.substr(std::min(dot, name.size() - 1) + 1)) {
+        bool const isWord = (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_';
+        if (!isWord && (c != '.' || !isInWord)) {
+            return name;
+        }
+        isInWord = isWord;
+    }
+    return isInWord ? name.substr(0, dot) : name;
+}
+
+/// True for a function and its parts and copies, and for variants of one constructor or destructor: they have one short
+/// form, and nearly all are such that share a start and are not the same. Seen in the mangled names (Itanium C++ ABI,
+/// 5.1.4.3), as to demangle them takes longer than all else.
+bool areVariants(std::string_view a, std::string_view b) {
+    constexpr std::size_t k_longest = 1024; // beyond it a name stands for itself
+    if (std::max(a.size(), b.size()) > k_longest) {
+        return false;
+    }
+    a = withoutClone(a);
+    b = withoutClone(b);
+    auto const at = static_cast<std::size_t>(std::mismatch(a.begin(), a.end(), b.begin(), b.end()).first - a.begin());
+    if (a.size() != b.size() || at == a.size()) {
+        return a.size() == b.size();
+    }
+    bool const isMarked = at > 2 && at + 1 < a.size() && (a[at - 1] == 'C' || a[at - 1] == 'D') && a[at + 1] == 'E';
+    char const first = isMarked && a[at - 1] == 'C' ? '1' : '0';
+    auto const isVariant = [&](char c) { return c >= first && c <= first + 2; };
+    return isMarked && isVariant(a[at]) && isVariant(b[at]) && a.substr(at + 1) == b.substr(at + 1) &&
+           !isInIdentifier(a, at);
+}
+
 /// What the names of two symbols make of them; merge_Different if they have nothing in common.
 unsigned int flagsOfNames(char const* mine, char const* other, ShortNames& shortNames) {
     if (mine == other || std::strcmp(mine, other) == 0) {
         return merge_TakeSymbolData; // taking the same name would change nothing
+    }
+    if (isMangled(mine) && isMangled(other) && areVariants(mine, other)) {
+        return merge_TakeSymbolData;
     }
     std::lock_guard<std::mutex> const guard(shortNames.lock());
     shortNames.makeRoom();

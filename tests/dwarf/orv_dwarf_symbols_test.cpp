@@ -480,6 +480,19 @@ unsigned int mergeModel(MergeSide const& mine, MergeSide const& other, MergeNext
 }
 
 TEST(Dwarf, MergesByRule) {
+    // Variants of a constructor are told without a look at their short forms, which part in an identifier.
+    ShortNames forms;
+    for (auto const& [mine, other, flags] : {std::tuple("_ZN1AC1Ev", "_ZN1AC2Ev", merge_TakeSymbolData),
+                                             std::tuple("_ZN1AD0Ev", "_ZN1AD2Ev", merge_TakeSymbolData),
+                                             std::tuple("_Z1fv", "_Z1fv.isra.0.cold", merge_TakeSymbolData),
+                                             std::tuple("_Z1fv", "_Z1fi.isra.0", merge_TakeSymbolData),
+                                             std::tuple("_Z1fv", "_Z1gv.isra.0", merge_Different),
+                                             std::tuple("_ZN4AC1EC1Ev", "_ZN4AC2EC1Ev", merge_Different),
+                                             std::tuple("_ZN1AC1Ev", "_ZN1BC2Ev", merge_Different)}) {
+        MergeSide const a{mine, 1, 2, false, symbol_visibility_Local, symbol_kind_Other};
+        MergeSide const b{other, 1, 2, false, symbol_visibility_Local, symbol_kind_Other};
+        EXPECT_EQ(dwarfMergeRule(a, b, {}, forms), static_cast<unsigned int>(flags)) << mine << ' ' << other;
+    }
     // Where much starts at one address, a newcomer is compared with those alone that have one of its keys.
     static constexpr char const* names[] = {"f",         "f.",        "f..",       "g",    "g.",   "_ZN1AC1Ev",
                                             "_ZN1AC2Ev", "_ZN1A1fEi", "_ZN1A1fEd", "A::f", "A::f."};
