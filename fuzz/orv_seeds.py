@@ -153,9 +153,31 @@ def line_seeds():
     return [sections[".debug_line"] for sections in debug_sections() if ".debug_line" in sections]
 
 
+def report_seeds():
+    """Tables of remarks: absolute and relative anchors, a version, a name that is passed over, text of two lengths."""
+    def table(flags, version, rows):
+        names = b"".join(name + b"\0" for name, _ in rows)
+        entries, data = b"", b""
+        for number, (name, value) in enumerate(rows):
+            entries += (0x10 * number).to_bytes(8, "little") + names.index(name).to_bytes(4, "little")
+            entries += len(data).to_bytes(4, "little")
+            data += bytes([len(value), 0x10]) + value
+        begin = 44 + len(entries)
+        fields = [len(rows), begin, len(names), begin + len(names), len(data), flags]
+        header = b".zvk_notify_tab\0" + version.to_bytes(2, "little") + (44).to_bytes(2, "little")
+        return header + b"".join(field.to_bytes(4, "little") for field in fields) + entries + names + data + bytes(20)
+
+    text = b"\xf6\xca\xc9\xab\x37"
+    rows = [(b"optimization_report_version", b"\x03"), (b"optimization_report", text), (b"other", b"x"),
+            (b"optimization_report", text[:4] * 30 + b"\1")]
+    for flags, version in ((8, 0x101), (13, 0x101), (8, 0x205)):
+        yield b"junk" + table(flags, version, rows) + table(8, 0x101, rows[:2])
+
+
 target, folder = sys.argv[1], pathlib.Path(sys.argv[2])
 folder.mkdir(parents=True, exist_ok=True)
-seeds = {"elf": elf_seeds, "dwarf": dwarf_seeds, "lines": line_seeds, "filename": lambda: [p.encode() for p in PATHS],
+seeds = {"elf": elf_seeds, "dwarf": dwarf_seeds, "lines": line_seeds, "optreport": report_seeds,
+         "filename": lambda: [p.encode() for p in PATHS],
          "demangler": lambda: [n.encode() for n in NAMES + [n[2:] for n in NAMES] + DEMANGLED]}[target]()
 for number, seed in enumerate(seeds):
     (folder / f"seed-{number:02}").write_bytes(seed)

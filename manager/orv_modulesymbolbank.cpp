@@ -41,7 +41,7 @@ status_t IModuleSymbolBank::create(SymMgrObjectPtr<IModuleSymbolBank>& bank, Sym
 
 ModuleSymbolBank::ModuleSymbolBank(IFileFormatLoader* loader, IDebugInfoLoader* debugInfoLoader, ILock* countLock)
     : SymMgrObject(countLock), m_manager(SymbolManager::current()), m_ffl(loader), m_debugInfoLoader(debugInfoLoader),
-      m_globalScope(loader, debugInfoLoader, &m_lock) {
+      m_globalScope(loader, debugInfoLoader, &m_lock), m_optReports(loader, debugInfoLoader) {
     ORV_TRACE("ModuleSymbolBank");
     ORV_ASSERT(m_ffl, "m_ffl");
 }

@@ -3,7 +3,7 @@
 /// The facade of all questions about one module.
 #pragma once
 
-#include "optreport/orv_optreportreader.h"
+#include "optreport/orv_optreportstore.h"
 #include "orv/orv_fileformatloader.h"
 #include "orv/orv_modulesymbolbank.h"
 #include "orv/orv_symbolmanager.h"

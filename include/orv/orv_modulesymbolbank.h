@@ -71,11 +71,12 @@ public:
     virtual ICompUnitDetails* compUnitDetailsById(unsigned int id) = 0;
     /// status_NotImplemented.
     virtual status_t notImplementedQuery() = 0;
-    /// The optimisation remarks from begin up to size bytes on; a null begin means all. status_Ok;
-    /// status_False if there are none.
+    /// The optimisation remarks from begin up to size bytes on, in the order of addresses; a null begin means all. The
+    /// first question reads them; the iterator keeps them. Its reset leads to the first of all, not of the range.
+    /// status_Ok; status_False if there are none.
     virtual status_t optReports(SymMgrObjectPtr<IIterator<IOptReportEntry*>>& out, SymMgrObjectPtr<IAddress> begin,
                                 unsigned long long size) = 0;
-    /// The remark at exactly that address. status_Ok; status_False if there is none.
+    /// The remark at exactly that address, of several the first. status_Ok; status_False if there is none.
     virtual status_t optReportByAddress(SymMgrObjectPtr<IAddress> addr, IOptReportEntry*& out) = 0;
     /// The range of the symbol that wins at an address among the kinds in mask. With two or more
     /// symbols there, a resolver that is not null chooses. status_Ok; status_False with a null out if
