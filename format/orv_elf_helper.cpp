@@ -3,8 +3,8 @@
 // An ELF file's headers in their 64-bit form (System V ABI, chapter 4), and its sections by role, each read once.
 #include "format/orv_elf_helper.h"
 
-#include "core/orv_cursor.h"
 #include "core/orv_trace.h"
+#include "format/orv_elf_fields.h"
 
 #include <algorithm>
 #include <cstring>
@@ -60,33 +60,6 @@ arch_t architectureOfMachine(unsigned int machine) {
     case 181: return arch_Em181;
     default: return arch_Unknown;
     }
-}
-
-// The layouts differ only in the width of some fields, and in where p_flags stands.
-
-bool readEhdr(ByteCursor cursor, bool is64, Elf64_Ehdr& out) {
-    unsigned int const word = is64 ? 8 : 4;
-    return cursor.skip(EI_NIDENT) && cursor.read(out.e_type) && cursor.read(out.e_machine) &&
-           cursor.read(out.e_version) && cursor.readWord(word, out.e_entry) && cursor.readWord(word, out.e_phoff) &&
-           cursor.readWord(word, out.e_shoff) && cursor.read(out.e_flags) && cursor.read(out.e_ehsize) &&
-           cursor.read(out.e_phentsize) && cursor.read(out.e_phnum) && cursor.read(out.e_shentsize) &&
-           cursor.read(out.e_shnum) && cursor.read(out.e_shstrndx);
-}
-
-bool readPhdr(ByteCursor cursor, bool is64, Elf64_Phdr& out) {
-    unsigned int const word = is64 ? 8 : 4;
-    return cursor.read(out.p_type) && (!is64 || cursor.read(out.p_flags)) && cursor.readWord(word, out.p_offset) &&
-           cursor.readWord(word, out.p_vaddr) && cursor.readWord(word, out.p_paddr) &&
-           cursor.readWord(word, out.p_filesz) && cursor.readWord(word, out.p_memsz) &&
-           (is64 || cursor.read(out.p_flags)) && cursor.readWord(word, out.p_align);
-}
-
-bool readShdr(ByteCursor cursor, bool is64, Elf64_Shdr& out) {
-    unsigned int const word = is64 ? 8 : 4;
-    return cursor.read(out.sh_name) && cursor.read(out.sh_type) && cursor.readWord(word, out.sh_flags) &&
-           cursor.readWord(word, out.sh_addr) && cursor.readWord(word, out.sh_offset) &&
-           cursor.readWord(word, out.sh_size) && cursor.read(out.sh_link) && cursor.read(out.sh_info) &&
-           cursor.readWord(word, out.sh_addralign) && cursor.readWord(word, out.sh_entsize);
 }
 
 } // namespace
@@ -175,7 +148,7 @@ bool ElfHelper::readProgramHeaders() {
         header.p_offset += m_fileImage->imageOffset();
         if (m_loadableHeaders.empty()) {
             m_firstLoad = {header.p_vaddr, header.p_memsz};
-            m_imageBase = header.p_vaddr & ~k_pageMask;
+            moveImage(header.p_vaddr & ~k_pageMask, header.p_memsz);
         } else if (m_loadableHeaders.size() == 1) {
             m_secondLoad = {header.p_vaddr, header.p_memsz};
         }
@@ -351,10 +324,10 @@ void ElfHelper::copySymbolTablesFrom(ElfHelper const& other) {
     if (&other == this) {
         return;
     }
-    if (!ORV_ASSERT(m_imageBase >= other.getImageBase(), "m_imageBase >= elfHelper->getImageBase()")) {
+    if (!ORV_ASSERT(getImageBase() >= other.getImageBase(), "m_imageBase >= elfHelper->getImageBase()")) {
         return;
     }
-    unsigned long long const delta = m_imageBase - other.getImageBase();
+    unsigned long long const delta = getImageBase() - other.getImageBase();
     // Both or nothing: names without their symbols, or the other way round, serve nobody.
     auto const adopt = [&](Role symbols, Role strings) {
         if (m_roles[symbols].data || m_roles[strings].data || !other.m_roles[symbols].data ||
@@ -374,8 +347,7 @@ void ElfHelper::copySymbolTablesFrom(ElfHelper const& other) {
 }
 
 void ElfHelper::resetLayout(Load const& text, Load const& data) {
-    m_imageBase = text.start;
-    m_firstLoad.size = text.size;
+    moveImage(text.start, text.size);
     m_codeRanges.reset(text);
     m_secondLoad = data;
     m_dataRanges.reset(data);

@@ -8,7 +8,7 @@
 ///     if (helper->isCodeAddress(address)) ...
 ///
 /// Immutable once built, but for the reset for files without loadable segments, which the owner does before it
-/// shares the helper, and the adopted symbol tables, which a load sees whole or not at all.
+/// shares the helper, the adopted symbol tables, which a load sees whole or not at all, and the image's base and size.
 #pragma once
 
 #include "core/orv_list.h"
@@ -79,8 +79,14 @@ public:
     IModuleImage* image() const { return m_fileImage.get(); }
 
     /// All ones in a file without loadable segments.
-    unsigned long long getImageBase() const { return m_imageBase; }
-    unsigned long long firstLoadSize() const { return m_firstLoad.size; }
+    unsigned long long getImageBase() const { return m_imageBase.load(std::memory_order_relaxed); }
+    /// Of the first loadable segment.
+    unsigned long long imageSize() const { return m_imageSize.load(std::memory_order_relaxed); }
+    /// For who knows better than the headers, which for some kernels are a guess. Others may be asking.
+    void moveImage(unsigned long long base, unsigned long long size) {
+        m_imageBase = base;
+        m_imageSize = size;
+    }
 
     /// The range that the last question went to is asked first. Where ranges overlap, the answer
     /// depends on it, and clients know the symbols that come of it.
@@ -175,7 +181,8 @@ private:
     std::vector<Elf64_Phdr> m_loadableHeaders;
     arch_t m_architecture = arch_Unknown;
     std::array<RoleSection, role_Count> m_roles;
-    unsigned long long m_imageBase = ~0ULL;
+    std::atomic<unsigned long long> m_imageBase{~0ULL};
+    std::atomic<unsigned long long> m_imageSize{0};
     Load m_firstLoad;
     Load m_secondLoad;
     RelocationSections m_relocationSections;

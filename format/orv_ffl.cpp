@@ -57,9 +57,6 @@ FileFormatLoader::~FileFormatLoader() {
     root().forgetLoader(this);
     m_debugInfoLoaders.clear();
     m_symbolFiles.clear();
-    for (auto const& entry : m_segments) {
-        delete entry.second;
-    }
 }
 
 unsigned int FileFormatLoader::release() {
@@ -105,29 +102,29 @@ status_t FileFormatLoader::debugInfoLoader(SymMgrObjectPtr<IDebugInfoLoader>& ou
 
 ISegment* FileFormatLoader::segmentByAddress(unsigned long long address) {
     ensureFileInfo();
-    auto const found = floorEntry(m_segments, address);
-    bool const isHeld = found != m_segments.end() && reaches(found->first, found->second->memorySize(), address);
+    auto& segments = layout().segments;
+    auto const found = floorEntry(segments, address);
+    bool const isHeld = found != segments.end() && reaches(found->first, found->second->memorySize(), address);
     return isHeld ? found->second : nullptr;
 }
 
 ISection* FileFormatLoader::sectionByAddress(unsigned long long address) {
-    auto const found = floorEntry(m_sections, address);
-    bool const isHeld = found != m_sections.end() && reaches(found->first, found->second->size(), address);
-    return isHeld ? found->second.get() : nullptr;
+    auto& sections = layout().sections;
+    auto const found = floorEntry(sections, address);
+    bool const isHeld = found != sections.end() && reaches(found->first, found->second->size(), address);
+    return isHeld ? found->second : nullptr;
 }
 
 ISegment* FileFormatLoader::segmentByIndex(unsigned int index) {
     ensureFileInfo();
-    if (index >= m_segments.size()) {
-        return nullptr;
-    }
-    return std::next(m_segments.begin(), index)->second;
+    auto& segments = layout().segments;
+    return index < segments.size() ? std::next(segments.begin(), index)->second : nullptr;
 }
 
 ISegment* FileFormatLoader::segmentByFileOffset(unsigned long long offset) {
     ensureFileInfo();
     ISegment* endsThere = nullptr;
-    for (auto const& [address, segment] : m_segments) {
+    for (auto const& [address, segment] : layout().segments) {
         unsigned long long const start = segment->fileOffset();
         if (start <= offset && offset - start < segment->fileSize()) {
             return segment;
@@ -141,7 +138,7 @@ ISegment* FileFormatLoader::segmentByFileOffset(unsigned long long offset) {
 
 ISegment* FileFormatLoader::segmentByName(char const* name) {
     ensureFileInfo();
-    for (auto const& [address, segment] : m_segments) {
+    for (auto const& [address, segment] : layout().segments) {
         if (name != nullptr && std::strcmp(segment->name(), name) == 0) {
             return segment;
         }
@@ -153,7 +150,7 @@ void FileFormatLoader::segments(SymMgrObjectPtr<IIterator<ISegment*>>& out, unsi
     ensureFileInfo();
     using Segments = MapIteratorWrapper<std::map<unsigned long long, Segment*>, ISegment*,
                                         CFilter<ISegment*, unsigned int>, unsigned int>;
-    out = new Segments(m_segments, filter);
+    out = new Segments(layout().segments, filter);
 }
 
 status_t FileFormatLoader::addressByValue(SymMgrObjectPtr<IAddress>& out, unsigned long long address) {
@@ -199,51 +196,56 @@ bool FileFormatLoader::addSegment(unsigned long long address, char const* name, 
                                   unsigned long long fileOffset, unsigned long long fileSize,
                                   unsigned long long memorySize, unsigned int type) {
     unsigned long long const end = address + memorySize;
+    auto& [segments, typedSegments, sections] = m_layouts.back();
     auto const overlaps = [&](std::pair<unsigned long long const, Segment*> const& entry) {
         return (entry.first <= address && entry.first + entry.second->memorySize() > address) ||
                (entry.first >= address && entry.first < end);
     };
     auto const first = [&] {
-        auto const found = floorEntry(m_segments, address);
-        return found != m_segments.end() ? found : m_segments.begin();
+        auto const found = floorEntry(segments, address);
+        return found != segments.end() ? found : segments.begin();
     }();
-    auto const isReached = [&](auto const& at) { return at != m_segments.end() && at->first <= end; };
+    auto const isReached = [&](auto const& at) { return at != segments.end() && at->first <= end; };
     auto inTheWay = first;
     while (isReached(inTheWay) && !overlaps(*inTheWay)) {
         ++inTheWay;
     }
     if (isReached(inTheWay)) {
         // What lies between begins in the new one.
-        auto const typed = m_typedSegments.lower_bound(inTheWay->first);
-        bool const isTypedInTheWay = typed != m_typedSegments.end() && (*typed == inTheWay->first || *typed < end);
+        auto const typed = typedSegments.lower_bound(inTheWay->first);
+        bool const isTypedInTheWay = typed != typedSegments.end() && (*typed == inTheWay->first || *typed < end);
         if (type == segment_type_Other || isTypedInTheWay) {
             return false;
         }
         while (isReached(inTheWay)) {
-            if (overlaps(*inTheWay)) {
-                delete inTheWay->second;
-                inTheWay = m_segments.erase(inTheWay);
-            } else {
-                ++inTheWay;
-            }
+            inTheWay = overlaps(*inTheWay) ? segments.erase(inTheWay) : std::next(inTheWay);
         }
     }
-    std::unique_ptr<Segment> segment(newSegment(name, rva, fileOffset, fileSize, memorySize, type));
-    Segment*& slot = m_segments[address];
-    delete slot;
-    slot = segment.release();
+    m_segments.emplace_back(newSegment(name, rva, fileOffset, fileSize, memorySize, type));
+    segments[address] = m_segments.back().get();
     if (type != segment_type_Other) {
-        m_typedSegments.insert(address);
+        typedSegments.insert(address);
     } else {
-        m_typedSegments.erase(address); // one without extent may have stood there
+        typedSegments.erase(address); // one without extent may have stood there
     }
     return true;
 }
 
 bool FileFormatLoader::addSection(char const* name, unsigned long long address, unsigned long long size) {
-    SymMgrObjectPtr<Section> const section(new Section({nullptr, name}, this, address, address, size, 0));
-    m_sections[address] = section;
+    m_sections.emplace_back(new Section({nullptr, name}, this, address, address, size, 0));
+    m_layouts.back().sections[address] = m_sections.back().get();
     return true;
+}
+
+void FileFormatLoader::addLate(char const* name, unsigned long long address, unsigned long long size) {
+    auto const known = layout().sections.find(address);
+    if (known != layout().sections.end() && std::strcmp(known->second->name(), name) == 0) {
+        return; // added by another list of the same kernel
+    }
+    m_layouts.push_back(layout());
+    addSegment(address, name, 0, 0, 0, size, segment_type_Code);
+    addSection(name, address, size);
+    m_layout.store(&m_layouts.back(), std::memory_order_release);
 }
 
 Segment* FileFormatLoader::newSegment(char const* name, unsigned long long rva, unsigned long long fileOffset,

@@ -11,6 +11,8 @@
 #include "image/orv_filekey.h"
 #include "orv/orv_fileformatloader.h"
 
+#include <atomic>
+#include <deque>
 #include <map>
 #include <memory>
 #include <set>
@@ -57,7 +59,7 @@ SymMgrObjectPtr<IFileFormatHelper> openFileFormatHelper(char const* path, bool& 
 /// concurrent load can never find a loader that is on its way out.
 ///
 /// m_lock guards the symbol file list and the cache. The segment and section maps are filled before
-/// the loader is handed out, or under m_lock by ensureFileInfo, and never change afterwards.
+/// the loader is handed out, or under m_lock by ensureFileInfo. Maps that take their place later are copies.
 class FileFormatLoader : public SymMgrObject<IFileFormatLoader> {
 public:
     using SymbolFiles = std::vector<SymMgrObjectPtr<ISymbolFileToResolve>>;
@@ -85,7 +87,8 @@ public:
     virtual bool addSegment(unsigned long long address, char const* name, unsigned long long rva,
                             unsigned long long fileOffset, unsigned long long fileSize, unsigned long long memorySize,
                             unsigned int type);
-    /// A section that is found by address only: its file offset is deliberately its address.
+    /// A section that is found by address only: its file offset is deliberately its address. Both while the loader is
+    /// being built.
     virtual bool addSection(char const* name, unsigned long long address, unsigned long long size);
     virtual status_t collectSymbolFiles(SymbolFiles& candidates) = 0;
     /// Null where the format can't make one.
@@ -98,22 +101,36 @@ public:
     virtual Segment* newSegment(char const* name, unsigned long long rva, unsigned long long fileOffset,
                                 unsigned long long fileSize, unsigned long long memorySize, unsigned int type);
 
+    /// Adds a segment of code that has no bytes in the file, and a section in its place, to a loader that others may be
+    /// asking. Called under m_lock.
+    void addLate(char const* name, unsigned long long address, unsigned long long size);
+
 protected:
     void setStatus(status_t status) { m_status = status; }
-    bool hasSegments() const { return !m_segments.empty(); }
+    bool hasSegments() const { return !layout().segments.empty(); }
     ILock* lock() { return &m_lock; }
     /// Handed to each candidate, which serialises its checks on it.
     ILock* symbolFileLock() { return &m_symbolFileLock; }
 
 private:
+    /// What stands where in memory.
+    struct Layout {
+        std::map<unsigned long long, Segment*> segments; ///< By address.
+        std::set<unsigned long long> typedSegments;      ///< The addresses of those that have a type.
+        std::map<unsigned long long, Section*> sections; ///< By address.
+    };
+    Layout& layout() const { return *m_layout.load(std::memory_order_acquire); }
+
     OrvLock m_lock;
     status_t m_status = status_Ok;
     OrvLock m_symbolFileLock;
     std::map<FileKey, SymMgrObjectPtr<IDebugInfoLoader>> m_debugInfoLoaders;
     SymbolFiles m_symbolFiles;
-    std::map<unsigned long long, Segment*> m_segments; ///< Owned. By address.
-    std::set<unsigned long long> m_typedSegments;      ///< The addresses of those that have a type.
-    std::map<unsigned long long, SymMgrObjectPtr<Section>> m_sections;
+    /// Clients hold them as plain pointers: what has been displaced stays too.
+    std::vector<std::unique_ptr<Segment>> m_segments;
+    std::vector<SymMgrObjectPtr<Section>> m_sections;
+    std::deque<Layout> m_layouts{1};                  ///< The last is in force, and no other is ever changed.
+    std::atomic<Layout*> m_layout{&m_layouts.back()}; ///< Read without a lock.
 };
 
 } // namespace ORV_3_30

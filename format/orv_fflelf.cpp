@@ -8,6 +8,8 @@
 #include "format/orv_elf_segments.h"
 #include "format/orv_elf_symbols.h"
 #include "format/orv_root.h"
+#include "image/orv_fileimage.h"
+#include "image/orv_kernelimage.h"
 #include "image/orv_path.h"
 
 #include <string_view>
@@ -75,12 +77,19 @@ status_t ElfFileLoader::collectSymbolFiles(SymbolFiles& candidates) {
     readFileInfo();
     SymMgrObjectPtr<IFileFormatHelper> const helper(new ElfFileFormatHelper(m_elfHelper.get()));
     root().collectDwarfFiles(candidates, fileName(), helper.get(), symbolFileLock());
+    if (isKernelPath(fileName())) {
+        root().collectKernelLists(candidates, fileName(), symbolFileLock());
+    }
     return status_Ok;
 }
 
 IDebugInfoLoader* ElfFileLoader::createDebugInfoLoader(char const* name, symbol_file_format_t format,
                                                        unsigned int /*flags*/) {
-    return format == symbolFormatDwarf ? createDwarfLoader(name) : nullptr;
+    switch (format) {
+    case symbolFormatDwarf: return createDwarfLoader(name);
+    case symbolFormatSystemMap: return root().kernelListLoader(this, name);
+    default: return nullptr;
+    }
 }
 
 /// A companion gives its symbol tables to a stripped module, whatever else is in it.
@@ -90,7 +99,7 @@ IDebugInfoLoader* ElfFileLoader::createDwarfLoader(char const* name) {
     fullPath(canonical, fileName(), false);
     bool const isOwn = std::string_view(name) == fileName() || canonical == name;
     if (!isOwn) {
-        symbolFile = new ElfHelper(IModuleImage::create(name, arch_Unknown, false));
+        symbolFile = new ElfHelper(SymMgrObjectPtr<IModuleImage>(new FileImage(name, 0, arch_Unknown)));
     }
     m_elfHelper->copySymbolTablesFrom(*symbolFile);
     bool const hasDwarf = symbolFile->sectionIndex(ElfHelper::role_DebugInfo) != k_noSection ||

@@ -22,7 +22,7 @@ public:
     arch_t architecture() override { return m_elfHelper->architecture(); }
     unsigned long long preferredLoadAddress() override { return m_elfHelper->getImageBase(); }
     unsigned long long entryPoint() override { return m_elfHelper->header().e_entry; }
-    unsigned long long imageSize() override { return m_elfHelper->firstLoadSize(); }
+    unsigned long long imageSize() override { return m_elfHelper->imageSize(); }
     status_t loadSymbols(ISymbolTable* table, AcceptedRanges* filter, unsigned int mask) override;
     void sectionByName(SymMgrObjectPtr<ISection>& out, char const* name) override;
     void sectionByIndex(SymMgrObjectPtr<ISection>& out, unsigned int index) override;

@@ -10,6 +10,8 @@
 
 namespace ORV_3_30 {
 
+class ElfFileLoader;
+
 /// Filled in by the root of the library, and the same for all loaders.
 class IRoot {
 public:
@@ -23,6 +25,11 @@ public:
     /// The files that may hold the debug information of a module.
     virtual void collectDwarfFiles(FileFormatLoader::SymbolFiles& candidates, char const* moduleFile,
                                    IFileFormatHelper* helper, ILock* lock) const = 0;
+    /// The lists of symbols that may stand beside a kernel.
+    virtual void collectKernelLists(FileFormatLoader::SymbolFiles& candidates, char const* kernelFile,
+                                    ILock* lock) const = 0;
+    /// The reader of a kernel's list of symbols, which may correct where the loader has the kernel.
+    virtual IDebugInfoLoader* kernelListLoader(ElfFileLoader* loader, char const* mapFile) const = 0;
     /// The reader of a file's DWARF; loadBias: what is added to its addresses to get the module's.
     virtual IDebugInfoLoader* dwarfLoader(IFileFormatLoader* loader, char const* symFileName, IFileFormatHelper* helper,
                                           unsigned long long loadBias) const = 0;

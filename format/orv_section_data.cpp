@@ -7,7 +7,6 @@
 #include "core/orv_trace.h"
 #include "format/orv_elf_helper.h"
 
-#include <cstdlib>
 #include <cstring>
 #include <elf.h>
 #include <new>
@@ -15,12 +14,6 @@
 #include <zlib.h>
 
 namespace ORV_3_30 {
-
-ByteBuffer::ByteBuffer(unsigned long long size)
-    : m_data(size <= k_largest ? static_cast<unsigned char*>(std::malloc(size)) : nullptr),
-      m_size(m_data != nullptr ? size : 0) {}
-
-ByteBuffer::~ByteBuffer() { std::free(m_data); }
 
 unsigned char* SectionData::data() {
     load();

@@ -3,6 +3,7 @@
 /// Bytes of sections, read on first use and held until released.
 #pragma once
 
+#include "core/orv_byte_buffer.h"
 #include "core/orv_shared_object.h"
 #include "orv/orv_section.h"
 
@@ -16,25 +17,6 @@
 namespace ORV_3_30 {
 
 class ElfHelper;
-
-/// A plain block from the C allocator, not zeroed. If the bytes can't be had, size is 0: that is how
-/// callers see that memory is short.
-class ByteBuffer final : public SymMgrObject<IBuffer> {
-public:
-    /// No block above this is asked for: no module is that large, and a size that came from a broken
-    /// file must not strain the allocator.
-    static constexpr std::uint64_t k_largest = std::uint64_t{1} << 40;
-
-    explicit ByteBuffer(unsigned long long size);
-    ~ByteBuffer() override;
-
-    unsigned long long size() override { return m_size; }
-    unsigned char* data() override { return m_data; }
-
-private:
-    unsigned char* m_data;
-    unsigned long long m_size;
-};
 
 /// A section's name, and what keeps it. The whole table of names is shared: a file with many sections may name them all
 /// by one long string, which must not be copied for each.

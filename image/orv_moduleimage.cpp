@@ -1,53 +1,39 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
-// Images of modules: a file, or a stretch of one.
+// Which image serves a file name: the file, a slice of it, or headers made up for a kernel.
 #include "orv/orv_moduleimage.h"
 
-#include "core/orv_shared_object.h"
 #include "core/orv_trace.h"
-#include "image/orv_file.h"
-
-#include <cstdint>
+#include "image/orv_fileimage.h"
+#include "image/orv_kernelimage.h"
+#include "image/orv_offloadimage.h"
+#include "orv/orv_fileformatloader.h"
 
 namespace ORV_3_30 {
-namespace {
 
-/// A whole file, or a slice of one that begins at imageOffset.
-class FileImage final : public SharedObject<SymMgrObject<IModuleImage>> {
-public:
-    FileImage(char const* name, unsigned long long imageOffset, arch_t architecture)
-        : m_file(name), m_imageOffset(imageOffset), m_architecture(architecture) {}
-
-    unsigned long long read(unsigned long long offset, unsigned long long size, void* buffer) override {
-        unsigned long long const position = offset + m_imageOffset;
-        if (position < offset || position > static_cast<unsigned long long>(INT64_MAX)) {
-            return k_fileError;
-        }
-        // Banks that share the module read at once.
-        return m_file.readAt(static_cast<std::int64_t>(position), size, buffer);
-    }
-    unsigned long long size() override {
-        unsigned long long const fileSize = m_file.size();
-        return m_imageOffset < fileSize ? fileSize - m_imageOffset : 0;
-    }
-    char const* fileName() override { return m_file.path(); }
-    unsigned long long imageOffset() override { return m_imageOffset; }
-    arch_t architecture() override { return m_architecture; }
-
-private:
-    File m_file;
-    unsigned long long m_imageOffset;
-    arch_t m_architecture;
-};
-
-} // namespace
-
-SymMgrObjectPtr<IModuleImage> IModuleImage::create(char const* binFileName, arch_t arch, bool /*forceOffload*/) {
+SymMgrObjectPtr<IModuleImage> IModuleImage::create(char const* binFileName, arch_t arch, bool forceOffload) {
     if (binFileName == nullptr) {
         ORV_WARN("IModuleImage::create: wrong parameter. binFileName should not be empty");
         return {};
     }
+    if (isKernelPath(binFileName)) {
+        SymMgrObjectPtr<IModuleImage> kernel = kernelImage(binFileName, arch);
+        if (kernel) {
+            return kernel;
+        }
+    }
     SymMgrObjectPtr<IModuleImage> image(new FileImage(binFileName, 0, arch));
+    if (isOffload(arch) || forceOffload) {
+        SymMgrObjectPtr<IFileFormatLoader> loader;
+        if (IFileFormatLoader::create(loader, image, "") != status_Ok) {
+            ORV_WARN(binFileName << ", IModuleImage::create(): cannot create ffl");
+            return {};
+        }
+        if (forceOffload || !isOffload(loader->architecture())) {
+            SymMgrObjectPtr<IModuleImage> const embedded = createOffloadImage(loader);
+            image = embedded ? embedded : image;
+        }
+    }
     if (!image) {
         ORV_WARN(binFileName << ", IModuleImage::create(): cannot create module image");
     }

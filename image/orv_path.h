@@ -16,6 +16,7 @@ bool isDirectory(char const* path);
 /// Absolute against the current directory, and normalised.
 void fullPath(std::string& out, char const* path, bool asDirectory);
 void directoryName(std::string& out, char const* path);
+void baseName(std::string& out, char const* path);
 void joinPath(std::string& out, char const* name, char const* directory);
 /// Equal once absolute and normalised; links are not followed. Null is the same as nothing.
 bool samePath(char const* a, char const* b);
@@ -27,7 +28,6 @@ bool removeFile(char const* path);
 
 // --- Required of this layer, though nothing in the library calls them.
 
-void baseName(std::string& out, char const* path);
 bool isAbsolutePath(char const* path);
 void temporaryDirectory(std::string& out);
 /// Both sides are mapped, and the target is not extended before that: there is nothing to copy into, and the result is

@@ -4,9 +4,12 @@
 #include "format/orv_root.h"
 
 #include "dwarf/orv_dildwarf.h"
+#include "format/orv_fflelf.h"
 #include "lines/orv_dil.h"
 #include "manager/orv_symbolmanager.h"
 #include "resolver/orv_debug_files.h"
+#include "resolver/orv_dilsystemmap.h"
+#include "resolver/orv_kernel_files.h"
 #include "symbols/orv_symbol_call_back.h"
 
 namespace ORV_3_30 {
@@ -35,6 +38,19 @@ public:
             new DWARFBuildIdSymbolFileToResolve(moduleFile, ordinal(), helper, lock)));
         join(SymMgrObjectPtr<ISymbolFileToResolve>(new DWARFSymbolFileToResolve(moduleFile, ordinal(), helper, lock)));
         join(SymMgrObjectPtr<ISymbolFileToResolve>(new BinaryWithDWARFInfo(moduleFile, ordinal(), helper, lock)));
+    }
+
+    void collectKernelLists(FileFormatLoader::SymbolFiles& candidates, char const* kernelFile,
+                            ILock* lock) const override {
+        for (SystemMap::MapKind const kind : {SystemMap::map_kind_SystemMap, SystemMap::map_kind_Kallsyms}) {
+            auto const ordinal = static_cast<long long>(candidates.size());
+            candidates.emplace_back(new SystemMap(kernelFile, kind, ordinal, lock));
+        }
+    }
+
+    IDebugInfoLoader* kernelListLoader(ElfFileLoader* loader, char const* mapFile) const override {
+        arch_t const architecture = placeKernelByList(*loader, mapFile);
+        return new SystemMAPDebugInfoLoader(loader, mapFile, architecture);
     }
 
     IDebugInfoLoader* dwarfLoader(IFileFormatLoader* loader, char const* symFileName, IFileFormatHelper* helper,

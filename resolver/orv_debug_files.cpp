@@ -28,15 +28,19 @@ SymMgrObjectPtr<ISectionData> sectionOf(IFileFormatHelper* helper, section_role_
 
 } // namespace
 
-DWARFCandidate::DWARFCandidate(char const* moduleFile, long long ordinal, IFileFormatHelper* helper, ILock* lock)
-    : m_moduleFile(moduleFile != nullptr ? moduleFile : ""), m_ffHelper(helper), m_ordinal(ordinal), m_lock(lock) {}
-
-void DWARFCandidate::settle(std::string const& name, symbol_file_validity_t validity) {
+void SymbolFileCandidate::setSymbolFile(std::string const& name) {
     auto known = std::find(m_names.begin(), m_names.end(), name);
     if (known == m_names.end()) {
         known = m_names.insert(m_names.end(), name);
     }
-    m_resolvedFile.store(known->c_str(), std::memory_order_release);
+    m_symbolFile.store(known->c_str(), std::memory_order_release);
+}
+
+DWARFCandidate::DWARFCandidate(char const* moduleFile, long long ordinal, IFileFormatHelper* helper, ILock* lock)
+    : SymbolFileCandidate(moduleFile, ordinal, lock), m_ffHelper(helper) {}
+
+void DWARFCandidate::settle(std::string const& name, symbol_file_validity_t validity) {
+    setSymbolFile(name);
     m_validity.store(validity, std::memory_order_release);
 }
 
@@ -44,16 +48,16 @@ long long DWARFCandidate::validateSymbolFile(char const* resolvedSymFile) {
     if (resolvedSymFile == nullptr) {
         return -1;
     }
-    LockGuard guard(m_lock);
+    LockGuard guard(lock());
     // The file that it holds is not read again: a change of it goes unnoticed.
     if (m_validity == symbolFileValid && canonical(resolvedSymFile) == canonical(symbolFileName())) {
-        return m_ordinal;
+        return ordinal();
     }
     if (!fileExists(resolvedSymFile) || !isSought(resolvedSymFile)) {
         return -1;
     }
     settle(resolvedSymFile, symbolFileValid);
-    return m_ordinal;
+    return ordinal();
 }
 
 // --- Build id

@@ -3,30 +3,22 @@
 /// The files that may hold the DWARF of an ELF module: a companion that the build id names, a companion that
 /// .gnu_debuglink names, the module itself.
 ///
-/// Each finds what it can when it is made, and accepts other files by the same rule later. They belong to the
-/// module's loader, whose lock guards the checks. Loads on several threads share them: what they hand out takes no
-/// lock, and lives as long as they do.
+/// Each finds what it can when it is made, and accepts other files by the same rule later.
 #pragma once
 
-#include "core/orv_shared_object.h"
 #include "format/orv_ffl.h"
-#include "orv/orv_symbolfileresolver.h"
+#include "resolver/orv_symbol_file_candidate.h"
 
-#include <atomic>
 #include <cstdint>
-#include <deque>
 #include <optional>
 #include <string>
 
 namespace ORV_3_30 {
 
 /// What the three have in common.
-class DWARFCandidate : public SharedObject<SymMgrObject<ISymbolFileToResolve>> {
+class DWARFCandidate : public SymbolFileCandidate {
 public:
-    char const* symbolFileName() override { return m_resolvedFile.load(std::memory_order_acquire); }
-    char const* moduleFileName() override { return m_moduleFile.c_str(); }
     symbol_file_format_t symbolFileFormat() override { return symbolFormatDwarf; }
-    symbol_file_validity_t validity() override { return m_validity; }
     long long validateSymbolFile(char const* resolvedSymFile) override;
     unsigned int candidateClassFlag() override { return 1; }
 
@@ -42,20 +34,12 @@ protected:
 
     /// Sets the name and how far the search has got.
     void settle(std::string const& name, symbol_file_validity_t validity);
-    long long ordinal() const { return m_ordinal; }
-    ILock* lock() const { return m_lock; }
     IFileFormatHelper* helper() const { return m_ffHelper.get(); }
 
-    std::string m_moduleFile;
     std::string m_soughtName; ///< Set in construction.
-    std::atomic<symbol_file_validity_t> m_validity{symbolFileUnchecked};
 
 private:
-    std::deque<std::string> m_names; ///< All that were ever handed out. The present one is one of them.
-    std::atomic<char const*> m_resolvedFile{""};
     SymMgrObjectPtr<IFileFormatHelper> m_ffHelper;
-    long long m_ordinal;
-    ILock* m_lock;
 };
 
 /// The companion of the module's build id. It looks for no file, on purpose: the name is relative, and the library

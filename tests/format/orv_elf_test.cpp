@@ -66,7 +66,7 @@ TEST(ElfHelper, BothClassesComeToOneForm) {
         ASSERT_TRUE(helper->valid());
         EXPECT_EQ(helper->architecture(), elfClass == ElfClass::Elf32 ? arch_X86 : arch_X86_64);
         EXPECT_EQ(helper->getImageBase(), 0x400000U) << "the first load's address without its low 12 bits";
-        EXPECT_EQ(helper->firstLoadSize(), 0x1000U);
+        EXPECT_EQ(helper->imageSize(), 0x1000U);
         EXPECT_TRUE(helper->isCodeAddress(0x4003FF));
         EXPECT_FALSE(helper->isCodeAddress(0x400400)) << "the next section lies in another load";
         EXPECT_FALSE(helper->isDataAddress(0x400200));
