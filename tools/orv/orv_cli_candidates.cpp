@@ -18,6 +18,7 @@ char const* nameOf(CandidateKind kind) {
     case CandidateKind::BuildId: return "build id";
     case CandidateKind::DebugLink: return "debug link";
     case CandidateKind::Module: return "module itself";
+    case CandidateKind::KernelList: return "kernel list";
     default: return "other";
     }
 }
@@ -26,6 +27,7 @@ char const* whyTaken(CandidateKind kind) {
     switch (kind) {
     case CandidateKind::BuildId: return "the build id is the module's";
     case CandidateKind::DebugLink: return "the CRC is the one that the module names";
+    case CandidateKind::KernelList: return "it stands beside the kernel, or was named";
     default: return "it has debug information";
     }
 }
@@ -34,13 +36,11 @@ char const* whyTaken(CandidateKind kind) {
 
 int candidates(std::string const& moduleName, CommonOptions const& common) {
     std::error_code ignored;
-    bool const isFile = ::access(moduleName.c_str(), R_OK) == 0 && !std::filesystem::is_directory(moduleName, ignored);
+    bool const isFile = mayBeAbsent(moduleName) || (::access(moduleName.c_str(), R_OK) == 0 &&
+                                                    !std::filesystem::is_directory(moduleName, ignored));
     SymMgrObjectPtr<IFileFormatLoader> loader;
     SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>> list;
-    status_t status = isFile
-                          ? IFileFormatLoader::create(
-                                loader, IModuleImage::create(libraryName(moduleName).c_str(), common.arch, false), "")
-                          : status_CantOpenFile;
+    status_t status = isFile ? IFileFormatLoader::create(loader, imageOf(moduleName, common), "") : status_CantOpenFile;
     if (status == status_Ok) {
         status = loader->symbolFiles(list);
     }

@@ -71,6 +71,7 @@ using AddressForm = status_t (IModuleSymbolBank::*)(unsigned long long number, S
 int address(std::string const& module, std::vector<std::string> const& words, AddressForm form,
             CommonOptions const& common);
 
+int optReports(std::string const& module, std::string const& range, CommonOptions const& common);
 int info(std::string const& module, CommonOptions const& common);
 int candidates(std::string const& module, CommonOptions const& common);
 int sections(std::string const& module, CommonOptions const& common);

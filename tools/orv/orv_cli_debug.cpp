@@ -7,7 +7,9 @@
 #include "orv_cli_commands.h"
 #include "orv_cli_output.h"
 #include "orv_cli_progress.h"
+#include "orv_cli_remarks.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -62,17 +64,17 @@ void printUnit(ICompUnitDetails& unit, bool json) {
     }
 }
 
-void printRow(ISourceFile& file, ISourceLine& line, bool json) {
+void printRow(ISourceFile& file, ISourceLine& line, Remarks const& remarks, bool json) {
     unsigned long long const from = startOf(line);
     ISourceLocation& place = *line.location();
+    auto const inside = remarks.in(from, from + line.size());
     if (json) {
-        printJson({{"start", hex(from)},
-                   {"end", hex(from + line.size())},
-                   {"file", file.path()},
-                   {"line", place.line()},
-                   {"column", place.column()},
-                   {"discriminator", place.discriminator()},
-                   {"unit", hex(place.unit())}});
+        Json object{{"start", hex(from)},       {"end", hex(from + line.size())},
+                    {"file", file.path()},      {"line", place.line()},
+                    {"column", place.column()}, {"discriminator", place.discriminator()},
+                    {"unit", hex(place.unit())}};
+        addRemarks(object, inside);
+        printJson(object);
         return;
     }
     std::printf("%016llx-%016llx  %s:%u:%u", from, from + line.size(), file.path(), place.line(), place.column());
@@ -80,6 +82,7 @@ void printRow(ISourceFile& file, ISourceLine& line, bool json) {
         std::printf(" (discriminator %llu)", place.discriminator());
     }
     std::putchar('\n');
+    std::for_each(inside.first, inside.second, [](IOptReportEntry* remark) { printRemark(*remark, 4); });
 }
 
 /// A module for which missing debug information is a failure, so that it is told as one.
@@ -92,7 +95,11 @@ Module& load(std::string const& name, CommonOptions const& common) {
 } // namespace
 
 DebugInfo::DebugInfo(Module& module, CommonOptions const& common) : m_module(module) {
-    std::string const missing = module.missingDebugInfo();
+    std::string missing = module.missingDebugInfo();
+    if (module.isListedKernel()) {
+        missing = std::string("has its symbols from the list ") + module.bank().symFileName() +
+                  ", which tells of no units, files and lines";
+    }
     Failure const none(
         module.name() + ": " +
         (missing.empty() ? "has no debug information that orv reads: compile with -g -gdwarf-4" : missing));
@@ -230,6 +237,7 @@ int lines(LinesOptions const& options, CommonOptions const& common) {
     }
     Module& module = load(options.module, common);
     DebugInfo debug(module, common);
+    Remarks const remarks(module.bank());
     for (ISourceFile* const file : debug.files()) {
         SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> rows;
         if (!matchesName(file->path(), options.file) || file->sourceLines(rows, unit, from.get(), to.get())) {
@@ -237,7 +245,7 @@ int lines(LinesOptions const& options, CommonOptions const& common) {
         }
         forEach(rows, [&](auto const& row) {
             if (row->size() != 0 || options.all) {
-                printRow(*file, *row, common.json);
+                printRow(*file, *row, remarks, common.json);
             }
         });
     }

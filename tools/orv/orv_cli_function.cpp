@@ -7,7 +7,9 @@
 #include "orv_cli_find.h"
 #include "orv_cli_output.h"
 #include "orv_cli_progress.h"
+#include "orv_cli_remarks.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <vector>
@@ -17,8 +19,8 @@ namespace {
 
 class FunctionView {
 public:
-    FunctionView(ISymbolRange& range, SymbolPlaces& places)
-        : m_symbol(*range.symbol()), m_range(range), m_ranges(rangesOf(m_symbol)) {
+    FunctionView(ISymbolRange& range, SymbolPlaces& places, Remarks const& remarks)
+        : m_symbol(*range.symbol()), m_range(range), m_ranges(rangesOf(m_symbol)), m_remarks(remarks) {
         if (m_ranges.empty()) {
             m_ranges.emplace_back(&m_range); // a thunk's stretch is the table's alone
         }
@@ -42,8 +44,10 @@ public:
             std::printf("    declared    %s\n", declaration.c_str());
         }
         for (auto const& range : m_ranges) {
-            std::printf("    range       %s-%s %llu bytes%s\n", hexColumn(startOf(*range)).c_str(),
-                        hexColumn(startOf(*range) + range->size()).c_str(), range->size(),
+            bool const isPoint = range->size() == 0; // which holds what lies up to the next
+            unsigned long long const size = isPoint ? range->sizeToNextRange() : range->size();
+            std::printf("    range       %s-%s %llu bytes%s%s\n", hexColumn(startOf(*range)).c_str(),
+                        hexColumn(startOf(*range) + size).c_str(), size, isPoint ? " to the next symbol" : "",
                         range == m_entry && m_ranges.size() > 1 ? ", entered here" : "");
         }
         printInside();
@@ -54,6 +58,7 @@ public:
             std::printf("        %s %5u bytes  line %u\n", hexColumn(startOf(*line)).c_str(), line->size(),
                         line->location()->line());
         }
+        forEachRemark([](IOptReportEntry* remark) { printRemark(*remark, 4); });
     }
 
     void printAsJson() const {
@@ -83,10 +88,22 @@ public:
             object["lines"].push_back(
                 {{"start", hex(startOf(*line))}, {"size", line->size()}, {"line", line->location()->line()}});
         }
+        for (auto const& range : m_ranges) {
+            addRemarks(object, remarksIn(*range));
+        }
         printJson(object);
     }
 
 private:
+    Remarks::Stretch remarksIn(ISymbolRange& range) const {
+        return m_remarks.in(startOf(range), startOf(range) + range.size());
+    }
+    template <typename Visitor> void forEachRemark(Visitor visit) const {
+        for (auto const& range : m_ranges) {
+            auto const [first, end] = remarksIn(*range);
+            std::for_each(first, end, visit);
+        }
+    }
     void collectLines() {
         SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> lines;
         m_symbol.sourceLines(lines);
@@ -119,6 +136,7 @@ private:
     std::vector<SymMgrObjectPtr<ISymbolRange>> m_ranges;
     SymMgrObjectPtr<ISymbolRange> m_entry; ///< One of m_ranges, or null.
     std::vector<SymMgrObjectPtr<ISourceLine>> m_lines;
+    Remarks const& m_remarks;
 };
 
 } // namespace
@@ -126,12 +144,13 @@ private:
 int function(std::string const& moduleName, std::string const& word, CommonOptions const& common) {
     Module& module = Module::load(moduleName, common);
     std::vector<SymMgrObjectPtr<ISymbolRange>> const found = findFunctions(module, word);
+    Remarks const remarks(module.bank());
     std::vector<FunctionView> views;
     {
         Progress const progress("reading " + module.name());
         SymbolPlaces places(module);
         for (auto const& range : found) {
-            views.emplace_back(*range, places);
+            views.emplace_back(*range, places, remarks);
         }
     }
     for (FunctionView const& view : views) {

@@ -182,10 +182,9 @@ template <typename FileLayout> SymMgrObjectPtr<IModuleImage> layOut(SymMgrObject
 
 } // namespace
 
-SymMgrObjectPtr<IModuleImage> laidOutImage(char const* name, arch_t arch) {
-    SymMgrObjectPtr<IModuleImage> const file = IModuleImage::create(name, arch, false);
+SymMgrObjectPtr<IModuleImage> laidOutImage(SymMgrObjectPtr<IModuleImage> const& file) {
     unsigned char ident[EI_NIDENT] = {};
-    if (!file || file->read(0, EI_NIDENT, ident) != EI_NIDENT || std::memcmp(ident, ELFMAG, SELFMAG) != 0) {
+    if (file->read(0, EI_NIDENT, ident) != EI_NIDENT || std::memcmp(ident, ELFMAG, SELFMAG) != 0) {
         return {};
     }
     return ident[EI_CLASS] == ELFCLASS32 ? layOut<Layout<Elf32_Ehdr, Elf32_Phdr, Elf32_Shdr, Elf32_Sym>>(file)

@@ -10,6 +10,6 @@ namespace orv_cli {
 /// In a relocatable file every section begins at 0, so an address means nothing without its section. This image gives
 /// each section that would be loaded a place of its own, as a linker does: in the section headers, in the values of the
 /// symbols, and by two program headers, one over all code and one over the rest. Null for any other file.
-SymMgrObjectPtr<IModuleImage> laidOutImage(char const* name, arch_t arch);
+SymMgrObjectPtr<IModuleImage> laidOutImage(SymMgrObjectPtr<IModuleImage> const& file);
 
 } // namespace orv_cli

@@ -3,6 +3,7 @@
 // A module and its bank, and what is said when they can't be read.
 #include "orv_cli_module.h"
 
+#include "orv_cli_kernel.h"
 #include "orv_cli_laid_out.h"
 #include "orv_cli_resolver.h"
 
@@ -35,6 +36,12 @@ std::string libraryName(std::string const& name) {
                                                            &std::free);
     return real ? std::string(real.get()) : name;
 }
+
+SymMgrObjectPtr<IModuleImage> imageOf(std::string const& name, CommonOptions const& options) {
+    return IModuleImage::create(libraryName(name).c_str(), options.arch, options.offload);
+}
+
+bool mayBeAbsent(std::string const& name) { return name.rfind("vmlinu", 0) == 0; }
 
 char const* describe(status_t status) {
     switch (status) {
@@ -97,17 +104,35 @@ Module& Module::load(std::string name, CommonOptions const& options, View view) 
 
 Module::Module(std::string name, CommonOptions const& options, View view)
     : m_name(std::move(name)), m_options(options), m_resolver(std::make_unique<Resolver>(m_options)) {
-    if (view == View::LaidOut) {
-        m_image = laidOutImage(libraryName(m_name).c_str(), m_options.arch);
+    SymMgrObjectPtr<IModuleImage> const image = imageOf(m_name, m_options);
+    if (view == View::LaidOut && image) {
+        m_image = laidOutImage(image);
+        m_isLaidOut = static_cast<bool>(m_image);
+    }
+    if (m_options.offload) {
+        if (!image) {
+            throw Failure(m_name + ": " + describe(status_BadFileFormat));
+        }
+        if (image->imageOffset() == 0) {
+            throw Failure(m_name + ": carries no binary for an offload processor in its section .rodata: leave out "
+                                   "--offload");
+        }
+        m_image = image;
     }
     status_t status = ISymbolManager::create(m_manager);
     if (status == status_Ok) {
         status = loadBank();
     }
     if (status != status_Ok) {
-        throw Failure(m_name + ": " + describe(status));
+        bool const isKernel = status == status_CantOpenFile && m_name.find("vmlinu") != std::string::npos;
+        throw Failure(
+            m_name + ": " + describe(status) +
+            (isKernel ? "; a kernel that is not on the disk is named without its folder, from inside it" : ""));
     }
     m_resolver->finish(m_name);
+    if (isListedKernel()) {
+        noteKernelList(m_bank->symFileName(), m_options);
+    }
     std::string const missing = missingDebugInfo();
     if (!missing.empty()) {
         note(m_name + ": " + missing, m_options);
@@ -144,8 +169,7 @@ void Module::noteBadDebugInfo(status_t status) {
 
 IFileFormatLoader& Module::loader() {
     if (!m_loader) {
-        status_t const status = IFileFormatLoader::create(
-            m_loader, m_image ? m_image : IModuleImage::create(libraryName(m_name).c_str(), m_options.arch, false), "");
+        status_t const status = IFileFormatLoader::create(m_loader, m_image ? m_image : imageOf(m_name, m_options), "");
         if (status != status_Ok) {
             throw Failure(m_name + ": " + describe(status));
         }
@@ -154,9 +178,11 @@ IFileFormatLoader& Module::loader() {
 }
 
 bool Module::is32Bit() {
+    if (isListedKernel() && m_bank->preferredLoadAddress() > 0xFFFFFFFF) {
+        return false; // whatever the headers that were made up for it say
+    }
     unsigned char fileClass = 0;
-    SymMgrObjectPtr<IModuleImage> const image =
-        IModuleImage::create(libraryName(m_name).c_str(), m_options.arch, false);
+    SymMgrObjectPtr<IModuleImage> const image = imageOf(m_name, m_options);
     return image && image->read(EI_CLASS, 1, &fileClass) == 1 && fileClass == ELFCLASS32;
 }
 

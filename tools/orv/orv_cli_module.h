@@ -25,6 +25,7 @@ public:
 struct CommonOptions {
     arch_t arch = arch_Unknown;
     bool noDebugInfo = false;
+    bool offload = false;                ///< The binary that the module carries for an offload processor.
     std::vector<std::string> debugRoots; ///< Empty: those of distributions.
     bool askServers = false;             ///< Those of DEBUGINFOD_URLS.
     std::string symbolFile;              ///< Empty: whichever is found.
@@ -38,6 +39,10 @@ void note(std::string const& text, CommonOptions const& options);
 /// The name under which the library is to look for a module. It folds names as text: a component that begins with two
 /// dots, or a link that two dots follow, would lead it to another file, so such a name is given as the real path.
 std::string libraryName(std::string const& name);
+/// The bytes that the options name; null or nothing to read where there are none.
+SymMgrObjectPtr<IModuleImage> imageOf(std::string const& name, CommonOptions const& options);
+/// True for a kernel that need not be on the disk: it is named without its folder.
+bool mayBeAbsent(std::string const& name);
 /// The words of a status for people.
 char const* describe(status_t status);
 /// What debug information that can't be read means for the user.
@@ -91,8 +96,10 @@ public:
     ISymbolFileResolver& resolver();
     /// True for a file of the 32-bit class.
     bool is32Bit();
+    /// True for a kernel that has its symbols, and its place, from a list.
+    bool isListedKernel() const { return m_bank->symFileFormat() == symbolFormatSystemMap; }
     /// True for a relocatable file whose sections were laid out.
-    bool isLaidOut() const { return static_cast<bool>(m_image); }
+    bool isLaidOut() const { return m_isLaidOut; }
 
 private:
     /// Says once that the debug information can't be read.
@@ -104,6 +111,7 @@ private:
     CommonOptions m_options;
     std::unique_ptr<Resolver> m_resolver;
     SymMgrObjectPtr<IModuleImage> m_image; ///< Null where the library makes its own.
+    bool m_isLaidOut = false;
     SymMgrObjectPtr<ISymbolManager> m_manager;
     SymMgrObjectPtr<IModuleSymbolBank> m_bank;
     SymMgrObjectPtr<IFileFormatLoader> m_loader; ///< Made on first use.

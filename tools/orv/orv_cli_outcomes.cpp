@@ -62,7 +62,7 @@ private:
 
 CandidateKind kindOf(ISymbolFileToResolve& candidate) {
     if (candidate.symbolFileFormat() != symbolFormatDwarf) {
-        return CandidateKind::Other;
+        return candidate.symbolFileFormat() == symbolFormatSystemMap ? CandidateKind::KernelList : CandidateKind::Other;
     }
     if (!wantedBuildId(candidate).empty()) {
         return CandidateKind::BuildId;
@@ -100,7 +100,11 @@ std::string whyRefused(std::string const& path, CandidateKind kind) {
     if (!std::filesystem::is_regular_file(path, ignored)) {
         return path + " is no regular file";
     }
-    return kind == CandidateKind::Module ? "it takes the module and nothing else" : path + " belongs to another build";
+    switch (kind) {
+    case CandidateKind::Module: return "it takes the module and nothing else";
+    case CandidateKind::KernelList: return path + " is a compressed kernel, and no list";
+    default: return path + " belongs to another build";
+    }
 }
 
 } // namespace orv_cli

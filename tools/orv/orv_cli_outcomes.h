@@ -11,7 +11,7 @@
 
 namespace orv_cli {
 
-enum class CandidateKind { BuildId, DebugLink, Module, Other };
+enum class CandidateKind { BuildId, DebugLink, Module, KernelList, Other };
 
 struct CandidateOutcome {
     CandidateKind kind;

@@ -104,6 +104,10 @@ void Resolver::finish(std::string const& module) {
         if (!std::filesystem::is_regular_file(m_options.symbolFile, ignored)) {
             throw Failure(m_options.symbolFile + ": is no regular file: name the companion itself");
         }
+        auto const isList = [](CandidateOutcome const& outcome) { return outcome.kind == CandidateKind::KernelList; };
+        if (std::any_of(m_outcomes.begin(), m_outcomes.end(), isList)) {
+            throw Failure(whyRefused(m_options.symbolFile, CandidateKind::KernelList) + " of its symbols");
+        }
         throw Failure(m_options.symbolFile + ": is no companion of " + module +
                       ": neither its build id nor its CRC is the one that the module names");
     }
@@ -136,6 +140,9 @@ std::string Resolver::whyNot(CandidateOutcome const& outcome) const {
         return "beside the module is a file of that name, with another CRC: it belongs to another build";
     default: break;
     }
+    if (outcome.kind == CandidateKind::KernelList) {
+        return outcome.sought.empty() ? "the module is no kernel by its name" : "no such file beside the kernel";
+    }
     auto const isTaken = [](CandidateOutcome const& other) { return other.isTaken; };
     if (std::any_of(m_outcomes.begin(), m_outcomes.end(), isTaken)) {
         return "not looked for any further: another one is taken";
@@ -145,6 +152,7 @@ std::string Resolver::whyNot(CandidateOutcome const& outcome) const {
 
 std::string Resolver::missing(IModuleSymbolBank& bank) const {
     std::string sought;
+    std::string lists;    // of a kernel's symbols
     bool isNamed = false; // by a debug link, which only strippers leave
     for (CandidateOutcome const& outcome : m_outcomes) {
         if (outcome.isTaken) {
@@ -154,11 +162,16 @@ std::string Resolver::missing(IModuleSymbolBank& bank) const {
         if (isCompanion) {
             sought += (sought.empty() ? "" : "; ") + outcome.sought + ": " + whyNot(outcome);
             isNamed |= outcome.kind == CandidateKind::DebugLink;
+        } else if (outcome.kind == CandidateKind::KernelList && !outcome.sought.empty()) {
+            lists += (lists.empty() ? "" : " nor ") + outcome.sought;
         }
     }
     SymMgrObjectPtr<ISection> symbols;
     if (m_options.noDebugInfo || (!isNamed && bank.sectionByName(".symtab", symbols) == status_Ok)) {
         return {};
+    }
+    if (!lists.empty() && sought.empty()) {
+        return "has no symbols, nor a list of them: neither " + lists + " is there, and --symbol-file names none";
     }
     return sought.empty() ? "is stripped, and names no file that has its debug information"
                           : "has its debug information elsewhere, and it was not found: " + sought;

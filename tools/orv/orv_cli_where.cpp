@@ -87,8 +87,8 @@ void WordReader::readSections(std::optional<std::string> const& wanted) {
             m_code.push_back(next);
         }
     }
-    // A file without sections is loaded by its segments.
-    if (m_loaded.empty() && m_module.bank().segments(segments) == status_Ok) {
+    // A file without sections is loaded by its segments. Where those of a kernel are only its list can tell.
+    if (m_loaded.empty() && !m_module.isListedKernel() && m_module.bank().segments(segments) == status_Ok) {
         forEach(segments, [&](ISegment* segment) {
             unsigned long long const start = loader.preferredLoadAddress() + segment->rva();
             m_loaded.push_back({start, start + segment->memorySize(), segment->type() == 1});
@@ -165,6 +165,10 @@ void WordReader::placeIn(Section const& section, Query& query) {
 }
 
 bool WordReader::isLoaded(unsigned long long address) const {
+    if (m_loaded.empty()) {
+        SymMgrObjectPtr<IAddress> found;
+        return m_module.bank().addressByValue(address, found) == status_Ok;
+    }
     auto const at =
         std::upper_bound(m_loaded.begin(), m_loaded.end(), address,
                          [](unsigned long long value, Section const& section) { return value < section.start; });

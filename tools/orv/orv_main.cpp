@@ -82,6 +82,7 @@ public:
         addFunctionCommand("inlines", "The tree of inlined calls of a function, with call sites and sizes",
                            "orv inlines prog main", inlines);
         addStackVariables();
+        addOptReports();
         addModuleCommand("units", "The compilation units of a module, as its debug information has them",
                          "orv units prog", units);
         addModuleCommand("files", "The source files of a module", "orv files prog", files);
@@ -152,6 +153,7 @@ private:
             ->check(oneOf("ARCH", k_architectures));
         app.add_flag("--quiet", m_common.quiet, "Tell failures alone, not that debug information is missing");
         app.add_flag("--no-debug-info", m_common.noDebugInfo, "Look for no debug information");
+        app.add_flag("--offload", m_common.offload, "Take the binary that the module carries for an offload processor");
         app.add_option_function<std::vector<std::string>>(
                "--debug-root",
                [this](std::vector<std::string> const& roots) {
@@ -310,6 +312,15 @@ private:
             ->check(CLI::Validator(checkAddress, ""));
     }
 
+    void addOptReports() {
+        CLI::App* const command =
+            add("optreports", "The compiler's optimisation remarks, with function and line",
+                "orv optreports --range 1000:2000 prog", [this] { return optReports(m_module, m_range, m_common); });
+        command->add_option("--range", m_range, "Addresses to show, hexadecimal; either side may be missing")
+            ->check(CLI::Validator(checkRange, "FROM:TO"));
+        addModule(command, m_module);
+    }
+
     void addAddress() {
         CLI::App* const command = add("address", "One address in all its forms", "orv address --rva /bin/ls 5000 5010",
                                       [this] { return address(m_module, m_words, m_form, m_common); });
@@ -335,6 +346,7 @@ private:
     LinesOptions m_lines;
     StackOptions m_stack;
     std::string m_word;
+    std::string m_range;
     std::vector<std::string> m_words;
     AddressForm m_form = &IModuleSymbolBank::addressByValue;
     std::function<int()> m_action;

@@ -1,0 +1,13 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
+/// Lists of a kernel's symbols that name nothing.
+#pragma once
+
+#include "orv_cli_module.h"
+
+namespace orv_cli {
+
+/// Says once what is wrong with a list of which no symbol can come.
+void noteKernelList(std::string const& path, CommonOptions const& options);
+
+} // namespace orv_cli
