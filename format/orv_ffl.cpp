@@ -196,7 +196,8 @@ bool FileFormatLoader::addSegment(unsigned long long address, char const* name, 
                                   unsigned long long fileOffset, unsigned long long fileSize,
                                   unsigned long long memorySize, unsigned int type) {
     unsigned long long const end = address + memorySize;
-    auto& [segments, typedSegments, sections] = m_layouts.back();
+    auto& segments = m_layouts.back().segments;
+    auto& typedSegments = m_layouts.back().typedSegments;
     auto const overlaps = [&](std::pair<unsigned long long const, Segment*> const& entry) {
         return (entry.first <= address && entry.first + entry.second->memorySize() > address) ||
                (entry.first >= address && entry.first < end);

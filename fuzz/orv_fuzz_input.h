@@ -130,4 +130,48 @@ inline void askAt(IModuleSymbolBank& bank, unsigned long long value) {
     }
 }
 
+/// All questions, and those for the addresses that the input holds, which are the likely ones.
+inline void askAll(IModuleSymbolBank& bank, std::uint8_t const* data, std::size_t size) {
+    bank.entryPoint();
+    bank.memoryEstimate();
+    Ranges it;
+    bank.originalSymbolRanges(it, k_allKinds, nullptr, nullptr);
+    walk(it);
+    bank.nonOverlappedSymbolRanges(it, k_allKinds, nullptr, nullptr, nullptr);
+    walk(it);
+    SymMgrObjectPtr<IIterator<ISegment*>> segments;
+    if (bank.segments(segments) == status_Ok) {
+        for (ISegment* segment = segments->current(); segment != nullptr; segment = segments->current()) {
+            SymMgrObjectPtr<IBuffer> buffer;
+            segment->read(buffer);
+            SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISection>>> sections;
+            segment->sections(sections, false);
+            for (auto section = sections ? sections->current() : SymMgrObjectPtr<ISection>(); section;
+                 section = sections->current()) {
+                section->read(buffer);
+                sections->next();
+            }
+            segments->next();
+        }
+    }
+    for (std::size_t i = 0; i + 8 <= size && i < 800; i += 8) {
+        unsigned long long value = 0;
+        __builtin_memcpy(&value, data + i, 8);
+        askAt(bank, value);
+    }
+    if (size > 16) {
+        bank.prefetcher()->putRVA(data[size / 2]);
+        bank.originalSymbolRanges(it, symbol_kind_Function, nullptr, nullptr);
+        walk(it);
+    }
+    for (char const* const name : {".text", ".zdebug_info", ""}) {
+        SymMgrObjectPtr<ISection> section;
+        SymMgrObjectPtr<IBuffer> buffer;
+        if (bank.sectionByName(name, section) == status_Ok) {
+            section->read(buffer);
+            section->readAt(1, ~0ULL, buffer);
+        }
+    }
+}
+
 } // namespace orv_fuzz

@@ -5,6 +5,7 @@
 They are built from text, so that nobody has to trust bytes that nobody can make again."""
 
 import pathlib
+import struct
 import subprocess
 import sys
 import tempfile
@@ -174,9 +175,36 @@ def report_seeds():
         yield b"junk" + table(flags, version, rows) + table(8, 0x101, rows[:2])
 
 
+WIDE_LIST = b"""0000000000000000 D __per_cpu_start
+ffffffff81000000 T _text
+ffffffff81000000 t startup_64 more behind it
+ffffffff81000070 A absolute
+ffffffff82000000 d counter
+ffffffff82000008 G any
+ffffffffa0000000 t foo\t[mod]
+"""
+NARROW_LIST = b"80000000 A start\nc0100000 T _text\nc0100010 G g\nc0100020 d data"
+
+
+def kernel_seeds():
+    for mode in (0, 1, 2):
+        yield bytes([mode, 255]) + WIDE_LIST
+        yield bytes([mode, 255]) + NARROW_LIST
+    # A compressed one that has headers of its own, and programs that carry another, each behind a list of half the bytes.
+    segment = struct.pack("<IIQQQQQQ", 1, 5, 120, 0xffffffff81000000, 0, 16, 0x100000, 0x1000)
+    header = struct.pack("<16sHHIQQQIHHHHHH", b"\x7fELF\2\1\1", 2, 62, 1, 0, 64, 0, 0, 64, 56, 1, 0, 0, 0)
+    programs = [header + segment + b"." * 9 + b"\x1f\x8b\x08...." + b"." * 200]
+    programs += [program + header + segment + b"." * 16 for program in elf_seeds()]
+    for mode, program in zip((2, 3, 7, 3, 7, 3), programs):
+        share = max(share for share in range(1, 255) if len(program) * share // (255 - share) < 2 * len(WIDE_LIST) or share == 1)
+        total = next(n for n in range(len(program), 1 << 24) if n - n * share // 255 == len(program))
+        yield bytes([mode, share]) + (WIDE_LIST + b"\n" * total)[:total - len(program)] + program
+
+
 target, folder = sys.argv[1], pathlib.Path(sys.argv[2])
 folder.mkdir(parents=True, exist_ok=True)
 seeds = {"elf": elf_seeds, "dwarf": dwarf_seeds, "lines": line_seeds, "optreport": report_seeds,
+         "kernel": kernel_seeds,
          "filename": lambda: [p.encode() for p in PATHS],
          "demangler": lambda: [n.encode() for n in NAMES + [n[2:] for n in NAMES] + DEMANGLED]}[target]()
 for number, seed in enumerate(seeds):

@@ -31,8 +31,17 @@ enum exec_format_t : unsigned int {
 /// module's headers, symbols and debug information come from read. No lock: an image belongs to one thread at a time.
 class ORV_API IModuleImage : public ISymMgrObject {
 public:
-    /// Makes the image for a file name. Null for a null name. A file that can't be opened still
-    /// gives an image, which reads nothing.
+    /// Makes the image for a file name. A file that can't be opened still gives an image, which reads nothing. Null for
+    /// a null name.
+    ///
+    /// A path that holds "vmlinu" is a kernel's. One that is not on the disk, or is compressed and no ELF file, gets the
+    /// headers of an ELF file that has one segment over a kernel's addresses and no sections: of 64 bits for
+    /// arch_X86_64, or if arch is not given and the path holds "x86_64", else of 32. A compressed one that is an ELF file
+    /// is read up to its last segment, and has no architecture.
+    ///
+    /// With arch_Em180 or arch_Em181, or with forceOffload, the binary for an offload processor that a program carries
+    /// in its section .rodata is the image: a slice of the program's file, with arch_Em181. The file itself where it
+    /// carries none, or, without forceOffload, is such a binary itself; null if it is no module.
     ORV_API static SymMgrObjectPtr<IModuleImage> create(char const* binFileName, arch_t arch, bool forceOffload);
 
     /// Reads size bytes at offset, both in bytes, relative to the image's start. Returns the bytes

@@ -87,6 +87,11 @@ with tempfile.TemporaryDirectory() as folder:
         assert line.startswith(("orv ", "orv-addr2line ")), line
         subprocess.run(line, shell=True, check=True, cwd=folder, stdout=subprocess.DEVNULL,
                        env={**os.environ, "PATH": f"{folder}:{orv.parent}:{os.environ['PATH']}"})
+    for document in root.glob("docs/*.md"):
+        for script in re.findall(r"```sh\n(.*?)```", document.read_text(), re.S):
+            subprocess.run(["bash", "-eu"], input=script, text=True, check=True, cwd=folder, stdout=subprocess.DEVNULL,
+                           env={**os.environ, "PATH": f"{orv.parent}:{os.environ['PATH']}"})
+            lines += script.splitlines()
     print(f"{len(lines)} commands")
 for document in [root / "README.md", *root.glob("docs/*.md")]:
     for name in re.findall(r"\]\(([^)#:]+)\)", document.read_text()):

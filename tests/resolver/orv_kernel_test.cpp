@@ -271,6 +271,24 @@ TEST(KernelLists, WhatALineSays) {
               "ffffffffa1000000 5effffff _text@ffffffffa1000000+0 11");
 }
 
+TEST(KernelLists, BesideACompressedKernel) {
+    // Headers and one segment, which the file has no more than the headers of.
+    ElfBuilder elf;
+    elf.withSectionHeaders = false;
+    elf.load(PF_R | PF_X, 0xFFFFFFFF81000000, 0x100000, 64 + 56, 100);
+    std::string const headers = elf.bytes().substr(0, 64 + 56);
+    TempDir const dir;
+    dir.file("System.map", "ffffffff81000000 T _text\nffffffff81000010 T next\nffffffff90000000 T outside\n");
+    SymMgrObjectPtr<IModuleSymbolBank> bank;
+    ASSERT_EQ(loadBank(dir.file("vmlinuz", headers + "...\x1F\x8B\x08" + std::string(94, '.')), bank), status_Ok);
+    EXPECT_EQ(answerOf(*bank), "ffffffff81000000 100000 _text@ffffffff81000000+0 11 next@ffffffff81000010+0 11");
+    EXPECT_EQ(bank->symFileName(), dir.path() + "/System.map");
+    // A file that is no ELF file has the headers that are made up for it.
+    ASSERT_EQ(loadBank(dir.file("vmlinuz", "MZ, and a kernel of today"), bank), status_Ok);
+    EXPECT_EQ(answerOf(*bank), "ffffffff81000010 7effffef _text@ffffffff81000000+0 11 next@ffffffff81000010+0 11 "
+                               "outside@ffffffff90000000+0 11");
+}
+
 TEST(KernelLists, AgreeWithTheirText) {
     std::mt19937 random(5);
     TempDir const dir;

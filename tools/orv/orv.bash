@@ -3,12 +3,12 @@
 # Bash completion for orv.
 _orv() {
     local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD-1]}
-    local common="--json --arch --no-debug-info --debug-root --debuginfod --symbol-file --quiet --log-level --version --help"
-    local commands="symbolize info candidates symbols sections segments address units files lines function inlines stackvar"
+    local common="--json --arch --offload --no-debug-info --debug-root --debuginfod --symbol-file --quiet --log-level --version --help"
+    local commands="symbolize info candidates symbols sections segments address units files lines function inlines stackvar optreports"
     local command="" word
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
         case $word in
-            symbolize | info | candidates | symbols | sections | segments | address | units | files | lines | function | inlines | stackvar)
+            symbolize | info | candidates | symbols | sections | segments | address | units | files | lines | function | inlines | stackvar | optreports)
                 command=$word
                 break
                 ;;
@@ -34,6 +34,7 @@ _orv() {
             address) own="--rva --file-offset" ;;
             lines) own="--file --range --unit --all" ;;
             stackvar) own="--pc --sp --fp" ;;
+            optreports) own="--range" ;;
         esac
         COMPREPLY=($(compgen -W "$own $common" -- "$cur"))
         return
