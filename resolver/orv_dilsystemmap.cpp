@@ -65,9 +65,10 @@ void KernelNames::finishLoad() {
 char const* KernelNames::copy(std::string_view name) {
     std::size_t const size = name.size() + 1;
     if (size > m_room) {
-        m_room = std::max(size, k_nameBlock);
-        m_blocks.push_back(std::make_unique<char[]>(m_room));
+        std::size_t const blockSize = std::max(size, k_nameBlock);
+        m_blocks.push_back(std::make_unique<char[]>(blockSize));
         m_next = m_blocks.back().get();
+        m_room = blockSize;
     }
     char* const place = m_next;
     std::memcpy(place, name.data(), name.size()); // blocks are zeroed

@@ -27,16 +27,11 @@ std::uint64_t mixNumber(std::uint64_t hash, std::uint64_t number) {
 
 } // namespace
 
-bool NameBudget::spend(std::size_t bytes) {
-    m_left -= std::min(bytes, m_left);
-    return m_left != 0;
-}
-
 bool NameBudget::isUsual(char const* name) { return ::strnlen(name, k_usualName) < k_usualName; }
 
 bool NameBudget::areSame(char const* a, char const* b) {
     for (std::size_t done = 0; a != b; done += k_usualName) {
-        if ((done != 0 && !spend(k_usualName)) || std::strncmp(a + done, b + done, k_usualName) != 0) {
+        if ((done != 0 && !m_budget.settle(k_usualName)) || std::strncmp(a + done, b + done, k_usualName) != 0) {
             return false;
         }
         if (::strnlen(a + done, k_usualName) < k_usualName) {
@@ -54,7 +49,7 @@ std::uint64_t NameBudget::hashOf(char const* name) {
         if (size < k_usualName) {
             return hash;
         }
-        if (!spend(k_usualName)) {
+        if (!m_budget.settle(k_usualName)) {
             return mixNumber(hash, reinterpret_cast<std::uintptr_t>(name));
         }
     }

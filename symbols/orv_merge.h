@@ -3,6 +3,7 @@
 /// What becomes of two things that start at one address.
 #pragma once
 
+#include "core/orv_budget.h"
 #include "orv/orv_symbol.h"
 
 #include <array>
@@ -60,7 +61,7 @@ enum class MatchRole { Rival, Newcomer };
 class NameBudget {
 public:
     /// bytes: what may be looked at beyond the usual size of a name.
-    void refill(std::size_t bytes) { m_left = bytes; }
+    void refill(std::size_t bytes) { m_budget.refill(bytes); }
     bool areSame(char const* a, char const* b);
     /// Equal for equal names, and hardly ever else.
     std::uint64_t hashOf(char const* name);
@@ -68,9 +69,7 @@ public:
     static bool isUsual(char const* name);
 
 private:
-    bool spend(std::size_t bytes);
-
-    std::size_t m_left = std::size_t{1} << 28;
+    Budget m_budget{nullptr, std::uint64_t{1} << 28};
 };
 
 } // namespace ORV_3_30

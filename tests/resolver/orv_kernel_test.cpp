@@ -8,7 +8,6 @@
 
 #include <map>
 #include <random>
-#include <thread>
 
 using namespace orv_test;
 
@@ -347,36 +346,4 @@ TEST(KernelLists, NamesOutliveTheTextAndAreKeptOnce) {
     }
     EXPECT_STREQ(before, "name1");
     EXPECT_EQ(rangeIn(*bank, 0xC0000010, symbol_kind_Function)->symbol()->name(), before);
-}
-
-TEST(KernelLists, WidenWhileOthersAsk) {
-    TempDir const dir;
-    std::string const list = dir.file("list", "ffffffff81000000 T _text\nffffffff81000010 T next\n");
-    for (int round = 0; round < 20; ++round) {
-        SymMgrObjectPtr<IFileFormatLoader> loader;
-        ASSERT_EQ(IFileFormatLoader::create(loader, IModuleImage::create("vmlinux", arch_Unknown, false), ""),
-                  status_Ok);
-        ISegment* const guess = loader->segmentByAddress(0x80000000);
-        Candidates candidates;
-        loader->symbolFiles(candidates);
-        ASSERT_EQ(candidates->current()->validateSymbolFile(list.c_str()), 0);
-        std::thread asking([&] {
-            for (bool isWide = false; !isWide; isWide = loader->segmentByAddress(0xFFFFFFFF81000000) != nullptr) {
-                EXPECT_EQ(loader->segmentByAddress(0x80000001), guess);
-                loader->preferredLoadAddress();
-                loader->sectionByAddress(0x80000000);
-            }
-        });
-        SymMgrObjectPtr<IDebugInfoLoader> lists;
-        EXPECT_EQ(loader->debugInfoLoader(lists, 0, 0), status_Ok);
-        asking.join();
-        ISegment* const wide = loader->segmentByIndex(1);
-        ASSERT_NE(wide, nullptr);
-        EXPECT_EQ(wide->type(), 1U);
-        EXPECT_EQ(wide->memorySize(), 0x7FFFFFFFU);
-        EXPECT_EQ(wide->rva() + wide->fileOffset() + wide->fileSize(), 0U);
-        EXPECT_STREQ(wide->name(), ".text_");
-        EXPECT_EQ(loader->sectionByAddress(0xFFFFFFFFFFFFFFFF)->address(), 0xFFFFFFFF80000000);
-        EXPECT_EQ(loader->segmentByName(".text"), guess);
-    }
 }
