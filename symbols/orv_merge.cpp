@@ -6,7 +6,6 @@
 
 #include "symbols/orv_scope_maker.h"
 
-#include <algorithm>
 #include <cstring>
 
 namespace ORV_3_30 {
