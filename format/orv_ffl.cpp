@@ -222,7 +222,7 @@ bool FileFormatLoader::addSegment(unsigned long long address, char const* name, 
             inTheWay = overlaps(*inTheWay) ? segments.erase(inTheWay) : std::next(inTheWay);
         }
     }
-    m_segments.emplace_back(newSegment(name, rva, fileOffset, fileSize, memorySize, type));
+    m_segments.push_back(std::unique_ptr<Segment>(newSegment(name, rva, fileOffset, fileSize, memorySize, type)));
     segments[address] = m_segments.back().get();
     if (type != segment_type_Other) {
         typedSegments.insert(address);
@@ -233,8 +233,9 @@ bool FileFormatLoader::addSegment(unsigned long long address, char const* name, 
 }
 
 bool FileFormatLoader::addSection(char const* name, unsigned long long address, unsigned long long size) {
-    m_sections.emplace_back(new Section({nullptr, name}, this, address, address, size, 0));
-    m_layouts.back().sections[address] = m_sections.back().get();
+    SymMgrObjectPtr<Section> const section(new Section({nullptr, name}, this, address, address, size, 0));
+    m_sections.push_back(section);
+    m_layouts.back().sections[address] = section.get();
     return true;
 }
 

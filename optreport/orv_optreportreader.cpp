@@ -24,8 +24,8 @@ constexpr std::uint32_t k_holdsReports = 8;
 std::uint64_t uleb(ByteCursor& cursor) {
     std::uint64_t value = 0;
     std::uint8_t byte = 0;
-    for (unsigned int shift = 0; cursor.read(byte); shift += 7) {
-        value |= shift < 64 ? std::uint64_t{byte & 0x7FU} << shift : 0;
+    for (unsigned int shift = 0; shift < 64 && cursor.read(byte); shift += 7) {
+        value |= std::uint64_t{byte & 0x7FU} << shift;
         if (byte < 0x80) {
             break;
         }
@@ -70,6 +70,7 @@ void OptReportReader::reset() {
     m_counter = 0;
     m_version = 0;
     m_status = status_Ok;
+    m_entry = {};
     m_current = nullptr;
     next();
 }

@@ -3,17 +3,23 @@
 // One sorted array of the reports in all sections, found by binary search.
 #include "optreport/orv_optreportstore.h"
 
+#include "core/orv_budget.h"
 #include "core/orv_trace.h"
+#include "image/orv_path.h"
 
 #include <algorithm>
+#include <cstring>
+#include <new>
 #include <string_view>
 
 namespace ORV_3_30 {
 namespace {
 
-bool isReportSection(std::string_view name) {
+bool isReportSection(char const* sectionName) {
     constexpr std::string_view k_short = ".debug_o";
     constexpr std::string_view k_long = ".debug_opt_report";
+    // Many sections may share one name of megabytes.
+    std::string_view const name(sectionName, ::strnlen(sectionName, k_long.size() + 1));
     if (name.substr(0, k_short.size()) != k_short) {
         return false;
     }
@@ -21,16 +27,19 @@ bool isReportSection(std::string_view name) {
     return name == k_short || name == k_long || (hasNumber && name.substr(0, k_long.size()) == k_long);
 }
 
-/// The sections of a loader with reports.
-template <typename Loader> std::vector<SymMgrObjectPtr<ISection>> reportSections(Loader* loader) {
+/// The sections of a loader with reports. Sections of a file don't overlap: together they are no larger than it is.
+template <typename Loader> std::vector<SymMgrObjectPtr<ISection>> reportSections(Loader* loader, char const* file) {
     std::vector<SymMgrObjectPtr<ISection>> found;
+    std::uint64_t const fileSize = pathFileSize(file);
+    Budget bytes("sections of optimisation reports", fileSize);
     for (unsigned int index = 0; loader != nullptr; ++index) {
         SymMgrObjectPtr<ISection> section;
         loader->sectionByIndex(section, index);
         if (!section) {
             break;
         }
-        if (isReportSection(section->name())) {
+        bool const isCut = section->size() > fileSize; // it can't be read, which costs nothing and ends the reading
+        if (isReportSection(section->name()) && (isCut || bytes.spend(section->size()))) {
             found.push_back(section);
         }
     }
@@ -43,7 +52,8 @@ bool OptReportStorageIterator::next() {
     if (m_position < m_reports->size()) {
         ++m_position;
     }
-    if (m_position < m_reports->size() && (*m_reports)[m_position].address() >= m_rangeEnd) {
+    bool const isBounded = m_rangeEnd != k_noBound;
+    if (isBounded && m_position < m_reports->size() && (*m_reports)[m_position].address() >= m_rangeEnd) {
         m_position = m_reports->size();
     }
     return m_position < m_reports->size();
@@ -54,13 +64,17 @@ status_t OptReportStore::load(OptReports& out) const {
     if (m_module == nullptr && m_symbolFile == nullptr) {
         return status_InvalidPointer;
     }
-    std::vector<SymMgrObjectPtr<ISection>> sections = reportSections(m_module);
+    std::vector<SymMgrObjectPtr<ISection>> sections =
+        reportSections(m_module, m_module != nullptr ? m_module->fileName() : nullptr);
     if (sections.empty()) {
-        sections = reportSections(m_symbolFile);
+        sections = reportSections(m_symbolFile, m_symbolFile != nullptr ? m_symbolFile->symFileName() : nullptr);
     }
     for (SymMgrObjectPtr<ISection> const& section : sections) {
         SymMgrObjectPtr<IBuffer> data;
         status_t const status = section->read(data);
+        if (status == status_OutOfMemory) {
+            throw std::bad_alloc(); // the next question tries again
+        }
         if (failed(status)) {
             return status;
         }
@@ -83,7 +97,9 @@ std::shared_ptr<OptReports> const& OptReportStore::loaded() {
         if (failed(status)) {
             ORV_DEBUG("Optimisation reports are not complete: " << status);
         }
-        std::stable_sort(reports->begin(), reports->end());
+        if (!std::is_sorted(reports->begin(), reports->end())) {
+            std::stable_sort(reports->begin(), reports->end());
+        }
         return std::make_unique<std::shared_ptr<OptReports>>(reports);
     });
 }
@@ -100,7 +116,7 @@ status_t OptReportStore::reports(SymMgrObjectPtr<IIterator<IOptReportEntry*>>& o
     if (all->empty()) {
         return status_False;
     }
-    unsigned long long rangeEnd = ~0ULL;
+    unsigned long long rangeEnd = OptReportStorageIterator::k_noBound;
     std::size_t position = 0;
     if (begin != nullptr) {
         unsigned long long const start = begin->pseudoAddr();

@@ -21,6 +21,8 @@ using OptReports = std::vector<OptReportEntry>;
 /// Holds the reports, which stay as long as it does. Any thread may move one of its own.
 class OptReportStorageIterator final : public SymMgrObject<IIterator<IOptReportEntry*>> {
 public:
+    static constexpr unsigned long long k_noBound = ~0ULL;
+
     OptReportStorageIterator(std::shared_ptr<OptReports> reports, std::size_t position, unsigned long long rangeEnd)
         : m_reports(std::move(reports)), m_position(position), m_rangeEnd(rangeEnd) {}
 

@@ -7,8 +7,6 @@
 #include "image/orv_path.h"
 #include "resolver/orv_debug_sections.h"
 
-#include <algorithm>
-
 namespace ORV_3_30 {
 namespace {
 
@@ -29,11 +27,7 @@ SymMgrObjectPtr<ISectionData> sectionOf(IFileFormatHelper* helper, section_role_
 } // namespace
 
 void SymbolFileCandidate::setSymbolFile(std::string const& name) {
-    auto known = std::find(m_names.begin(), m_names.end(), name);
-    if (known == m_names.end()) {
-        known = m_names.insert(m_names.end(), name);
-    }
-    m_symbolFile.store(known->c_str(), std::memory_order_release);
+    m_symbolFile.store(m_names.insert(name).first->c_str(), std::memory_order_release);
 }
 
 DWARFCandidate::DWARFCandidate(char const* moduleFile, long long ordinal, IFileFormatHelper* helper, ILock* lock)

@@ -84,28 +84,35 @@ arch_t placeKernelByList(ElfFileLoader& loader, char const* mapFile) {
     if (!list.isOpen()) {
         return architecture;
     }
+    unsigned long long base = helper.getImageBase();
+    unsigned long long size = helper.imageSize();
     KernelListLine line;
-    while (!list.isAtEnd() && line.address <= helper.getImageBase()) {
+    while (!list.isAtEnd() && line.address <= base) {
         if (!list.readAddress(architecture == arch_X86_64, line.address) || !list.readSymbol(line)) {
             break;
         }
         // More digits where the type should be: the rest of the line is still to come.
         if (architecture != arch_X86_64 && std::isdigit(static_cast<unsigned char>(line.type)) != 0) {
             architecture = arch_X86_64;
-            helper.moveImage(k_kernelBase, k_kernelSize);
+            base = k_kernelBase;
+            size = k_kernelSize;
             if (!list.readSymbol(line)) {
                 break;
             }
             loader.addLate(".text_", k_kernelBase, k_kernelSize);
         }
-        unsigned long long const base = helper.getImageBase();
         bool const isText = line.type == 'A' || line.type == 'T' || line.type == 't';
         if (isText && line.address >= base) {
-            helper.moveImage(line.address, helper.imageSize() + base - line.address);
+            size += base - line.address;
+            base = line.address;
+            break;
+        }
+        if (list.isOfModule()) {
             break;
         }
         list.finishLine();
     }
+    helper.moveImage(base, size); // at once: others may be asking
     return architecture;
 }
 

@@ -15,7 +15,8 @@ bool isSpace(int character) { return character == ' ' || (character >= '\t' && c
 bool KernelListReader::refill() {
     std::uint64_t const count = m_file.read(m_buffer.size(), m_buffer.data());
     m_at = 0;
-    m_end = count <= m_buffer.size() ? count : 0; // all ones for an error
+    m_isBroken = count == k_fileError;
+    m_end = m_isBroken ? 0 : count;
     return m_end != 0;
 }
 
@@ -31,7 +32,7 @@ bool KernelListReader::skipSpace() {
 bool KernelListReader::readDigits(unsigned long long& out) {
     char digits[8];
     for (char& digit : digits) {
-        if (isAtEnd()) {
+        if (peek() == k_noCharacter) {
             return false;
         }
         digit = static_cast<char>(m_buffer[m_at++]);
@@ -51,25 +52,25 @@ bool KernelListReader::readAddress(bool is64, unsigned long long& out) {
 
 bool KernelListReader::readSymbol(KernelListLine& line) {
     skipSpace();
-    if (isAtEnd()) {
+    if (peek() == k_noCharacter) {
         return false;
     }
     line.type = static_cast<char>(m_buffer[m_at++]);
     skipSpace();
     line.name.clear();
-    while (!isAtEnd() && !isSpace(peek())) {
-        std::size_t const begin = m_at;
-        while (m_at < m_end && !isSpace(m_buffer[m_at])) {
-            ++m_at;
+    bool const isNamed = peek() != k_noCharacter;
+    for (bool isText = true; peek() != k_noCharacter && !isSpace(peek()); ++m_at) {
+        isText = isText && m_buffer[m_at] != '\0';
+        if (isText) {
+            line.name += static_cast<char>(m_buffer[m_at]);
         }
-        line.name.append(reinterpret_cast<char const*>(m_buffer.data()) + begin, m_at - begin);
     }
     m_isInLine = !skipSpace();
-    return !line.name.empty();
+    return isNamed;
 }
 
 void KernelListReader::finishLine() {
-    while (m_isInLine && !isAtEnd()) {
+    while (m_isInLine && peek() != k_noCharacter) {
         m_isInLine = m_buffer[m_at++] != '\n';
     }
     skipSpace();

@@ -28,10 +28,12 @@ public:
     KernelListReader(char const* path, std::size_t bufferSize) : m_file(path), m_buffer(bufferSize) {}
 
     bool isOpen() const { return m_file.status() == fosOK; }
-    bool isAtEnd() { return peek() == k_noCharacter; }
+    /// Not where the file can't be read any further: what is read next fails there.
+    bool isAtEnd() { return peek() == k_noCharacter && !m_isBroken; }
     /// False unless all its digits are there.
     bool readAddress(bool is64, unsigned long long& out);
-    /// Type and name, and the white space behind both, be it the line's end or not. False if one is missing.
+    /// Type and name, and the white space behind both, be it the line's end or not. False if one is missing. What
+    /// stands behind a NUL of the name is passed over.
     bool readSymbol(KernelListLine& line);
     /// The line tells of a loadable module's symbol, whose name in brackets comes next.
     bool isOfModule() { return peek() == '['; }
@@ -51,6 +53,7 @@ private:
     std::vector<unsigned char> m_buffer;
     std::size_t m_at = 0;
     std::size_t m_end = 0;
+    bool m_isBroken = false;
     bool m_isInLine = false; ///< The line that was read last has something behind its name.
 };
 

@@ -10,7 +10,7 @@
 #include "orv/orv_symbolfileresolver.h"
 
 #include <atomic>
-#include <deque>
+#include <set>
 #include <string>
 
 namespace ORV_3_30 {
@@ -35,7 +35,7 @@ protected:
     std::atomic<symbol_file_validity_t> m_validity{symbolFileUnchecked};
 
 private:
-    std::deque<std::string> m_names; ///< All that were ever handed out. The present one is one of them.
+    std::set<std::string> m_names; ///< All that were ever handed out. The present one is one of them.
     std::atomic<char const*> m_symbolFile{""};
     long long m_ordinal;
     ILock* m_lock;

@@ -76,7 +76,7 @@ def check_remarks(folder):
     expect("text", (short["text"], short["length"]), ("short" + 11 * "\0", 16))
     expect("bytes", bytes.fromhex(found[0]["bytes"])[:10], b"\xff outside ")
     expect("place", (long["function"], long["file"], long["line"], long["version"]),
-           ("helper", f"{folder}/p.c", 4, long["version"]))
+           ("helper", f"{folder}/p.c", 4, 0))
     expect("versions", (long["version"], short["version"]), (0, 5))
     said = run("optreports", "--range", f"{helper:x}:{helper + 1:x}", program).stdout
     expect("for people", said, f"{helper:016x}  helper  {folder}/p.c:4  version 5\n    short\n")

@@ -49,7 +49,10 @@ def check(what, folder, kernel, text, *options):
     """Every symbol that has a place in the kernel begins a stretch that ends at the next, and answers inside."""
     info = records("info", "--json", *options, kernel, cwd=folder)[0]
     expect(f"{what}: format", info["symbol_file_format"], "kernel symbol list")
-    first = 0xFFFFFFFF80000000 if int(info["preferred_load_address"], 16) >> 32 else 0x80000000
+    first = 0xFFFFFFFF80000000 if len(text.split(None, 1)[0]) == 16 else 0x80000000
+    base = next(int(words[0], 16) for words in map(str.split, text.splitlines())
+                if words[1] in "TtA" and int(words[0], 16) > first)
+    expect(f"{what}: base and size", (info["preferred_load_address"], info["image_size"]), (hex(base), 0x7FFFFFFF + first - base))
     at = {}
     for address, kind, name in parse(text):
         if first <= address <= first + 0x7FFFFFFF:
@@ -123,6 +126,8 @@ def say(folder):
     (folder / "System.map-zero").write_text("0000000000000000 T _text\n0000000000000000 t next\n")
     (folder / "System.map-stub").write_text("ffffffffffffffff B The real System.map is elsewhere\n")
     (folder / "vmlinuz-list").write_text("")
+    (folder / "vmlinux-folder").mkdir()
+    os.mkfifo(folder / "fifo")
     for what, words, text, status in (
             ("hidden", ["symbolize", "-e", "vmlinux-zero", "0"], "all addresses are 0", 0),
             ("stub", ["symbolize", "-e", "vmlinux-stub", "0"], "has no symbol of code", 0),
@@ -130,11 +135,17 @@ def say(folder):
             ("a folder", ["info", "/nowhere/vmlinux"], "is named without its folder", 1),
             ("lines", ["lines", "vmlinux-zero"], "tells of no units, files and lines", 1),
             ("no list of its", ["info", "--symbol-file", "vmlinuz-list", "vmlinux-none"], "is a compressed kernel, and no list", 1),
+            ("a module for a list", ["info", "--symbol-file", "/bin/true", "vmlinux-none"], "is no companion of", 1),
+            ("a pipe", ["info", "--symbol-file", "fifo", "vmlinux-none"], "is no regular file", 1),
+            ("a folder for a kernel", ["info", "vmlinux-folder"], "cannot be opened", 1),
+            ("candidates with nothing inside", ["candidates", "--offload", "/bin/true"], "carries no binary", 1),
             ("missing list", ["info", "--symbol-file", "nowhere", "vmlinux-none"], "cannot be opened", 1)):
         said = orv(*words, cwd=folder)
         expect(f"{what}: status", said.returncode, status)
         if said.stderr.count("\n") != 1 or text not in said.stderr:
             failures.append(f"{what}: {said.stderr!r} does not say {text!r} in one line")
+    (folder / "System.map-wide").write_text("c0100000  T\t_text\n")
+    expect("blanks", orv("symbolize", "-fe", "vmlinux-wide", "c0100000", cwd=folder).stderr, "")
     candidates = records("candidates", "--json", "vmlinux-zero", cwd=folder)
     expect("candidates", [(one["kind"], one["taken"], one["name"]) for one in candidates],
            [("kernel list", True, "System.map-zero"), ("kernel list", False, "kallsyms-zero")])

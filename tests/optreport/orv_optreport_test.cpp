@@ -96,6 +96,12 @@ std::string textOf(IOptReportEntry& entry) {
     return out.str();
 }
 
+std::string hexOf(unsigned long long value) {
+    std::ostringstream out;
+    out << std::hex << value;
+    return out.str();
+}
+
 std::string read(std::string const& bytes, unsigned long long address = 0x2000) {
     OptReportReader reader(SymMgrObjectPtr<IBuffer>(new Bytes(bytes)), address);
     std::string all;
@@ -120,6 +126,11 @@ TEST(OptReports, ReadsTables) {
     Table skipped{{report(0x10, "no")}, 0x0205};
     Table unflagged{{report(0x10, "no")}, 0x0101, 7};
     Table endless{{}, 0x0205, 8, 0};
+    Table old{{report(0x10, "no")}, 0x0001};
+    Table wide{{versionRow(0x34), report(0x10, "a")}};
+    wide.rows[0].value = "\xB4\x24"; // 0x1234
+    wide.rows[0].length = 2;
+    Table nested{{report(0x10, "a"), {"other", 0, few.bytes(), 9}}};
     Table const several{{versionRow(3), report(0x1000, "abc"), {"other", 1, "x", 9}, report(0x0FF0, "before")}};
     Table const endsOnAnother{{report(0x20, "one"), versionRow(7)}};
     struct Case {
@@ -139,7 +150,13 @@ TEST(OptReports, ReadsTables) {
              Case{"no entries", few.bytes() + Table{}.bytes(), "10 0 a/16 10 0 a/16 "},
              Case{"no entries, and none before", Table{}.bytes(), "0 0 /0 "},
              Case{"a header of no size", endless.bytes() + few.bytes(), "10 0 a/16 "},
-             Case{"one byte short of a table", few.bytes().substr(0, 48), ""},
+             Case{"as short as a table can be", Table{}.bytes().substr(0, 49), "0 0 /0 "},
+             Case{"one byte short of that", Table{}.bytes().substr(0, 48), ""},
+             Case{"a major version of 0", old.bytes() + few.bytes(), "10 0 a/16 "},
+             Case{"a version of two bytes", wide.bytes(), "10 4660 a/16 "},
+             Case{"a signature in the data of a table", nested.bytes() + few.bytes(), "10 0 a/16 10 0 a/16 10 0 a/16 "},
+             Case{"two tables at two distances", relative.bytes() + relative.bytes(),
+                  "1ff0 0 near/16 " + hexOf(0x1ff0 + relative.bytes().size()) + " 0 near/16 "},
              Case{"nothing", "", ""},
          }) {
         EXPECT_EQ(read(bytes), reports) << what;
@@ -171,8 +188,9 @@ TEST(OptReports, CorruptTablesEndTheirSection) {
              Case{"entries that end with the section", whole.substr(0, 44 + 32), ""},
          }) {
         LogCapture const log;
-        EXPECT_EQ(read(bytes + Table{{report(0x99, "later")}}.bytes()).substr(0, reports.size()), reports) << what;
         bool const isWhole = bytes == whole;
+        std::string const later = isWhole ? "99 0 later/16 " : ""; // what is corrupt ends the reading
+        EXPECT_EQ(read(bytes + Table{{report(0x99, "later")}}.bytes()), reports + later) << what;
         EXPECT_EQ(log.count("ASSERTION FAILED: '(status_Ok == st) || (st == status_False)'"), isWhole ? 0U : 1U)
             << what;
     }
@@ -285,5 +303,75 @@ TEST(OptReports, OfTheSymbolFileWhereTheModuleHasNone) {
         ASSERT_EQ(bank->optReports(it, SymMgrObjectPtr<IAddress>(), 0), status_Ok);
         EXPECT_EQ(textOf(*it->current()), hasOwn ? "1008 0 own/16 " : "1004 0 aside/16 ");
         EXPECT_FALSE(it->next());
+    }
+}
+
+TEST(OptReports, SectionsOneByOne) {
+    TempDir const dir;
+    auto const readAll = [&](std::string const& bytes) {
+        SymMgrObjectPtr<IModuleSymbolBank> bank;
+        EXPECT_EQ(loadBank(dir.file("m" + std::to_string(bytes.size()), bytes), bank), status_Ok);
+        SymMgrObjectPtr<IIterator<IOptReportEntry*>> it;
+        bank->optReports(it, SymMgrObjectPtr<IAddress>(), 0);
+        std::vector<std::string> all;
+        for (; it && it->current() != nullptr; it->next()) {
+            all.push_back(textOf(*it->current()));
+        }
+        return all;
+    };
+    // Those of one address stay as they came; an anchor may count from where its section stands.
+    ElfBuilder elf = module();
+    Table many;
+    std::vector<std::string> wanted{"10 0 first of all/17 "};
+    for (int i = 10; i < 50; ++i) {
+        many.rows.push_back(report(0x1000, std::to_string(i)));
+        wanted.push_back("1000 0 " + std::to_string(i) + "/16 ");
+    }
+    many.rows.push_back(report(~0ULL, "last"));
+    elf.section(".debug_o", SHT_PROGBITS, 0, 0, many.bytes());
+    elf.section(".debug_o", SHT_PROGBITS, 0, 0, Table{{report(0x10, "first of all")}}.bytes());
+    elf.section(".debug_o", SHT_PROGBITS, 0, 0x3000, Table{{report(0x20, "placed")}, 0x0101, 0x0D}.bytes());
+    wanted.emplace_back("3020 0 placed/16 ");
+    wanted.emplace_back("ffffffffffffffff 0 last/16 ");
+    wanted.front() = "10 0 first of all/16 ";
+    EXPECT_EQ(readAll(elf.bytes()), wanted);
+    // One that can't be read ends the reading.
+    ElfBuilder cut = module();
+    for (unsigned int i = 0; i < 3; ++i) {
+        cut.section(".debug_o", SHT_PROGBITS, 0, 0, Table{{report(i, "x")}}.bytes(), i == 1 ? 0x100000 : 0);
+    }
+    EXPECT_EQ(readAll(cut.bytes()), std::vector<std::string>{"0 0 x/16 "});
+    // Sections that lie over each other are read as far as a file of that size can have them.
+    ElfBuilder shared = module();
+    for (unsigned int i = 0; i < 60; ++i) {
+        shared.section(".debug_o", SHT_PROGBITS, 0, 0, i == 0 ? many.bytes() : "");
+    }
+    std::string bytes = shared.bytes();
+    std::size_t const headers = bytes.size() - 64 * (2 + 60 + 1);
+    for (std::size_t i = 3; i < 2 + 60; ++i) {
+        bytes.replace(headers + 64 * i + 24, 16, bytes, headers + 64 * 2 + 24, 16); // offset and size
+    }
+    std::size_t const read = readAll(bytes).size();
+    EXPECT_GE(read, 41U);
+    EXPECT_LE(read, 41 * bytes.size() / many.bytes().size());
+    EXPECT_LT(read, 41 * 10U);
+}
+
+TEST(OptReports, NothingOutside) {
+    std::mt19937 random(7);
+    std::string const whole = Table{{report(0x10, "one"), versionRow(3), report(0x20, "two")}}.bytes();
+    for (int i = 0; i < 5000; ++i) {
+        std::string bytes = whole.substr(0, 49 + random() % (whole.size() - 48));
+        for (unsigned int changes = 1 + random() % 3; changes > 0; --changes) {
+            // Offsets and sizes above all: near, huge, or with one bit changed.
+            std::size_t const at = 16 + random() % std::min<std::size_t>(bytes.size() - 16, 80);
+            bytes[at] = static_cast<char>(random() % 3 == 0 ? 0xFF : random() % 2 == 0 ? random() : bytes[at] ^ 1);
+        }
+        OptReportReader reader(SymMgrObjectPtr<IBuffer>(new Bytes(bytes)), 0);
+        std::size_t found = 0;
+        for (reader.reset(); reader.current() != nullptr; reader.next()) {
+            found += reader.current()->text().second >= 16 || reader.current()->text().second == 0 ? 1 : 0;
+        }
+        EXPECT_LE(found, bytes.size() / 16) << i;
     }
 }

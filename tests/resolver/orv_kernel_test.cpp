@@ -134,6 +134,9 @@ std::string modelOf(std::string const& text, bool is64, symbol_kind_t mask) {
                 break;
             }
         }
+        if (scan.peek() == '[') {
+            break;
+        }
         finishLine(scan, hasMore);
     }
     std::multimap<unsigned long long, std::string> symbols;
@@ -207,6 +210,7 @@ TEST(KernelLists, TheirNames) {
     EXPECT_EQ(map->symbolFileName(), d + "kallsyms-6");
     EXPECT_EQ(map->validateSymbolFile((d + "System.map-5").c_str()), 7);
     EXPECT_EQ(map->symbolFileName(), d + "System.map-5");
+    EXPECT_EQ(map->validateSymbolFile(dir.file("a-vmlinuz", "").c_str()), 7) << "its name does not begin so";
     EXPECT_EQ(map->validity(), symbolFileNotFound);
 }
 
@@ -223,16 +227,36 @@ TEST(KernelLists, StandBehindTheModuleItself) {
     loader->symbolFiles(list);
     std::string text;
     forEach(list, [&](ISymbolFileToResolve& candidate) {
-        text += std::to_string(candidate.symbolFileFormat()) + std::to_string(candidate.validity()) + " ";
-        EXPECT_EQ(candidate.validateSymbolFile(map.c_str()) >= 0,
-                  candidate.symbolFileFormat() == symbolFormatSystemMap);
+        text += std::to_string(candidate.symbolFileFormat()) + std::to_string(candidate.validity()) + ":" +
+                std::to_string(candidate.validateSymbolFile(map.c_str())) + " ";
     });
-    EXPECT_EQ(text, "11 11 41 44 ");
+    EXPECT_EQ(text, "11:-1 11:-1 41:2 44:3 ");
     SymMgrObjectPtr<IDebugInfoLoader> lists;
     ASSERT_EQ(loader->debugInfoLoader(lists, 2, 0), status_Ok);
     EXPECT_EQ(lists->symFileName(), map);
     EXPECT_EQ(lists->symFileFormat(), 4U);
     EXPECT_EQ(lists->srcLineResolver(nullptr, nullptr), nullptr);
+    SymMgrObjectPtr<IStackFrameContext> context;
+    SymMgrObjectPtr<ISymbol> variable;
+    EXPECT_EQ(lists->findStackVariable(nullptr, 0, 0, context, variable, nullptr), status_False);
+    // A load takes what stands in the file by then, and names that have not changed are those of before.
+    auto const nameIn = [&] {
+        SymMgrObjectPtr<ISymbolTable> const table = ISymbolTable::create(nullptr);
+        SymMgrObjectPtr<ISymbolRange> range;
+        EXPECT_EQ(lists->loadSymbols(table.get(), nullptr, symbol_kind_Function, nullptr), status_Ok);
+        table->symbolRangeByAddress(range, 0xFFFFFFFF81000000, symbol_kind_Function, nullptr);
+        return range ? range->symbol()->name() : nullptr;
+    };
+    char const* const first = nameIn();
+    EXPECT_STREQ(first, "_text");
+    EXPECT_EQ(nameIn(), first);
+    dir.file("System.map", "ffffffff81000000 T other\n");
+    EXPECT_STREQ(nameIn(), "other");
+    SymMgrObjectPtr<ISymbolTable> const table = ISymbolTable::create(nullptr);
+    std::filesystem::remove(map);
+    EXPECT_EQ(lists->loadSymbols(table.get(), nullptr, k_allKinds, nullptr), status_BadDebugInfo);
+    std::filesystem::create_symlink("/proc/self/mem", map); // which opens, and can't be read
+    EXPECT_EQ(lists->loadSymbols(table.get(), nullptr, k_allKinds, nullptr), status_BadDebugInfo);
 }
 
 TEST(KernelLists, WhatALineSays) {
@@ -253,6 +277,7 @@ TEST(KernelLists, WhatALineSays) {
         {"a absolute", "90000000 a a\n80000010 t t\n", "80000000 7fffffff t@80000010+0 11"},
         {"the module part", "c0100000 T _text\nc0100008 t foo\t[mod]\nc0100010 t bar\n",
          "c0100000 3fefffff _text@c0100000+0 11"},
+        {"the module part ends the scan too", "7fffff00 t foo\t[mod]\nc0100000 T _text\n", "80000000 7fffffff"},
         {"in front of anything else", "c0100000 T _text\n[\n", "c0100000 3fefffff"},
         {"more behind the name", "c0100000 T _text and [more]\nc0100008 t foo", // no end of line
          "c0100000 3fefffff _text@c0100000+0 11 foo@c0100008+0 11"},
@@ -344,6 +369,10 @@ TEST(KernelLists, NamesOutliveTheTextAndAreKeptOnce) {
                                                              : i == 1 ? "c0000020+0"
                                                                       : "c0000030+0"));
     }
+    // Of what lies below a prefetched address the closest comes, and nothing else.
+    auto const few = kernelWith(dir.file("falling", "c0000030 T d\nc0000020 T c\nc0000010 T b\nc0000000 T _text\n"));
+    few->prefetcher()->putPseudoAddress(0xC0000020);
+    EXPECT_EQ(answerOf(*few), "c0000030 3fffffcf b@c0000010+0 11 c@c0000020+0 11 d@c0000030+0 11");
     EXPECT_STREQ(before, "name1");
     EXPECT_EQ(rangeIn(*bank, 0xC0000010, symbol_kind_Function)->symbol()->name(), before);
 }

@@ -235,6 +235,42 @@ TEST(Memory, RunsOutInDebugInformation) {
     });
 }
 
+TEST(Memory, RunsOutInAListOfAKernel) {
+    TempDir const dir;
+    std::ostringstream list;
+    for (unsigned int i = 0; i < 1500; ++i) { // more names than one block of them holds
+        list << std::hex << 0xFFFFFFFF81000000 + 16 * i << " T function_with_a_name_of_some_length_" << i << '\n';
+    }
+    dir.file("System.map", list.str());
+    std::string const kernel = dir.file("vmlinuz", "no ELF file");
+    auto const allOf = [](IModuleSymbolBank& bank) {
+        RangeIterator all;
+        bank.originalSymbolRanges(all, symbol_kind_Function, nullptr, nullptr);
+        return allRanges(all);
+    };
+    SymMgrObjectPtr<IModuleSymbolBank> whole;
+    ASSERT_EQ(loadBank(kernel, whole, load_flags_NewLoader), status_Ok);
+    std::string const answers = allOf(*whole);
+    EXPECT_NE(answers.find("_5db["), std::string::npos);
+    int const points = failInTurn([&] {
+        SymMgrObjectPtr<IModuleSymbolBank> bank;
+        status_t const loaded = loadBank(kernel, bank, load_flags_NewLoader);
+        RangeIterator all;
+        status_t const asked = loaded == status_Ok
+                                   ? bank->originalSymbolRanges(all, symbol_kind_Function, nullptr, nullptr)
+                                   : status_OutOfMemory;
+        long const left = g_untilFailure;
+        g_untilFailure = -1;
+        EXPECT_TRUE(asked == status_Ok || asked == status_OutOfMemory);
+        if (bank) {
+            EXPECT_EQ(allOf(*bank), answers);
+        }
+        g_untilFailure = left;
+        return asked == status_Ok;
+    });
+    EXPECT_GT(points, 50);
+}
+
 TEST(Memory, RunsOutInATable) {
     int const points = failInTurn([] {
         SymMgrObjectPtr<ISymbolTable> table;

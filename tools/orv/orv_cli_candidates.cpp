@@ -7,8 +7,6 @@
 #include "orv_cli_resolver.h"
 
 #include <cstdio>
-#include <filesystem>
-#include <unistd.h>
 
 namespace orv_cli {
 namespace {
@@ -35,17 +33,14 @@ char const* whyTaken(CandidateKind kind) {
 } // namespace
 
 int candidates(std::string const& moduleName, CommonOptions const& common) {
-    std::error_code ignored;
-    bool const isFile = mayBeAbsent(moduleName) || (::access(moduleName.c_str(), R_OK) == 0 &&
-                                                    !std::filesystem::is_directory(moduleName, ignored));
     SymMgrObjectPtr<IFileFormatLoader> loader;
     SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>> list;
-    status_t status = isFile ? IFileFormatLoader::create(loader, imageOf(moduleName, common), "") : status_CantOpenFile;
+    status_t status = IFileFormatLoader::create(loader, imageOf(moduleName, common), "");
     if (status == status_Ok) {
         status = loader->symbolFiles(list);
     }
     if (failed(status)) {
-        throw Failure(moduleName + ": " + describe(status));
+        throw failureOf(moduleName, status);
     }
     Resolver resolver(common);
     bool const isTaken = resolver.resolveSymbolFile(list) >= 0;

@@ -44,10 +44,10 @@ public:
             std::printf("    declared    %s\n", declaration.c_str());
         }
         for (auto const& range : m_ranges) {
-            bool const isPoint = range->size() == 0; // which holds what lies up to the next
-            unsigned long long const size = isPoint ? range->sizeToNextRange() : range->size();
+            unsigned long long const size = sizeOf(*range);
             std::printf("    range       %s-%s %llu bytes%s%s\n", hexColumn(startOf(*range)).c_str(),
-                        hexColumn(startOf(*range) + size).c_str(), size, isPoint ? " to the next symbol" : "",
+                        hexColumn(startOf(*range) + size).c_str(), size,
+                        range->size() == 0 ? " to the next symbol" : "",
                         range == m_entry && m_ranges.size() > 1 ? ", entered here" : "");
         }
         printInside();
@@ -95,8 +95,12 @@ public:
     }
 
 private:
+    /// One without extent holds what lies up to the next.
+    static unsigned long long sizeOf(ISymbolRange& range) {
+        return range.size() != 0 ? range.size() : range.sizeToNextRange();
+    }
     Remarks::Stretch remarksIn(ISymbolRange& range) const {
-        return m_remarks.in(startOf(range), startOf(range) + range.size());
+        return m_remarks.in(startOf(range), startOf(range) + sizeOf(range));
     }
     template <typename Visitor> void forEachRemark(Visitor visit) const {
         for (auto const& range : m_ranges) {

@@ -7,7 +7,7 @@
 
 namespace orv_cli {
 
-/// Says once what is wrong with a list of which no symbol can come.
-void noteKernelList(std::string const& path, CommonOptions const& options);
+/// Says once what is wrong with the list of a kernel that has no function by it.
+void noteKernelList(Module& module, CommonOptions const& options);
 
 } // namespace orv_cli

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <elf.h>
+#include <filesystem>
 #include <mutex>
 #include <set>
 #include <unistd.h>
@@ -38,10 +39,29 @@ std::string libraryName(std::string const& name) {
 }
 
 SymMgrObjectPtr<IModuleImage> imageOf(std::string const& name, CommonOptions const& options) {
-    return IModuleImage::create(libraryName(name).c_str(), options.arch, options.offload);
+    constexpr std::string_view k_kernel = "vmlinu"; // one that is named without its folder need not be there
+    std::error_code ignored;
+    bool const isFolder = std::filesystem::is_directory(name, ignored);
+    if (isFolder || (name.rfind(k_kernel, 0) != 0 && ::access(name.c_str(), R_OK) != 0)) {
+        throw failureOf(name, status_CantOpenFile);
+    }
+    SymMgrObjectPtr<IModuleImage> image =
+        IModuleImage::create(libraryName(name).c_str(), options.arch, options.offload);
+    if (!image) {
+        throw failureOf(name, status_BadFileFormat);
+    }
+    if (options.offload && image->imageOffset() == 0) {
+        throw Failure(name +
+                      ": carries no binary for an offload processor in its section .rodata: leave out --offload");
+    }
+    return image;
 }
 
-bool mayBeAbsent(std::string const& name) { return name.rfind("vmlinu", 0) == 0; }
+Failure failureOf(std::string const& name, status_t status) {
+    bool const isKernel = status == status_CantOpenFile && name.find("vmlinu") != std::string::npos;
+    return Failure(name + ": " + describe(status) +
+                   (isKernel ? "; a kernel that is not on the disk is named without its folder, from inside it" : ""));
+}
 
 char const* describe(status_t status) {
     switch (status) {
@@ -104,35 +124,22 @@ Module& Module::load(std::string name, CommonOptions const& options, View view) 
 
 Module::Module(std::string name, CommonOptions const& options, View view)
     : m_name(std::move(name)), m_options(options), m_resolver(std::make_unique<Resolver>(m_options)) {
-    SymMgrObjectPtr<IModuleImage> const image = imageOf(m_name, m_options);
-    if (view == View::LaidOut && image) {
-        m_image = laidOutImage(image);
+    if (view == View::LaidOut) {
+        m_image = laidOutImage(imageOf(m_name, m_options));
         m_isLaidOut = static_cast<bool>(m_image);
     }
     if (m_options.offload) {
-        if (!image) {
-            throw Failure(m_name + ": " + describe(status_BadFileFormat));
-        }
-        if (image->imageOffset() == 0) {
-            throw Failure(m_name + ": carries no binary for an offload processor in its section .rodata: leave out "
-                                   "--offload");
-        }
-        m_image = image;
+        m_image = imageOf(m_name, m_options);
     }
     status_t status = ISymbolManager::create(m_manager);
     if (status == status_Ok) {
         status = loadBank();
     }
     if (status != status_Ok) {
-        bool const isKernel = status == status_CantOpenFile && m_name.find("vmlinu") != std::string::npos;
-        throw Failure(
-            m_name + ": " + describe(status) +
-            (isKernel ? "; a kernel that is not on the disk is named without its folder, from inside it" : ""));
+        throw failureOf(m_name, status);
     }
     m_resolver->finish(m_name);
-    if (isListedKernel()) {
-        noteKernelList(m_bank->symFileName(), m_options);
-    }
+    noteKernelList(*this, m_options);
     std::string const missing = missingDebugInfo();
     if (!missing.empty()) {
         note(m_name + ": " + missing, m_options);
@@ -171,7 +178,7 @@ IFileFormatLoader& Module::loader() {
     if (!m_loader) {
         status_t const status = IFileFormatLoader::create(m_loader, m_image ? m_image : imageOf(m_name, m_options), "");
         if (status != status_Ok) {
-            throw Failure(m_name + ": " + describe(status));
+            throw failureOf(m_name, status);
         }
     }
     return *m_loader;
@@ -183,7 +190,7 @@ bool Module::is32Bit() {
     }
     unsigned char fileClass = 0;
     SymMgrObjectPtr<IModuleImage> const image = imageOf(m_name, m_options);
-    return image && image->read(EI_CLASS, 1, &fileClass) == 1 && fileClass == ELFCLASS32;
+    return image->read(EI_CLASS, 1, &fileClass) == 1 && fileClass == ELFCLASS32;
 }
 
 bool parseAddress(std::string_view text, unsigned long long& out) {

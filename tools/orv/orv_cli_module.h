@@ -39,10 +39,10 @@ void note(std::string const& text, CommonOptions const& options);
 /// The name under which the library is to look for a module. It folds names as text: a component that begins with two
 /// dots, or a link that two dots follow, would lead it to another file, so such a name is given as the real path.
 std::string libraryName(std::string const& name);
-/// The bytes that the options name; null or nothing to read where there are none.
+/// The bytes that the options name. Throws Failure where there are none.
 SymMgrObjectPtr<IModuleImage> imageOf(std::string const& name, CommonOptions const& options);
-/// True for a kernel that need not be on the disk: it is named without its folder.
-bool mayBeAbsent(std::string const& name);
+/// Why a module can't be had, with its name in front.
+Failure failureOf(std::string const& name, status_t status);
 /// The words of a status for people.
 char const* describe(status_t status);
 /// What debug information that can't be read means for the user.

@@ -41,7 +41,11 @@ void print(IOptReportEntry& remark, Frame const* frame, bool json) {
 
 Remarks::Remarks(IModuleSymbolBank& bank) {
     SymMgrObjectPtr<IIterator<IOptReportEntry*>> found;
-    if (bank.optReports(found, {}, 0) == status_Ok) {
+    status_t const status = bank.optReports(found, {}, 0);
+    if (failed(status)) {
+        throw Failure(std::string(bank.execFileName()) + ": " + describe(status));
+    }
+    if (status == status_Ok) {
         forEach(found, [&](IOptReportEntry* remark) { m_all.push_back(remark); });
     }
 }
@@ -55,9 +59,18 @@ Remarks::Stretch Remarks::in(unsigned long long start, unsigned long long end) c
 }
 
 std::string shownText(IOptReportEntry& remark) {
-    std::string text = exactText(remark);
-    text.erase(std::remove(text.begin(), text.end(), '\0'), text.end());
-    return text;
+    std::string shown;
+    for (char const c : exactText(remark)) {
+        bool const isControl = static_cast<unsigned char>(c) < ' ' || c == '\x7f';
+        if (!isControl) {
+            shown += c;
+        } else if (c != '\0') {
+            char escaped[5];
+            std::snprintf(escaped, sizeof(escaped), "\\x%02x", static_cast<unsigned int>(c));
+            shown += escaped;
+        }
+    }
+    return shown;
 }
 
 void printRemark(IOptReportEntry& remark, int indent) {
@@ -93,7 +106,8 @@ int optReports(std::string const& moduleName, std::string const& range, CommonOp
     parseRange(range, from, to);
     Module& module = Module::load(moduleName, common);
     Remarks const remarks(module.bank());
-    auto const [first, end] = remarks.in(from ? from->pseudoAddr() : 0, to ? to->pseudoAddr() : ~0ULL);
+    auto const [first, bound] = remarks.in(from ? from->pseudoAddr() : 0, to ? to->pseudoAddr() : ~0ULL);
+    auto const end = to ? bound : remarks.all().end();
     std::vector<unsigned long long> addresses;
     std::transform(first, end, std::back_inserter(addresses),
                    [](IOptReportEntry* remark) { return remark->address(); });

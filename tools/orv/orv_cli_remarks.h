@@ -27,7 +27,7 @@ private:
     List m_all; ///< By address. They live as long as the bank.
 };
 
-/// Without the NULs that texts are padded with.
+/// On one line, without the NULs that texts are padded with.
 std::string shownText(IOptReportEntry& remark);
 /// One line, behind that many blanks.
 void printRemark(IOptReportEntry& remark, int indent);

@@ -8,7 +8,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
+#include <elf.h>
 #include <filesystem>
+#include <fstream>
 #include <unistd.h>
 
 namespace orv_cli {
@@ -28,6 +30,11 @@ void* openServerLibrary() {
     }
     void* const beside = ::dlopen((folder + ORV_DEBUGINFOD_LIBRARY).c_str(), RTLD_NOW);
     return beside != nullptr ? beside : ::dlopen(ORV_DEBUGINFOD_LIBRARY, RTLD_NOW);
+}
+
+bool isElf(std::string const& path) {
+    std::string magic(SELFMAG, '\0');
+    return std::ifstream(path).read(magic.data(), SELFMAG) && magic == ELFMAG;
 }
 
 bool areServersSet() {
@@ -83,9 +90,14 @@ long long Resolver::decide(Candidates& candidates) {
     if (m_options.symbolFile.empty()) {
         return m_servers != nullptr ? m_servers->resolveSymbolFile(candidates) : m_roots.resolveSymbolFile(candidates);
     }
+    // A list is read more than once; and what is a module is no list, which takes any file that is there.
+    std::error_code ignored;
+    bool const mayBeList =
+        std::filesystem::is_regular_file(m_options.symbolFile, ignored) && !isElf(m_options.symbolFile);
     candidates->reset();
     for (auto candidate = candidates->current(); candidate; candidate = candidates->current()) {
-        long long const index = candidate->validateSymbolFile(m_options.symbolFile.c_str());
+        bool const isOffered = mayBeList || candidate->symbolFileFormat() != symbolFormatSystemMap;
+        long long const index = isOffered ? candidate->validateSymbolFile(m_options.symbolFile.c_str()) : -1;
         if (index >= 0) {
             m_isTaken = true;
             return index;
@@ -105,7 +117,7 @@ void Resolver::finish(std::string const& module) {
             throw Failure(m_options.symbolFile + ": is no regular file: name the companion itself");
         }
         auto const isList = [](CandidateOutcome const& outcome) { return outcome.kind == CandidateKind::KernelList; };
-        if (std::any_of(m_outcomes.begin(), m_outcomes.end(), isList)) {
+        if (std::any_of(m_outcomes.begin(), m_outcomes.end(), isList) && !isElf(m_options.symbolFile)) {
             throw Failure(whyRefused(m_options.symbolFile, CandidateKind::KernelList) + " of its symbols");
         }
         throw Failure(m_options.symbolFile + ": is no companion of " + module +
