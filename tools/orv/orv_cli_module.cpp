@@ -124,12 +124,13 @@ Module& Module::load(std::string name, CommonOptions const& options, View view) 
 
 Module::Module(std::string name, CommonOptions const& options, View view)
     : m_name(std::move(name)), m_options(options), m_resolver(std::make_unique<Resolver>(m_options)) {
+    SymMgrObjectPtr<IModuleImage> const image = imageOf(m_name, m_options);
     if (view == View::LaidOut) {
-        m_image = laidOutImage(imageOf(m_name, m_options));
+        m_image = laidOutImage(image);
         m_isLaidOut = static_cast<bool>(m_image);
     }
     if (m_options.offload) {
-        m_image = imageOf(m_name, m_options);
+        m_image = image;
     }
     status_t status = ISymbolManager::create(m_manager);
     if (status == status_Ok) {
