@@ -3,12 +3,21 @@
 // Reads a list of symbols character by character out of a buffer.
 #include "resolver/orv_kernel_list.h"
 
-#include <charconv>
+#include <algorithm>
 
 namespace ORV_3_30 {
 namespace {
 
 bool isSpace(int character) { return character == ' ' || (character >= '\t' && character <= '\r'); }
+
+/// -1 for what is none.
+int hexDigit(int character) {
+    if (character >= '0' && character <= '9') {
+        return character - '0';
+    }
+    int const letter = character | ('a' - 'A');
+    return character != -1 && letter >= 'a' && letter <= 'f' ? letter - 'a' + 10 : -1;
+}
 
 } // namespace
 
@@ -30,15 +39,17 @@ bool KernelListReader::skipSpace() {
 }
 
 bool KernelListReader::readDigits(unsigned long long& out) {
-    char digits[8];
-    for (char& digit : digits) {
-        if (peek() == k_noCharacter) {
+    constexpr unsigned int k_digits = 8;
+    out = 0;
+    for (unsigned int i = 0; i < k_digits; ++i) {
+        int const digit = hexDigit(peek());
+        if (digit < 0) {
             return false;
         }
-        digit = static_cast<char>(m_buffer[m_at++]);
+        out = out << 4 | static_cast<unsigned int>(digit);
+        ++m_at;
     }
-    auto const [end, error] = std::from_chars(std::begin(digits), std::end(digits), out, 16);
-    return error == std::errc() && end == std::end(digits);
+    return true;
 }
 
 bool KernelListReader::readAddress(bool is64, unsigned long long& out) {
@@ -59,11 +70,14 @@ bool KernelListReader::readSymbol(KernelListLine& line) {
     skipSpace();
     line.name.clear();
     bool const isNamed = peek() != k_noCharacter;
-    for (bool isText = true; peek() != k_noCharacter && !isSpace(peek()); ++m_at) {
-        isText = isText && m_buffer[m_at] != '\0';
-        if (isText) {
-            line.name += static_cast<char>(m_buffer[m_at]);
-        }
+    for (bool isText = true; peek() != k_noCharacter && !isSpace(peek());) {
+        unsigned char const* const begin = m_buffer.data() + m_at;
+        unsigned char const* const bufferEnd = m_buffer.data() + m_end;
+        unsigned char const* const end = std::find_if(begin, bufferEnd, isSpace);
+        unsigned char const* const textEnd = isText ? std::find(begin, end, '\0') : begin;
+        line.name.append(reinterpret_cast<char const*>(begin), static_cast<std::size_t>(textEnd - begin));
+        isText = textEnd == end;
+        m_at += static_cast<std::size_t>(end - begin);
     }
     m_isInLine = !skipSpace();
     return isNamed;
