@@ -6,6 +6,7 @@
 #include "core/orv_trace.h"
 #include "lines/orv_sourceline_impl.h"
 #include "orv/orv_fileformatloader.h"
+#include "symbols/orv_function_pieces.h"
 #include "symbols/orv_symbolrange.h"
 
 #include <algorithm>
@@ -107,55 +108,109 @@ SymMgrObjectPtr<ISourceLine> RangeCallerSourceLineIterator::current() {
 
 // --- InlineCallerSourceLineIterator
 
+namespace {
+
+/// Of a module's functions, none of which is an inlined body, those that have a say in the lines of one file: something
+/// lies in them, and they hold or touch rows of it. As rows of several units come out by unit, one between two
+/// stretches of rows also parts those in front from those behind; no matter which.
+class FileFunctionsIterator final : public SymMgrObject<SymbolRangeIterator> {
+public:
+    FileFunctionsIterator(std::shared_ptr<FunctionPieces const> pieces, LineTable const& table, LineQuery const& query)
+        : m_pieces(std::move(pieces)), m_query(query), m_stretches(table.stretches(query)) {
+        FileFunctionsIterator::reset();
+    }
+
+    SymMgrObjectPtr<ISymbolRange> current() override {
+        return m_piece < m_pieces->size() ? m_pieces->range(m_piece, m_query.start, m_query.end)
+                                          : SymMgrObjectPtr<ISymbolRange>();
+    }
+    bool next() override {
+        if (m_piece < m_pieces->size()) {
+            settle(m_piece + 1);
+        }
+        return m_piece < m_pieces->size();
+    }
+    void reset() override {
+        m_stretch = 0;
+        m_partedGap = 0; // nothing is in front of the first stretch
+        settle(m_query.start < m_query.end ? m_pieces->firstEndingFrom(m_query.start + 1) : m_pieces->size());
+    }
+
+private:
+    void settle(std::size_t piece);
+
+    std::shared_ptr<FunctionPieces const> m_pieces;
+    LineQuery m_query;
+    LineStretches m_stretches;
+    std::size_t m_stretch = 0;   ///< The first that is not in front of the piece.
+    std::size_t m_partedGap = 0; ///< The last gap that was looked at for a function, by the stretch behind it.
+    std::size_t m_piece = 0;     ///< The count of pieces at the end.
+};
+
+/// Goes to the first such piece at or behind one.
+void FileFunctionsIterator::settle(std::size_t piece) {
+    FunctionPieces const& pieces = *m_pieces;
+    std::vector<LineStretches::Stretch> const& at = m_stretches.at;
+    for (m_piece = piece; m_piece < pieces.size() && pieces[m_piece].start < m_query.end;) {
+        while (m_stretch < at.size() && at[m_stretch].end < pieces[m_piece].start) {
+            ++m_stretch;
+        }
+        if (m_stretch == at.size()) {
+            break;
+        }
+        if (pieces[m_piece].end >= at[m_stretch].start) {
+            if (pieces.hasInner(m_piece, m_query.start, m_query.end)) {
+                return;
+            }
+            ++m_piece;
+            continue;
+        }
+        std::size_t const behindGap = pieces.firstEndingFrom(at[m_stretch].start);
+        if (m_stretches.mayBeOfSeveralUnits && m_partedGap != m_stretch) {
+            m_partedGap = m_stretch;
+            m_piece = pieces.nextWithInner(m_piece, behindGap);
+            if (m_piece < behindGap) {
+                return;
+            }
+        }
+        m_piece = behindGap;
+    }
+    m_piece = pieces.size();
+}
+
+} // namespace
+
 InlineCallerSourceLineIterator::InlineCallerSourceLineIterator(ILineTable& table, LineQuery const& query, Scope* scope)
     : m_table(&table), m_query(query), m_loader(scope != nullptr ? scope->loader() : nullptr) {
-    if (scope != nullptr && isAddressQuestion()) {
-        scope->symbolRanges(m_ranges, query.start, query.end, symbol_kind_Function);
-    } else if (scope != nullptr) {
-        unsigned long long start = query.start;
-        unsigned long long end = query.end;
-        restrictToFile(*scope, start, end);
-        scope->nonOverlappedSymbolRanges(m_ranges, start, end, symbol_kind_Function, nullptr);
+    if (scope != nullptr) {
+        findRanges(*scope);
     }
     reset();
 }
 
-/// Of a module's functions, which are no inlined bodies, those without a row of the file have nothing to say: the walk
-/// leaves out what lies in front of its rows and behind them.
-void InlineCallerSourceLineIterator::restrictToFile(Scope& scope, unsigned long long& start, unsigned long long& end) {
+void InlineCallerSourceLineIterator::findRanges(Scope& scope) {
+    if (isAddressQuestion()) {
+        scope.symbolRanges(m_ranges, m_query.start, m_query.end, symbol_kind_Function);
+        return;
+    }
     auto const* const table = dynamic_cast<LineTable const*>(m_table.get());
-    m_isRestricted = table != nullptr && m_query.fileId != k_allFiles && scope.parentScope() == nullptr;
-    if (m_isRestricted) {
-        table->addStretches(m_query.fileId, m_stretches);
-        auto const& startByEnd = m_stretches.startByEnd();
-        start = std::max(start, startByEnd.empty() ? end : startByEnd.begin()->second);
-        end = std::max(start, std::min(end, startByEnd.empty() ? end : startByEnd.rbegin()->first));
+    bool const isForFile = table != nullptr && m_query.fileId != k_allFiles && scope.parentScope() == nullptr;
+    auto const pieces = isForFile ? scope.functionPieces() : nullptr;
+    m_areAllUseful = pieces && !pieces->hasInlines();
+    if (m_areAllUseful) {
+        m_ranges = new FileFunctionsIterator(pieces, *table, m_query);
+    } else {
+        scope.nonOverlappedSymbolRanges(m_ranges, m_query.start, m_query.end, symbol_kind_Function, nullptr);
     }
 }
 
-bool InlineCallerSourceLineIterator::isUseful(ISymbolRange& range) {
-    if (isAddressQuestion() || range.inlineInstance() != nullptr) {
+bool InlineCallerSourceLineIterator::isUseful(ISymbolRange& range) const {
+    if (isAddressQuestion() || m_areAllUseful || range.inlineInstance() != nullptr) {
         return true;
-    }
-    auto const& startByEnd = m_stretches.startByEnd();
-    auto const none = startByEnd.end();
-    auto gap = none;
-    if (m_isRestricted) {
-        auto const& own = static_cast<SymbolRange&>(range);
-        auto const behind = startByEnd.upper_bound(own.start());
-        bool const hasRows = behind != none && behind->second < own.end();
-        gap = hasRows ? none : behind;
-        // Between rows it parts those in front from those behind, as rows of several units come out by unit. One does.
-        bool const isBetween = gap != startByEnd.begin() && gap != none && gap != m_partedGap;
-        if (!hasRows && !isBetween) {
-            return false;
-        }
     }
     SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> inner;
     range.innerRanges(inner);
-    bool const hasInner = inner && inner->current();
-    m_partedGap = hasInner && gap != none ? gap : m_partedGap;
-    return hasInner;
+    return inner && inner->current();
 }
 
 void InlineCallerSourceLineIterator::takeUsefulRange() {
@@ -185,7 +240,6 @@ void InlineCallerSourceLineIterator::reset() {
     }
     m_lines = nullptr;
     m_callerLines = nullptr;
-    m_partedGap = m_stretches.startByEnd().end();
     takeUsefulRange();
     unsigned long long const limit = m_range ? startOfRange() : m_query.end;
     bool const isFound = m_range && limit <= m_query.start ? stepIntoRange() : askTable(m_query.start, limit);

@@ -9,11 +9,8 @@
 
 #include "lines/orv_linetable_impl.h"
 #include "orv/orv_symbolrange.h"
-#include "symbols/orv_accepted_ranges.h"
 #include "symbols/orv_scope.h"
 #include "symbols/orv_symbolrange.h"
-
-#include <map>
 
 namespace ORV_3_30 {
 
@@ -75,8 +72,8 @@ public:
 
 private:
     bool isAddressQuestion() const { return m_query.start == m_query.end; }
-    void restrictToFile(Scope& scope, unsigned long long& start, unsigned long long& end);
-    bool isUseful(ISymbolRange& range);
+    void findRanges(Scope& scope);
+    bool isUseful(ISymbolRange& range) const;
     /// From where the ranges stand.
     void takeUsefulRange();
     unsigned long long startOfRange() const;
@@ -94,10 +91,7 @@ private:
     SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> m_ranges; ///< Null where there are none.
     SymMgrObjectPtr<ISymbolRange> m_range;                              ///< The useful one ahead or underfoot.
     bool m_isRangeUsed = false;
-    bool m_isRestricted = false; ///< To where the file has rows.
-    RangeFilter m_stretches;     ///< Where it has.
-    /// By the stretch behind it the last gap in which a useful range was found; the end for none.
-    std::map<unsigned long long, unsigned long long>::const_iterator m_partedGap;
+    bool m_areAllUseful = false;                ///< m_ranges gives no others.
     SymMgrObjectPtr<SourceLines> m_lines;       ///< The table's.
     SymMgrObjectPtr<SourceLines> m_callerLines; ///< The symbol's or the call site's.
 };

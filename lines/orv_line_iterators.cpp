@@ -17,10 +17,11 @@ SourceLineIterator::SourceLineIterator(LineTable& table, LineQuery const& query,
 
 void SourceLineIterator::reset() {
     m_position = 0;
+    m_found.clear();
+    m_isCollected = m_query.isAddress();
     if (m_query.isAddress()) {
-        m_atAddress.clear();
         for (RowAt const& at : m_table.rowsAt(m_query)) {
-            m_atAddress.push_back(at.row);
+            m_found.push_back(at.row);
         }
         return;
     }
@@ -28,26 +29,35 @@ void SourceLineIterator::reset() {
     std::vector<SrcRange> const& ranges = m_ordered->ranges;
     m_range = m_query.start > m_query.end ? ranges.size() : 0;
     if (m_range == 0 && m_query.fileId != k_allFiles) {
-        auto const key = std::pair(m_query.fileId, m_query.unit != k_allUnits ? m_query.unit : 0);
-        auto const first = std::lower_bound(ranges.begin(), ranges.end(), key, [](SrcRange const& r, auto const& k) {
-            return std::pair(r.fileId, r.unit) < k;
-        });
-        m_range = static_cast<std::size_t>(first - ranges.begin());
+        SrcRange const* const range = m_table.rangeOf(*m_ordered, m_query);
+        m_isCollected = range == nullptr || range->unit == k_allUnits;
+        if (m_isCollected) {
+            collectUnits(range);
+            return;
+        }
+        m_range = static_cast<std::size_t>(range - ranges.data());
     }
     settle(0);
 }
 
-/// Goes to the first row that fits, in this range or one behind it.
+/// Unit by unit, as they come out; nothing of no range.
+void SourceLineIterator::collectUnits(SrcRange const* range) {
+    std::vector<std::tuple<unsigned long long, std::uint32_t, std::uint32_t>> placed; // unit, position and row
+    for (std::uint32_t const row : range != nullptr ? m_table.rowsIn(*range, m_query) : std::vector<std::uint32_t>()) {
+        placed.emplace_back(m_table.unitOf(row), m_ordered->positions[row], row);
+    }
+    std::sort(placed.begin(), placed.end());
+    for (auto const& [unit, position, row] : placed) {
+        m_found.push_back(row);
+    }
+}
+
+/// Goes to the first row that fits, in this range or, of all files, one behind it.
 void SourceLineIterator::settle(std::size_t position) {
     std::vector<SrcRange> const& ranges = m_ordered->ranges;
     for (; m_range < ranges.size(); ++m_range, position = 0) {
         SrcRange const& range = ranges[m_range];
-        bool const isOtherUnit = m_query.unit != k_allUnits && range.unit != m_query.unit;
-        if (m_query.fileId != k_allFiles && (range.fileId != m_query.fileId || isOtherUnit)) {
-            m_range = ranges.size();
-            return;
-        }
-        if (isOtherUnit) {
+        if (m_query.unit != k_allUnits && range.unit != m_query.unit) {
             continue;
         }
         m_position = range.ends.nextAbove(position, m_query.start,
@@ -55,13 +65,17 @@ void SourceLineIterator::settle(std::size_t position) {
         if (m_position < range.rows.size() && m_table.locator(range.rows[m_position]).start < m_query.limit()) {
             return;
         }
+        if (m_query.fileId != k_allFiles) {
+            m_range = ranges.size();
+            return;
+        }
     }
 }
 
 /// Null at the end.
 std::uint32_t const* SourceLineIterator::currentRow() const {
-    if (m_query.isAddress()) {
-        return m_position < m_atAddress.size() ? &m_atAddress[m_position] : nullptr;
+    if (m_isCollected) {
+        return m_position < m_found.size() ? &m_found[m_position] : nullptr;
     }
     return m_range < m_ordered->ranges.size() ? &m_ordered->ranges[m_range].rows[m_position] : nullptr;
 }
@@ -70,7 +84,7 @@ bool SourceLineIterator::next() {
     if (currentRow() == nullptr) {
         return false;
     }
-    if (m_query.isAddress()) {
+    if (m_isCollected) {
         ++m_position;
     } else {
         settle(m_position + 1);

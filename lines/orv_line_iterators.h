@@ -21,15 +21,17 @@ public:
 
 private:
     std::uint32_t const* currentRow() const;
+    void collectUnits(SrcRange const* range);
     void settle(std::size_t position);
 
     LineTable& m_table;
     LineQuery m_query;
     RowBounds m_bounds;
     std::shared_ptr<LineTable::Ordered const> m_ordered; ///< For a stretch.
-    std::vector<std::uint32_t> m_atAddress;              ///< What a question for an address has found.
-    std::size_t m_range = 0;                             ///< In the table's ranges, for a stretch.
-    std::size_t m_position = 0;                          ///< In the range, or in m_atAddress.
+    bool m_isCollected = false; ///< A question for an address, or for several units of a file, has found all ahead.
+    std::vector<std::uint32_t> m_found;
+    std::size_t m_range = 0;    ///< In the table's ranges, where nothing is collected.
+    std::size_t m_position = 0; ///< In the range, or in m_found.
 };
 
 /// The rows at an address, uncut.

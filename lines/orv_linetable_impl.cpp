@@ -4,7 +4,6 @@
 #include "lines/orv_linetable_impl.h"
 
 #include "lines/orv_line_iterators.h"
-#include "symbols/orv_accepted_ranges.h"
 
 #include <algorithm>
 #include <numeric>
@@ -192,28 +191,62 @@ std::shared_ptr<LineTable::Ordered const> const& LineTable::ordered() const {
                          [this] { return std::make_unique<std::shared_ptr<Ordered const>>(collectRanges()); });
 }
 
-void LineTable::addStretches(unsigned int fileId, RangeFilter& out) const {
-    auto const isBelow = [](SrcRange const& range, unsigned int id) { return range.fileId < id; };
-    std::vector<SrcRange> const& ranges = ordered()->ranges;
-    auto range = std::lower_bound(ranges.begin(), ranges.end(), fileId, isBelow);
-    for (; range != ranges.end() && range->fileId == fileId; ++range) {
-        std::optional<std::pair<unsigned long long, unsigned long long>>
-            open; // by start: most rows touch the one before
-        for (std::uint32_t const row : range->rows) {
-            SrcLocator const at = locator(row);
-            if (open && at.start <= open->second) {
-                open->second = std::max(open->second, at.end);
-                continue;
+SrcRange const* LineTable::rangeOf(Ordered const& ordered, LineQuery const& query) const {
+    auto const key = std::pair(query.fileId, query.unit != k_allUnits ? query.unit : 0);
+    auto const first =
+        std::lower_bound(ordered.ranges.begin(), ordered.ranges.end(), key,
+                         [](SrcRange const& r, auto const& k) { return std::pair(r.fileId, r.unit) < k; });
+    bool const isFile = first != ordered.ranges.end() && first->fileId == query.fileId;
+    if (!isFile || (query.unit != k_allUnits && first->unit != query.unit)) {
+        return nullptr;
+    }
+    if (query.unit != k_allUnits || first->ofAllUnits == nullptr) {
+        return &*first;
+    }
+    return &first->ofAllUnits->get(m_indexLock, [&] {
+        auto all = std::make_unique<SrcRange>(SrcRange{query.fileId, k_allUnits, {}, {}, nullptr});
+        std::vector<std::pair<unsigned long long, std::uint32_t>> placed;
+        for (auto unit = first; unit != ordered.ranges.end() && unit->fileId == query.fileId; ++unit) {
+            for (std::uint32_t const row : unit->rows) {
+                placed.emplace_back(m_rows.startOf(m_rows.runOf(row), row), row);
             }
-            if (open) {
-                out.add(open->first, open->second);
-            }
-            open.emplace(at.start, at.end);
         }
-        if (open) {
-            out.add(open->first, open->second);
+        std::sort(placed.begin(), placed.end());
+        for (auto const& [start, row] : placed) {
+            all->rows.push_back(row);
+        }
+        all->ends.build(all->rows.size(), [&](std::size_t i) { return locator(all->rows[i]).end; });
+        return all;
+    });
+}
+
+std::vector<std::uint32_t> LineTable::rowsIn(SrcRange const& range, LineQuery const& query) const {
+    std::vector<std::uint32_t> found;
+    auto const endOf = [&](std::size_t i) { return locator(range.rows[i]).end; };
+    for (std::size_t i = range.ends.nextAbove(0, query.start, endOf);
+         i < range.rows.size() && locator(range.rows[i]).start < query.limit();
+         i = range.ends.nextAbove(i + 1, query.start, endOf)) {
+        found.push_back(range.rows[i]);
+    }
+    return found;
+}
+
+LineStretches LineTable::stretches(LineQuery const& query) const {
+    LineStretches found;
+    SrcRange const* const range = rangeOf(*ordered(), query);
+    if (range == nullptr) {
+        return found;
+    }
+    found.mayBeOfSeveralUnits = range->unit == k_allUnits;
+    for (std::uint32_t const number : rowsIn(*range, query)) {
+        SrcLocator const row = locator(number);
+        if (!found.at.empty() && row.start <= found.at.back().end) {
+            found.at.back().end = std::max(found.at.back().end, row.end);
+        } else {
+            found.at.push_back({row.start, row.end});
         }
     }
+    return found;
 }
 
 std::shared_ptr<LineTable::Ordered const> LineTable::collectRanges() const {
@@ -240,13 +273,19 @@ std::shared_ptr<LineTable::Ordered const> LineTable::collectRanges() const {
     std::vector<SrcRange> ranges;
     for (Piece const& piece : pieces) {
         if (ranges.empty() || ranges.back().fileId != piece.fileId || ranges.back().unit != piece.unit) {
-            ranges.push_back({piece.fileId, piece.unit, {}, {}});
+            ranges.push_back({piece.fileId, piece.unit, {}, {}, nullptr});
         }
         for (std::uint32_t i = 0; i < piece.count; ++i) {
             ranges.back().rows.push_back(piece.firstRow + i);
         }
     }
     std::vector<std::uint32_t> positions(m_rows.size());
+    for (std::size_t i = 0; i + 1 < ranges.size(); ++i) {
+        bool const isFirst = i == 0 || ranges[i - 1].fileId != ranges[i].fileId;
+        if (isFirst && ranges[i + 1].fileId == ranges[i].fileId) {
+            ranges[i].ofAllUnits = std::make_unique<Once<SrcRange>>();
+        }
+    }
     for (SrcRange& range : ranges) {
         orderRange(range);
         for (std::size_t i = 0; i < range.rows.size(); ++i) {

@@ -37,7 +37,6 @@ constexpr unsigned long long k_allUnits = ~0ULL;
 constexpr unsigned int k_allFiles = 0xFFFFFFFF;
 
 class LineTable;
-class RangeFilter;
 
 /// What a question asks for: rows in [start, end). One address has start equal to end.
 struct LineQuery {
@@ -57,6 +56,18 @@ struct SrcRange {
     unsigned long long unit;
     std::vector<std::uint32_t> rows;
     EndIndex ends;
+    /// In the first of several of one file: the rows of all units, by start alone.
+    std::unique_ptr<Once<SrcRange>> ofAllUnits;
+};
+
+/// Where some rows are, in order. Those that touch are one stretch.
+struct LineStretches {
+    struct Stretch {
+        unsigned long long start;
+        unsigned long long end;
+    };
+    std::vector<Stretch> at;
+    bool mayBeOfSeveralUnits = false;
 };
 
 /// A row with what it is ordered by, but for what lies behind its start.
@@ -111,8 +122,13 @@ public:
     };
     /// As it is now; rows that come later make another one.
     std::shared_ptr<Ordered const> const& ordered() const;
-    /// Where a file has rows, of any unit; those that touch are one.
-    void addStretches(unsigned int fileId, RangeFilter& out) const;
+    /// What holds the rows that a question for a stretch and a file is about; null if there is none. Those of several
+    /// units are in one, whose unit is k_allUnits.
+    SrcRange const* rangeOf(Ordered const& ordered, LineQuery const& query) const;
+    /// The rows of a range that a question for a stretch finds.
+    std::vector<std::uint32_t> rowsIn(SrcRange const& range, LineQuery const& query) const;
+    /// Where a question for a file finds rows.
+    LineStretches stretches(LineQuery const& query) const;
     SrcLocator locator(std::uint32_t row) const { return m_rows.locator(m_rows.runOf(row), row); }
 
     unsigned long long unitOf(std::uint32_t row) const { return m_rows.runOf(row).unit; }

@@ -199,6 +199,11 @@ status_t Scope::nonOverlappedSymbolRanges(SymMgrObjectPtr<SymbolRangeIterator>& 
                   [&](SymbolTable& table) { table.nonOverlappedSymbolRanges(out, start, end, mask, resolver); });
 }
 
+std::shared_ptr<FunctionPieces const> Scope::functionPieces() {
+    bool const isLoaded = ensureKinds(symbol_kind_Function) == status_Ok && madeTable() != nullptr;
+    return isLoaded ? madeTable()->functionPieces() : nullptr;
+}
+
 SymbolScope::SymbolScope(IFileFormatLoader* loader, SymbolName name, unsigned long long address, Scope* parent,
                          symbol_visibility_t visibility, symbol_kind_t kind)
     : Scope(loader, parent), m_symbol(new Symbol(loader, name, address, this, visibility, kind, k_noCompUnit)) {}

@@ -27,6 +27,7 @@ struct RangeRecord;
 using SymbolRangeIterator = IIterator<SymMgrObjectPtr<ISymbolRange>>;
 using ThunkList = std::vector<SymMgrObjectPtr<Thunk>>; ///< In the order of arrival.
 
+class FunctionPieces;
 class SymbolTable;
 
 /// An inlined body that holds an address. The name lives as long as the bank.
@@ -60,6 +61,9 @@ public:
 
     /// The scopes of the ranges that symbolRanges gives for one address, in its order.
     void scopesAt(unsigned long long address, symbol_kind_t mask, std::vector<Scope*>& out);
+
+    /// All of the disjoint walk over the functions; null where there is none.
+    std::shared_ptr<FunctionPieces const> functionPieces();
 
     /// The scope's own range that holds an address; false if none does.
     virtual bool rangeAt(unsigned long long& start, unsigned long long& end, unsigned long long address);

@@ -263,6 +263,19 @@ bool SymbolTable::keyFrom(unsigned long long address, unsigned long long& key) c
     return true;
 }
 
+std::uint32_t SymbolTable::arrivals() const {
+    std::shared_lock<Guard> const guard(m_guard);
+    return m_arrivals;
+}
+
+std::shared_ptr<FunctionPieces const> SymbolTable::functionPieces() {
+    std::lock_guard<std::mutex> const guard(m_piecesLock);
+    if (!m_pieces || m_pieces->version() != arrivals()) {
+        m_pieces = std::make_shared<FunctionPieces const>(*this);
+    }
+    return m_pieces;
+}
+
 void SymbolTable::symbolRangeByAddress(SymMgrObjectPtr<ISymbolRange>& out, unsigned long long address,
                                        symbol_kind_t mask, ISymbolChooser* resolver) {
     RangeRecord const* const winner = chooseRecord(address, mask, address, resolver);

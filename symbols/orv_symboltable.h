@@ -14,6 +14,7 @@
 #pragma once
 
 #include "orv/orv_scope.h"
+#include "symbols/orv_function_pieces.h"
 #include "symbols/orv_key_group.h"
 #include "symbols/orv_key_index.h"
 #include "symbols/orv_scope.h"
@@ -54,6 +55,11 @@ public:
     /// Adds a symbol of one range as addRange would with its scope, which the maker makes when somebody needs it. The
     /// name must outlive the table; the token is given back to the maker.
     void addSymbol(IScopeMaker& maker, MergeSide const& symbol, std::uint64_t token);
+
+    /// The disjoint walk over all functions; as it is now.
+    std::shared_ptr<FunctionPieces const> functionPieces();
+    /// Grows with all that comes into the table.
+    std::uint32_t arrivals() const;
 
     // For the iterators. Each call takes the guard by itself.
 
@@ -144,6 +150,8 @@ private:
     std::deque<RangeRecord> m_records;                                          ///< They stay where they are.
     std::unordered_map<unsigned long long, std::unique_ptr<KeyGroup>> m_groups; ///< At keys where much starts.
     std::uint32_t m_arrivals = 0;
+    std::mutex m_piecesLock; ///< Guards the making of pieces, outside m_guard.
+    std::shared_ptr<FunctionPieces const> m_pieces;
     /// By the number that records have. Not owned. In place, as readers look here while a load adds one: a module has
     /// its format loader, and two of its debug information.
     std::array<IScopeMaker*, 8> m_makers{};

@@ -70,6 +70,16 @@ bool SymbolRangesIterator::next() {
 
 // --- NonOverlappedSymbolRangesIterator
 
+namespace {
+
+/// What is still to be made is made for one record alone.
+bool haveOneScope(RangeRecord const& a, RangeRecord const& b) {
+    Scope const* const scope = a.scope.load(std::memory_order_acquire);
+    return &a == &b || (scope != nullptr && scope == b.scope.load(std::memory_order_acquire));
+}
+
+} // namespace
+
 NonOverlappedSymbolRangesIterator::NonOverlappedSymbolRangesIterator(SymbolTable& table, unsigned long long firstKey,
                                                                      unsigned long long start, unsigned long long end,
                                                                      symbol_kind_t mask, ISymbolChooser* resolver)
@@ -82,15 +92,16 @@ void NonOverlappedSymbolRangesIterator::reset() {
     // The lowest key may lie behind the whole stretch.
     m_isAtLimit = m_key >= m_queryEnd;
     m_cursor = std::max(m_key, m_queryStart);
-    m_pieceScope = nullptr;
+    m_pieceRecord = nullptr;
     next();
 }
 
 SymMgrObjectPtr<ISymbolRange> NonOverlappedSymbolRangesIterator::current() {
-    if ((m_isAtLimit && m_pieceStart == m_queryEnd) || m_pieceScope == nullptr) {
+    if (record() == nullptr) {
         return {};
     }
-    return SymMgrObjectPtr<ISymbolRange>(new SymbolRange(m_pieceStart, m_pieceEnd, m_pieceScope, nullptr));
+    return SymMgrObjectPtr<ISymbolRange>(
+        new SymbolRange(m_pieceStart, m_pieceEnd, m_table.scopeOf(*m_pieceRecord), nullptr));
 }
 
 RangeRecord const* NonOverlappedSymbolRangesIterator::choose() const {
@@ -143,7 +154,7 @@ bool NonOverlappedSymbolRangesIterator::next() {
         winner = choose();
     }
     m_pieceStart = m_cursor;
-    m_pieceScope = m_table.scopeOf(*winner);
+    m_pieceRecord = winner;
     return extend(winner);
 }
 
@@ -164,7 +175,7 @@ bool NonOverlappedSymbolRangesIterator::extend(RangeRecord const* winner) {
         m_key = boundary;
         m_cursor = boundary;
         winner = choose();
-        if (winner == nullptr || m_table.scopeOf(*winner) != m_pieceScope) {
+        if (winner == nullptr || !haveOneScope(*winner, *m_pieceRecord)) {
             return closePiece(boundary);
         }
     }

@@ -62,6 +62,13 @@ public:
     bool next() override;
     void reset() override;
 
+    // The present piece, without the objects that stand for it.
+
+    /// Who wins there; null at the end.
+    RangeRecord const* record() const { return m_isAtLimit && m_pieceStart == m_queryEnd ? nullptr : m_pieceRecord; }
+    unsigned long long start() const { return m_pieceStart; }
+    unsigned long long end() const { return m_pieceEnd; }
+
 private:
     RangeRecord const* choose() const;
     /// Steps to the next key below the query's end; false at the limit.
@@ -84,7 +91,7 @@ private:
     unsigned long long m_cursor = 0;
     unsigned long long m_pieceStart = 0;
     unsigned long long m_pieceEnd = 0;
-    Scope* m_pieceScope = nullptr;
+    RangeRecord const* m_pieceRecord = nullptr;
 };
 
 } // namespace ORV_3_30

@@ -370,30 +370,39 @@ public:
 } // namespace
 
 TEST_F(LineTables, AFileIsSoughtWhereItHasRows) {
-    for (unsigned int seed = 0; seed < 40; ++seed) {
+    for (unsigned int seed = 0; seed < 200; ++seed) {
         std::mt19937 random(seed);
         auto const below = [&](unsigned int limit) { return static_cast<unsigned int>(random() % limit); };
         m_table = ILineTable::create(*m_loader, *m_resolver);
-        for (int i = 0; i < 60; ++i) {
-            add({below(3), below(4), below(9), 0, 0x100ULL + below(0x400), below(0x60), 0});
+        for (unsigned int i = 10 + below(60); i > 0; --i) {
+            // Rows of no size too, which show where no piece begins or ends.
+            add({below(3), below(4), below(9), 0, 0x100ULL + 8ULL * below(0x80), 8ULL * (below(3) * below(6)), 0});
         }
         SymMgrObjectPtr<LoadedScope> const root(new LoadedScope(m_loader.get(), nullptr, 0, 0x1000));
-        for (unsigned long long start = 0x80; start < 0x600; start += 0x10 + below(0x40)) {
-            unsigned long long const end = start + below(0x50);
-            SymMgrObjectPtr<LoadedScope> const function(new LoadedScope(m_loader.get(), root.get(), start, end));
-            if (below(3) != 0) { // one in which something lies
-                function->symbolTable()->addRange(start, end,
-                                                  new LoadedScope(m_loader.get(), function.get(), start, end));
+        auto const addFunction = [&](unsigned long long start, unsigned long long size) {
+            SymMgrObjectPtr<LoadedScope> const function(
+                new LoadedScope(m_loader.get(), root.get(), start, start + size));
+            if (below(3) != 0) { // one in a part of which something lies
+                unsigned long long const from = start + below(static_cast<unsigned int>(size) + 1);
+                function->symbolTable()->addRange(from, start + size,
+                                                  new LoadedScope(m_loader.get(), function.get(), from, start + size));
             }
-            root->symbolTable()->addRange(start, end, function.get());
+            root->symbolTable()->addRange(start, start + size, function.get());
+        };
+        for (unsigned long long start = 0x80; start < 0x600; start += 8ULL * below(10)) {
+            addFunction(start, 8ULL * below(10));
         }
         SymMgrObjectPtr<ForeignTable> const foreign(new ForeignTable(m_table.get()));
-        for (unsigned int file = 0; file < 5; ++file) {
+        for (unsigned int i = 0; i < 12; ++i) {
             unsigned long long const unit = below(2) == 0 ? k_allUnits : below(3);
-            ORV_3_30::LineQuery const query{unit, file, below(0x300), 0x300ULL + below(0x400)};
+            ORV_3_30::LineQuery const stretch{unit, i % 5, 8ULL * below(0x60), 0x300ULL + 8ULL * below(0x80)};
+            ORV_3_30::LineQuery const query = i < 6 ? stretch : ORV_3_30::LineQuery{unit, i % 5, 0, ~0ULL};
             LineIterator const own(new InlineCallerSourceLineIterator(*m_table, query, root.get()));
             LineIterator const other(new InlineCallerSourceLineIterator(*foreign, query, root.get()));
-            EXPECT_EQ(textOf(own), textOf(other)) << "seed " << seed << ", file " << file;
+            ASSERT_EQ(textOf(own), textOf(other)) << "seed " << seed << ", question " << i << ", file " << i % 5;
+            if (below(4) == 0) { // a load goes on
+                addFunction(0x80 + 8ULL * below(0x80), 8ULL * below(20));
+            }
         }
     }
 }
