@@ -26,14 +26,8 @@ bool isBetter(SymbolTable const& table, RangeRecord const& candidate, RangeRecor
     if (!table.rankOf(candidate, mine) || !table.rankOf(best, theirs)) {
         return false;
     }
-    if (mine.hasUnit != theirs.hasUnit) {
-        return mine.hasUnit;
-    }
-    if (mine.priority != theirs.priority) {
-        return mine.priority < theirs.priority;
-    }
-    if (mine.visibility != theirs.visibility) {
-        return mine.visibility > theirs.visibility;
+    if (int const byRank = mine.compare(theirs)) {
+        return byRank > 0;
     }
     // The innermost wins, but an inlined body does not hide a plain symbol.
     bool const isHiddenInline = mine.isInline && !theirs.isInline;
@@ -87,6 +81,16 @@ bool SymbolTable::kindOf(RangeRecord const& record, symbol_kind_t& kind) const {
         kind = symbol->kind();
     }
     return symbol != nullptr;
+}
+
+int SymbolTable::Rank::compare(Rank const& other) const {
+    if (hasUnit != other.hasUnit) {
+        return hasUnit ? 1 : -1;
+    }
+    if (priority != other.priority) {
+        return priority < other.priority ? 1 : -1;
+    }
+    return visibility == other.visibility ? 0 : visibility > other.visibility ? 1 : -1;
 }
 
 bool SymbolTable::rankOf(RangeRecord const& record, Rank& out) const {

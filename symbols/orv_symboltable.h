@@ -90,6 +90,9 @@ public:
         int priority;
         symbol_visibility_t visibility;
         bool isInline;
+
+        /// Above 0 for the better one, below for the worse, 0 where other things decide.
+        int compare(Rank const& other) const;
     };
     bool rankOf(RangeRecord const& record, Rank& out) const;
 

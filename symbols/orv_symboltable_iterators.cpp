@@ -93,6 +93,7 @@ void NonOverlappedSymbolRangesIterator::reset() {
     m_isAtLimit = m_key >= m_queryEnd;
     m_cursor = std::max(m_key, m_queryStart);
     m_pieceRecord = nullptr;
+    m_metKey.reset();
     next();
 }
 
@@ -104,8 +105,61 @@ SymMgrObjectPtr<ISymbolRange> NonOverlappedSymbolRangesIterator::current() {
         new SymbolRange(m_pieceStart, m_pieceEnd, m_table.scopeOf(*m_pieceRecord), nullptr));
 }
 
-RangeRecord const* NonOverlappedSymbolRangesIterator::choose() const {
-    return m_table.chooseRecord(m_cursor, m_mask, m_key, m_resolver);
+/// Among equals the innermost wins; of those that start together, the one that stands first in the list.
+bool NonOverlappedSymbolRangesIterator::isWorse(Candidate const& a, Candidate const& b) {
+    if (int const byRank = a.rank.compare(b.rank)) {
+        return byRank < 0;
+    }
+    return a.record->start != b.record->start ? a.record->start < b.record->start : InListOrder()(b.record, a.record);
+}
+
+/// Takes in what is alive at the key, or starts there.
+void NonOverlappedSymbolRangesIterator::meet(SymbolTable::Records const& records) {
+    for (RangeRecord const* const record : records) {
+        symbol_kind_t kind{};
+        Candidate candidate{record, {}, record->end};
+        bool const hasSymbol = m_table.kindOf(*record, kind) && m_table.rankOf(*record, candidate.rank);
+        if (hasSymbol && (kind & m_mask) == 0) {
+            continue;
+        }
+        if (!hasSymbol || candidate.rank.isInline) {
+            m_oddEnd = std::max(m_oddEnd, candidate.end);
+            m_oddLabelKey = record->isPoint() ? m_key : m_oddLabelKey;
+            continue;
+        }
+        m_candidates.push_back(candidate);
+        std::push_heap(m_candidates.begin(), m_candidates.end(), isWorse);
+    }
+}
+
+/// Steps go from key to key, so that all that is alive has been met on the way.
+RangeRecord const* NonOverlappedSymbolRangesIterator::choose() {
+    if (m_resolver != nullptr) {
+        return m_table.chooseRecord(m_cursor, m_mask, m_key, m_resolver);
+    }
+    std::uint32_t const arrivals = m_table.arrivals();
+    if (!m_metKey || m_metArrivals != arrivals) {
+        m_candidates.clear();
+        m_oddEnd = 0;
+        m_oddLabelKey.reset();
+        meet(m_table.recordsAlive(m_key));
+    } else if (*m_metKey != m_key) {
+        meet(m_table.recordsFrom(m_key));
+    }
+    m_metKey = m_key;
+    m_metArrivals = arrivals;
+    if (m_cursor < m_oddEnd || m_oddLabelKey == m_key) {
+        return m_table.chooseRecord(m_cursor, m_mask, m_key, nullptr);
+    }
+    auto const hasEnded = [this](Candidate const& candidate) {
+        bool const isLabelHere = candidate.record->isPoint() && candidate.record->start == m_key;
+        return candidate.end <= m_cursor && !isLabelHere;
+    };
+    while (!m_candidates.empty() && hasEnded(m_candidates.front())) {
+        std::pop_heap(m_candidates.begin(), m_candidates.end(), isWorse);
+        m_candidates.pop_back();
+    }
+    return m_candidates.empty() ? nullptr : m_candidates.front().record;
 }
 
 bool NonOverlappedSymbolRangesIterator::peekNextKey(unsigned long long& key) const {

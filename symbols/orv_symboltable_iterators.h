@@ -9,6 +9,8 @@
 #include "core/orv_iterators.h"
 #include "symbols/orv_symboltable.h"
 
+#include <optional>
+
 namespace ORV_3_30 {
 
 /// The symbols that are candidates at one address, handed to a client's chooser.
@@ -70,7 +72,16 @@ public:
     unsigned long long end() const { return m_pieceEnd; }
 
 private:
-    RangeRecord const* choose() const;
+    /// What may win from the key at which it was met until it ends.
+    struct Candidate {
+        RangeRecord const* record;
+        SymbolTable::Rank rank;
+        unsigned long long end;
+    };
+    static bool isWorse(Candidate const& a, Candidate const& b);
+
+    RangeRecord const* choose();
+    void meet(SymbolTable::Records const& records);
     /// Steps to the next key below the query's end; false at the limit.
     bool toNextKey();
     bool peekNextKey(unsigned long long& key) const;
@@ -92,6 +103,14 @@ private:
     unsigned long long m_pieceStart = 0;
     unsigned long long m_pieceEnd = 0;
     RangeRecord const* m_pieceRecord = nullptr;
+
+    std::vector<Candidate> m_candidates; ///< A heap, the best on top. Those that have ended go once they get there.
+    std::optional<unsigned long long> m_metKey; ///< The last key whose records are among them.
+    std::uint32_t m_metArrivals = 0;            ///< Of the table by then.
+    /// Inlined bodies and scopes without a symbol have rules of their own: up to here, and in the stretch of this key,
+    /// the table chooses.
+    unsigned long long m_oddEnd = 0;
+    std::optional<unsigned long long> m_oddLabelKey;
 };
 
 } // namespace ORV_3_30

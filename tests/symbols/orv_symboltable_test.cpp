@@ -331,11 +331,14 @@ protected:
                 EXPECT_FALSE(m_table->addRange(boundary, boundary, nullptr));
                 m_model.addBoundary(boundary);
             }
-            SymbolScope* const scope = range.isInline ? new InlineScope(nullptr, nullptr, makeSymbol(range))
-                                                      : new SymbolScope(nullptr, nullptr, makeSymbol(range));
-            scope->addRange(range.start, range.end);
-            EXPECT_EQ(m_table->addRange(range.start, range.end, scope), m_model.add(range)) << range.text();
+            add(range);
         }
+    }
+    void add(Range const& range) {
+        SymbolScope* const scope = range.isInline ? new InlineScope(nullptr, nullptr, makeSymbol(range))
+                                                  : new SymbolScope(nullptr, nullptr, makeSymbol(range));
+        scope->addRange(range.start, range.end);
+        EXPECT_EQ(m_table->addRange(range.start, range.end, scope), m_model.add(range)) << range.text();
     }
 
     void addAsRaw() {
@@ -434,6 +437,21 @@ TEST_P(Oracle, DisjointWalk) {
         m_table->nonOverlappedSymbolRanges(it, start, end, static_cast<symbol_kind_t>(mask), nullptr);
         ASSERT_EQ(allRanges(it), m_model.pieces(start, end, mask))
             << '[' << start << ',' << end << ") with mask " << mask << ", seed " << GetParam().seed;
+        if (!it) {
+            continue;
+        }
+        it->reset();
+        for (Address steps = below(8); steps > 0 && it->next(); --steps) {
+        }
+        if (SymMgrObjectPtr<ISymbolRange> const last = it->current()) { // a load goes on behind the walk's back
+            Address const cursor = startOf(*last) + last->size();
+            Range late = randomRange();
+            late.start = 0;
+            late.end = below(GetParam().space);
+            add(late);
+            it->next();
+            ASSERT_EQ(allRanges(it), m_model.pieces(cursor, end, mask)) << "from " << cursor << " with " << late.text();
+        }
     }
 }
 
