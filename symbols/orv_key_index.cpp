@@ -45,6 +45,7 @@ KeyIndex::Position KeyIndex::insert(Position at, unsigned long long address, std
                       Key{address, 0, endBefore, nullptr, born});
     chunk.firstAddress = chunk.keys[0].address;
     chunk.oldest = std::min(chunk.oldest, born);
+    noteChange(at.chunk);
     return at;
 }
 
@@ -58,9 +59,10 @@ KeyIndex::Position KeyIndex::append(unsigned long long address, std::uint32_t bo
     last.keys.push_back({address, 0, 0, nullptr, born});
     last.firstAddress = address;
     last.oldest = born;
-    m_blockEnds.reserve(m_blockEnds.size() + 1);
+    m_blocks.reserve(m_blocks.size() + 1);
     m_chunks.push_back(std::move(last));
-    m_blockEnds.resize((m_chunks.size() + k_blockSize - 1) / k_blockSize, 0);
+    m_blocks.resize((m_chunks.size() + k_blockSize - 1) / k_blockSize);
+    noteChange(m_chunks.size() - 1);
     return {m_chunks.size() - 1, 0};
 }
 
@@ -70,7 +72,7 @@ KeyIndex::Position KeyIndex::split(Position at) {
     Chunk upper;
     upper.keys.assign(m_chunks[at.chunk].keys.begin() + k_middle, m_chunks[at.chunk].keys.end());
     upper.summarize();
-    m_blockEnds.reserve(m_blockEnds.size() + 1);
+    m_blocks.reserve(m_blocks.size() + 1);
     m_chunks.insert(m_chunks.begin() + static_cast<std::ptrdiff_t>(at.chunk) + 1, std::move(upper));
     m_chunks[at.chunk].keys.resize(k_middle);
     m_chunks[at.chunk].summarize();
@@ -104,7 +106,54 @@ void KeyIndex::erase(Position at) {
         summarizeBlocks(at.chunk);
     } else {
         chunk.summarize();
+        noteChange(at.chunk);
     }
+}
+
+bool KeyIndex::Chunk::eraseDeserted(unsigned long long from, unsigned long long to, unsigned long long end) {
+    auto const behind = std::remove_if(keys.begin(), keys.end(), [&](Key const& key) {
+        bool const isDeserted = key.records == nullptr && end <= key.address && from <= key.address && key.address < to;
+        end = std::max(end, key.greatestEnd);
+        return isDeserted;
+    });
+    bool const isAny = behind != keys.end();
+    keys.erase(behind, keys.end());
+    if (isAny && !keys.empty()) {
+        summarize();
+    }
+    return isAny;
+}
+
+/// Passes over blocks and chunks at each key of which something is alive.
+void KeyIndex::eraseDeserted(unsigned long long from, unsigned long long to) {
+    unsigned long long end = 0; // of all that starts in front
+    bool hasEmptied = false;
+    for (std::size_t block = 0; block < m_blocks.size() && m_chunks[block * k_blockSize].firstAddress < to; ++block) {
+        if (m_chunks[behindBlock(block) - 1].keys.back().address >= from && coverOf(block).isBareBehind(end)) {
+            hasEmptied |= eraseFromBlock(block, from, to, end);
+        }
+        end = std::max(end, m_blocks[block].greatestEnd);
+    }
+    if (hasEmptied) {
+        auto const isEmpty = [](Chunk const& chunk) { return chunk.keys.empty(); };
+        m_chunks.erase(std::remove_if(m_chunks.begin(), m_chunks.end(), isEmpty), m_chunks.end());
+        summarizeBlocks(0);
+    }
+}
+
+/// True if it leaves chunks without keys behind.
+bool KeyIndex::eraseFromBlock(std::size_t block, unsigned long long from, unsigned long long to,
+                              unsigned long long end) {
+    bool hasEmptied = false;
+    for (std::size_t i = block * k_blockSize; i < behindBlock(block) && m_chunks[i].firstAddress < to; ++i) {
+        Chunk& chunk = m_chunks[i];
+        if (chunk.ownCover().isBareBehind(end) && chunk.eraseDeserted(from, to, end)) {
+            noteChange(i);
+            hasEmptied |= chunk.keys.empty();
+        }
+        end = std::max(end, chunk.greatestEnd);
+    }
+    return hasEmptied;
 }
 
 void KeyIndex::setRecords(Position at, RangeRecord* head) {
@@ -117,7 +166,7 @@ void KeyIndex::setRecords(Position at, RangeRecord* head) {
     changed.greatestEnd = end;
     if (end < before) {
         chunk.summarize();
-        summarizeBlocks(at.chunk);
+        summarizeBlock(at.chunk / k_blockSize);
         return;
     }
     // The bounds ascend, so each of these stops at the first that has heard of a greater end.
@@ -128,10 +177,18 @@ void KeyIndex::setRecords(Position at, RangeRecord* head) {
     for (std::size_t i = at.chunk + 1; i < m_chunks.size() && m_chunks[i].endBefore < end; ++i) {
         m_chunks[i].endBefore = end;
     }
-    raiseBlock(at.chunk);
+    noteChange(at.chunk);
+}
+
+void KeyIndex::Cover::append(Cover const& next) {
+    if (next.isBareBehind(greatestEnd)) {
+        lastBare = next.lastBare;
+    }
+    greatestEnd = std::max(greatestEnd, next.greatestEnd);
 }
 
 void KeyIndex::Chunk::summarize() {
+    cover.reset();
     firstAddress = keys.front().address;
     greatestEnd = 0;
     oldest = ~std::uint32_t{0};
@@ -142,18 +199,46 @@ void KeyIndex::Chunk::summarize() {
     }
 }
 
-void KeyIndex::raiseBlock(std::size_t chunk) {
-    unsigned long long& end = m_blockEnds[chunk / k_blockSize];
-    end = std::max(end, m_chunks[chunk].greatestEnd);
+KeyIndex::Cover const& KeyIndex::Chunk::ownCover() {
+    if (!cover) {
+        cover = Cover{};
+        for (Key const& key : keys) {
+            cover->append({key.greatestEnd, key.records == nullptr ? std::optional(key.address) : std::nullopt});
+        }
+    }
+    return *cover;
+}
+
+KeyIndex::Cover const& KeyIndex::coverOf(std::size_t block) {
+    std::optional<Cover>& cover = m_blocks[block].cover;
+    if (!cover) {
+        cover = Cover{};
+        for (std::size_t chunk = block * k_blockSize; chunk < behindBlock(block); ++chunk) {
+            cover->append(m_chunks[chunk].ownCover());
+        }
+    }
+    return *cover;
+}
+
+/// A key has come, changed or gone, and no end is lower than before.
+void KeyIndex::noteChange(std::size_t chunk) {
+    Block& block = m_blocks[chunk / k_blockSize];
+    block.greatestEnd = std::max(block.greatestEnd, m_chunks[chunk].greatestEnd);
+    block.cover.reset();
+    m_chunks[chunk].cover.reset();
+}
+
+void KeyIndex::summarizeBlock(std::size_t block) {
+    m_blocks[block] = {};
+    for (std::size_t chunk = block * k_blockSize; chunk < behindBlock(block); ++chunk) {
+        m_blocks[block].greatestEnd = std::max(m_blocks[block].greatestEnd, m_chunks[chunk].greatestEnd);
+    }
 }
 
 void KeyIndex::summarizeBlocks(std::size_t fromChunk) {
-    std::size_t const first = fromChunk / k_blockSize;
-    m_blockEnds.resize((m_chunks.size() + k_blockSize - 1) / k_blockSize);
-    std::fill(m_blockEnds.begin() + static_cast<std::ptrdiff_t>(std::min(first, m_blockEnds.size())), m_blockEnds.end(),
-              0);
-    for (std::size_t chunk = first * k_blockSize; chunk < m_chunks.size(); ++chunk) {
-        raiseBlock(chunk);
+    m_blocks.resize((m_chunks.size() + k_blockSize - 1) / k_blockSize);
+    for (std::size_t block = fromChunk / k_blockSize; block < m_blocks.size(); ++block) {
+        summarizeBlock(block);
     }
 }
 

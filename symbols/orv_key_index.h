@@ -18,6 +18,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 namespace ORV_3_30 {
@@ -70,6 +71,8 @@ public:
     Position insert(Position at, unsigned long long address, std::uint32_t born);
     /// Takes a key without records out.
     void erase(Position at);
+    /// Takes the keys in [from, to) out at which nothing is alive. Positions are valid no longer.
+    void eraseDeserted(unsigned long long from, unsigned long long to);
     /// Sets the list of the records that start at a key. Also to be called when an end has changed.
     void setRecords(Position at, RangeRecord* head);
 
@@ -86,7 +89,7 @@ public:
         std::size_t const ownBlock = at.chunk / k_blockSize;
         bool isFound = visitChunks(ownBlock * k_blockSize, at.chunk, address, visit);
         for (std::size_t block = 0; block < ownBlock && !isFound; ++block) {
-            isFound = m_blockEnds[block] > address &&
+            isFound = m_blocks[block].greatestEnd > address &&
                       visitChunks(block * k_blockSize, (block + 1) * k_blockSize, address, visit);
         }
         return isFound;
@@ -103,6 +106,16 @@ private:
         RangeRecord* records;
         std::uint32_t born;
     };
+    /// What a stretch of keys says about where something is alive.
+    struct Cover {
+        unsigned long long greatestEnd = 0;
+        std::optional<unsigned long long> lastBare; ///< The last key at which nothing of the stretch is alive.
+
+        /// Takes in what follows.
+        void append(Cover const& next);
+        /// True if nothing is alive at one of the keys, where what starts in front of them ends by then.
+        bool isBareBehind(unsigned long long end) const { return lastBare && *lastBare >= end; }
+    };
     struct Chunk {
         std::vector<Key> keys; ///< Never empty.
         unsigned long long firstAddress = 0;
@@ -110,9 +123,18 @@ private:
         unsigned long long endBefore = 0;         ///< No record of an earlier chunk ends above this.
         std::uint32_t oldest = ~std::uint32_t{0}; ///< The least birth of its keys.
 
+        std::optional<Cover> cover; ///< As long as no key changes.
+
         unsigned long long boundBehind() const { return std::max(endBefore, greatestEnd); }
         /// Works out what follows from the keys.
         void summarize();
+        Cover const& ownCover();
+        /// Takes keys out as KeyIndex does; end is that of what starts in front of the chunk. True if any went.
+        bool eraseDeserted(unsigned long long from, unsigned long long to, unsigned long long end);
+    };
+    struct Block {
+        unsigned long long greatestEnd = 0;
+        std::optional<Cover> cover; ///< As long as no key changes.
     };
 
     template <typename Visitor>
@@ -145,11 +167,15 @@ private:
     Key const& key(Position at) const { return m_chunks[at.chunk].keys[at.slot]; }
     Position append(unsigned long long address, std::uint32_t born);
     Position split(Position at);
-    void raiseBlock(std::size_t chunk);
+    void noteChange(std::size_t chunk);
+    void summarizeBlock(std::size_t block);
     void summarizeBlocks(std::size_t fromChunk);
+    Cover const& coverOf(std::size_t block);
+    bool eraseFromBlock(std::size_t block, unsigned long long from, unsigned long long to, unsigned long long end);
+    std::size_t behindBlock(std::size_t block) const { return std::min((block + 1) * k_blockSize, m_chunks.size()); }
 
     std::vector<Chunk> m_chunks;
-    std::vector<unsigned long long> m_blockEnds; ///< The greatest end in each block of chunks.
+    std::vector<Block> m_blocks; ///< Each of so many chunks.
 };
 
 } // namespace ORV_3_30

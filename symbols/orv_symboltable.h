@@ -122,8 +122,6 @@ private:
     void moveEnd(RangeRecord* rival, RangeRecord* previous, unsigned long long oldEnd, unsigned int flags,
                  Newcomer const& newcomer);
     void removeOtherRanges(Scope& scope, RangeList const& ranges);
-    void eraseDeserted(unsigned long long from, unsigned long long to);
-    bool isDeserted(Position at) const;
     /// Of a scope without a symbol the name is null.
     MergeSide sideOf(RangeRecord const& record) const;
     bool changesAnything(RangeRecord const& rival, unsigned int flags, Newcomer const& newcomer) const;

@@ -283,7 +283,7 @@ void SymbolTable::moveEnd(RangeRecord* rival, RangeRecord* previous, unsigned lo
                           Newcomer const& newcomer) {
     unlink(m_keys.lowerBound(rival->start), previous, rival);
     if ((flags & merge_ReplaceEnd) != 0 && oldEnd != rival->start) {
-        eraseDeserted(rival->start + 1, oldEnd);
+        m_keys.eraseDeserted(rival->start + 1, oldEnd);
     }
     rival->order = newcomer.order;
     link(m_keys.lowerBound(rival->start), rival); // erased keys have moved it
@@ -310,26 +310,8 @@ void SymbolTable::removeOtherRanges(Scope& scope, RangeList const& ranges) {
             group->leave(record);
         }
         unlink(at, previous, record);
-        eraseDeserted(record->start, record->end);
+        m_keys.eraseDeserted(record->start, record->end);
     }
-}
-
-/// Erases the keys in [from, to) at which nothing is alive any more, now that a range over them went.
-void SymbolTable::eraseDeserted(unsigned long long from, unsigned long long to) {
-    Position at = m_keys.lowerBound(from);
-    while (!m_keys.isEnd(at) && m_keys.address(at) < to) {
-        unsigned long long const address = m_keys.address(at);
-        if (isDeserted(at)) {
-            m_keys.erase(at);
-            at = m_keys.lowerBound(address);
-        } else {
-            at = m_keys.next(at);
-        }
-    }
-}
-
-bool SymbolTable::isDeserted(Position at) const {
-    return m_keys.records(at) == nullptr && !m_keys.anySpanning(at, [](RangeRecord const&) { return true; });
 }
 
 // --- Lists

@@ -517,25 +517,44 @@ std::string listAt(SymbolTable& table, Address address, std::map<RangeRecord con
     return text;
 }
 
+std::string keysOf(SymbolTable const& table) {
+    std::string keys;
+    Address key = 0;
+    for (bool is = table.keyFrom(0, key); is; is = table.keyAfter(key, key)) {
+        keys += std::to_string(key) + ' ';
+    }
+    return keys;
+}
+
 } // namespace
 
 TEST(SymbolTable, MergesAsTheModelDoes) {
     static constexpr char const* names[] = {"a1", "A1", "b1", "B1", "c1", "a2", "A2", "b2", "B2", "c2", "C2", "d1",
                                             "e1", "f1", "g1", "h1", "i1", "j1", "k1", "l1", "m1", "n1", "o1", "p1"};
-    for (unsigned int seed = 1; seed <= 300; ++seed) {
+    /// After the small tables those of many keys, over which a few ranges shrink.
+    struct Wide {
+        Address longEvery;
+        Address shortSpace;
+        Address boundaryEvery;
+    };
+    static constexpr Wide shapes[] = {{30, 30000, 1}, {6, 30000, 10}, {20, 64, 1}};
+    for (unsigned int seed = 1; seed <= 300 + std::size(shapes); ++seed) {
         std::mt19937 random(seed);
         auto const below = [&](Address limit) { return random() % limit; };
-        Address const space = 1 + below(12);
+        bool const isWide = seed > 300;
+        Wide const shape = isWide ? shapes[seed - 301] : Wide{1, 1 + below(12), 5};
+        Address const space = isWide ? 30000 : shape.shortSpace;
         std::size_t const nameCount = below(2) == 0 ? 5 : std::size(names);
         TestMaker maker;
         SymMgrObjectPtr<SymbolTable> const table(new SymbolTable(nullptr, nullptr));
         Model model(changingRule);
         std::map<RangeRecord const*, ISymbol*> seen;
         std::string history;
-        for (int step = 0; step < 120; ++step) {
-            Address const start = below(space);
-            char const* const name = names[below(nameCount)];
-            Address const end = start + below(8);
+        for (int step = 0; step < (isWide ? 12000 : 120); ++step) {
+            bool const isLong = isWide && below(shape.longEvery) == 0;
+            Address const start = below(isLong ? 4 : shape.shortSpace);
+            char const* const name = names[below(isLong ? 3 : nameCount)];
+            Address const end = start + (isLong ? space - static_cast<Address>(2 * step) + below(4000) : below(8));
             symbol_visibility_t const visibility = below(2) == 0 ? symbol_visibility_Local : symbol_visibility_Global;
             Range const range{start, end, visibility, symbol_kind_Function, name};
             history += textOf(range);
@@ -543,28 +562,55 @@ TEST(SymbolTable, MergesAsTheModelDoes) {
             side.name = name; // the table keeps it
             table->addSymbol(maker, side, 0);
             model.add(range);
-            if (below(5) == 0) {
+            if (below(shape.boundaryEvery) == 0) {
                 Address const boundary = below(space + 6);
                 table->addRange(boundary, boundary, nullptr);
                 model.addBoundary(boundary);
                 history += std::to_string(boundary) + "| ";
             }
-            if (below(4) != 0) {
+            if (isWide ? step % 3000 != 2999 : below(4) != 0) {
                 continue; // so that some have scopes when others merge with them
             }
-            for (Address at = 0; at < space + 8; ++at) {
+            for (Address at = 0; at < space + 8; at += 1 + below(isWide ? 100 : 1)) {
                 std::string expected;
                 for (Range const* const alive : model.candidates(at, k_allKinds)) {
                     expected += textOf(*alive);
                 }
                 ASSERT_EQ(listAt(*table, at, seen), expected) << "at " << at << ", seed " << seed << ": " << history;
             }
-            std::string keys;
-            Address key = 0;
-            for (bool is = table->keyFrom(0, key); is; is = table->keyAfter(key, key)) {
-                keys += std::to_string(key) + ' ';
-            }
-            ASSERT_EQ(keys, model.keys()) << "seed " << seed << ": " << history;
+            ASSERT_EQ(keysOf(*table), model.keys()) << "seed " << seed << ": " << history;
         }
+    }
+}
+
+TEST(SymbolTable, KeysGoWithWhatAloneHasKeptThem) {
+    TestMaker maker;
+    SymMgrObjectPtr<SymbolTable> const table(new SymbolTable(nullptr, nullptr));
+    Model model(changingRule);
+    auto const add = [&](char const* name, Address start, Address end) {
+        Range const range{start, end, symbol_visibility_Local, symbol_kind_Function, name};
+        MergeSide side = range.side();
+        side.name = name;
+        table->addSymbol(maker, side, 0);
+        model.add(range);
+    };
+    auto const addBoundary = [&](Address key) {
+        table->addRange(key, key, nullptr);
+        model.addBoundary(key);
+    };
+    add("a1", 0, 100000);
+    add("b1", 1, 50000);
+    add("c1", 2, 39997);
+    for (Address key = 5; key < 40000; key += 5) { // enough for several blocks
+        addBoundary(key);
+    }
+    add("b1", 1, 30000); // all are kept, and known to be
+    addBoundary(39998);  // but this one
+    for (auto const& [name, start, end] :
+         {std::tuple("a1", 0, 20000), std::tuple("c1", 2, 10), std::tuple("b1", 1, 400), std::tuple("a1", 0, 300)}) {
+        add(name, static_cast<Address>(start), static_cast<Address>(end));
+        ASSERT_EQ(keysOf(*table), model.keys()) << name << " to " << end;
+        addBoundary(35001); // outside or inside, as it comes
+        addBoundary(201);
     }
 }
