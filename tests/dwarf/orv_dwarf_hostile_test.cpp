@@ -54,8 +54,7 @@ std::vector<Section> debugSectionsOf(std::string const& file) {
 }
 
 void askEverything(std::string const& path) {
-    SymMgrObjectPtr<IModuleSymbolBank> bank;
-    ASSERT_EQ(loadBank(path, bank, load_flags_NewLoader), status_Ok);
+    auto const bank = bankOf(path, load_flags_NewLoader);
     RangeIterator ranges;
     bank->originalSymbolRanges(ranges, k_allKinds, nullptr, nullptr);
     orv_fuzz::walk(ranges);

@@ -30,13 +30,7 @@ SymMgrObjectPtr<ElfHelper> helperOf(std::string const& path) {
 }
 
 std::string symbolsOf(std::string const& path, unsigned int mask = 31) {
-    SymMgrObjectPtr<IModuleSymbolBank> bank;
-    if (loadBank(path, bank) != status_Ok) {
-        return "not loaded";
-    }
-    RangeIterator it;
-    bank->originalSymbolRanges(it, static_cast<symbol_kind_t>(mask), nullptr, nullptr);
-    return allRanges(it);
+    return orv_test::symbolsOf(*bankOf(path), static_cast<symbol_kind_t>(mask));
 }
 
 std::string zdebug(std::string const& content, std::uint64_t claimedSize) {
@@ -258,8 +252,7 @@ TEST(ElfSymbols, RanksAndDuplicates) {
     elf.symbol("first", STB_GLOBAL, STT_FUNC, 0x400200, 0x20);
     elf.symbol("inner", STB_GLOBAL, STT_OBJECT, 0x400208, 4);
     TempDir const dir;
-    SymMgrObjectPtr<IModuleSymbolBank> bank;
-    ASSERT_EQ(loadBank(dir.file("m", elf.bytes()), bank), status_Ok);
+    auto const bank = bankOf(dir.file("m", elf.bytes()));
     EXPECT_EQ(symbolAt(*bank, 0x400209), "weak@400200+32") << "global over local, the first of equals, code over data";
     EXPECT_EQ(symbolAt(*bank, 0x400209, symbol_kind_Data), "inner@400208+4");
     EXPECT_EQ(symbolAt(*bank, 0x400220), "none");
@@ -296,8 +289,7 @@ TEST(ElfThunks, StubsTakeTheNamesOfTheirImports) {
         std::uint32_t const symbols = elf.symbolSection() + 1;
         elf.section(isRela ? ".rela.plt" : ".rel.plt", isRela ? SHT_RELA : SHT_REL, 0, 0, entries, 0, symbols, plt);
         std::string const path = dir.file("m", elf.bytes());
-        SymMgrObjectPtr<IModuleSymbolBank> bank;
-        ASSERT_EQ(loadBank(path, bank), status_Ok);
+        auto const bank = bankOf(path);
         RangeIterator it;
         bank->originalSymbolRanges(it, symbol_kind_Function, nullptr, nullptr);
         // The third has the first one's offset, the second and the fourth are passed over.

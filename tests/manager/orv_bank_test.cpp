@@ -24,7 +24,7 @@ protected:
         elf.symbol("d", STB_GLOBAL, STT_OBJECT, 0x3000, 8, 2);
         elf.symbol("l", STB_LOCAL, STT_NOTYPE, 0x1110, 0);
         m_path = m_dir.file("m", elf.bytes());
-        EXPECT_EQ(loadBank(m_path, m_bank), status_Ok);
+        m_bank = bankOf(m_path);
     }
 
     SymMgrObjectPtr<IAddress> at(unsigned long long address) { return addressIn(*m_bank, address); }
@@ -95,8 +95,7 @@ TEST_F(Bank, RangesAsLoadedAndDisjoint) {
     RangeIterator it;
     EXPECT_EQ(m_bank->originalSymbolRanges(it, symbol_kind_t(0), nullptr, nullptr), status_False)
         << "mask 0 is what is loaded so far: nothing";
-    ASSERT_EQ(m_bank->originalSymbolRanges(it, symbol_kind_Function, nullptr, nullptr), status_Ok);
-    EXPECT_EQ(allRanges(it), "outer[4096,4352) inner[4160,4176)");
+    EXPECT_EQ(symbolsOf(*m_bank, symbol_kind_Function), "outer[4096,4352) inner[4160,4176)");
     ASSERT_EQ(m_bank->originalSymbolRanges(it, k_allKinds, at(0x1100).get(), nullptr), status_Ok);
     EXPECT_EQ(allRanges(it), "l[4368,4368) d[12288,12296)");
     ASSERT_EQ(m_bank->nonOverlappedSymbolRanges(it, k_allKinds, nullptr, nullptr, nullptr), status_Ok);
@@ -200,9 +199,7 @@ TEST_F(Bank, CoverageByPieces) {
 
 TEST_F(Bank, PrefetchingRestrictsAndTheNextQueryLoadsAgain) {
     EXPECT_EQ(m_bank->prefetcher()->putRVA(0x45), status_Ok);
-    RangeIterator it;
-    ASSERT_EQ(m_bank->originalSymbolRanges(it, symbol_kind_Function, nullptr, nullptr), status_Ok);
-    EXPECT_EQ(allRanges(it), "outer[4096,4352) inner[4160,4176)");
+    EXPECT_EQ(symbolsOf(*m_bank, symbol_kind_Function), "outer[4096,4352) inner[4160,4176)");
     EXPECT_EQ(symbolAt(*m_bank, 0x1045), "inner@1040+16");
     EXPECT_EQ(symbolAt(*m_bank, 0x3000, symbol_kind_Data), "none") << "not asked for";
     EXPECT_EQ(m_bank->prefetcher()->putPseudoAddress(0x3004), status_Ok);

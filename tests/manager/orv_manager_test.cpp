@@ -27,19 +27,13 @@ unsigned int countOf(IModuleSymbolBank& bank) {
     return raised - 1;
 }
 
-SymMgrObjectPtr<ISymbolManager> manager() {
-    SymMgrObjectPtr<ISymbolManager> out;
-    EXPECT_EQ(ISymbolManager::create(out), status_Ok);
-    return out;
-}
-
 } // namespace
 
 TEST(Manager, SharesWhatHasNotChanged) {
     TempDir const dir;
     std::string const path = dir.file("m", module());
-    SymMgrObjectPtr<ISymbolManager> const m = manager();
-    EXPECT_TRUE(m == manager());
+    auto const m = symbolManager();
+    EXPECT_TRUE(m == symbolManager());
     SymMgrObjectPtr<IModuleSymbolBank> first;
     SymMgrObjectPtr<IModuleSymbolBank> second;
     ASSERT_EQ(m->loadSymbolsFromModule(path.c_str(), nullptr, first, 0U, false, ""), status_Ok);
@@ -66,12 +60,10 @@ TEST(Manager, SharesWhatHasNotChanged) {
 TEST(Manager, SeesThatAFileHasChanged) {
     TempDir const dir;
     std::string const path = dir.file("m", module());
-    SymMgrObjectPtr<IModuleSymbolBank> first;
-    SymMgrObjectPtr<IModuleSymbolBank> second;
-    ASSERT_EQ(loadBank(path, first), status_Ok);
+    auto const first = bankOf(path);
     struct timespec const times[2] = {{1000, 0}, {1000, 0}};
     ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
-    ASSERT_EQ(loadBank(path, second), status_Ok);
+    auto const second = bankOf(path);
     EXPECT_FALSE(first == second);
     EXPECT_EQ(symbolAt(*first, 0x1004), "f@1000+16") << "the old one stays usable";
     EXPECT_EQ(symbolAt(*second, 0x1004), "f@1000+16");
@@ -91,8 +83,7 @@ TEST(Manager, FailuresHaveTheirStatusAndLeaveTheBank) {
         {dir.file("text", "this is no module"), status_BadFileFormat, nullptr},
         {dir.file("empty", ""), status_BadFileFormat, "ASSERTION FAILED: 'false'"},
     };
-    SymMgrObjectPtr<IModuleSymbolBank> kept;
-    ASSERT_EQ(loadBank(dir.file("m", module()), kept), status_Ok);
+    auto const kept = bankOf(dir.file("m", module()));
     for (auto const& row : rows) {
         LogCapture log(30000);
         SymMgrObjectPtr<IModuleSymbolBank> bank = kept;
@@ -105,7 +96,7 @@ TEST(Manager, FailuresHaveTheirStatusAndLeaveTheBank) {
         }
     }
     SymMgrObjectPtr<IModuleSymbolBank> bank;
-    SymMgrObjectPtr<ISymbolManager> const m = manager();
+    auto const m = symbolManager();
     LogCapture log;
     EXPECT_EQ(m->loadSymbolsFromModule(nullptr, nullptr, bank, arch_Unknown, false, ""), status_InvalidArg);
     EXPECT_EQ(log.messages(),
@@ -117,19 +108,18 @@ TEST(Manager, FailuresHaveTheirStatusAndLeaveTheBank) {
 TEST(Manager, GoesWithItsLastHolder) {
     TempDir const dir;
     std::string const path = dir.file("m", module());
-    SymMgrObjectPtr<IModuleSymbolBank> bank;
-    ASSERT_EQ(loadBank(path, bank), status_Ok);
+    auto bank = bankOf(path);
     EXPECT_TRUE(SymbolManager::current()) << "the bank holds it";
     bank.reset();
     EXPECT_FALSE(SymbolManager::current());
     // A loader that a client holds may outlive the manager, and a new one knows nothing of it.
     SymMgrObjectPtr<IFileFormatLoader> loader;
     {
-        SymMgrObjectPtr<ISymbolManager> const m = manager();
+        auto const m = symbolManager();
         static_cast<SymbolManager*>(m.get())->getFileLoader(
             loader, IModuleImage::create(path.c_str(), arch_Unknown, false), false, "");
     }
-    ASSERT_EQ(loadBank(path, bank), status_Ok);
+    bank = bankOf(path);
     SymbolManager::forgetLoader(nullptr);
     loader.reset();
     EXPECT_EQ(symbolAt(*bank, 0x1004), "f@1000+16");
@@ -146,8 +136,7 @@ TEST(Manager, ResolversSeeTheCandidates) {
     } resolver;
     TempDir const dir;
     std::string const path = dir.file("m", module());
-    SymMgrObjectPtr<IModuleSymbolBank> bank;
-    EXPECT_EQ(manager()->loadSymbolsFromModule(path.c_str(), &resolver, bank, arch_Unknown, false, ""), status_Ok);
+    auto const bank = bankOf(path, load_flags_None, &resolver);
     EXPECT_EQ(resolver.calls, 0) << "not asked about an empty list";
     EXPECT_EQ(bank->symFileFormat(), 0U);
     EXPECT_STREQ(bank->symFileName(), path.c_str());

@@ -79,12 +79,8 @@ void place(std::string const& file, std::string const& path) {
 }
 
 std::string symbolFileOf(std::string const& path, ISymbolFileResolver& resolver) {
-    SymMgrObjectPtr<ISymbolManager> manager;
-    ISymbolManager::create(manager);
-    SymMgrObjectPtr<IModuleSymbolBank> bank;
-    status_t const status =
-        manager->loadSymbolsFromModuleEx(path.c_str(), &resolver, bank, arch_Unknown, load_flags_NewLoader, "");
-    return status == status_Ok ? std::to_string(bank->symFileFormat()) + " " + bank->symFileName() : "not loaded";
+    auto const bank = bankOf(path, load_flags_NewLoader, &resolver);
+    return std::to_string(bank->symFileFormat()) + " " + bank->symFileName();
 }
 
 /// Gives an index of its own, whatever there is.
@@ -229,13 +225,8 @@ TEST(Resolvers, TheSecondLoadFindsTheSame) {
     std::string const byLink = root.path() + module.dir().path() + "/c.debug";
     place(companion.path(), byId);
     place(companion.path(), byLink);
-    SymMgrObjectPtr<ISymbolManager> manager;
-    ISymbolManager::create(manager);
-    auto const loadFrom = [&](std::string const& path) {
-        SymMgrObjectPtr<IModuleSymbolBank> bank;
-        manager->loadSymbolsFromModuleEx(path.c_str(), &roots, bank, arch_Unknown, load_flags_None, "");
-        return bank;
-    };
+    auto const manager = symbolManager();
+    auto const loadFrom = [&](std::string const& path) { return bankOf(path, load_flags_None, &roots); };
     auto const load = [&] { return loadFrom(module.path()); };
     auto const first = load();
     EXPECT_EQ(first->symFileName(), byId);
@@ -299,8 +290,7 @@ TEST(Resolvers, ACompanionWithoutDwarfGivesItsSymbols) {
     Placed const module(programText(debugLink("c.debug", crcText(companion.path()))), "module");
     ASSERT_EQ(std::system(("strip -s " + module.path()).c_str()), 0);
     std::filesystem::copy(companion.path(), module.dir().path() + "/c.debug");
-    SymMgrObjectPtr<IModuleSymbolBank> bank;
-    ASSERT_EQ(loadBank(module.path(), bank), status_Ok);
+    auto const bank = bankOf(module.path());
     EXPECT_EQ(bank->symFileName(), module.dir().path() + "/c.debug");
     EXPECT_EQ(bank->symFileFormat(), 0U);
     EXPECT_EQ(symbolAt(*bank, 0x1004), "hidden@1000+16");

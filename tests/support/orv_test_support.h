@@ -98,11 +98,23 @@ inline SymMgrObjectPtr<IFileFormatLoader> loaderOf(std::string const& path, stat
     return loader;
 }
 
-inline status_t loadBank(std::string const& path, SymMgrObjectPtr<IModuleSymbolBank>& bank,
-                         unsigned int flags = load_flags_None) {
+inline SymMgrObjectPtr<ISymbolManager> symbolManager() {
     SymMgrObjectPtr<ISymbolManager> manager;
-    ISymbolManager::create(manager);
-    return manager->loadSymbolsFromModuleEx(path.c_str(), nullptr, bank, arch_Unknown, flags, "");
+    EXPECT_EQ(ISymbolManager::create(manager), status_Ok);
+    return manager;
+}
+
+inline status_t loadBank(std::string const& path, SymMgrObjectPtr<IModuleSymbolBank>& bank,
+                         unsigned int flags = load_flags_None, ISymbolFileResolver* resolver = nullptr) {
+    return symbolManager()->loadSymbolsFromModuleEx(path.c_str(), resolver, bank, arch_Unknown, flags, "");
+}
+
+/// The bank of a file that can be loaded.
+inline SymMgrObjectPtr<IModuleSymbolBank> bankOf(std::string const& path, unsigned int flags = load_flags_None,
+                                                 ISymbolFileResolver* resolver = nullptr) {
+    SymMgrObjectPtr<IModuleSymbolBank> bank;
+    status_t const status = loadBank(path, bank, flags, resolver);
+    return status == status_Ok ? bank : throw std::runtime_error(path + ": " + toUString(status));
 }
 
 constexpr auto k_allKinds = static_cast<symbol_kind_t>(31);
@@ -167,6 +179,25 @@ inline std::string allRanges(RangeIterator const& it) {
     std::string text;
     forEach(it, [&](ISymbolRange& range) { text += (text.empty() ? "" : " ") + rangeText(range); });
     return text;
+}
+
+/// The ranges of a bank as loaded, and those inside one, likewise.
+inline std::string symbolsOf(IModuleSymbolBank& bank, symbol_kind_t mask = k_allKinds) {
+    RangeIterator ranges;
+    bank.originalSymbolRanges(ranges, mask, nullptr, nullptr);
+    return allRanges(ranges);
+}
+inline std::string symbolsIn(ISymbolRange& range) {
+    RangeIterator ranges;
+    range.innerRanges(ranges);
+    return allRanges(ranges);
+}
+
+/// The place of the source at an address; null if none is known.
+inline SymMgrObjectPtr<ISourceLocation> placeIn(IModuleSymbolBank& bank, unsigned long long address) {
+    SymMgrObjectPtr<ISourceLocation> place;
+    bank.sourceLocationByAddress(addressIn(bank, address).get(), place, ~0ULL, nullptr);
+    return place;
 }
 
 } // namespace orv_test
