@@ -2,7 +2,6 @@
 // SPDX-FileCopyrightText: The ORV authors
 /// Inlined bodies: when they are made, what they know of their calls, which of them wins.
 
-#include "dwarf/orv_dwarf_constants.h"
 #include "lines/orv_sourceline_impl.h"
 #include "orv/orv_frames.h"
 #include "support/orv_assembler.h"
@@ -16,99 +15,74 @@ using namespace orv_test;
 
 namespace {
 
-/// Abbreviations: 1 a unit with lines, 2 a function with children, 3 and 4 inlined bodies with and without children, 5
-/// one with a range list, 6 an abstract function, 7 a lexical block, 8 a label, 9 one with nothing but its origin, 10
-/// an abstract function without a name, 16 an abstract function that is local, 17 a unit of a compiler whose siblings
-/// are trusted, 18 a body with a sibling, 19 one with a start and a range list.
-DwarfText inlineText() {
-    DwarfText text;
-    DwarfText::Specs const body = {{DW_AT_abstract_origin, DW_FORM_ref_addr},
-                                   {DW_AT_low_pc, DW_FORM_addr},
-                                   {DW_AT_high_pc, DW_FORM_sdata},
-                                   {DW_AT_call_file, DW_FORM_data1},
-                                   {DW_AT_call_line, DW_FORM_data1}};
-    text.abbrev(1, DW_TAG_compile_unit, true, {{DW_AT_name, DW_FORM_string}, {DW_AT_stmt_list, DW_FORM_sec_offset}})
-        .abbrev(2, DW_TAG_subprogram, true,
-                {{DW_AT_name, DW_FORM_string},
-                 {DW_AT_low_pc, DW_FORM_addr},
-                 {DW_AT_high_pc, DW_FORM_data4},
-                 {DW_AT_decl_file, DW_FORM_data1},
-                 {DW_AT_decl_line, DW_FORM_data1}})
-        .abbrev(3, DW_TAG_inlined_subroutine, true, body)
-        .abbrev(4, DW_TAG_inlined_subroutine, false, body)
-        .abbrev(5, DW_TAG_inlined_subroutine, true,
-                {{DW_AT_abstract_origin, DW_FORM_ref_addr}, {DW_AT_ranges, DW_FORM_sec_offset}})
-        .abbrev(6, DW_TAG_subprogram, false,
-                {{DW_AT_name, DW_FORM_string},
-                 {DW_AT_inline, DW_FORM_data1},
-                 {DW_AT_external, DW_FORM_flag},
-                 {DW_AT_decl_file, DW_FORM_data1},
-                 {DW_AT_decl_line, DW_FORM_data1}})
-        .abbrev(7, DW_TAG_lexical_block, true, {})
-        .abbrev(8, DW_TAG_label, false, {{DW_AT_name, DW_FORM_string}, {DW_AT_low_pc, DW_FORM_addr}})
-        .abbrev(9, DW_TAG_inlined_subroutine, true, {{DW_AT_abstract_origin, DW_FORM_ref_addr}})
-        .abbrev(10, DW_TAG_subprogram, false, {{DW_AT_inline, DW_FORM_data1}})
-        .abbrev(16, DW_TAG_subprogram, false, {{DW_AT_name, DW_FORM_string}})
-        .abbrev(17, DW_TAG_compile_unit, true, {{DW_AT_producer, DW_FORM_string}})
-        .abbrev(18, DW_TAG_inlined_subroutine, true,
-                {{DW_AT_sibling, DW_FORM_ref4},
-                 {DW_AT_abstract_origin, DW_FORM_ref_addr},
-                 {DW_AT_low_pc, DW_FORM_addr},
-                 {DW_AT_high_pc, DW_FORM_data2}})
-        .abbrev(19, DW_TAG_inlined_subroutine, true,
-                {{DW_AT_abstract_origin, DW_FORM_ref_addr},
-                 {DW_AT_low_pc, DW_FORM_addr},
-                 {DW_AT_ranges, DW_FORM_sec_offset}});
-    return text;
+std::string plainUnit() {
+    return entry(DW_TAG_compile_unit, {nameAttr("a.c"), {DW_AT_stmt_list, DW_FORM_sec_offset, "0"}}, Children::Follow);
+}
+/// Of a compiler whose siblings are trusted.
+std::string unitWithSiblings() {
+    return entry(DW_TAG_compile_unit, {{DW_AT_producer, DW_FORM_string, "GNU C 12"}}, Children::Follow);
 }
 
-constexpr char const* k_plainUnit = ".uleb128 1\n.asciz \"a.c\"\n.4byte 0\n";
-constexpr char const* k_unitWithSiblings = ".uleb128 17\n.asciz \"GNU C 12\"\n";
-
-std::string number(long long value) { return std::to_string(value); }
-
+/// What is inlined.
 std::string origin(std::string const& name) {
-    return ".Lo_" + name + ": .uleb128 6\n.asciz \"" + name + "\"\n.byte 1, 0, 2, 7\n";
+    return ".Lo_" + name + ": " +
+           entry(DW_TAG_subprogram, {nameAttr(name),
+                                     {DW_AT_inline, DW_FORM_data1, "1"},
+                                     {DW_AT_external, DW_FORM_flag, "0"},
+                                     {DW_AT_decl_file, DW_FORM_data1, "2"},
+                                     {DW_AT_decl_line, DW_FORM_data1, "7"}});
+}
+std::string localOrigin(std::string const& name) {
+    return ".Lo_" + name + ": " + entry(DW_TAG_subprogram, {nameAttr(name)});
 }
 
-std::string reference(std::string const& name) { return ".4byte .Lo_" + name + " - .Linfo\n"; }
+Attr originAttr(std::string const& name) {
+    return {DW_AT_abstract_origin, DW_FORM_ref_addr, ".Lo_" + name + " - .Linfo"};
+}
 
-std::string body(std::string const& name, int start, int size, int file = 1, int line = 5, int code = 3) {
-    return ".uleb128 " + number(code) + "\n" + reference(name) + ".8byte code + " + number(start) + "\n.sleb128 " +
-           number(size) + "\n.byte " + number(file) + ", " + number(line) + "\n";
+/// An inlined body, whose end is to be written behind what lies in it.
+std::string inlined(Attrs const& attrs) { return entry(DW_TAG_inlined_subroutine, attrs, Children::Follow); }
+
+std::string body(std::string const& name, int start, int size, int file = 1, int line = 5,
+                 Children children = Children::Follow) {
+    return entry(DW_TAG_inlined_subroutine,
+                 {originAttr(name),
+                  lowAttr(start),
+                  {DW_AT_high_pc, DW_FORM_sdata, number(size)},
+                  {DW_AT_call_file, DW_FORM_data1, number(file)},
+                  {DW_AT_call_line, DW_FORM_data1, number(line)}},
+                 children);
+}
+std::string listedBody(std::string const& name, std::string const& list) {
+    return inlined({originAttr(name), {DW_AT_ranges, DW_FORM_sec_offset, list + " - .Lranges"}});
 }
 
 std::string function(int start, int size) {
-    return ".uleb128 2\n.asciz \"f\"\n.8byte code + " + number(start) + "\n.4byte " + number(size) + "\n.byte 1, 1\n";
+    return entry(DW_TAG_subprogram,
+                 {nameAttr("f"),
+                  lowAttr(start),
+                  {DW_AT_high_pc, DW_FORM_data4, number(size)},
+                  {DW_AT_decl_file, DW_FORM_data1, "1"},
+                  {DW_AT_decl_line, DW_FORM_data1, "1"}},
+                 Children::Follow);
 }
 
-constexpr char const* k_end = ".byte 0\n";
+std::string label(std::string const& name, int place) { return entry(DW_TAG_label, {nameAttr(name), lowAttr(place)}); }
+std::string block() { return entry(DW_TAG_lexical_block, {}, Children::Follow); }
 
-/// Files a.c and b.h; one row a.c:1 over 0x1000..0x1010, b.h:7 over 0x1010..0x1020, a.c:9 over 0x1020..0x1040.
-constexpr char const* k_lines = R"(.4byte 2f - 1f
-1: .2byte 2
-.4byte 4f - 3f
-3: .byte 1, 1, -5, 14, 13
-.byte 0, 1, 1, 1, 1, 0, 0, 0, 1, 0, 0, 1
-.byte 0
-.asciz "a.c"
-.byte 0, 0, 0
-.asciz "b.h"
-.byte 0, 0, 0, 0
-4: .byte 0, 9, 2
-.8byte code
-.byte 1, 4, 2, 3, 6, 2, 16, 1, 4, 1, 3, 2, 2, 16, 1, 2, 32, 0, 1, 1
-2:
-)";
+/// One row a.c:1 over 0x1000..0x1010, b.h:7 over 0x1010..0x1020, a.c:9 over 0x1020..0x1040.
+std::string lines() {
+    LineHeader header;
+    header.files = ".asciz \"a.c\"\n.byte 0, 0, 0\n.asciz \"b.h\"\n.byte 0, 0, 0\n";
+    return lineTable(header, setAddress(0) + k_copyRow + ".byte 4, 2, 3, 6\n" + setAddress(0x10) + k_copyRow +
+                                 ".byte 4, 1, 3, 2\n" + setAddress(0x20) + k_copyRow + setAddress(0x40) +
+                                 k_endSequence);
+}
 
 class Module {
 public:
-    explicit Module(std::string const& entries, std::string const& unit = k_plainUnit, DwarfText text = inlineText())
-        : m_file(text.unit({}, unit + entries + k_end).section(".debug_line", k_lines).source()) {
-        if (loadBank(m_file.path(), m_bank, load_flags_NewLoader) != status_Ok) {
-            throw std::runtime_error("not loaded");
-        }
-    }
+    explicit Module(std::string const& entries, std::string const& unit = plainUnit(), DwarfText text = {})
+        : m_file(text.unit({}, unit + entries + k_end).section(".debug_line", lines()).source()) {}
     IModuleSymbolBank& bank() { return *m_bank; }
     SymMgrObjectPtr<ISymbolRange> functionAt(unsigned long long value) {
         return rangeIn(*m_bank, value, symbol_kind_Function);
@@ -118,15 +92,11 @@ public:
         outer.innerRangeByAddress(inner, addressIn(*m_bank, value).get());
         return inner;
     }
-    std::string inside(unsigned long long value) {
-        RangeIterator ranges;
-        functionAt(value)->innerRanges(ranges);
-        return allRanges(ranges);
-    }
+    std::string inside(unsigned long long value) { return symbolsIn(*functionAt(value)); }
 
 private:
     Assembled m_file;
-    SymMgrObjectPtr<IModuleSymbolBank> m_bank;
+    SymMgrObjectPtr<IModuleSymbolBank> m_bank = bankOf(m_file.path(), load_flags_NewLoader);
 };
 
 Scope& scopeOf(ISymbolRange& range) { return *static_cast<SymbolRange&>(range).scope(); }
@@ -178,26 +148,27 @@ TEST(Inline, WhatIsRefused) {
         std::string entries;
         std::string inside;
     };
-    std::string const nested = body("h", 0x14, 4, 1, 5, 4) + k_end;
+    std::string const nested = body("h", 0x14, 4, 1, 5, Children::None) + k_end;
     for (Row const& row : {
-             Row{"no place", ".uleb128 9\n" + reference("g") + nested, ""},
+             Row{"no place", inlined({originAttr("g")}) + nested, ""},
              Row{"outside of all segments", body("g", 0x100000, 8) + nested, ""},
-             Row{"an origin without a name",
-                 ".uleb128 3\n.4byte .Lnone - .Linfo\n.8byte code\n.byte 8, 1, 5\n" + nested, ""},
-             Row{"no origin", ".uleb128 3\n.4byte 0x7fffffff\n.8byte code\n.byte 8, 1, 5\n" + nested, ""},
+             Row{"an origin without a name", body("none", 0, 8) + nested, ""},
+             Row{"no origin", ".set .Lo_lost, .Linfo + 0x7fffffff\n" + body("lost", 0, 8) + nested, ""},
              Row{"the end below the start", body("g", 0x10, -8) + nested, "g[4112,4112)"},
-             Row{"a list", ".uleb128 5\n" + reference("g") + ".4byte 0\n" + nested, "g[4112,4128) g[4144,4160)"},
-             Row{"a start and a list", ".uleb128 19\n" + reference("g") + ".8byte code + 0x50\n.4byte 0\n" + nested,
+             Row{"a list", listedBody("g", ".Lranges") + nested, "g[4112,4128) g[4144,4160)"},
+             Row{"a start and a list",
+                 inlined({originAttr("g"), lowAttr(0x50), {DW_AT_ranges, DW_FORM_sec_offset, "0"}}) + nested,
                  "g[4112,4128) g[4144,4160)"},
-             Row{"an empty list", ".uleb128 5\n" + reference("g") + ".4byte .Lempty - .Lranges\n" + nested, ""},
+             Row{"an empty list", listedBody("g", ".Lempty") + nested, ""},
          }) {
-        DwarfText text = inlineText();
+        DwarfText text;
         text.section(
             ".debug_ranges",
             ".Lranges: .8byte code + 0x30, code + 0x40, code + 0x10, code + 0x20, 0, 0\n.Lempty: .8byte 5, 5, 0, 0\n");
-        Module module(origin("g") + origin("h") + ".Lnone: .uleb128 10\n.byte 1\n" + function(0, 0x80) + row.entries +
-                          k_end + ".uleb128 7\n" + body("g", 0x80, 8) + k_end + k_end,
-                      k_plainUnit, std::move(text));
+        std::string const nameless = ".Lo_none: " + entry(DW_TAG_subprogram, {{DW_AT_inline, DW_FORM_data1, "1"}});
+        Module module(origin("g") + origin("h") + nameless + function(0, 0x80) + row.entries + k_end + block() +
+                          body("g", 0x80, 8) + k_end + k_end,
+                      plainUnit(), std::move(text));
         RangeIterator all; // wherever it stands
         scopeOf(*module.functionAt(0x1000)).symbolRanges(all, 0, ~0ULL, symbol_kind_Function);
         EXPECT_EQ(allRanges(all), row.inside) << row.name;
@@ -206,8 +177,8 @@ TEST(Inline, WhatIsRefused) {
 }
 
 TEST(Inline, CallSites) {
-    Module module(origin("g") + function(0, 0x40) + body("g", 0, 4, 0, 5, 4) + body("g", 8, 4, 1, 0, 4) +
-                  body("g", 16, 4, 9, 5, 4) + k_end);
+    Module module(origin("g") + function(0, 0x40) + body("g", 0, 4, 0, 5, Children::None) +
+                  body("g", 8, 4, 1, 0, Children::None) + body("g", 16, 4, 9, 5, Children::None) + k_end);
     auto const outer = module.functionAt(0x1000);
     for (auto const& [address, hasSite] : {std::pair(0x1000, false), {0x1008, false}, {0x1010, true}}) {
         auto const inner = module.innerAt(*outer, static_cast<unsigned long long>(address));
@@ -220,13 +191,11 @@ TEST(Inline, CallSites) {
 
 TEST(Inline, CallersSeeTheCall) {
     // f inlines g, which has its line in b.h, and g3, whose call is not known.
-    Module module(origin("g") + origin("g3") + function(0, 0x40) + body("g", 0x10, 0x10, 1, 5, 4) +
-                  body("g3", 0x30, 0x10, 9, 5, 4) + k_end);
+    Module module(origin("g") + origin("g3") + function(0, 0x40) + body("g", 0x10, 0x10, 1, 5, Children::None) +
+                  body("g3", 0x30, 0x10, 9, 5, Children::None) + k_end);
     auto const outer = module.functionAt(0x1000);
     Scope& scope = scopeOf(*outer);
-    SymMgrObjectPtr<ISourceLocation> location;
-    module.bank().sourceLocationByAddress(addressIn(module.bank(), 0x1000).get(), location, ~0ULL, nullptr);
-    auto* const file = static_cast<SourceFile*>(location->sourceFile());
+    auto* const file = static_cast<SourceFile*>(placeIn(module.bank(), 0x1000)->sourceFile());
     ISrcLineResolver* const resolver = dynamic_cast<GlobalScope&>(*scope.parentScope()).srcLineResolver();
     auto const linesOf = [&](unsigned int fileId) {
         LineIterator lines;
@@ -300,10 +269,10 @@ private:
             inner += level(from, to, depth + 1, self);
         }
         if (pick(12) == 0) {
-            inner += ".uleb128 8\n.asciz \"l\"\n.8byte code + " + number(from + pick(to - from)) + "\n";
+            inner += label("l", from + pick(to - from));
         }
         if (isBlock) {
-            return ".uleb128 7\n" + inner + k_end;
+            return block() + inner + k_end;
         }
         auto& ranges = m_made[static_cast<std::size_t>(self)].ranges;
         if (pick(3) != 0) {
@@ -311,15 +280,15 @@ private:
             m_made[static_cast<std::size_t>(self)].isCalled = true;
             return body(name, start, size) + inner + k_end;
         }
-        std::string const label = ".Llist" + number(m_count++);
-        m_lists += label + ":\n";
+        std::string const list = ".Llist" + number(m_count++);
+        m_lists += list + ":\n";
         for (int pieces = 1 + pick(4); pieces > 0; --pieces) {
             int const at = from + pick(to - from);
             ranges.emplace_back(at, at + 1 + pick(0x30));
             m_lists += ".8byte code + " + number(at) + ", code + " + number(ranges.back().second) + "\n";
         }
         m_lists += ".8byte 0, 0\n";
-        return ".uleb128 5\n" + reference(name) + ".4byte " + label + " - .Lranges\n" + inner + k_end;
+        return listedBody(name, list) + inner + k_end;
     }
 
     std::mt19937 m_random;
@@ -366,13 +335,13 @@ void expectChains(IModuleSymbolBank& bank, std::vector<unsigned long long> addre
 } // namespace
 
 TEST(Inline, TheLastBodyInTheFileHoldsAnAddress) {
-    std::string const origins = origin("g") + origin("h") + origin("_ZN1AC1Ev") + origin("_ZN1AC2Ev") +
-                                origin("_Z1gi") + ".Lo_loc: .uleb128 16\n.asciz \"loc\"\n";
+    std::string const origins =
+        origin("g") + origin("h") + origin("_ZN1AC1Ev") + origin("_ZN1AC2Ev") + origin("_Z1gi") + localOrigin("loc");
     for (unsigned int seed = 0; seed < 60; ++seed) {
         RandomBodies const bodies(seed);
-        DwarfText text = inlineText();
+        DwarfText text;
         text.section(".debug_ranges", ".Lranges:\n" + bodies.lists());
-        Module module(origins + function(0, 0x400) + bodies.entries() + k_end, k_plainUnit, std::move(text));
+        Module module(origins + function(0, 0x400) + bodies.entries() + k_end, plainUnit(), std::move(text));
         Scope& scope = scopeOf(*module.functionAt(0x1000));
         std::vector<unsigned long long> addresses;
         for (int place = 0; place < 0x400; ++place) {
@@ -392,17 +361,21 @@ TEST(Inline, OddEntries) {
         /// By place, where there are any: the bodies from the inside out, and the scopes' ranges from the outside in.
         char const* expected;
     };
-    std::string const variable = ".Lv: .uleb128 11\n.byte 9, 3\n.8byte code + 0x20\n";
+    std::string const variable =
+        ".Lo_v: " + entry(DW_TAG_variable, {{DW_AT_location, DW_FORM_block1, ".byte 3\n.8byte code + 0x20"}});
     std::string chain;
     for (int i = 1; i <= 9; ++i) {
-        chain += ".Lc" + number(i) + ": .uleb128 13\n.4byte .Lc" + number(i + 1) + " - .Linfo\n";
+        chain += ".Lo_c" + number(i) + ": " + entry(DW_TAG_subprogram, {originAttr("c" + number(i + 1))});
     }
-    auto const sibling = [](std::string const& label, std::string const& inner) {
-        return ".uleb128 14\n.4byte " + label + " - .Lunit0\n" + reference("g") +
-               ".8byte code + 0x10\n.sleb128 0x20\n" + inner;
+    auto const sibling = [](std::string const& where, std::string const& inner) {
+        return inlined({{DW_AT_sibling, DW_FORM_ref4, where + " - .Lunit0"},
+                        originAttr("g"),
+                        lowAttr(0x10),
+                        {DW_AT_high_pc, DW_FORM_sdata, "0x20"}}) +
+               inner;
     };
     for (Row const& row : {
-             Row{"a variable's place in its origin", ".uleb128 12\n.4byte .Lv - .Linfo\n", variable, ""},
+             Row{"a variable's place in its origin", entry(DW_TAG_variable, {originAttr("v")}), variable, ""},
              Row{"a sibling that skips one: bodies are gone into",
                  sibling(".Lnext", body("i", 0x12, 4) + k_end + k_end) + body("h", 0x40, 0x10) + k_end +
                      ".Lnext: " + body("i", 0x60, 8) + k_end,
@@ -412,33 +385,18 @@ TEST(Inline, OddEntries) {
              Row{"a sibling among its own",
                  sibling(".Lin", body("h", 0x12, 4) + k_end + ".Lin: " + body("i", 0x14, 4) + k_end) + k_end, "",
                  "18: h g < g[4112,4144) h[4114,4118); 20: i g < g[4112,4144) i[4116,4120); 32: g < g[4112,4144); "},
-             Row{"a name at the end of a long chain",
-                 ".uleb128 3\n.4byte .Lc3 - .Linfo\n.8byte code + 0x10\n.sleb128 8\n.byte 1, 1\n" + std::string(k_end) +
-                     ".uleb128 3\n.4byte .Lc4 - .Linfo\n.8byte code + 0x30\n.sleb128 8\n.byte 1, 1\n" + k_end,
-                 chain + ".Lc10: " + origin("far"), "48: far < far[4144,4152); "},
-             Row{"an origin that leads back",
-                 ".Lback: .uleb128 3\n.4byte .Lback - .Linfo\n.8byte code + 0x10\n.sleb128 8\n.byte 1, 1\n" +
-                     std::string(k_end),
-                 "", ""},
-             Row{"a body in a variable", ".uleb128 15\n.asciz \"v\"\n" + body("g", 0x10, 8) + k_end + k_end, "",
+             Row{"a name at the end of a long chain", body("c3", 0x10, 8) + k_end + body("c4", 0x30, 8) + k_end,
+                 chain + ".Lo_c10: " + origin("far"), "48: far < far[4144,4152); "},
+             Row{"an origin that leads back", ".Lo_back: " + body("back", 0x10, 8) + k_end, "", ""},
+             Row{"a body in a variable", entry(DW_TAG_variable, {nameAttr("v")}, body("g", 0x10, 8) + k_end), "",
                  "18: g < g[4112,4120); 20: g < g[4112,4120); "},
              Row{"no extent, in front of one that ends", body("g", 0x20, 0) + k_end + body("h", 0x20, 4) + k_end, "",
                  "32: h < h[4128,4132); 48: < g[4128,4128); 68: < g[4128,4128); 100: < g[4128,4128); "},
              Row{"an unknown code", body("g", 0x10, 0x20) + body("h", 0x12, 4) + k_end + ".uleb128 99\n", "",
                  "18: h g < g[4112,4144) h[4114,4118); 20: h g < g[4112,4144) h[4114,4118); 32: g < g[4112,4144); "},
          }) {
-        DwarfText text = inlineText();
-        text.abbrev(11, DW_TAG_variable, false, {{DW_AT_location, DW_FORM_block1}})
-            .abbrev(12, DW_TAG_variable, false, {{DW_AT_abstract_origin, DW_FORM_ref_addr}})
-            .abbrev(13, DW_TAG_subprogram, false, {{DW_AT_abstract_origin, DW_FORM_ref_addr}})
-            .abbrev(14, DW_TAG_inlined_subroutine, true,
-                    {{DW_AT_sibling, DW_FORM_ref4},
-                     {DW_AT_abstract_origin, DW_FORM_ref_addr},
-                     {DW_AT_low_pc, DW_FORM_addr},
-                     {DW_AT_high_pc, DW_FORM_sdata}})
-            .abbrev(15, DW_TAG_variable, true, {{DW_AT_name, DW_FORM_string}});
         Module module(origin("g") + origin("h") + origin("i") + row.outside + function(0, 0x400) + row.entries + k_end,
-                      k_unitWithSiblings, std::move(text));
+                      unitWithSiblings());
         std::string found;
         for (unsigned long long const address : {0x1012, 0x1014, 0x1020, 0x1030, 0x1044, 0x1064}) {
             auto range = module.functionAt(address);
@@ -454,13 +412,12 @@ TEST(Inline, OddEntries) {
 
 TEST(Inline, KindsThatComeLater) {
     // A load without functions goes into inlined bodies, so that their labels lie in the function itself.
-    std::string const entries = origin("g") + function(0, 0x80) + body("g", 0x10, 0x10) +
-                                ".uleb128 8\n.asciz \"lab\"\n.8byte code + 0x18\n" + k_end + k_end;
+    std::string const entries =
+        origin("g") + function(0, 0x80) + body("g", 0x10, 0x10) + label("lab", 0x18) + k_end + k_end;
     for (bool const isTableFirst : {false, true}) {
         Module module(entries);
         auto const outer = module.functionAt(0x1000);
         SymMgrObjectPtr<ISymbolRange> g;
-        RangeIterator ranges;
         Scope& scope = scopeOf(*outer);
         if (isTableFirst) {
             scope.ensureKinds(symbol_kind_Function);
@@ -468,8 +425,7 @@ TEST(Inline, KindsThatComeLater) {
             scope.symbolRangeByAddress(g, 0x1014, symbol_kind_Function, nullptr);
             EXPECT_EQ(rangeText(*g), "g[4112,4128)");
         }
-        outer->innerRanges(ranges);
-        EXPECT_EQ(allRanges(ranges), "g[4112,4128) lab[4120,4120)");
+        EXPECT_EQ(symbolsIn(*outer), "g[4112,4128) lab[4120,4120)");
         auto const inner = module.innerAt(*outer, 0x1025);
         ASSERT_TRUE(inner);
         EXPECT_EQ(rangeText(*inner), "lab[4120,4120)");
@@ -488,11 +444,17 @@ TEST(Inline, NestsWithoutEnd) {
         std::string deep = ".Ldeep:\n";
         for (int i = 0; i < depth; ++i) {
             int const behind = depth * k_entrySize + (isAstray ? 0 : depth - i);
-            deep += ".byte 18\n.4byte .Ldeep - .Lunit0 + " + number(behind) + "\n" + reference("g") +
-                    ".8byte code + 0x10\n.2byte 0x10\n";
+            deep += ".byte 18\n.4byte .Ldeep - .Lunit0 + " + number(behind) +
+                    ", .Lo_g - .Linfo\n.8byte code + 0x10\n.2byte 0x10\n";
         }
         deep += ".fill " + number(depth) + ", 1, 0\n";
-        Module module(origin("g") + function(0, 0x80) + deep + k_end, k_unitWithSiblings);
+        DwarfText text;
+        text.abbrev(18, DW_TAG_inlined_subroutine, true,
+                    {{DW_AT_sibling, DW_FORM_ref4},
+                     {DW_AT_abstract_origin, DW_FORM_ref_addr},
+                     {DW_AT_low_pc, DW_FORM_addr},
+                     {DW_AT_high_pc, DW_FORM_data2}});
+        Module module(origin("g") + function(0, 0x80) + deep + k_end, unitWithSiblings(), std::move(text));
         int found = 0;
         for (auto inner = module.functionAt(0x1010); inner; ++found) {
             RangeIterator ranges;
@@ -506,15 +468,12 @@ TEST(Inline, NestsWithoutEnd) {
 TEST(Inline, NestsDeeplyBesideLabels) {
     // No level is plain, and there are no siblings to go by: each is read by its own.
     constexpr int k_depth = 16000;
-    DwarfText text = inlineText();
-    text.abbrev(11, DW_TAG_label, false, {});
     std::string deep;
     for (int i = 0; i < k_depth; ++i) {
-        deep += ".byte 11\n" + body(i % 2 == 0 ? "g" : "h", 0x10, 0x10);
+        deep += entry(DW_TAG_label, {}) + body(i % 2 == 0 ? "g" : "h", 0x10, 0x10);
     }
     Module module(origin("g") + origin("h") + function(0, 0x80) + deep + ".fill " + number(k_depth) + ", 1, 0\n" +
-                      body("h", 0x40, 8) + k_end + k_end,
-                  k_plainUnit, std::move(text));
+                  body("h", 0x40, 8) + k_end + k_end);
     EXPECT_EQ(module.inside(0x1010), "g[4112,4128) h[4160,4168)");
     int depth = 0;
     auto const outer = module.functionAt(0x1010);

@@ -2,7 +2,6 @@
 // SPDX-FileCopyrightText: The ORV authors
 /// Line programs and file tables, from assembler text.
 
-#include "dwarf/orv_dwarf_constants.h"
 #include "resolver/orv_debug_sections.h"
 #include "support/orv_assembler.h"
 #include "support/orv_elf_builder.h"
@@ -11,46 +10,13 @@ using namespace orv_test;
 
 namespace {
 
-/// What stands in a line table's header.
-struct Header {
-    unsigned int version = 2;
-    unsigned int minimumInstructionLength = 1;
-    unsigned int defaultIsStmt = 1;
-    int lineBase = -5;
-    unsigned int lineRange = 14;
-    unsigned int opcodeBase = 13;
-    bool is64 = false;
-    std::string directories = ".asciz \"inc\"\n.asciz \"/abs\"\n";
-    std::string files = ".asciz \"a.c\"\n.byte 0, 0, 0\n.asciz \"b.h\"\n.byte 1\n.uleb128 300, 70000\n"
-                        ".asciz \"c.h\"\n.byte 2, 0, 0\n.asciz \"/d/e.h\"\n.byte 1, 0, 0\n";
-};
-
-std::string lineTable(Header const& header, std::string const& program) {
-    // Its labels are local ones of the assembler.
-    std::ostringstream text;
-    std::string const offset = header.is64 ? ".8byte " : ".4byte ";
-    text << (header.is64 ? ".4byte 0xffffffff\n" : "") << offset << "94f - 91f\n91: .2byte " << header.version << "\n"
-         << offset << "93f - 92f\n92: .byte " << header.minimumInstructionLength << "\n"
-         << (header.version >= 4 ? ".byte 1\n" : "") << ".byte " << header.defaultIsStmt << "\n.byte "
-         << header.lineBase << ", " << header.lineRange << ", " << header.opcodeBase << "\n.fill "
-         << (header.opcodeBase != 0 ? header.opcodeBase - 1 : 0) << ", 1, 1\n"
-         << header.directories << ".byte 0\n"
-         << header.files << ".byte 0\n93:\n"
-         << program << "94:\n";
-    return text.str();
+/// What a unit in /dir says of itself: it has a line table, from an offset on.
+Attrs unitAttrs(std::string const& name = "a.c", std::string const& offset = "0") {
+    return {nameAttr(name), {DW_AT_comp_dir, DW_FORM_string, "/dir"}, {DW_AT_stmt_list, DW_FORM_sec_offset, offset}};
 }
-
-std::string setAddress(unsigned int offset) { return ".byte 0, 9, 2\n.8byte code + " + std::to_string(offset) + "\n"; }
-char const* const k_copy = ".byte 1\n";
-char const* const k_end = ".byte 0, 1, 1\n";
-
-/// A unit in /dir that has a line table, from an offset on.
 DwarfText unitText(std::string const& offset = "0") {
     DwarfText text;
-    text.abbrev(1, DW_TAG_compile_unit, false,
-                {{DW_AT_name, DW_FORM_string}, {DW_AT_comp_dir, DW_FORM_string}, {DW_AT_stmt_list, DW_FORM_sec_offset}})
-        .unit({}, ".uleb128 1\n.asciz \"a.c\"\n.asciz \"/dir\"\n.4byte " + offset + "\n");
-    return text;
+    return text.unit({}, entry(DW_TAG_compile_unit, unitAttrs("a.c", offset)));
 }
 
 struct Declared {
@@ -60,26 +26,19 @@ struct Declared {
 };
 
 std::string function(std::string const& name, int start, int size, Declared const& declared = {}) {
-    return ".uleb128 2\n.asciz \"" + name + "\"\n.8byte code + " + std::to_string(start) + "\n.4byte " +
-           std::to_string(size) + "\n.byte " + std::to_string(declared.file) + ", " + std::to_string(declared.line) +
-           ", " + std::to_string(declared.column) + "\n";
+    return entry(DW_TAG_subprogram, {nameAttr(name),
+                                     lowAttr(start),
+                                     {DW_AT_high_pc, DW_FORM_data4, number(size)},
+                                     {DW_AT_decl_file, DW_FORM_data1, number(declared.file)},
+                                     {DW_AT_decl_line, DW_FORM_data1, number(declared.line)},
+                                     {DW_AT_decl_column, DW_FORM_data1, number(declared.column)}});
 }
 
 /// The same with functions in it.
 DwarfText functionsText(std::string const& functions, std::string const& lines) {
     DwarfText text;
-    text.abbrev(1, DW_TAG_compile_unit, true,
-                {{DW_AT_name, DW_FORM_string}, {DW_AT_comp_dir, DW_FORM_string}, {DW_AT_stmt_list, DW_FORM_sec_offset}})
-        .abbrev(2, DW_TAG_subprogram, false,
-                {{DW_AT_name, DW_FORM_string},
-                 {DW_AT_low_pc, DW_FORM_addr},
-                 {DW_AT_high_pc, DW_FORM_data4},
-                 {DW_AT_decl_file, DW_FORM_data1},
-                 {DW_AT_decl_line, DW_FORM_data1},
-                 {DW_AT_decl_column, DW_FORM_data1}})
-        .unit({}, ".uleb128 1\n.asciz \"a.c\"\n.asciz \"/dir\"\n.4byte 0\n" + functions + ".byte 0\n")
+    return text.unit({}, entry(DW_TAG_compile_unit, unitAttrs(), functions))
         .section(".debug_line", lineTable({}, lines));
-    return text;
 }
 
 std::string rowsOf(std::string const& lineSection) {
@@ -95,9 +54,10 @@ TEST(DwarfLines, UnitsMayShareAProgram) {
     constexpr int k_units = 20;
     DwarfText text = unitText();
     for (int i = 1; i < k_units; ++i) {
-        text.unit({}, ".uleb128 1\n.asciz \"a.c\"\n.asciz \"/dir\"\n.4byte 0\n");
+        text.unit({}, entry(DW_TAG_compile_unit, unitAttrs()));
     }
-    text.section(".debug_line", lineTable({}, setAddress(0) + k_copy + ".rept 4000\n.byte 0x20\n.endr\n" + k_end));
+    text.section(".debug_line",
+                 lineTable({}, setAddress(0) + k_copyRow + ".rept 4000\n.byte 0x20\n.endr\n" + k_endSequence));
     PlainDebugInfo debug(Assembled(text.source()).path());
     LineIterator lines;
     debug.resolver().sourceLines(lines, ~0ULL, 0, 0, 0, nullptr);
@@ -110,70 +70,71 @@ TEST(DwarfLines, UnitsMayShareAProgram) {
 
 TEST(DwarfLines, RunsEachOpcode) {
     std::string const begin = setAddress(0);
-    std::string const next = setAddress(0x10) + k_end; // closes the last stretch at 0x1010
-    Header const plain;
-    Header fine;
+    std::string const next = setAddress(0x10) + k_endSequence; // closes the last stretch at 0x1010
+    LineHeader const plain;
+    LineHeader fine;
     fine.minimumInstructionLength = 4;
-    Header few;
+    LineHeader few;
     few.opcodeBase = 10;
-    Header many;
+    LineHeader many;
     many.opcodeBase = 15;
-    Header flat;
+    LineHeader flat;
     flat.lineRange = 0;
     struct Case {
         char const* what;
-        Header header;
+        LineHeader header;
         std::string program;
         char const* rows;
     };
     for (auto const& [what, header, program, rows] : std::vector<Case>{
              {"special of 4 bytes", fine, begin + ".byte 13 + 14 * 3 + 7\n" + next, "100c+4 /dir/a.c:3:0"},
              {"special without a range", flat, begin + ".byte 3, 9\n.byte 200\n" + next, "1000+10 /dir/a.c:5:0"},
-             {"advance_pc of 4 bytes", fine, begin + ".byte 2\n.uleb128 3\n" + k_copy + next, "100c+4 /dir/a.c:1:0"},
+             {"advance_pc of 4 bytes", fine, begin + ".byte 2\n.uleb128 3\n" + k_copyRow + next, "100c+4 /dir/a.c:1:0"},
              {"high lines", plain, begin + ".byte 3\n.sleb128 39999\n.byte 13 + 6\n" + next,
               "1000+10 /dir/a.c:40001:0"},
              {"lines that wrap round", plain,
-              begin + ".byte 3\n.sleb128 0x7fffffffffffffff\n.byte 13 + 6\n.byte 3\n.sleb128 6\n" + k_copy + next,
+              begin + ".byte 3\n.sleb128 0x7fffffffffffffff\n.byte 13 + 6\n.byte 3\n.sleb128 6\n" + k_copyRow + next,
               "1000+0 /dir/a.c:1:0 1000+10 /dir/a.c:7:0"},
              {"set_file, to absolute directories and names too, to file 0 and one beyond the table", plain,
               begin + ".byte 4, 2, 1, 2, 4, 4, 3, 1, 2, 4, 4, 4, 1, 2, 4, 4, 0, 1, 2, 2, 4, 5, 1\n" + next,
               "1000+4 /dir/inc/b.h:1:0 1004+4 /abs/c.h:1:0 1008+4 /d/e.h:1:0"},
-             {"const_add_pc of 4 bytes", fine, begin + ".byte 8\n" + k_copy + setAddress(0x20) + k_end,
+             {"const_add_pc of 4 bytes", fine, begin + ".byte 8\n" + k_copyRow + setAddress(0x20) + k_endSequence,
               "1011+f /dir/a.c:1:0"},
-             {"fixed_advance_pc, down", plain, setAddress(8) + k_copy + ".byte 9\n.2byte 0xffff\n" + k_copy + next,
-              "1007+9 /dir/a.c:1:0"},
+             {"fixed_advance_pc, down", plain,
+              setAddress(8) + k_copyRow + ".byte 9\n.2byte 0xffff\n" + k_copyRow + next, "1007+9 /dir/a.c:1:0"},
              {"negate_stmt, basic_block, prologue_end, epilogue_begin, isa", plain,
-              begin + ".byte 6, 7, 10, 11, 12\n.uleb128 300\n" + k_copy + next, "1000+10 /dir/a.c:1:0"},
+              begin + ".byte 6, 7, 10, 11, 12\n.uleb128 300\n" + k_copyRow + next, "1000+10 /dir/a.c:1:0"},
              {"opcode_base 10", few, begin + ".byte 10\n" + next, "1000+10 /dir/a.c:4294967292:0"},
-             {"opcode 13 below the base", many, begin + ".byte 13\n" + k_copy + next, "1000+10 /dir/a.c:1:0"},
-             {"discriminator", plain, begin + ".byte 0, 2, 4, 7\n" + k_copy + ".byte 2, 4\n" + k_copy + next,
+             {"opcode 13 below the base", many, begin + ".byte 13\n" + k_copyRow + next, "1000+10 /dir/a.c:1:0"},
+             {"discriminator", plain, begin + ".byte 0, 2, 4, 7\n" + k_copyRow + ".byte 2, 4\n" + k_copyRow + next,
               "1000+4 /dir/a.c:1:0.7 1004+c /dir/a.c:1:0"},
              {"define_file", plain,
-              begin + ".byte 0, 8, 3\n.asciz \"n.h\"\n.byte 0, 0, 0\n.byte 4, 5\n" + k_copy + next,
+              begin + ".byte 0, 8, 3\n.asciz \"n.h\"\n.byte 0, 0, 0\n.byte 4, 5\n" + k_copyRow + next,
               "1000+10 /dir/n.h:1:0"},
-             {"unknown extended opcode", plain, begin + ".byte 0, 4, 0x80, 1, 2, 3\n" + k_copy + next,
+             {"unknown extended opcode", plain, begin + ".byte 0, 4, 0x80, 1, 2, 3\n" + k_copyRow + next,
               "1000+10 /dir/a.c:1:0"},
-             {"rows of no size", plain, begin + k_copy + ".byte 3, 1\n" + k_copy + next,
+             {"rows of no size", plain, begin + k_copyRow + ".byte 3, 1\n" + k_copyRow + next,
               "1000+0 /dir/a.c:1:0 1000+10 /dir/a.c:2:0"},
              {"two sequences", plain,
-              begin + ".byte 5\n.uleb128 300\n" + k_copy + setAddress(4) + k_end + setAddress(0x20) + k_copy +
-                  setAddress(0x24) + k_end,
+              begin + ".byte 5\n.uleb128 300\n" + k_copyRow + setAddress(4) + k_endSequence + setAddress(0x20) +
+                  k_copyRow + setAddress(0x24) + k_endSequence,
               "1000+4 /dir/a.c:1:300 1020+4 /dir/a.c:1:0"},
-             {"backwards", plain, setAddress(0x40) + k_copy + setAddress(0x20) + k_copy + setAddress(0x30) + k_end,
+             {"backwards", plain,
+              setAddress(0x40) + k_copyRow + setAddress(0x20) + k_copyRow + setAddress(0x30) + k_endSequence,
               "1020+10 /dir/a.c:1:0"},
-             {"no code there", plain, ".byte 0, 9, 2\n.8byte 0x900000\n" + std::string(k_copy) + ".byte 2, 4\n" + k_end,
-              ""},
-             {"no end", plain, begin + k_copy + setAddress(4) + k_copy, "1000+4 /dir/a.c:1:0"},
+             {"no code there", plain,
+              ".byte 0, 9, 2\n.8byte 0x900000\n" + std::string(k_copyRow) + ".byte 2, 4\n" + k_endSequence, ""},
+             {"no end", plain, begin + k_copyRow + setAddress(4) + k_copyRow, "1000+4 /dir/a.c:1:0"},
          }) {
         EXPECT_EQ(rowsOf(lineTable(header, program)), rows) << what;
     }
 }
 
 TEST(DwarfLines, ReadsHeadersOfEveryVersion) {
-    std::string const program = setAddress(0) + k_copy + setAddress(4) + k_end;
+    std::string const program = setAddress(0) + k_copyRow + setAddress(4) + k_endSequence;
     for (unsigned int const version : {0U, 1U, 2U, 3U, 4U}) {
         for (bool const is64 : {false, true}) {
-            Header header;
+            LineHeader header;
             header.version = version;
             header.is64 = is64;
             EXPECT_EQ(rowsOf(lineTable(header, program)), "1000+4 /dir/a.c:1:0") << "version " << version;
@@ -181,20 +142,20 @@ TEST(DwarfLines, ReadsHeadersOfEveryVersion) {
     }
     struct Row {
         char const* assertion;
-        void (*edit)(Header&);
+        void (*edit)(LineHeader&);
         status_t status;
         char const* rows;
     };
     for (auto const& [assertion, edit, status, rows] : {
-             Row{"1 <= minimumInstructionLength", [](Header& h) { h.minimumInstructionLength = 0; }, status_Ok,
+             Row{"1 <= minimumInstructionLength", [](LineHeader& h) { h.minimumInstructionLength = 0; }, status_Ok,
                  "1000+4 /dir/a.c:1:0"},
-             Row{"minimumInstructionLength <= 4", [](Header& h) { h.minimumInstructionLength = 5; }, status_Ok,
+             Row{"minimumInstructionLength <= 4", [](LineHeader& h) { h.minimumInstructionLength = 5; }, status_Ok,
                  "1000+4 /dir/a.c:1:0"},
-             Row{"defaultIsStmt < 2", [](Header& h) { h.defaultIsStmt = 2; }, status_Ok, "1000+4 /dir/a.c:1:0"},
-             Row{"incDirectory", [](Header& h) { h.directories.clear(); }, status_Ok, "1000+4 /dir/a.c:1:0"},
-             Row{nullptr, [](Header& h) { h.version = 5; }, status_UnsupportedFileVersion, ""},
+             Row{"defaultIsStmt < 2", [](LineHeader& h) { h.defaultIsStmt = 2; }, status_Ok, "1000+4 /dir/a.c:1:0"},
+             Row{"incDirectory", [](LineHeader& h) { h.directories.clear(); }, status_Ok, "1000+4 /dir/a.c:1:0"},
+             Row{nullptr, [](LineHeader& h) { h.version = 5; }, status_UnsupportedFileVersion, ""},
          }) {
-        Header header;
+        LineHeader header;
         edit(header);
         DwarfText text = unitText();
         text.section(".debug_line", lineTable(header, program));
@@ -240,12 +201,12 @@ TEST(DwarfLines, StatusOfUnitsWithoutAProgram) {
 
 TEST(DwarfLines, UnitsShareFiles) {
     DwarfText text = unitText("0");
-    text.unit({}, ".uleb128 1\n.asciz \"b.h\"\n.asciz \"/dir\"\n.4byte .Lsecond\n");
-    Header reversed;
+    text.unit({}, entry(DW_TAG_compile_unit, unitAttrs("b.h", ".Lsecond")));
+    LineHeader reversed;
     reversed.files = ".asciz \"b.h\"\n.byte 1, 0, 0\n.asciz \"a.c\"\n.byte 0, 0, 0\n";
     text.section(".debug_line",
-                 lineTable({}, setAddress(0) + k_copy + setAddress(4) + k_end) + ".Lsecond:\n" +
-                     lineTable(reversed, setAddress(8) + ".byte 4, 2\n" + k_copy + setAddress(12) + k_end));
+                 lineTable({}, setAddress(0) + k_copyRow + setAddress(4) + k_endSequence) + ".Lsecond:\n" +
+                     lineTable(reversed, setAddress(8) + ".byte 4, 2\n" + k_copyRow + setAddress(12) + k_endSequence));
     Assembled const module(text.source());
     PlainDebugInfo debug(module.path());
     EXPECT_EQ(debug.rows(), "1000+4 /dir/a.c:1:0 1008+4 /dir/a.c:1:0");
@@ -268,16 +229,15 @@ TEST(DwarfLines, UnitsShareFiles) {
 }
 
 TEST(DwarfLines, OfASymbol) {
-    DwarfText const text = functionsText(function("f", 0, 0x40, {1, 5, 7}) + function("g", 0x40, 0x40, {9, 5}),
-                                         setAddress(0) + ".byte 3, 9\n" + k_copy + setAddress(0x10) + ".byte 4, 2\n" +
-                                             k_copy + setAddress(0x20) + ".byte 4, 1\n" + k_copy + setAddress(0x40) +
-                                             ".byte 4, 2\n" + k_copy + setAddress(0x60) + k_end);
+    DwarfText const text =
+        functionsText(function("f", 0, 0x40, {1, 5, 7}) + function("g", 0x40, 0x40, {9, 5}),
+                      setAddress(0) + ".byte 3, 9\n" + k_copyRow + setAddress(0x10) + ".byte 4, 2\n" + k_copyRow +
+                          setAddress(0x20) + ".byte 4, 1\n" + k_copyRow + setAddress(0x40) + ".byte 4, 2\n" +
+                          k_copyRow + setAddress(0x60) + k_endSequence);
     Assembled const module(text.source());
-    SymMgrObjectPtr<IModuleSymbolBank> bank;
-    ASSERT_EQ(loadBank(module.path(), bank), status_Ok);
-    SymMgrObjectPtr<ISourceLocation> location; // a first question for a line loads by itself
-    EXPECT_EQ(bank->sourceLocationByAddress(addressIn(*bank, 0x105f).get(), location, ~0ULL, nullptr), status_Ok);
-    EXPECT_EQ(bank->sourceLocationByAddress(addressIn(*bank, 0x1060).get(), location, ~0ULL, nullptr), status_False);
+    auto const bank = bankOf(module.path());
+    EXPECT_TRUE(placeIn(*bank, 0x105f)); // a first question for a line loads by itself
+    EXPECT_FALSE(placeIn(*bank, 0x1060));
     auto const linesOf = [](ISymbol& symbol) {
         LineIterator lines;
         std::ostringstream found;
@@ -308,14 +268,13 @@ TEST(DwarfLines, ChoosersSeeWhatTheShortWayTakes) {
     std::ostringstream program;
     auto const startOf = [](unsigned int row) { return row / 2 * 29 % 190; };
     for (unsigned int i = 0; i < 40; ++i) {
-        int const number = static_cast<int>(i);
-        entries += function("f" + std::to_string(i), number * 37 % 200, number * 13 % 90, {number % 5, 1});
+        int const n = static_cast<int>(i);
+        entries += function("f" + number(n), n * 37 % 200, n * 13 % 90, {n % 5, 1});
         program << setAddress(startOf(i)) << ".byte 4, " << 1 + i % 4 << "\n.byte 3, " << i << "\n"
-                << k_copy << setAddress(startOf(i) + i * 7 % 60) << k_end;
+                << k_copyRow << setAddress(startOf(i) + i * 7 % 60) << k_endSequence;
     }
     Assembled const module(functionsText(entries, program.str()).source());
-    SymMgrObjectPtr<IModuleSymbolBank> bank;
-    ASSERT_EQ(loadBank(module.path(), bank), status_Ok);
+    auto const bank = bankOf(module.path());
     class Collector final : public ISourceLocationChooser {
     public:
         status_t choose(SymMgrObjectPtr<ISourceLocation>& out,
@@ -331,12 +290,10 @@ TEST(DwarfLines, ChoosersSeeWhatTheShortWayTakes) {
     };
     int several = 0;
     for (unsigned long long address = 0x1000; address < 0x1110; ++address) {
-        SymMgrObjectPtr<IAddress> const where = addressIn(*bank, address);
-        SymMgrObjectPtr<ISourceLocation> chosen;
+        auto const chosen = placeIn(*bank, address);
         SymMgrObjectPtr<ISourceLocation> none;
         Collector chooser;
-        bank->sourceLocationByAddress(where.get(), chosen, ~0ULL, nullptr);
-        bank->sourceLocationByAddress(where.get(), none, ~0ULL, &chooser);
+        bank->sourceLocationByAddress(addressIn(*bank, address).get(), none, ~0ULL, &chooser);
         several += chooser.lines.size() > 1 ? 1 : 0;
         unsigned int expected = 0;
         for (unsigned int const line : chooser.lines) {
@@ -350,7 +307,7 @@ TEST(DwarfLines, ChoosersSeeWhatTheShortWayTakes) {
 TEST(DwarfLines, OfACompanionMoveToTheModule) {
     // Where code is, the companion says; the module has its own 0x500000 further on.
     Assembled const companion(
-        functionsText(function("f", 0, 0x40), setAddress(0) + k_copy + setAddress(4) + k_end).source());
+        functionsText(function("f", 0, 0x40), setAddress(0) + k_copyRow + setAddress(4) + k_endSequence).source());
     constexpr unsigned long long k_distance = 0x500000;
     std::string link("c.debug", 8);
     ElfBuilder::put(link, fileCrc(companion.path().c_str()), 4);
@@ -361,17 +318,16 @@ TEST(DwarfLines, OfACompanionMoveToTheModule) {
     TempDir const dir;
     std::string const path = dir.file("module", elf.bytes());
     std::filesystem::copy(companion.path(), dir.path() + "/c.debug");
-    SymMgrObjectPtr<IModuleSymbolBank> bank;
-    ASSERT_EQ(loadBank(path, bank), status_Ok);
+    auto const bank = bankOf(path);
     EXPECT_EQ(symbolAt(*bank, 0x1000 + k_distance, symbol_kind_Function), "f@501000+64");
-    SymMgrObjectPtr<ISourceLocation> place;
-    bank->sourceLocationByAddress(addressIn(*bank, 0x1003 + k_distance).get(), place, ~0ULL, nullptr);
+    auto const place = placeIn(*bank, 0x1003 + k_distance);
     ASSERT_TRUE(place);
     EXPECT_STREQ(place->sourceFile()->path(), "/dir/a.c");
 }
 
 TEST(DwarfLines, SkipsSymbolsOnDemand) {
-    DwarfText const text = functionsText(function("f", 0, 0x40), setAddress(0) + k_copy + setAddress(4) + k_end);
+    DwarfText const text =
+        functionsText(function("f", 0, 0x40), setAddress(0) + k_copyRow + setAddress(4) + k_endSequence);
     Assembled const module(text.source());
     ::setenv("ORV_SKIP_DWARF_SYMBOLS", "1", 1);
     EXPECT_EQ(dwarfSymbols(module.path()), "");

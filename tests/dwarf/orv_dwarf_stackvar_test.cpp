@@ -2,7 +2,6 @@
 // SPDX-FileCopyrightText: The ORV authors
 /// Stack variables: each form of a location, types and members, from assembler text.
 
-#include "dwarf/orv_dwarf_constants.h"
 #include "support/orv_assembler.h"
 
 using namespace orv_test;
@@ -11,85 +10,63 @@ namespace {
 
 constexpr unsigned long long k_stackPointer = 0x7000;
 constexpr unsigned long long k_framePointer = 0x8000;
+constexpr unsigned int k_parameterTag = 0x05;
 
-/// Abbreviations: 1 a unit, 2 a function with a frame base in a block, 3 one with a list, 4 a variable with a block and
-/// a type, 5 one with a list, 6 one with an exprloc, 7 a lexical block, 8 a base type, 9 a structure, 10 a member at a
-/// number, 11 at an expression, 13 an array, 14 a subrange, 15 a typedef, 16 a constant type,
-/// 17 a union, 18 a variable with an origin and a block, 19 a function of DWARF 4, 20 a parameter.
-DwarfText stackText() {
-    DwarfText text;
-    auto const function = [](unsigned int base, unsigned int high) {
-        return DwarfText::Specs{{DW_AT_name, DW_FORM_string},
-                                {DW_AT_low_pc, DW_FORM_addr},
-                                {DW_AT_high_pc, high},
-                                {DW_AT_frame_base, base}};
-    };
-    auto const variable = [](unsigned int form) {
-        return DwarfText::Specs{{DW_AT_name, DW_FORM_string},
-                                {DW_AT_location, form},
-                                {DW_AT_type, DW_FORM_ref4},
-                                {DW_AT_decl_file, DW_FORM_data1},
-                                {DW_AT_decl_line, DW_FORM_data1}};
-    };
-    DwarfText::Specs const sized = {{DW_AT_name, DW_FORM_string}, {DW_AT_byte_size, DW_FORM_data2}};
-    DwarfText::Specs const typed = {{DW_AT_type, DW_FORM_ref4}};
-    auto const member = [](unsigned int form) {
-        return DwarfText::Specs{
-            {DW_AT_name, DW_FORM_string}, {DW_AT_type, DW_FORM_ref4}, {DW_AT_data_member_location, form}};
-    };
-    text.abbrev(1, DW_TAG_compile_unit, true, {{DW_AT_name, DW_FORM_string}, {DW_AT_low_pc, DW_FORM_addr}})
-        .abbrev(2, DW_TAG_subprogram, true, function(DW_FORM_block1, DW_FORM_addr))
-        .abbrev(3, DW_TAG_subprogram, true, function(DW_FORM_data4, DW_FORM_addr))
-        .abbrev(4, DW_TAG_variable, false, variable(DW_FORM_block1))
-        .abbrev(5, DW_TAG_variable, false, variable(DW_FORM_data4))
-        .abbrev(6, DW_TAG_variable, false, variable(DW_FORM_exprloc))
-        .abbrev(7, DW_TAG_lexical_block, true, {})
-        .abbrev(8, DW_TAG_base_type, false, sized)
-        .abbrev(9, DW_TAG_structure_type, true, sized)
-        .abbrev(10, DW_TAG_member, false, member(DW_FORM_data1))
-        .abbrev(11, DW_TAG_member, false, member(DW_FORM_block1))
-        .abbrev(13, DW_TAG_array_type, true, typed)
-        .abbrev(14, DW_TAG_subrange_type, false, {{DW_AT_upper_bound, DW_FORM_sdata}})
-        .abbrev(15, DW_TAG_typedef, false, typed)
-        .abbrev(16, DW_TAG_const_type, false, typed)
-        .abbrev(17, DW_TAG_union_type, true, sized)
-        .abbrev(18, DW_TAG_variable, false, {{DW_AT_abstract_origin, DW_FORM_ref4}, {DW_AT_location, DW_FORM_block1}})
-        .abbrev(19, DW_TAG_subprogram, true, function(DW_FORM_exprloc, DW_FORM_data4))
-        .abbrev(20, 0x05, false, variable(DW_FORM_block1));
-    return text;
+Attr typeAttr(std::string const& type) { return {DW_AT_type, DW_FORM_ref4, ".Lt_" + type + " - .Lunit0"}; }
+Attr block(unsigned int name, std::string const& bytes) { return {name, DW_FORM_block1, bytes}; }
+Attr place(std::string const& bytes) { return block(DW_AT_location, bytes); }
+Attr placeList(std::string const& offset) { return {DW_AT_location, DW_FORM_data4, offset}; }
+Attr placed(int offset) { return place(".byte 0x91\n.sleb128 " + number(offset)); }
+Attr staticPlace(std::string const& offset) { return place(".byte 3\n.8byte code + " + offset); }
+
+/// A function over [0x1000, 0x1040] with its base, the frame pointer if none is given.
+std::string function(std::string const& inner, Attr const& base = block(DW_AT_frame_base, ".byte 0x56")) {
+    return entry(DW_TAG_subprogram, {nameAttr("f"), lowAttr(0), {DW_AT_high_pc, DW_FORM_addr, "code + 0x40"}, base},
+                 inner);
 }
 
-std::string number(long long value) { return std::to_string(value); }
-
-std::string entry(int code, std::string const& name) {
-    return ".uleb128 " + number(code) + "\n.asciz \"" + name + "\"\n";
+std::string variable(std::string const& name, Attr const& location, std::string const& type = "int",
+                     unsigned int tag = DW_TAG_variable) {
+    return entry(tag, {nameAttr(name),
+                       location,
+                       typeAttr(type),
+                       {DW_AT_decl_file, DW_FORM_data1, "1"},
+                       {DW_AT_decl_line, DW_FORM_data1, "3"}});
 }
 
-/// A function over [0x1000, 0x1040]; its base as the form has it.
-std::string function(std::string const& base, int code = 2) {
-    return entry(code, "f") + ".8byte code, code + 0x40\n" + base;
+// Types have a label, by which others speak of them.
+
+std::string label(std::string const& type) { return ".Lt_" + type + ": "; }
+
+std::string sized(unsigned int tag, std::string const& type, std::string const& name, int size,
+                  Children children = Children::None) {
+    return label(type) + entry(tag, {nameAttr(name), {DW_AT_byte_size, DW_FORM_data2, number(size)}}, children);
 }
-
-std::string block(std::string const& bytes) { return ".byte 9f - 8f\n8: " + bytes + "\n9:\n"; }
-
-std::string variable(std::string const& name, std::string const& location, std::string const& type = "int",
-                     int code = 4) {
-    return entry(code, name) + location + ".4byte .Lt_" + type + " - .Lunit0\n.byte 1, 3\n";
+std::string base(std::string const& type, std::string const& name, int size) {
+    return sized(DW_TAG_base_type, type, name, size);
 }
-
-std::string base(std::string const& label, std::string const& name, int size) {
-    return ".Lt_" + label + ": " + entry(8, name) + ".2byte " + number(size) + "\n";
+std::string structure(std::string const& name, int size, std::string const& members,
+                      unsigned int tag = DW_TAG_structure_type) {
+    return sized(tag, name, name, size, Children::Follow) + members + k_end;
 }
-
-constexpr char const* k_end = ".byte 0\n";
+std::string member(std::string const& name, std::string const& type, int at) {
+    return entry(DW_TAG_member,
+                 {nameAttr(name), typeAttr(type), {DW_AT_data_member_location, DW_FORM_data1, number(at)}});
+}
+std::string otherName(std::string const& type, std::string const& of, unsigned int tag = DW_TAG_typedef) {
+    return label(type) + entry(tag, {typeAttr(of)});
+}
+std::string array(std::string const& type, std::vector<char const*> const& bounds) {
+    std::string ranges;
+    for (char const* const bound : bounds) {
+        ranges += entry(DW_TAG_subrange_type, {{DW_AT_upper_bound, DW_FORM_sdata, bound}});
+    }
+    return label(type) + entry(DW_TAG_array_type, {typeAttr("int")}, ranges);
+}
 
 class FakeFrame {
 public:
     explicit FakeFrame(DwarfText const& text, std::string const& more = "") : m_file(text.source() + more) {
-        if (loadBank(m_file.path(), m_bank, load_flags_NewLoader) != status_Ok) {
-            throw std::runtime_error("not loaded");
-        }
-        m_context = IStackFrameContext::create();
         m_context->setRegister(0, k_stackPointer);
         m_context->setRegister(1, k_framePointer);
     }
@@ -126,17 +103,18 @@ public:
 
 private:
     Assembled m_file;
-    SymMgrObjectPtr<IModuleSymbolBank> m_bank;
-    SymMgrObjectPtr<IStackFrameContext> m_context;
+    SymMgrObjectPtr<IModuleSymbolBank> m_bank = bankOf(m_file.path(), load_flags_NewLoader);
+    SymMgrObjectPtr<IStackFrameContext> m_context = IStackFrameContext::create();
     SymMgrObjectPtr<ISymbol> m_symbol;
 };
 
 /// One variable in a function.
-std::string oneVariable() { return function(block(".byte 0x56")) + variable("v", block(".byte 0x91, 8")) + k_end; }
+std::string oneVariable() { return function(variable("v", placed(8))); }
 
 DwarfText withUnit(std::string const& entries, std::string const& locations = "") {
-    DwarfText text = stackText();
-    text.unit({3, 8, false}, entry(1, "a.c") + ".8byte code\n" + base("int", "int", 4) + entries + k_end);
+    DwarfText text;
+    text.unit({3, 8, false},
+              entry(DW_TAG_compile_unit, {nameAttr("a.c"), lowAttr(0)}, base("int", "int", 4) + entries));
     text.section(".debug_loc", ".Lloc:\n" + locations);
     return text;
 }
@@ -144,76 +122,82 @@ DwarfText withUnit(std::string const& entries, std::string const& locations = ""
 } // namespace
 
 TEST(StackVariable, FormsOfLocations) {
-    std::string const list = ".4byte 0\n";
-    std::string const fbreg = ".byte 0x91\n.sleb128 -16";
+    auto const frameBase = [](std::string const& bytes) { return block(DW_AT_frame_base, bytes); };
+    Attr const baseList = {DW_AT_frame_base, DW_FORM_data4, "0"};
+    Attr const lostList = {DW_AT_frame_base, DW_FORM_data4, "0x1000"};
+    Attr const expression = {DW_AT_location, DW_FORM_exprloc, ".byte 0x91, 8"};
+    Attr const framePointer = frameBase(".byte 0x56");
     struct Row {
         char const* name;
-        std::string frame;
-        std::string location;
+        Attr frame;
+        Attr location;
         unsigned long long address; ///< 0: the variable is nowhere.
-        int frameCode = 2;
-        int locationCode = 4;
         std::string locations = "";
     };
     std::string const oneEntry = ".8byte 0x10, 0x20\n.2byte 9f - 8f\n8: .byte 0x77\n.sleb128 8\n9: .8byte 0, 0\n";
     for (Row const& row : {
-             Row{"fbreg over breg6", block(".byte 0x76\n.sleb128 16"), block(fbreg), k_framePointer},
-             Row{"fbreg over breg5", block(".byte 0x75\n.sleb128 16"), block(fbreg), k_framePointer},
-             Row{"fbreg over breg7", block(".byte 0x77\n.sleb128 16"), block(fbreg), k_stackPointer},
-             Row{"fbreg over breg4", block(".byte 0x74\n.sleb128 16"), block(fbreg), k_stackPointer},
-             Row{"fbreg over reg6", block(".byte 0x56"), block(fbreg), k_framePointer - 16},
-             Row{"fbreg over reg4", block(".byte 0x54"), block(fbreg), k_stackPointer - 16},
-             Row{"fbreg over reg5, which is none", block(".byte 0x55"), block(".byte 0x91\n.sleb128 16"), 16},
-             Row{"the call frame in a block", block(".byte 0x9c"), block(fbreg), k_framePointer - 16},
-             Row{"the call frame in a list", list, block(fbreg), k_framePointer, 3, 4,
+             Row{"fbreg over breg6", frameBase(".byte 0x76\n.sleb128 16"), placed(-16), k_framePointer},
+             Row{"fbreg over breg5", frameBase(".byte 0x75\n.sleb128 16"), placed(-16), k_framePointer},
+             Row{"fbreg over breg7", frameBase(".byte 0x77\n.sleb128 16"), placed(-16), k_stackPointer},
+             Row{"fbreg over breg4", frameBase(".byte 0x74\n.sleb128 16"), placed(-16), k_stackPointer},
+             Row{"fbreg over reg6", framePointer, placed(-16), k_framePointer - 16},
+             Row{"fbreg over reg4", frameBase(".byte 0x54"), placed(-16), k_stackPointer - 16},
+             Row{"fbreg over reg5, which is none", frameBase(".byte 0x55"), placed(16), 16},
+             Row{"the call frame in a block", frameBase(".byte 0x9c"), placed(-16), k_framePointer - 16},
+             Row{"the call frame in a list", baseList, placed(-16), k_framePointer,
                  ".8byte 0, 0x40\n.2byte 1\n.byte 0x9c\n.8byte 0, 0\n"},
-             Row{"a list", list, block(fbreg), k_stackPointer - 8, 3, 4, oneEntry},
-             Row{"a list behind its entry", list, block(".byte 0x91\n.sleb128 16"), 16, 3, 4,
+             Row{"a list", baseList, placed(-16), k_stackPointer - 8, oneEntry},
+             Row{"a list behind its entry", baseList, placed(16), 16,
                  ".8byte 0x11, 0x20\n.2byte 1\n.byte 0x56\n.8byte 0, 0\n"},
-             Row{"a list with a base", list, block(fbreg), k_framePointer - 16, 3, 4,
+             Row{"a list with a base", baseList, placed(-16), k_framePointer - 16,
                  ".8byte -1, 0x1008, 8, 9\n.2byte 1\n.byte 0x56\n.8byte 0, 0\n"},
-             Row{"an entry that ends at pc", list, block(".byte 0x91\n.sleb128 16"), 16, 3, 4,
+             Row{"an entry that ends at pc", baseList, placed(16), 16,
                  ".8byte 0, 0x10\n.2byte 1\n.byte 0x56\n.8byte 0, 0\n"},
-             Row{"a list that is not there", ".4byte 0x1000\n", block(".byte 0x91\n.sleb128 16"), 16, 3},
-             Row{"a list that breaks off", list, block(".byte 0x91\n.sleb128 16"), 16, 3, 4,
-                 ".8byte 0, 0x40\n.2byte 1000\n"},
-             Row{"a variable in a list", block(""), list, k_stackPointer + 8, 2, 5, oneEntry},
-             Row{"plus_uconst alone", block(""), block(".byte 0x23\n.uleb128 0x9000"), 0x9000},
-             Row{"breg6", block(""), block(".byte 0x76\n.sleb128 -8"), k_framePointer - 8},
-             Row{"only the first operation", block(".byte 0x56"), block(".byte 0x91, 8, 0x23, 4"), k_framePointer + 8},
-             Row{"an exprloc", block(".byte 0x56"), ".uleb128 2\n.byte 0x91, 8\n", 0, 2, 6},
-             Row{"an address", block(".byte 0x56"), block(".byte 3\n.8byte 0x9000"), 0},
-             Row{"an empty block", block(".byte 0x56"), block(""), 0},
+             Row{"a list that is not there", lostList, placed(16), 16},
+             Row{"a list that breaks off", baseList, placed(16), 16, ".8byte 0, 0x40\n.2byte 1000\n"},
+             Row{"a variable in a list", frameBase(""), placeList("0"), k_stackPointer + 8, oneEntry},
+             Row{"plus_uconst alone", frameBase(""), place(".byte 0x23\n.uleb128 0x9000"), 0x9000},
+             Row{"breg6", frameBase(""), place(".byte 0x76\n.sleb128 -8"), k_framePointer - 8},
+             Row{"only the first operation", framePointer, place(".byte 0x91, 8, 0x23, 4"), k_framePointer + 8},
+             Row{"an exprloc", framePointer, expression, 0},
+             Row{"an address", framePointer, place(".byte 3\n.8byte 0x9000"), 0},
+             Row{"an empty block", framePointer, place(""), 0},
          }) {
         // One at address 0 would be found there: we ask no address below 4.
-        FakeFrame frame(
-            withUnit(function(row.frame, row.frameCode) + variable("v", row.location, "int", row.locationCode) + k_end,
-                     row.locations));
+        FakeFrame frame(withUnit(function(variable("v", row.location), row.frame), row.locations));
         EXPECT_EQ(frame.find(), row.address) << row.name;
     }
 }
 
 TEST(StackVariable, OfDwarf4HasNoPlace) {
     // The end is a distance there, and is compared as it stands.
-    FakeFrame frame(withUnit(entry(19, "f") + ".8byte code\n.4byte 0x40\n.uleb128 1\n.byte 0x9c\n" +
-                             variable("v", ".uleb128 2\n.byte 0x91, 8\n", "int", 6) + k_end));
+    FakeFrame frame(withUnit(entry(DW_TAG_subprogram,
+                                   {nameAttr("f"),
+                                    lowAttr(0),
+                                    {DW_AT_high_pc, DW_FORM_data4, "0x40"},
+                                    {DW_AT_frame_base, DW_FORM_exprloc, ".byte 0x9c"}},
+                                   variable("v", {DW_AT_location, DW_FORM_exprloc, ".byte 0x91, 8"}))));
     LogCapture const log;
     EXPECT_EQ(frame.at(k_framePointer + 8), "?");
     EXPECT_EQ(log.count("Address range did not match subprogram,  address:4112 low: 4096 high: 64 func: f"), 1U);
 }
 
 TEST(StackVariable, WhichOneIsTaken) {
-    std::string const at8 = block(".byte 0x91, 8");
-    std::string const at16 = block(".byte 0x91, 16");
-    std::string const at32 = block(".byte 0x91, 32");
     // By its symbol the function is longer than by its entry.
-    FakeFrame frame(withUnit(".Lorigin: " + variable("named", at32) + function(block(".byte 0x56")) +
-                             variable("parameter", at8, "int", 20) + ".uleb128 7\n" + variable("first", at8) + k_end +
-                             ".uleb128 7\n" + variable("second", at8) + variable("in", at16) + k_end +
-                             ".uleb128 18\n.4byte .Lorigin - .Lunit0\n" + block(".byte 0x91, 24") +
-                             variable("unsized", block(".byte 0x91, 40"), "none") + k_end + entry(2, "next") +
-                             ".8byte code + 0x60, code + 0x70\n" + block("") + k_end + ".Lt_none: .byte 0\n"),
-                    ".text\n.globl f\n.type f, @function\n.set f, code\n.size f, 0x60\n");
+    std::string const next = entry(
+        DW_TAG_subprogram,
+        {nameAttr("next"), lowAttr(0x60), {DW_AT_high_pc, DW_FORM_addr, "code + 0x70"}, block(DW_AT_frame_base, "")},
+        "");
+    FakeFrame frame(
+        withUnit(
+            ".Lorigin: " + variable("named", placed(32)) +
+            function(variable("parameter", placed(8), "int", k_parameterTag) +
+                     entry(DW_TAG_lexical_block, {}, variable("first", placed(8))) +
+                     entry(DW_TAG_lexical_block, {}, variable("second", placed(8)) + variable("in", placed(16))) +
+                     entry(DW_TAG_variable, {{DW_AT_abstract_origin, DW_FORM_ref4, ".Lorigin - .Lunit0"}, placed(24)}) +
+                     variable("unsized", placed(40), "none")) +
+            next + ".Lt_none: .byte 0\n"),
+        ".text\n.globl f\n.type f, @function\n.set f, code\n.size f, 0x60\n");
     EXPECT_EQ(frame.at(k_framePointer + 8), "first!"); // whichever block holds pc
     EXPECT_EQ(frame.at(k_framePointer + 16), "in!");
     EXPECT_EQ(frame.at(k_framePointer + 24), "named!");
@@ -241,22 +225,16 @@ TEST(StackVariable, WhichOneIsTaken) {
 TEST(StackVariable, TypesAndMembers) {
     std::string const types =
         base("unsigned", "unsigned int", 4) + base("short", "short", 2) + base("char", "char", 1) +
-        base("print", "print", 4) + base("nameless", "", 4) + ".Lt_inner: " + entry(9, "inner") + ".2byte 8\n" +
-        entry(10, "a") + ".4byte .Lt_int - .Lunit0\n.byte 0\n" + entry(11, "b") + ".4byte .Lt_short - .Lunit0\n" +
-        block(".byte 0x23, 4") + k_end + ".Lt_alias: .uleb128 15\n.4byte .Lt_inner - .Lunit0\n" +
-        ".Lt_constant: .uleb128 16\n.4byte .Lt_inner - .Lunit0\n.Lt_count: .uleb128 15\n.4byte .Lt_int - .Lunit0\n" +
-        ".Lt_union: " + entry(17, "u") + ".2byte 8\n" + entry(10, "x") + ".4byte .Lt_inner - .Lunit0\n.byte 0\n" +
-        entry(10, "y") + ".4byte .Lt_int - .Lunit0\n.byte 0\n" + k_end + ".Lt_array: .uleb128 13\n.4byte .Lt_int - " +
-        ".Lunit0\n.uleb128 14\n.sleb128 2\n.uleb128 14\n.sleb128 4\n.byte 0\n.Lt_huge: .uleb128 13\n.4byte .Lt_int - " +
-        ".Lunit0\n.uleb128 14\n.sleb128 0x7ffffffffffffffe\n.byte 0\n.Lt_self: " + entry(9, "self") + ".2byte 8\n" +
-        entry(10, "again") + ".4byte .Lt_self - .Lunit0\n.byte 0\n" + k_end +
-        ".Lt_ring: .uleb128 15\n.4byte .Lt_ring2 " +
-        "- .Lunit0\n.Lt_ring2: .uleb128 15\n.4byte .Lt_ring - .Lunit0\n.Lt_outer: " + entry(9, "outer") +
-        ".2byte 24\n" + entry(10, "n") + ".4byte .Lt_inner - .Lunit0\n.byte 8\n" + entry(10, "m") +
-        ".4byte .Lt_alias - .Lunit0\n.byte 16\n" + k_end + ".Lt_holder: " + entry(9, "holder") + ".2byte 8\n" +
-        entry(10, "h") + ".4byte .Lt_union - .Lunit0\n.byte 0\n" + k_end + ".Lt_single: .uleb128 13\n" +
-        ".4byte .Lt_int - .Lunit0\n.uleb128 14\n.sleb128 0\n.byte 0\n";
-    auto const at = [](int offset) { return block(".byte 0x91\n.sleb128 " + number(offset)); };
+        base("print", "print", 4) + base("nameless", "", 4) +
+        structure("inner", 8,
+                  member("a", "int", 0) + entry(DW_TAG_member, {nameAttr("b"), typeAttr("short"),
+                                                                block(DW_AT_data_member_location, ".byte 0x23, 4")})) +
+        otherName("alias", "inner") + otherName("constant", "inner", DW_TAG_const_type) + otherName("count", "int") +
+        structure("union", 8, member("x", "inner", 0) + member("y", "int", 0), DW_TAG_union_type) +
+        array("array", {"2", "4"}) + array("huge", {"0x7ffffffffffffffe"}) + array("single", {"0"}) +
+        structure("self", 8, member("again", "self", 0)) + otherName("ring", "ring2") + otherName("ring2", "ring") +
+        structure("outer", 24, member("n", "inner", 8) + member("m", "alias", 16)) +
+        structure("holder", 8, member("h", "union", 0));
     struct Row {
         char const* type;
         int offset; ///< From the variable's start.
@@ -275,7 +253,7 @@ TEST(StackVariable, TypesAndMembers) {
              Row{"outer", 12, "v::n::b"}, Row{"outer", 20, "v::m"},   Row{"outer", 4, "v"},  Row{"holder", 4, "v::h"},
              Row{"single", 0, "v"},       Row{"single", 1, "-"},
          }) {
-        FakeFrame frame(withUnit(types + function(block(".byte 0x56")) + variable("v", at(16), row.type) + k_end));
+        FakeFrame frame(withUnit(types + function(variable("v", placed(16), row.type))));
         EXPECT_EQ(frame.at(k_framePointer + 16 + static_cast<unsigned int>(row.offset)), row.wanted)
             << row.type << " + " << row.offset;
     }
@@ -284,11 +262,10 @@ TEST(StackVariable, TypesAndMembers) {
 TEST(StackVariable, ManyThatShareWhatIsLong) {
     // Each of 7,000 variables looks at ten entries of one list, each of 2,000 at a chain of types that has no end: more
     // than a small file may ask for, and still the last one is found, by the first question too.
-    std::string const many = ".rept 7000\n" + variable("x", ".4byte 0\n", "int", 5) + ".endr\n.rept 2000\n" +
-                             variable("y", block(".byte 0x91, 1"), "ring") + ".endr\n";
+    std::string const many = ".rept 7000\n" + variable("x", placeList("0")) + ".endr\n.rept 2000\n" +
+                             variable("y", placed(1), "ring") + ".endr\n";
     DwarfText text = withUnit(".Lt_ring: .uleb128 21\n.4byte .Lt_ring - .Lunit0\n.fill 20000, 1, 0\n" +
-                                  function(block(".byte 0x56")) + many +
-                                  variable("last", ".4byte .Llast - .Lloc\n", "int", 5) + k_end,
+                                  function(many + variable("last", placeList(".Llast - .Lloc"))),
                               ".rept 10\n.8byte 0x20, 0x28\n.2byte 0\n.endr\n.8byte 0, 0\n.fill 80000, 1, 0\n"
                               ".Llast: .8byte 0, 0x40\n.2byte 2\n.byte 0x91, 8\n.8byte 0, 0\n");
     DwarfText::Specs ring = {{DW_AT_type, DW_FORM_ref4}};
@@ -306,8 +283,7 @@ TEST(StackVariable, WhatCannotBeAsked) {
     SymMgrObjectPtr<IStackFrameContext> context = IStackFrameContext::create();
     SymMgrObjectPtr<IStackFrameContext> none;
     Assembled const plain(".text\n.globl code\n.type code, @function\ncode: .fill 0x40, 1, 0x90\n.size code, 0x40\n");
-    SymMgrObjectPtr<IModuleSymbolBank> bank;
-    ASSERT_EQ(loadBank(plain.path(), bank), status_Ok);
+    auto const bank = bankOf(plain.path());
     for (auto& given : {context, none}) {
         SymMgrObjectPtr<IStackFrameContext> asked = given;
         EXPECT_EQ(bank->findStackVariable(addressIn(*bank, 0x1010).get(), 8, asked, symbol, nullptr), status_False);
@@ -321,27 +297,19 @@ TEST(StackVariable, WhatCannotBeAsked) {
 }
 
 TEST(StackVariable, StaticVariablesHaveTheirMembersInside) {
-    std::string const types =
-        ".Lt_inner: " + entry(9, "inner") + ".2byte 8\n" + entry(10, "a") + ".4byte .Lt_int - .Lunit0\n.byte 0\n" +
-        entry(10, "b") + ".4byte .Lt_int - .Lunit0\n.byte 4\n" + k_end + ".Lt_outer: " + entry(9, "outer") +
-        ".2byte 14\n" + entry(10, "n") + ".4byte .Lt_inner - .Lunit0\n.byte 0\n" + entry(10, "last") +
-        ".4byte .Lt_inner - .Lunit0\n.byte 8\n" + k_end + ".Lt_alias: .uleb128 15\n.4byte .Lt_outer - .Lunit0\n";
-    auto const at = [](int offset) { return block(".byte 3\n.8byte code + " + number(offset)); };
+    std::string const types = structure("inner", 8, member("a", "int", 0) + member("b", "int", 4)) +
+                              structure("outer", 14, member("n", "inner", 0) + member("last", "inner", 8)) +
+                              otherName("alias", "outer");
     Assembled const module(
-        withUnit(types + variable("s", at(0x100), "outer") + variable("t", at(0x200), "alias")).source());
-    SymMgrObjectPtr<IModuleSymbolBank> bank;
-    ASSERT_EQ(loadBank(module.path(), bank), status_Ok);
+        withUnit(types + variable("s", staticPlace("0x100"), "outer") + variable("t", staticPlace("0x200"), "alias"))
+            .source());
+    auto const bank = bankOf(module.path());
     auto const inside = [&](unsigned long long address) {
         SymMgrObjectPtr<ISymbolRange> const range = rangeIn(*bank, address, symbol_kind_Data);
-        RangeIterator members;
-        range->innerRanges(members);
-        std::string text = allRanges(members);
+        std::string text = symbolsIn(*range);
         SymMgrObjectPtr<ISymbolRange> member;
         range->innerRangeByAddress(member, addressIn(*bank, address).get());
-        if (member) {
-            member->innerRanges(members);
-            text += "; " + allRanges(members);
-        }
+        text += member ? "; " + symbolsIn(*member) : "";
         return text;
     };
     // The last one ends with the variable.
@@ -352,24 +320,22 @@ TEST(StackVariable, StaticVariablesHaveTheirMembersInside) {
 TEST(StackVariable, EachOfManyStaticVariablesHasItsMembers) {
     constexpr int k_variables = 3000;
     constexpr int k_members = 60;
-    std::string type = ".Lt_large: " + entry(9, "large") + ".2byte 240\n";
+    std::string members;
     for (int i = 0; i < k_members; ++i) {
-        type += entry(10, "m") + ".4byte .Lt_int - .Lunit0\n.byte " + number(i * 4) + "\n";
+        members += member("m", "int", i * 4);
     }
-    Assembled const module(withUnit(type + k_end + ".set at, 0\n.rept " + number(k_variables) + "\n" +
-                                    variable("s", block(".byte 3\n.8byte code + at"), "large") +
-                                    ".set at, at + 1\n.endr\n")
+    Assembled const module(withUnit(structure("large", 240, members) + ".set at, 0\n.rept " + number(k_variables) +
+                                    "\n" + variable("s", staticPlace("at"), "large") + ".set at, at + 1\n.endr\n")
                                .source());
-    SymMgrObjectPtr<IModuleSymbolBank> bank;
-    ASSERT_EQ(loadBank(module.path(), bank), status_Ok);
+    auto const bank = bankOf(module.path());
     RangeIterator ranges;
     bank->originalSymbolRanges(ranges, symbol_kind_Data, nullptr, nullptr);
     int whole = 0;
     forEach(ranges, [&](ISymbolRange& range) {
-        RangeIterator members;
-        range.innerRanges(members);
+        RangeIterator inner;
+        range.innerRanges(inner);
         int count = 0;
-        forEach(members, [&](ISymbolRange&) { ++count; });
+        forEach(inner, [&](ISymbolRange&) { ++count; });
         whole += count == k_members ? 1 : 0;
     });
     EXPECT_EQ(whole, k_variables);
@@ -378,12 +344,9 @@ TEST(StackVariable, EachOfManyStaticVariablesHasItsMembers) {
 TEST(StackVariable, OutlivesItsBank) {
     // Another bank on the same file keeps the loaders; the variable must not lead back to the bank that is gone.
     Assembled const module(withUnit(oneVariable()).source());
-    SymMgrObjectPtr<ISymbolManager> manager;
-    ISymbolManager::create(manager);
-    SymMgrObjectPtr<IModuleSymbolBank> bank;
-    SymMgrObjectPtr<IModuleSymbolBank> keeper;
-    ASSERT_EQ(loadBank(module.path(), bank), status_Ok);
-    ASSERT_EQ(loadBank(module.path(), keeper, load_flags_NoDebugInfo), status_Ok);
+    auto const manager = symbolManager();
+    auto bank = bankOf(module.path());
+    auto const keeper = bankOf(module.path(), load_flags_NoDebugInfo);
     SymMgrObjectPtr<IAddress> const where = addressIn(*bank, 0x1010);
     SymMgrObjectPtr<ISymbol> symbol;
     SymMgrObjectPtr<IStackFrameContext> context = IStackFrameContext::create();
@@ -399,8 +362,7 @@ TEST(StackVariable, OutlivesItsBank) {
 
 TEST(StackVariable, OneVariableIsOneSymbol) {
     // Two inlined copies leave two of one name side by side.
-    FakeFrame frame(withUnit(function(block(".byte 0x56")) + variable("v", block(".byte 0x91, 8")) +
-                             variable("v", block(".byte 0x91, 12")) + k_end));
+    FakeFrame frame(withUnit(function(variable("v", placed(8)) + variable("v", placed(12)))));
     std::map<unsigned long long, SymMgrObjectPtr<ISymbol>> found;
     for (unsigned long long const at : {9, 14, 8, 11, 12, 10, 15, 13}) {
         ASSERT_EQ(frame.at(k_framePointer + at), "v!") << at;

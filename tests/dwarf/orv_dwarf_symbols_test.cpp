@@ -2,7 +2,6 @@
 // SPDX-FileCopyrightText: The ORV authors
 /// Units, entries and the symbols that come of them, from assembler text.
 
-#include "dwarf/orv_dwarf_constants.h"
 #include "dwarf/orv_dwarf_merge.h"
 #include "dwarf/orv_dwarf_producer.h"
 #include "orv/orv_dwarf.h"
@@ -18,29 +17,30 @@ using namespace orv_test;
 namespace {
 
 using Unit = DwarfText::Unit;
-using Specs = DwarfText::Specs;
 
 constexpr auto k_functions = symbol_kind_Function;
 
-/// Abbreviations that most texts use: 1 a unit, 2 a function with low and high, 3 one with children.
-DwarfText commonText() {
-    DwarfText text;
-    Specs const placed = {{DW_AT_name, DW_FORM_string}, {DW_AT_low_pc, DW_FORM_addr}, {DW_AT_high_pc, DW_FORM_data4}};
-    text.abbrev(1, DW_TAG_compile_unit, true, {{DW_AT_name, DW_FORM_string}})
-        .abbrev(2, DW_TAG_subprogram, false, placed)
-        .abbrev(3, DW_TAG_subprogram, true, placed);
-    return text;
+std::string function(std::string const& name, int start, int size, Attrs const& more = {}) {
+    Attrs attrs = {nameAttr(name), lowAttr(start), {DW_AT_high_pc, DW_FORM_data4, number(size)}};
+    attrs.insert(attrs.end(), more.begin(), more.end());
+    return entry(DW_TAG_subprogram, attrs);
 }
 
-std::string unitEntry() { return ".uleb128 1\n.asciz \"a.c\"\n"; }
-
-std::string function(std::string const& name, unsigned int start, unsigned int size, unsigned int code = 2) {
-    return ".uleb128 " + std::to_string(code) + "\n.asciz \"" + name + "\"\n.8byte code + " + std::to_string(start) +
-           "\n.4byte " + std::to_string(size) + "\n";
+std::string unitOf(std::string const& entries, Attrs const& attrs = {nameAttr("a.c")}) {
+    return entry(DW_TAG_compile_unit, attrs, entries);
 }
+
+/// The beginning of a unit that is cut off.
+std::string openUnit() { return entry(DW_TAG_compile_unit, {nameAttr("a.c")}, Children::Follow); }
+
+Attrs languageAttr(unsigned int language) { return {{DW_AT_language, DW_FORM_data1, number(language)}}; }
 
 std::string symbolsOf(DwarfText const& text, symbol_kind_t mask = k_functions) {
     return dwarfSymbols(Assembled(text.source()).path(), mask);
+}
+std::string symbolsOf(std::string const& unit, symbol_kind_t mask = k_functions) {
+    DwarfText text;
+    return symbolsOf(text.unit({}, unit), mask);
 }
 
 } // namespace
@@ -84,33 +84,23 @@ TEST(Dwarf, PassesOverEveryForm) {
          }) {
         // The form stands in a function, whose attributes are read, in a type, which is passed over, and
         // in a type's child.
-        DwarfText text = commonText();
-        text.abbrev(4, DW_TAG_subprogram, false,
-                    {{0x2001, form},
-                     {DW_AT_name, DW_FORM_string},
-                     {0x2002, form},
-                     {DW_AT_low_pc, DW_FORM_addr},
-                     {DW_AT_high_pc, DW_FORM_data4},
-                     {0x2003, form}})
-            .abbrev(5, DW_TAG_structure_type, true, {{0x2001, form}, {0x2002, form}})
-            .abbrev(6, DW_TAG_member, false, {{0x2001, form}});
-        std::string const value = std::string(bytes) + "\n";
-        text.unit({}, unitEntry() + ".uleb128 4\n" + value + ".asciz \"f\"\n" + value + ".8byte code\n.4byte 4\n" +
-                          value + ".uleb128 5\n" + value + value + ".uleb128 6\n" + value + ".byte 0\n" +
-                          function("g", 16, 4) + ".byte 0\n");
-        EXPECT_EQ(symbolsOf(text), "f[1000,1004)l g[1010,1014)l") << "form " << form << ": " << bytes;
+        Attr const odd = {0x2001, form, bytes, true};
+        std::string const entries =
+            entry(DW_TAG_subprogram, {odd, nameAttr("f"), odd, lowAttr(0), {DW_AT_high_pc, DW_FORM_data4, "4"}, odd}) +
+            entry(DW_TAG_structure_type, {odd, odd}, entry(DW_TAG_member, {odd})) + function("g", 16, 4);
+        EXPECT_EQ(symbolsOf(unitOf(entries)), "f[1000,1004)l g[1010,1014)l") << "form " << form << ": " << bytes;
     }
 }
 
 TEST(Dwarf, RefusedFormsEndTheirList) {
     for (unsigned int const form : {0x02U, 0x1AU, 0x1BU, 0x1CU, 0x1DU, 0x1EU, 0x1FU, 0x21U, 0x22U, 0x25U, 0x29U}) {
         for (bool const isIndirect : {false, true}) {
-            DwarfText text = commonText();
-            text.abbrev(4, DW_TAG_structure_type, false, {{0x2001, isIndirect ? DW_FORM_indirect : form}});
-            std::string const indirect = isIndirect ? ".uleb128 " + std::to_string(form) + "\n" : "";
-            text.unit({}, unitEntry() + function("f", 0, 4) + ".uleb128 4\n" + indirect + function("g", 16, 4) +
-                              ".byte 0\n")
-                .unit({}, unitEntry() + function("h", 32, 4) + ".byte 0\n");
+            Attr const refused = {0x2001, form, "", true};
+            Attr const indirect = {0x2001, DW_FORM_indirect, ".uleb128 " + number(form), true};
+            std::string const type = entry(DW_TAG_structure_type, {isIndirect ? indirect : refused});
+            DwarfText text;
+            text.unit({}, unitOf(function("f", 0, 4) + type + function("g", 16, 4)))
+                .unit({}, unitOf(function("h", 32, 4)));
             EXPECT_EQ(symbolsOf(text), "f[1000,1004)l h[1020,1024)l") << "form " << form;
         }
     }
@@ -119,34 +109,30 @@ TEST(Dwarf, RefusedFormsEndTheirList) {
 TEST(Dwarf, ReadsUnitsOfEveryShape) {
     for (Unit const unit : {Unit{0, 8, false}, Unit{1, 8, false}, Unit{2, 8, false}, Unit{3, 8, false},
                             Unit{4, 8, false}, Unit{2, 8, true}, Unit{3, 8, true}, Unit{4, 8, true}}) {
-        DwarfText text = commonText();
-        text.abbrev(4, DW_TAG_subprogram, false,
-                    {{DW_AT_specification, DW_FORM_ref_addr},
-                     {DW_AT_name, DW_FORM_strp},
-                     {DW_AT_low_pc, DW_FORM_addr},
-                     {DW_AT_high_pc, DW_FORM_data1}});
         bool const wide = unit.is64 || unit.version < 3; // before version 3 a reference has the address's size
-        text.unit(unit, unitEntry() + ".uleb128 4\n" + (wide ? ".8byte 0\n" : ".4byte 0\n") +
-                            (unit.is64 ? ".8byte 2\n" : ".4byte 2\n") + ".8byte code\n.byte 7\n" +
-                            function("g", 16, 4) + ".byte 0\n")
+        Attrs const attrs = {{DW_AT_specification, DW_FORM_ref_addr, wide ? ".8byte 0" : ".4byte 0", true},
+                             {DW_AT_name, DW_FORM_strp, unit.is64 ? ".8byte 2" : ".4byte 2", true},
+                             lowAttr(0),
+                             {DW_AT_high_pc, DW_FORM_data1, "7"}};
+        DwarfText text;
+        text.unit(unit, unitOf(entry(DW_TAG_subprogram, attrs) + function("g", 16, 4)))
             .section(".debug_str", ".asciz \"x\"\n.asciz \"named\"\n");
         EXPECT_EQ(symbolsOf(text), "named[1000,1007)l g[1010,1014)l")
             << "version " << unit.version << (unit.is64 ? ", 64 bits" : "");
     }
     // Addresses of 4 bytes, in a 32-bit program.
     DwarfText text;
-    text.abbrev(1, DW_TAG_compile_unit, true, {{DW_AT_name, DW_FORM_string}})
-        .abbrev(2, DW_TAG_subprogram, false,
-                {{DW_AT_name, DW_FORM_string}, {DW_AT_low_pc, DW_FORM_addr}, {DW_AT_high_pc, DW_FORM_addr}})
-        .unit({2, 4, false}, unitEntry() + ".uleb128 2\n.asciz \"f\"\n.4byte code, code + 6\n.byte 0\n");
+    text.unit({2, 4, false},
+              unitOf(entry(DW_TAG_subprogram, {nameAttr("f"),
+                                               {DW_AT_low_pc, DW_FORM_addr, ".4byte code", true},
+                                               {DW_AT_high_pc, DW_FORM_addr, ".4byte code + 6", true}})));
     EXPECT_EQ(dwarfSymbols(Assembled(text.source(), Assembled::Kind::Program, true).path(), k_functions),
               "f[1000,1006)l");
 }
 
 TEST(Dwarf, RefusesLaterVersions) {
-    DwarfText text = commonText();
-    text.unit({}, unitEntry() + function("f", 0, 4) + ".byte 0\n")
-        .unit({5, 8, false}, unitEntry() + function("g", 16, 4) + ".byte 0\n");
+    DwarfText text;
+    text.unit({}, unitOf(function("f", 0, 4))).unit({5, 8, false}, unitOf(function("g", 16, 4)));
     Assembled const program(text.source());
     LogCapture const log(40000);
     status_t status = status_Ok;
@@ -154,8 +140,7 @@ TEST(Dwarf, RefusesLaterVersions) {
     EXPECT_EQ(status, status_UnsupportedFileVersion);
     EXPECT_EQ(log.count("ASSERTION FAILED: 'version <= 4'"), 1U);
     // The next question is answered by what there is.
-    SymMgrObjectPtr<IModuleSymbolBank> bank;
-    ASSERT_EQ(loadBank(program.path(), bank), status_Ok);
+    auto const bank = bankOf(program.path());
     EXPECT_EQ(symbolAt(*bank, 0x1000), "none");
     EXPECT_EQ(symbolAt(*bank, 0x1000), "code@1000+0");
 }
@@ -174,7 +159,7 @@ TEST(Dwarf, RefusesCutHeaders) {
              Row{".4byte 0xffffffff\n.8byte 6\n.2byte 4, 0, 0", "rootWalker.getUnsigned8(abbrevOffset) == status_Ok"},
              Row{".4byte 6\n.2byte 4\n.4byte 0", "rootWalker.getUnsigned1(addrSize) == status_Ok"},
          }) {
-        DwarfText text = commonText();
+        DwarfText text;
         text.section(".debug_info", std::string(bytes) + "\n");
         Assembled const program(text.source());
         LogCapture const log(40000);
@@ -187,8 +172,10 @@ TEST(Dwarf, RefusesCutHeaders) {
 
 TEST(Dwarf, ReadsAbbreviationsAsTheyCome) {
     // A second code 1 ends a table that has no terminator; a code met again stands for the later entry.
-    DwarfText text = commonText();
-    text.abbrev(2, DW_TAG_structure_type, false, {{DW_AT_name, DW_FORM_string}})
+    DwarfText text;
+    text.abbrev(1, DW_TAG_compile_unit, true, {{DW_AT_name, DW_FORM_string}})
+        .abbrev(2, DW_TAG_subprogram, false, {})
+        .abbrev(2, DW_TAG_structure_type, false, {{DW_AT_name, DW_FORM_string}})
         .abbrev(0x40000, DW_TAG_subprogram, false,
                 {{DW_AT_name, DW_FORM_string},
                  {DW_AT_name, DW_FORM_string},
@@ -196,9 +183,9 @@ TEST(Dwarf, ReadsAbbreviationsAsTheyCome) {
                  {DW_AT_high_pc, DW_FORM_data1}})
         .abbrev(1, DW_TAG_compile_unit, true, {{DW_AT_name, DW_FORM_data1}})
         .abbrev(7, DW_TAG_subprogram, false, {});
-    text.unit({}, unitEntry() + ".uleb128 2\n.asciz \"type\"\n" +
-                      ".uleb128 0x40000\n.asciz \"first\"\n.asciz \"second\"\n.8byte code\n.byte 3\n" + ".uleb128 7\n" +
-                      function("lost", 16, 4) + ".byte 0\n");
+    text.unit({}, ".uleb128 1\n.asciz \"a.c\"\n.uleb128 2\n.asciz \"type\"\n"
+                  ".uleb128 0x40000\n.asciz \"first\"\n.asciz \"second\"\n.8byte code\n.byte 3\n.uleb128 7\n" +
+                      function("lost", 16, 4));
     Assembled const program(text.source());
     LogCapture const log(40000);
     EXPECT_EQ(dwarfSymbols(program.path(), k_functions), "first[1000,1003)l");
@@ -222,12 +209,12 @@ TEST(Dwarf, FollowsSiblingsOfKnownCompilersOnly) {
              Row{"GNU C 4.8", ".Ls - .Lunit0", "f[1000,1004)l g[1010,1014)l"},
              Row{"GNU C 4.8", "0x7fffffff", ""},
          }) {
-        DwarfText text = commonText();
-        text.abbrev(4, DW_TAG_compile_unit, true, {{DW_AT_producer, DW_FORM_string}})
-            .abbrev(5, DW_TAG_structure_type, true, {{DW_AT_name, DW_FORM_string}, {DW_AT_sibling, DW_FORM_ref4}});
-        text.unit({}, std::string(".uleb128 4\n.asciz \"") + producer + "\"\n.Ls: .uleb128 5\n.asciz \"s\"\n.4byte " +
-                          sibling + "\n.byte 0\n" + function("f", 0, 4) + ".Lg:" + function("g", 16, 4) + ".byte 0\n");
-        EXPECT_EQ(symbolsOf(text), symbols) << producer << ", " << sibling;
+        std::string const structure =
+            entry(DW_TAG_structure_type, {nameAttr("s"), {DW_AT_sibling, DW_FORM_ref4, sibling}}, "");
+        EXPECT_EQ(symbolsOf(unitOf(".Ls: " + structure + function("f", 0, 4) + ".Lg: " + function("g", 16, 4),
+                                   {{DW_AT_producer, DW_FORM_string, producer}})),
+                  symbols)
+            << producer << ", " << sibling;
     }
 }
 
@@ -263,92 +250,76 @@ TEST(Dwarf, MakesSymbolsByTag) {
              Row{DW_TAG_label, DW_LANG_C, symbol_kind_DataAlt, "l[100c,100c)l"},
              Row{DW_TAG_label, DW_LANG_C, k_functions, ""},
          }) {
-        DwarfText text = commonText();
-        text.abbrev(4, DW_TAG_compile_unit, true, {{DW_AT_language, DW_FORM_data1}})
-            .abbrev(5, tag, true, isInline ? Specs{{DW_AT_inline, DW_FORM_flag_present}} : Specs())
-            .abbrev(6, DW_TAG_variable, false, {{DW_AT_name, DW_FORM_string}, {DW_AT_location, DW_FORM_block1}})
-            .abbrev(7, DW_TAG_label, false, {{DW_AT_name, DW_FORM_string}, {DW_AT_low_pc, DW_FORM_addr}});
-        text.unit({}, ".uleb128 4\n.byte " + std::to_string(language) + "\n.uleb128 5\n" + function("f", 0, 4) +
-                          ".uleb128 6\n.asciz \"v\"\n.byte 9, 3\n.8byte code + 8\n" +
-                          ".uleb128 7\n.asciz \"l\"\n.8byte code + 12\n" + ".byte 0\n.byte 0\n");
-        EXPECT_EQ(symbolsOf(text, mask), symbols) << "tag " << tag << ", kinds " << mask;
+        std::string const inner =
+            function("f", 0, 4) +
+            entry(DW_TAG_variable, {nameAttr("v"), {DW_AT_location, DW_FORM_block1, ".byte 3\n.8byte code + 8"}}) +
+            entry(DW_TAG_label, {nameAttr("l"), lowAttr(12)});
+        Attrs const attrs = isInline ? Attrs{{DW_AT_inline, DW_FORM_flag_present}} : Attrs();
+        EXPECT_EQ(symbolsOf(unitOf(entry(tag, attrs, inner), languageAttr(language)), mask), symbols)
+            << "tag " << tag << ", kinds " << mask;
     }
-    DwarfText text = commonText();
-    text.abbrev(4, DW_TAG_label, false, {{DW_AT_name, DW_FORM_string}});
-    text.unit({}, unitEntry() + ".uleb128 4\n.asciz \"l\"\n.byte 0\n");
-    EXPECT_EQ(symbolsOf(text, symbol_kind_DataAlt), "l[0,0)l") << "a label without an address stands at 0";
+    EXPECT_EQ(symbolsOf(unitOf(entry(DW_TAG_label, {nameAttr("l")})), symbol_kind_DataAlt), "l[0,0)l")
+        << "a label without an address stands at 0";
 }
 
 TEST(Dwarf, NamesAndPlacesFunctions) {
-    DwarfText text = commonText();
-    text.abbrev(4, DW_TAG_compile_unit, true, {{DW_AT_language, DW_FORM_data1}})
-        .abbrev(5, DW_TAG_subprogram, false,
-                {{DW_AT_name, DW_FORM_string},
-                 {DW_AT_linkage_name, DW_FORM_string},
-                 {DW_AT_external, DW_FORM_flag_present}})
-        .abbrev(6, DW_TAG_subprogram, false,
-                {{DW_AT_specification, DW_FORM_ref4}, {DW_AT_low_pc, DW_FORM_addr}, {DW_AT_high_pc, DW_FORM_addr}})
-        .abbrev(7, DW_TAG_subprogram, false, {{DW_AT_abstract_origin, DW_FORM_ref4}, {DW_AT_low_pc, DW_FORM_addr}})
-        .abbrev(8, DW_TAG_subprogram, false, {{DW_AT_name, DW_FORM_string}, {DW_AT_inline, DW_FORM_data1}})
-        .abbrev(9, DW_TAG_subprogram, false, {{DW_AT_name, DW_FORM_string}, {DW_AT_high_pc, DW_FORM_addr}})
-        .abbrev(10, DW_TAG_subprogram, false,
-                {{DW_AT_MIPS_linkage_name, DW_FORM_string},
-                 {DW_AT_linkage_name, DW_FORM_string},
-                 {DW_AT_low_pc, DW_FORM_addr}})
-        .abbrev(11, DW_TAG_subprogram, false,
-                {{DW_AT_name, DW_FORM_string}, {DW_AT_inline, DW_FORM_data1}, {DW_AT_ranges, DW_FORM_sec_offset}})
-        .section(".debug_ranges", ".8byte code + 0x200, code + 0x208, 0, 0\n");
+    auto const subprogram = [](Attrs const& attrs) { return entry(DW_TAG_subprogram, attrs); };
+    auto const highAttr = [](char const* place) { return Attr{DW_AT_high_pc, DW_FORM_addr, place}; };
+    Attr const isInline = {DW_AT_inline, DW_FORM_data1, "1"};
+    auto const linkage = [](char const* name) { return Attr{DW_AT_linkage_name, DW_FORM_string, name}; };
+    auto const declared = [](char const* where) { return Attr{DW_AT_specification, DW_FORM_ref4, where}; };
+    auto const origin = [](char const* where) { return Attr{DW_AT_abstract_origin, DW_FORM_ref4, where}; };
     std::string const entries =
-        ".Lplain: .uleb128 5\n.asciz \"plain\"\n.asciz \"_Z5plainv\"\n" // a declaration alone
-        ".Lx: .uleb128 6\n.4byte .Lplain - .Lunit0\n.8byte code, code + 8\n"
-        ".uleb128 7\n.4byte .Lx - .Lunit0\n.8byte code + 16\n" // its name through two origins; its place is its own
-        ".Lr: .uleb128 11\n.asciz \"listed\"\n.byte 1\n.4byte 0\n"
-        ".uleb128 7\n.4byte .Lr - .Lunit0\n.8byte code + 24\n" // the list is another one's
-        ".uleb128 8\n.asciz \"inlined\"\n.byte 1\n"            // abstract: no place
-        ".uleb128 9\n.asciz \"endless\"\n.8byte code + 32\n"   // an end that is an address, no start
-        ".uleb128 10\n.asciz \"vendor\"\n.asciz \"linkage\"\n.8byte code + 48\n"
-        ".uleb128 2\n.asciz \"\"\n.8byte code + 64\n.4byte 4\n"                 // no name
-        ".uleb128 6\n.4byte .Lplain - .Lunit0\n.8byte code + 80, code + 72\n" + // the wrong way round
-        function("tail_", 96, 4) +
-        function("_BLNK_", 112, 4) + ".byte 0\n";
-    text.unit({}, ".uleb128 4\n.byte 4\n" + entries);
+        ".Lplain: " + subprogram({nameAttr("plain"), linkage("_Z5plainv"), {DW_AT_external, DW_FORM_flag_present}}) +
+        ".Lx: " + subprogram({declared(".Lplain - .Lunit0"), lowAttr(0), highAttr("code + 8")}) +
+        subprogram({origin(".Lx - .Lunit0"), lowAttr(16)}) + // its name through two origins; its place is its own
+        ".Lr: " + subprogram({nameAttr("listed"), isInline, {DW_AT_ranges, DW_FORM_sec_offset, "0"}}) +
+        subprogram({origin(".Lr - .Lunit0"), lowAttr(24)}) +       // the list is another one's
+        subprogram({nameAttr("inlined"), isInline}) +              // abstract: no place
+        subprogram({nameAttr("endless"), highAttr("code + 32")}) + // an end that is an address, no start
+        subprogram({{DW_AT_MIPS_linkage_name, DW_FORM_string, "vendor"}, linkage("linkage"), lowAttr(48)}) +
+        function("", 64, 4) +
+        subprogram({declared(".Lplain - .Lunit0"), lowAttr(80), highAttr("code + 72")}) + // the wrong way round
+        function("tail_", 96, 4) + function("_BLNK_", 112, 4);
+    DwarfText text;
+    text.unit({}, unitOf(entries, languageAttr(DW_LANG_C_plus_plus)))
+        .section(".debug_ranges", ".8byte code + 0x200, code + 0x208, 0, 0\n");
     EXPECT_EQ(symbolsOf(text),
               "_Z5plainv[1000,1008) _Z5plainv[1010,1010) listed[1018,1018)l endless[1020,1020)l vendor[1030,1030)l "
               "tail_[1060,1064)l _BLNK_[1070,1074)l listed[1200,1208)l");
-    DwarfText fortran = commonText();
-    fortran.abbrev(4, DW_TAG_compile_unit, true, {{DW_AT_language, DW_FORM_data1}})
-        .unit({}, ".uleb128 4\n.byte 14\n" + function("tail_", 96, 4) + function("_BLNK_", 112, 4) +
-                      function("outer_", 0, 64, 3) + function("inner_", 16, 8) + ".byte 0, 0\n");
-    EXPECT_EQ(symbolsOf(fortran), "outer[1000,1040)l inner[1010,1018)l tail[1060,1064)l _BLNK_[1070,1074)l");
+    std::string const outer =
+        entry(DW_TAG_subprogram, {nameAttr("outer_"), lowAttr(0), {DW_AT_high_pc, DW_FORM_data4, "64"}},
+              function("inner_", 16, 8));
+    EXPECT_EQ(symbolsOf(unitOf(function("tail_", 96, 4) + function("_BLNK_", 112, 4) + outer,
+                               languageAttr(DW_LANG_Fortran95))),
+              "outer[1000,1040)l inner[1010,1018)l tail[1060,1064)l _BLNK_[1070,1074)l");
 }
 
 TEST(Dwarf, OriginsThatLeadInCirclesEnd) {
-    DwarfText text = commonText();
-    text.abbrev(4, DW_TAG_subprogram, false, {{DW_AT_specification, DW_FORM_ref4}, {DW_AT_low_pc, DW_FORM_addr}})
-        .abbrev(5, DW_TAG_variable, false,
-                {{DW_AT_type, DW_FORM_ref4}, {DW_AT_name, DW_FORM_string}, {DW_AT_location, DW_FORM_block1}})
-        .abbrev(6, DW_TAG_typedef, false, {{DW_AT_type, DW_FORM_ref4}});
-    text.unit({}, unitEntry() +
-                      ".La: .uleb128 4\n.4byte .Lb - .Lunit0\n.8byte code\n"
-                      ".Lb: .uleb128 4\n.4byte .La - .Lunit0\n.8byte code\n"
-                      ".Lc: .uleb128 4\n.4byte .Lc - .Lunit0\n.8byte code\n"
-                      ".uleb128 4\n.4byte 0x7ffffff0\n.8byte code\n"
-                      ".uleb128 5\n.4byte .Lt - .Lunit0\n.asciz \"v\"\n.byte 9, 3\n.8byte code + 8\n"
-                      ".Lt: .uleb128 6\n.4byte .Lu - .Lunit0\n.Lu: .uleb128 6\n.4byte .Lt - .Lunit0\n" +
-                      function("f", 16, 4) + ".byte 0\n");
-    EXPECT_EQ(symbolsOf(text, k_allKinds), "v[1008,1008)l f[1010,1014)l");
+    auto const circle = [](char const* where) {
+        return entry(DW_TAG_subprogram, {{DW_AT_specification, DW_FORM_ref4, where}, lowAttr(0)});
+    };
+    auto const type = [](char const* where) { return Attr{DW_AT_type, DW_FORM_ref4, where}; };
+    Attr const place = {DW_AT_location, DW_FORM_block1, ".byte 3\n.8byte code + 8"};
+    EXPECT_EQ(symbolsOf(unitOf(".La: " + circle(".Lb - .Lunit0") + ".Lb: " + circle(".La - .Lunit0") +
+                               ".Lc: " + circle(".Lc - .Lunit0") + circle("0x7ffffff0") +
+                               entry(DW_TAG_variable, {type(".Lt - .Lunit0"), nameAttr("v"), place}) +
+                               ".Lt: " + entry(DW_TAG_typedef, {type(".Lu - .Lunit0")}) +
+                               ".Lu: " + entry(DW_TAG_typedef, {type(".Lt - .Lunit0")}) + function("f", 16, 4)),
+                        k_allKinds),
+              "v[1008,1008)l f[1010,1014)l");
 }
 
 TEST(Dwarf, ReadsRangeLists) {
-    DwarfText text;
-    text.abbrev(1, DW_TAG_compile_unit, true, {{DW_AT_low_pc, DW_FORM_addr}})
-        .abbrev(2, DW_TAG_subprogram, false, {{DW_AT_name, DW_FORM_string}, {DW_AT_ranges, DW_FORM_sec_offset}});
-    std::ostringstream entries;
-    for (char const* const name : {"two", "based", "skipped", "empty", "open"}) {
-        entries << ".uleb128 2\n.asciz \"" << name << "\"\n.4byte ." << name << " - .Lranges\n";
+    auto const listed = [](std::string const& name, std::string const& offset) {
+        return entry(DW_TAG_subprogram, {nameAttr(name), {DW_AT_ranges, DW_FORM_sec_offset, offset}});
+    };
+    std::string entries;
+    for (std::string const name : {"two", "based", "skipped", "empty", "open"}) {
+        entries += listed(name, "." + name + " - .Lranges");
     }
-    entries << ".uleb128 2\n.asciz \"beyond\"\n.4byte 0x7fffffff\n.byte 0\n";
-    text.unit({}, ".uleb128 1\n.8byte code\n" + entries.str())
+    DwarfText text;
+    text.unit({}, unitOf(entries + listed("beyond", "0x7fffffff"), {lowAttr(0)}))
         .section(".debug_ranges", ".Lranges:\n"
                                   ".two: .8byte 0x10, 0x20, 0x40, 0x48, 0, 0\n"
                                   ".based: .8byte -1, code + 0x100, 0, 8, 0, 0\n"
@@ -359,40 +330,38 @@ TEST(Dwarf, ReadsRangeLists) {
               "two[1010,1020)l two[1040,1048)l based[1100,1108)l skipped[1200,1210)l open[1300,1304)l");
     // All ones of 4 bytes select a base only where addresses have 4 bytes.
     DwarfText narrow;
-    narrow.abbrev(1, DW_TAG_compile_unit, true, {{DW_AT_low_pc, DW_FORM_addr}})
-        .abbrev(2, DW_TAG_subprogram, false, {{DW_AT_name, DW_FORM_string}, {DW_AT_ranges, DW_FORM_data4}})
-        .unit({4, 4, false}, ".uleb128 1\n.4byte 0\n.uleb128 2\n.asciz \"f\"\n.4byte 0\n.byte 0\n")
+    narrow.unit({4, 4, false}, unitOf(listed("f", "0"), {{DW_AT_low_pc, DW_FORM_addr, ".4byte 0", true}}))
         .section(".debug_ranges", ".4byte -1, code + 0x10, 0, 8, 0, 0\n");
     EXPECT_EQ(dwarfSymbols(Assembled(narrow.source(), Assembled::Kind::Program, true).path(), k_functions),
               "f[1010,1018)l");
 }
 
 TEST(Dwarf, NestsWithoutEnd) {
-    DwarfText text = commonText();
+    DwarfText text;
     text.abbrev(4, DW_TAG_lexical_block, true, {}).abbrev(5, DW_TAG_structure_type, true, {});
-    text.unit({}, unitEntry() + ".fill 1000000, 1, 4\n" + function("deep", 0, 4) + ".fill 1000000, 1, 0\n" +
-                      ".fill 1000000, 1, 5\n.fill 1000000, 1, 0\n" + function("f", 16, 4) + ".byte 0\n");
+    text.unit({}, unitOf(".fill 1000000, 1, 4\n" + function("deep", 0, 4) + ".fill 1000000, 1, 0\n" +
+                         ".fill 1000000, 1, 5\n.fill 1000000, 1, 0\n" + function("f", 16, 4)));
     EXPECT_EQ(symbolsOf(text), "deep[1000,1004)l f[1010,1014)l");
 }
 
 TEST(Dwarf, SurvivesAbsurdNumbers) {
     // Lengths near 2^32 and 2^64, numbers that go on for ever: what lies in front of them stays.
-    for (char const* const bytes :
-         {".uleb128 4\n.4byte 0xfffffff0\n", ".uleb128 5\n.uleb128 0xfffffffffffffff0\n",
-          ".uleb128 5\n.fill 5000, 1, 0x80\n", ".uleb128 6\n.fill 5000, 1, 0xff\n", ".fill 5000, 1, 0x80\n",
-          ".uleb128 7\n.8byte -8\n", ".uleb128 8\n.8byte code, -1\n"}) {
-        DwarfText text = commonText();
-        text.abbrev(4, DW_TAG_subprogram, false, {{0x2001, DW_FORM_block4}, {DW_AT_name, DW_FORM_string}})
-            .abbrev(5, DW_TAG_subprogram, false, {{0x2001, DW_FORM_exprloc}, {DW_AT_name, DW_FORM_string}})
-            .abbrev(6, DW_TAG_subprogram, false, {{0x2001, DW_FORM_sdata}, {DW_AT_name, DW_FORM_string}})
-            .abbrev(7, DW_TAG_subprogram, false, {{DW_AT_specification, DW_FORM_ref8}, {DW_AT_low_pc, DW_FORM_addr}})
-            .abbrev(8, DW_TAG_subprogram, false, {{DW_AT_low_pc, DW_FORM_addr}, {DW_AT_high_pc, DW_FORM_data8}});
-        text.unit({}, unitEntry() + function("f", 0, 4) + bytes);
+    auto const named = [](unsigned int form, char const* bytes) {
+        return entry(DW_TAG_subprogram, {{0x2001, form, bytes, true}, {DW_AT_name, DW_FORM_string, "", true}});
+    };
+    for (std::string const& bytes :
+         {named(DW_FORM_block4, ".4byte 0xfffffff0"), named(DW_FORM_exprloc, ".uleb128 0xfffffffffffffff0"),
+          named(DW_FORM_exprloc, ".fill 5000, 1, 0x80"), named(DW_FORM_sdata, ".fill 5000, 1, 0xff"),
+          std::string(".fill 5000, 1, 0x80\n"),
+          entry(DW_TAG_subprogram, {{DW_AT_specification, DW_FORM_ref8, "-8"}, {DW_AT_low_pc, DW_FORM_addr, "", true}}),
+          entry(DW_TAG_subprogram, {lowAttr(0), {DW_AT_high_pc, DW_FORM_data8, "-1"}})}) {
+        DwarfText text;
+        text.unit({}, openUnit() + function("f", 0, 4) + bytes);
         EXPECT_EQ(symbolsOf(text), "f[1000,1004)l") << bytes;
     }
     for (char const* const length : {"0xffffffe0", "0x7fffffff"}) {
-        DwarfText text = commonText();
-        text.section(".debug_info", std::string(".4byte ") + length + "\n.2byte 4\n.4byte 0\n.byte 8\n" + unitEntry() +
+        DwarfText text;
+        text.section(".debug_info", std::string(".4byte ") + length + "\n.2byte 4\n.4byte 0\n.byte 8\n" + openUnit() +
                                         function("f", 0, 4));
         EXPECT_EQ(symbolsOf(text), "f[1000,1004)l") << length;
     }
@@ -436,16 +405,14 @@ TEST(Dwarf, MergesWithRawSymbols) {
              Row{"f", "f", 32, "f[4096,4128)"}, // up to what follows at 0x1020
              Row{"f", "f", 48, "f[4096,4112)"},
          }) {
-        DwarfText text = commonText();
-        text.unit({}, unitEntry() + function(dwarf, 0, 16) + function("next", 32, 16) + ".byte 0\n");
+        DwarfText text;
+        text.unit({}, unitOf(function(dwarf, 0, 16) + function("next", 32, 16)));
         std::string const name = std::string("\"") + raw + "\"";
         Assembled const program(text.source() + ".text\n.globl " + name + "\n.type " + name + ", @function\n.set " +
                                 name + ", code\n.size " + name + ", " + std::to_string(rawSize) + "\n");
-        SymMgrObjectPtr<IModuleSymbolBank> bank;
-        ASSERT_EQ(loadBank(program.path(), bank), status_Ok);
-        RangeIterator ranges;
-        bank->originalSymbolRanges(ranges, k_functions, nullptr, nullptr);
-        EXPECT_EQ(allRanges(ranges), std::string(symbols) + " next[4128,4144)") << dwarf << " and " << raw;
+        auto const bank = bankOf(program.path());
+        EXPECT_EQ(orv_test::symbolsOf(*bank, k_functions), std::string(symbols) + " next[4128,4144)")
+            << dwarf << " and " << raw;
         ICompUnitDetails* unit = nullptr;
         EXPECT_EQ(rangeIn(*bank, 0x1000, k_functions)->symbol()->compUnitDetails(unit), status_Ok)
             << dwarf << " and " << raw;
@@ -542,13 +509,8 @@ TEST(Dwarf, EntriesMayEndWithTheirUnit) {
              Row{DW_FORM_indirect, "", 0}, Row{0x1A, "", 0},                                // refused
          }) {
         for (unsigned int const attr : {static_cast<unsigned int>(DW_AT_decl_column), 0x27U}) {
-            DwarfText text = commonText();
-            text.abbrev(11, DW_TAG_subprogram, false,
-                        {{DW_AT_name, DW_FORM_string},
-                         {DW_AT_low_pc, DW_FORM_addr},
-                         {DW_AT_high_pc, DW_FORM_data4},
-                         {attr, form}});
-            text.unit({}, unitEntry() + ".uleb128 11\n.asciz \"f\"\n.8byte code\n.4byte 16\n");
+            DwarfText text;
+            text.unit({}, openUnit() + function("f", 0, 16, {{attr, form, "", true}}));
             LogCapture const log;
             EXPECT_EQ(symbolsOf(text), symbols) << form << " of " << attr;
             EXPECT_GE(log.count("ASSERTION FAILED: 'walker.getUnsigned4(attrValue) == status_Ok'"), assertions) << form;

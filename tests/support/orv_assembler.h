@@ -3,11 +3,12 @@
 /// Modules made of assembler text, so that a test shows the debug information that it is about.
 ///
 ///     DwarfText text;
-///     text.abbrev(1, DW_TAG_compile_unit, true, {{DW_AT_name, DW_FORM_string}});
-///     text.unit({}, ".uleb128 1\n.asciz \"a.c\"\n.byte 0\n");
+///     text.unit({}, entry(DW_TAG_compile_unit, {{DW_AT_name, DW_FORM_string, "a.c"}},
+///                         entry(DW_TAG_subprogram, {{DW_AT_low_pc, DW_FORM_addr, "code + 4"}})));
 ///     Assembled program(text.source());        // an ELF program; its code is 0x1000..0x2000
 #pragma once
 
+#include "dwarf/orv_dwarf_constants.h"
 #include "support/orv_test_support.h"
 
 #include <cstdio>
@@ -19,6 +20,63 @@
 
 namespace orv_test {
 
+inline std::string number(long long value) { return std::to_string(value); }
+
+/// One attribute of an entry: its name, its form, and its value in the assembler's words.
+struct Attr {
+    unsigned int name;
+    unsigned int form;
+    std::string value = "";
+    bool isDirective = false; ///< The value is said with its directives, whatever the form is.
+
+    std::string text() const {
+        if (isDirective) {
+            return value + "\n";
+        }
+        switch (form) {
+        case DW_FORM_addr:
+        case DW_FORM_data8:
+        case DW_FORM_ref8: return ".8byte " + value + "\n";
+        case DW_FORM_data2: return ".2byte " + value + "\n";
+        case DW_FORM_data1:
+        case DW_FORM_flag: return ".byte " + value + "\n";
+        case DW_FORM_sdata: return ".sleb128 " + value + "\n";
+        case DW_FORM_string: return ".asciz \"" + value + "\"\n";
+        case DW_FORM_flag_present: return "";
+        case DW_FORM_block1: return ".byte 9f - 8f\n8: " + value + "\n9:\n";
+        case DW_FORM_exprloc: return ".uleb128 9f - 8f\n8: " + value + "\n9:\n";
+        default: return ".4byte " + value + "\n";
+        }
+    }
+};
+using Attrs = std::vector<Attr>;
+
+inline Attr nameAttr(std::string const& name) { return {DW_AT_name, DW_FORM_string, name}; }
+inline Attr lowAttr(int offset) { return {DW_AT_low_pc, DW_FORM_addr, "code + " + number(offset)}; }
+
+enum class Children { None, Follow };
+/// Behind the children of an entry.
+constexpr char const* k_end = ".byte 0\n";
+
+/// An entry as text. Its abbreviation goes where those are, unless an equal one is there: it is known by its contents.
+inline std::string entry(unsigned int tag, Attrs const& attrs, Children children = Children::None) {
+    bool const hasChildren = children == Children::Follow;
+    std::string label = ".Labbrev_" + number(tag) + (hasChildren ? "c" : "");
+    std::string specs;
+    std::string values;
+    for (Attr const& attr : attrs) {
+        label += "_" + number(attr.name) + "_" + number(attr.form);
+        specs += ".uleb128 " + number(attr.name) + ", " + number(attr.form) + "\n";
+        values += attr.text();
+    }
+    return ".ifndef " + label + "\n.set .Lcode, .Lcode + 1\n.set " + label + ", .Lcode\n.pushsection .debug_abbrev\n" +
+           ".uleb128 .Lcode, " + number(tag) + "\n.byte " + number(hasChildren) + "\n" + specs +
+           ".byte 0, 0\n.popsection\n.endif\n.uleb128 " + label + "\n" + values;
+}
+inline std::string entry(unsigned int tag, Attrs const& attrs, std::string const& children) {
+    return entry(tag, attrs, Children::Follow) + children + k_end;
+}
+
 /// Sections .debug_info and .debug_abbrev as text. What other sections a test needs it adds as they are.
 class DwarfText {
 public:
@@ -29,47 +87,78 @@ public:
     };
     using Specs = std::vector<std::pair<unsigned int, unsigned int>>;
 
+    /// An abbreviation with a code of its own, below 64, for entries that are written out.
     DwarfText& abbrev(unsigned int code, unsigned int tag, bool hasChildren, Specs const& specs) {
-        m_abbrevs << ".uleb128 " << code << ", " << tag << "\n.byte " << hasChildren << "\n";
+        m_abbrevs += ".uleb128 " + number(code) + ", " + number(tag) + "\n.byte " + number(hasChildren) + "\n";
         for (auto const& [attr, form] : specs) {
-            m_abbrevs << ".uleb128 " << attr << ", " << form << "\n";
+            m_abbrevs += ".uleb128 " + number(attr) + ", " + number(form) + "\n";
         }
-        m_abbrevs << ".byte 0, 0\n";
+        m_abbrevs += ".byte 0, 0\n";
         return *this;
     }
     /// Text in the abbreviation section, as it is.
     DwarfText& abbrevText(std::string const& text) {
-        m_abbrevs << text;
+        m_abbrevs += text;
         return *this;
     }
     /// A unit with its header. In the text, ".Lunit0" and so on stand at the units' beginnings.
     DwarfText& unit(Unit const& unit, std::string const& entries) {
-        std::string const label = std::to_string(m_unitCount++);
+        std::string const label = number(m_unitCount++);
         std::string const offset = unit.is64 ? ".8byte " : ".4byte ";
-        m_info << ".Lunit" << label << ":\n"
-               << (unit.is64 ? ".4byte 0xffffffff\n" : "") << offset << ".Lend" << label << " - .Lbegin" << label
-               << "\n"
-               << ".Lbegin" << label << ":\n.2byte " << unit.version << "\n"
-               << offset << ".Labbrev\n.byte " << unit.addrSize << "\n"
-               << entries << ".Lend" << label << ":\n";
+        m_info += ".Lunit" + label + ":\n" + (unit.is64 ? ".4byte 0xffffffff\n" : "") + offset + ".Lend" + label +
+                  " - .Lbegin" + label + "\n.Lbegin" + label + ":\n.2byte " + number(unit.version) + "\n" + offset +
+                  ".Labbrev\n.byte " + number(unit.addrSize) + "\n" + entries + ".Lend" + label + ":\n";
         return *this;
     }
     DwarfText& section(std::string const& name, std::string const& text) {
-        m_others << ".section " << name << ",\"\",@progbits\n" << text;
+        m_others += ".section " + name + ",\"\",@progbits\n" + text;
         return *this;
     }
     std::string source() const {
-        return ".text\n.globl code\ncode: .fill 0x1000, 1, 0x90\n.section .debug_abbrev,\"\",@progbits\n.Labbrev:\n" +
-               m_abbrevs.str() + ".byte 0\n.section .debug_info,\"\",@progbits\n.Linfo:\n" + m_info.str() +
-               m_others.str();
+        std::string const abbrevs = ".section .debug_abbrev,\"\",@progbits\n";
+        return ".text\n.globl code\ncode: .fill 0x1000, 1, 0x90\n.set .Lcode, 63\n" + abbrevs + ".Labbrev:\n" +
+               m_abbrevs + ".section .debug_info,\"\",@progbits\n.Linfo:\n" + m_info + m_others + abbrevs + ".byte 0\n";
     }
 
 private:
-    std::ostringstream m_abbrevs;
-    std::ostringstream m_info;
-    std::ostringstream m_others;
+    std::string m_abbrevs;
+    std::string m_info;
+    std::string m_others;
     unsigned int m_unitCount = 0;
 };
+
+/// What stands in a line table's header.
+struct LineHeader {
+    unsigned int version = 2;
+    unsigned int minimumInstructionLength = 1;
+    unsigned int defaultIsStmt = 1;
+    int lineBase = -5;
+    unsigned int lineRange = 14;
+    unsigned int opcodeBase = 13;
+    bool is64 = false;
+    std::string directories = ".asciz \"inc\"\n.asciz \"/abs\"\n";
+    std::string files = ".asciz \"a.c\"\n.byte 0, 0, 0\n.asciz \"b.h\"\n.byte 1\n.uleb128 300, 70000\n"
+                        ".asciz \"c.h\"\n.byte 2, 0, 0\n.asciz \"/d/e.h\"\n.byte 1, 0, 0\n";
+};
+
+/// A line table as text.
+inline std::string lineTable(LineHeader const& header, std::string const& program) {
+    // Its labels are local ones of the assembler.
+    std::ostringstream text;
+    std::string const offset = header.is64 ? ".8byte " : ".4byte ";
+    text << (header.is64 ? ".4byte 0xffffffff\n" : "") << offset << "94f - 91f\n91: .2byte " << header.version << "\n"
+         << offset << "93f - 92f\n92: .byte " << header.minimumInstructionLength << "\n"
+         << (header.version >= 4 ? ".byte 1\n" : "") << ".byte " << header.defaultIsStmt << "\n.byte "
+         << header.lineBase << ", " << header.lineRange << ", " << header.opcodeBase << "\n.fill "
+         << (header.opcodeBase != 0 ? header.opcodeBase - 1 : 0) << ", 1, 1\n"
+         << header.directories << ".byte 0\n"
+         << header.files << ".byte 0\n93:\n"
+         << program << "94:\n";
+    return text.str();
+}
+inline std::string setAddress(long long offset) { return ".byte 0, 9, 2\n.8byte code + " + number(offset) + "\n"; }
+constexpr char const* k_copyRow = ".byte 1\n";
+constexpr char const* k_endSequence = ".byte 0, 1, 1\n";
 
 /// An ELF file made of assembler text.
 class Assembled {
@@ -103,10 +192,7 @@ private:
 
 /// All symbols of a bank that have a unit, as "name[start,end)" with "l" behind local ones, in table order.
 inline std::string dwarfSymbols(std::string const& path, symbol_kind_t mask = k_allKinds, status_t* status = nullptr) {
-    SymMgrObjectPtr<IModuleSymbolBank> bank;
-    if (loadBank(path, bank, load_flags_NewLoader) != status_Ok) {
-        return "not loaded";
-    }
+    SymMgrObjectPtr<IModuleSymbolBank> const bank = bankOf(path, load_flags_NewLoader);
     RangeIterator ranges;
     status_t const result = bank->originalSymbolRanges(ranges, mask, nullptr, nullptr);
     if (status != nullptr) {
