@@ -4,9 +4,8 @@
 /// is asked afterwards finds nothing broken: the sanitizers watch.
 
 #include "orv/orv_frames.h"
-#include "support/orv_assembler.h"
+#include "support/orv_debug_module.h"
 #include "support/orv_elf_builder.h"
-#include "support/orv_test_support.h"
 #include "symbols/orv_scope.h"
 #include "symbols/orv_symboltable.h"
 
@@ -86,8 +85,7 @@ std::string module() {
 TEST(Memory, RunsOutDuringALoad) {
     TempDir const dir;
     std::string const path = dir.file("m", module());
-    SymMgrObjectPtr<ISymbolManager> manager;
-    ASSERT_EQ(ISymbolManager::create(manager), status_Ok);
+    auto const manager = symbolManager();
     int const points = failInTurn([&] {
         SymMgrObjectPtr<IModuleSymbolBank> bank;
         status_t const loaded =
@@ -96,12 +94,12 @@ TEST(Memory, RunsOutDuringALoad) {
             EXPECT_EQ(loaded, status_OutOfMemory);
             return false;
         }
-        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
+        RangeIterator it;
         status_t const asked = bank->originalSymbolRanges(it, k_allKinds, nullptr, nullptr);
         long const left = g_untilFailure;
         g_untilFailure = -1;
         // The bank stays usable, and gives all that it has.
-        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> again;
+        RangeIterator again;
         EXPECT_EQ(bank->originalSymbolRanges(again, k_allKinds, nullptr, nullptr), status_Ok);
         EXPECT_NE(allRanges(again).find("import["), std::string::npos);
         symbolAt(*bank, 0x1005);
@@ -113,39 +111,10 @@ TEST(Memory, RunsOutDuringALoad) {
 
 namespace {
 
-/// Two units with functions, a label, a list of ranges, inlined bodies and lines of two files.
-std::string debugModule() {
-    DwarfText text;
-    text.abbrev(1, 0x11, true, {{0x03, 0x08}, {0x1B, 0x08}, {0x10, 0x17}, {0x25, 0x08}})
-        .abbrev(2, 0x2E, true, {{0x03, 0x08}, {0x11, 0x01}, {0x12, 0x06}, {0x3A, 0x0B}, {0x3B, 0x0B}})
-        .abbrev(3, 0x0A, false, {{0x03, 0x08}, {0x11, 0x01}})
-        .abbrev(4, 0x2E, false, {{0x03, 0x08}, {0x55, 0x17}})
-        .abbrev(5, 0x1D, false, {{0x31, 0x13}, {0x11, 0x01}, {0x12, 0x06}, {0x58, 0x0B}, {0x59, 0x0B}});
-    std::string const function =
-        "\"\n.8byte code\n.4byte 16\n.byte 1, 1\n.uleb128 3\n.asciz \"l\"\n.8byte code + 4\n"
-        ".uleb128 5\n.4byte inlined%U - .Lunit%U\n.8byte code + 4\n.4byte 6\n.byte 2, 7\n.byte 0\n";
-    for (int unit = 0; unit < 2; ++unit) {
-        std::string body = ".uleb128 1\n.asciz \"u.c\"\n.asciz \"/d\"\n.4byte 0\n"
-                           ".asciz \"GNU Fortran 4\"\n.uleb128 2\n.asciz \"f" +
-                           function + ".uleb128 2\n.asciz \"_Z1gv" + function +
-                           "inlined%U: .uleb128 4\n.asciz \"h\"\n.4byte 0\n.byte 0\n";
-        for (std::size_t at = body.find("%U"); at != std::string::npos; at = body.find("%U")) {
-            body.replace(at, 2, std::to_string(unit));
-        }
-        text.unit({}, body);
-    }
-    text.section(".debug_ranges", ".8byte code, code + 4, code + 32, code + 40, 0, 0\n")
-        .section(".debug_line",
-                 ".4byte 2f - 1f\n1: .2byte 2\n.4byte 4f - 3f\n3: .byte 1, 1, -5, 14, 13\n.fill 12, 1, 1\n"
-                 ".asciz \"inc\"\n.byte 0\n.asciz \"u.c\"\n.byte 0, 0, 0\n.asciz \"u.h\"\n.byte 1, 0, 0, 0\n"
-                 "4: .byte 0, 9, 2\n.8byte code\n.byte 1, 2, 4, 5\n.uleb128 70000\n.byte 4, 2, 1, 2, 8, 0, 1, 1\n2:\n");
-    return text.source();
-}
-
 /// All that a bank tells, by each kind of question.
 std::string everything(IModuleSymbolBank& bank) {
     std::ostringstream text;
-    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> all;
+    RangeIterator all;
     text << bank.originalSymbolRanges(all, k_allKinds, nullptr, nullptr) << ' ' << allRanges(all) << '\n';
     SymMgrObjectPtr<IFrames> frames;
     std::vector<unsigned long long> addresses(48);
@@ -157,16 +126,13 @@ std::string everything(IModuleSymbolBank& bank) {
                  << ' ' << (frame->file != nullptr ? frame->file : "?") << ':' << frame->line << ' ';
         }
     }
-    for (char const* const name : {"/d/u.c", "/d/inc/u.h"}) {
+    for (char const* const name : {"/d0/a.c", "/d0/inc/b.h"}) {
         ICompUnitDetails* const unit = bank.compUnitDetailsById(0);
         ISourceFile* const file = unit != nullptr ? unit->sourceFileByName(name) : nullptr;
-        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> lines;
+        LineIterator lines;
         text << '\n' << name << ':';
         if (file != nullptr && !file->sourceLines(lines, ~0ULL, nullptr, nullptr) && lines) {
-            for (auto line = lines->current(); line; line = lines->current()) {
-                text << ' ' << line->location()->line() << '+' << line->size();
-                lines->next();
-            }
+            forEach(lines, [&](ISourceLine& line) { text << ' ' << line.location()->line() << '+' << line.size(); });
         }
     }
     return text.str();
@@ -176,10 +142,9 @@ std::string everything(IModuleSymbolBank& bank) {
 
 /// A failed allocation loses nothing for good: the same question, asked again, has the answer.
 TEST(Memory, RunsOutInDebugInformation) {
-    Assembled const module(debugModule());
+    Assembled const module(debugModule(2, 2, 0)); // two units at one place
     std::string const path = module.path();
-    SymMgrObjectPtr<ISymbolManager> manager;
-    ASSERT_EQ(ISymbolManager::create(manager), status_Ok);
+    auto const manager = symbolManager();
     auto const load = [&](SymMgrObjectPtr<IModuleSymbolBank>& bank) {
         return manager->loadSymbolsFromModuleEx(path.c_str(), nullptr, bank, arch_Unknown, load_flags_NewLoader, "");
     };
@@ -187,7 +152,8 @@ TEST(Memory, RunsOutInDebugInformation) {
     ASSERT_EQ(load(whole), status_Ok);
     std::string const answers = everything(*whole);
     for (char const* const part :
-         {"h[4128,4136)", "f 4096-4112 /d/inc/u.h:7", "h 4100-4106 /d/inc/u.h:1", "/d/u.c: 1+4", "/d/inc/u.h: "}) {
+         {"_Z6inlinev[5104,5108)", "_Z6inlinev 4098-4108 /d0/a.c:1 _Z6inlinev 4097-4108 /d0/a.c:5",
+          "_Z1f1v 4112-4136 /d0/a.c:3", "/d0/a.c: 1+16", "/d0/inc/b.h: 1+16"}) {
         EXPECT_NE(answers.find(part), std::string::npos) << part << " is not in\n" << answers;
     }
     auto const askInTurn = [&](char const* what, auto const& ask) {
@@ -211,7 +177,7 @@ TEST(Memory, RunsOutInDebugInformation) {
         EXPECT_GT(points, 50) << what;
     };
     askInTurn("symbols", [](IModuleSymbolBank& bank) {
-        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> all;
+        RangeIterator all;
         return bank.originalSymbolRanges(all, k_allKinds, nullptr, nullptr) == status_Ok;
     });
     askInTurn("a line", [](IModuleSymbolBank& bank) {
@@ -221,11 +187,11 @@ TEST(Memory, RunsOutInDebugInformation) {
                bank.sourceLocationByAddress(where.get(), location, ~0ULL, nullptr) == status_Ok;
     });
     askInTurn("lines", [](IModuleSymbolBank& bank) {
-        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> all;
+        RangeIterator all;
         bank.originalSymbolRanges(all, k_allKinds, nullptr, nullptr);
         ICompUnitDetails* const unit = bank.compUnitDetailsById(0);
         ISourceFile* const file = unit != nullptr ? unit->mainSourceFile() : nullptr;
-        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> lines;
+        LineIterator lines;
         return file != nullptr && !file->sourceLines(lines, ~0ULL, nullptr, nullptr);
     });
     askInTurn("chains", [](IModuleSymbolBank& bank) {
@@ -301,7 +267,7 @@ TEST(Memory, RunsOutInATable) {
                 SymMgrObjectPtr<ISymbolRange> range;
                 table->symbolRangeByAddress(range, at, k_allKinds, nullptr);
             }
-            SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>> it;
+            RangeIterator it;
             table->symbolRanges(it, 0, 1000, k_allKinds);
             allRanges(it);
         }

@@ -124,13 +124,8 @@ private:
 };
 
 void askAll(std::string const& path, Handed& handed) {
-    SymMgrObjectPtr<ISymbolManager> manager;
-    ISymbolManager::create(manager);
-    handed.keep(manager);
-    SymMgrObjectPtr<IModuleSymbolBank> bank;
-    ASSERT_EQ(manager->loadSymbolsFromModuleEx(path.c_str(), nullptr, bank, arch_Unknown, load_flags_NewLoader, ""),
-              status_Ok);
-    handed.keep(bank);
+    handed.keep(symbolManager());
+    auto const bank = handed.keep(bankOf(path, load_flags_NewLoader));
     KeptChooser chooser(handed);
     RangeIterator ranges;
     bank->originalSymbolRanges(ranges, k_allKinds, nullptr, nullptr);
@@ -208,10 +203,6 @@ TEST(Lives, WhateverIsHandedOutMayGoInAnyOrder) {
 
 TEST(Lives, NamesOfSectionsStay) {
     SymMgrObjectPtr<ISection> section;
-    {
-        SymMgrObjectPtr<IModuleSymbolBank> bank;
-        ASSERT_EQ(loadBank("/bin/true", bank, load_flags_NewLoader), status_Ok);
-        bank->sectionByName(".text", section);
-    }
+    bankOf("/bin/true", load_flags_NewLoader)->sectionByName(".text", section);
     EXPECT_STREQ(section->name(), ".text");
 }

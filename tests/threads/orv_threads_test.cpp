@@ -2,7 +2,7 @@
 // SPDX-FileCopyrightText: The ORV authors
 /// Eight threads at once, on the same modules and on different ones. ThreadSanitizer is the judge.
 
-#include "support/orv_assembler.h"
+#include "support/orv_debug_module.h"
 #include "support/orv_elf_builder.h"
 #include "support/orv_test_support.h"
 
@@ -55,8 +55,7 @@ template <typename Work> void together(std::chrono::milliseconds time, Work work
 template <typename Work>
 void fromTheFirstQueryOn(std::string const& path, int rounds, std::chrono::milliseconds time, Work work) {
     for (int round = 0; round < rounds; ++round) {
-        SymMgrObjectPtr<IModuleSymbolBank> bank;
-        ASSERT_EQ(loadBank(path, bank, load_flags_NewLoader), status_Ok);
+        auto const bank = bankOf(path, load_flags_NewLoader);
         std::atomic<unsigned int> wrong{0};
         together(time, [&](std::mt19937& random) { wrong += work(*bank, random) ? 0 : 1; });
         EXPECT_EQ(wrong, 0U);
@@ -68,12 +67,7 @@ void query(IModuleSymbolBank& bank, std::mt19937& random) {
     switch (random() % 5) {
     case 0: symbolAt(bank, 0x1000 + random() % 0x5000, mask); break;
     case 1: symbolAt(bank, 0x20000 + random() % 0x1000, mask); break;
-    case 2: {
-        RangeIterator it;
-        bank.originalSymbolRanges(it, mask, nullptr, nullptr);
-        allRanges(it);
-        break;
-    }
+    case 2: symbolsOf(bank, mask); break;
     case 3: {
         RangeIterator it;
         bank.nonOverlappedSymbolRanges(it, mask, nullptr, nullptr, nullptr);
@@ -135,54 +129,8 @@ TEST(Threads, OneBankFromTheFirstQueryOn) {
 
 namespace {
 
-/// A program of several units with functions, labels, variables and lines.
-std::string debugText() {
-    DwarfText text;
-    text.abbrev(1, 0x11, true, {{0x03, 0x08}, {0x1B, 0x08}, {0x10, 0x17}})                             // unit
-        .abbrev(2, 0x2E, true, {{0x03, 0x08}, {0x11, 0x01}, {0x12, 0x06}, {0x3A, 0x0B}, {0x3B, 0x0B}}) // function
-        .abbrev(3, 0x0A, false, {{0x03, 0x08}, {0x11, 0x01}})                                          // label
-        .abbrev(4, 0x34, false, {{0x03, 0x08}, {0x02, 0x0A}})                                          // variable
-        .abbrev(5, 0x2E, false, {{0x03, 0x08}, {0x20, 0x0B}}) // abstract function
-        .abbrev(6, 0x1D, true, {{0x31, 0x10}, {0x11, 0x01}, {0x12, 0x0B}, {0x58, 0x0B}, {0x59, 0x0B}}) // inlined body
-        .abbrev(7, 0x2E, true, {{0x03, 0x08}, {0x11, 0x01}, {0x12, 0x01}, {0x40, 0x0A}})               // with a frame
-        .abbrev(8, 0x34, false, {{0x03, 0x08}, {0x02, 0x06}}); // variable with a list
-    std::ostringstream lines;
-    for (int unit = 0; unit < 4; ++unit) {
-        std::ostringstream entries;
-        std::string const label = ".Llines" + std::to_string(unit);
-        entries << ".uleb128 1\n.asciz \"u.c\"\n.asciz \"/d" << unit << "\"\n.4byte " << label << "\n";
-        lines << label << ": .4byte " << label << "e - " << label << "b\n"
-              << label << "b: .2byte 2\n.4byte " << label << "p - " << label << "h\n"
-              << label << "h: .byte 1, 1, -5, 14, 13\n.fill 12, 1, 1\n.byte 0\n"
-              << ".asciz \"u.c\"\n.byte 0, 0, 0\n.asciz \"u.h\"\n.byte 0, 0, 0\n.byte 0\n"
-              << label << "p: .byte 0, 9, 2\n.8byte code + " << unit * 0x400 << "\n";
-        entries << ".Lo" << unit << ": .uleb128 5\n.asciz \"_Z6inlinev\"\n.byte 1\n";
-        for (int i = 0; i < 60; ++i) {
-            int const start = unit * 0x400 + i * 16;
-            entries << ".uleb128 2\n.asciz \"_Z1f" << i << "v\"\n.8byte code + " << start << "\n.4byte "
-                    << 16 + i % 3 * 8 << "\n.byte " << i % 3 << ", " << i + 1
-                    << "\n.uleb128 3\n.asciz \"l\"\n.8byte code + " << start + 4 << "\n.uleb128 4\n.asciz \"v" << i
-                    << "\"\n.byte 9, 3\n.8byte code + " << start + 8 << "\n";
-            for (int depth = 0; depth < 3; ++depth) {
-                entries << ".uleb128 6\n.4byte .Lo" << unit << " - .Linfo\n.8byte code + " << start + depth
-                        << "\n.byte " << 12 - depth << ", 1, " << depth + 3 << "\n";
-            }
-            entries << ".byte 0, 0, 0, 0\n";
-            lines << ".byte 4, " << 1 + i % 2 << ", 1, 2, 16\n";
-        }
-        entries << ".uleb128 7\n.asciz \"frame\"\n.8byte code + " << unit * 0x400 + 0x3D0 << ", code + "
-                << unit * 0x400 + 0x3F0 << "\n.byte 1, 0x56\n";
-        entries << ".uleb128 8\n.asciz \"local0\"\n.4byte 0\n";
-        for (int i = 1; i < 16; ++i) {
-            entries << ".uleb128 4\n.asciz \"local" << i << "\"\n.byte 2, 0x91, " << i << "\n";
-        }
-        text.unit({}, entries.str() + ".byte 0, 0\n");
-        lines << ".byte 0, 1, 1\n" << label << "e:\n";
-    }
-    text.section(".debug_line", lines.str());
-    text.section(".debug_loc", ".8byte code, code + 0x1000\n.2byte 2\n.byte 0x91, 0\n.8byte 0, 0\n");
-    return text.source();
-}
+/// Units that fill the whole of the program.
+std::string debugText() { return debugModule(4, 60, 0x400); }
 
 void queryLines(IModuleSymbolBank& bank, std::mt19937& random) {
     SymMgrObjectPtr<IAddress> const where = addressIn(bank, 0x1000 + random() % 0x1000);
@@ -203,12 +151,11 @@ void queryLines(IModuleSymbolBank& bank, std::mt19937& random) {
     ISymbol& symbol = *range->symbol();
     SymMgrObjectPtr<ISourceLine> line;
     LineIterator lines;
-    RangeIterator inner;
     switch (random() % 4) {
     case 0: symbol.sourceLine(line); break;
     case 1: symbol.sourceLines(lines); break;
     case 2: symbol.sourceLineByAddress(line, where.get()); break;
-    default: range->innerRanges(inner); allRanges(inner);
+    default: symbolsIn(*range);
     }
     query(bank, random);
 }
@@ -293,17 +240,13 @@ TEST(Threads, TwoBanksOfOneModule) {
         Assembled const module(debugText() + (kind == Assembled::Kind::Object ? stubs : ""), kind);
         std::array<std::string, 2> expected;
         for (int round = 0; round < 30; ++round) {
-            std::array<SymMgrObjectPtr<IModuleSymbolBank>, 2> banks;
-            ASSERT_EQ(loadBank(module.path(), banks[0], load_flags_None), status_Ok);
-            ASSERT_EQ(loadBank(module.path(), banks[1], load_flags_NoDebugInfo), status_Ok);
+            std::array const banks{bankOf(module.path()), bankOf(module.path(), load_flags_NoDebugInfo)};
             std::array<std::string, 2> found;
             std::atomic<int> waiting{round == 0 ? 0 : 2};
             auto const ask = [&](std::size_t i) {
                 for (--waiting; waiting > 0;) {
                 }
-                RangeIterator ranges;
-                banks[i]->originalSymbolRanges(ranges, k_allKinds, nullptr, nullptr);
-                found[i] = allRanges(ranges);
+                found[i] = symbolsOf(*banks[i]);
             };
             if (round == 0) {
                 ask(0);
@@ -337,10 +280,7 @@ TEST(Threads, CandidatesOfOneModule) {
     DebugRootsResolver roots({root.path()});
     std::atomic<unsigned int> wrong{0};
     together(std::chrono::milliseconds(400), [&](std::mt19937& random) {
-        SymMgrObjectPtr<ISymbolManager> manager;
-        ISymbolManager::create(manager);
-        SymMgrObjectPtr<IModuleSymbolBank> bank;
-        manager->loadSymbolsFromModuleEx(module.path().c_str(), &roots, bank, arch_Unknown, load_flags_None, "");
+        auto const bank = bankOf(module.path(), load_flags_None, &roots);
         wrong += bank->symFileName() == folder + "/020304.debug" ? 0 : 1;
         query(*bank, random);
     });
@@ -349,10 +289,8 @@ TEST(Threads, CandidatesOfOneModule) {
 
 TEST(Threads, TheManagerComesAndGoes) {
     together(std::chrono::milliseconds(500), [](std::mt19937& random) {
-        SymMgrObjectPtr<ISymbolManager> manager;
-        EXPECT_EQ(ISymbolManager::create(manager), status_Ok);
-        SymMgrObjectPtr<IFileFormatLoader> loader;
-        IFileFormatLoader::create(loader, IModuleImage::create("/bin/true", arch_Unknown, false), "");
+        auto manager = symbolManager();
+        auto const loader = loaderOf("/bin/true");
         if (random() % 2 == 0) {
             manager.reset();
         }
