@@ -15,10 +15,9 @@ import tempfile
 
 sys.path[:0] = [str(pathlib.Path(__file__).resolve().parent.parent / "support")]
 import orv_tools
+from orv_tools import ORV, expect, failures
 
-ORV = os.environ["ORV"]
 GNU = "addr2line"
-failures = []
 
 C_SOURCE = """
 int gval = 5;
@@ -64,13 +63,8 @@ int main(int argc, char** argv)
 """
 
 
-def expect(what, got, wanted):
-    if got != wanted:
-        failures.append(f"{what}: got {got!r}, wanted {wanted!r}")
-
-
 def run(tool, *words, text_in=None, cwd=None):
-    return subprocess.run([tool, *map(str, words)], input=text_in, capture_output=True, text=True, cwd=cwd)
+    return orv_tools.run(tool, *words, input=text_in, cwd=cwd)
 
 
 def build(folder):
@@ -333,10 +327,7 @@ def main():
         check_words(programs, classic)
         check_objects(programs, classic)
         check_options(programs, classic, folder)
-    for failure in failures[:60]:
-        print(failure)
-    print(f"{len(failures)} failures")
-    sys.exit(1 if failures else 0)
+    orv_tools.finish()
 
 
 if __name__ == "__main__":

@@ -3,14 +3,16 @@
 """The command line client on programs built here: its answers, its manners, its exit statuses."""
 
 import json
-import os
 import pathlib
 import re
 import subprocess
 import sys
 import tempfile
 
-ORV = os.environ["ORV"]
+sys.path[:0] = [str(pathlib.Path(__file__).resolve().parent.parent / "support")]
+import orv_tools
+from orv_tools import ORV, expect, must
+
 CC = "gcc"
 SOURCE = r"""
 #include <stdio.h>
@@ -19,31 +21,22 @@ __attribute__((noinline)) static int helper(int x) { return x * 3 + counter; }
 __attribute__((noinline)) int twice(int x) { return helper(x) + helper(x + 1); }
 int main(int argc, char **argv) { (void)argv; printf("%d\n", twice(argc)); return 0; }
 """
-failures = []
 
 
 def run(*arguments, text_in=None, cwd=None):
-    result = subprocess.run([ORV, *arguments], input=text_in, capture_output=True, text=True, cwd=cwd)
-    if result.returncode < 0:
-        failures.append(f"orv {' '.join(arguments)}: ended by signal {-result.returncode}")
-    return result
+    return orv_tools.run(ORV, *arguments, input=text_in, cwd=cwd)
 
 
 def records(command, *arguments, **more):
     return [json.loads(line) for line in run(command, "--json", *arguments, **more).stdout.splitlines()]
 
 
-def expect(what, got, wanted):
-    if got != wanted:
-        failures.append(f"{what}: got {got!r}, wanted {wanted!r}")
-
-
 def make(folder, *command):
-    subprocess.run(command, check=True, cwd=folder)
+    must(*command, cwd=folder)
 
 
 def nm(module):
-    lines = subprocess.run(["nm", module], check=True, capture_output=True, text=True).stdout.splitlines()
+    lines = must("nm", module).splitlines()
     return {line.split()[2]: int(line.split()[0], 16) for line in lines if len(line.split()) == 3}
 
 
@@ -263,8 +256,7 @@ def check_stripped(folder):
     (folder / "debug").mkdir()
     (folder / "debug" / "named.debug").write_text("another build")
     make(folder, "objcopy", f"--add-gnu-debuglink={folder}/debug/named.debug", "p", named)
-    notes = subprocess.run(["readelf", "-n", program], capture_output=True, text=True).stdout
-    build_id = re.search(r"Build ID: (\w+)", notes)[1]
+    build_id = re.search(r"Build ID: (\w+)", must("readelf", "-n", program))[1]
     expect("build id", records("info", program)[0]["build_id"], build_id)
     expect("no build id", records("info", str(folder / "both.o"))[0]["build_id"], None)
     for arguments in (["symbolize", "-fe", bare, "0", "1"], ["symbols", bare], ["info", bare], ["lines", bare], ["files", bare]):
@@ -341,7 +333,4 @@ with tempfile.TemporaryDirectory() as name:
     check_stripped(folder)
     check_paths(folder)
     check_manners(folder)
-for failure in failures:
-    print("FAILED", failure)
-print(f"{len(failures)} failures")
-sys.exit(1 if failures else 0)
+orv_tools.finish()

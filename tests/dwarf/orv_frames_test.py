@@ -3,24 +3,21 @@
 """Stack variables of running programs: they tell registers and addresses, and we name what is there."""
 
 import json
-import os
 import pathlib
-import subprocess
 import sys
 import tempfile
 
 sys.path[:0] = [str(pathlib.Path(__file__).resolve().parent.parent / "support")]
 import orv_tools
+from orv_tools import ORV, expect, failures, must
 
-ORV = os.environ["ORV"]
 SOURCE = pathlib.Path(__file__).resolve().parent.parent / "fixtures" / "frames.c"
-failures = []
 
 
 def frames(program):
     """(function, offset, sp, fp, cfa, [(name, address, size)]) of each point that the program passes."""
     found = []
-    for line in subprocess.run([program], capture_output=True, text=True, check=True).stdout.splitlines():
+    for line in must(program).splitlines():
         words = line.split()
         if words[0] == "frame":
             found.append((words[1], *(int(word, 16) for word in words[2:]), []))
@@ -30,15 +27,18 @@ def frames(program):
 
 
 def ask(program, pc, sp, fp, addresses):
-    result = subprocess.run([ORV, "stackvar", "--json", program, "--pc", f"{pc:x}", "--sp", f"{sp:x}", "--fp", f"{fp:x}",
-                             *(f"{address:x}" for address in addresses)], capture_output=True, text=True)
+    result = orv_tools.run(ORV, "stackvar", "--json", program, "--pc", f"{pc:x}", "--sp", f"{sp:x}", "--fp", f"{fp:x}",
+                           *(f"{address:x}" for address in addresses))
     return [json.loads(line) for line in result.stdout.splitlines()]
 
 
+def symbols_of(program):
+    words = (line.split() for line in must("nm", program).splitlines())
+    return {symbol[2]: int(symbol[0], 16) for symbol in words if len(symbol) == 3}
+
+
 def check(program, uses_cfa):
-    symbols = {words[2]: int(words[0], 16) for words in
-               (line.split() for line in subprocess.run(["nm", program], capture_output=True, text=True).stdout.splitlines())
-               if len(words) == 3}
+    symbols = symbols_of(program)
     count = 0
     for function, offset, sp, fp, cfa, variables in frames(program):
         pc = symbols[function] + offset
@@ -70,19 +70,14 @@ def main():
             program = pathlib.Path(folder) / f"frames-{compiler}{''.join(flags)}"
             if not orv_tools.can(program.name, compiler, *flags):
                 continue
-            subprocess.run([compiler, *flags, "-no-pie", "-fno-stack-protector", "-o", program, SOURCE], check=True)
+            must(compiler, *flags, "-no-pie", "-fno-stack-protector", "-o", program, SOURCE)
             check(program, uses_cfa)
         # DWARF 4 has no place for any of them, and says so.
         program = pathlib.Path(folder) / "frames-4"
-        subprocess.run(["gcc", "-gdwarf-4", "-O0", "-no-pie", "-o", program, SOURCE], check=True)
-        symbol = subprocess.run(["nm", program], capture_output=True, text=True).stdout
-        pc = next(int(line.split()[0], 16) for line in symbol.splitlines() if line.endswith(" leaf"))
-        answer = ask(program, pc, 0x7000, 0x8000, [0x7ff0])[0]
-        if answer["variable"] is not None or "DWARF 2 and 3 do" not in answer["why_not"]:
-            failures.append(f"DWARF 4: {answer}")
-    for failure in failures:
-        print(failure)
-    sys.exit(1 if failures else 0)
+        must("gcc", "-gdwarf-4", "-O0", "-no-pie", "-o", program, SOURCE)
+        answer = ask(program, symbols_of(program)["leaf"], 0x7000, 0x8000, [0x7ff0])[0]
+        expect(f"DWARF 4: {answer}", (answer["variable"], "DWARF 2 and 3 do" in answer["why_not"]), (None, True))
+    orv_tools.finish()
 
 
 if __name__ == "__main__":

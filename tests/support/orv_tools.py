@@ -1,8 +1,10 @@
 # SPDX-License-Identifier: Apache-2.0
 # SPDX-FileCopyrightText: The ORV authors
-"""What this machine has. A test that leaves something out says what, by name, and why."""
+"""What tests in scripts need: our client, a list of what has failed, and what this machine has. A test that leaves
+something out says what, by name, and why."""
 
 import functools
+import os
 import pathlib
 import shutil
 import subprocess
@@ -11,6 +13,33 @@ import tempfile
 
 SKIPPED = 77  # the exit status of a test that could do nothing at all
 LIBRARY_FLAGS = ("-m32", "-mx32")
+ORV = os.environ.get("ORV")
+failures = []
+
+
+def expect(what, got, wanted):
+    if got != wanted:
+        failures.append(f"{what}: got {got!r}, wanted {wanted!r}")
+
+
+def run(*command, **more):
+    """A command's text and status; one that a signal has ended is a failure."""
+    result = subprocess.run([str(word) for word in command], capture_output=True, text=True, **more)
+    if result.returncode < 0:
+        failures.append(f"{command}: ended by signal {-result.returncode}")
+    return result
+
+
+def must(*command, **more):
+    words = [str(word) for word in command]
+    return subprocess.run(words, check=True, stdout=subprocess.PIPE, text=True, **more).stdout
+
+
+def finish():
+    for failure in failures[:60]:
+        print("FAILED", failure)
+    print(f"{len(failures)} failures")
+    sys.exit(1 if failures else 0)
 
 
 @functools.lru_cache(maxsize=None)
