@@ -278,18 +278,6 @@ TEST(SymbolTable, RivalsMayTakeANewEnd) {
     }
 }
 
-TEST(SymbolTable, RawSymbolsKeepTheirPlaceBehindScopes) {
-    SymMgrObjectPtr<ISymbolTable> const table = ISymbolTable::create(nullptr);
-    table->addRange(100, 200, scopeOf("x", 100, 200));
-    RawSymbolBatch batch(2);
-    batch.add({"a", 100, 200, symbol_visibility_Global, symbol_kind_Function});
-    batch.add({"b", 150, 150, symbol_visibility_Global, symbol_kind_Function});
-    static_cast<SymbolTable&>(*table).addRawSymbols(nullptr, std::move(batch));
-    RangeIterator it;
-    table->symbolRanges(it, 160, 170, k_allKinds);
-    EXPECT_EQ(allRanges(it), "b[150,300) a[100,300) x[100,200)");
-}
-
 TEST(SymbolTable, ClientsMayChooseWhatWasNotOffered) {
     class Chooser : public ISymbolChooser {
     public:
