@@ -11,6 +11,7 @@
 #include <cstring>
 #include <iterator>
 #include <random>
+#include <tuple>
 
 using namespace orv_test;
 
@@ -46,10 +47,7 @@ std::string symbolsOf(std::string const& unit, symbol_kind_t mask = k_functions)
 } // namespace
 
 TEST(Dwarf, PassesOverEveryForm) {
-    struct Row {
-        unsigned int form;
-        char const* bytes;
-    };
+    using Row = std::pair<unsigned int, char const*>;
     for (auto const& [form, bytes] : {
              Row{DW_FORM_addr, ".8byte 0x1234"},
              Row{DW_FORM_block1, ".byte 3, 1, 2, 3"},
@@ -146,10 +144,7 @@ TEST(Dwarf, RefusesLaterVersions) {
 }
 
 TEST(Dwarf, RefusesCutHeaders) {
-    struct Row {
-        char const* text;
-        char const* assertion;
-    };
+    using Row = std::pair<char const*, char const*>;
     for (auto const& [bytes, assertion] : {
              Row{".byte 1, 2", "walker.getUnsigned4(debugInfoForCUSize) == status_Ok"},
              Row{".4byte 0xffffffff\n.byte 1", "walker.getUnsigned8(debugInfoForCUSize) == status_Ok"},
@@ -194,11 +189,7 @@ TEST(Dwarf, ReadsAbbreviationsAsTheyCome) {
 }
 
 TEST(Dwarf, FollowsSiblingsOfKnownCompilersOnly) {
-    struct Row {
-        char const* producer;
-        char const* sibling;
-        char const* symbols;
-    };
+    using Row = std::tuple<char const*, char const*, char const*>;
     // The sibling leads over f to g.
     for (auto const& [producer, sibling, symbols] : {
              Row{"GNU C 4.8", ".Lg - .Lunit0", "g[1010,1014)l"},
@@ -388,12 +379,7 @@ TEST(Dwarf, UnitsThatShareHugeTablesEnd) {
 TEST(Dwarf, MergesWithRawSymbols) {
     // What stands in the symbol table under another name for one thing does not come twice; what has a
     // name of its own stays.
-    struct Row {
-        char const* dwarf;
-        char const* raw;
-        unsigned int rawSize;
-        char const* symbols;
-    };
+    using Row = std::tuple<char const*, char const*, unsigned int, char const*>;
     for (auto const& [dwarf, raw, rawSize, symbols] : {
              Row{"f", "f", 16, "f[4096,4112)"},
              Row{"f", "g", 16, "f[4096,4112) g[4096,4112)"},
@@ -547,11 +533,7 @@ TEST(Dwarf, ReadsProducers) {
 }
 
 TEST(Dwarf, MergesOptions) {
-    struct Row {
-        char const* options;
-        char const* newText;
-        char const* merged;
-    };
+    using Row = std::tuple<char const*, char const*, char const*>;
     for (auto const& [options, newText, merged] : {
              Row{"", "-g -O2 ", " -g  -O2 "},
              Row{"-g ", "-g -O3 ", "-g  -O3 "},

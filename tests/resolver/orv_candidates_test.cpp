@@ -29,23 +29,12 @@ std::string debugLink(std::string const& name, std::string const& crc) {
     return ".section .link,\"\",@progbits\n.asciz \"" + name + "\"\n.balign 4\n.4byte " + crc + "\n";
 }
 
-/// A module under a name of its own in a folder of its own.
-class Placed {
+/// A module under a name of its own.
+class Placed : public Assembled {
 public:
-    Placed(std::string const& text, std::string const& name) : m_path(m_dir.path() + "/" + name) {
-        std::filesystem::copy(Assembled(text).path(), m_path);
-        if (std::system(
-                ("objcopy --rename-section .link=.gnu_debuglink --rename-section .id=.note.gnu.build-id " + m_path)
-                    .c_str()) != 0) {
-            throw std::runtime_error("objcopy has failed");
-        }
+    Placed(std::string const& text, std::string const& name) : Assembled(text, Kind::Program, false, name) {
+        edit("objcopy --rename-section .link=.gnu_debuglink --rename-section .id=.note.gnu.build-id");
     }
-    std::string const& path() const { return m_path; }
-    TempDir const& dir() const { return m_dir; }
-
-private:
-    TempDir m_dir;
-    std::string m_path;
 };
 
 std::string crcText(std::string const& path) { return std::to_string(fileCrc(path.c_str())); }
@@ -288,8 +277,8 @@ TEST(Resolvers, ACompanionWithoutDwarfGivesItsSymbols) {
     Placed const companion(".globl hidden\n.type hidden, @function\nhidden: .fill 16, 1, 0x90\n.size hidden, 16\n",
                            "c");
     Placed const module(programText(debugLink("c.debug", crcText(companion.path()))), "module");
-    ASSERT_EQ(std::system(("strip -s " + module.path()).c_str()), 0);
-    std::filesystem::copy(companion.path(), module.dir().path() + "/c.debug");
+    module.edit("strip -s");
+    place(companion.path(), module.dir().path() + "/c.debug");
     auto const bank = bankOf(module.path());
     EXPECT_EQ(bank->symFileName(), module.dir().path() + "/c.debug");
     EXPECT_EQ(bank->symFileFormat(), 0U);

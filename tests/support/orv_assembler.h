@@ -165,7 +165,9 @@ class Assembled {
 public:
     enum class Kind { Program, Object };
 
-    explicit Assembled(std::string const& source, Kind kind = Kind::Program, bool is32 = false) {
+    explicit Assembled(std::string const& source, Kind kind = Kind::Program, bool is32 = false,
+                       std::string const& name = "module")
+        : m_path(m_dir.path() + "/" + name) {
         m_dir.file("a.s", source);
         std::string const object = m_dir.path() + "/a.o";
         run(std::string("as ") + (is32 ? "--32" : "--64") + " -o " + object + " " + m_dir.path() + "/a.s");
@@ -176,9 +178,10 @@ public:
             std::rename(object.c_str(), path().c_str());
         }
     }
-    std::string path() const { return m_dir.path() + "/module"; }
-    /// The assembler writes some debug sections by itself.
-    void remove(std::string const& section) const { run("objcopy -R " + section + " " + path()); }
+    std::string const& path() const { return m_path; }
+    TempDir const& dir() const { return m_dir; }
+    /// Has it changed by a program of the binutils.
+    void edit(std::string const& command) const { run(command + " " + m_path); }
 
 private:
     static void run(std::string const& command) {
@@ -188,6 +191,7 @@ private:
     }
 
     TempDir m_dir;
+    std::string m_path;
 };
 
 /// All symbols of a bank that have a unit, as "name[start,end)" with "l" behind local ones, in table order.
