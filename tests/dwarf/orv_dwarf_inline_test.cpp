@@ -58,13 +58,7 @@ std::string listedBody(std::string const& name, std::string const& list) {
 }
 
 std::string function(int start, int size) {
-    return entry(DW_TAG_subprogram,
-                 {nameAttr("f"),
-                  lowAttr(start),
-                  {DW_AT_high_pc, DW_FORM_data4, number(size)},
-                  {DW_AT_decl_file, DW_FORM_data1, "1"},
-                  {DW_AT_decl_line, DW_FORM_data1, "1"}},
-                 Children::Follow);
+    return entry(DW_TAG_subprogram, functionAttrs("f", start, size, declaredAttrs(1, 1)), Children::Follow);
 }
 
 std::string label(std::string const& name, int place) { return entry(DW_TAG_label, {nameAttr(name), lowAttr(place)}); }

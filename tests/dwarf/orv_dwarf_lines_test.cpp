@@ -21,19 +21,11 @@ DwarfText unitText(std::string const& offset = "0") {
     return text.unit({}, entry(DW_TAG_compile_unit, unitAttrs("a.c", offset)));
 }
 
-struct Declared {
-    int file = 0;
-    int line = 0;
-    int column = 0;
-};
-
-std::string function(std::string const& name, int start, int size, Declared const& declared = {}) {
-    return entry(DW_TAG_subprogram, {nameAttr(name),
-                                     lowAttr(start),
-                                     {DW_AT_high_pc, DW_FORM_data4, number(size)},
-                                     {DW_AT_decl_file, DW_FORM_data1, number(declared.file)},
-                                     {DW_AT_decl_line, DW_FORM_data1, number(declared.line)},
-                                     {DW_AT_decl_column, DW_FORM_data1, number(declared.column)}});
+/// A function that was declared in a file, a line and a column.
+std::string function(std::string const& name, int start, int size, int file = 0, int line = 0, int column = 0) {
+    Attrs declared = declaredAttrs(file, line);
+    declared.push_back({DW_AT_decl_column, DW_FORM_data1, number(column)});
+    return entry(DW_TAG_subprogram, functionAttrs(name, start, size, declared));
 }
 
 /// The same with functions in it.
@@ -223,7 +215,7 @@ TEST(DwarfLines, UnitsShareFiles) {
 
 TEST(DwarfLines, OfASymbol) {
     DwarfText const text =
-        functionsText(function("f", 0, 0x40, {1, 5, 7}) + function("g", 0x40, 0x40, {9, 5}),
+        functionsText(function("f", 0, 0x40, 1, 5, 7) + function("g", 0x40, 0x40, 9, 5),
                       setAddress(0) + ".byte 3, 9\n" + k_copyRow + setAddress(0x10) + ".byte 4, 2\n" + k_copyRow +
                           setAddress(0x20) + ".byte 4, 1\n" + k_copyRow + setAddress(0x40) + ".byte 4, 2\n" +
                           k_copyRow + setAddress(0x60) + k_endSequence);
@@ -262,7 +254,7 @@ TEST(DwarfLines, ChoosersSeeWhatTheShortWayTakes) {
     auto const startOf = [](unsigned int row) { return row / 2 * 29 % 190; };
     for (unsigned int i = 0; i < 40; ++i) {
         int const n = static_cast<int>(i);
-        entries += function("f" + number(n), n * 37 % 200, n * 13 % 90, {n % 5, 1});
+        entries += function("f" + number(n), n * 37 % 200, n * 13 % 90, n % 5, 1);
         program << setAddress(startOf(i)) << ".byte 4, " << 1 + i % 4 << "\n.byte 3, " << i << "\n"
                 << k_copyRow << setAddress(startOf(i) + i * 7 % 60) << k_endSequence;
     }

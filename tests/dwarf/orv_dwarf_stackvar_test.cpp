@@ -27,11 +27,9 @@ std::string function(std::string const& inner, Attr const& base = block(DW_AT_fr
 
 std::string variable(std::string const& name, Attr const& location, std::string const& type = "int",
                      unsigned int tag = DW_TAG_variable) {
-    return entry(tag, {nameAttr(name),
-                       location,
-                       typeAttr(type),
-                       {DW_AT_decl_file, DW_FORM_data1, "1"},
-                       {DW_AT_decl_line, DW_FORM_data1, "3"}});
+    Attrs attrs = declaredAttrs(1, 3);
+    attrs.insert(attrs.begin(), {nameAttr(name), location, typeAttr(type)});
+    return entry(tag, attrs);
 }
 
 // Types have a label, by which others speak of them.

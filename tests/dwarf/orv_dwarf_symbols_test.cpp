@@ -22,9 +22,7 @@ using Unit = DwarfText::Unit;
 constexpr auto k_functions = symbol_kind_Function;
 
 std::string function(std::string const& name, int start, int size, Attrs const& more = {}) {
-    Attrs attrs = {nameAttr(name), lowAttr(start), {DW_AT_high_pc, DW_FORM_data4, number(size)}};
-    attrs.insert(attrs.end(), more.begin(), more.end());
-    return entry(DW_TAG_subprogram, attrs);
+    return entry(DW_TAG_subprogram, functionAttrs(name, start, size, more));
 }
 
 std::string unitOf(std::string const& entries, Attrs const& attrs = {nameAttr("a.c")}) {
@@ -278,9 +276,7 @@ TEST(Dwarf, NamesAndPlacesFunctions) {
     EXPECT_EQ(symbolsOf(text),
               "_Z5plainv[1000,1008) _Z5plainv[1010,1010) listed[1018,1018)l endless[1020,1020)l vendor[1030,1030)l "
               "tail_[1060,1064)l _BLNK_[1070,1074)l listed[1200,1208)l");
-    std::string const outer =
-        entry(DW_TAG_subprogram, {nameAttr("outer_"), lowAttr(0), {DW_AT_high_pc, DW_FORM_data4, "64"}},
-              function("inner_", 16, 8));
+    std::string const outer = entry(DW_TAG_subprogram, functionAttrs("outer_", 0, 64), function("inner_", 16, 8));
     EXPECT_EQ(symbolsOf(unitOf(function("tail_", 96, 4) + function("_BLNK_", 112, 4) + outer,
                                languageAttr(DW_LANG_Fortran95))),
               "outer[1000,1040)l inner[1010,1018)l tail[1060,1064)l _BLNK_[1070,1074)l");

@@ -6,6 +6,7 @@
 #include "support/orv_test_support.h"
 
 #include "lines/orv_caller_lines.h"
+#include "lines/orv_dil.h"
 #include "support/orv_elf_builder.h"
 #include "symbols/orv_symboltable.h"
 
@@ -123,22 +124,13 @@ private:
 };
 
 /// Knows nothing: the lines under test are told by their numbers.
-class NoFiles final : public SymMgrObject<ISrcLineResolver> {
+class NoFiles final : public SrcLineResolver {
 public:
-    status_t sourceLocationByAddress(SymMgrObjectPtr<ISourceLocation>& /*out*/, unsigned long long /*address*/,
-                                     unsigned long long /*unit*/, Scope* /*scope*/,
-                                     ISourceLocationChooser* /*chooser*/) override {
-        return status_Fail;
-    }
-    status_t sourceLines(LineIterator& /*out*/, unsigned long long /*unit*/, unsigned int /*fileId*/,
-                         unsigned long long /*start*/, unsigned long long /*end*/, Scope* /*scope*/) override {
-        return status_Fail;
-    }
+    NoFiles() : SrcLineResolver(nullptr) {}
     unsigned int sourceFileCount() override { return 0; }
     ISourceFile* sourceFileById(unsigned int /*id*/) override { return nullptr; }
     ICompUnitDetails* compUnitDetailsById(unsigned long long /*id*/) override { return nullptr; }
-    status_t addressRequested(unsigned long long /*address*/) override { return status_Ok; }
-    status_t requestsCleared() override { return status_Ok; }
+    void lineTable(SymMgrObjectPtr<ILineTable>& out) override { out = nullptr; }
 };
 
 class LineTables : public testing::Test {

@@ -54,6 +54,18 @@ using Attrs = std::vector<Attr>;
 inline Attr nameAttr(std::string const& name) { return {DW_AT_name, DW_FORM_string, name}; }
 inline Attr lowAttr(int offset) { return {DW_AT_low_pc, DW_FORM_addr, "code + " + number(offset)}; }
 
+/// Of a function: its name, its place behind "code", its size, and what else there is to say.
+inline Attrs functionAttrs(std::string const& name, int start, int size, Attrs const& more = {}) {
+    Attrs attrs = {nameAttr(name), lowAttr(start), {DW_AT_high_pc, DW_FORM_data4, number(size)}};
+    attrs.insert(attrs.end(), more.begin(), more.end());
+    return attrs;
+}
+
+/// Where something was declared.
+inline Attrs declaredAttrs(int file, int line) {
+    return {{DW_AT_decl_file, DW_FORM_data1, number(file)}, {DW_AT_decl_line, DW_FORM_data1, number(line)}};
+}
+
 enum class Children { None, Follow };
 /// Behind the children of an entry.
 constexpr char const* k_end = ".byte 0\n";

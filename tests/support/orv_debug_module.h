@@ -37,13 +37,9 @@ inline std::string debugModule(int units, int functions, int distance) {
                      entry(DW_TAG_variable,
                            {nameAttr("v" + number(i)),
                             {DW_AT_location, DW_FORM_block1, ".byte 3\n.8byte code + " + number(start + 8)}});
-            entries += entry(DW_TAG_subprogram,
-                             {nameAttr("_Z1f" + number(i) + "v"),
-                              lowAttr(start),
-                              {DW_AT_high_pc, DW_FORM_data4, number(16 + i % 3 * 8)},
-                              {DW_AT_decl_file, DW_FORM_data1, number(i % 3)},
-                              {DW_AT_decl_line, DW_FORM_data1, number(i + 1)}},
-                             inner);
+            Attrs const attrs =
+                functionAttrs("_Z1f" + number(i) + "v", start, 16 + i % 3 * 8, declaredAttrs(i % 3, i + 1));
+            entries += entry(DW_TAG_subprogram, attrs, inner);
             rows += ".byte 4, " + number(1 + i % 2) + ", 1, 2, 16\n";
         }
         std::string locals = entry(DW_TAG_variable, {nameAttr("local0"), {DW_AT_location, DW_FORM_data4, "0"}});
