@@ -34,10 +34,10 @@ public:
     /// Makes the image for a file name. A file that can't be opened still gives an image, which reads nothing. Null for
     /// a null name.
     ///
-    /// A path that holds "vmlinu" is a kernel's. One that is not on the disk, or is compressed and no ELF file, gets the
-    /// headers of an ELF file that has one segment over a kernel's addresses and no sections: of 64 bits for
-    /// arch_X86_64, or if arch is not given and the path holds "x86_64", else of 32. A compressed one that is an ELF file
-    /// is read up to its last segment, and has no architecture.
+    /// A path that holds "vmlinu" is a kernel's. One that is not on the disk, or is compressed and no ELF file, gets
+    /// the headers of an ELF file that has one segment over a kernel's addresses and no sections: of 64 bits for
+    /// arch_X86_64, or if arch is not given and the path holds "x86_64", else of 32. A compressed one that is an ELF
+    /// file is read up to its last segment, and has no architecture.
     ///
     /// With arch_Em180 or arch_Em181, or with forceOffload, the binary for an offload processor that a program carries
     /// in its section .rodata is the image: a slice of the program's file, with arch_Em181. The file itself where it
