@@ -29,7 +29,9 @@ void SourceLineIterator::reset() {
     std::vector<SrcRange> const& ranges = m_ordered->ranges;
     m_range = m_query.start > m_query.end ? ranges.size() : 0;
     if (m_range == 0 && m_query.fileId != k_allFiles) {
-        SrcRange const* const range = m_table.rangeOf(*m_ordered, m_query);
+        bool const isWhole = m_query.start == 0 && m_query.end == ~0ULL; // all rows come, unit by unit as they stand
+        SrcRange const* const range =
+            isWhole ? LineTable::firstRangeOf(*m_ordered, m_query) : m_table.rangeOf(*m_ordered, m_query);
         m_isCollected = range == nullptr || range->unit == k_allUnits;
         if (m_isCollected) {
             collectUnits(range);
@@ -52,11 +54,15 @@ void SourceLineIterator::collectUnits(SrcRange const* range) {
     }
 }
 
-/// Goes to the first row that fits, in this range or, of all files, one behind it.
+/// Goes to the first row that fits, in this range or one behind it.
 void SourceLineIterator::settle(std::size_t position) {
     std::vector<SrcRange> const& ranges = m_ordered->ranges;
+    bool const isForFile = m_query.fileId != k_allFiles;
     for (; m_range < ranges.size(); ++m_range, position = 0) {
         SrcRange const& range = ranges[m_range];
+        if (isForFile && range.fileId != m_query.fileId) {
+            break;
+        }
         if (m_query.unit != k_allUnits && range.unit != m_query.unit) {
             continue;
         }
@@ -65,11 +71,11 @@ void SourceLineIterator::settle(std::size_t position) {
         if (m_position < range.rows.size() && m_table.locator(range.rows[m_position]).start < m_query.limit()) {
             return;
         }
-        if (m_query.fileId != k_allFiles) {
-            m_range = ranges.size();
-            return;
+        if (isForFile && m_query.unit != k_allUnits) {
+            break; // there is no other
         }
     }
+    m_range = ranges.size();
 }
 
 /// Null at the end.

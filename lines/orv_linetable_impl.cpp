@@ -191,27 +191,40 @@ std::shared_ptr<LineTable::Ordered const> const& LineTable::ordered() const {
                          [this] { return std::make_unique<std::shared_ptr<Ordered const>>(collectRanges()); });
 }
 
-SrcRange const* LineTable::rangeOf(Ordered const& ordered, LineQuery const& query) const {
+SrcRange const* LineTable::firstRangeOf(Ordered const& ordered, LineQuery const& query) {
     auto const key = std::pair(query.fileId, query.unit != k_allUnits ? query.unit : 0);
     auto const first =
         std::lower_bound(ordered.ranges.begin(), ordered.ranges.end(), key,
                          [](SrcRange const& r, auto const& k) { return std::pair(r.fileId, r.unit) < k; });
     bool const isFile = first != ordered.ranges.end() && first->fileId == query.fileId;
-    if (!isFile || (query.unit != k_allUnits && first->unit != query.unit)) {
-        return nullptr;
-    }
-    if (query.unit != k_allUnits || first->ofAllUnits == nullptr) {
-        return &*first;
+    bool const isUnit = query.unit == k_allUnits || (isFile && first->unit == query.unit);
+    return isFile && isUnit ? &*first : nullptr;
+}
+
+SrcRange const* LineTable::rangeOf(Ordered const& ordered, LineQuery const& query) const {
+    SrcRange const* const first = firstRangeOf(ordered, query);
+    if (first == nullptr || query.unit != k_allUnits || first->ofAllUnits == nullptr) {
+        return first;
     }
     return &first->ofAllUnits->get(m_indexLock, [&] {
         auto all = std::make_unique<SrcRange>(SrcRange{query.fileId, k_allUnits, {}, {}, nullptr});
         std::vector<std::pair<unsigned long long, std::uint32_t>> placed;
-        for (auto unit = first; unit != ordered.ranges.end() && unit->fileId == query.fileId; ++unit) {
+        std::vector<std::ptrdiff_t> ends{0}; // of units, in each of which the rows are in order
+        SrcRange const* const end = ordered.ranges.data() + ordered.ranges.size();
+        for (SrcRange const* unit = first; unit != end && unit->fileId == query.fileId; ++unit) {
             for (std::uint32_t const row : unit->rows) {
                 placed.emplace_back(m_rows.startOf(m_rows.runOf(row), row), row);
             }
+            ends.push_back(static_cast<std::ptrdiff_t>(placed.size()));
         }
-        std::sort(placed.begin(), placed.end());
+        std::size_t const count = ends.size() - 1;
+        for (std::size_t width = 1; width < count; width *= 2) {
+            for (std::size_t i = 0; i + width < count; i += 2 * width) {
+                std::inplace_merge(placed.begin() + ends[i], placed.begin() + ends[i + width],
+                                   placed.begin() + ends[std::min(i + 2 * width, count)],
+                                   [](auto const& a, auto const& b) { return a.first < b.first; });
+            }
+        }
         for (auto const& [start, row] : placed) {
             all->rows.push_back(row);
         }

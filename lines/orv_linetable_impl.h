@@ -125,6 +125,8 @@ public:
     /// What holds the rows that a question for a stretch and a file is about; null if there is none. Those of several
     /// units are in one, whose unit is k_allUnits.
     SrcRange const* rangeOf(Ordered const& ordered, LineQuery const& query) const;
+    /// The first of those that rangeOf puts together.
+    static SrcRange const* firstRangeOf(Ordered const& ordered, LineQuery const& query);
     /// The rows of a range that a question for a stretch finds.
     std::vector<std::uint32_t> rowsIn(SrcRange const& range, LineQuery const& query) const;
     /// Where a question for a file finds rows.
