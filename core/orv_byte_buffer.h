@@ -20,7 +20,7 @@ public:
     static constexpr std::uint64_t k_largest = std::uint64_t{1} << 40;
 
     explicit ByteBuffer(unsigned long long size)
-        : m_data(size <= k_largest ? static_cast<unsigned char*>(std::malloc(size)) : nullptr),
+        : m_data(size <= k_largest ? static_cast<unsigned char*>(std::malloc(size + 1)) : nullptr),
           m_size(m_data != nullptr ? size : 0) {}
     ~ByteBuffer() override { std::free(m_data); }
 

@@ -196,8 +196,8 @@ bool FileFormatLoader::addSegment(unsigned long long address, char const* name, 
                                   unsigned long long fileOffset, unsigned long long fileSize,
                                   unsigned long long memorySize, unsigned int type) {
     unsigned long long const end = address + memorySize;
-    auto& segments = m_layouts.back().segments;
-    auto& typedSegments = m_layouts.back().typedSegments;
+    auto& segments = m_newestLayout->segments;
+    auto& typedSegments = m_newestLayout->typedSegments;
     auto const overlaps = [&](std::pair<unsigned long long const, Segment*> const& entry) {
         return (entry.first <= address && entry.first + entry.second->memorySize() > address) ||
                (entry.first >= address && entry.first < end);
@@ -235,7 +235,7 @@ bool FileFormatLoader::addSegment(unsigned long long address, char const* name, 
 bool FileFormatLoader::addSection(char const* name, unsigned long long address, unsigned long long size) {
     SymMgrObjectPtr<Section> const section(new Section({nullptr, name}, this, address, address, size, 0));
     m_sections.push_back(section);
-    m_layouts.back().sections[address] = section.get();
+    m_newestLayout->sections[address] = section.get();
     return true;
 }
 
@@ -244,10 +244,11 @@ void FileFormatLoader::addLate(char const* name, unsigned long long address, uns
     if (known != layout().sections.end() && std::strcmp(known->second->name(), name) == 0) {
         return; // added by another list of the same kernel
     }
-    m_layouts.push_back(layout());
+    m_laterLayouts.push_back(std::make_unique<Layout>(layout()));
+    m_newestLayout = m_laterLayouts.back().get();
     addSegment(address, name, 0, 0, 0, size, segment_type_Code);
     addSection(name, address, size);
-    m_layout.store(&m_layouts.back(), std::memory_order_release);
+    m_layout.store(m_newestLayout, std::memory_order_release);
 }
 
 Segment* FileFormatLoader::newSegment(char const* name, unsigned long long rva, unsigned long long fileOffset,

@@ -12,7 +12,6 @@
 #include "orv/orv_fileformatloader.h"
 
 #include <atomic>
-#include <deque>
 #include <map>
 #include <memory>
 #include <set>
@@ -129,8 +128,11 @@ private:
     /// Clients hold them as plain pointers: what has been displaced stays too.
     std::vector<std::unique_ptr<Segment>> m_segments;
     std::vector<SymMgrObjectPtr<Section>> m_sections;
-    std::deque<Layout> m_layouts{1};                  ///< The last is in force, and no other is ever changed.
-    std::atomic<Layout*> m_layout{&m_layouts.back()}; ///< Read without a lock.
+    // Nothing here allocates when it is made: what is counted and can't be finished would leave its lock behind.
+    Layout m_firstLayout;
+    std::vector<std::unique_ptr<Layout>> m_laterLayouts; ///< Copies with something added.
+    Layout* m_newestLayout = &m_firstLayout;             ///< The one to change; no other is changed any more.
+    std::atomic<Layout*> m_layout{&m_firstLayout};       ///< The one in force. Read without a lock.
 };
 
 } // namespace ORV_3_30

@@ -44,7 +44,7 @@ public:
                             ILock* lock) const override {
         for (SystemMap::MapKind const kind : {SystemMap::map_kind_SystemMap, SystemMap::map_kind_Kallsyms}) {
             auto const ordinal = static_cast<long long>(candidates.size());
-            candidates.emplace_back(new SystemMap(kernelFile, kind, ordinal, lock));
+            candidates.push_back(SymMgrObjectPtr<ISymbolFileToResolve>(new SystemMap(kernelFile, kind, ordinal, lock)));
         }
     }
 
