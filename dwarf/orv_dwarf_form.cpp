@@ -57,6 +57,26 @@ std::uint64_t addressOf(DwarfWalker& walker, FormContext const& context) {
     return walker.address();
 }
 
+bool withoutValue(std::uint64_t form, AttrValue& out) {
+    out.form = form;
+    out.data = nullptr;
+    return true;
+}
+
+bool textHere(DwarfWalker& walker, AttrValue& out) {
+    out.form = DW_FORM_string;
+    out.data = walker.current();
+    walker.text(out.value);
+    return true;
+}
+
+bool textElsewhere(DwarfWalker& walker, FormContext const& context, AttrValue& out) {
+    std::uint64_t const offset = uncheckedOffset(walker, context.is64);
+    out.form = DW_FORM_strp;
+    out.data = offset < context.stringsSize ? context.strings + offset : nullptr;
+    return true;
+}
+
 } // namespace
 
 bool readForm(DwarfWalker& walker, FormContext const& context, std::uint64_t form, AttrValue& out) {
@@ -75,19 +95,8 @@ bool readForm(DwarfWalker& walker, FormContext const& context, std::uint64_t for
         case DW_FORM_flag: return number(form, fixed<1>(walker), out);
         case DW_FORM_sdata: return number(form, static_cast<std::uint64_t>(walker.signedLeb()), out);
         case DW_FORM_udata: return number(form, walker.unsignedLeb(), out);
-        case DW_FORM_string: {
-            auto const* const text = walker.current();
-            out.form = form;
-            out.data = text;
-            walker.text(out.value);
-            return true;
-        }
-        case DW_FORM_strp: {
-            std::uint64_t const offset = uncheckedOffset(walker, context.is64);
-            out.form = form;
-            out.data = offset < context.stringsSize ? context.strings + offset : nullptr;
-            return true;
-        }
+        case DW_FORM_string: return textHere(walker, out);
+        case DW_FORM_strp: return textElsewhere(walker, context, out);
         case DW_FORM_ref_addr:
             return number(
                 form, context.version < 3 ? addressOf(walker, context) : uncheckedOffset(walker, context.is64), out);
@@ -105,17 +114,10 @@ bool readForm(DwarfWalker& walker, FormContext const& context, std::uint64_t for
         case DW_FORM_sec_offset:
         case DW_FORM_GNU_ref_alt:
         case DW_FORM_GNU_strp_alt: return checkedOffset(walker, context.is64, form, out);
-        case DW_FORM_flag_present:
-            out.form = form;
-            out.data = nullptr;
-            return true;
+        case DW_FORM_flag_present: return withoutValue(form, out);
         case DW_FORM_ref_sig8: walker.skip(8); return number(form, ~std::uint64_t{0}, out);
         case DW_FORM_GNU_addr_index:
-        case DW_FORM_GNU_str_index:
-            walker.skipLeb();
-            out.form = form;
-            out.data = nullptr;
-            return true;
+        case DW_FORM_GNU_str_index: walker.skipLeb(); return withoutValue(form, out);
         default: return false;
         }
     }
