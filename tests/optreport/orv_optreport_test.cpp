@@ -108,6 +108,8 @@ std::string read(std::string const& bytes, unsigned long long address = 0x2000) 
     for (reader.reset(); reader.current() != nullptr; reader.next()) {
         all += textOf(*reader.current());
     }
+    EXPECT_FALSE(reader.next()) << "the end stays the end";
+    EXPECT_EQ(reader.current(), nullptr);
     return all;
 }
 
@@ -163,7 +165,27 @@ TEST(OptReports, ReadsTables) {
     }
 }
 
+/// A table with a report whose name and value stand in front of its entry, which ends so many bytes ahead of the
+/// section.
+std::string entryLast(std::size_t behind) {
+    std::string const names("other", 6);
+    std::string const data = "x";
+    std::string out(".zvk_notify_tab", 16);
+    ElfBuilder::put(out, 0x0101, 2);
+    ElfBuilder::put(out, 44 + names.size() + data.size(), 2);
+    for (std::size_t const value :
+         {std::size_t{1}, std::size_t{44}, names.size(), 44 + names.size(), data.size(), std::size_t{8}}) {
+        ElfBuilder::put(out, value, 4);
+    }
+    out += names + data;
+    ElfBuilder::put(out, 0x10, 8);
+    ElfBuilder::put(out, 0, 8);
+    return out + std::string(behind, '\0');
+}
+
 TEST(OptReports, CorruptTablesEndTheirSection) {
+    EXPECT_EQ(read(entryLast(1)), "0 0 /0 "); // what ends on another entry gives the last one, of which there is none
+    EXPECT_EQ(read(entryLast(0)), "") << "an entry wants more behind it";
     auto const with = [](Row const& bad) { return Table{{report(0x10, "good"), bad, report(0x20, "behind")}}; };
     Row length = report(0x18, "x");
     length.length = 0;
