@@ -154,6 +154,8 @@ TEST(OptReports, ReadsTables) {
              Case{"a header of no size", endless.bytes() + few.bytes(), "10 0 a/16 "},
              Case{"as short as a table can be", Table{}.bytes().substr(0, 49), "0 0 /0 "},
              Case{"one byte short of that", Table{}.bytes().substr(0, 48), ""},
+             Case{"another version with a short header",
+                  endless.bytes().substr(0, 18) + std::string("\x14\0", 2) + few.bytes(), "10 0 a/16 "},
              Case{"a major version of 0", old.bytes() + few.bytes(), "10 0 a/16 "},
              Case{"a version of two bytes", wide.bytes(), "10 4660 a/16 "},
              Case{"a signature in the data of a table", nested.bytes() + few.bytes(), "10 0 a/16 10 0 a/16 10 0 a/16 "},
