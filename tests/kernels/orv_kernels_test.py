@@ -14,7 +14,7 @@ import sys
 import tempfile
 
 ORV = os.environ["ORV"]
-CACHE = pathlib.Path(sys.argv[1])
+CACHE = pathlib.Path(sys.argv[1]).resolve()
 SAMPLE = None if "--all" in sys.argv else 4000
 KINDS = {"T": "function", "D": "data", "G": "other"}
 failures = []
