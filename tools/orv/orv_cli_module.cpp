@@ -124,13 +124,11 @@ Module& Module::load(std::string name, CommonOptions const& options, View view) 
 
 Module::Module(std::string name, CommonOptions const& options, View view)
     : m_name(std::move(name)), m_options(options), m_resolver(std::make_unique<Resolver>(m_options)) {
-    SymMgrObjectPtr<IModuleImage> const image = imageOf(m_name, m_options);
-    if (view == View::LaidOut) {
-        m_image = laidOutImage(image);
-        m_isLaidOut = static_cast<bool>(m_image);
-    }
-    if (m_options.offload) {
-        m_image = image;
+    m_image = imageOf(m_name, m_options);
+    if (SymMgrObjectPtr<IModuleImage> const laidOut =
+            view == View::LaidOut ? laidOutImage(m_image) : SymMgrObjectPtr<IModuleImage>()) {
+        m_isLaidOut = true;
+        m_image = m_options.offload ? m_image : laidOut;
     }
     status_t status = ISymbolManager::create(m_manager);
     if (status == status_Ok) {
@@ -148,7 +146,7 @@ Module::Module(std::string name, CommonOptions const& options, View view)
 }
 
 status_t Module::loadBank() {
-    if (m_image) {
+    if (m_isLaidOut || m_options.offload) {
         return IModuleSymbolBank::create(m_bank, m_image, m_resolver.get(), true, "");
     }
     unsigned int const flags = m_options.noDebugInfo ? load_flags_NoDebugInfo : load_flags_None;
@@ -177,7 +175,7 @@ void Module::noteBadDebugInfo(status_t status) {
 
 IFileFormatLoader& Module::loader() {
     if (!m_loader) {
-        status_t const status = IFileFormatLoader::create(m_loader, m_image ? m_image : imageOf(m_name, m_options), "");
+        status_t const status = IFileFormatLoader::create(m_loader, m_image, "");
         if (status != status_Ok) {
             throw failureOf(m_name, status);
         }
@@ -190,8 +188,7 @@ bool Module::is32Bit() {
         return false; // whatever the headers that were made up for it say
     }
     unsigned char fileClass = 0;
-    SymMgrObjectPtr<IModuleImage> const image = imageOf(m_name, m_options);
-    return image->read(EI_CLASS, 1, &fileClass) == 1 && fileClass == ELFCLASS32;
+    return m_image->read(EI_CLASS, 1, &fileClass) == 1 && fileClass == ELFCLASS32;
 }
 
 bool parseAddress(std::string_view text, unsigned long long& out) {

@@ -110,7 +110,8 @@ private:
     std::string m_name;
     CommonOptions m_options;
     std::unique_ptr<Resolver> m_resolver;
-    SymMgrObjectPtr<IModuleImage> m_image; ///< Null where the library makes its own.
+    SymMgrObjectPtr<IModuleImage>
+        m_image; ///< What is asked beside the bank, and what that is made of if it is laid out.
     bool m_isLaidOut = false;
     SymMgrObjectPtr<ISymbolManager> m_manager;
     SymMgrObjectPtr<IModuleSymbolBank> m_bank;
