@@ -27,6 +27,11 @@ public:
     ByteCursor(unsigned char const* data, std::uint64_t size) : m_data(data), m_size(data != nullptr ? size : 0) {}
 
     std::uint64_t position() const { return m_position; }
+    std::uint64_t size() const { return m_size; }
+    /// What is not read yet: remaining() bytes.
+    unsigned char const* current() const { return m_data + m_position; }
+    /// A cursor over these alone.
+    ByteCursor rest() const { return {current(), remaining()}; }
     std::uint64_t remaining() const { return m_size - m_position; }
 
     /// False, without a move, for a position behind the end.
@@ -55,7 +60,41 @@ public:
         return readBytes(width == 1 || width == 2 || width == 4 ? width : 8, out);
     }
 
+    /// Reads an unsigned LEB128 number; what it has beyond 64 bits is lost. False, with the cursor at the end, if the
+    /// bytes end inside it.
+    bool readUleb(std::uint64_t& out) {
+        unsigned int shift = 0;
+        bool isNegative = false;
+        return readLeb(out, shift, isNegative);
+    }
+
+    /// The same for a signed one, in two's complement.
+    bool readSleb(std::uint64_t& out) {
+        unsigned int shift = 0;
+        bool isNegative = false;
+        if (!readLeb(out, shift, isNegative)) {
+            return false;
+        }
+        if (isNegative && shift < 64) {
+            out |= ~std::uint64_t{0} << shift;
+        }
+        return true;
+    }
+
 private:
+    bool readLeb(std::uint64_t& out, unsigned int& shift, bool& isNegative) {
+        std::uint64_t value = 0;
+        for (std::uint8_t byte = 0x80; byte >= 0x80; shift += shift < 64 ? 7 : 0) {
+            if (!read(byte)) {
+                return false;
+            }
+            value |= shift < 64 ? std::uint64_t{byte & 0x7FU} << shift : 0;
+            isNegative = (byte & 0x40) != 0;
+        }
+        out = value;
+        return true;
+    }
+
     bool readBytes(std::size_t count, std::uint64_t& out) {
         if (remaining() < count) {
             return false;

@@ -43,11 +43,11 @@ bool readElfSymbol(bool is64, unsigned char const* data, std::uint64_t size, std
 }
 
 ElfSymbolReader::ElfSymbolReader(ElfHelper const& helper, ElfHelper::Role symbols, ElfHelper::Role strings,
-                                 unsigned int kinds)
+                                 unsigned int kinds, std::uint64_t entries)
     : m_helper(helper), m_kinds(kinds | symbol_kind_Other), m_entries(helper.sectionData(symbols)->data()),
-      m_size(helper.sectionData(symbols)->size()),
       m_entrySize((helper.is64() ? sizeof(Elf64_Sym) : sizeof(Elf32_Sym)) +
                   (helper.header().e_machine == k_machineWithWideSymbols ? k_wideSymbolExtra : 0)),
+      m_size(std::min<std::uint64_t>(entries, helper.sectionData(symbols)->size() / m_entrySize) * m_entrySize),
       m_names(reinterpret_cast<char const*>(helper.sectionData(strings)->data())),
       m_namesSize(helper.sectionData(strings)->size()), m_delta(helper.sectionData(symbols)->addressDelta()) {}
 

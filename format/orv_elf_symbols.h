@@ -14,10 +14,11 @@ namespace ORV_3_30 {
 /// ones, foreign bindings and types, kinds that are not wanted, and addresses in no code or data.
 class ElfSymbolReader {
 public:
-    /// kinds: a mask; untyped symbols come along with any. Both sections must be there.
-    ElfSymbolReader(ElfHelper const& helper, ElfHelper::Role symbols, ElfHelper::Role strings, unsigned int kinds);
+    /// kinds: a mask; untyped symbols come along with any. Both sections must be there. entries: how many to look at.
+    ElfSymbolReader(ElfHelper const& helper, ElfHelper::Role symbols, ElfHelper::Role strings, unsigned int kinds,
+                    std::uint64_t entries = ~0ULL);
 
-    /// Entries in the section.
+    /// Entries to look at.
     std::uint64_t count() const { return m_size / m_entrySize; }
     /// The next accepted symbol; false at the end. Its name is null where it lies outside the strings.
     bool next(RawSymbol& out);
@@ -29,8 +30,8 @@ private:
     ElfHelper const& m_helper;
     unsigned int m_kinds;
     unsigned char const* m_entries;
-    std::uint64_t m_size;
     std::uint64_t m_entrySize;
+    std::uint64_t m_size; ///< Of the entries to look at.
     std::uint64_t m_position = 0;
     char const* m_names;
     std::uint64_t m_namesSize;

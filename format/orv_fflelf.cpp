@@ -22,6 +22,9 @@ void ElfFileLoader::open(SymMgrObjectPtr<IModuleImage> image) {
     if (!m_elfHelper->valid()) {
         setStatus(status_BadFileFormat);
     }
+    if (readsOatFiles()) {
+        m_oat = findOatPlace(*m_elfHelper, this);
+    }
 }
 
 void ElfFileLoader::readFileInfo() {
@@ -75,8 +78,12 @@ status_t ElfFileLoader::collectSymbolFiles(SymbolFiles& candidates) {
         return status_Ok;
     }
     readFileInfo();
-    SymMgrObjectPtr<IFileFormatHelper> const helper(new ElfFileFormatHelper(m_elfHelper.get()));
-    root().collectDwarfFiles(candidates, fileName(), helper.get(), symbolFileLock());
+    if (m_oat.isThere()) {
+        root().collectOatFile(candidates, fileName());
+    } else {
+        SymMgrObjectPtr<IFileFormatHelper> const helper(new ElfFileFormatHelper(m_elfHelper.get()));
+        root().collectDwarfFiles(candidates, fileName(), helper.get(), symbolFileLock());
+    }
     if (isKernelPath(fileName())) {
         root().collectKernelLists(candidates, fileName(), symbolFileLock());
     }
@@ -88,8 +95,19 @@ IDebugInfoLoader* ElfFileLoader::createDebugInfoLoader(char const* name, symbol_
     switch (format) {
     case symbolFormatDwarf: return createDwarfLoader(name);
     case symbolFormatSystemMap: return root().kernelListLoader(this, name);
+    case symbolFormatOat: return createOatLoader(name);
     default: return nullptr;
     }
+}
+
+/// Its data are read in one piece; the code is a part of them.
+IDebugInfoLoader* ElfFileLoader::createOatLoader(char const* name) {
+    if (!m_oat.isThere()) {
+        return nullptr;
+    }
+    SymMgrObjectPtr<IBuffer> data;
+    status_t const status = readBytes(m_oat.data->fileOffset(), static_cast<unsigned long long>(m_oat.size), data);
+    return ORV_ASSERT(status == status_Ok, "st==status_Ok") ? root().oatLoader(this, name, data.get(), m_oat) : nullptr;
 }
 
 /// A companion gives its symbol tables to a stripped module, whatever else is in it.

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
-/// The loader of ELF files: programs, shared objects, relocatable files, kernel images.
+/// The loader of ELF files: programs, shared objects, relocatable files, kernel images, Android OAT files.
 #pragma once
 
 #include "format/orv_elf_helper.h"
+#include "format/orv_elf_oat.h"
 #include "format/orv_ffl.h"
 
 namespace ORV_3_30 {
@@ -39,12 +40,14 @@ public:
 private:
     void readFileInfo();
     IDebugInfoLoader* createDwarfLoader(char const* name);
+    IDebugInfoLoader* createOatLoader(char const* name);
     void loadTable(ElfHelper::Role symbols, ElfHelper::Role strings, ISymbolTable& table, AcceptedRanges* filter,
                    unsigned int kinds);
     void addThunks(ISymbolTable& table, AcceptedRanges* filter);
 
     SymMgrObjectPtr<ElfHelper> m_elfHelper;
     bool m_fileInfoRead = false;
+    OatPlace m_oat; ///< Of an OAT file that is to be read as one.
 };
 
 /// The view of an ELF file that debug information readers work through.

@@ -11,6 +11,7 @@
 namespace ORV_3_30 {
 
 class ElfFileLoader;
+struct OatPlace;
 
 /// Filled in by the root of the library, and the same for all loaders.
 class IRoot {
@@ -30,6 +31,11 @@ public:
                                     ILock* lock) const = 0;
     /// The reader of a kernel's list of symbols, which may correct where the loader has the kernel.
     virtual IDebugInfoLoader* kernelListLoader(ElfFileLoader* loader, char const* mapFile) const = 0;
+    /// The OAT file that a module is.
+    virtual void collectOatFile(FileFormatLoader::SymbolFiles& candidates, char const* moduleFile) const = 0;
+    /// The reader of OAT data.
+    virtual IDebugInfoLoader* oatLoader(IFileFormatLoader* loader, char const* symFileName, IBuffer* data,
+                                        OatPlace const& place) const = 0;
     /// The reader of a file's DWARF; loadBias: what is added to its addresses to get the module's.
     virtual IDebugInfoLoader* dwarfLoader(IFileFormatLoader* loader, char const* symFileName, IFileFormatHelper* helper,
                                           unsigned long long loadBias) const = 0;

@@ -8,6 +8,8 @@
 
 namespace ORV_3_30 {
 
+SourceFile::~SourceFile() = default;
+
 bool SourceFile::sourceLines(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out, unsigned long long unit,
                              IAddress* start, IAddress* end) {
     unsigned long long const from = start != nullptr ? start->pseudoAddr() : 0;

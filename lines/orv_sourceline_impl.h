@@ -17,6 +17,7 @@ public:
                unsigned long long length)
         : m_resolver(resolver), m_path(std::move(path)), m_id(id), m_modificationTime(modificationTime),
           m_length(length) {}
+    ~SourceFile() override; // not inline: g++ 12 takes the second base's place for a wrong one to delete
 
     char const* path() override { return m_path.c_str(); }
     bool sourceLines(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out, unsigned long long unit,

@@ -7,9 +7,11 @@
 #include "format/orv_fflelf.h"
 #include "lines/orv_dil.h"
 #include "manager/orv_symbolmanager.h"
+#include "oat/orv_oat.h"
 #include "resolver/orv_debug_files.h"
 #include "resolver/orv_dilsystemmap.h"
 #include "resolver/orv_kernel_files.h"
+#include "resolver/orv_oat_file.h"
 #include "symbols/orv_symbol_call_back.h"
 
 namespace ORV_3_30 {
@@ -51,6 +53,16 @@ public:
     IDebugInfoLoader* kernelListLoader(ElfFileLoader* loader, char const* mapFile) const override {
         arch_t const architecture = placeKernelByList(*loader, mapFile);
         return new SystemMAPDebugInfoLoader(loader, mapFile, architecture);
+    }
+
+    void collectOatFile(FileFormatLoader::SymbolFiles& candidates, char const* moduleFile) const override {
+        auto const ordinal = static_cast<long long>(candidates.size());
+        candidates.push_back(SymMgrObjectPtr<ISymbolFileToResolve>(new OATSymbolFileToResolve(moduleFile, ordinal)));
+    }
+
+    IDebugInfoLoader* oatLoader(IFileFormatLoader* loader, char const* symFileName, IBuffer* data,
+                                OatPlace const& place) const override {
+        return new OATDebugInfoLoader(loader, symFileName, SymMgrObjectPtr<IBuffer>(data), place.data, place.exec);
     }
 
     IDebugInfoLoader* dwarfLoader(IFileFormatLoader* loader, char const* symFileName, IFileFormatHelper* helper,
