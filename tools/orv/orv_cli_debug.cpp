@@ -115,16 +115,19 @@ DebugInfo::DebugInfo(Module& module, CommonOptions const& common) : m_module(mod
     Progress const progress("reading " + module.name());
     SymMgrObjectPtr<IDebugInfoLoader> found;
     loader.debugInfoLoader(found, index, 0);
-    if (!found || found->symFileFormat() != symbolFormatDwarf) {
+    if (!found || (found->symFileFormat() != symbolFormatDwarf && found->symFileFormat() != symbolFormatOat)) {
         throw none;
     }
     m_resolver = found->srcLineResolver(nullptr, nullptr);
-    // With no kind of symbols the units alone are read.
-    status_t const status = found->loadSymbols(nullptr, nullptr, 0, m_resolver);
-    if (failed(status)) {
-        throw Failure(module.name() + ": " + describeDebugInfo(status));
-    }
     m_loader = found;
+    // With no kind of symbols the units alone are read; methods of an OAT file come whatever the kind.
+    m_symbols = isOat() ? ISymbolTable::create(nullptr) : SymMgrObjectPtr<ISymbolTable>();
+    status_t const status = found->loadSymbols(m_symbols.get(), nullptr, 0, m_resolver);
+    if (failed(status) && isOat()) {
+        note(module.name() + ": " + describeDebugInfo(status, symbolFormatOat), common);
+    } else if (failed(status)) {
+        throw Failure(module.name() + ": " + describeDebugInfo(status, symbolFormatDwarf));
+    }
 }
 
 SymMgrObjectPtr<IBuffer> DebugInfo::unitBytes() {
@@ -141,6 +144,9 @@ SymMgrObjectPtr<IBuffer> DebugInfo::unitBytes() {
 
 /// A unit's id is its offset: the headers' lengths lead from one to the next (DWARF version 4, 7.5.1.1).
 std::vector<ICompUnitDetails*> DebugInfo::units() {
+    if (isOat()) {
+        throw Failure(m_module.name() + ": is an OAT file, which tells of methods, files and lines, and of no units");
+    }
     std::vector<ICompUnitDetails*> found;
     SymMgrObjectPtr<IBuffer> const bytes = unitBytes();
     for (unsigned long long offset = 0; bytes && offset < bytes->size();) {
@@ -167,9 +173,17 @@ std::vector<ISourceFile*> DebugInfo::files() {
     SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> lines;
     status_t const status = m_resolver->sourceLines(lines, k_allUnits, 0, 0, 0, nullptr);
     if (failed(status) && status != status_NoDebugInfo) {
-        throw Failure(m_module.name() + ": " + describeDebugInfo(status));
+        throw Failure(m_module.name() + ": " + describeDebugInfo(status, m_loader->symFileFormat()));
     }
     std::vector<ISourceFile*> found;
+    // Those of an OAT file are not counted, and lie at all ids up to the first that is none.
+    for (unsigned int id = 0; isOat(); ++id) {
+        ISourceFile* const file = m_resolver->sourceFileById(id);
+        if (file == nullptr) {
+            break;
+        }
+        found.push_back(file);
+    }
     for (unsigned int id = 0; id < m_resolver->sourceFileCount(); ++id) {
         found.push_back(m_resolver->sourceFileById(id));
     }

@@ -23,11 +23,13 @@ public:
     std::vector<ISourceFile*> files();
 
 private:
+    bool isOat() { return m_loader->symFileFormat() == symbolFormatOat; }
     /// The bytes of .debug_info, uncompressed.
     SymMgrObjectPtr<IBuffer> unitBytes();
 
     Module& m_module;
     SymMgrObjectPtr<IDebugInfoLoader> m_loader;
+    SymMgrObjectPtr<ISymbolTable> m_symbols; ///< Of an OAT file, whose lines come with them.
     ISrcLineResolver* m_resolver = nullptr;
 };
 

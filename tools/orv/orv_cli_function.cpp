@@ -111,11 +111,31 @@ private:
     void collectLines() {
         SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> lines;
         m_symbol.sourceLines(lines);
-        forEach(lines, [&](auto const& line) {
+        auto const take = [&](auto const& line) {
             if (line->location()->sourceFile() != nullptr) {
                 m_lines.push_back(line);
             }
-        });
+        };
+        if (lines) {
+            forEach(lines, take);
+        } else if (ISourceFile* const file = fileAtEntry()) {
+            collectLinesOf(*file, take);
+        }
+    }
+    /// Of a symbol that has no lines of its own, as a method of an OAT file: those of its first file.
+    ISourceFile* fileAtEntry() {
+        SymMgrObjectPtr<ISourceLine> line;
+        return m_symbol.sourceLine(line) == status_Ok ? line->location()->sourceFile() : nullptr;
+    }
+    template <typename Take> void collectLinesOf(ISourceFile& file, Take const& take) {
+        for (auto const& range : m_ranges) {
+            SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> lines;
+            PlainAddress from(startOf(*range));
+            PlainAddress to(from.pseudoAddr() + range->size());
+            if (!file.sourceLines(lines, ~0ULL, &from, &to)) {
+                forEach(lines, take);
+            }
+        }
     }
 
     template <typename Visitor> void forEachInside(Visitor visit) const {

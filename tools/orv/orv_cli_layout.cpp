@@ -4,6 +4,7 @@
 
 #include "orv_cli_commands.h"
 #include "orv_cli_debug.h"
+#include "orv_cli_oat.h"
 #include "orv_cli_output.h"
 
 #include <cstdio>
@@ -61,6 +62,7 @@ int info(std::string const& moduleName, CommonOptions const& common) {
     SymMgrObjectPtr<IAddress> const entry = bank.entryPoint();
     std::string const buildId = buildIdOf(module);
     Producers const producers = bank.symFileFormat() == symbolFormatDwarf ? producersOf(module, common) : Producers();
+    std::optional<OatFacts> const oat = oatFactsOf(module);
     if (common.json) {
         Json object{{"file", moduleName},
                     {"format", nameOf(bank.execFileFormat())},
@@ -77,6 +79,9 @@ int info(std::string const& moduleName, CommonOptions const& common) {
             object["producers"].push_back(
                 {{"compiler", producer.first}, {"language", producer.second}, {"units", count}});
         }
+        if (oat) {
+            object["oat"] = {{"version", oat->version}, {"dex_files", oat->dexFiles}, {"methods", oat->methods}};
+        }
         printJson(object);
     } else {
         std::printf("file                    %s\n", moduleName.c_str());
@@ -89,6 +94,11 @@ int info(std::string const& moduleName, CommonOptions const& common) {
         std::printf("symbol file             %s\n", bank.symFileName());
         std::printf("symbol file format      %s\n", nameOfSymbolFormat(bank.symFileFormat()));
         std::printf("memory estimate         %llu bytes\n", bank.memoryEstimate());
+        if (oat) {
+            std::printf("OAT version             %s\n", oat->version.c_str());
+            std::printf("DEX files               %u\n", oat->dexFiles);
+            std::printf("methods                 %zu\n", oat->methods);
+        }
         for (auto const& [producer, count] : producers) {
             std::printf("%-22s  %zu of %s\n", "units", count, producer.second.c_str());
             std::printf("%-22s  %s\n", "  compiled by", producer.first.c_str());

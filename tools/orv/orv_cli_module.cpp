@@ -5,6 +5,7 @@
 
 #include "orv_cli_kernel.h"
 #include "orv_cli_laid_out.h"
+#include "orv_cli_oat.h"
 #include "orv_cli_resolver.h"
 
 #include <algorithm>
@@ -75,7 +76,13 @@ char const* describe(status_t status) {
     }
 }
 
-std::string describeDebugInfo(status_t status) {
+std::string describeDebugInfo(status_t status, unsigned int format) {
+    if (format == symbolFormatOat && status != status_OutOfMemory) {
+        return status == status_UnsupportedFileVersion
+                   ? "the OAT data are of another version than 7, 14, 15 and 22 to 28, or of a DEX file of another one "
+                     "than 035: what is in front of that, and ELF symbols, answer"
+                   : "the OAT data are damaged: what can be read of them, and ELF symbols, answer";
+    }
     switch (status) {
     case status_UnsupportedFileVersion:
         return "the debug information is of a DWARF version above 4: ELF symbols answer in its place; -gdwarf-4 gives "
@@ -156,7 +163,11 @@ status_t Module::loadBank() {
 
 Module::~Module() = default;
 
-std::string Module::missingDebugInfo() const {
+std::string Module::missingDebugInfo() {
+    std::string const unread = m_options.noDebugInfo ? std::string() : unreadOat(*this);
+    if (!unread.empty()) {
+        return unread;
+    }
     std::string const missing = m_resolver->missing(*m_bank);
     return missing.empty() ? missing : missing + ": see 'orv candidates " + m_name + "'";
 }
@@ -169,7 +180,7 @@ status_t Module::symbolRangeByAddress(IAddress& address, SymMgrObjectPtr<ISymbol
 
 void Module::noteBadDebugInfo(status_t status) {
     if (status != status_NoDebugInfo) {
-        note(m_name + ": " + describeDebugInfo(status), m_options);
+        note(m_name + ": " + describeDebugInfo(status, m_bank->symFileFormat()), m_options);
     }
 }
 

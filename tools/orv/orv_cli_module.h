@@ -45,8 +45,8 @@ SymMgrObjectPtr<IModuleImage> imageOf(std::string const& name, CommonOptions con
 Failure failureOf(std::string const& name, status_t status);
 /// The words of a status for people.
 char const* describe(status_t status);
-/// What debug information that can't be read means for the user.
-std::string describeDebugInfo(status_t status);
+/// What debug information of a format that can't be read means for the user.
+std::string describeDebugInfo(status_t status, unsigned int format);
 /// By the names that they have on the command line and in answers.
 extern std::map<std::string, arch_t> const k_architectures;
 char const* nameOf(arch_t arch);
@@ -90,8 +90,9 @@ public:
     status_t symbolRangeByAddress(IAddress& address, SymMgrObjectPtr<ISymbolRange>& out, symbol_kind_t mask);
     /// The file format loader, for what the bank does not tell: sections by index and by address.
     IFileFormatLoader& loader();
-    /// What was sought in vain for a stripped module, in one line; empty for all others.
-    std::string missingDebugInfo() const;
+    /// What was sought in vain for a stripped module, or how to have an OAT file read, in one line; empty for all
+    /// others.
+    std::string missingDebugInfo();
     /// Decides on symbol files, as the options say.
     ISymbolFileResolver& resolver();
     /// True for a file of the 32-bit class.

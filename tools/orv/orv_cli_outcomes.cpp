@@ -62,7 +62,9 @@ private:
 
 CandidateKind kindOf(ISymbolFileToResolve& candidate) {
     if (candidate.symbolFileFormat() != symbolFormatDwarf) {
-        return candidate.symbolFileFormat() == symbolFormatSystemMap ? CandidateKind::KernelList : CandidateKind::Other;
+        return candidate.symbolFileFormat() == symbolFormatSystemMap ? CandidateKind::KernelList
+               : candidate.symbolFileFormat() == symbolFormatOat     ? CandidateKind::Module
+                                                                     : CandidateKind::Other;
     }
     if (!wantedBuildId(candidate).empty()) {
         return CandidateKind::BuildId;
