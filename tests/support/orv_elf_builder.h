@@ -50,6 +50,7 @@ public:
     unsigned char dataByte = ELFDATA2LSB;
     bool withSectionHeaders = true;
     unsigned int headerGap = 0; ///< Bytes between section headers.
+    unsigned int symbolGap = 0; ///< Bytes between symbols.
     /// The symbols go to .symtab and .strtab, or to .dynsym and .dynstr.
     bool dynamicSymbols = false;
 
@@ -74,6 +75,7 @@ public:
     }
     void rawSymbol(std::uint32_t name, unsigned char info, std::uint16_t sectionIndex, std::uint64_t value,
                    std::uint64_t size) {
+        m_symbols.append(symbolGap, '\0');
         std::string kind;
         put(kind, info, 1);
         put(kind, 0, 1);
