@@ -12,6 +12,7 @@
 namespace orv_test {
 namespace {
 constexpr char k_junk = '\x7B'; ///< In fields that a reader has no use for.
+constexpr char k_code = '\x1E'; ///< Read as anything else it ends soon.
 constexpr std::uint64_t k_codeHeader = 16;
 
 void put32(std::string& out, std::uint64_t value) { ElfBuilder::put(out, value, 4); }
@@ -213,7 +214,7 @@ private:
         put32(data(), method.codeSizeField.value_or(method.codeSize));
         mark(name + ".code");
         patch(data(), entry, start + (method.isThumb ? 1 : 0), 4);
-        data().append(method.codeSize, '\x90');
+        data().append(method.codeSize, k_code);
     }
 
     OatDescription const& m_oat;
