@@ -80,12 +80,15 @@ std::optional<OatMethod> oatMethodByIndex(OatClass const& oatClass, std::uint32_
     }
     bool const isLong = version < k_versionWithShortEntries;
     std::uint64_t const entry = oatClass.methods + index * (isLong ? k_longEntry : k_shortEntry);
-    if (entry >= oatClass.data.size()) {
+    ByteCursor cursor = oatClass.data;
+    std::uint32_t codeOffset = 0;
+    std::uint32_t mappingTableOffset = 0;
+    bool const isThere = cursor.seek(entry) && cursor.read(codeOffset) &&
+                         (!isLong || (cursor.seek(entry + k_mappingTableInEntry) && cursor.read(mappingTableOffset)));
+    if (!isThere) {
         ORV_WARN("Wrong index");
         return std::nullopt;
     }
-    std::uint32_t const codeOffset = wordAt(oatClass.data, entry);
-    std::uint32_t const mappingTableOffset = isLong ? wordAt(oatClass.data, entry + k_mappingTableInEntry) : 0;
     ORV_INFO("Creating new dex method with index: " << methodIndex);
     return codeOffset > oatClass.executableOffset ? OatMethod(oatClass.data, codeOffset, mappingTableOffset, version)
                                                   : OatMethod();

@@ -74,7 +74,11 @@ public:
         if (name >= m_strings.size() || type >= m_types.size()) {
             return {oatIncorrectFile};
         }
-        std::string prefix = string(m_types[type].second).value_or("");
+        std::uint32_t const descriptor = m_types[type].second;
+        if (descriptor >= m_strings.size() && descriptor != k_noIndex) {
+            return {oatIncorrectFile};
+        }
+        std::string prefix = string(descriptor).value_or("");
         prefix.erase(0, prefix.rfind('L', 0) == 0 ? 1 : 0);
         if (!prefix.empty() && prefix.back() == ';') {
             prefix.pop_back();
@@ -117,9 +121,9 @@ public:
     }
 
     OatExpectation walk() {
-        std::uint32_t const header = headerStatus();
-        m_result.status = header == oatOk ? std::uint32_t(oatFalse) : header;
-        for (std::size_t d = 0; header == oatOk && d < m_oat.dex.size(); ++d) {
+        std::size_t readable = 0; // DEX files in front of what ends the header
+        std::uint32_t const header = headerStatus(readable);
+        for (std::size_t d = 0; d < readable; ++d) {
             m_names.emplace_back(m_oat.dex[d]);
             for (std::size_t c = 0; c < m_oat.dex[d].classes.size(); ++c) {
                 if (std::optional<ClassView> const view = classView(d, c)) {
@@ -127,6 +131,7 @@ public:
                 }
             }
         }
+        m_result.status = header == oatOk ? m_result.status : header;
         return std::move(m_result);
     }
 
@@ -161,7 +166,7 @@ private:
         return value;
     }
 
-    std::uint32_t headerStatus() const {
+    std::uint32_t headerStatus(std::size_t& readable) const {
         bool const isKnown =
             m_version == 7 || m_version == 14 || m_version == 15 || (m_version >= 22 && m_version <= 28);
         if (!isKnown) {
@@ -174,6 +179,7 @@ private:
             if (dex.version != "035") {
                 return oatUnsupportedVersion;
             }
+            ++readable;
         }
         return oatOk;
     }
@@ -278,7 +284,10 @@ private:
         std::uint64_t const start = offset & ~1U;
         if (offset >= 9 && offset < m_file.data.size()) {
             code.size = word(start - 4).value_or(0);
-            table = m_version < 22 ? table : static_cast<std::uint32_t>(start) - word(start - 12).value_or(0);
+            if (m_version >= 22) { // without a word there is no table
+                std::optional<std::uint32_t> const distance = word(start - 12);
+                table = distance ? static_cast<std::uint32_t>(start) - *distance : 0;
+            }
         }
         code.map = readMap(m_file.data, table, offset, m_version == 7);
         return code;
