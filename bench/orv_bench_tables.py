@@ -1,12 +1,13 @@
 # SPDX-License-Identifier: Apache-2.0
 # SPDX-FileCopyrightText: The ORV authors
-"""Measures what grows with tables alone: lists of kernel symbols, optimisation remarks.
+"""Measures what grows with tables alone: lists of kernel symbols, optimisation remarks, methods of OAT files.
 
-    orv_bench_tables.py ORV
+    orv_bench_tables.py ORV ORV_OAT_MAKE
 
 One address of a kernel by lists of 100,000 to 10,000,000 lines, beside the time to read the list; the remarks of a
-module, 250,000 to 1,000,000 in tables of 100."""
+module, 250,000 to 1,000,000 in tables of 100; all of an OAT file of 25,000 to 100,000 methods in 10 DEX files."""
 
+import os
 import pathlib
 import struct
 import subprocess
@@ -14,7 +15,7 @@ import sys
 import tempfile
 import time
 
-ORV = sys.argv[1]
+ORV, OAT_MAKE = sys.argv[1:]
 
 
 def measure(command, runs):
@@ -72,6 +73,23 @@ def remarks(folder):
               f"{memory:6.1f} MiB, {memory * 1048576 / count:5.0f} bytes each")
 
 
+def oat_files(folder):
+    print("\n=== methods of an OAT file, in 10 DEX files: whole process")
+    os.environ["ORV_USE_LEGACY_OAT_READER"] = "1"
+    path = folder / "m.oat"
+    for count in (25_000, 50_000, 100_000):
+        subprocess.run([OAT_MAKE, "--many", str(count), "10", path], check=True)
+        rows = subprocess.run([ORV, "lines", path], check=True, capture_output=True).stdout.count(b"\n")
+        middle = subprocess.run([ORV, "symbols", "--kind", "function", path], check=True, capture_output=True,
+                                text=True).stdout.splitlines()[count // 2].split()[0]
+        print(f"  {count:7,} methods, {rows:9,} lines, {path.stat().st_size / 1048576:5.1f} MiB")
+        for what, command in [("all symbols", ["symbols", path]), ("all lines", ["lines", path]),
+                              ("one address", ["symbolize", "-f", "-e", path, middle])]:
+            ours, memory = measure([ORV, *command], 5)
+            print(f"    {what:12} {ours:7.1f} ms, {ours * 1e6 / count:7.1f} ns a method, {memory:6.1f} MiB")
+
+
 with tempfile.TemporaryDirectory() as name:
     kernel_lists(pathlib.Path(name))
     remarks(pathlib.Path(name))
+    oat_files(pathlib.Path(name))

@@ -4,6 +4,7 @@
 
 They are built from text, so that nobody has to trust bytes that nobody can make again."""
 
+import os
 import pathlib
 import struct
 import subprocess
@@ -201,10 +202,52 @@ def kernel_seeds():
         yield bytes([mode, share]) + (WIDE_LIST + b"\n" * total)[:total - len(program)] + program
 
 
+OAT = """oat %s at=0x1000
+dex
+class com.example.Foo %s
+  field static count I
+  method direct main(II)V code=32 thumb
+    map 0:0 4:2 10:8
+    dex2native 6:4
+    insns 12
+    debug 12 params=a,b : step 0 0; pc 2; line 3; local 1 2 3; special 10; file Other.java; step 6 1; prologue; end
+  method virtual run()V code=16
+    map 0:0 4:2
+    debug 30 : step 0 0; step 2 1; end
+class com.example.Foo$Bar all source=-
+  method direct <init>()V code=8
+dex
+class x.Y some bitmap=05ff
+  method direct a()V code=8
+  method direct b()V code=8
+    debug 1 : step 0 0; file @0; end
+"""
+
+
+def written_oats():
+    """Pairs of OAT data and the DEX files in them."""
+    with tempfile.TemporaryDirectory() as folder:
+        folder = pathlib.Path(folder)
+        for version, kind in [("7", "all"), ("14", "some"), ("22", "some"), ("28", "all")]:
+            (folder / "t").write_text(OAT % (version, kind))
+            subprocess.run([os.environ["ORV_OAT_MAKE"], folder / "t", folder / "o", "--dex", folder / "d"], check=True)
+            yield (folder / "o").read_bytes()[0x1000:], [one.read_bytes() for one in sorted(folder.glob("d*"))]
+
+
+def oat_seeds():
+    for data, _ in written_oats():
+        yield data
+
+
+def dex_seeds():
+    for _, files in written_oats():
+        yield from files
+
+
 target, folder = sys.argv[1], pathlib.Path(sys.argv[2])
 folder.mkdir(parents=True, exist_ok=True)
 seeds = {"elf": elf_seeds, "dwarf": dwarf_seeds, "lines": line_seeds, "optreport": report_seeds,
-         "kernel": kernel_seeds,
+         "kernel": kernel_seeds, "oat": oat_seeds, "dex": dex_seeds,
          "filename": lambda: [p.encode() for p in PATHS],
          "demangler": lambda: [n.encode() for n in NAMES + [n[2:] for n in NAMES] + DEMANGLED]}[target]()
 for number, seed in enumerate(seeds):
