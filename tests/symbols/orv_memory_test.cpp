@@ -6,6 +6,8 @@
 #include "orv/orv_frames.h"
 #include "support/orv_debug_module.h"
 #include "support/orv_elf_builder.h"
+#include "support/orv_oat_random.h"
+#include "support/orv_oat_writer.h"
 #include "symbols/orv_scope.h"
 #include "symbols/orv_symboltable.h"
 
@@ -235,6 +237,48 @@ TEST(Memory, RunsOutInAListOfAKernel) {
         return asked == status_Ok;
     });
     EXPECT_GT(points, 50);
+}
+
+TEST(Memory, RunsOutInAnOatFile) {
+    TempDir const dir;
+    std::string const path = dir.file("m.oat", writeOat(randomOatText(11, OatOddity::None)).elf);
+    ::setenv("ORV_USE_LEGACY_OAT_READER", "1", 1);
+    /// Methods, and the line of each byte; what fails gives nothing.
+    auto const allOf = [](IModuleSymbolBank& bank, bool& isThrough) {
+        std::ostringstream text;
+        RangeIterator all;
+        isThrough = bank.originalSymbolRanges(all, symbol_kind_Function, nullptr, nullptr) == status_Ok;
+        forEach(all, [&](ISymbolRange& range) {
+            text << rangeText(range);
+            for (unsigned long long at = startOf(range); at < startOf(range) + range.size(); at += 5) {
+                SymMgrObjectPtr<ISourceLocation> const place = placeIn(bank, at);
+                text << ' ' << (place ? place->line() : 0);
+            }
+        });
+        return text.str();
+    };
+    bool isThrough = false;
+    auto const manager = symbolManager(); // stays, so that loads alone fail
+    std::string const answers = allOf(*bankOf(path, load_flags_NewLoader), isThrough);
+    EXPECT_GT(answers.size(), 500U);
+    int const points = failInTurn([&] {
+        SymMgrObjectPtr<IModuleSymbolBank> bank;
+        status_t const loaded = loadBank(path, bank, load_flags_NewLoader);
+        RangeIterator all;
+        status_t const asked = loaded == status_Ok
+                                   ? bank->originalSymbolRanges(all, symbol_kind_Function, nullptr, nullptr)
+                                   : status_OutOfMemory;
+        long const left = g_untilFailure;
+        g_untilFailure = -1;
+        EXPECT_TRUE(asked == status_Ok || asked == status_OutOfMemory);
+        if (bank) {
+            EXPECT_EQ(allOf(*bank, isThrough), answers);
+        }
+        g_untilFailure = left;
+        return asked == status_Ok && !testing::Test::HasFailure();
+    });
+    EXPECT_GT(points, 50);
+    ::unsetenv("ORV_USE_LEGACY_OAT_READER");
 }
 
 TEST(Memory, RunsOutInATable) {

@@ -4,6 +4,8 @@
 
 #include "support/orv_debug_module.h"
 #include "support/orv_elf_builder.h"
+#include "support/orv_oat_random.h"
+#include "support/orv_oat_writer.h"
 #include "support/orv_test_support.h"
 
 #include <array>
@@ -327,4 +329,40 @@ TEST(Threads, AKernelListMovesTheModuleWhileOthersAsk) {
         EXPECT_EQ(loader->sectionByAddress(0xFFFFFFFFFFFFFFFF)->address(), 0xFFFFFFFF80000000);
         EXPECT_EQ(loader->segmentByName(".text"), guess);
     }
+}
+
+/// Loads for single addresses add lines to a table that others read.
+TEST(Threads, AnOatFileFromTheFirstQueryOn) {
+    OatFile const oat = writeOat(randomOatText(11, OatOddity::None));
+    TempDir const dir;
+    std::string const path = dir.file("m.oat", oat.elf);
+    ::setenv("ORV_USE_LEGACY_OAT_READER", "1", 1);
+    std::map<unsigned long long, unsigned int> wanted; // lines of the bytes that have one
+    {
+        auto const whole = bankOf(path, load_flags_NewLoader);
+        symbolsOf(*whole);
+        for (std::uint64_t at = oat.execAddress; at < oat.dataAddress + oat.data.size(); ++at) {
+            if (SymMgrObjectPtr<ISourceLocation> const place = placeIn(*whole, at)) {
+                wanted[at] = place->line();
+            }
+        }
+    }
+    ASSERT_GT(wanted.size(), 100U);
+    fromTheFirstQueryOn(path, 20, std::chrono::milliseconds(30), [&](IModuleSymbolBank& bank, std::mt19937& random) {
+        auto const any = wanted.lower_bound(oat.execAddress + random() % (wanted.rbegin()->first - oat.execAddress));
+        switch (random() % 5) {
+        case 0: bank.prefetcher()->putPseudoAddress(any->first); break;
+        case 1: symbolsOf(bank, static_cast<symbol_kind_t>(1 + random() % 31)); break;
+        case 2: rangeIn(bank, any->first, symbol_kind_Function); break;
+        default:
+            if (SymMgrObjectPtr<ISourceLocation> const place = placeIn(bank, any->first)) {
+                LineIterator lines;
+                place->sourceFile()->sourceLines(lines, ~0ULL, nullptr, nullptr);
+                forEach(lines, [](ISourceLine& line) { line.location()->sourceFile()->path(); });
+                return place->line() == any->second;
+            }
+        }
+        return true;
+    });
+    ::unsetenv("ORV_USE_LEGACY_OAT_READER");
 }
