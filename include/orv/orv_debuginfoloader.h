@@ -26,8 +26,9 @@ public:
                                  unsigned int fileId, unsigned long long start, unsigned long long end,
                                  Scope* scope) = 0;
     /// Those that line programs have named so far: 0 before the first question for lines, or for the files of a unit.
+    /// Always 0 for OAT, whose files are found by the ids that lines have.
     virtual unsigned int sourceFileCount() = 0;
-    /// Null for an id at or above the count.
+    /// Null for an id that no file has.
     virtual ISourceFile* sourceFileById(unsigned int id) = 0;
     /// Null for an id that is no unit's, and before a question for symbols or lines has read the units.
     virtual ICompUnitDetails* compUnitDetailsById(unsigned long long id) = 0;

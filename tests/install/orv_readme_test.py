@@ -31,6 +31,19 @@ int main() {
 }
 """
 
+# What an app might be.
+OAT = """oat 22 base=0x10000 exec=0x1000
+dex
+class com.example.Shop
+  method direct price(I)I code=32
+    map 0:0 4:1 8:2
+    debug 12 : step 0 0; step 1 1; step 1 1; end
+class com.example.Shop$Item source=Item.java
+  method direct <init>()V code=16
+    map 0:0
+    debug 30 : step 0 0; end
+"""
+
 # What the examples of headers speak of.
 CONTEXT = """
 using namespace orv;
@@ -79,12 +92,14 @@ with tempfile.TemporaryDirectory() as folder:
         assert said.startswith(f"asked_for at {place}"), (flags, said)
     (folder / "orv-addr2line").symlink_to(orv)
 
+    (folder / "oat").write_text(OAT)
+    subprocess.run([os.environ["ORV_OAT_MAKE"], folder / "oat", folder / "app.oat"], check=True)
     commands = re.search(r"## On the command line\n\n```\n(.*?)```", readme, re.S)[1]
     commands += re.search(r"\.SH EXAMPLES\n\.nf\n(.*?)\.fi", (root / "docs/orv.1").read_text(), re.S)[1]
     (folder / "addresses").write_text("main\n")
     lines = [part.strip() for line in commands.splitlines() for part in line.split("#")[0].split(";")]
     for line in filter(None, lines):
-        assert line.startswith(("orv ", "orv-addr2line ")), line
+        assert line.startswith(("orv ", "orv-addr2line ", "ORV_USE_LEGACY_OAT_READER=1 orv ")), line
         subprocess.run(line, shell=True, check=True, cwd=folder, stdout=subprocess.DEVNULL,
                        env={**os.environ, "PATH": f"{folder}:{orv.parent}:{os.environ['PATH']}"})
     for document in root.glob("docs/*.md"):
