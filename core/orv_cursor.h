@@ -60,35 +60,35 @@ public:
         return readBytes(width == 1 || width == 2 || width == 4 ? width : 8, out);
     }
 
-    /// Reads an unsigned LEB128 number; what it has beyond 64 bits is lost. False, with the cursor at the end, if the
-    /// bytes end inside it.
-    bool readUleb(std::uint64_t& out) {
+    /// Reads an unsigned LEB128 number of 32 bits; what it has beyond these is lost. False, with the cursor at the end,
+    /// if the bytes end inside it.
+    bool readUleb(std::uint32_t& out) {
         unsigned int shift = 0;
         bool isNegative = false;
         return readLeb(out, shift, isNegative);
     }
 
     /// The same for a signed one, in two's complement.
-    bool readSleb(std::uint64_t& out) {
+    bool readSleb(std::uint32_t& out) {
         unsigned int shift = 0;
         bool isNegative = false;
         if (!readLeb(out, shift, isNegative)) {
             return false;
         }
-        if (isNegative && shift < 64) {
-            out |= ~std::uint64_t{0} << shift;
-        }
+        out |= isNegative && shift < k_lebBits ? ~0U << shift : 0;
         return true;
     }
 
 private:
-    bool readLeb(std::uint64_t& out, unsigned int& shift, bool& isNegative) {
-        std::uint64_t value = 0;
-        for (std::uint8_t byte = 0x80; byte >= 0x80; shift += shift < 64 ? 7 : 0) {
+    static constexpr unsigned int k_lebBits = 32;
+
+    bool readLeb(std::uint32_t& out, unsigned int& shift, bool& isNegative) {
+        std::uint32_t value = 0;
+        for (std::uint8_t byte = 0x80; byte >= 0x80; shift += shift < k_lebBits ? 7 : 0) {
             if (!read(byte)) {
                 return false;
             }
-            value |= shift < 64 ? std::uint64_t{byte & 0x7FU} << shift : 0;
+            value |= shift < k_lebBits ? std::uint32_t{byte & 0x7FU} << shift : 0;
             isNegative = (byte & 0x40) != 0;
         }
         out = value;

@@ -158,9 +158,8 @@ status_t OATDebugInfoLoader::loadSymbols(ISymbolTable* table, AcceptedRanges* fi
     }
     std::lock_guard<std::mutex> const guard(m_loadLock);
     status_t header = status_Ok;
-    if (!m_isHeaderRead) {
-        header = m_reader.readOatHeader();
-        m_isHeaderRead = true;
+    if (m_header.made() == nullptr) {
+        header = m_header.get([this] { return std::make_unique<status_t>(m_reader.readOatHeader()); });
         if (header != status_Ok) {
             ORV_WARN("Failed to read OAT header: Invalid format or unsupported version");
         }

@@ -40,7 +40,7 @@ private:
     std::string m_symFileName;
     std::mutex m_loadLock; ///< Guards the reader and what loads add, for as long as a load.
     OatReader m_reader;
-    bool m_isHeaderRead = false;
+    Once<status_t> m_header;   ///< What the reading of the header came to, which the first load tells.
     std::mutex m_resolverLock; ///< Guards the making of the resolver.
     SymMgrObjectPtr<OATSrcLineResolver> m_lineResolver;
 };

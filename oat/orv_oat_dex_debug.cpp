@@ -109,11 +109,10 @@ private:
     LineState& m_state;
     std::uint32_t m_address = 0;
     std::uint32_t m_line = 0;
-    std::string_view m_file;
 };
 
 bool Program::skipNumbers(std::uint64_t count) {
-    for (std::uint64_t number = 0; count != 0; --count) {
+    for (std::uint32_t number = 0; count != 0; --count) {
         if (!m_cursor.readUleb(number)) {
             return false;
         }
@@ -122,13 +121,8 @@ bool Program::skipNumbers(std::uint64_t count) {
 }
 
 bool Program::readHead() {
-    std::uint64_t line = 0;
-    std::uint64_t parameters = 0;
-    if (!m_cursor.readUleb(line) || !m_cursor.readUleb(parameters)) {
-        return false;
-    }
-    m_line = static_cast<std::uint32_t>(line);
-    return skipNumbers(static_cast<std::uint32_t>(parameters));
+    std::uint32_t parameters = 0;
+    return m_cursor.readUleb(m_line) && m_cursor.readUleb(parameters) && skipNumbers(parameters);
 }
 
 std::string_view Program::fileName(std::uint32_t index) {
@@ -141,8 +135,7 @@ status_t Program::run(std::uint32_t sourceFileIndex) {
     if (!readHead()) {
         return status_BadFileFormat;
     }
-    m_file = fileName(sourceFileIndex);
-    m_state.setFile(m_file);
+    m_state.setFile(fileName(sourceFileIndex));
     std::uint8_t opcode = 0;
     while (m_cursor.remaining() >= 2 && m_cursor.read(opcode) && opcode != DBG_END_SEQUENCE) {
         status_t const status = step(opcode);
@@ -156,16 +149,16 @@ status_t Program::run(std::uint32_t sourceFileIndex) {
 status_t Program::step(std::uint8_t opcode) {
     auto const bounded = [](bool isRead) { return isRead ? status_Ok : status_BadFileFormat; };
     constexpr std::uint64_t k_localOperands = 3;
-    std::uint64_t operand = 0;
+    std::uint32_t operand = 0;
     bool isRead = true;
     switch (opcode) {
     case DBG_ADVANCE_PC:
         isRead = m_cursor.readUleb(operand);
-        m_address += static_cast<std::uint32_t>(operand);
+        m_address += operand;
         return bounded(isRead);
     case DBG_ADVANCE_LINE:
         isRead = m_cursor.readSleb(operand);
-        m_line += static_cast<std::uint32_t>(operand);
+        m_line += operand;
         return bounded(isRead);
     case DBG_START_LOCAL: return bounded(skipNumbers(k_localOperands));
     case DBG_START_LOCAL_EXTENDED: return bounded(skipNumbers(k_localOperands + 1));
@@ -179,18 +172,18 @@ status_t Program::step(std::uint8_t opcode) {
 }
 
 status_t Program::setFile() {
-    std::uint64_t operand = 0;
-    if (!m_cursor.readUleb(operand)) {
+    std::uint32_t number = 0;
+    if (!m_cursor.readUleb(number)) {
         return status_BadFileFormat;
     }
-    auto const number = static_cast<std::uint32_t>(operand);
     if (number == 0) { // no file: taken for an opcode that is none, by design
         ORV_WARN("Dex line machine: unknown opcode " << unsigned{DBG_SET_FILE});
         return status_False;
     }
     std::string_view const name = fileName(number - 1);
-    m_file = name.empty() ? m_file : name;
-    m_state.setFile(m_file);
+    if (!name.empty()) { // else the file stays
+        m_state.setFile(name);
+    }
     return status_Ok;
 }
 

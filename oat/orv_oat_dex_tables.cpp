@@ -110,7 +110,7 @@ status_t DexLoader::string(std::uint32_t index, std::string_view& out) const {
     }
     ByteCursor cursor;
     std::uint32_t offset = 0;
-    std::uint64_t length = 0;
+    std::uint32_t length = 0;
     if (index >= m_strings.count || !at(m_strings.offset + index * k_stringIdSize, cursor) || !cursor.read(offset) ||
         !cursor.seek(offset) || !cursor.readUleb(length)) {
         return status_BadFileFormat;
@@ -184,7 +184,7 @@ DexMembers::DexMembers(DexLoader const& dex, std::uint32_t classDataOffset) {
         return;
     }
     m_start = m_cursor.position();
-    for (std::uint64_t& left : m_left) {
+    for (std::uint32_t& left : m_left) {
         if (m_cursor.position() == m_start && m_cursor.remaining() < k_leastClassData) {
             break;
         }
@@ -198,22 +198,21 @@ std::uint64_t DexMembers::promisedBytes() const {
     std::uint64_t const most = m_cursor.remaining();
     std::uint64_t promised = 0;
     for (unsigned int list = StaticFields; list < k_lists; ++list) {
-        std::uint64_t const items = std::min(m_left[list], most);
+        std::uint64_t const items = m_left[list];
         promised += items * (isOfMethods(list) ? k_leastMethod : k_leastField);
     }
     return std::min(promised, most);
 }
 
 bool DexMembers::readItem(bool isMethod) {
-    std::uint64_t difference = 0;
-    std::uint64_t flags = 0;
-    std::uint64_t code = 0;
+    std::uint32_t difference = 0;
+    std::uint32_t flags = 0;
+    m_codeOffset = 0;
     if (m_cursor.remaining() < (isMethod ? k_leastMethod : k_leastField) || !m_cursor.readUleb(difference) ||
-        !m_cursor.readUleb(flags) || (isMethod && !m_cursor.readUleb(code))) {
+        !m_cursor.readUleb(flags) || (isMethod && !m_cursor.readUleb(m_codeOffset))) {
         return false;
     }
-    m_methodIndex += static_cast<std::uint32_t>(difference);
-    m_codeOffset = static_cast<std::uint32_t>(code);
+    m_methodIndex += difference;
     return true;
 }
 

@@ -103,7 +103,7 @@ private:
     status_t m_status = status_Ok;
     ByteCursor m_cursor;
     std::uint64_t m_start = 0;
-    std::uint64_t m_left[k_lists] = {}; ///< Items still to come.
+    std::uint32_t m_left[k_lists] = {}; ///< Items still to come.
     unsigned int m_list = StaticFields;
     std::uint32_t m_methodIndex = 0;
     std::uint32_t m_codeOffset = 0;

@@ -25,6 +25,16 @@ void OATSrcLineResolver::lineTable(SymMgrObjectPtr<ILineTable>& out) {
     out = m_lineTable.get();
 }
 
+status_t OATSrcLineResolver::sourceLineIterator(SymMgrObjectPtr<SourceLines>& out, unsigned long long start,
+                                                unsigned long long end, unsigned long long unit, unsigned int fileId,
+                                                Scope* scope) {
+    // Ahead of the table, which a load replaces. Methods that can't be read leave lines that can.
+    if (Scope* const loaded = scope != nullptr ? scope : this->scope()) {
+        loaded->ensureKinds(symbol_kind_Function);
+    }
+    return SrcLineResolver::sourceLineIterator(out, start, end, unit, fileId, scope);
+}
+
 std::uint32_t OATSrcLineResolver::fileId(std::string_view name) {
     std::string key(name);
     LockGuard guard(&m_lock);

@@ -46,6 +46,9 @@ public:
     ISourceFile* sourceFileById(unsigned int id) override;
     ICompUnitDetails* compUnitDetailsById(unsigned long long /*id*/) override { return nullptr; }
     void lineTable(SymMgrObjectPtr<ILineTable>& out) override;
+    /// Has the methods loaded first, as the lines come with them.
+    status_t sourceLineIterator(SymMgrObjectPtr<SourceLines>& out, unsigned long long start, unsigned long long end,
+                                unsigned long long unit, unsigned int fileId, Scope* scope) override;
 
     /// For the next bank on the same loader.
     void moveTo(Scope* scope) { setScope(scope); }

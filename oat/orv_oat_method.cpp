@@ -111,7 +111,7 @@ OatMethod::OatMethod(ByteCursor data, std::uint32_t codeOffset, std::uint32_t ma
 
 std::uint64_t OatMappingHead::mostPairs() const {
     constexpr std::uint64_t k_leastPair = 2;
-    return std::min(totalSize, pairs.remaining() / k_leastPair);
+    return std::min<std::uint64_t>(totalSize, pairs.remaining() / k_leastPair);
 }
 
 status_t readMappingHead(OatMethod const& method, ByteCursor data, OatMappingHead& out) {
@@ -141,19 +141,19 @@ status_t readMappings(OatMethod const& method, OatMappingHead const& head, int v
     std::uint32_t dexPc = 0; // goes on from one table to the next, by design
     std::uint32_t native = 0;
     status_t status = status_Ok;
-    for (std::uint64_t i = 0; i < head.totalSize; ++i) {
+    for (std::uint32_t i = 0; i < head.totalSize; ++i) {
         if (i == 0 || i == head.pc2DexSize) {
             native = method.codeOffset();
         }
-        std::uint64_t nativeDelta = 0;
-        std::uint64_t dexDelta = 0;
+        std::uint32_t nativeDelta = 0;
+        std::uint32_t dexDelta = 0;
         if (!pairs.readUleb(nativeDelta) ||
             !(version == k_versionWithUnsignedDeltas ? pairs.readUleb(dexDelta) : pairs.readSleb(dexDelta))) {
             status = status_BadFileFormat;
             break;
         }
-        native += static_cast<std::uint32_t>(nativeDelta);
-        dexPc += static_cast<std::uint32_t>(dexDelta);
+        native += nativeDelta;
+        dexPc += dexDelta;
         ORV_INFO(std::hex << "     nativeToDex map: 0x0" << native << " - 0x0" << dexPc);
         out.push_back({dexPc, native});
     }

@@ -70,8 +70,8 @@ using OatMappings = std::vector<OatMapping>;
 /// What stands in front of a mapping table. status_False for a method without one.
 struct OatMappingHead {
     ByteCursor pairs;
-    std::uint64_t totalSize;  ///< Pairs of both tables.
-    std::uint64_t pc2DexSize; ///< Those of the first; the second has the rest.
+    std::uint32_t totalSize;  ///< Pairs of both tables.
+    std::uint32_t pc2DexSize; ///< Those of the first; the second has the rest.
 
     /// No more than so many can be read.
     std::uint64_t mostPairs() const;

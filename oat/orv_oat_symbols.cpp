@@ -9,7 +9,7 @@ namespace ORV_3_30 {
 
 /// Asked without a lock, as the question may lead to a load: of threads that ask together one answer stays.
 status_t OATSymbol::sourceLocation(SymMgrObjectPtr<ISourceLocation>& out) {
-    if (owner() == nullptr || m_resolver == nullptr) {
+    if (owner() == nullptr || m_resolver == nullptr) { // the bank is gone, and with it whom a place would ask
         return status_False;
     }
     if (m_location.made() == nullptr) {

@@ -127,6 +127,15 @@ TEST(OatLines, DeltasOfTheFirstVersionHaveNoSign) {
     EXPECT_EQ(methodLines("rawmap 0101007e", program, "14"), "X.java:10[0,16)");
 }
 
+TEST(OatLines, NumbersHave32Bits) {
+    // 2^32 + 1 pairs of which 1, and the second pair of a table is not read.
+    EXPECT_EQ(methodLines("rawmap 8180808010010004040004", "10 : step 0 0; step 4 1; end"),
+              "X.java:11[0,1) X.java:10[1,16)");
+    EXPECT_EQ(methodLines("map 0:0", "10 : raw 098080808010; step 0 0; end"), ""); // no file
+    EXPECT_EQ(methodLines("map 0:0 4:2", "10 : raw 028080808080808080808001; step 0 0; step 2 0; end"),
+              "X.java:10[0,1) X.java:10[1,4) X.java:10[4,5) X.java:10[5,16)"); // ten bytes, and no line further
+}
+
 TEST(OatLines, AreThereOnceHoweverOftenSymbolsAreLoaded) {
     OatFile const file = writeOat(withHead("22", k_smallOat));
     Reader reader(file);

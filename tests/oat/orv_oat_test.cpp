@@ -55,6 +55,36 @@ TEST(OatFiles, AreReadIfTheyAreAskedFor) {
     EXPECT_EQ(place->line(), 11U);
 }
 
+TEST(OatFiles, LinesCanBeAskedForFirst) {
+    Setting const set;
+    TempDir const folder;
+    OatFile const oat = writeOat(withHead("22", k_smallOat));
+    std::string const path = folder.file("m.oat", oat.elf);
+    unsigned long long const f = oat.places.at("dex0.class0.method0.code");
+    unsigned long long const g = oat.places.at("dex0.class0.method1.code");
+    auto const lineAt = [](IModuleSymbolBank& bank, unsigned long long address) {
+        SymMgrObjectPtr<ISourceLocation> const place = placeIn(bank, address);
+        return place ? place->line() : 0;
+    };
+    EXPECT_EQ(lineAt(*bankOf(path, load_flags_NewLoader), f + 4), 11U);
+    auto const bank = bankOf(path, load_flags_NewLoader);
+    bank->prefetcher()->putPseudoAddress(f);
+    EXPECT_EQ(lineAt(*bank, f + 8), 13U);
+    EXPECT_EQ(lineAt(*bank, g), 0U); // nobody has asked for it
+    bank->prefetcher()->putPseudoAddress(g);
+    EXPECT_EQ(lineAt(*bank, g), 20U);
+    EXPECT_EQ(lineAt(*bank, f + 8), 13U);
+    SymMgrObjectPtr<ISymbol> const symbol(rangeIn(*bank, f + 3, symbol_kind_Function)->symbol());
+    SymMgrObjectPtr<ISourceLine> line;
+    ASSERT_EQ(symbol->sourceLine(line), status_Ok);
+    EXPECT_EQ(line->location()->line(), 10U);
+    EXPECT_EQ(startOf(*line), f);
+    EXPECT_EQ(line->size(), 0U);
+    LineIterator lines;
+    symbol->sourceLines(lines);
+    EXPECT_FALSE(lines);
+}
+
 TEST(OatFiles, AreFoundByTheirFirstSymbols) {
     struct Case {
         char const* name;
@@ -206,7 +236,7 @@ TEST(OatClasses, TheBitmapsFirstByteDecides) {
     EXPECT_EQ(startsOf("all"), " a b c d e f g h i j");
     EXPECT_EQ(startsOf("none"), "          ");
     // Bits 0 and 2: methods before the second one share the first entry, all behind it the second.
-    EXPECT_EQ(startsOf("some bitmap=05ff").substr(0, 4), " ab ");
+    EXPECT_EQ(startsOf("some bitmap=05ff"), " ab cdefghij        ");
     EXPECT_EQ(startsOf("some bitmap=").find_first_not_of(' '), std::string::npos);
     EXPECT_EQ(startsOf("some bitmap=00ff").find_first_not_of(' '), std::string::npos);
 }

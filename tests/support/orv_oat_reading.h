@@ -15,11 +15,15 @@
 
 namespace orv_test {
 
-inline SymMgrObjectPtr<IFileFormatLoader> emptyLoader() {
-    ElfBuilder elf;
-    elf.load(PF_R, 0, 0x10000000);
-    TempDir const folder;
-    return loaderOf(folder.file("m", elf.bytes()));
+/// Of an ELF file that holds no more than the addresses.
+inline SymMgrObjectPtr<IFileFormatLoader> const& emptyLoader() {
+    static SymMgrObjectPtr<IFileFormatLoader> const loader = [] {
+        ElfBuilder elf;
+        elf.load(PF_R, 0, 0x10000000);
+        TempDir const folder;
+        return loaderOf(folder.file("m", elf.bytes()));
+    }();
+    return loader;
 }
 
 /// A reader of OAT data alone, with a table and a resolver. Of an ELF file it needs the loader, and nothing in it.

@@ -52,6 +52,12 @@ std::string buildIdOf(Module& module) {
     return {};
 }
 
+void print(OatFacts const& oat) {
+    std::printf("OAT version             %s\n", oat.version.c_str());
+    std::printf("DEX files               %u\n", oat.dexFiles);
+    std::printf("methods                 %zu\n", oat.methods);
+}
+
 char const* nameOfSegmentType(unsigned int type) { return type == 1 ? "code" : type == 2 ? "data" : "other"; }
 
 } // namespace
@@ -95,9 +101,7 @@ int info(std::string const& moduleName, CommonOptions const& common) {
         std::printf("symbol file format      %s\n", nameOfSymbolFormat(bank.symFileFormat()));
         std::printf("memory estimate         %llu bytes\n", bank.memoryEstimate());
         if (oat) {
-            std::printf("OAT version             %s\n", oat->version.c_str());
-            std::printf("DEX files               %u\n", oat->dexFiles);
-            std::printf("methods                 %zu\n", oat->methods);
+            print(*oat);
         }
         for (auto const& [producer, count] : producers) {
             std::printf("%-22s  %zu of %s\n", "units", count, producer.second.c_str());

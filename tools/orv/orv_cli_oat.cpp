@@ -39,7 +39,7 @@ template <typename Symbol> std::optional<unsigned long long> valueIfNamed(std::s
     return symbol.st_value;
 }
 
-/// The address of the OAT data; nothing for a module that has none.
+/// The address of the OAT data; nothing for a module that lacks any of the three symbols.
 std::optional<unsigned long long> oatDataOf(Module& module) {
     constexpr unsigned long long k_symbols = 5; // the library looks at no more
     SymMgrObjectPtr<ISection> symbols;
@@ -48,12 +48,16 @@ std::optional<unsigned long long> oatDataOf(Module& module) {
         module.bank().sectionByName(".dynstr", names) != status_Ok) {
         return std::nullopt;
     }
-    std::optional<unsigned long long> found;
-    for (unsigned long long index = 0; index < k_symbols && !found; ++index) {
-        found = module.is32Bit() ? valueIfNamed<Elf32_Sym>("oatdata", *symbols, *names, index)
-                                 : valueIfNamed<Elf64_Sym>("oatdata", *symbols, *names, index);
-    }
-    return found;
+    auto const find = [&](std::string_view name) {
+        std::optional<unsigned long long> found;
+        for (unsigned long long index = 0; index < k_symbols && !found; ++index) {
+            found = module.is32Bit() ? valueIfNamed<Elf32_Sym>(name, *symbols, *names, index)
+                                     : valueIfNamed<Elf64_Sym>(name, *symbols, *names, index);
+        }
+        return found;
+    };
+    std::optional<unsigned long long> const data = find("oatdata");
+    return data && find("oatexec") && find("oatlastword") ? data : std::nullopt;
 }
 
 } // namespace
