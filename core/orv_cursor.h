@@ -60,8 +60,8 @@ public:
         return readBytes(width == 1 || width == 2 || width == 4 ? width : 8, out);
     }
 
-    /// Reads an unsigned LEB128 number of 32 bits; what it has beyond these is lost. False, with the cursor at the end,
-    /// if the bytes end inside it.
+    /// Reads an unsigned LEB128 number of 32 bits; what it has beyond these is lost. False if the bytes end inside it,
+    /// and for one of more than ten bytes, which is as long as any writer makes them.
     bool readUleb(std::uint32_t& out) {
         unsigned int shift = 0;
         bool isNegative = false;
@@ -84,8 +84,9 @@ private:
 
     bool readLeb(std::uint32_t& out, unsigned int& shift, bool& isNegative) {
         std::uint32_t value = 0;
-        for (std::uint8_t byte = 0x80; byte >= 0x80; shift += shift < k_lebBits ? 7 : 0) {
-            if (!read(byte)) {
+        unsigned int left = 10; // bytes
+        for (std::uint8_t byte = 0x80; byte >= 0x80; shift += 7, --left) {
+            if (left == 0 || !read(byte)) {
                 return false;
             }
             value |= shift < k_lebBits ? std::uint32_t{byte & 0x7FU} << shift : 0;

@@ -5,6 +5,7 @@
 
 #include "platform/orv_log_setup.h"
 
+#include <algorithm>
 #include <log4cplus/logger.h>
 
 namespace ORV_3_30::trace {
@@ -21,6 +22,9 @@ log4cplus::Logger& logger() {
 // Sets the logger up when the library is loaded.
 log4cplus::Logger const& g_atLoadTime = logger();
 
+/// Records up to this level were found to reach nobody.
+thread_local int t_unwanted = -1;
+
 bool reachesAnAppender() {
     log4cplus::Logger current = logger();
     while (current.getAllAppenders().empty()) {
@@ -34,7 +38,13 @@ bool reachesAnAppender() {
 
 } // namespace
 
-bool enabled(Level level) { return logger().isEnabledFor(level) && reachesAnAppender(); }
+bool enabled(Level level) { return level > t_unwanted && logger().isEnabledFor(level) && reachesAnAppender(); }
+
+DecidedOnce::DecidedOnce(Level level) : m_before(t_unwanted) {
+    t_unwanted = enabled(level) ? m_before : std::max<int>(m_before, level);
+}
+
+DecidedOnce::~DecidedOnce() { t_unwanted = m_before; }
 
 void write(Level level, std::string const& message, char const* file, int line) {
     logger().forcedLog(level, message, file, line);

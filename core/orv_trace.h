@@ -23,6 +23,19 @@ enum Level : int { level_Trace = 0, level_Debug = 10000, level_Info = 20000, lev
 /// True if a record of that level would reach somebody. Without a configured appender it is false,
 /// so that a tool that has configured no logging hears nothing, complaints included.
 bool enabled(Level level);
+/// Decides whether records of a level and those below are wanted, for as long as it lives and on its thread: for work
+/// that would ask for each of many thousands.
+class DecidedOnce {
+public:
+    explicit DecidedOnce(Level level);
+    ~DecidedOnce();
+    DecidedOnce(DecidedOnce const&) = delete;
+    DecidedOnce& operator=(DecidedOnce const&) = delete;
+
+private:
+    int m_before;
+};
+
 void write(Level level, std::string const& message, char const* file, int line);
 /// Writes the message with ", at file: " and the place behind it.
 void report(Level level, std::string const& message, char const* file, int line);

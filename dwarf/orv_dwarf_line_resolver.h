@@ -72,9 +72,9 @@ private:
         }
     };
 
-    LineTable const* flatTable(status_t& status, Scope* scope) override {
+    SymMgrObjectPtr<LineTable> flatTable(status_t& status, Scope* scope) override {
         status = ensureLines(scope);
-        return status == status_Ok ? m_lineTable.get() : nullptr;
+        return status == status_Ok ? m_lineTable : SymMgrObjectPtr<LineTable>();
     }
     status_t runAll(Scope* scope);
 

@@ -18,7 +18,7 @@ status_t SrcLineResolver::sourceLocationByAddress(SymMgrObjectPtr<ISourceLocatio
         SrcLocator row{};
         unsigned long long rowUnit = 0;
         status_t status = status_Ok;
-        if (LineTable const* const table = flatTable(status, scope)) {
+        if (SymMgrObjectPtr<LineTable> const table = flatTable(status, scope)) {
             if (latestCallerLine(*table, address, unit, scope != nullptr ? scope : m_scope, row, rowUnit)) {
                 out = new SourceLocation(this, {rowUnit, row.fileId, row.line, row.column, row.discriminator});
             }

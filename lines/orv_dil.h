@@ -91,9 +91,9 @@ protected:
     /// The table that holds all there is to know of an address, filled, where the format's iterators are
     /// those of this class; null with status_Ok where they are not, or with what kept it from being
     /// filled. It lets a question for one address do without iterators.
-    virtual LineTable const* flatTable(status_t& status, Scope* /*scope*/) {
+    virtual SymMgrObjectPtr<LineTable> flatTable(status_t& status, Scope* /*scope*/) {
         status = status_Ok;
-        return nullptr;
+        return {};
     }
     Scope* scope() const { return m_scope; }
     void setScope(Scope* scope) { m_scope = scope; }

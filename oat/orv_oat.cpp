@@ -51,7 +51,6 @@ private:
     std::optional<OatLineLoad> m_lines; ///< None where nobody wants lines.
     OatMethodKey m_key{};               ///< Of the method that is at hand.
     bool m_isFirst = false;             ///< Its lines are not in the table.
-    std::string m_name;
 };
 
 status_t OatWalk::run() {
@@ -98,7 +97,8 @@ status_t OatWalk::walkClass(DexLoader const& dex, OatClass const& oatClass, DexC
 
 status_t OatWalk::loadMethod(DexLoader const& dex, OatMethod const& method, DexClassDef const& definition,
                              DexMembers const& members) {
-    status_t const status = dex.methodName(m_reader.budgets().nameBytes, members.methodIndex(), m_name);
+    DexMethodName name;
+    status_t const status = dex.methodName(members.methodIndex(), name);
     if (status != status_Ok) {
         return status;
     }
@@ -109,12 +109,15 @@ status_t OatWalk::loadMethod(DexLoader const& dex, OatMethod const& method, DexC
         return status_False;
     }
     unsigned long long const address = addressOf(method);
-    ORV_INFO("Dex method: " << m_name << " offset: 0x" << std::hex << address << std::dec
+    ORV_INFO("Dex method: " << name.text() << " offset: 0x" << std::hex << address << std::dec
                             << " size: " << method.codeSize());
     if (m_filter != nullptr && !m_filter->accept(address, address + method.codeSize())) {
         return status_Ok;
     }
-    m_symbols.symbol({m_name.c_str(), address, method.codeSize(), symbol_visibility_Local, symbol_kind_Function});
+    if (!m_reader.budgets().nameBytes.spend(name.size())) {
+        return status_Ok;
+    }
+    m_symbols.symbol({name.text().c_str(), address, method.codeSize(), symbol_visibility_Local, symbol_kind_Function});
     DexCodeItem code{};
     if (members.codeOffset() == 0 || !dex.codeItem(members.codeOffset(), code) || code.debugInfoOffset == 0) {
         return status_Ok;
@@ -165,6 +168,7 @@ status_t OATDebugInfoLoader::loadSymbols(ISymbolTable* table, AcceptedRanges* fi
         }
     }
     m_reader.budgets().refill(m_reader.data().size());
+    trace::DecidedOnce const infos(trace::level_Info); // there is one for each line
     OATSymbolCallBack symbols(loader(), table, resolver);
     OatWalk walk(m_reader, symbols, filter, dynamic_cast<OATSrcLineResolver*>(resolver));
     status_t const walked = walk.run();

@@ -100,8 +100,8 @@ private:
     status_t step(std::uint8_t opcode);
     status_t setFile();
     void special(std::uint8_t opcode);
-    /// The name of a string, as far as names may still be read; empty for none.
-    std::string_view fileName(std::uint32_t index);
+    /// The name of a string, empty for none; false if it is too dear, which ends the program.
+    bool fileName(std::uint32_t index, std::string_view& out);
 
     DexLoader const& m_dex;
     ByteCursor m_cursor;
@@ -109,6 +109,7 @@ private:
     LineState& m_state;
     std::uint32_t m_address = 0;
     std::uint32_t m_line = 0;
+    bool m_isEnded = false;
 };
 
 bool Program::skipNumbers(std::uint64_t count) {
@@ -125,19 +126,22 @@ bool Program::readHead() {
     return m_cursor.readUleb(m_line) && m_cursor.readUleb(parameters) && skipNumbers(parameters);
 }
 
-std::string_view Program::fileName(std::uint32_t index) {
-    std::string_view name;
-    bool const isRead = m_dex.string(index, name) == status_Ok && m_budgets.nameBytes.spend(name.size());
-    return isRead ? name : std::string_view();
+bool Program::fileName(std::uint32_t index, std::string_view& out) {
+    m_dex.string(index, out);
+    return m_budgets.nameBytes.spend(out.size());
 }
 
 status_t Program::run(std::uint32_t sourceFileIndex) {
     if (!readHead()) {
         return status_BadFileFormat;
     }
-    m_state.setFile(fileName(sourceFileIndex));
+    std::string_view file;
+    if (!fileName(sourceFileIndex, file)) {
+        return status_Ok;
+    }
+    m_state.setFile(file);
     std::uint8_t opcode = 0;
-    while (m_cursor.remaining() >= 2 && m_cursor.read(opcode) && opcode != DBG_END_SEQUENCE) {
+    while (!m_isEnded && m_cursor.remaining() >= 2 && m_cursor.read(opcode) && opcode != DBG_END_SEQUENCE) {
         status_t const status = step(opcode);
         if (status != status_Ok) {
             return status;
@@ -180,8 +184,9 @@ status_t Program::setFile() {
         ORV_WARN("Dex line machine: unknown opcode " << unsigned{DBG_SET_FILE});
         return status_False;
     }
-    std::string_view const name = fileName(number - 1);
-    if (!name.empty()) { // else the file stays
+    std::string_view name;
+    m_isEnded = !fileName(number - 1, name);
+    if (!m_isEnded && !name.empty()) { // else the file stays
         m_state.setFile(name);
     }
     return status_Ok;

@@ -131,8 +131,16 @@ status_t DexLoader::typeDescriptor(std::uint32_t typeIndex, std::string_view& ou
     return string(descriptor, out);
 }
 
-status_t DexLoader::methodName(Budget& names, std::uint32_t methodIndex, std::string& out) const {
-    out.clear();
+std::string DexMethodName::text() const {
+    std::string text;
+    text.reserve(size());
+    appendClass(descriptor, text);
+    text += '.';
+    text.append(name);
+    return text;
+}
+
+status_t DexLoader::methodName(std::uint32_t methodIndex, DexMethodName& out) const {
     ByteCursor cursor;
     bool const isThere = methodIndex < m_methods.count && at(m_methods.offset + methodIndex * k_methodIdSize, cursor) &&
                          cursor.remaining() >= k_bytesBehindMethodId;
@@ -145,24 +153,12 @@ status_t DexLoader::methodName(Budget& names, std::uint32_t methodIndex, std::st
     cursor.read(classIndex);
     cursor.read(prototypeIndex);
     cursor.read(nameIndex);
-    std::string_view name;
-    std::string_view descriptor;
-    status_t status = string(nameIndex, name);
+    status_t const status = string(nameIndex, out.name);
     if (status != status_Ok) {
         return status;
     }
-    status = typeDescriptor(classIndex, descriptor);
-    if (failed(status)) {
-        return status;
-    }
-    if (!names.spend(descriptor.size() + name.size())) {
-        return status_False;
-    }
-    out.reserve(descriptor.size() + 1 + name.size());
-    appendClass(descriptor, out);
-    out += '.';
-    out.append(name);
-    return status_Ok;
+    status_t const classStatus = typeDescriptor(classIndex, out.descriptor);
+    return failed(classStatus) ? classStatus : status_Ok;
 }
 
 bool DexLoader::codeItem(std::uint32_t offset, DexCodeItem& out) const {

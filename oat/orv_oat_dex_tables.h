@@ -3,14 +3,13 @@
 /// The tables of a DEX file that name methods and tell where their code is described.
 ///
 ///     DexLoader const dex(data, dexFileOffset, classOffsets);
-///     std::string name;
-///     if (dex.methodName(budget, methodIndex, name) == status_Ok) ...       // "com.example.Foo.bar"
+///     DexMethodName name;
+///     if (dex.methodName(methodIndex, name) == status_Ok) ... name.text()   // "com.example.Foo.bar"
 ///
 /// A DEX file lies inside the data of an OAT file. All its offsets count from its own header, and reach as far as those
 /// data do: nothing tells where a DEX file ends.
 #pragma once
 
-#include "core/orv_budget.h"
 #include "core/orv_cursor.h"
 #include "orv/orv_status.h"
 
@@ -36,6 +35,16 @@ struct DexCodeItem {
     std::uint32_t debugInfoOffset;
 };
 
+/// The parts of a method's name, as the DEX file has them.
+struct DexMethodName {
+    std::string_view descriptor; ///< Of its class.
+    std::string_view name;
+
+    std::size_t size() const { return descriptor.size() + 1 + name.size(); }
+    /// "class.method".
+    std::string text() const;
+};
+
 /// Plain bytes of others, which must stay. Any thread may ask.
 class DexLoader {
 public:
@@ -51,9 +60,8 @@ public:
     /// Ok; False for no string, as one of length 0 is; status_BadFileFormat. The length is taken for one in bytes,
     /// though the format counts UTF-16 units: what isn't ASCII comes out short, as clients know it.
     status_t string(std::uint32_t index, std::string_view& out) const;
-    /// Ok with "class.method"; False for a method without a name; status_InvalidPointer, status_BadFileFormat. names:
-    /// bytes that may be read; a name that is too dear is no name.
-    status_t methodName(Budget& names, std::uint32_t methodIndex, std::string& out) const;
+    /// Ok; False for a method without a name; status_InvalidPointer, status_BadFileFormat.
+    status_t methodName(std::uint32_t methodIndex, DexMethodName& out) const;
     /// False for an item that the data cut off.
     bool codeItem(std::uint32_t offset, DexCodeItem& out) const;
     /// From an offset to the end; false for one that lies behind it.

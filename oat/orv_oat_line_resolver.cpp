@@ -25,13 +25,24 @@ void OATSrcLineResolver::lineTable(SymMgrObjectPtr<ILineTable>& out) {
     out = m_lineTable.get();
 }
 
-status_t OATSrcLineResolver::sourceLineIterator(SymMgrObjectPtr<SourceLines>& out, unsigned long long start,
-                                                unsigned long long end, unsigned long long unit, unsigned int fileId,
-                                                Scope* scope) {
-    // Ahead of the table, which a load replaces. Methods that can't be read leave lines that can.
+/// Ahead of the table, which a load replaces. Methods that can't be read leave lines that can.
+void OATSrcLineResolver::loadMethods(Scope* scope) {
     if (Scope* const loaded = scope != nullptr ? scope : this->scope()) {
         loaded->ensureKinds(symbol_kind_Function);
     }
+}
+
+SymMgrObjectPtr<LineTable> OATSrcLineResolver::flatTable(status_t& status, Scope* scope) {
+    loadMethods(scope);
+    status = status_Ok;
+    LockGuard guard(&m_lock);
+    return m_lineTable;
+}
+
+status_t OATSrcLineResolver::sourceLineIterator(SymMgrObjectPtr<SourceLines>& out, unsigned long long start,
+                                                unsigned long long end, unsigned long long unit, unsigned int fileId,
+                                                Scope* scope) {
+    loadMethods(scope);
     return SrcLineResolver::sourceLineIterator(out, start, end, unit, fileId, scope);
 }
 

@@ -56,6 +56,8 @@ public:
 private:
     friend class OatLineLoad;
 
+    SymMgrObjectPtr<LineTable> flatTable(status_t& status, Scope* scope) override;
+    void loadMethods(Scope* scope);
     std::uint32_t fileId(std::string_view name);
 
     IFileFormatLoader* m_loader; ///< Not counted.

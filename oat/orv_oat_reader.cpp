@@ -61,7 +61,7 @@ void OatBudgets::refill(std::uint64_t size) {
     constexpr std::uint64_t k_least = std::uint64_t{1} << 16;
     constexpr std::uint64_t k_leastTexts = std::uint64_t{1} << 20;
     constexpr std::uint64_t k_textsMade = 16;      // each method has the name of its class in front of its own
-    constexpr std::uint64_t k_programRereads = 64; // methods of one shape share their programs
+    constexpr std::uint64_t k_programRereads = 16; // methods of one shape share their programs
     memberBytes.refill(k_least + 2 * size);
     nameBytes.refill(k_leastTexts + size * k_textsMade);
     // Methods of one code share their tables too, but then both are small: code takes far more than a byte a mapping.

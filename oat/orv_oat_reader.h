@@ -9,6 +9,7 @@
 /// points into it.
 #pragma once
 
+#include "core/orv_budget.h"
 #include "oat/orv_oat_dex_tables.h"
 #include "oat/orv_oat_method.h"
 #include "orv/orv_address.h"

@@ -132,8 +132,8 @@ TEST(OatLines, NumbersHave32Bits) {
     EXPECT_EQ(methodLines("rawmap 8180808010010004040004", "10 : step 0 0; step 4 1; end"),
               "X.java:11[0,1) X.java:10[1,16)");
     EXPECT_EQ(methodLines("map 0:0", "10 : raw 098080808010; step 0 0; end"), ""); // no file
-    EXPECT_EQ(methodLines("map 0:0 4:2", "10 : raw 028080808080808080808001; step 0 0; step 2 0; end"),
-              "X.java:10[0,1) X.java:10[1,4) X.java:10[4,5) X.java:10[5,16)"); // ten bytes, and no line further
+    EXPECT_EQ(methodLines("map 0:0 4:2", "10 : raw 0280808080808080808001; step 0 0; step 2 0; end"),
+              "X.java:10[0,1) X.java:10[1,4) X.java:10[4,5) X.java:10[5,16)"); // ten bytes for 0
 }
 
 TEST(OatLines, AreThereOnceHoweverOftenSymbolsAreLoaded) {

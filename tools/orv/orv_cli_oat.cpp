@@ -65,7 +65,7 @@ std::optional<unsigned long long> oatDataOf(Module& module) {
 std::optional<OatFacts> oatFactsOf(Module& module) {
     constexpr unsigned long long k_front = 28;
     constexpr std::size_t k_version = 4;
-    constexpr unsigned long k_firstWithFeatures = 14; // one word more in front of the count
+    constexpr long k_firstWithFeatures = 14; // one word more in front of the count
     SymMgrObjectPtr<IAddress> data;
     SymMgrObjectPtr<IBuffer> bytes;
     if (module.bank().symFileFormat() != symbolFormatOat) {
@@ -73,13 +73,13 @@ std::optional<OatFacts> oatFactsOf(Module& module) {
     }
     std::optional<unsigned long long> const address = oatDataOf(module);
     if (!address || module.bank().addressByValue(*address, data) != status_Ok ||
-        module.loader().readBytes(data->fileOffset(), k_front, bytes) != status_Ok) {
+        module.loader().readBytes(data->fileOffset(), k_front, bytes) != status_Ok ||
+        std::memcmp(bytes->data(), "oat\n", 4) != 0) {
         return std::nullopt;
     }
     auto const* const text = reinterpret_cast<char const*>(bytes->data());
-    OatFacts facts{std::string(text + k_version, ::strnlen(text + k_version, 4)), 0, 0};
-    unsigned long const version = std::strtoul(facts.version.c_str(), nullptr, 10);
-    facts.version = std::to_string(version);
+    long const version = std::strtol(std::string(text + k_version, 4).c_str(), nullptr, 10);
+    OatFacts facts{std::to_string(version), 0, 0};
     std::memcpy(&facts.dexFiles, text + (version < k_firstWithFeatures ? 16 : 20), sizeof(facts.dexFiles));
     Ranges methods;
     module.load([&] { return module.bank().originalSymbolRanges(methods, symbol_kind_Function, nullptr, nullptr); });
