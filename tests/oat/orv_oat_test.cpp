@@ -85,6 +85,17 @@ TEST(OatFiles, LinesCanBeAskedForFirst) {
     EXPECT_FALSE(lines);
 }
 
+TEST(OatFiles, GoToTheEndOfTheLastWord) {
+    Setting const set;
+    TempDir const folder;
+    OatFile const oat = writeOat(withHead("22", "dex\nclass X\n  method direct f()V code=16 debugoff=end-4\n"
+                                                "    debug 1 : step 0 0; end\ntail 07000e00\n"));
+    auto const bank = bankOf(folder.file("m.oat", oat.elf), load_flags_NewLoader);
+    SymMgrObjectPtr<ISourceLocation> const place = placeIn(*bank, oat.places.at("dex0.class0.method0.code") + 5);
+    ASSERT_TRUE(place);
+    EXPECT_EQ(place->line(), 7U);
+}
+
 TEST(OatFiles, AreFoundByTheirFirstSymbols) {
     struct Case {
         char const* name;
@@ -315,6 +326,42 @@ TEST(OatClasses, MembersEndWithTheData) {
     EXPECT_EQ(withData(dexSize - 3), status_Ok);
     EXPECT_EQ(withData(dexSize), status_Ok);
     EXPECT_EQ(withData(dexSize + 1), status_BadFileFormat);
+}
+
+TEST(OatClasses, TheLastBytesCountAsFarAsTheyAreNeeded) {
+    auto const methodAt = [](std::string const& options, std::string const& tail) {
+        return writeOat(withHead("22", "dex\nclass X\n  method direct f()V code=16 " + options +
+                                           "\n    debug 1 : step 0 0; end\ntail " + tail + "\n"));
+    };
+    auto const statusOf = [](OatFile const& file) { return Reader(file).load(); };
+    auto const linesOf = [](OatFile const& file) {
+        Reader reader(file);
+        reader.load();
+        return reader.lines();
+    };
+    // A code item of 20 bytes: room for one instruction, and its program lies nowhere.
+    std::string const head = "0000000000000000ffffff7f";
+    EXPECT_EQ(statusOf(methodAt("dexcode=end-20", head + "0100000000000000")), status_BadFileFormat);
+    EXPECT_EQ(statusOf(methodAt("dexcode=end-20", head + "0200000000000000")), status_Ok);
+    // The last byte is no opcode.
+    EXPECT_EQ(linesOf(methodAt("debugoff=end-3", "07000e")), "");
+    EXPECT_NE(linesOf(methodAt("debugoff=end-4", "07000e00")), "");
+    // An entry of method_ids wants 32 bytes.
+    std::string const zeros(64, '0');
+    OatFile file = methodAt("", zeros);
+    std::uint64_t const dex = file.places.at("dex0");
+    put(file.data, dex + 92, file.data.size() - 32 - dex, 4);
+    EXPECT_EQ(statusOf(file), status_Ok);
+    put(file.data, dex + 92, file.data.size() - 31 - dex, 4);
+    LogCapture const log(40000);
+    EXPECT_EQ(statusOf(file), status_InvalidPointer);
+    EXPECT_EQ(log.count("ASSERTION FAILED: 'descr != NULL'"), 1U);
+    // A DEX header has 112.
+    file = methodAt("", std::string(240, '0'));
+    put(file.data, file.places.at("dex0.dexFileOffset"), file.data.size() - 112, 4);
+    EXPECT_EQ(statusOf(file), status_False); // no DEX file
+    put(file.data, file.places.at("dex0.dexFileOffset"), file.data.size() - 111, 4);
+    EXPECT_EQ(statusOf(file), status_BadFileFormat);
 }
 
 // --- Bad bytes
