@@ -344,7 +344,7 @@ TEST(OatClasses, TheLastBytesCountAsFarAsTheyAreNeeded) {
     EXPECT_EQ(statusOf(methodAt("dexcode=end-20", head + "0100000000000000")), status_BadFileFormat);
     EXPECT_EQ(statusOf(methodAt("dexcode=end-20", head + "0200000000000000")), status_Ok);
     // The last byte is no opcode.
-    EXPECT_EQ(linesOf(methodAt("debugoff=end-3", "07000e")), "");
+    EXPECT_EQ(linesOf(methodAt("debugoff=end-3", "0007000e")), "");
     EXPECT_NE(linesOf(methodAt("debugoff=end-4", "07000e00")), "");
     // An entry of method_ids wants 32 bytes.
     std::string const zeros(64, '0');
