@@ -164,7 +164,7 @@ status_t Module::loadBank() {
 Module::~Module() = default;
 
 std::string Module::missingDebugInfo() {
-    std::string const unread = m_options.noDebugInfo ? std::string() : unreadOat(*this);
+    std::string unread = m_options.noDebugInfo ? std::string() : unreadOat(*this);
     if (!unread.empty()) {
         return unread;
     }
