@@ -11,7 +11,6 @@
 #include "lines/orv_sourceline_impl.h"
 
 #include <cstdint>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <tuple>

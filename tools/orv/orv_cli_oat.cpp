@@ -6,6 +6,7 @@
 
 #include "orv_cli_find.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <elf.h>
@@ -20,44 +21,53 @@ bool isSet() {
     return setting != nullptr && *setting != '\0';
 }
 
-/// The value of the symbol at a place of .dynsym, if it has that name; else nothing.
-template <typename Symbol> std::optional<unsigned long long> valueIfNamed(std::string_view wanted, ISection& symbols,
-                                                                          ISection& names, unsigned long long index) {
-    SymMgrObjectPtr<IBuffer> bytes;
-    if ((index + 1) * sizeof(Symbol) > symbols.size() ||
-        symbols.readAt(index * sizeof(Symbol), sizeof(Symbol), bytes) != status_Ok) {
-        return std::nullopt;
+struct OatSymbols {
+    std::optional<unsigned long long> data;
+    bool hasCode = false;
+    bool hasEnd = false;
+};
+
+/// By the first symbols of .dynsym; the library looks at no more.
+template <typename Symbol> OatSymbols findOatSymbols(ISection& symbols, ISection& names) {
+    constexpr unsigned long long k_symbols = 5;
+    constexpr unsigned long long k_longestName = sizeof("oatlastword");
+    OatSymbols found;
+    unsigned long long const count = std::min(k_symbols, symbols.size() / sizeof(Symbol));
+    SymMgrObjectPtr<IBuffer> entries;
+    if (symbols.readAt(0, count * sizeof(Symbol), entries) != status_Ok) {
+        return found;
     }
-    Symbol symbol;
-    std::memcpy(&symbol, bytes->data(), sizeof(symbol));
-    std::string_view const text(wanted.data(), wanted.size() + 1); // the zero behind it too
-    if (symbol.st_name > names.size() || text.size() > names.size() - symbol.st_name ||
-        names.readAt(symbol.st_name, text.size(), bytes) != status_Ok ||
-        std::memcmp(bytes->data(), text.data(), text.size()) != 0) {
-        return std::nullopt;
+    for (unsigned long long index = 0; index < count; ++index) {
+        Symbol symbol;
+        std::memcpy(&symbol, entries->data() + index * sizeof(symbol), sizeof(symbol));
+        SymMgrObjectPtr<IBuffer> text;
+        unsigned long long const room = symbol.st_name < names.size() ? names.size() - symbol.st_name : 0;
+        if (room == 0 || names.readAt(symbol.st_name, std::min(room, k_longestName), text) != status_Ok) {
+            continue;
+        }
+        auto const* const begin = reinterpret_cast<char const*>(text->data());
+        std::string_view const name(begin, ::strnlen(begin, text->size()));
+        bool const isWhole = name.size() < text->size(); // a zero ends it
+        if (isWhole && name == "oatdata" && !found.data) {
+            found.data = symbol.st_value;
+        }
+        found.hasCode |= isWhole && name == "oatexec";
+        found.hasEnd |= isWhole && name == "oatlastword";
     }
-    return symbol.st_value;
+    return found;
 }
 
 /// The address of the OAT data; nothing for a module that lacks any of the three symbols.
 std::optional<unsigned long long> oatDataOf(Module& module) {
-    constexpr unsigned long long k_symbols = 5; // the library looks at no more
     SymMgrObjectPtr<ISection> symbols;
     SymMgrObjectPtr<ISection> names;
     if (module.bank().sectionByName(".dynsym", symbols) != status_Ok ||
         module.bank().sectionByName(".dynstr", names) != status_Ok) {
         return std::nullopt;
     }
-    auto const find = [&](std::string_view name) {
-        std::optional<unsigned long long> found;
-        for (unsigned long long index = 0; index < k_symbols && !found; ++index) {
-            found = module.is32Bit() ? valueIfNamed<Elf32_Sym>(name, *symbols, *names, index)
-                                     : valueIfNamed<Elf64_Sym>(name, *symbols, *names, index);
-        }
-        return found;
-    };
-    std::optional<unsigned long long> const data = find("oatdata");
-    return data && find("oatexec") && find("oatlastword") ? data : std::nullopt;
+    OatSymbols const found =
+        module.is32Bit() ? findOatSymbols<Elf32_Sym>(*symbols, *names) : findOatSymbols<Elf64_Sym>(*symbols, *names);
+    return found.hasCode && found.hasEnd ? found.data : std::nullopt;
 }
 
 } // namespace
