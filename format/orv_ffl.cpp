@@ -173,17 +173,25 @@ status_t FileFormatLoader::addressByFileOffset(SymMgrObjectPtr<IAddress>& out, u
 status_t FileFormatLoader::readBytes(unsigned long long offset, unsigned long long size,
                                      SymMgrObjectPtr<IBuffer>& out) {
     File file(fileName());
+    return readBytesBy(file.size(), offset, size, out, [&](unsigned char* block) {
+        file.seek(static_cast<std::int64_t>(offset));
+        return file.read(size, block) == size;
+    });
+}
+
+status_t FileFormatLoader::readBytesBy(unsigned long long available, unsigned long long offset, unsigned long long size,
+                                       SymMgrObjectPtr<IBuffer>& out,
+                                       std::function<bool(unsigned char*)> const& readInto) {
     // What lies beyond the file can't be read: no memory is asked for it. A size that no allocation
     // could meet is reported as that.
-    bool const isPossible = size == 0 || contains(file.size(), offset, size);
+    bool const isPossible = size == 0 || contains(available, offset, size);
     if (isPossible || size > ByteBuffer::k_largest) {
         SymMgrObjectPtr<IBuffer> buffer(new ByteBuffer(size));
         if (buffer->size() != size) {
             ORV_ERROR("Unable to create ByteBuffer of size: " << size);
             return status_OutOfMemory;
         }
-        file.seek(static_cast<std::int64_t>(offset));
-        if (file.read(size, buffer->data()) == size) {
+        if (readInto(buffer->data())) {
             out = buffer;
             return status_Ok;
         }

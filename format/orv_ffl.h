@@ -12,6 +12,7 @@
 #include "orv/orv_fileformatloader.h"
 
 #include <atomic>
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -105,6 +106,11 @@ public:
     void addLate(char const* name, unsigned long long address, unsigned long long size);
 
 protected:
+    /// readBytes for bytes that may be in memory: available is how many there are, readInto puts those that were asked
+    /// for into a block, and tells whether it could.
+    status_t readBytesBy(unsigned long long available, unsigned long long offset, unsigned long long size,
+                         SymMgrObjectPtr<IBuffer>& out, std::function<bool(unsigned char*)> const& readInto);
+
     void setStatus(status_t status) { m_status = status; }
     bool hasSegments() const { return !layout().segments.empty(); }
     ILock* lock() { return &m_lock; }

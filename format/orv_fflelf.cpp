@@ -10,6 +10,7 @@
 #include "format/orv_root.h"
 #include "image/orv_fileimage.h"
 #include "image/orv_kernelimage.h"
+#include "image/orv_memoryimage.h"
 #include "image/orv_path.h"
 
 #include <string_view>
@@ -51,6 +52,15 @@ void ElfFileLoader::readFileInfo() {
 char const* ElfFileLoader::fileName() {
     IModuleImage* const image = m_elfHelper->image();
     return image != nullptr ? image->fileName() : "";
+}
+
+status_t ElfFileLoader::readBytes(unsigned long long offset, unsigned long long size, SymMgrObjectPtr<IBuffer>& out) {
+    auto* const memory = dynamic_cast<MemoryImage*>(m_elfHelper->image());
+    if (memory == nullptr) {
+        return FileFormatLoader::readBytes(offset, size, out);
+    }
+    return readBytesBy(memory->size(), offset, size, out,
+                       [&](unsigned char* block) { return memory->read(offset, size, block) == size; });
 }
 
 void ElfFileLoader::sectionByName(SymMgrObjectPtr<ISection>& out, char const* name) {

@@ -28,6 +28,8 @@ public:
     void sectionByName(SymMgrObjectPtr<ISection>& out, char const* name) override;
     void sectionByIndex(SymMgrObjectPtr<ISection>& out, unsigned int index) override;
     char const* targetName() override { return ""; }
+    /// From the file, but for an image in memory, which is no file.
+    status_t readBytes(unsigned long long offset, unsigned long long size, SymMgrObjectPtr<IBuffer>& out) override;
 
     status_t collectSymbolFiles(SymbolFiles& candidates) override;
     IDebugInfoLoader* createDebugInfoLoader(char const* name, symbol_file_format_t format, unsigned int flags) override;
