@@ -18,7 +18,7 @@ def read_layers():
         if ":" in line:
             folder, rest = line.split(":")
             names, public = rest.split("|")
-            readers[folder] = ({f"orv_{folder}_{name}" for name in names.split()}, set(public.split()))
+            readers[folder] = ({name if name.startswith("orv_") else f"orv_{folder}_{name}" for name in names.split()}, set(public.split()))
             continue
         for folder in line.split():
             ranks[folder] = number

@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
+/// What the readers of GPU program files have in common. A program file holds the debug data of all kernels of one
+/// program; each compiler has a format of its own.
+#pragma once
+
+#include "core/orv_cursor.h"
+#include "orv/orv_object.h"
+#include "orv/orv_section.h"
+#include "orv/orv_status.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace ORV_3_30 {
+
+/// Where a line's instructions begin.
+struct VexLineEntry {
+    std::uint32_t address; ///< Byte offset in the kernel's machine code.
+    std::uint32_t line;
+    std::uint32_t column;
+    std::uint32_t fileId; ///< Index in the kernel's source files.
+};
+
+/// Reader of one program file, which it holds. It belongs to one thread.
+class IVexDebugInfoParser : public ISymMgrObject {
+public:
+    virtual unsigned int kernelCount() = 0;
+    /// Appends to out, as the next two do.
+    virtual status_t kernelNames(std::vector<std::string>& out) = 0;
+    virtual status_t sourceFiles(std::string const& kernelName, std::vector<std::string>& out) = 0;
+    /// status_Ok; status_NotFound without such a kernel; status_BadFileFormat.
+    virtual status_t lineInfo(std::string const& kernelName, std::vector<VexLineEntry>& out) = 0;
+
+protected:
+    ~IVexDebugInfoParser() = default;
+};
+
+// Bounds of both formats' headers, by which alone a file is told to be one.
+constexpr std::uint32_t k_leastVexFormatVersion = 1020;
+constexpr std::uint32_t k_mostVexLimit = 1024;
+
+inline bool isVexLimit(std::uint32_t value) { return value <= k_mostVexLimit; }
+inline bool isVexPowerOfTwo(std::uint32_t value) { return isVexLimit(value) && (value & (value - 1)) == 0; }
+
+/// Reads one field after the other; false if they are not all there.
+template <typename... Fields> bool readFields(ByteCursor& cursor, Fields&... fields) {
+    return (cursor.read(fields) && ...);
+}
+
+inline ByteCursor cursorOver(IBuffer* data) {
+    return data != nullptr ? ByteCursor(data->data(), data->size()) : ByteCursor();
+}
+
+} // namespace ORV_3_30
