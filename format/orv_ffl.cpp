@@ -9,6 +9,7 @@
 #include "core/orv_iterators.h"
 #include "core/orv_trace.h"
 #include "format/orv_fflelf.h"
+#include "format/orv_fflvex.h"
 #include "format/orv_root.h"
 #include "image/orv_file.h"
 
@@ -41,14 +42,18 @@ bool isElf(IModuleImage* image) {
 }
 
 status_t IFileFormatLoader::create(SymMgrObjectPtr<IFileFormatLoader>& out, SymMgrObjectPtr<IModuleImage> image,
-                                   char const* /*targetName*/) {
-    if (!isElf(image.get())) {
-        return out ? out->status() : status_BadFileFormat;
+                                   char const* targetName) {
+    if (isElf(image.get())) {
+        SymMgrObjectPtr<ElfFileLoader> const loader(new ElfFileLoader);
+        loader->open(std::move(image));
+        out = loader.get();
+    } else if (image && isVexBinPath(image->fileName())) {
+        SymMgrObjectPtr<VexBinFileLoader> const loader(
+            new VexBinFileLoader(image->fileName(), targetName != nullptr ? targetName : "", image->architecture()));
+        loader->open();
+        out = loader.get();
     }
-    SymMgrObjectPtr<ElfFileLoader> const loader(new ElfFileLoader);
-    loader->open(std::move(image));
-    out = loader.get();
-    return out->status();
+    return out ? out->status() : status_BadFileFormat;
 }
 
 FileFormatLoader::FileFormatLoader() : SymMgrObject(true) {}

@@ -39,6 +39,11 @@ public:
     /// The reader of a file's DWARF; loadBias: what is added to its addresses to get the module's.
     virtual IDebugInfoLoader* dwarfLoader(IFileFormatLoader* loader, char const* symFileName, IFileFormatHelper* helper,
                                           unsigned long long loadBias) const = 0;
+    /// The program file that may stand beside the binary of a GPU kernel; format: that of the family's compiler.
+    virtual void collectProgramFiles(FileFormatLoader::SymbolFiles& candidates, char const* binary,
+                                     symbol_file_format_t format, ILock* lock) const = 0;
+    /// The reader of a GPU program file.
+    virtual IDebugInfoLoader* programFileLoader(IFileFormatLoader* loader, char const* programFile) const = 0;
     /// One that reports a file's name, and loads nothing.
     virtual IDebugInfoLoader* emptyLoader(char const* symFileName) const = 0;
 

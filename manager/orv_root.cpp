@@ -5,6 +5,7 @@
 
 #include "dwarf/orv_dildwarf.h"
 #include "format/orv_fflelf.h"
+#include "gpu/orv_dilvex.h"
 #include "lines/orv_dil.h"
 #include "manager/orv_symbolmanager.h"
 #include "oat/orv_oat.h"
@@ -12,6 +13,7 @@
 #include "resolver/orv_dilsystemmap.h"
 #include "resolver/orv_kernel_files.h"
 #include "resolver/orv_oat_file.h"
+#include "resolver/orv_program_files.h"
 #include "symbols/orv_symbol_call_back.h"
 
 namespace ORV_3_30 {
@@ -69,6 +71,21 @@ public:
                                   unsigned long long loadBias) const override {
         return new DWARFDebugInfoLoader(loader, symFileName, helper, loadBias);
     }
+    void collectProgramFiles(FileFormatLoader::SymbolFiles& candidates, char const* binary, symbol_file_format_t format,
+                             ILock* lock) const override {
+        SymMgrObjectPtr<ISymbolFileToResolve> candidate;
+        if (format == symbolFormatVexRln) {
+            candidate = new VexRlnSymbolFileToResolve(binary, 0, lock);
+        } else {
+            candidate = new VexQdcSymbolFileToResolve(binary, 0, lock);
+        }
+        candidates.push_back(candidate);
+    }
+
+    IDebugInfoLoader* programFileLoader(IFileFormatLoader* loader, char const* programFile) const override {
+        return new VexDebugInfoLoader(loader, programFile);
+    }
+
     IDebugInfoLoader* emptyLoader(char const* symFileName) const override {
         return new EmptyDebugInfoLoader(symFileName);
     }

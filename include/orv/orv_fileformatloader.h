@@ -17,13 +17,16 @@ namespace ORV_3_30 {
 /// belong to the loader; sections and addresses are counted and must not outlive it.
 class ORV_API IFileFormatLoader : public ISymMgrObject {
 public:
-    /// Picks the loader by the image's first bytes. status_Ok, or the loader's own status, with the loader in out. If
-    /// no format fits out stays as it was: status_BadFileFormat if it is null, else the status of the loader in it.
+    /// Picks the loader by the image's first bytes; a file that is no ELF file and whose name holds ".clbin" is a GPU
+    /// kernel's binary. status_Ok, or the loader's own status, with the loader in out. If no format fits out stays as
+    /// it was: status_BadFileFormat if it is null, else the status of the loader in it. targetName: the kernel that a
+    /// GPU binary is, as its program file names it; null is no name.
     ORV_API static status_t create(SymMgrObjectPtr<IFileFormatLoader>& out, SymMgrObjectPtr<IModuleImage> image,
                                    char const* targetName);
 
     /// The candidates for the module's symbol files in order of preference. Neither they nor the iterator
-    /// must outlive the loader. status_Ok, or a failure with out untouched.
+    /// must outlive the loader. status_Ok, or a failure with out untouched: status_Fail for a GPU binary whose family
+    /// was not given.
     virtual status_t symbolFiles(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>>& out) = 0;
     /// The reader for a candidate. status_Ok, with null where none can be made; status_False for an
     /// index outside the list, out untouched.

@@ -8,7 +8,7 @@
 namespace ORV_3_30 {
 
 /// Processor of a module. The comment gives e_machine of the ELF header (System V ABI, "ELF
-/// Header"). 8 to 11 have no name here and are legal values: the GPU families.
+/// Header").
 enum arch_t : unsigned int {
     arch_Unknown = 0, ///< Taken from the file.
     arch_X86 = 1,     ///< 3
@@ -16,7 +16,13 @@ enum arch_t : unsigned int {
     arch_X86_64 = 3,  ///< 62
     arch_Arm = 4,     ///< 40
     arch_Em180 = 6,   ///< 180
-    arch_Em181 = 7    ///< 181
+    arch_Em181 = 7,   ///< 181
+    // Families of GPUs: a kernel's binary does not tell which, so that the client has to. The name is that of the
+    // compiler, which tells how to read the program file beside the binary.
+    arch_VexRln1 = 8,
+    arch_VexRln2 = 9,
+    arch_VexQdc1 = 10,
+    arch_VexQdc2 = 11
 };
 
 /// Format of a module file.

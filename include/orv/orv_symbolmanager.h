@@ -30,7 +30,11 @@ enum load_flags_t : unsigned int {
 ///
 /// Statuses of the loads: status_Ok; status_InvalidArg for a null name; status_CantOpenFile;
 /// status_BadFileFormat for a file that is no module or a broken one; status_OutOfMemory; otherwise
-/// what the symbol file's reader returned. On any failure bank stays as it was.
+/// what the symbol file's reader returned: status_Fail for the binary of a GPU kernel, unless arch tells the family. On
+/// any failure bank stays as it was.
+///
+/// targetName: which kernel such a binary is; other modules have no use for it, and null is no name. It does not tell
+/// loads apart: while a bank of the file is held, another kernel takes a load that reads the module anew.
 class ORV_API ISymbolManager : public ISymMgrObject {
 public:
     /// status_Ok; status_Fail if there is none and none can be made.

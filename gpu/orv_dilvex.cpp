@@ -1,0 +1,204 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
+// dil: debug information loader. The one of GPU kernels: the lines of one kernel are read at once, the program file is
+// given up after that.
+#include "gpu/orv_dilvex.h"
+
+#include "core/orv_byte_buffer.h"
+#include "core/orv_trace.h"
+#include "format/orv_root.h"
+#include "gpu/orv_dilvex_qdc_utils.h"
+#include "gpu/orv_dilvex_rln_utils.h"
+#include "image/orv_file.h"
+#include "lines/orv_sourceline_impl.h"
+#include "symbols/orv_scope.h"
+
+#include <algorithm>
+
+namespace ORV_3_30 {
+namespace {
+
+constexpr char k_symbolName[] = ".dbginfo_vex";
+constexpr unsigned long long k_symbolAddress = 0;
+/// The last line's code goes on as far as there is any.
+constexpr std::uint32_t k_sizeOfLast = 0xFFFFFFFF;
+
+/// The source that was compiled from memory: what compilers call it, the first of these that any file's name holds.
+bool findSource(std::vector<std::string> const& files, std::uint32_t& out) {
+    for (char const* const name : {"unknown.cl", "<unknown>"}) {
+        auto const found = std::find_if(files.begin(), files.end(),
+                                        [&](std::string const& file) { return file.find(name) != std::string::npos; });
+        if (found != files.end()) {
+            out = static_cast<std::uint32_t>(found - files.begin());
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+// --- VexDebugInfoLoader
+
+unsigned int VexDebugInfoLoader::symFileFormat() {
+    switch (loader()->architecture()) {
+    case arch_VexRln1:
+    case arch_VexRln2: return symbolFormatVexRln;
+    case arch_VexQdc1:
+    case arch_VexQdc2: return symbolFormatVexQdc;
+    default: return k_noSymbolFileFormat;
+    }
+}
+
+status_t VexDebugInfoLoader::loadSymbols(ISymbolTable* table, AcceptedRanges* /*filter*/, unsigned int /*mask*/,
+                                         ISrcLineResolver* resolver) {
+    if (table == nullptr) {
+        return status_InvalidPointer;
+    }
+    unsigned long long const end = k_symbolAddress + loader()->imageSize();
+    SymMgrObjectPtr<SymbolScope> const scope(new SymbolScope(loader(), table->scope()));
+    scope->addRange(k_symbolAddress, end);
+    scope->setSymbol(new VexSymbol(loader(), scope.get(), resolver));
+    table->addRange(k_symbolAddress, end, scope.get());
+    return status_Ok;
+}
+
+/// Banks are made under the lock, and reading a kernel's ELF image takes it: who asks without a bank takes it first
+/// too.
+ISrcLineResolver* VexDebugInfoLoader::srcLineResolver(Scope* /*scope*/, ILock* /*lock*/) {
+    LockGuard guard(&root().loaderLock());
+    if (!m_lineResolver) {
+        SymMgrObjectPtr<VexSrcLineResolver> const fresh(new VexSrcLineResolver(this));
+        fresh->open();
+        m_lineResolver = fresh;
+    }
+    return m_lineResolver.get();
+}
+
+// --- VexSrcLineResolver
+
+void VexSrcLineResolver::open() {
+    m_lineTable = new LineTable(m_loader->moduleLoader(), this);
+    char const* const kernelName = m_loader->moduleLoader()->targetName();
+    status_t const status = loadLines(kernelName);
+    if (status != status_Ok) {
+        ORV_WARN("Unable to load line info for OCL kernel " << kernelName << ". Result status code: " << status);
+    }
+    m_lineTable->prepare();
+}
+
+status_t VexSrcLineResolver::loadLines(std::string const& kernelName) {
+    SymMgrObjectPtr<IVexDebugInfoParser> parser;
+    status_t status = readProgramFile(parser);
+    if (status != status_Ok) {
+        return status;
+    }
+    std::vector<VexLineEntry> lines;
+    status = parser->lineInfo(kernelName, lines);
+    if (status != status_Ok) {
+        ORV_WARN("Unable to obtain line info for OCL kernel " << kernelName << ". DebugInfoParser status: " << status);
+        return status_Fail;
+    }
+    std::vector<std::string> files;
+    status = parser->sourceFiles(kernelName, files);
+    if (status != status_Ok) {
+        ORV_WARN("Unable to obtain source files info for OCL kernel " << kernelName
+                                                                      << ". DebugInfoParser status: " << status);
+        return status_Fail;
+    }
+    std::uint32_t source = 0;
+    if (!findSource(files, source)) {
+        ORV_WARN("Unable to find an appropriate source file for OCL kernel " << kernelName);
+        return status_Fail;
+    }
+    parser = nullptr;
+    addLines(lines, source);
+    return status_Ok;
+}
+
+/// Null, with status_Fail, for a file that the format's reader refuses.
+status_t VexSrcLineResolver::readProgramFile(SymMgrObjectPtr<IVexDebugInfoParser>& out) {
+    File file(m_loader->symFileName());
+    if (file.status() != fosOK) {
+        return status_CantOpenFile;
+    }
+    std::uint64_t const dbgInfoSize = file.size();
+    SymMgrObjectPtr<IBuffer> const dbgInfo(new ByteBuffer(dbgInfoSize));
+    if (!ORV_ASSERT(dbgInfo->size() == dbgInfoSize, "dbgInfo->size() == dbgInfoSize") ||
+        file.read(dbgInfoSize, dbgInfo->data()) != dbgInfoSize) {
+        return status_CantReadFile;
+    }
+    switch (m_loader->symFileFormat()) {
+    case symbolFormatVexRln: rln_utils::createRlnParser(out, dbgInfo.get()); break;
+    case symbolFormatVexQdc: qdc_utils::createQdcParser(out, dbgInfo.get(), m_loader->symFileName()); break;
+    default: break;
+    }
+    return out ? status_Ok : status_Fail;
+}
+
+/// A line of another file has no row, and ends the one in front of it.
+void VexSrcLineResolver::addLines(std::vector<VexLineEntry> const& lines, std::uint32_t fileId) {
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        VexLineEntry const& own = lines[i];
+        if (own.fileId == fileId) {
+            std::uint32_t const size = i + 1 < lines.size() ? lines[i + 1].address - own.address : k_sizeOfLast;
+            m_lineTable->addLine(0, 0, own.line, own.column, own.address, size, 0);
+        }
+    }
+}
+
+status_t VexSrcLineResolver::sourceLocationByAddress(SymMgrObjectPtr<ISourceLocation>& out, unsigned long long address,
+                                                     unsigned long long unit, Scope* /*scope*/,
+                                                     ISourceLocationChooser* chooser) {
+    return SrcLineResolver::sourceLocationByAddress(out, address, unit, nullptr, chooser);
+}
+
+status_t VexSrcLineResolver::sourceLineIterator(SymMgrObjectPtr<SourceLines>& out, unsigned long long start,
+                                                unsigned long long end, unsigned long long unit, unsigned int fileId,
+                                                Scope* /*scope*/) {
+    if (start == end) {
+        m_lineTable->sourceLinesByAddress(out, start, unit, fileId);
+    } else {
+        m_lineTable->sourceLines(out, unit, fileId, start, end);
+    }
+    return status_Ok;
+}
+
+// --- VexSymbol
+
+VexSymbol::VexSymbol(IFileFormatLoader* owner, Scope* scope, ISrcLineResolver* resolver)
+    : Symbol(owner, SymbolName::borrowed(k_symbolName), k_symbolAddress, scope, symbol_visibility_Local,
+             symbol_kind_Other, k_noCompUnit),
+      m_resolver(resolver) {}
+
+status_t VexSymbol::sourceLocation(SymMgrObjectPtr<ISourceLocation>& out) {
+    out = nullptr;
+    if (owner() == nullptr || !m_resolver) {
+        return status_False;
+    }
+    out = m_location.get([this] {
+        auto location = std::make_unique<SymMgrObjectPtr<ISourceLocation>>();
+        m_resolver->sourceLocationByAddress(*location, addressValue(), k_allUnits, nullptr, nullptr);
+        return location;
+    });
+    return out ? status_Ok : status_False;
+}
+
+status_t VexSymbol::sourceLine(SymMgrObjectPtr<ISourceLine>& out) {
+    out = nullptr;
+    SymMgrObjectPtr<ISourceLocation> location;
+    status_t const status = sourceLocation(location);
+    if (status == status_Ok) {
+        out = new SourceLine(owner(), location.get(), addressValue(), addressValue());
+    }
+    return status;
+}
+
+void VexSymbol::sourceLines(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out) {
+    out = nullptr;
+    if (owner() != nullptr && m_resolver) {
+        m_resolver->sourceLines(out, k_allUnits, k_allFiles, addressValue(), addressValue(), nullptr);
+    }
+}
+
+} // namespace ORV_3_30
