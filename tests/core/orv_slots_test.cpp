@@ -4,6 +4,7 @@
 /// virtual member holds its place in the table (Itanium C++ ABI, 2.3): this test reads it out.
 
 #include "format/orv_ffl.h"
+#include "gpu/orv_gpu_qdc_blob.h"
 #include "image/orv_file.h"
 #include "image/orv_filename.h"
 #include "platform/orv_demangler.h"
@@ -133,6 +134,10 @@ TEST(Slots, LinesAndDebugInformation) {
                 &C::compilerMajorVersion, &C::compilerMinorVersion, &C::language, &C::reserved12);
     EXPECT_COUNTED(IStackFrameContext, &IStackFrameContext::setRegister, &IStackFrameContext::getRegister);
     using O = IOptReportEntry;
+    using G = IVexDebugInfoParser;
+    EXPECT_COUNTED(G, &G::kernelCount, &G::kernelNames, &G::sourceFiles, &G::lineInfo);
+    using Q = IQdcDbgParser;
+    EXPECT_COUNTED(Q, &Q::kernelCount, &Q::kernelNames, &Q::instructionMap);
     expectSlots("IOptReportEntry", 0, &O::version, &O::address, &O::text);
     expectSlots("ISourceLocationChooser", 0, &ISourceLocationChooser::choose);
 }

@@ -177,15 +177,16 @@ class Assembled {
 public:
     enum class Kind { Program, Object };
 
+    /// base: where the code of a program begins.
     explicit Assembled(std::string const& source, Kind kind = Kind::Program, bool is32 = false,
-                       std::string const& name = "module")
+                       std::string const& name = "module", std::string const& base = "0x1000")
         : m_path(m_dir.path() + "/" + name) {
         m_dir.file("a.s", source);
         std::string const object = m_dir.path() + "/a.o";
         run(std::string("as ") + (is32 ? "--32" : "--64") + " -o " + object + " " + m_dir.path() + "/a.s");
         if (kind == Kind::Program) {
-            run(std::string("ld ") + (is32 ? "-m elf_i386 " : "") + "-e 0x1000 -Ttext=0x1000 -o " + path() + " " +
-                object);
+            run(std::string("ld ") + (is32 ? "-m elf_i386 " : "") + "-e " + base + " -Ttext=" + base + " -o " + path() +
+                " " + object);
         } else {
             std::rename(object.c_str(), path().c_str());
         }

@@ -8,6 +8,7 @@
 #include "support/orv_elf_builder.h"
 #include "support/orv_oat_random.h"
 #include "support/orv_oat_writer.h"
+#include "support/orv_qdc_file.h"
 #include "symbols/orv_scope.h"
 #include "symbols/orv_symboltable.h"
 
@@ -271,6 +272,39 @@ TEST(Memory, RunsOutInAnOatFile) {
     EXPECT_GT(answers.size(), 500U);
     failLoadsOf(path, allOf, answers);
     ::unsetenv("ORV_USE_LEGACY_OAT_READER");
+}
+
+/// Lines are read while the bank is made, or there is no bank.
+TEST(Memory, RunsOutInAProgramFile) {
+    TempDir const dir;
+    std::string const binary = dir.file("p.clbin", std::string(64, 'c'));
+    auto const manager = symbolManager();
+    for (auto const& [programFile, arch] :
+         {std::pair{rlnFile("files unknown.cl\nkernels k\nrecord 0\n0 3 1 0\n32 9 2 0\n"), arch_VexRln1},
+          std::pair{qdcFile({{"k", miraImage("files unknown.cl\n0 1 3 1\n5 1 9 2\nend 8\n"),
+                              qdcBlob("kernel k\nmap 2,16 5,32\n").bytes()}}),
+                    arch_VexQdc1}}) {
+        dir.file("p.clpdb", programFile);
+        int const points = failInTurn([&, family = arch] {
+            SymMgrObjectPtr<IModuleSymbolBank> bank;
+            status_t const loaded =
+                manager->loadSymbolsFromModuleEx(binary.c_str(), nullptr, bank, family, load_flags_NewLoader, "k");
+            RangeIterator all;
+            status_t const asked =
+                loaded == status_Ok ? bank->originalSymbolRanges(all, k_allKinds, nullptr, nullptr) : loaded;
+            long const left = g_untilFailure;
+            g_untilFailure = -1;
+            EXPECT_TRUE(asked == status_Ok || asked == status_OutOfMemory) << asked;
+            if (bank) {
+                EXPECT_EQ(symbolsOf(*bank), ".dbginfo_vex[0,64) .code_vex[0,64)");
+                EXPECT_EQ(placeIn(*bank, 31)->line(), 3U);
+                EXPECT_EQ(placeIn(*bank, 32)->line(), 9U);
+            }
+            g_untilFailure = left;
+            return asked == status_Ok && !testing::Test::HasFailure();
+        });
+        EXPECT_GT(points, 20);
+    }
 }
 
 TEST(Memory, RunsOutInATable) {

@@ -4,6 +4,7 @@
 /// the manager. AddressSanitizer and ThreadSanitizer are the judges.
 
 #include "support/orv_elf_builder.h"
+#include "support/orv_qdc_file.h"
 #include "support/orv_test_support.h"
 
 #include <algorithm>
@@ -123,9 +124,12 @@ private:
     Handed& m_handed;
 };
 
-void askAll(std::string const& path, Handed& handed) {
-    handed.keep(symbolManager());
-    auto const bank = handed.keep(bankOf(path, load_flags_NewLoader));
+void askAll(std::string const& path, arch_t arch, Handed& handed) {
+    auto const manager = handed.keep(symbolManager());
+    SymMgrObjectPtr<IModuleSymbolBank> bank;
+    ASSERT_EQ(manager->loadSymbolsFromModuleEx(path.c_str(), nullptr, bank, arch, load_flags_NewLoader, "k"),
+              status_Ok);
+    handed.keep(bank);
     KeptChooser chooser(handed);
     RangeIterator ranges;
     bank->originalSymbolRanges(ranges, k_allKinds, nullptr, nullptr);
@@ -151,7 +155,9 @@ void askAll(std::string const& path, Handed& handed) {
     bank->sectionByName(".text", section);
     handed.keep(section);
 
-    SymMgrObjectPtr<IFileFormatLoader> const loader = handed.keep(loaderOf(path));
+    SymMgrObjectPtr<IFileFormatLoader> loader;
+    IFileFormatLoader::create(loader, IModuleImage::create(path.c_str(), arch, false), "k");
+    handed.keep(loader);
     SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>> candidates;
     loader->symbolFiles(candidates);
     handed.keepAll(candidates);
@@ -190,11 +196,17 @@ TEST(Lives, WhateverIsHandedOutMayGoInAnyOrder) {
     std::string const program = dir.path() + "/program";
     ASSERT_EQ(std::system(("g++ -O2 -gdwarf-4 -no-pie -o " + program + " " + source).c_str()), 0);
     std::string const stubs = dir.file("stubs", withStubs());
+    std::string const rln = dir.file("rln.clbin", std::string(64, 'c'));
+    dir.file("rln.clpdb", rlnFile("files unknown.cl\nkernels k\nrecord 0\n0 3 1 0\n16 4 1 0\n"));
+    std::string const qdc = dir.file("qdc.clbin", std::string(64, 'c'));
+    dir.file("qdc.clpdb", qdcFile({{"k", miraImage("files unknown.cl\n0 1 3 1\n5 1 9 2\nend 8\n"),
+                                    qdcBlob("kernel k\nmap 2,16 5,32\n").bytes()}}));
     std::mt19937 random(7);
     for (int round = 0; round < 12; ++round) {
-        for (std::string const& path : {program, stubs}) {
+        for (auto const& [path, arch] : {std::pair{program, arch_Unknown}, std::pair{stubs, arch_Unknown},
+                                         std::pair{rln, arch_VexRln1}, std::pair{qdc, arch_VexQdc1}}) {
             Handed handed;
-            askAll(path, handed);
+            askAll(path, arch, handed);
             EXPECT_GT(handed.count(), path == program ? 200U : 20U);
             handed.dropAll(random);
         }

@@ -1,0 +1,384 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The ORV authors
+/// A GPU kernel's binary as a module: what it is without its program file, how that is found, and its lines.
+
+#include "format/orv_fflelf.h"
+#include "format/orv_fflvex.h"
+#include "image/orv_memoryimage.h"
+#include "lines/orv_dil.h"
+#include "resolver/orv_program_files.h"
+#include "support/orv_qdc_file.h"
+
+using namespace orv_test;
+
+namespace {
+
+using Said = std::vector<std::string>;
+using Bank = SymMgrObjectPtr<IModuleSymbolBank>;
+
+status_t load(std::string const& path, arch_t arch, char const* kernel, Bank& bank,
+              unsigned int flags = load_flags_NewLoader) {
+    return symbolManager()->loadSymbolsFromModuleEx(path.c_str(), nullptr, bank, arch, flags, kernel);
+}
+
+/// A binary of so many bytes with a program file beside it.
+struct Program {
+    Program(std::size_t codeSize, std::string const& programFile)
+        : binary(dir.file("p.clbin", std::string(codeSize, 'c'))), beside(dir.file("p.clpdb", programFile)) {}
+
+    Bank bank(arch_t arch, char const* kernel = "k") const {
+        Bank out;
+        EXPECT_EQ(load(binary, arch, kernel, out), status_Ok);
+        return out;
+    }
+
+    TempDir dir;
+    std::string binary;
+    std::string beside;
+};
+
+SymMgrObjectPtr<IFileFormatLoader> binaryLoader(std::string const& path, arch_t arch, char const* kernel = "k") {
+    SymMgrObjectPtr<IFileFormatLoader> loader;
+    IFileFormatLoader::create(loader, IModuleImage::create(path.c_str(), arch, false), kernel);
+    return loader;
+}
+
+/// "start+size line:column" of all rows in a bank's line table.
+std::string rowsOf(IModuleSymbolBank& bank, unsigned long long size) {
+    std::string text;
+    std::string last;
+    for (unsigned long long address = 0; address < size; ++address) {
+        SymMgrObjectPtr<ISourceLocation> const place = placeIn(bank, address);
+        std::string const own = place ? number(place->line()) + ":" + number(place->column()) : "none";
+        if (own != last) {
+            text += (text.empty() ? "" : " ") + number(static_cast<long long>(address)) + "=" + own;
+        }
+        last = own;
+        EXPECT_TRUE(!place || (place->sourceFile() == nullptr && place->unit() == 0 && place->discriminator() == 0));
+    }
+    return text;
+}
+
+constexpr char k_rln[] =
+    "files foo.h unknown.cl\nkernels k m\nrecord 0\n0 3 7 1\n16 1 1 0\n32 5 2 1\nrecord 1\n0 9 9 1\n";
+
+} // namespace
+
+TEST(GpuBinary, IsToldByItsName) {
+    TempDir const dir;
+    std::filesystem::create_directory(dir.path() + "/x.clbin.d");
+    status_t status = status_Ok;
+    EXPECT_EQ(loaderOf(dir.file("k.bin", "code"), &status), nullptr);
+    EXPECT_EQ(status, status_BadFileFormat);
+    for (char const* const name : {"k.clbin", "k.clbin.old", "x.clbin.d/k"}) {
+        auto const loader = binaryLoader(dir.file(name, "code"), arch_Unknown);
+        ASSERT_TRUE(loader) << name;
+        EXPECT_EQ(loader->fileFormat(), exec_format_Vex) << name;
+    }
+    // What begins as an ELF file does is one, whatever its name is.
+    auto const elf = binaryLoader(dir.file("elf.clbin", "\177ELF"), arch_VexQdc1);
+    ASSERT_TRUE(elf);
+    EXPECT_EQ(elf->fileFormat(), exec_format_Elf);
+    EXPECT_EQ(elf->status(), status_BadFileFormat);
+}
+
+TEST(GpuBinary, IsOneSegmentAndOneSymbol) {
+    TempDir const dir;
+    auto const loader = binaryLoader(dir.file("k.clbin", std::string(100, 'c')), arch_VexRln2, "kernel");
+    ASSERT_TRUE(loader);
+    EXPECT_EQ(loader->status(), status_Ok);
+    EXPECT_EQ(loader->architecture(), arch_VexRln2);
+    EXPECT_EQ(loader->imageSize(), 100U);
+    EXPECT_EQ(loader->preferredLoadAddress() + loader->entryPoint(), 0U);
+    EXPECT_STREQ(loader->targetName(), "kernel");
+    ISegment* const segment = loader->segmentByAddress(100);
+    ASSERT_NE(segment, nullptr);
+    EXPECT_STREQ(segment->name(), ".text");
+    EXPECT_EQ(segment->memorySize(), 100U);
+    EXPECT_EQ(segment->fileSize(), 100U);
+    EXPECT_EQ(segment->type(), 1U);
+    EXPECT_EQ(loader->segmentByAddress(101), nullptr);
+    EXPECT_EQ(loader->segmentByName(".text"), segment);
+    EXPECT_EQ(loader->segmentByIndex(1), nullptr);
+    SymMgrObjectPtr<ISection> section;
+    loader->sectionByName(section, ".text");
+    EXPECT_FALSE(section);
+    SymMgrObjectPtr<IBuffer> bytes;
+    EXPECT_EQ(segment->read(bytes), status_Ok);
+    EXPECT_EQ(std::string(bytes->data(), bytes->data() + bytes->size()), std::string(100, 'c'));
+    Bank bank;
+    ASSERT_EQ(load(loader->fileName(), arch_Unknown, nullptr, bank, load_flags_NewLoader | load_flags_NoDebugInfo),
+              status_Ok);
+    EXPECT_EQ(symbolsOf(*bank, symbol_kind_Function), "");
+    EXPECT_EQ(symbolsOf(*bank), ".code_vex[0,100)"); // once, though it was loaded twice
+    EXPECT_EQ(symbolAt(*bank, 99), ".code_vex@0+100");
+}
+
+TEST(GpuBinary, MayBeEmptyOrGone) {
+    TempDir const dir;
+    auto const empty = binaryLoader(dir.file("e.clbin", ""), arch_VexRln1);
+    ASSERT_TRUE(empty);
+    Bank bank;
+    ASSERT_EQ(load(dir.path() + "/e.clbin", arch_VexRln1, "k", bank), status_Ok);
+    EXPECT_EQ(symbolsOf(*bank), ".code_vex[0,0)");
+    LogCapture const log(log4cplus::WARN_LOG_LEVEL);
+    SymMgrObjectPtr<VexBinFileLoader> const gone(new VexBinFileLoader(dir.path() + "/gone.clbin", "", arch_VexRln1));
+    gone->open();
+    EXPECT_EQ(saidIn(log), Said{"status == fosOK"});
+    EXPECT_EQ(gone->status(), status_Ok);
+    EXPECT_EQ(gone->imageSize(), 0U);
+    ASSERT_NE(gone->segmentByAddress(0), nullptr);
+}
+
+TEST(GpuBinary, OffersACandidateByItsFamily) {
+    TempDir const dir;
+    std::string const path = dir.file("k.clbin", "code");
+    for (unsigned int arch = 0; arch <= 13; ++arch) {
+        if (arch == arch_Em180 || arch == arch_Em181) {
+            continue; // such an image is looked for inside the file
+        }
+        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>> found;
+        auto const loader = binaryLoader(path, static_cast<arch_t>(arch));
+        ASSERT_TRUE(loader) << arch;
+        bool const isGpu = arch >= arch_VexRln1 && arch <= arch_VexQdc2;
+        EXPECT_EQ(loader->symbolFiles(found), isGpu ? status_Ok : status_Fail) << arch;
+        std::string text;
+        forEach(found, [&](ISymbolFileToResolve& candidate) {
+            text += number(candidate.symbolFileFormat()) + number(candidate.validity()) +
+                    number(candidate.candidateClassFlag()) + candidate.moduleFileName() + candidate.symbolFileName();
+        });
+        std::string const files = path + dir.path() + "/k.clpdb";
+        EXPECT_EQ(text, isGpu ? (arch < arch_VexQdc1 ? "640" : "740") + files : "") << arch;
+        Bank bank;
+        EXPECT_EQ(load(path, static_cast<arch_t>(arch), "k", bank), isGpu ? status_Ok : status_Fail) << arch;
+    }
+}
+
+TEST(ProgramFile, IsSoughtBesideTheBinary) {
+    TempDir const dir;
+    std::string const at = dir.path() + "/";
+    std::string const rln = rlnFile(k_rln);
+    dir.file("good.clpdb", rln);
+    dir.file("a.b.clpdb", rln.substr(0, 44));
+    dir.file("short.clpdb", rln.substr(0, 43));
+    dir.file("other.clpdb", withWord(rln, 4, 1019));
+    std::filesystem::create_directory(at + "folder.clpdb");
+    OrvLock lock;
+    struct {
+        std::string binary;
+        std::string found;
+        symbol_file_validity_t validity;
+    } const cases[] = {
+        {at + "good.clbin", at + "good.clpdb", symbolFileValid},
+        {at + "good.", at + "good.clpdb", symbolFileValid},
+        {at + "a.b.c", at + "a.b.clpdb", symbolFileValid}, // no more than the header is looked at
+        {at + "short.clbin", at + "short.clpdb", symbolFileRefused},
+        {at + "other.clbin", at + "other.clpdb", symbolFileRefused},
+        {at + "none.clbin", at + "none.clpdb", symbolFileNotFound},
+        {at + "folder.clbin", at + "folder.clpdb", symbolFileNotFound},
+        {"nodot", "", symbolFileNotFound},
+        {"fol.der/nodot", "fol.clpdb", symbolFileNotFound},
+    };
+    for (auto const& c : cases) {
+        SymMgrObjectPtr<ISymbolFileToResolve> const candidate(
+            new VexRlnSymbolFileToResolve(c.binary.c_str(), 0, &lock));
+        EXPECT_EQ(candidate->symbolFileName(), c.found) << c.binary;
+        EXPECT_EQ(candidate->validity(), c.validity) << c.binary;
+    }
+}
+
+TEST(ProgramFile, MayBeOffered) {
+    TempDir const dir;
+    std::string const at = dir.path() + "/";
+    OrvLock lock;
+    dir.file("q.clpdb", qdcFile({}));
+    SymMgrObjectPtr<ISymbolFileToResolve> const qdc(new VexQdcSymbolFileToResolve((at + "q.clbin").c_str(), 5, &lock));
+    EXPECT_EQ(qdc->validity(), symbolFileValid);
+    // Each offer leaves its mark.
+    std::string const cut = dir.file("cut.clpdb", qdcFile({}).substr(0, 27));
+    struct {
+        char const* offered;
+        long long result;
+        symbol_file_validity_t validity;
+        std::string name;
+    } const offers[] = {
+        {cut.c_str(), -1, symbolFileRefused, at + "q.clpdb"},
+        {"/no/such/file", -1, symbolFileNotFound, at + "q.clpdb"},
+        {nullptr, -1, symbolFileNotFound, at + "q.clpdb"},
+        {"/dev/null", -1, symbolFileRefused, at + "q.clpdb"},
+    };
+    for (auto const& offer : offers) {
+        EXPECT_EQ(qdc->validateSymbolFile(offer.offered), offer.result) << offer.name;
+        EXPECT_EQ(qdc->validity(), offer.validity) << offer.name;
+        EXPECT_EQ(qdc->symbolFileName(), offer.name) << offer.name;
+    }
+    std::string const renamed = dir.file("renamed", qdcFile({}));
+    EXPECT_EQ(qdc->validateSymbolFile(renamed.c_str()), 5);
+    EXPECT_EQ(qdc->validity(), symbolFileValid);
+    EXPECT_EQ(qdc->symbolFileName(), renamed);
+}
+
+TEST(GpuLines, OfOneFileEndWithTheNextOfAny) {
+    Program const program(64, rlnFile(k_rln));
+    for (arch_t const arch : {arch_VexRln1, arch_VexRln2}) {
+        Bank const bank = program.bank(arch);
+        EXPECT_EQ(bank->symFileFormat(), 6U);
+        EXPECT_EQ(bank->symFileName(), program.beside);
+        EXPECT_EQ(rowsOf(*bank, 64), "0=3:7 16=none 32=5:2");
+        EXPECT_EQ(symbolsOf(*bank, symbol_kind_Function), ""); // loads it all the same
+        EXPECT_EQ(symbolsOf(*bank), ".dbginfo_vex[0,64) .code_vex[0,64)");
+        EXPECT_EQ(symbolAt(*bank, 63), ".dbginfo_vex@0+64");
+    }
+    EXPECT_EQ(rowsOf(*program.bank(arch_VexRln1, "m"), 64), "0=9:9");
+}
+
+TEST(GpuLines, AreJoinedWhereTheCompilerIsQdc) {
+    std::string const mira = miraImage("files unknown.cl\n0 1 3 1\n5 1 9 2\nend 8\n");
+    Program const program(64, qdcFile({{"k", mira, qdcBlob("kernel k\nmap 2,16 5,32 7,48\n").bytes()}}));
+    for (arch_t const arch : {arch_VexQdc1, arch_VexQdc2}) {
+        Bank const bank = program.bank(arch);
+        EXPECT_EQ(bank->symFileFormat(), 7U);
+        EXPECT_EQ(rowsOf(*bank, 64), "0=3:1 32=9:2");
+        EXPECT_EQ(symbolAt(*bank, 63), ".dbginfo_vex@0+64");
+    }
+}
+
+/// Lists need not be sorted. The row that begins last counts, as for any module.
+TEST(GpuLines, MayComeInAnyOrder) {
+    Program const program(80, rlnFile("files <unknown>\nkernels k\nrecord 0\n0 1 0 0\n32 2 0 0\n16 3 0 0\n64 4 0 0\n"));
+    EXPECT_EQ(rowsOf(*program.bank(arch_VexRln1), 80), "0=1:0 16=3:0 32=2:0 64=4:0");
+}
+
+TEST(GpuLines, AreThoseOfTheSourceFromMemory) {
+    struct {
+        char const* files;
+        char const* rows;
+        char const* said;
+    } const cases[] = {
+        {"a.cl unknown.cl <unknown>", "0=2:0 4=none", nullptr},
+        {"<unknown> b.h /tmp/unknown.cl.1", "0=none 4=3:0 8=none", nullptr},
+        {"a.cl <unknown> x<unknown>", "0=2:0 4=none", nullptr},
+        {"a.cl b.cl c.cl", "0=none", "Unable to find an appropriate source file for OCL kernel k"},
+    };
+    for (auto const& c : cases) {
+        Program const program(
+            16, rlnFile(std::string("files ") + c.files + "\nkernels k\nrecord 0\n0 2 0 1\n4 3 0 2\n8 1 0 0\n"));
+        LogCapture const log(log4cplus::WARN_LOG_LEVEL);
+        Bank const bank = program.bank(arch_VexRln1);
+        Said said;
+        if (c.said != nullptr) {
+            said = {c.said, "Unable to load line info for OCL kernel k. Result status code: \"Unspecified error\""};
+        }
+        EXPECT_EQ(saidIn(log), said) << c.files;
+        EXPECT_EQ(rowsOf(*bank, 16), c.rows) << c.files;
+    }
+}
+
+/// Whatever fails, the module loads, and its symbol stands.
+TEST(GpuLines, SayWhyThereAreNone) {
+    std::string const failed = "Unable to load line info for OCL kernel k. Result status code: ";
+    std::string const notFound = "Unable to obtain line info for OCL kernel k. DebugInfoParser status: \"Not found\"";
+    std::string const good = rlnFile(k_rln);
+    struct {
+        char const* name;
+        std::string file; ///< Empty: gone by the time of the load.
+        arch_t arch;
+        Said said;
+    } const cases[] = {
+        {"gone", "", arch_VexRln1, {failed + "\"Can't open file\""}},
+        {"no such kernel",
+         rlnFile("files unknown.cl\nkernels m\nrecord 0\n0 1 0 0\n"),
+         arch_VexRln1,
+         {notFound, failed + "\"Unspecified error\""}},
+        {"no such kernel of QDC", qdcFile({{"m", "", ""}}), arch_VexQdc1, {notFound, failed + "\"Unspecified error\""}},
+        {"refused",
+         withWord(good, 12, 0xFFFFFFFF),
+         arch_VexRln1,
+         {"(size_t)((uint8_t*)(m_dirTableHeader + 1) - 1 - (uint8_t*)m_header) <= m_debugInfo->size()",
+          failed + "\"Unspecified error\""}},
+    };
+    for (auto const& c : cases) {
+        Program const program(16, c.file.empty() ? good : c.file);
+        auto const loader = binaryLoader(program.binary, c.arch);
+        SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>> candidates;
+        ASSERT_EQ(loader->symbolFiles(candidates), status_Ok);
+        SymMgrObjectPtr<IDebugInfoLoader> debugInfo;
+        ASSERT_EQ(loader->debugInfoLoader(debugInfo, 0, 0), status_Ok);
+        if (c.file.empty()) {
+            std::filesystem::remove(program.beside);
+        }
+        LogCapture const log(log4cplus::WARN_LOG_LEVEL);
+        ISrcLineResolver* const resolver = debugInfo->srcLineResolver(nullptr, nullptr);
+        EXPECT_EQ(saidIn(log), c.said) << c.name;
+        EXPECT_EQ(debugInfo->srcLineResolver(nullptr, nullptr), resolver) << c.name;
+        EXPECT_EQ(saidIn(log), c.said) << c.name; // once
+        SymMgrObjectPtr<ISourceLocation> place;
+        EXPECT_EQ(resolver->sourceLocationByAddress(place, 0, ~0ULL, nullptr, nullptr), status_Ok) << c.name;
+        EXPECT_FALSE(place) << c.name;
+        EXPECT_EQ(debugInfo->loadSymbols(nullptr, nullptr, 31, nullptr), status_InvalidPointer) << c.name;
+    }
+}
+
+/// The same by each way to a line, and nothing once the bank is gone.
+TEST(GpuSymbol, HasThePlaceOfItsFirstInstruction) {
+    Program const program(64, rlnFile(k_rln));
+    Bank bank = program.bank(arch_VexRln1);
+    SymMgrObjectPtr<ISymbol> const symbol(rangeIn(*bank, 8, k_allKinds)->symbol());
+    EXPECT_EQ(symbol->kind(), symbol_kind_Other);
+    EXPECT_EQ(symbol->visibility(), symbol_visibility_Local);
+    SymMgrObjectPtr<ISourceLine> line;
+    ASSERT_EQ(symbol->sourceLine(line), status_Ok);
+    SymMgrObjectPtr<ISourceLocation> const first(line->location());
+    EXPECT_EQ(first->line(), 3U);
+    EXPECT_EQ(startOf(*line), 0U);
+    ASSERT_EQ(symbol->sourceLine(line), status_Ok);
+    EXPECT_EQ(line->location(), first.get()); // looked up once
+    LineIterator lines;
+    symbol->sourceLines(lines);
+    std::string text;
+    forEach(lines, [&](ISourceLine& each) {
+        text += number(static_cast<long long>(startOf(each))) + "+" + number(each.size()) + " " +
+                number(each.location()->line());
+    });
+    EXPECT_EQ(text, "0+16 3");
+    symbol->sourceLineByAddress(line, addressIn(*bank, 0).get());
+    EXPECT_FALSE(line);
+    lines = nullptr;
+    bank = nullptr;
+    EXPECT_EQ(symbol->sourceLine(line), status_False);
+    symbol->sourceLines(lines);
+    EXPECT_FALSE(lines);
+    EXPECT_STREQ(symbol->name(), ".dbginfo_vex");
+    EXPECT_EQ(first->line(), 3U);
+    // A kernel without lines.
+    Bank const none = program.bank(arch_VexRln1, "n");
+    EXPECT_EQ(rangeIn(*none, 8, k_allKinds)->symbol()->sourceLine(line), status_False);
+}
+
+/// What an ELF image in memory is asked for comes from there, and not from the file whose name it has.
+TEST(MemoryImage, ServesAllReads) {
+    TempDir const dir;
+    std::string const image = miraImage("files unknown.cl\n0 1 3 1\nend 8\n");
+    std::string const path = dir.file("p.clpdb", std::string(image.size(), '?'));
+    SymMgrObjectPtr<IBuffer> const block = blockOf("head" + image + "tail");
+    SymMgrObjectPtr<ElfFileLoader> const loader(new ElfFileLoader);
+    loader->open(SymMgrObjectPtr<IModuleImage>(new MemoryImage(block.get(), 4, image.size(), path)));
+    ASSERT_EQ(loader->status(), status_Ok);
+    EXPECT_EQ(loader->fileName(), path);
+    SymMgrObjectPtr<IBuffer> bytes;
+    ASSERT_EQ(loader->readBytes(1, image.size() - 1, bytes), status_Ok);
+    EXPECT_EQ(std::string(bytes->data(), bytes->data() + bytes->size()), image.substr(1));
+    SymMgrObjectPtr<ISection> section;
+    loader->sectionByName(section, ".debug_line");
+    ASSERT_TRUE(section);
+    ASSERT_EQ(section->read(bytes), status_Ok);
+    EXPECT_NE(image.find(std::string(bytes->data(), bytes->data() + bytes->size())), std::string::npos);
+    LogCapture const log(log4cplus::WARN_LOG_LEVEL);
+    EXPECT_EQ(loader->readBytes(1, image.size(), bytes), status_False);
+    EXPECT_EQ(saidIn(log),
+              Said{"Unable to read " + number(static_cast<long long>(image.size())) + " bytes from file: " + path});
+    char byte = 0;
+    SymMgrObjectPtr<IModuleImage> const outside(new MemoryImage(block.get(), image.size(), 9, path));
+    EXPECT_EQ(outside->size(), 0U);
+    EXPECT_EQ(outside->read(0, 1, &byte), 0U);
+}
