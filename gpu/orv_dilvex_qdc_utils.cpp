@@ -92,7 +92,8 @@ status_t VexQdcDebugInfoParser::kernelNames(std::vector<std::string>& out) {
     return status_Ok;
 }
 
-/// All of it was tested when the file was read. Where the parts are is told again, and stops nothing.
+/// All of it was tested when the file was read, and is told again: a header that is not there ends the search, places of
+/// parts end nothing.
 status_t VexQdcDebugInfoParser::findKernel(std::string const& name, Record& out) const {
     auto const found = m_kernels.find(name);
     if (found == m_kernels.end()) {

@@ -43,7 +43,7 @@ SymMgrObjectPtr<IFileFormatLoader> binaryLoader(std::string const& path, arch_t 
     return loader;
 }
 
-/// "start+size line:column" of all rows in a bank's line table.
+/// "start=line:column" wherever the answer for an address is another one than for the address before.
 std::string rowsOf(IModuleSymbolBank& bank, unsigned long long size) {
     std::string text;
     std::string last;
