@@ -65,9 +65,9 @@ public:
                                 unsigned long long unit, unsigned int fileId, Scope* scope) override;
 
 private:
-    LineTable const* flatTable(status_t& status, Scope* /*scope*/) override {
+    SymMgrObjectPtr<LineTable> flatTable(status_t& status, Scope* /*scope*/) override {
         status = status_Ok;
-        return m_lineTable.get();
+        return m_lineTable;
     }
     status_t loadLines(std::string const& kernelName);
     status_t readProgramFile(SymMgrObjectPtr<IVexDebugInfoParser>& out);
