@@ -4,16 +4,11 @@
 // given up after that.
 #include "gpu/orv_dilvex.h"
 
-#include "core/orv_byte_buffer.h"
 #include "core/orv_trace.h"
 #include "format/orv_root.h"
-#include "gpu/orv_dilvex_qdc_utils.h"
-#include "gpu/orv_dilvex_rln_utils.h"
-#include "image/orv_file.h"
+#include "gpu/orv_gpu_program_file.h"
 #include "lines/orv_sourceline_impl.h"
 #include "symbols/orv_scope.h"
-
-#include <algorithm>
 
 namespace ORV_3_30 {
 namespace {
@@ -23,32 +18,11 @@ constexpr unsigned long long k_symbolAddress = 0;
 /// The last line's code goes on as far as there is any.
 constexpr std::uint32_t k_sizeOfLast = 0xFFFFFFFF;
 
-/// The source that was compiled from memory: what compilers call it, the first of these that any file's name holds.
-bool findSource(std::vector<std::string> const& files, std::uint32_t& out) {
-    for (char const* const name : {"unknown.cl", "<unknown>"}) {
-        auto const found = std::find_if(files.begin(), files.end(),
-                                        [&](std::string const& file) { return file.find(name) != std::string::npos; });
-        if (found != files.end()) {
-            out = static_cast<std::uint32_t>(found - files.begin());
-            return true;
-        }
-    }
-    return false;
-}
-
 } // namespace
 
 // --- VexDebugInfoLoader
 
-unsigned int VexDebugInfoLoader::symFileFormat() {
-    switch (loader()->architecture()) {
-    case arch_VexRln1:
-    case arch_VexRln2: return symbolFormatVexRln;
-    case arch_VexQdc1:
-    case arch_VexQdc2: return symbolFormatVexQdc;
-    default: return k_noSymbolFileFormat;
-    }
-}
+unsigned int VexDebugInfoLoader::symFileFormat() { return programFileFormat(loader()->architecture()); }
 
 status_t VexDebugInfoLoader::loadSymbols(ISymbolTable* table, AcceptedRanges* /*filter*/, unsigned int /*mask*/,
                                          ISrcLineResolver* resolver) {
@@ -89,7 +63,7 @@ void VexSrcLineResolver::open() {
 
 status_t VexSrcLineResolver::loadLines(std::string const& kernelName) {
     SymMgrObjectPtr<IVexDebugInfoParser> parser;
-    status_t status = readProgramFile(parser);
+    status_t status = openProgramFile(parser, m_loader->symFileName(), m_loader->moduleLoader()->architecture());
     if (status != status_Ok) {
         return status;
     }
@@ -107,33 +81,13 @@ status_t VexSrcLineResolver::loadLines(std::string const& kernelName) {
         return status_Fail;
     }
     std::uint32_t source = 0;
-    if (!findSource(files, source)) {
+    if (!findSourceFromMemory(files, source)) {
         ORV_WARN("Unable to find an appropriate source file for OCL kernel " << kernelName);
         return status_Fail;
     }
     parser = nullptr;
     addLines(lines, source);
     return status_Ok;
-}
-
-/// Null, with status_Fail, for a file that the format's reader refuses.
-status_t VexSrcLineResolver::readProgramFile(SymMgrObjectPtr<IVexDebugInfoParser>& out) {
-    File file(m_loader->symFileName());
-    if (file.status() != fosOK) {
-        return status_CantOpenFile;
-    }
-    std::uint64_t const dbgInfoSize = file.size();
-    SymMgrObjectPtr<IBuffer> const dbgInfo(new ByteBuffer(dbgInfoSize));
-    if (!ORV_ASSERT(dbgInfo->size() == dbgInfoSize, "dbgInfo->size() == dbgInfoSize") ||
-        file.read(dbgInfoSize, dbgInfo->data()) != dbgInfoSize) {
-        return status_CantReadFile;
-    }
-    switch (m_loader->symFileFormat()) {
-    case symbolFormatVexRln: rln_utils::createRlnParser(out, dbgInfo.get()); break;
-    case symbolFormatVexQdc: qdc_utils::createQdcParser(out, dbgInfo.get(), m_loader->symFileName()); break;
-    default: break;
-    }
-    return out ? status_Ok : status_Fail;
 }
 
 /// A line of another file has no row, and ends the one in front of it.

@@ -70,7 +70,6 @@ private:
         return m_lineTable;
     }
     status_t loadLines(std::string const& kernelName);
-    status_t readProgramFile(SymMgrObjectPtr<IVexDebugInfoParser>& out);
     void addLines(std::vector<VexLineEntry> const& lines, std::uint32_t fileId);
 
     VexDebugInfoLoader* m_loader; ///< Not counted: it owns the resolver. Used while lines are read.

@@ -92,8 +92,8 @@ status_t VexQdcDebugInfoParser::kernelNames(std::vector<std::string>& out) {
     return status_Ok;
 }
 
-/// All of it was tested when the file was read, and is told again: a header that is not there ends the search, places of
-/// parts end nothing.
+/// All of it was tested when the file was read, and is told again: a header that is not there ends the search, places
+/// of parts end nothing.
 status_t VexQdcDebugInfoParser::findKernel(std::string const& name, Record& out) const {
     auto const found = m_kernels.find(name);
     if (found == m_kernels.end()) {
@@ -148,6 +148,7 @@ status_t VexQdcDebugInfoParser::sourceFiles(std::string const& kernelName, std::
 }
 
 status_t VexQdcDebugInfoParser::lineInfo(std::string const& kernelName, std::vector<VexLineEntry>& out) {
+    m_areLinesInterleaved = false;
     Record record{};
     status_t status = findKernel(kernelName, record);
     if (status != status_Ok) {
@@ -166,6 +167,7 @@ status_t VexQdcDebugInfoParser::lineInfo(std::string const& kernelName, std::vec
     if (status != status_Ok) {
         return status;
     }
+    m_areLinesInterleaved = areInterleaved(miraLineInfo);
     status = joinLines(std::move(miraLineInfo), isaLineInfo, out);
     ORV_ASSERT(status == status_Ok, "status == status_Ok");
     return status;

@@ -28,6 +28,8 @@ public:
     status_t sourceFiles(std::string const& kernelName, std::vector<std::string>& out) override;
     /// status_Fail also for lists of lines that can't be joined.
     status_t lineInfo(std::string const& kernelName, std::vector<VexLineEntry>& out) override;
+    /// Whether that is why the lines that were asked for last can't be joined.
+    bool areLinesInterleaved() const { return m_areLinesInterleaved; }
 
 private:
     /// Where the parts of a kernel's record stand in the file.
@@ -53,6 +55,7 @@ private:
     std::map<std::string, std::uint64_t> m_kernels; ///< Where the record stands. Of one name the last.
     std::vector<std::string> m_files;               ///< Of the image whose lines were asked for last.
     std::uint64_t m_filesOf = 0;                    ///< Where it stands; 0 for none.
+    bool m_areLinesInterleaved = false;
 };
 
 namespace qdc_utils {

@@ -44,6 +44,11 @@ VexLineEntry const* lineOf(std::vector<VexLineEntry> const& unique, std::uint32_
 
 } // namespace
 
+bool areInterleaved(std::vector<VexLineEntry> const& miraLineInfo) {
+    return !std::is_sorted(miraLineInfo.begin(), miraLineInfo.end(),
+                           [](VexLineEntry const& a, VexLineEntry const& b) { return a.address < b.address; });
+}
+
 status_t joinLines(std::vector<VexLineEntry> miraLineInfo, InstructionMap const& isaLineInfo,
                    std::vector<VexLineEntry>& out) {
     if (!ORV_ASSERT(!isaLineInfo.empty(), "isaLineInfoSize > 0") ||

@@ -17,5 +17,7 @@ using InstructionMap = std::vector<std::pair<std::uint32_t, std::uint32_t>>;
 /// not in the order of their instructions, or offsets that do not grow.
 status_t joinLines(std::vector<VexLineEntry> miraLineInfo, InstructionMap const& isaLineInfo,
                    std::vector<VexLineEntry>& out);
+/// Whether lines are not in the order of their instructions.
+bool areInterleaved(std::vector<VexLineEntry> const& miraLineInfo);
 
 } // namespace ORV_3_30

@@ -82,7 +82,7 @@ private:
         if (!failed(status) && (m_options & frames_NoLines) == 0) {
             status = findLine(*where, frame);
         }
-        if (!failed(status) && (frame.function != nullptr || frame.file != nullptr)) {
+        if (!failed(status) && (frame.function != nullptr || frame.file != nullptr || frame.line != 0)) {
             Frame& kept = m_frames.make();
             kept = frame;
             out = &kept;
@@ -163,9 +163,9 @@ private:
     status_t findLine(IAddress& where, Frame& frame) {
         SymMgrObjectPtr<ISourceLocation> location;
         status_t const status = m_bank.sourceLocationByAddress(&where, location, ~0ULL, nullptr);
-        ISourceFile* const file = location ? location->sourceFile() : nullptr;
-        if (file != nullptr) {
-            frame.file = file->path();
+        if (location) {
+            ISourceFile* const file = location->sourceFile(); // a GPU kernel's source has none
+            frame.file = file != nullptr ? file->path() : nullptr;
             frame.line = location->line();
             frame.column = location->column();
             frame.discriminator = location->discriminator();

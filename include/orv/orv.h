@@ -19,6 +19,7 @@
 #include "orv/orv_modulesymbolbank.h"
 #include "orv/orv_object.h"
 #include "orv/orv_optreport.h"
+#include "orv/orv_programfile.h"
 #include "orv/orv_scope.h"
 #include "orv/orv_section.h"
 #include "orv/orv_source.h"

@@ -19,13 +19,13 @@ namespace ORV_3_30 {
 /// One function of a chain: an inlined body, or at the end the function that the code was compiled into. Addresses are
 /// pseudo addresses. Texts live as long as the bank.
 struct Frame {
-    Frame const* caller = nullptr;        ///< What this one is inlined into; null for the last.
-    char const* function = nullptr;       ///< The raw name; null where no function is known.
-    char const* demangled = nullptr;      ///< The full signature; the raw name where it can't be demangled.
-    char const* shortName = nullptr;      ///< Without parameters and return type.
-    char const* file = nullptr;           ///< The path; null where no line is known.
-    unsigned int line = 0;                ///< Of the address; in a caller, of the call. 0: code of no line.
-    unsigned int column = 0;              ///< 0 where it is not told.
+    Frame const* caller = nullptr;   ///< What this one is inlined into; null for the last.
+    char const* function = nullptr;  ///< The raw name; null where no function is known.
+    char const* demangled = nullptr; ///< The full signature; the raw name where it can't be demangled.
+    char const* shortName = nullptr; ///< Without parameters and return type.
+    char const* file = nullptr;      ///< The path; null where no line is known, and for a source without a file.
+    unsigned int line = 0;           ///< Of the address; in a caller, of the call. 0: code of no line, or none known.
+    unsigned int column = 0;         ///< 0 where it is not told.
     unsigned long long discriminator = 0; ///< 0 where it is not told.
     /// Of the range of the function or body that holds the address; in a caller, that holds the start of what is
     /// inlined into it, or its entry without extent where debug information has that outside.

@@ -136,6 +136,8 @@ TEST(Slots, LinesAndDebugInformation) {
     using O = IOptReportEntry;
     using G = IVexDebugInfoParser;
     EXPECT_COUNTED(G, &G::kernelCount, &G::kernelNames, &G::sourceFiles, &G::lineInfo);
+    using P = IProgramFile;
+    EXPECT_COUNTED(P, &P::kernelCount, &P::kernelName, &P::kernelLines);
     using Q = IQdcDbgParser;
     EXPECT_COUNTED(Q, &Q::kernelCount, &Q::kernelNames, &Q::instructionMap);
     expectSlots("IOptReportEntry", 0, &O::version, &O::address, &O::text);

@@ -319,6 +319,50 @@ TEST(GpuLines, SayWhyThereAreNone) {
     }
 }
 
+/// For who has yet to choose a kernel.
+TEST(ProgramFile, TellsItsKernelsAndWhatBecomesOfTheirLines) {
+    std::string const blob = qdcBlob("kernel k\nmap 2,16 5,32\n").bytes();
+    std::string const good = miraImage("files unknown.cl\n0 1 3 1\n5 1 9 2\nend 8\n");
+    // A table goes file by file: the header's row between those of the source comes first.
+    std::string const mixed = miraImage("files a.h unknown.cl\n0 2 3 1\n2 1 7 1\n5 2 9 2\nend 8\n");
+    struct {
+        arch_t family;
+        std::string file;
+        char const* kernels; ///< With the number of what becomes of their lines.
+    } const cases[] = {
+        {arch_VexRln1, rlnFile("files a.h unknown.cl\nkernels m k m\nrecord 0\n0 1 0 1\nrecord 1\n0 1 0 0\n"),
+         "k=2 m=0 x=1"},
+        {arch_VexRln2, withWord(rlnFile("files unknown.cl\nkernels k\nrecord 0\n0 1 0 0\n"), 4, 1019), "refused"},
+        {arch_VexQdc1, qdcFile({{"k", mixed, blob}, {"b", good, "?"}, {"a", good, qdcBlob("kernel a\n").bytes()}}),
+         "a=0 b=4 k=3 x=1"},
+        {arch_VexQdc2, qdcFile({{"k", miraImage("files a.h\n0 1 3 1\nend 8\n"), blob}}), "k=2 x=1"},
+        {arch_VexQdc2, qdcFile({{"k", good, blob}}), "k=0 x=1"},
+    };
+    for (auto const& c : cases) {
+        Program const program(16, c.file);
+        SymMgrObjectPtr<IProgramFile> file;
+        status_t const status = IProgramFile::create(file, program.beside.c_str(), c.family);
+        std::string text = file ? "" : status == status_Fail ? "refused" : "?";
+        for (unsigned int i = 0; file && i <= file->kernelCount(); ++i) {
+            kernel_lines_t lines = kernel_lines_Damaged;
+            bool const isLast = i == file->kernelCount();
+            EXPECT_EQ(file->kernelName(i) == nullptr, isLast);
+            std::string const name = isLast ? "x" : file->kernelName(i);
+            EXPECT_EQ(file->kernelLines(name.c_str(), lines), status_Ok);
+            text += (i != 0 ? " " : "") + name + '=' + number(lines);
+        }
+        EXPECT_EQ(text, c.kernels);
+    }
+    Program const program(16, qdcFile({}));
+    SymMgrObjectPtr<IProgramFile> file;
+    EXPECT_EQ(IProgramFile::create(file, program.beside.c_str(), arch_X86), status_InvalidArg);
+    EXPECT_EQ(IProgramFile::create(file, nullptr, arch_VexQdc1), status_InvalidArg);
+    EXPECT_EQ(IProgramFile::create(file, "/no/such.clpdb", arch_VexQdc1), status_CantOpenFile);
+    ASSERT_EQ(IProgramFile::create(file, program.beside.c_str(), arch_VexQdc1), status_Ok);
+    kernel_lines_t lines = kernel_lines_Read;
+    EXPECT_EQ(file->kernelLines(nullptr, lines), status_InvalidArg);
+}
+
 /// The same by each way to a line, and nothing once the bank is gone.
 TEST(GpuSymbol, HasThePlaceOfItsFirstInstruction) {
     Program const program(64, rlnFile(k_rln));
