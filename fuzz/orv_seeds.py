@@ -11,6 +11,9 @@ import subprocess
 import sys
 import tempfile
 
+sys.path[:0] = [str(pathlib.Path(__file__).resolve().parent.parent / "tests/support")]
+from orv_gpu_files import blob, mira, qdc, rln, rln_lines, words
+
 SOURCE = """
         .globl f
         .type f, @function
@@ -244,38 +247,27 @@ def dex_seeds():
         yield from files
 
 
-def words(*values):
-    return struct.pack(f"<{len(values)}I", *values)
-
-
 def blob_seeds():
     """A kernel without anything, one with everything, and one that is relocated."""
-    bare = b"\1k" + words(0, 0, 2, 2, 16, 5, 32) + words(0) + bytes(6 + 1 + 4)
+    bare = ("k", [(2, 16), (5, 32)])
     name, intervals = b"\2xy", struct.pack("<H", 1)
-    everything = (b"\1k" + words(0, 1, 7, 7, 3, 1, 8, 5, 32, 9, 40)
-                  + words(2) + (name + intervals + bytes(10)) * 2
-                  + struct.pack("<H", 1) + name + words(1, 2) + intervals + bytes(10)
-                  + bytes(2) + b"\1" + intervals + bytes(14) + b"\0\1" + bytes(2)
-                  + (struct.pack("<H", 1) + words(3) + intervals + bytes(9)) * 2)
-    relocated = b"\1m" + words(1, 0, 0, 0) + bytes(2 + 2 + 3 + 4)
+    rest = (words(2) + (name + intervals + bytes(10)) * 2 + struct.pack("<H", 1) + name + words(1, 2) + intervals
+            + bytes(10) + bytes(2) + b"\1" + intervals + bytes(14) + b"\0\1" + bytes(2)
+            + (struct.pack("<H", 1) + words(3) + intervals + bytes(9)) * 2)
+    everything = ("k", [(1, 8), (5, 32), (9, 40)], 0, rest)
+    relocated = ("m", [], 1)
     for kernels in ([bare], [everything, relocated], [relocated, bare], []):
-        yield words(0xdeadd010) + struct.pack("<H", len(kernels)) + b"".join(kernels)
+        yield blob(kernels)
 
 
 def gpu_seeds():
-    """Program files of both compilers. The lines of the second's are in units that an assembler makes."""
-    strings = b"/src\0unknown.cl\0a.h\0k\0m\0"
-    records = b"".join(words(kernel, 0, 0, 3, 0, 3 | 1 << 24, 0, 16, 4, 1, 32, 5, 0) for kernel in (0, 1))
-    yield b"\0\x40" + words(1, 1020, 0, len(strings), 0, 8, 1, 1, 8, 2, 2) + strings + words(1, 2, 0) + records
-    source = ".file 1 \"unknown.cl\"\n.file 2 \"a.h\"\n.text\n.loc 1 3 1\nnop\nnop\n.loc 1 9 2\nnop\n.loc {file} 4\nnop\n"
+    """Program files of both compilers, the second's with lines of either file."""
+    lines = rln_lines([(0, 3, 1, 0), (16, 4, 0, 1), (32, 5, 0, 0)])
+    yield b"\0\x40" + rln(["unknown.cl", "a.h"], ["k", "m"], [(0, lines), (1, lines)], ["/src"])
     with tempfile.TemporaryDirectory() as folder:
-        folder = pathlib.Path(folder)
-        for file, blob in zip((1, 2, 1), blob_seeds()):
-            (folder / "k.s").write_text(source.format(file=file))
-            for command in ("as --gdwarf-4 -o k.o k.s", "ld -e 0 -Ttext=0 -o k k.o"):
-                subprocess.run(command.split(), check=True, cwd=folder, capture_output=True)
-            mira = (folder / "k").read_bytes()
-            yield (b"\2\x40" + words(1, 1020, 0, 1, 1, 8, 1) + words(2, len(mira), len(blob)) + b"k\0\0\0" + mira + blob)
+        for file, isa in zip((1, 2, 1), blob_seeds()):
+            image = mira(pathlib.Path(folder), [(3, 2), (9, 1), (4, 1, file)], ["unknown.cl", "a.h"])
+            yield b"\2\x40" + qdc([("k", image, isa)])
 
 
 target, folder = sys.argv[1], pathlib.Path(sys.argv[2])

@@ -3,7 +3,7 @@
 # Bash completion for orv.
 _orv() {
     local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD-1]}
-    local common="--json --arch --offload --no-debug-info --debug-root --debuginfod --symbol-file --quiet --log-level --version --help"
+    local common="--json --arch --target-name --offload --no-debug-info --debug-root --debuginfod --symbol-file --quiet --log-level --version --help"
     local commands="symbolize info candidates symbols sections segments address units files lines function inlines stackvar optreports"
     local command="" word
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
@@ -15,12 +15,12 @@ _orv() {
         esac
     done
     case $prev in
-        --arch) COMPREPLY=($(compgen -W "arm em180 em181 em50 unknown x86 x86-64" -- "$cur")); return ;;
+        --arch) COMPREPLY=($(compgen -W "arm em180 em181 em50 qdc1 qdc2 rln1 rln2 unknown x86 x86-64" -- "$cur")); return ;;
         --log-level) COMPREPLY=($(compgen -W "trace info warn error off" -- "$cur")); return ;;
         --kind) COMPREPLY=($(compgen -W "function data other" -- "$cur")); return ;;
         --debug-root) COMPREPLY=($(compgen -d -- "$cur")); return ;;
         --symbol-file) COMPREPLY=($(compgen -f -- "$cur")); return ;;
-        --range | --pc | --sp | --fp | --unit) return ;;
+        --range | --pc | --sp | --fp | --unit | --target-name) return ;;
     esac
     if [[ -z $command ]]; then
         COMPREPLY=($(compgen -W "$commands $common" -- "$cur"))

@@ -20,8 +20,8 @@ void appendNumber(unsigned long long number, std::string& out) {
 }
 
 void addPlace(Json& object, Frame const& frame) {
-    bool const hasLine = frame.file != nullptr;
-    object["file"] = hasLine ? Json(frame.file) : Json();
+    bool const hasLine = frame.file != nullptr || frame.line != 0;
+    object["file"] = frame.file != nullptr ? Json(frame.file) : Json();
     object["line"] = hasLine ? Json(frame.line) : Json();
     object["column"] = hasLine ? Json(frame.column) : Json();
     object["discriminator"] = hasLine ? Json(frame.discriminator) : Json();
@@ -80,14 +80,14 @@ void AnswerText::append(Frame const& frame, std::string& out) const {
     appendPlace(frame, out);
 }
 
-/// In the words of addr2line: "??:0" where nothing is known, "??:?" for a function without a line, and
-/// "?" for line 0, which compilers give to code that belongs to no line.
+/// In the words of addr2line: "??:0" where nothing is known, "??:?" for a function without a line, "??" for a source
+/// without a file, and "?" for line 0, which compilers give to code that belongs to no line.
 void AnswerText::appendPlace(Frame const& frame, std::string& out) const {
-    if (frame.file == nullptr) {
+    if (frame.file == nullptr && frame.line == 0) {
         out += frame.function != nullptr ? "??:?\n" : "??:0\n";
         return;
     }
-    std::string_view const file = frame.file;
+    std::string_view const file = frame.file != nullptr ? frame.file : "??";
     // All of it, or what stands behind the last slash.
     out += file.substr(m_options.baseNames ? file.rfind('/') + 1 : 0);
     if (frame.line == 0) {

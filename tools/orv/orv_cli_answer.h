@@ -9,6 +9,7 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace orv_cli {
 
@@ -25,8 +26,9 @@ struct Query {
 /// Writes answers in the form that the options ask for.
 class AnswerText {
 public:
-    AnswerText(SymbolizeOptions const& options, bool json, bool is32Bit)
-        : m_options(options), m_json(json), m_is32Bit(is32Bit) {}
+    /// kernel: what the code of a GPU's binary is called; empty for all other modules.
+    AnswerText(SymbolizeOptions const& options, bool json, bool is32Bit, std::string kernel)
+        : m_options(options), m_json(json), m_is32Bit(is32Bit), m_kernel(std::move(kernel)) {}
 
     /// False if the text has no room for it: it is as before then.
     bool append(Query const& query, std::string& out) const;
@@ -38,11 +40,14 @@ private:
     template <typename Next> bool writeJson(Query const& query, std::string& out, Next const& next) const;
     void append(Frame const& frame, std::string& out) const;
     void appendPlace(Frame const& frame, std::string& out) const;
-    char const* nameOf(Frame const& frame) const { return m_options.demangle ? frame.demangled : frame.function; }
+    char const* nameOf(Frame const& frame) const {
+        return !m_kernel.empty() ? m_kernel.c_str() : m_options.demangle ? frame.demangled : frame.function;
+    }
 
     SymbolizeOptions const& m_options;
     bool m_json;
     bool m_is32Bit;
+    std::string m_kernel;
 };
 
 } // namespace orv_cli

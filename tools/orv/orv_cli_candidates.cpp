@@ -17,6 +17,7 @@ char const* nameOf(CandidateKind kind) {
     case CandidateKind::DebugLink: return "debug link";
     case CandidateKind::Module: return "module itself";
     case CandidateKind::KernelList: return "kernel list";
+    case CandidateKind::ProgramFile: return "program file";
     default: return "other";
     }
 }
@@ -26,6 +27,7 @@ char const* whyTaken(CandidateKind kind) {
     case CandidateKind::BuildId: return "the build id is the module's";
     case CandidateKind::DebugLink: return "the CRC is the one that the module names";
     case CandidateKind::KernelList: return "it stands beside the kernel, or was named";
+    case CandidateKind::ProgramFile: return "it stands beside the binary, or was named";
     default: return "it has debug information";
     }
 }
@@ -35,7 +37,7 @@ char const* whyTaken(CandidateKind kind) {
 int candidates(std::string const& moduleName, CommonOptions const& common) {
     SymMgrObjectPtr<IFileFormatLoader> loader;
     SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>> list;
-    status_t status = IFileFormatLoader::create(loader, imageOf(moduleName, common), "");
+    status_t status = IFileFormatLoader::create(loader, imageOf(moduleName, common), common.targetName.c_str());
     if (status == status_Ok) {
         status = loader->symbolFiles(list);
     }
@@ -59,7 +61,10 @@ int candidates(std::string const& moduleName, CommonOptions const& common) {
                         nameOf(outcome.kind), name.c_str(), reason.c_str());
         }
     }
-    if (!isTaken && !common.json) {
+    if (!isTaken && !common.json && loader->fileFormat() == exec_format_Vex) {
+        std::printf("none is taken: the binary alone answers; put its program file beside it, or name it by "
+                    "--symbol-file\n");
+    } else if (!isTaken && !common.json) {
         std::printf("none is taken: ELF symbols alone answer; install the package that has the debug information, or "
                     "say where it is by --debug-root, --symbol-file or --debuginfod\n");
     }

@@ -64,20 +64,26 @@ void printUnit(ICompUnitDetails& unit, bool json) {
     }
 }
 
-void printRow(ISourceFile& file, ISourceLine& line, Remarks const& remarks, bool json) {
+/// file: null for a source without one, whose last row goes on behind the code.
+void printRow(ISourceFile* file, ISourceLine& line, unsigned long long codeSize, Remarks const& remarks, bool json) {
     unsigned long long const from = startOf(line);
+    unsigned long long const end = file != nullptr ? from + line.size() : std::min(from + line.size(), codeSize);
     ISourceLocation& place = *line.location();
-    auto const inside = remarks.in(from, from + line.size());
+    auto const inside = remarks.in(from, end);
     if (json) {
-        Json object{{"start", hex(from)},       {"end", hex(from + line.size())},
-                    {"file", file.path()},      {"line", place.line()},
-                    {"column", place.column()}, {"discriminator", place.discriminator()},
+        Json object{{"start", hex(from)},
+                    {"end", hex(end)},
+                    {"file", file != nullptr ? Json(file->path()) : Json()},
+                    {"line", place.line()},
+                    {"column", place.column()},
+                    {"discriminator", place.discriminator()},
                     {"unit", hex(place.unit())}};
         addRemarks(object, inside);
         printJson(object);
         return;
     }
-    std::printf("%016llx-%016llx  %s:%u:%u", from, from + line.size(), file.path(), place.line(), place.column());
+    std::printf("%016llx-%016llx  %s:%u:%u", from, end, file != nullptr ? file->path() : "??", place.line(),
+                place.column());
     if (place.discriminator() != 0) {
         std::printf(" (discriminator %llu)", place.discriminator());
     }
@@ -115,11 +121,15 @@ DebugInfo::DebugInfo(Module& module, CommonOptions const& common) : m_module(mod
     Progress const progress("reading " + module.name());
     SymMgrObjectPtr<IDebugInfoLoader> found;
     loader.debugInfoLoader(found, index, 0);
-    if (!found || (found->symFileFormat() != symbolFormatDwarf && found->symFileFormat() != symbolFormatOat)) {
+    unsigned int const format = found ? found->symFileFormat() : 0;
+    if (format == 0 || format == symbolFormatSystemMap) {
         throw none;
     }
     m_resolver = found->srcLineResolver(nullptr, nullptr);
     m_loader = found;
+    if (!hasFiles()) {
+        return; // lines are there from the beginning
+    }
     // With no kind of symbols the units alone are read; methods of an OAT file come whatever the kind.
     m_symbols = isOat() ? ISymbolTable::create(nullptr) : SymMgrObjectPtr<ISymbolTable>();
     status_t const status = found->loadSymbols(m_symbols.get(), nullptr, 0, m_resolver);
@@ -147,6 +157,9 @@ std::vector<ICompUnitDetails*> DebugInfo::units() {
     if (isOat()) {
         throw Failure(m_module.name() + ": is an OAT file, which tells of methods, files and lines, and of no units");
     }
+    if (!hasFiles()) {
+        throw Failure(m_module.name() + ": is a GPU kernel's binary, whose program file tells of no units");
+    }
     std::vector<ICompUnitDetails*> found;
     SymMgrObjectPtr<IBuffer> const bytes = unitBytes();
     for (unsigned long long offset = 0; bytes && offset < bytes->size();) {
@@ -167,7 +180,23 @@ std::vector<ICompUnitDetails*> DebugInfo::units() {
     return found;
 }
 
+bool DebugInfo::hasFiles() {
+    return m_loader->symFileFormat() != symbolFormatVexRln && m_loader->symFileFormat() != symbolFormatVexQdc;
+}
+
+SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> DebugInfo::linesWithoutFile(unsigned long long unit,
+                                                                                     IAddress* from, IAddress* to) {
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> lines;
+    m_resolver->sourceLines(lines, unit, ~0U, from != nullptr ? from->pseudoAddr() : 0,
+                            to != nullptr ? to->pseudoAddr() : ~0ULL, nullptr);
+    return lines;
+}
+
 std::vector<ISourceFile*> DebugInfo::files() {
+    if (!hasFiles()) {
+        throw Failure(m_module.name() +
+                      ": is a GPU kernel's binary, whose source was compiled from memory and has no file");
+    }
     Progress const progress("reading the lines of " + m_module.name());
     // Any question for lines has them read.
     SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> lines;
@@ -252,16 +281,27 @@ int lines(LinesOptions const& options, CommonOptions const& common) {
     Module& module = load(options.module, common);
     DebugInfo debug(module, common);
     Remarks const remarks(module.bank());
+    unsigned long long const codeSize = module.bank().imageSize();
+    auto const print = [&](ISourceFile* file, auto const& rows) {
+        forEach(rows, [&](auto const& row) {
+            if (row->size() != 0 || options.all) {
+                printRow(file, *row, codeSize, remarks, common.json);
+            }
+        });
+    };
+    if (!debug.hasFiles()) {
+        if (options.file.empty()) {
+            print(nullptr, debug.linesWithoutFile(unit, from.get(), to.get()));
+        }
+        finishOutput();
+        return 0;
+    }
     for (ISourceFile* const file : debug.files()) {
         SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> rows;
         if (!matchesName(file->path(), options.file) || file->sourceLines(rows, unit, from.get(), to.get())) {
             continue;
         }
-        forEach(rows, [&](auto const& row) {
-            if (row->size() != 0 || options.all) {
-                printRow(*file, *row, remarks, common.json);
-            }
-        });
+        print(file, rows);
     }
     finishOutput();
     return 0;

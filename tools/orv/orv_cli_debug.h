@@ -21,6 +21,11 @@ public:
     std::vector<ICompUnitDetails*> units();
     /// All source files, by id. Runs the line programs.
     std::vector<ISourceFile*> files();
+    /// False for a GPU kernel, whose source was compiled from memory.
+    bool hasFiles();
+    /// The rows of such a source, by address.
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> linesWithoutFile(unsigned long long unit, IAddress* from,
+                                                                              IAddress* to);
 
 private:
     bool isOat() { return m_loader->symFileFormat() == symbolFormatOat; }

@@ -67,6 +67,9 @@ std::vector<SymMgrObjectPtr<ISymbolRange>> findFunctions(Module& module, std::st
         module.symbolRangeByAddress(*where, range, k_functionKinds) == status_Ok) {
         found.push_back(range);
     }
+    if (found.empty() && module.bank().execFileFormat() == exec_format_Vex) {
+        throw Failure(module.name() + ": is a GPU kernel's binary, of which no functions are known: see 'orv lines'");
+    }
     if (found.empty()) {
         throw Failure(module.name() + ": no function is named or stands at " + word +
                       ": 'orv symbols --kind function' lists them");

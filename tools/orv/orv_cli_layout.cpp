@@ -4,6 +4,7 @@
 
 #include "orv_cli_commands.h"
 #include "orv_cli_debug.h"
+#include "orv_cli_gpu.h"
 #include "orv_cli_oat.h"
 #include "orv_cli_output.h"
 
@@ -69,6 +70,7 @@ int info(std::string const& moduleName, CommonOptions const& common) {
     std::string const buildId = buildIdOf(module);
     Producers const producers = bank.symFileFormat() == symbolFormatDwarf ? producersOf(module, common) : Producers();
     std::optional<OatFacts> const oat = oatFactsOf(module);
+    std::vector<std::string> const kernels = kernelsOf(module);
     if (common.json) {
         Json object{{"file", moduleName},
                     {"format", nameOf(bank.execFileFormat())},
@@ -88,6 +90,10 @@ int info(std::string const& moduleName, CommonOptions const& common) {
         if (oat) {
             object["oat"] = {{"version", oat->version}, {"dex_files", oat->dexFiles}, {"methods", oat->methods}};
         }
+        if (bank.execFileFormat() == exec_format_Vex) {
+            std::string const& kernel = module.kernelName();
+            object["gpu"] = {{"kernel", kernel.empty() ? Json() : Json(kernel)}, {"kernels", kernels}};
+        }
         printJson(object);
     } else {
         std::printf("file                    %s\n", moduleName.c_str());
@@ -102,6 +108,13 @@ int info(std::string const& moduleName, CommonOptions const& common) {
         std::printf("memory estimate         %llu bytes\n", bank.memoryEstimate());
         if (oat) {
             print(*oat);
+        }
+        if (bank.execFileFormat() == exec_format_Vex) {
+            std::printf("kernel                  %s\n",
+                        module.kernelName().empty() ? "not known" : module.kernelName().c_str());
+        }
+        for (std::string const& kernel : kernels) {
+            std::printf("%-22s  %s\n", &kernel == &kernels.front() ? "kernels" : "", kernel.c_str());
         }
         for (auto const& [producer, count] : producers) {
             std::printf("%-22s  %zu of %s\n", "units", count, producer.second.c_str());

@@ -3,6 +3,7 @@
 // A module and its bank, and what is said when they can't be read.
 #include "orv_cli_module.h"
 
+#include "orv_cli_gpu.h"
 #include "orv_cli_kernel.h"
 #include "orv_cli_laid_out.h"
 #include "orv_cli_oat.h"
@@ -60,6 +61,10 @@ SymMgrObjectPtr<IModuleImage> imageOf(std::string const& name, CommonOptions con
 
 Failure failureOf(std::string const& name, status_t status) {
     bool const isKernel = status == status_CantOpenFile && name.find("vmlinu") != std::string::npos;
+    if (status == status_Fail && isGpuBinaryName(name)) {
+        return Failure(name + ": is a GPU kernel's binary, and nothing in it tells for which family: give --arch rln1, "
+                              "rln2, qdc1 or qdc2, after the compiler");
+    }
     return Failure(name + ": " + describe(status) +
                    (isKernel ? "; a kernel that is not on the disk is named without its folder, from inside it" : ""));
 }
@@ -68,7 +73,8 @@ char const* describe(status_t status) {
     switch (status) {
     case status_CantOpenFile: return "cannot be opened: no such file, no permission to read it, or a directory";
     case status_BadFileFormat:
-        return "is not a module that orv reads, or is damaged: it takes ELF files for x86, x86-64 and ARM";
+        return "is not a module that orv reads, or is damaged: it takes ELF files for x86, x86-64 and ARM, and "
+               "GPU kernels with .clbin in their names";
     case status_OutOfMemory: return "needs more memory than there is";
     case status_UnsupportedFileVersion: return "has debug information of an unsupported version";
     case status_NoDebugInfo: return "has no debug information";
@@ -94,8 +100,9 @@ std::string describeDebugInfo(status_t status, unsigned int format) {
 }
 
 std::map<std::string, arch_t> const k_architectures = {
-    {"unknown", arch_Unknown}, {"x86", arch_X86},     {"em50", arch_Em50},   {"x86-64", arch_X86_64},
-    {"arm", arch_Arm},         {"em180", arch_Em180}, {"em181", arch_Em181},
+    {"unknown", arch_Unknown}, {"x86", arch_X86},      {"em50", arch_Em50},    {"x86-64", arch_X86_64},
+    {"arm", arch_Arm},         {"em180", arch_Em180},  {"em181", arch_Em181},  {"rln1", arch_VexRln1},
+    {"rln2", arch_VexRln2},    {"qdc1", arch_VexQdc1}, {"qdc2", arch_VexQdc2},
 };
 
 char const* nameOf(arch_t arch) {
@@ -137,6 +144,10 @@ Module::Module(std::string name, CommonOptions const& options, View view)
         m_isLaidOut = true;
         m_image = m_options.offload ? m_image : laidOut;
     }
+    if (m_options.targetName.empty()) {
+        m_options.targetName = onlyKernel(*this, m_options);
+        m_loader = nullptr; // made without the name
+    }
     status_t status = ISymbolManager::create(m_manager);
     if (status == status_Ok) {
         status = loadBank();
@@ -146,6 +157,10 @@ Module::Module(std::string name, CommonOptions const& options, View view)
     }
     m_resolver->finish(m_name);
     noteKernelList(*this, m_options);
+    if (m_bank->execFileFormat() == exec_format_Vex) {
+        noteKernelLines(*this, m_options);
+        m_kernelName = m_options.targetName;
+    }
     std::string const missing = missingDebugInfo();
     if (!missing.empty()) {
         note(m_name + ": " + missing, m_options);
@@ -154,11 +169,11 @@ Module::Module(std::string name, CommonOptions const& options, View view)
 
 status_t Module::loadBank() {
     if (m_isLaidOut || m_options.offload) {
-        return IModuleSymbolBank::create(m_bank, m_image, m_resolver.get(), true, "");
+        return IModuleSymbolBank::create(m_bank, m_image, m_resolver.get(), true, m_options.targetName.c_str());
     }
     unsigned int const flags = m_options.noDebugInfo ? load_flags_NoDebugInfo : load_flags_None;
     return m_manager->loadSymbolsFromModuleEx(libraryName(m_name).c_str(), m_resolver.get(), m_bank, m_options.arch,
-                                              flags, "");
+                                              flags, m_options.targetName.c_str());
 }
 
 Module::~Module() = default;
@@ -186,7 +201,7 @@ void Module::noteBadDebugInfo(status_t status) {
 
 IFileFormatLoader& Module::loader() {
     if (!m_loader) {
-        status_t const status = IFileFormatLoader::create(m_loader, m_image, "");
+        status_t const status = IFileFormatLoader::create(m_loader, m_image, m_options.targetName.c_str());
         if (status != status_Ok) {
             throw failureOf(m_name, status);
         }
@@ -199,7 +214,8 @@ bool Module::is32Bit() {
         return false; // whatever the headers that were made up for it say
     }
     unsigned char fileClass = 0;
-    return m_image->read(EI_CLASS, 1, &fileClass) == 1 && fileClass == ELFCLASS32;
+    return m_bank->execFileFormat() == exec_format_Elf && m_image->read(EI_CLASS, 1, &fileClass) == 1 &&
+           fileClass == ELFCLASS32;
 }
 
 bool parseAddress(std::string_view text, unsigned long long& out) {

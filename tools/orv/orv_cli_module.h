@@ -24,6 +24,7 @@ public:
 
 struct CommonOptions {
     arch_t arch = arch_Unknown;
+    std::string targetName; ///< Which kernel of its program a GPU binary is.
     bool noDebugInfo = false;
     bool offload = false;                ///< The binary that the module carries for an offload processor.
     std::vector<std::string> debugRoots; ///< Empty: those of distributions.
@@ -99,6 +100,8 @@ public:
     bool is32Bit();
     /// True for a kernel that has its symbols, and its place, from a list.
     bool isListedKernel() const { return m_bank->symFileFormat() == symbolFormatSystemMap; }
+    /// The kernel that a GPU binary is, as far as that is known; empty for all other modules.
+    std::string const& kernelName() const { return m_kernelName; }
     /// True for a relocatable file whose sections were laid out.
     bool isLaidOut() const { return m_isLaidOut; }
 
@@ -109,6 +112,7 @@ private:
     status_t loadBank();
 
     std::string m_name;
+    std::string m_kernelName;
     CommonOptions m_options;
     std::unique_ptr<Resolver> m_resolver;
     SymMgrObjectPtr<IModuleImage>

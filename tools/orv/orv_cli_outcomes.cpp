@@ -64,7 +64,7 @@ CandidateKind kindOf(ISymbolFileToResolve& candidate) {
     if (candidate.symbolFileFormat() != symbolFormatDwarf) {
         return candidate.symbolFileFormat() == symbolFormatSystemMap ? CandidateKind::KernelList
                : candidate.symbolFileFormat() == symbolFormatOat     ? CandidateKind::Module
-                                                                     : CandidateKind::Other;
+                                                                     : CandidateKind::ProgramFile;
     }
     if (!wantedBuildId(candidate).empty()) {
         return CandidateKind::BuildId;
@@ -105,6 +105,7 @@ std::string whyRefused(std::string const& path, CandidateKind kind) {
     switch (kind) {
     case CandidateKind::Module: return "it takes the module and nothing else";
     case CandidateKind::KernelList: return path + " is a compressed kernel, and no list";
+    case CandidateKind::ProgramFile: return path + " is no program file of this family's compiler, or is damaged";
     default: return path + " belongs to another build";
     }
 }

@@ -11,7 +11,7 @@
 
 namespace orv_cli {
 
-enum class CandidateKind { BuildId, DebugLink, Module, KernelList, Other };
+enum class CandidateKind { BuildId, DebugLink, Module, KernelList, ProgramFile };
 
 struct CandidateOutcome {
     CandidateKind kind;

@@ -120,6 +120,10 @@ void Resolver::finish(std::string const& module) {
         if (std::any_of(m_outcomes.begin(), m_outcomes.end(), isList) && !isElf(m_options.symbolFile)) {
             throw Failure(whyRefused(m_options.symbolFile, CandidateKind::KernelList) + " of its symbols");
         }
+        auto const isOfGpu = [](CandidateOutcome const& outcome) { return outcome.kind == CandidateKind::ProgramFile; };
+        if (std::any_of(m_outcomes.begin(), m_outcomes.end(), isOfGpu)) {
+            throw Failure(whyRefused(m_options.symbolFile, CandidateKind::ProgramFile));
+        }
         throw Failure(m_options.symbolFile + ": is no companion of " + module +
                       ": neither its build id nor its CRC is the one that the module names");
     }
@@ -147,13 +151,18 @@ std::string Resolver::whyNot(CandidateOutcome const& outcome) const {
     }
     switch (outcome.validity) {
     case symbolFileValid: return "it would do, but another one stands in front of it";
-    case symbolFileRefused: return "it holds no debug information";
+    case symbolFileRefused:
+        return outcome.kind == CandidateKind::ProgramFile ? "it is no program file of this family's compiler"
+                                                          : "it holds no debug information";
     case symbolFileMismatch:
         return "beside the module is a file of that name, with another CRC: it belongs to another build";
     default: break;
     }
     if (outcome.kind == CandidateKind::KernelList) {
         return outcome.sought.empty() ? "the module is no kernel by its name" : "no such file beside the kernel";
+    }
+    if (outcome.kind == CandidateKind::ProgramFile) {
+        return outcome.sought.empty() ? "the binary's path has no dot" : "no such file beside the binary";
     }
     auto const isTaken = [](CandidateOutcome const& other) { return other.isTaken; };
     if (std::any_of(m_outcomes.begin(), m_outcomes.end(), isTaken)) {
@@ -169,6 +178,9 @@ std::string Resolver::missing(IModuleSymbolBank& bank) const {
     for (CandidateOutcome const& outcome : m_outcomes) {
         if (outcome.isTaken) {
             return {};
+        }
+        if (outcome.kind == CandidateKind::ProgramFile && !m_options.noDebugInfo) {
+            return "has no program file, and so no lines: " + outcome.sought + ": " + whyNot(outcome);
         }
         bool const isCompanion = outcome.kind == CandidateKind::BuildId || outcome.kind == CandidateKind::DebugLink;
         if (isCompanion) {

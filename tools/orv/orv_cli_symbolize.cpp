@@ -47,7 +47,7 @@ class Symbolizer {
 public:
     Symbolizer(SymbolizeOptions const& options, CommonOptions const& common)
         : m_options(options), m_module(Module::load(options.module, common, Module::View::LaidOut)),
-          m_reader(m_module, options.section), m_text(options, common.json, m_module.is32Bit()),
+          m_reader(m_module, options.section), m_text(options, common.json, m_module.is32Bit(), m_module.kernelName()),
           m_wanted(wanted(options, common.json)) {}
 
     template <typename Words> void answer(Words const& words) {

@@ -151,6 +151,8 @@ private:
                "--arch", [this](std::string const& name) { m_common.arch = k_architectures.at(name); },
                "Architecture of the module, where the file does not tell")
             ->check(oneOf("ARCH", k_architectures));
+        app.add_option("--target-name", m_common.targetName, "Which kernel of its program a GPU binary is")
+            ->type_name("KERNEL");
         app.add_flag("--quiet", m_common.quiet, "Tell failures alone, not that debug information is missing");
         app.add_flag("--no-debug-info", m_common.noDebugInfo, "Look for no debug information");
         app.add_flag("--offload", m_common.offload, "Take the binary that the module carries for an offload processor");
