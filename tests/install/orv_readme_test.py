@@ -9,6 +9,9 @@ import subprocess
 import sys
 import tempfile
 
+sys.path[:0] = [str(pathlib.Path(__file__).resolve().parent.parent / "support")]
+import orv_gpu_files
+
 orv = pathlib.Path(os.environ["ORV"])
 lib = pathlib.Path(os.environ["ORV_LIB"])
 cxx = os.environ.get("CXX", "g++")
@@ -94,6 +97,11 @@ with tempfile.TemporaryDirectory() as folder:
 
     (folder / "oat").write_text(OAT)
     subprocess.run([os.environ["ORV_OAT_MAKE"], folder / "oat", folder / "app.oat"], check=True)
+    image = orv_gpu_files.mira(folder, [(3, 5), (9, 5)])
+    isa = orv_gpu_files.blob([("blur", [(2, 16), (5, 32), (7, 48)]), ("sum", [(2, 16)])])
+    (folder / "blur.clpdb").write_bytes(orv_gpu_files.qdc([("blur", image, isa), ("sum", image, isa)]))
+    for binary in ("blur.clbin", "sum.clbin"):
+        (folder / binary).write_bytes(bytes(64))
     commands = re.search(r"## On the command line\n\n```\n(.*?)```", readme, re.S)[1]
     commands += re.search(r"\.SH EXAMPLES\n\.nf\n(.*?)\.fi", (root / "docs/orv.1").read_text(), re.S)[1]
     (folder / "addresses").write_text("main\n")
