@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
-// The join of source lines and code offsets over the instructions that both name: binary search for each pair.
+// The join of source lines and code offsets over the instructions that both name: a galloping search for each pair.
 #include "gpu/orv_gpu_join.h"
 
 #include "core/orv_trace.h"
@@ -34,13 +34,33 @@ bool doOffsetsGrow(InstructionMap const& map) {
     return std::adjacent_find(map.begin(), map.end(), isNotAbove) == map.end();
 }
 
-/// The first line stands also for what lies ahead of it, but where it is the only one; null then.
-VexLineEntry const* lineOf(std::vector<VexLineEntry> const& unique, std::uint32_t instruction) {
-    auto const behind = std::upper_bound(unique.begin() + 1, unique.end(), instruction,
-                                         [](std::uint32_t i, VexLineEntry const& line) { return i < line.address; });
-    VexLineEntry const& found = *std::prev(behind);
-    return behind != unique.end() || found.address <= instruction ? &found : nullptr;
-}
+/// The line that each instruction belongs to. Instructions go up, by and large: each search begins where the last one
+/// has ended, in steps that double.
+class LineSearch {
+public:
+    explicit LineSearch(std::vector<VexLineEntry> const& unique) : m_lines(unique) {}
+
+    /// The first line stands also for what lies ahead of it, but where it is the only one; null then.
+    VexLineEntry const* lineOf(std::uint32_t instruction) {
+        auto const isBehind = [&](VexLineEntry const& line) { return line.address > instruction; };
+        std::size_t begin = isBehind(m_lines[m_behind - 1]) ? 1 : m_behind;
+        std::size_t end = begin;
+        for (std::size_t step = 1; end < m_lines.size() && !isBehind(m_lines[end]); step *= 2) {
+            begin = end + 1;
+            end += step;
+        }
+        auto const at = [&](std::size_t index) { return m_lines.begin() + static_cast<std::ptrdiff_t>(index); };
+        auto const found = std::partition_point(at(begin), at(std::min(end, m_lines.size())),
+                                                [&](VexLineEntry const& line) { return !isBehind(line); });
+        m_behind = static_cast<std::size_t>(found - m_lines.begin());
+        VexLineEntry const& line = m_lines[m_behind - 1];
+        return m_behind < m_lines.size() || !isBehind(line) ? &line : nullptr;
+    }
+
+private:
+    std::vector<VexLineEntry> const& m_lines;
+    std::size_t m_behind = 1; ///< The first line, from the second on, that begins behind the last instruction.
+};
 
 } // namespace
 
@@ -57,9 +77,10 @@ status_t joinLines(std::vector<VexLineEntry> miraLineInfo, InstructionMap const&
         return status_Fail;
     }
     out.reserve(out.size() + std::min(miraLineInfo.size(), isaLineInfo.size()));
+    LineSearch search(miraLineInfo);
     VexLineEntry const* previous = nullptr;
     for (auto const& [instruction, offset] : isaLineInfo) {
-        VexLineEntry const* const line = lineOf(miraLineInfo, instruction);
+        VexLineEntry const* const line = search.lineOf(instruction);
         if (line != nullptr && line != previous) {
             out.push_back({offset, line->line, line->column, line->fileId});
         }
