@@ -43,6 +43,27 @@ SymMgrObjectPtr<IFileFormatLoader> binaryLoader(std::string const& path, arch_t 
     return loader;
 }
 
+/// "start+size line" of each row of a kernel's table.
+std::string tableOf(std::string const& path, arch_t arch) {
+    auto const loader = binaryLoader(path, arch);
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>> candidates;
+    SymMgrObjectPtr<IDebugInfoLoader> debugInfo;
+    loader->symbolFiles(candidates);
+    loader->debugInfoLoader(debugInfo, 0, 0);
+    ISrcLineResolver* const resolver = debugInfo->srcLineResolver(nullptr, nullptr);
+    EXPECT_EQ(resolver->sourceFileCount(), 0U);
+    EXPECT_EQ(resolver->sourceFileById(0), nullptr);
+    EXPECT_EQ(resolver->compUnitDetailsById(0), nullptr);
+    LineIterator lines;
+    EXPECT_EQ(resolver->sourceLines(lines, ~0ULL, ~0U, 0, ~0ULL, nullptr), status_Ok);
+    std::string text;
+    forEach(lines, [&](ISourceLine& line) {
+        text += (text.empty() ? "" : ", ") + std::to_string(startOf(line)) + "+" + std::to_string(line.size()) + " " +
+                std::to_string(line.location()->line());
+    });
+    return text;
+}
+
 /// "start=line:column" wherever the answer for an address is another one than for the address before.
 std::string rowsOf(IModuleSymbolBank& bank, unsigned long long size) {
     std::string text;
@@ -247,6 +268,34 @@ TEST(GpuLines, AreJoinedWhereTheCompilerIsQdc) {
 TEST(GpuLines, MayComeInAnyOrder) {
     Program const program(80, rlnFile("files <unknown>\nkernels k\nrecord 0\n0 1 0 0\n32 2 0 0\n16 3 0 0\n64 4 0 0\n"));
     EXPECT_EQ(rowsOf(*program.bank(arch_VexRln1), 80), "0=1:0 16=3:0 32=2:0 64=4:0");
+    // A row that ends ahead of where it begins goes around; the last goes on for ever.
+    EXPECT_EQ(tableOf(program.binary, arch_VexRln1), "0+32 1, 16+48 3, 32+4294967280 2, 64+4294967295 4");
+}
+
+/// The join takes the first of those that stand at one instruction; an RLN list has them all.
+TEST(GpuLines, OfNoSizeAreKept) {
+    Program const rln(64, rlnFile("files unknown.cl\nkernels k\nrecord 0\n16 1 0 0\n16 2 0 0\n20 3 0 0\n20 4 0 0\n"));
+    EXPECT_EQ(tableOf(rln.binary, arch_VexRln2), "16+0 1, 16+4 2, 20+0 3, 20+4294967295 4");
+    // Rows of no size of the virtual machine, and away from its first instruction.
+    Program const qdc(64, qdcFile({{"k", miraImage("files unknown.cl\n3 1 1 0\n3 1 2 0\n5 1 3 0\n5 1 4 0\nend 6\n"),
+                                    qdcBlob("kernel k\nmap 3,8 5,24\n").bytes()}}));
+    EXPECT_EQ(tableOf(qdc.binary, arch_VexQdc1), "0+24 1, 24+4294967295 3");
+}
+
+/// More than any memory is asked for.
+TEST(GpuLines, AreNotReadFromAFileWithoutBound) {
+    Program const program(16, rlnFile(k_rln));
+    std::error_code error;
+    std::filesystem::resize_file(program.beside, std::uintmax_t{2} << 40, error);
+    if (error) {
+        GTEST_SKIP() << "no file of 2 TiB can be made here: " << error.message();
+    }
+    LogCapture const log(log4cplus::WARN_LOG_LEVEL);
+    Bank const bank = program.bank(arch_VexRln1);
+    EXPECT_EQ(saidIn(log), (Said{"dbgInfo->size() == dbgInfoSize", "Unable to load line info for OCL kernel k. Result "
+                                                                   "status code: \"Can't read from file\""}));
+    EXPECT_EQ(log.level(), log4cplus::WARN_LOG_LEVEL);
+    EXPECT_EQ(symbolAt(*bank, 8), ".dbginfo_vex@0+16");
 }
 
 TEST(GpuLines, AreThoseOfTheSourceFromMemory) {
@@ -310,6 +359,7 @@ TEST(GpuLines, SayWhyThereAreNone) {
         LogCapture const log(log4cplus::WARN_LOG_LEVEL);
         ISrcLineResolver* const resolver = debugInfo->srcLineResolver(nullptr, nullptr);
         EXPECT_EQ(saidIn(log), c.said) << c.name;
+        EXPECT_EQ(log.level(), log4cplus::WARN_LOG_LEVEL) << c.name;
         EXPECT_EQ(debugInfo->srcLineResolver(nullptr, nullptr), resolver) << c.name;
         EXPECT_EQ(saidIn(log), c.said) << c.name; // once
         SymMgrObjectPtr<ISourceLocation> place;

@@ -17,12 +17,13 @@ struct Joined {
     status_t status;
     std::string lines;
     std::vector<std::string> said;
+    int level = log4cplus::NOT_SET_LOG_LEVEL; ///< Of the last that is said.
 };
 Joined joinOf(Lines const& lines, InstructionMap const& map) {
     LogCapture const log(log4cplus::WARN_LOG_LEVEL);
     Lines out;
     status_t const status = joinLines(lines, map, out);
-    return {status, textOf(out), saidIn(log)};
+    return {status, textOf(out), saidIn(log), log.level()};
 }
 
 /// Step by step, each pair against all lines.
@@ -112,6 +113,9 @@ TEST(GpuJoin, TakesTheLineThatEachInstructionBelongsTo) {
         EXPECT_EQ(joined.status, c.expected.status) << c.name;
         EXPECT_EQ(joined.lines, c.expected.lines) << c.name;
         EXPECT_EQ(joined.said, c.expected.said) << c.name;
+        if (joined.status == status_Ok && !joined.said.empty()) {
+            EXPECT_EQ(joined.level, log4cplus::WARN_LOG_LEVEL) << c.name;
+        }
     }
 }
 

@@ -45,7 +45,7 @@ private:
 /// Collects the messages of the ORV logger at or above a level.
 class LogCapture {
 public:
-    explicit LogCapture(int level = 0) : m_appender(new Appender(m_messages)) {
+    explicit LogCapture(int level = 0) : m_appender(new Appender(*this)) {
         m_logger.addAppender(m_appender);
         m_logger.setLogLevel(level);
     }
@@ -57,6 +57,8 @@ public:
     LogCapture& operator=(LogCapture const&) = delete;
 
     std::vector<std::string> const& messages() const { return m_messages; }
+    /// Of the last message.
+    int level() const { return m_level; }
     /// How many messages begin so.
     std::size_t count(std::string const& beginning) const {
         std::size_t found = 0;
@@ -69,20 +71,22 @@ public:
 private:
     class Appender : public log4cplus::Appender {
     public:
-        explicit Appender(std::vector<std::string>& messages) : m_messages(messages) {}
+        explicit Appender(LogCapture& capture) : m_capture(capture) {}
         ~Appender() override { destructorImpl(); }
         void close() override { closed = true; }
 
     protected:
         void append(log4cplus::spi::InternalLoggingEvent const& event) override {
-            m_messages.push_back(event.getMessage());
+            m_capture.m_messages.push_back(event.getMessage());
+            m_capture.m_level = event.getLogLevel();
         }
 
     private:
-        std::vector<std::string>& m_messages;
+        LogCapture& m_capture;
     };
 
     std::vector<std::string> m_messages;
+    int m_level = log4cplus::NOT_SET_LOG_LEVEL;
     log4cplus::Logger m_logger = log4cplus::Logger::getInstance("ORV");
     log4cplus::SharedAppenderPtr m_appender;
 };

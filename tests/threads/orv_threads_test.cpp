@@ -6,6 +6,7 @@
 #include "support/orv_elf_builder.h"
 #include "support/orv_oat_random.h"
 #include "support/orv_oat_writer.h"
+#include "support/orv_qdc_file.h"
 #include "support/orv_test_support.h"
 
 #include <array>
@@ -365,4 +366,37 @@ TEST(Threads, AnOatFileFromTheFirstQueryOn) {
         return true;
     });
     ::unsetenv("ORV_USE_LEGACY_OAT_READER");
+}
+
+/// One binary is loaded as this kernel and that: each bank has its own kernel's lines, and its program file tells all.
+TEST(Threads, OneBinaryAsSeveralKernels) {
+    TempDir const dir;
+    std::string const blob = qdcBlob("kernel k3\nmap 5,32\nkernel k5\nmap 5,32\n").bytes();
+    std::string const binary = dir.file("k.clbin", std::string(64, 'c'));
+    std::string const beside =
+        dir.file("k.clpdb", qdcFile({{"k3", miraImage("files unknown.cl\n0 1 3 1\nend 8\n"), blob},
+                                     {"k5", miraImage("files unknown.cl\n0 1 5 1\nend 8\n"), blob}}));
+    auto const manager = symbolManager();
+    SymMgrObjectPtr<IProgramFile> file;
+    ASSERT_EQ(IProgramFile::create(file, beside.c_str(), arch_VexQdc1), status_Ok);
+    SymMgrObjectPtr<IModuleSymbolBank> shared;
+    ASSERT_EQ(manager->loadSymbolsFromModuleEx(binary.c_str(), nullptr, shared, arch_VexQdc1, load_flags_None, "k3"),
+              status_Ok);
+    std::atomic<unsigned int> wrong{0};
+    together(std::chrono::milliseconds(300), [&](std::mt19937& random) {
+        unsigned int const line = random() % 2 == 0 ? 3 : 5;
+        std::string const kernel = "k" + std::to_string(line);
+        SymMgrObjectPtr<IModuleSymbolBank> own;
+        manager->loadSymbolsFromModuleEx(binary.c_str(), nullptr, own, arch_VexQdc2, load_flags_NewLoader,
+                                         kernel.c_str());
+        wrong += own && placeIn(*own, random() % 64)->line() == line ? 0 : 1;
+        wrong += placeIn(*shared, random() % 64)->line() == 3 ? 0 : 1;
+        SymMgrObjectPtr<ISourceLine> declared;
+        rangeIn(*shared, 0, k_allKinds)->symbol()->sourceLine(declared);
+        wrong += declared && declared->location()->line() == 3 ? 0 : 1;
+        kernel_lines_t lines = kernel_lines_Damaged;
+        file->kernelLines(kernel.c_str(), lines);
+        wrong += lines == kernel_lines_Read ? 0 : 1;
+    });
+    EXPECT_EQ(wrong, 0U);
 }
