@@ -100,7 +100,9 @@ TEST(QdcFile, IsToldByTheFieldsOfItsHeader) {
     Parser none;
     qdc_utils::createQdcParser(none, nullptr, nullptr);
     EXPECT_FALSE(none);
-    EXPECT_EQ(saidIn(log), Said{"m_debugInfo"});
+    EXPECT_EQ(kernelsOf(header.substr(0, 27)), "refused");
+    EXPECT_EQ(saidIn(log), (Said{"m_debugInfo", "(ptr - m_debugInfo->data()) + sizeof(SProgramDebugDataHeaderQDC) <= "
+                                                "m_debugInfo->size()"}));
 }
 
 /// The room of a name is rounded up; behind it stand the parts.
@@ -127,8 +129,8 @@ TEST(QdcFile, SaysWhichTestFailsWhereTheFileIsCut) {
         EXPECT_EQ(isTaken, size == file.bytes().size()) << size;
         EXPECT_EQ(saidIn(log), file.saidOf(size)) << size;
     }
-    for (std::size_t const part : {32U, 36U}) { // near 2^32
-        EXPECT_EQ(kernelsOf(withWord(file.bytes(), part, 0xFFFFFFFF)), "refused");
+    for (std::size_t const part : {32U, 36U}) { // near 2^32, in a record that nothing stands behind
+        EXPECT_EQ(kernelsOf(withWord(qdcFile({{"k", "mira", "blob"}}), part, 0xFFFFFFFF)), "refused");
     }
 }
 
@@ -181,7 +183,9 @@ TEST(QdcBlob, SaysWhichTestFailsWhereItIsCut) {
         EXPECT_EQ(answer.walked, status_BadFileFormat) << size;
         EXPECT_EQ(answer.said, size < 4 ? Said() : blob.saidOf(size)) << size;
     }
-    EXPECT_EQ(mapOf(withWord(blob.bytes(), 0, 0xDEADD011)).walked, status_BadFileFormat);
+    for (std::uint32_t const magic : {0xDEADD011U, 0xDEADD012U, 0xDEADD110U, 0x5EADD010U}) {
+        EXPECT_EQ(mapOf(withWord(blob.bytes(), 0, magic)).walked, status_BadFileFormat) << magic;
+    }
     MapAnswer const twice = mapOf(blobOf("kernel k\nkernel k\n"));
     EXPECT_EQ(twice.walked, status_BadFileFormat);
     EXPECT_EQ(twice.said, Said{"m_kernels.count(kernel) == 0"});
@@ -192,21 +196,50 @@ TEST(QdcBlob, DoesNotBelieveItsCounts) {
     std::string const blob = blobOf("kernel k\nmap 1,1\n");
     // Behind magic, count, length, name and relocation field: count; count, pair; variables.
     for (std::size_t const count : {12U, 16U, 28U}) {
-        MapAnswer const answer = mapOf(withWord(blob, count, 0xFFFFFFFF));
-        EXPECT_EQ(answer.walked, status_BadFileFormat) << count;
-        EXPECT_FALSE(answer.said.empty()) << count;
+        for (std::uint32_t const value : {0xFFFFFFFFU, 0x20000000U, 0x20000001U}) { // times 8 it wraps
+            MapAnswer const answer = mapOf(withWord(blob, count, value));
+            EXPECT_EQ(answer.walked, status_BadFileFormat) << count;
+            EXPECT_FALSE(answer.said.empty()) << count;
+        }
     }
     std::string kernels = blob;
     kernels[4] = kernels[5] = '\xFF';
     EXPECT_EQ(mapOf(kernels).walked, status_BadFileFormat);
 }
 
+/// As much as the fields hold: of more than 127 bytes of a name, 255 of anything, 64 KiB of elements of one kind.
+TEST(QdcBlob, MayHoldALot) {
+    std::string const name(255, 'n');
+    std::string const behind = "kernel " + name + "\nmap 70000,0x10000 4294967295,0xFFFFFFFF\n";
+    std::string manyKernels;
+    std::string manyVariables;
+    std::string manyRegisters = "regs";
+    for (int i = 0; i < 300; ++i) {
+        manyKernels += "kernel k" + std::to_string(i) + "\n";
+        manyVariables += "var v 0\n";
+        manyRegisters += " 1";
+    }
+    for (std::string const& ahead :
+         {std::string("var x 6554\n"), std::string("sub x 6554\n"), std::string("live 4682 - 4682\n"),
+          std::string("regs 7282\nregs 65535\n"), std::string("first 9000\n"), "var " + name + " 1\n", manyVariables,
+          manyRegisters + "\n", manyKernels}) {
+        MapAnswer const answer = mapOf(blobOf("kernel ahead\n" + ahead + behind), name);
+        EXPECT_EQ(answer.map, "0,0 70000,65536 4294967295,4294967295") << ahead.substr(0, 20);
+        EXPECT_EQ(answer.said, Said()) << ahead.substr(0, 20);
+    }
+}
+
 TEST(QdcLines, SayWhatKeepsThemFromBeingJoined) {
     std::string const k_notOk = "status == status_Ok";
     std::string const twoFiles = miraImage("files unknown.cl a.h\n0 1 3 0\n2 2 1 0\n4 1 5 0\nend 6\n");
     std::string const noLines = miraImage("files unknown.cl\n");
-    std::string const noPrograms = miraImage("noprograms\nfiles unknown.cl\n");
+    std::string const noPrograms = miraImage("files unknown.cl\nobjcopy --remove-section .debug_line\n");
     std::string const withBuildId = miraImage("buildid\nfiles unknown.cl\n0 1 3 1\nend 8\n");
+    std::string const noDebugInfo = miraImage("files unknown.cl\nobjcopy --strip-debug\n");
+    // Unit behind unit, whatever their addresses are; and from another address than 0, of which 32 bits are kept.
+    std::string const twoUnits = "files unknown.cl\n0 1 3 1\nend 2\nunit\nfiles unknown.cl\n5 1 9 2\nend 8\n";
+    std::string const unitsThatMix =
+        miraImage("files unknown.cl\n0 1 3 1\n6 1 4 1\nend 8\nunit\nfiles unknown.cl\n3 1 9 2\nend 5\n");
     std::string const sameInstruction = miraImage("files unknown.cl\n0 1 3 1\n0 1 4 0\n5 1 9 2\nend 8\n");
     struct {
         char const* name;
@@ -218,6 +251,19 @@ TEST(QdcLines, SayWhatKeepsThemFromBeingJoined) {
         {"no ELF image", "text", blobOf(), {status_Fail, "", {k_notOk}}},
         {"nothing in its place", "", blobOf(), {status_Fail, "", {"false", k_notOk}}},
         {"no rows", noLines, blobOf(), {status_Fail, "", {"miraLineInfo.size() > 0"}}},
+        {"no debug information", noDebugInfo, blobOf(), {status_Fail, "", {"miraLineInfo.size() > 0"}}},
+        {"two units", miraImage(twoUnits), blobOf(), {status_Ok, "0:3:1:0 32:9:2:0", {}}},
+        {"two units that mix", unitsThatMix, blobOf(), {status_Fail, "", {k_notOk}}},
+        {"another base",
+         miraImage("base 0x1000\n" + twoUnits),
+         blobOf("kernel k\nmap 4096,16 4101,32\n"),
+         {status_Ok, "0:3:1:0 32:9:2:0", {}}},
+        {"a base beyond 32 bits",
+         miraImage("base 0x100001000\n" + twoUnits),
+         blobOf("kernel k\nmap 4096,16 4101,32\n"),
+         {status_Ok, "0:3:1:0 32:9:2:0", {}}},
+        {"no ELF image, and no blob", "text", "", {status_Fail, "", {k_notOk}}},
+        {"no rows, and no such kernel", noLines, blobOf("kernel m\n"), {status_Fail, "", {"miraLineInfo.size() > 0"}}},
         {"no line programs", noPrograms, blobOf(), {status_NoDebugInfo, "", {k_notOk}}},
         {"a build id, whose file nobody looks for",
          withBuildId,
@@ -248,21 +294,61 @@ TEST(QdcLines, SayWhatKeepsThemFromBeingJoined) {
     }
 }
 
-/// In the order of the ids that lines have, whether or not lines were asked for before.
+/// In the order of the ids that lines have, whether or not lines were asked for before. All is appended.
 TEST(QdcLines, NameTheirFiles) {
     std::string const file =
-        qdcFile({{"k", miraImage("files a.h unknown.cl\n0 2 3 0\nend 6\n"), blobOf()}, {"m", miraOf(), blobOf()}});
-    std::vector<std::string> files;
-    EXPECT_EQ(parserOf(file)->sourceFiles("k", files), status_Ok);
-    EXPECT_EQ(textOf(files), "a.h unknown.cl");
-    Parser const parser = parserOf(file);
-    std::vector<VexLineEntry> lines;
-    EXPECT_EQ(parser->lineInfo("k", lines), status_Ok);
-    EXPECT_EQ(textOf(lines), "0:3:0:1");
-    files.clear();
-    EXPECT_EQ(parser->sourceFiles("m", files), status_Ok); // of another one than the last
-    EXPECT_EQ(textOf(files), "unknown.cl");
-    files.clear();
-    EXPECT_EQ(parser->sourceFiles("k", files), status_Ok);
-    EXPECT_EQ(textOf(files), "a.h unknown.cl");
+        qdcFile({{"k", miraImage("files sub/a.h unknown.cl\n0 2 3 0\nend 6\n"), blobOf()},
+                 {"m", miraOf(), blobOf("kernel m\nmap 1,1\n")},
+                 {"none", "text", ""},
+                 {"no programs", miraImage("files unknown.cl\nobjcopy --remove-section .debug_line\n"), ""},
+                 {"no debug information", miraImage("objcopy --strip-debug\n"), ""}});
+    auto const filesOf = [&](Parser const& parser, char const* kernel) {
+        std::vector<std::string> files{"before"};
+        status_t const status = parser->sourceFiles(kernel, files);
+        return (status == status_Ok ? "" : toUString(status)) + textOf(files);
+    };
+    struct {
+        char const* kernel;
+        char const* files;
+    } const cases[] = {{"k", "before sub/a.h unknown.cl"},
+                       {"m", "before unknown.cl"},
+                       {"none", "\"Unspecified error\"before"},
+                       {"no programs", "before"},
+                       {"no debug information", "before"}};
+    Parser const asked = parserOf(file);
+    std::vector<VexLineEntry> lines{{1, 2, 3, 4}};
+    EXPECT_EQ(asked->lineInfo("k", lines), status_Ok);
+    EXPECT_EQ(asked->lineInfo("m", lines), status_Ok);
+    EXPECT_EQ(textOf(lines), "1:2:3:4 0:3:0:1 0:3:1:0");
+    for (auto const& c : cases) {
+        EXPECT_EQ(filesOf(parserOf(file), c.kernel), c.files) << c.kernel;
+        EXPECT_EQ(filesOf(asked, c.kernel), c.files) << c.kernel;
+    }
+    EXPECT_EQ(asked->lineInfo("k", lines), status_Ok);
+    EXPECT_EQ(filesOf(asked, "k"), cases[0].files);
+    std::vector<std::string> names{"before"};
+    EXPECT_EQ(asked->kernelNames(names), status_Ok);
+    EXPECT_EQ(textOf(names), "before k m no debug information no programs none");
+}
+
+/// The image has the program file's name, so that what it names is beside that.
+TEST(QdcLines, MayBeInACompanionBesideTheFile) {
+    TempDir const dir;
+    std::string const whole = dir.file("whole", miraOf());
+    std::string const stripped = dir.path() + "/stripped";
+    ASSERT_EQ(std::system(("cd " + dir.path() +
+                           " && objcopy --only-keep-debug whole m.debug && objcopy --strip-debug "
+                           "--add-gnu-debuglink=m.debug whole stripped")
+                              .c_str()),
+              0);
+    std::ifstream in(stripped, std::ios::binary);
+    std::string const file = qdcFile({{"k", {std::istreambuf_iterator<char>(in), {}}, blobOf()}});
+    for (auto const& [name, expected] :
+         {std::pair{dir.path() + "/p.clpdb", "0:3:1:0 32:9:2:0"}, std::pair{dir.path() + "/elsewhere/p.clpdb", ""}}) {
+        Parser parser;
+        qdc_utils::createQdcParser(parser, blockOf(file).get(), name.c_str());
+        std::vector<VexLineEntry> lines;
+        parser->lineInfo("k", lines);
+        EXPECT_EQ(textOf(lines), expected) << name;
+    }
 }

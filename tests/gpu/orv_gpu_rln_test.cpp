@@ -231,6 +231,13 @@ TEST(RlnFile, DoesNotBelieveItsCounts) {
           "",
           {"(size_t)((uint8_t*)(kernelDataHeader + 1) - 1 - (uint8_t*)m_header) <= "
            "m_debugInfo->size()"}}},
+        {"a table of lines ahead that wraps", // in 32 bits it has 8 bytes
+         withWord(file, record + 12, 0x15555556),
+         {status_BadFileFormat,
+          "",
+          {"(size_t)((uint8_t*)(kernelDataHeader + 1) - 1 - (uint8_t*)m_header) <= "
+           "m_debugInfo->size()"}}},
+        {"its table of lines wraps", withWord(file, record + 28 + 12, 0x15555556), {status_BadFileFormat, "", {}}},
         {"its table of lines goes on", withWord(file, record + 28 + 12, 0xFFFFFFFF), {status_BadFileFormat, "", {}}},
         {"a line more than there is", withWord(file, record + 28 + 12, 2), {status_BadFileFormat, "", {}}},
     };
@@ -240,6 +247,22 @@ TEST(RlnFile, DoesNotBelieveItsCounts) {
         EXPECT_EQ(answer.lines, c.expected.lines) << c.name;
         EXPECT_EQ(answer.said, c.expected.said) << c.name;
     }
+}
+
+/// Counts that wrap may leave fewer strings than there are kernels: the files are what is there, and no kernel has a
+/// name.
+TEST(RlnFile, MayHaveFewerStringsThanItSays) {
+    std::string const file = rlnFile("files a\nkernels b\nrecord 0\n0 1 0 300\n");
+    EXPECT_EQ(linesOf(file, "b").lines, "0:1:0:300");
+    Parser const parser = parserOf(withWord(withWord(file, k_numberOfKernels, 4), k_strings + 4 + 4, 0xFFFFFFFE));
+    ASSERT_TRUE(parser);
+    std::vector<std::string> files{"before"};
+    EXPECT_EQ(parser->sourceFiles("b", files), status_Ok);
+    EXPECT_EQ(textOf(files), "before a b");
+    std::vector<VexLineEntry> lines{{1, 2, 3, 4}};
+    EXPECT_EQ(parser->lineInfo("a", lines), status_NotFound);
+    EXPECT_EQ(parserOf(file)->lineInfo("b", lines), status_Ok);
+    EXPECT_EQ(textOf(lines), "1:2:3:4 0:1:0:300"); // appended
 }
 
 /// A string may end where the file does, and not a byte further.

@@ -188,47 +188,79 @@ inline CheckedBytes qdcBlob(std::string const& text) { return QdcBlobWriter::wri
 // --- The ELF image with the lines of virtual instructions
 
 /// "files NAME ...", then for each row "INSTRUCTION FILE LINE COLUMN", and behind the rows of a sequence "end
-/// INSTRUCTION"; "buildid" for an image that has one, "noprograms" for one without its line table.
-inline std::string miraImage(std::string const& text) {
-    std::string program;
-    LineHeader header;
-    header.directories = "";
-    header.files = "";
-    bool hasBuildId = false;
-    bool hasPrograms = true;
-    long long line = 1;
-    forEachLine(text, [&](std::string const& what, std::vector<std::string> const& words) {
-        if (what == "files") {
-            for (std::string const& file : words) {
-                header.files += ".asciz \"" + file + "\"\n.byte 0, 0, 0\n";
+/// INSTRUCTION"; "unit" ahead of each further unit's; "base ADDRESS", from which instructions count; "objcopy ARGUMENT
+/// ..." for what is done to the image in the end; "buildid" for one that has one.
+class MiraWriter {
+public:
+    std::string write(std::string const& text) {
+        std::vector<std::string> edits;
+        bool hasBuildId = false;
+        std::string base = "0";
+        forEachLine(text, [&](std::string const& what, std::vector<std::string> const& words) {
+            if (what == "objcopy") {
+                edits.push_back("objcopy");
+                for (std::string const& word : words) {
+                    edits.back() += ' ' + word;
+                }
+            } else if (what == "buildid") {
+                hasBuildId = true;
+            } else if (what == "base") {
+                base = words.at(0);
+            } else {
+                line(what, words);
             }
-        } else if (what == "buildid") {
-            hasBuildId = true;
-        } else if (what == "noprograms") {
-            hasPrograms = false;
+        });
+        endUnit();
+        m_dwarf.section(".debug_line", m_tables);
+        Assembled const image(m_dwarf.source(), Assembled::Kind::Program, false, "image", base);
+        if (hasBuildId) {
+            std::string const note("\4\0\0\0\4\0\0\0\3\0\0\0GNU\0\1\2\3\4", 20);
+            image.edit("objcopy --add-section .note.gnu.build-id=" + image.dir().file("note", note));
+        }
+        for (std::string const& edit : edits) {
+            image.edit(edit);
+        }
+        std::ifstream in(image.path(), std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+
+private:
+    void line(std::string const& what, std::vector<std::string> const& words) {
+        if (what == "unit") {
+            endUnit();
+        } else if (what == "files") {
+            for (std::string const& file : words) {
+                m_files += ".asciz \"" + file + "\"\n.byte 0, 0, 0\n";
+            }
         } else if (what == "end") {
-            program += setAddress(std::stoll(words.at(0))) + k_endSequence;
-            line = 1;
+            m_program += setAddress(std::stoll(words.at(0))) + k_endSequence;
+            m_line = 1;
         } else {
             long long const next = std::stoll(words.at(1));
-            program += setAddress(std::stoll(what)) + ".byte 4\n.uleb128 " + words.at(0) + "\n.byte 3\n.sleb128 " +
-                       number(next - line) + "\n.byte 5\n.uleb128 " + words.at(2) + "\n" + k_copyRow;
-            line = next;
+            m_program += setAddress(std::stoll(what)) + ".byte 4\n.uleb128 " + words.at(0) + "\n.byte 3\n.sleb128 " +
+                         number(next - m_line) + "\n.byte 5\n.uleb128 " + words.at(2) + "\n" + k_copyRow;
+            m_line = next;
         }
-    });
-    Attrs const attrs{nameAttr("k"), {DW_AT_stmt_list, DW_FORM_sec_offset, "0"}};
-    DwarfText dwarf;
-    dwarf.unit({}, entry(DW_TAG_compile_unit, attrs)).section(".debug_line", lineTable(header, program));
-    Assembled const image(dwarf.source(), Assembled::Kind::Program, false, "image", "0");
-    if (hasBuildId) {
-        std::string const note("\4\0\0\0\4\0\0\0\3\0\0\0GNU\0\1\2\3\4", 20);
-        image.edit("objcopy --add-section .note.gnu.build-id=" + image.dir().file("note", note));
     }
-    if (!hasPrograms) {
-        image.edit("objcopy --remove-section .debug_line");
+    void endUnit() {
+        LineHeader header;
+        header.directories = "";
+        header.files = m_files;
+        std::string const label = "table" + number(++m_unitCount);
+        m_tables += label + ":\n" + lineTable(header, m_program);
+        m_dwarf.unit({}, entry(DW_TAG_compile_unit, {nameAttr("k"), {DW_AT_stmt_list, DW_FORM_sec_offset, label}}));
+        m_files.clear();
+        m_program.clear();
+        m_line = 1;
     }
-    std::ifstream in(image.path(), std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
+
+    DwarfText m_dwarf;
+    std::string m_tables;
+    std::string m_files;
+    std::string m_program;
+    long long m_line = 1;
+    int m_unitCount = 0;
+};
+inline std::string miraImage(std::string const& text) { return MiraWriter().write(text); }
 
 } // namespace orv_test
