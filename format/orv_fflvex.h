@@ -31,7 +31,7 @@ public:
     unsigned long long preferredLoadAddress() override { return k_baseAddress; }
     unsigned long long entryPoint() override { return k_baseAddress; }
     unsigned long long imageSize() override { return m_size; }
-    /// One symbol for all the code, whatever is asked for.
+    /// One symbol for all the code, whatever is asked for. status_Ok.
     status_t loadSymbols(ISymbolTable* table, AcceptedRanges* filter, unsigned int mask) override;
     void sectionByName(SymMgrObjectPtr<ISection>& out, char const* /*name*/) override { out = nullptr; }
     void sectionByIndex(SymMgrObjectPtr<ISection>& out, unsigned int /*index*/) override { out = nullptr; }

@@ -22,7 +22,7 @@ constexpr std::uint32_t k_sizeOfLast = 0xFFFFFFFF;
 
 // --- VexDebugInfoLoader
 
-unsigned int VexDebugInfoLoader::symFileFormat() { return programFileFormat(loader()->architecture()); }
+unsigned int VexDebugInfoLoader::symFileFormat() { return programFileFormat(m_family); }
 
 status_t VexDebugInfoLoader::loadSymbols(ISymbolTable* table, AcceptedRanges* /*filter*/, unsigned int /*mask*/,
                                          ISrcLineResolver* resolver) {
@@ -63,7 +63,7 @@ void VexSrcLineResolver::open() {
 
 status_t VexSrcLineResolver::loadLines(std::string const& kernelName) {
     SymMgrObjectPtr<IVexDebugInfoParser> parser;
-    status_t status = openProgramFile(parser, m_loader->symFileName(), m_loader->moduleLoader()->architecture());
+    status_t status = openProgramFile(parser, m_loader->symFileName(), m_loader->family());
     if (status != status_Ok) {
         return status;
     }
@@ -73,15 +73,14 @@ status_t VexSrcLineResolver::loadLines(std::string const& kernelName) {
         ORV_WARN("Unable to obtain line info for OCL kernel " << kernelName << ". DebugInfoParser status: " << status);
         return status_Fail;
     }
-    std::vector<std::string> files;
-    status = parser->sourceFiles(kernelName, files);
-    if (status != status_Ok) {
+    std::uint32_t source = 0;
+    status = findSourceFromMemory(*parser, kernelName, source);
+    if (failed(status)) {
         ORV_WARN("Unable to obtain source files info for OCL kernel " << kernelName
                                                                       << ". DebugInfoParser status: " << status);
         return status_Fail;
     }
-    std::uint32_t source = 0;
-    if (!findSourceFromMemory(files, source)) {
+    if (status != status_Ok) {
         ORV_WARN("Unable to find an appropriate source file for OCL kernel " << kernelName);
         return status_Fail;
     }

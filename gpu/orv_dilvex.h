@@ -22,7 +22,7 @@ class VexSrcLineResolver;
 class VexDebugInfoLoader final : public DebugInfoLoader {
 public:
     VexDebugInfoLoader(IFileFormatLoader* loader, std::string symFileName)
-        : DebugInfoLoader(loader), m_symFileName(std::move(symFileName)) {}
+        : DebugInfoLoader(loader), m_symFileName(std::move(symFileName)), m_family(loader->architecture()) {}
 
     char const* symFileName() override { return m_symFileName.c_str(); }
     /// Goes by the architecture; 0 for one that is no GPU's.
@@ -39,9 +39,11 @@ public:
     }
 
     IFileFormatLoader* moduleLoader() const { return loader(); }
+    arch_t family() const { return m_family; }
 
 private:
     std::string m_symFileName;
+    arch_t m_family;                                    ///< Of the GPU.
     SymMgrObjectPtr<VexSrcLineResolver> m_lineResolver; ///< Made under the loader lock.
 };
 

@@ -147,6 +147,18 @@ status_t VexQdcDebugInfoParser::sourceFiles(std::string const& kernelName, std::
     return opened == status_Ok ? mira.sourceFiles(out) : opened;
 }
 
+status_t VexQdcDebugInfoParser::findSourceFile(std::string const& kernelName, char const* text, std::uint32_t& fileId) {
+    std::vector<std::string> files;
+    status_t const status = sourceFiles(kernelName, files);
+    for (std::size_t i = 0; status == status_Ok && i < files.size(); ++i) {
+        if (files[i].find(text) != std::string::npos) {
+            fileId = static_cast<std::uint32_t>(i);
+            return status_Ok;
+        }
+    }
+    return status == status_Ok ? status_False : status;
+}
+
 status_t VexQdcDebugInfoParser::lineInfo(std::string const& kernelName, std::vector<VexLineEntry>& out) {
     m_areLinesInterleaved = false;
     Record record{};

@@ -28,6 +28,7 @@ public:
     status_t sourceFiles(std::string const& kernelName, std::vector<std::string>& out) override;
     /// status_Fail also for lists of lines that can't be joined.
     status_t lineInfo(std::string const& kernelName, std::vector<VexLineEntry>& out) override;
+    status_t findSourceFile(std::string const& kernelName, char const* text, std::uint32_t& fileId) override;
     /// Whether that is why the lines that were asked for last can't be joined.
     bool areLinesInterleaved() const { return m_areLinesInterleaved; }
 

@@ -93,6 +93,8 @@ status_t VexRlnDebugInfoParser::readStrings() {
     std::uint64_t const room = size - k_headerSize;
     std::uint32_t const count = firstKernel() + m_fields.numberOfKernels; // 32 bits by design
     std::uint64_t next = 0;
+    m_strings.reserve(
+        static_cast<std::size_t>(std::min({std::uint64_t{count}, room, std::uint64_t{m_fields.stringTableSize} + 1})));
     for (std::uint32_t i = 0; i < count; ++i) {
         // One whose end would be the byte behind the data is no better than one that goes on.
         auto const* const end = static_cast<unsigned char const*>(std::memchr(strings + next, '\0', room - next));
@@ -119,7 +121,9 @@ status_t VexRlnDebugInfoParser::checkTables() const {
 /// Counts of directories and files that come to more than 32 bits name strings that are not there.
 status_t VexRlnDebugInfoParser::appendStrings(std::uint64_t first, std::uint64_t end,
                                               std::vector<std::string>& out) const {
-    for (std::uint64_t i = first; i < std::min<std::uint64_t>(end, m_strings.size()); ++i) {
+    std::uint64_t const behind = std::min<std::uint64_t>(end, m_strings.size());
+    out.reserve(out.size() + static_cast<std::size_t>(behind > first ? behind - first : 0));
+    for (std::uint64_t i = first; i < behind; ++i) {
         out.push_back(std::string(stringAt(static_cast<std::size_t>(i))));
     }
     return status_Ok;
@@ -133,6 +137,22 @@ status_t VexRlnDebugInfoParser::kernelNames(std::vector<std::string>& out) {
 status_t VexRlnDebugInfoParser::sourceFiles(std::string const& /*kernelName*/, std::vector<std::string>& out) {
     status_t const status = checkTables();
     return status == status_Ok ? appendStrings(m_directories, firstKernel(), out) : status;
+}
+
+status_t VexRlnDebugInfoParser::findSourceFile(std::string const& /*kernelName*/, char const* text,
+                                               std::uint32_t& fileId) {
+    status_t const status = checkTables();
+    if (status != status_Ok) {
+        return status;
+    }
+    std::size_t const behind = std::min<std::size_t>(firstKernel(), m_strings.size());
+    for (std::size_t i = m_directories; i < behind; ++i) {
+        if (stringAt(i).find(text) != std::string_view::npos) {
+            fileId = static_cast<std::uint32_t>(i - m_directories);
+            return status_Ok;
+        }
+    }
+    return status_False;
 }
 
 status_t VexRlnDebugInfoParser::lineInfo(std::string const& kernelName, std::vector<VexLineEntry>& out) {

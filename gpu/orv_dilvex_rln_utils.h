@@ -36,6 +36,7 @@ public:
     status_t sourceFiles(std::string const& kernelName, std::vector<std::string>& out) override;
     /// status_InvalidArg for an empty name. Of records with the same name the first counts.
     status_t lineInfo(std::string const& kernelName, std::vector<VexLineEntry>& out) override;
+    status_t findSourceFile(std::string const& kernelName, char const* text, std::uint32_t& fileId) override;
 
 private:
     bool endsInData(std::uint64_t offset, std::uint64_t recordSize) const;

@@ -22,7 +22,8 @@ status_t MiraDebugInfo::open(IBuffer* file, std::uint64_t offset, std::uint64_t 
     if (!ORV_ASSERT(status == status_Ok, "status == status_Ok")) {
         return status;
     }
-    // The first candidate as it is: of an image with a build id that is a companion, which nobody has looked for.
+    // The first candidate as it is: of an image that names a companion that is the companion. By debug link it lies
+    // beside the program file; by build id nobody has looked for it.
     m_loader->debugInfoLoader(m_debugInfo, 0, 0);
     m_scope.emplace(m_loader.get(), m_debugInfo.get(), nullptr);
     m_resolver = dynamic_cast<SrcLineResolver*>(m_scope->srcLineResolver());

@@ -20,7 +20,7 @@ public:
     /// All rows of the line table, in its order: file by file, unit by unit. Appends, as the next one does. status_Ok,
     /// with nothing where there is no debug information; what kept the line programs from being run.
     status_t lines(std::vector<VexLineEntry>& out);
-    /// By the ids that the lines have.
+    /// By the ids that the lines have. status_Ok, with none where line programs can't be run.
     status_t sourceFiles(std::vector<std::string>& out);
 
 private:

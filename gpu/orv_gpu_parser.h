@@ -27,11 +27,16 @@ struct VexLineEntry {
 class IVexDebugInfoParser : public ISymMgrObject {
 public:
     virtual unsigned int kernelCount() = 0;
-    /// Appends to out, as the next two do.
+    /// Appends to out, as the next two do. status_Ok; status_BadFileFormat.
     virtual status_t kernelNames(std::vector<std::string>& out) = 0;
+    /// status_Ok; status_NotFound without such a kernel, where that is looked at; status_BadFileFormat; status_Fail.
     virtual status_t sourceFiles(std::string const& kernelName, std::vector<std::string>& out) = 0;
-    /// status_Ok; status_NotFound without such a kernel; status_BadFileFormat.
+    /// status_Ok; status_NotFound without such a kernel; status_BadFileFormat; status_Fail for lines that mean nothing;
+    /// status_InvalidArg for a name that no kernel can have; what kept an image from being read.
     virtual status_t lineInfo(std::string const& kernelName, std::vector<VexLineEntry>& out) = 0;
+    /// The first of the source files whose name holds the text. What sourceFiles returns; status_False if there is
+    /// none. Names are not copied: there may be one a byte.
+    virtual status_t findSourceFile(std::string const& kernelName, char const* text, std::uint32_t& fileId) = 0;
 
 protected:
     ~IVexDebugInfoParser() = default;

@@ -10,8 +10,6 @@
 #include "image/orv_file.h"
 #include "lines/orv_dil.h"
 
-#include <algorithm>
-
 namespace ORV_3_30 {
 
 unsigned int programFileFormat(arch_t family) {
@@ -24,17 +22,31 @@ unsigned int programFileFormat(arch_t family) {
     }
 }
 
-status_t openProgramFile(SymMgrObjectPtr<IVexDebugInfoParser>& out, char const* path, arch_t family) {
+status_t readBytesOf(SymMgrObjectPtr<IBuffer>& out, char const* path, std::uint64_t const* size) {
     out = nullptr;
     File file(path);
     if (file.status() != fosOK) {
         return status_CantOpenFile;
     }
-    std::uint64_t const dbgInfoSize = file.size();
+    std::uint64_t const dbgInfoSize = size != nullptr ? *size : file.size();
+    if (file.size() < dbgInfoSize) {
+        return status_CantReadFile;
+    }
     SymMgrObjectPtr<IBuffer> const dbgInfo(new ByteBuffer(dbgInfoSize));
     if (!ORV_ASSERT(dbgInfo->size() == dbgInfoSize, "dbgInfo->size() == dbgInfoSize") ||
         file.read(dbgInfoSize, dbgInfo->data()) != dbgInfoSize) {
         return status_CantReadFile;
+    }
+    out = dbgInfo;
+    return status_Ok;
+}
+
+status_t openProgramFile(SymMgrObjectPtr<IVexDebugInfoParser>& out, char const* path, arch_t family) {
+    out = nullptr;
+    SymMgrObjectPtr<IBuffer> dbgInfo;
+    status_t const status = readBytesOf(dbgInfo, path, nullptr);
+    if (status != status_Ok) {
+        return status;
     }
     switch (programFileFormat(family)) {
     case symbolFormatVexRln: rln_utils::createRlnParser(out, dbgInfo.get()); break;
@@ -45,16 +57,12 @@ status_t openProgramFile(SymMgrObjectPtr<IVexDebugInfoParser>& out, char const* 
 }
 
 /// Compilers call it by one of these; of two such names the first goes ahead, wherever its file stands.
-bool findSourceFromMemory(std::vector<std::string> const& files, std::uint32_t& fileId) {
-    for (char const* const name : {"unknown.cl", "<unknown>"}) {
-        auto const found = std::find_if(files.begin(), files.end(),
-                                        [&](std::string const& file) { return file.find(name) != std::string::npos; });
-        if (found != files.end()) {
-            fileId = static_cast<std::uint32_t>(found - files.begin());
-            return true;
-        }
+status_t findSourceFromMemory(IVexDebugInfoParser& parser, std::string const& kernelName, std::uint32_t& fileId) {
+    status_t status = parser.findSourceFile(kernelName, "unknown.cl", fileId);
+    if (status == status_False) {
+        status = parser.findSourceFile(kernelName, "<unknown>", fileId);
     }
-    return false;
+    return status;
 }
 
 } // namespace ORV_3_30

@@ -13,7 +13,11 @@ unsigned int programFileFormat(arch_t family);
 /// Null but with status_Ok. status_CantOpenFile; status_CantReadFile; status_Fail for a file that the format's reader
 /// refuses, and where there is no reader.
 status_t openProgramFile(SymMgrObjectPtr<IVexDebugInfoParser>& out, char const* path, arch_t family);
-/// Finds the source that was compiled from memory, the one whose lines are kept. False if there is none.
-bool findSourceFromMemory(std::vector<std::string> const& files, std::uint32_t& fileId);
+/// Finds the source that was compiled from memory, the one whose lines are kept. status_Ok; status_False if there is
+/// none; what kept files from being read.
+status_t findSourceFromMemory(IVexDebugInfoParser& parser, std::string const& kernelName, std::uint32_t& fileId);
+/// The first bytes of a file in a block that is null but with status_Ok; null for size: all of it. status_CantOpenFile;
+/// status_CantReadFile for a file that is shorter, or larger than memory.
+status_t readBytesOf(SymMgrObjectPtr<IBuffer>& out, char const* path, std::uint64_t const* size);
 
 } // namespace ORV_3_30

@@ -13,7 +13,8 @@
 
 namespace ORV_3_30 {
 
-/// Holds the whole block. What the module's loader reads comes from here, and nothing from the file whose name it has.
+/// Holds the whole block. What the module's loader reads of it comes from here, and nothing from the file
+/// whose name it has. A companion that it names is a file all the same.
 class MemoryImage final : public SharedObject<SymMgrObject<IModuleImage>> {
 public:
     /// One that does not lie in the block is empty.

@@ -54,14 +54,13 @@ private:
         if (status != status_Ok) {
             return whyNone(*m_parser, status);
         }
-        std::vector<std::string> files;
-        if (m_parser->sourceFiles(kernelName, files) != status_Ok) {
+        std::uint32_t source = 0;
+        status_t const found = findSourceFromMemory(*m_parser, kernelName, source);
+        if (failed(found)) {
             return kernel_lines_Damaged;
         }
-        std::uint32_t source = 0;
-        bool const hasOwn =
-            findSourceFromMemory(files, source) &&
-            std::any_of(lines.begin(), lines.end(), [&](auto const& at) { return at.fileId == source; });
+        bool const hasOwn = found == status_Ok && std::any_of(lines.begin(), lines.end(),
+                                                              [&](auto const& at) { return at.fileId == source; });
         return hasOwn ? kernel_lines_Read : kernel_lines_NoSource;
     }
 

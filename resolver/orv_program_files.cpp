@@ -3,23 +3,17 @@
 // Candidates for a GPU kernel's program file: found by name, told by the fields of its header.
 #include "resolver/orv_program_files.h"
 
-#include "core/orv_byte_buffer.h"
-#include "core/orv_trace.h"
 #include "gpu/orv_dilvex_qdc_utils.h"
 #include "gpu/orv_dilvex_rln_utils.h"
+#include "gpu/orv_gpu_program_file.h"
 #include "image/orv_path.h"
 
 namespace ORV_3_30 {
 namespace {
 
-bool beginsWell(char const* path, std::uint64_t dbgInfoSize, bool (*canParse)(IBuffer*)) {
-    File file(path);
-    if (file.status() != fosOK || file.size() < dbgInfoSize) {
-        return false;
-    }
-    SymMgrObjectPtr<ByteBuffer> const dbgInfo(new ByteBuffer(dbgInfoSize));
-    return ORV_ASSERT(dbgInfo->size() == dbgInfoSize, "dbgInfo->size() == dbgInfoSize") &&
-           file.read(dbgInfoSize, dbgInfo->data()) == dbgInfoSize && canParse(dbgInfo.get());
+bool beginsWell(char const* path, std::uint64_t headerSize, bool (*canParse)(IBuffer*)) {
+    SymMgrObjectPtr<IBuffer> header;
+    return readBytesOf(header, path, &headerSize) == status_Ok && canParse(header.get());
 }
 
 } // namespace

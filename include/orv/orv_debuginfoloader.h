@@ -26,7 +26,7 @@ public:
                                  unsigned int fileId, unsigned long long start, unsigned long long end,
                                  Scope* scope) = 0;
     /// Those that line programs have named so far: 0 before the first question for lines, or for the files of a unit.
-    /// Always 0 for OAT, whose files are found by the ids that lines have.
+    /// Always 0 for OAT, whose files are found by the ids that lines have, and for GPU kernels, which have none.
     virtual unsigned int sourceFileCount() = 0;
     /// Null for an id that no file has.
     virtual ISourceFile* sourceFileById(unsigned int id) = 0;
@@ -46,7 +46,8 @@ public:
     virtual char const* symFileName() = 0;
     /// 1 DWARF, 4 kernel symbol list, 5 OAT, 6 and 7 the GPU formats, 0 none.
     virtual unsigned int symFileFormat() = 0;
-    /// Puts the symbols of the kinds in mask into the table, restricted to what filter accepts.
+    /// Puts the symbols of the kinds in mask into the table, restricted to what filter accepts. The one of a GPU kernel
+    /// goes there whatever they are.
     virtual status_t loadSymbols(ISymbolTable* table, AcceptedRanges* filter, unsigned int mask,
                                  ISrcLineResolver* resolver) = 0;
     /// The same object on each call, owned by the loader; null where the format has none.

@@ -39,7 +39,8 @@ public:
     virtual unsigned long long preferredLoadAddress() = 0;
     virtual unsigned long long entryPoint() = 0;
     virtual unsigned long long imageSize() = 0;
-    /// Adds the raw symbols of the kinds in mask that filter accepts; a null filter accepts all.
+    /// Adds the raw symbols of the kinds in mask that filter accepts; a null filter accepts all. The
+    /// one of a GPU kernel's binary is added whatever they are.
     /// status_Ok, or status_Fail on a loader whose construction failed.
     virtual status_t loadSymbols(ISymbolTable* table, AcceptedRanges* filter, unsigned int mask) = 0;
     /// Result of construction: status_Ok or status_BadFileFormat.

@@ -54,7 +54,7 @@ public:
     virtual unsigned int size() = 0;
     /// Start of the range.
     virtual void address(SymMgrObjectPtr<IAddress>& out) = 0;
-    /// Start of the range as an RVA.
+    /// Start of the range as an RVA. While the bank lives.
     virtual unsigned long long relativeAddress() = 0;
 
 protected:

@@ -27,8 +27,8 @@ ORV_API int symbolPriorityByKind(symbol_kind_t kind);
 /// A named thing at an address. Strings live as long as the symbol.
 class ORV_API ISymbol : public ISymMgrObject {
 public:
-    /// Where the symbol was declared, the symbol's address as start and end. status_False without
-    /// debug information.
+    /// Where the symbol was declared, of a GPU kernel the place of its first instruction; the symbol's address as start
+    /// and end. status_False without debug information.
     virtual status_t sourceLine(SymMgrObjectPtr<ISourceLine>& out) = 0;
     /// The unit that the symbol is from; it lives as long as the bank. status_False, out untouched,
     /// where there is none.
@@ -50,7 +50,8 @@ public:
     virtual symbol_visibility_t visibility() = 0;
     /// The stubs through which the symbol is called. Null for a symbol without a scope.
     virtual void thunks(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolRange>>>& out) = 0;
-    /// The lines of the symbol's file in its ranges; null without debug information.
+    /// The lines of the symbol's file in its ranges, of a GPU kernel those at its start; null without debug
+    /// information.
     virtual void sourceLines(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out) = 0;
     /// The line at an address; null without debug information or for a null address.
     virtual void sourceLineByAddress(SymMgrObjectPtr<ISourceLine>& out, IAddress* address) = 0;

@@ -34,7 +34,8 @@ enum load_flags_t : unsigned int {
 /// any failure bank stays as it was.
 ///
 /// targetName: which kernel such a binary is; other modules have no use for it, and null is no name. It does not tell
-/// loads apart: while a bank of the file is held, another kernel takes a load that reads the module anew.
+/// loads apart: while a bank of the file is held, the first kernel's comes back, and another one takes
+/// load_flags_NewLoader.
 class ORV_API ISymbolManager : public ISymMgrObject {
 public:
     /// status_Ok; status_Fail if there is none and none can be made.

@@ -51,6 +51,11 @@ def check_choice(folder):
         ("rows in a range", ["lines", "--arch", "rln1", "--range", "20:", "one.clbin"], 0,
          [f"{32:016x}-{64:016x}  ??:5:0"], ""),
         ("rows of a file", ["lines", "--arch", "rln1", "--file", "unknown.cl", "one.clbin"], 0, [], ""),
+        ("rows of several", ["lines", "--arch", "rln1", "two.clbin"], 0, [], listing),
+        ("no rows by wish", ["lines", "--arch", "rln1", "--no-debug-info", "one.clbin"], 1, [],
+         "orv: one.clbin: has no lines without its program file: leave out --no-debug-info\n"),
+        ("name without a program file", ["symbolize", "-fe", "two.clbin", "--arch=rln1", "--target-name=x", "--no-debug-info", "0"],
+         0, [".code_vex", "??:?"], ""),
         ("files", ["files", "--arch", "rln1", "one.clbin"], 1, [],
          "orv: one.clbin: is a GPU kernel's binary, whose source was compiled from memory and has no file\n"),
         ("units", ["units", "--arch", "rln1", "one.clbin"], 1, [],
@@ -79,7 +84,8 @@ def check_candidates(folder):
     (folder / "bad.clpdb").write_bytes(b"?" * 100)
     (folder / "binary.clbin").write_bytes(b"\x7fXYZ\1" * 20)  # where an ELF file would say that it is one of 32 bits
     family = ["--arch", "qdc1"]
-    lone = "orv: lone.clbin: has no program file, and so no lines: lone.clpdb: no such file beside the binary: see 'orv candidates lone.clbin'\n"
+    lone = ("orv: lone.clbin: has no lines: lone.clpdb: no such file beside the binary: "
+            "see 'orv candidates --arch qdc1 lone.clbin'\n")
     expect("no program file", orv("symbolize", *family, "-e", "lone.clbin", "0", cwd=folder).stderr, lone)
     for name, why in [("lone.clbin", "no such file beside the binary"), ("bad.clbin", "it is no program file of this family's compiler")]:
         expect(f"why not {name}", why in orv("candidates", *family, name, cwd=folder).stdout, True)
@@ -89,8 +95,35 @@ def check_candidates(folder):
     expect("named", (named.stdout, named.stderr), ("sum\n??:3\n", ""))
     other = orv("symbolize", *family, "--symbol-file", "bad.clpdb", "-e", "lone.clbin", "0", cwd=folder)
     expect("of another compiler", (other.returncode, other.stderr),
-           (1, "orv: bad.clpdb is no program file of this family's compiler, or is damaged\n"))
+           (1, "orv: bad.clpdb: is no program file of this family's compiler, or is damaged\n"))
     expect("addresses have 64 bits", orv("symbolize", "-a", *family, "-e", "binary.clbin", "0", cwd=folder).stdout.split()[0], "0x" + "0" * 16)
+
+
+def check_odd_names(folder):
+    """Names come from files: what is shown of them stays on its line."""
+    nameless = "odd.clpdb: names no kernel, as it is damaged, or --arch names the wrong family: the binary alone answers\n"
+    say = "orv: odd.clbin: is one kernel of the {} in odd.clpdb: say which by --target-name: {}\n"
+    line = rln_lines([(0, 3, 0, 0)])
+    cases = [
+        ("control characters", ["a", "b\n\x1b[31mc"], 0, say.format(2, r"a, b\x0a\x1b[31mc")),
+        ("no name", ["", "b"], 0, ""),
+        ("no kernel", [], 0, "orv: " + nameless),
+        ("a kernel without a name", [""], 0, "orv: " + nameless),
+        ("long names", ["a" * 40000, "b" * 40000, "c"], 0, say.format(3, "a" * 40000 + " and 2 others")),
+    ]
+    for name, kernels, status, err in cases:
+        write(folder, "odd", rln(["unknown.cl"], kernels, [(len(kernels) - 1, line)] if kernels else []))
+        for words in (["symbolize", "-e", "odd.clbin", "0"], ["lines", "odd.clbin"]):
+            got = orv(*words, "--arch", "rln2", cwd=folder)
+            expect(f"{name}: {words[0]}", (got.returncode, got.stderr), (status, err))
+    got = orv("symbolize", "--arch", "rln1", "--target-name", "x", "-e", "odd.clbin", "0", cwd=folder)
+    expect("no such one of long names", got.stderr.endswith(" and 2 others\n"), True)
+    write(folder, "odd", qdc([("k", b"", b"")])[:-3])
+    expect("cut", orv("lines", "--arch", "qdc1", "odd.clbin", cwd=folder).stderr, "orv: " + nameless)
+    # Rows that begin behind the code, and go on there.
+    write(folder, "odd", rln(["unknown.cl"], ["k"], [(0, rln_lines([(0x38, 1, 0, 0), (0x80, 2, 0, 0)]))]))
+    for more, rows in ([], [f"{0x38:016x}-{CODE:016x}  ??:1:0"]), (["--all"], [f"{0x38:016x}-{CODE:016x}  ??:1:0", f"{0x80:016x}-{0x80:016x}  ??:2:0"]):
+        expect(f"rows behind the code {more}", orv("lines", "--arch", "rln1", "odd.clbin", *more, cwd=folder).stdout.splitlines(), rows)
 
 
 def check_reasons(folder):
@@ -110,6 +143,7 @@ def check_reasons(folder):
         got = orv("symbolize", "--arch", arch, "-fpe", "why.clbin", "0", "3ff", cwd=folder)
         expect(name, got.stdout, "k at ??:?\n" + ("k at ??:?\n" if why else "k at ??:1\n"))
         expect(f"{name}: why", (got.stderr.count("\n"), why in got.stderr), (1 if why else 0, True))
+        expect(f"{name}: rows", orv("lines", "--arch", arch, "why.clbin", cwd=folder).stderr, got.stderr)
 
 
 def check_lines(folder):
@@ -134,6 +168,7 @@ with tempfile.TemporaryDirectory() as name:
     folder = pathlib.Path(name)
     check_choice(folder)
     check_candidates(folder)
+    check_odd_names(folder)
     check_reasons(folder)
     if orv_tools.can("lines beside addr2line", "addr2line"):
         check_lines(folder)

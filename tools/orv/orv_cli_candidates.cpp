@@ -17,9 +17,9 @@ char const* nameOf(CandidateKind kind) {
     case CandidateKind::DebugLink: return "debug link";
     case CandidateKind::Module: return "module itself";
     case CandidateKind::KernelList: return "kernel list";
-    case CandidateKind::ProgramFile: return "program file";
-    default: return "other";
+    case CandidateKind::ProgramFile: break;
     }
+    return "program file";
 }
 
 char const* whyTaken(CandidateKind kind) {

@@ -64,10 +64,9 @@ void printUnit(ICompUnitDetails& unit, bool json) {
     }
 }
 
-/// file: null for a source without one, whose last row goes on behind the code.
-void printRow(ISourceFile* file, ISourceLine& line, unsigned long long codeSize, Remarks const& remarks, bool json) {
+/// file: null for a source without one.
+void printRow(ISourceFile* file, ISourceLine& line, unsigned long long end, Remarks const& remarks, bool json) {
     unsigned long long const from = startOf(line);
-    unsigned long long const end = file != nullptr ? from + line.size() : std::min(from + line.size(), codeSize);
     ISourceLocation& place = *line.location();
     auto const inside = remarks.in(from, end);
     if (json) {
@@ -93,9 +92,9 @@ void printRow(ISourceFile* file, ISourceLine& line, unsigned long long codeSize,
 
 /// A module for which missing debug information is a failure, so that it is told as one.
 Module& load(std::string const& name, CommonOptions const& common) {
-    CommonOptions quiet = common;
-    quiet.quiet = true;
-    return Module::load(name, quiet);
+    CommonOptions options = common;
+    options.missingIsFailure = true;
+    return Module::load(name, options);
 }
 
 } // namespace
@@ -105,6 +104,9 @@ DebugInfo::DebugInfo(Module& module, CommonOptions const& common) : m_module(mod
     if (module.isListedKernel()) {
         missing = std::string("has its symbols from the list ") + module.bank().symFileName() +
                   ", which tells of no units, files and lines";
+    }
+    if (missing.empty() && module.bank().execFileFormat() == exec_format_Vex) {
+        missing = "has no lines without its program file: leave out --no-debug-info";
     }
     Failure const none(
         module.name() + ": " +
@@ -284,8 +286,12 @@ int lines(LinesOptions const& options, CommonOptions const& common) {
     unsigned long long const codeSize = module.bank().imageSize();
     auto const print = [&](ISourceFile* file, auto const& rows) {
         forEach(rows, [&](auto const& row) {
-            if (row->size() != 0 || options.all) {
-                printRow(file, *row, codeSize, remarks, common.json);
+            // Rows of a source without a file may go on behind the code, or stand there.
+            unsigned long long const from = startOf(*row);
+            unsigned long long const end = from + row->size();
+            unsigned long long const shown = file != nullptr ? end : std::max(from, std::min(end, codeSize));
+            if (shown != from || options.all) {
+                printRow(file, *row, shown, remarks, common.json);
             }
         });
     };

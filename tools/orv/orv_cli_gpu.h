@@ -12,6 +12,8 @@
 namespace orv_cli {
 
 bool isGpuFamily(arch_t arch);
+/// Whether a bank has lines from a program file, or might have.
+bool hasProgramFile(IModuleSymbolBank& bank);
 /// What a binary's name holds.
 bool isGpuBinaryName(std::string const& name);
 /// The only kernel of the program file that the module's resolver finds. Of several, which are told on standard error,

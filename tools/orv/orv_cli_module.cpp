@@ -156,13 +156,15 @@ Module::Module(std::string name, CommonOptions const& options, View view)
         throw failureOf(m_name, status);
     }
     m_resolver->finish(m_name);
-    noteKernelList(*this, m_options);
-    if (m_bank->execFileFormat() == exec_format_Vex) {
+    if (!m_options.missingIsFailure) {
+        noteKernelList(*this, m_options);
+    }
+    if (hasProgramFile(*m_bank)) {
         noteKernelLines(*this, m_options);
         m_kernelName = m_options.targetName;
     }
     std::string const missing = missingDebugInfo();
-    if (!missing.empty()) {
+    if (!missing.empty() && !m_options.missingIsFailure) {
         note(m_name + ": " + missing, m_options);
     }
 }
@@ -184,7 +186,8 @@ std::string Module::missingDebugInfo() {
         return unread;
     }
     std::string const missing = m_resolver->missing(*m_bank);
-    return missing.empty() ? missing : missing + ": see 'orv candidates " + m_name + "'";
+    std::string const family = isGpuFamily(m_options.arch) ? std::string("--arch ") + nameOf(m_options.arch) + ' ' : "";
+    return missing.empty() ? missing : missing + ": see 'orv candidates " + family + m_name + "'";
 }
 
 ISymbolFileResolver& Module::resolver() { return *m_resolver; }

@@ -24,7 +24,8 @@ public:
 
 struct CommonOptions {
     arch_t arch = arch_Unknown;
-    std::string targetName; ///< Which kernel of its program a GPU binary is.
+    std::string targetName;        ///< Which kernel of its program a GPU binary is.
+    bool missingIsFailure = false; ///< Who asks tells by itself that there is no debug information.
     bool noDebugInfo = false;
     bool offload = false;                ///< The binary that the module carries for an offload processor.
     std::vector<std::string> debugRoots; ///< Empty: those of distributions.

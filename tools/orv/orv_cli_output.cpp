@@ -21,6 +21,21 @@ std::string hexColumn(unsigned long long value) {
     return text;
 }
 
+std::string printable(std::string_view text) {
+    std::string shown;
+    for (char const c : text) {
+        bool const isControl = static_cast<unsigned char>(c) < ' ' || c == '\x7f';
+        if (!isControl) {
+            shown += c;
+        } else if (c != '\0') {
+            char escaped[5];
+            std::snprintf(escaped, sizeof(escaped), "\\x%02x", static_cast<unsigned int>(c));
+            shown += escaped;
+        }
+    }
+    return shown;
+}
+
 std::string textOf(Json const& object) { return object.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n'; }
 
 void printJson(Json const& object) {

@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include <string>
+#include <string_view>
 
 namespace orv_cli {
 
@@ -15,6 +16,8 @@ using Json = nlohmann::ordered_json;
 std::string hex(unsigned long long value);
 /// Sixteen digits without a prefix, for columns.
 std::string hexColumn(unsigned long long value);
+/// A text of a file's for people: control characters are told by their numbers, and zeros left out.
+std::string printable(std::string_view text);
 /// A line. Bytes that are not UTF-8 are replaced: names come from files.
 std::string textOf(Json const& object);
 void printJson(Json const& object);

@@ -58,20 +58,7 @@ Remarks::Stretch Remarks::in(unsigned long long start, unsigned long long end) c
     return {first, std::lower_bound(first, m_all.end(), std::max(start, end), isBelow)};
 }
 
-std::string shownText(IOptReportEntry& remark) {
-    std::string shown;
-    for (char const c : exactText(remark)) {
-        bool const isControl = static_cast<unsigned char>(c) < ' ' || c == '\x7f';
-        if (!isControl) {
-            shown += c;
-        } else if (c != '\0') {
-            char escaped[5];
-            std::snprintf(escaped, sizeof(escaped), "\\x%02x", static_cast<unsigned int>(c));
-            shown += escaped;
-        }
-    }
-    return shown;
-}
+std::string shownText(IOptReportEntry& remark) { return printable(exactText(remark)); }
 
 void printRemark(IOptReportEntry& remark, int indent) {
     std::printf("%*s%s remark %u  %s\n", indent, "", hexColumn(remark.address()).c_str(), remark.version(),

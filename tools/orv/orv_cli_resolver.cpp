@@ -122,7 +122,7 @@ void Resolver::finish(std::string const& module) {
         }
         auto const isOfGpu = [](CandidateOutcome const& outcome) { return outcome.kind == CandidateKind::ProgramFile; };
         if (std::any_of(m_outcomes.begin(), m_outcomes.end(), isOfGpu)) {
-            throw Failure(whyRefused(m_options.symbolFile, CandidateKind::ProgramFile));
+            throw Failure(m_options.symbolFile + ": is no program file of this family's compiler, or is damaged");
         }
         throw Failure(m_options.symbolFile + ": is no companion of " + module +
                       ": neither its build id nor its CRC is the one that the module names");
@@ -180,7 +180,7 @@ std::string Resolver::missing(IModuleSymbolBank& bank) const {
             return {};
         }
         if (outcome.kind == CandidateKind::ProgramFile && !m_options.noDebugInfo) {
-            return "has no program file, and so no lines: " + outcome.sought + ": " + whyNot(outcome);
+            return "has no lines: " + outcome.sought + ": " + whyNot(outcome);
         }
         bool const isCompanion = outcome.kind == CandidateKind::BuildId || outcome.kind == CandidateKind::DebugLink;
         if (isCompanion) {
