@@ -282,6 +282,86 @@ TEST(GpuLines, OfNoSizeAreKept) {
     EXPECT_EQ(tableOf(qdc.binary, arch_VexQdc1), "0+24 1, 24+4294967295 3");
 }
 
+/// Each is of unit 0 and file 0, whatever number its file has in the list. A client may choose among those of an
+/// address.
+TEST(GpuLines, AreOfOneUnitAndFile) {
+    struct HighestLine final : ISourceLocationChooser {
+        status_t choose(SymMgrObjectPtr<ISourceLocation>& out,
+                        IIterator<SymMgrObjectPtr<ISourceLocation>>& candidates) override {
+            for (auto place = candidates.current(); place; place = candidates.current()) {
+                out = !out || place->line() > out->line() ? place : out;
+                candidates.next();
+            }
+            return status_Ok;
+        }
+    };
+    Program const program(
+        64, rlnFile("files a.h unknown.cl\nkernels k\nrecord 0\n0 3 0 1\n32 4 0 1\n16 5 0 1\n48 6 0 1\n"));
+    auto const loader = binaryLoader(program.binary, arch_VexRln1);
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>> candidates;
+    ASSERT_EQ(loader->symbolFiles(candidates), status_Ok);
+    EXPECT_EQ(candidates->current()->validateSymbolFile(program.beside.c_str()), 0);
+    SymMgrObjectPtr<IDebugInfoLoader> debugInfo;
+    loader->debugInfoLoader(debugInfo, 0, 0);
+    ISrcLineResolver* const resolver = debugInfo->srcLineResolver(nullptr, nullptr);
+    auto const linesOf = [&](unsigned long long unit, unsigned int file, unsigned long long start,
+                             unsigned long long end) {
+        LineIterator lines;
+        EXPECT_EQ(resolver->sourceLines(lines, unit, file, start, end, nullptr), status_Ok);
+        std::string text;
+        forEach(lines, [&](ISourceLine& line) { text += number(line.location()->line()); });
+        return text;
+    };
+    EXPECT_EQ(linesOf(0, 0, 0, 64), "3546");
+    EXPECT_EQ(linesOf(1, ~0U, 0, 64), "");
+    EXPECT_EQ(linesOf(~0ULL, 1, 0, 64), "");
+    EXPECT_EQ(linesOf(0, 0, 40, 40).find_first_not_of("345"), std::string::npos);
+    EXPECT_EQ(linesOf(1, 0, 40, 40) + linesOf(0, 1, 40, 40), "");
+    SymMgrObjectPtr<ISourceLocation> first;
+    SymMgrObjectPtr<ISourceLocation> chosen;
+    HighestLine highest;
+    resolver->sourceLocationByAddress(first, 40, ~0ULL, nullptr, nullptr);
+    EXPECT_EQ(resolver->sourceLocationByAddress(chosen, 40, ~0ULL, nullptr, &highest), status_Ok);
+    ASSERT_TRUE(first && chosen);
+    EXPECT_EQ(first->line() * 10 + chosen->line(), 45U);
+    // A frame at an address beyond all symbols may have a line alone.
+    Bank const bank = program.bank(arch_VexRln1);
+    unsigned long long const addresses[] = {8, 64};
+    SymMgrObjectPtr<IFrames> frames;
+    for (unsigned int const options : {unsigned{frames_Everything}, unsigned{frames_NoFunctions}}) {
+        ASSERT_EQ(framesByAddresses(frames, *bank, addresses, 2, options), status_Ok);
+        ASSERT_TRUE(frames->at(0) != nullptr && frames->at(1) != nullptr) << options;
+        EXPECT_EQ(frames->at(0)->line * 10 + frames->at(1)->line, 36U) << options;
+        EXPECT_EQ(frames->at(0)->file, nullptr) << options;
+        EXPECT_EQ(frames->at(1)->function, nullptr) << options;
+    }
+}
+
+/// Neither kinds nor wishes for addresses keep a kernel's one symbol away.
+TEST(GpuSymbol, ComesWhateverIsAskedFor) {
+    Program const program(64, rlnFile(k_rln));
+    Bank const bank = program.bank(arch_VexRln1);
+    bank->prefetcher()->putPseudoAddress(5000);
+    EXPECT_EQ(symbolsOf(*bank), ".dbginfo_vex[0,64) .code_vex[0,64)");
+    auto const loader = binaryLoader(program.binary, arch_VexRln1);
+    SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISymbolFileToResolve>>> candidates;
+    SymMgrObjectPtr<IDebugInfoLoader> debugInfo;
+    loader->symbolFiles(candidates);
+    loader->debugInfoLoader(debugInfo, 0, 0);
+    SymMgrObjectPtr<ISymbolTable> const table = ISymbolTable::create(nullptr);
+    EXPECT_EQ(loader->loadSymbols(table.get(), nullptr, symbol_kind_Function), status_Ok);
+    EXPECT_EQ(debugInfo->loadSymbols(table.get(), nullptr, 0, nullptr), status_Ok);
+    RangeIterator ranges;
+    table->symbolRanges(ranges, 0, ~0ULL, k_allKinds);
+    std::string names;
+    forEach(ranges, [&](ISymbolRange& range) {
+        names += range.symbol()->name();
+        SymMgrObjectPtr<ISourceLine> line;
+        EXPECT_EQ(range.symbol()->sourceLine(line), status_False); // nobody to ask for lines
+    });
+    EXPECT_EQ(names, ".code_vex.dbginfo_vex"); // in the order that they came
+}
+
 /// More than any memory is asked for.
 TEST(GpuLines, AreNotReadFromAFileWithoutBound) {
     Program const program(16, rlnFile(k_rln));
@@ -411,6 +491,10 @@ TEST(ProgramFile, TellsItsKernelsAndWhatBecomesOfTheirLines) {
     ASSERT_EQ(IProgramFile::create(file, program.beside.c_str(), arch_VexQdc1), status_Ok);
     kernel_lines_t lines = kernel_lines_Read;
     EXPECT_EQ(file->kernelLines(nullptr, lines), status_InvalidArg);
+    Program const rln(16, rlnFile(k_rln));
+    ASSERT_EQ(IProgramFile::create(file, rln.beside.c_str(), arch_VexRln1), status_Ok);
+    EXPECT_EQ(file->kernelLines("", lines), status_Ok);
+    EXPECT_EQ(lines, kernel_lines_NoKernel);
 }
 
 /// The same by each way to a line, and nothing once the bank is gone.
@@ -425,6 +509,7 @@ TEST(GpuSymbol, HasThePlaceOfItsFirstInstruction) {
     SymMgrObjectPtr<ISourceLocation> const first(line->location());
     EXPECT_EQ(first->line(), 3U);
     EXPECT_EQ(startOf(*line), 0U);
+    EXPECT_EQ(line->size(), 0U);
     ASSERT_EQ(symbol->sourceLine(line), status_Ok);
     EXPECT_EQ(line->location(), first.get()); // looked up once
     LineIterator lines;
