@@ -81,7 +81,7 @@ std::string rowsOf(IModuleSymbolBank& bank, unsigned long long size) {
 }
 
 constexpr char k_rln[] =
-    "files foo.h unknown.cl\nkernels k m\nrecord 0\n0 3 7 1\n16 1 1 0\n32 5 2 1\nrecord 1\n0 9 9 1\n";
+    "dirs /src /inc\nfiles foo.h unknown.cl\nkernels k m\nrecord 0\n0 3 7 1\n16 1 1 0\n32 5 2 1\nrecord 1\n0 9 9 1\n";
 
 } // namespace
 
