@@ -15,17 +15,13 @@ constexpr std::uint64_t k_headerSize = 28;
 constexpr std::uint64_t k_kernelHeaderSize = 12;
 
 /// Reads the header of a program file; false for a file of another kind.
-bool readHeader(IBuffer* data, std::uint32_t& numberOfKernels) {
+bool readHeader(IBuffer* data, VexHeader& out) {
     ByteCursor cursor = cursorOver(data);
     std::uint32_t signature = 0;
-    std::uint32_t formatVersion = 0;
     std::uint32_t totalSize = 0;
-    std::uint32_t limitA = 0;
-    std::uint32_t limitB = 0;
-    std::uint32_t powerOfTwoField = 0;
-    return readFields(cursor, signature, formatVersion, totalSize, limitA, limitB, powerOfTwoField, numberOfKernels) &&
-           formatVersion >= k_leastVexFormatVersion && isVexLimit(limitA) && isVexLimit(limitB) &&
-           isVexPowerOfTwo(powerOfTwoField) && isVexLimit(numberOfKernels);
+    return readFields(cursor, signature, out.formatVersion, totalSize, out.limitA, out.limitB, out.powerOfTwoField,
+                      out.numberOfKernels) &&
+           out.isWithinBounds();
 }
 
 /// In 32 bits by design: no name at all takes no room.
@@ -55,11 +51,11 @@ status_t VexQdcDebugInfoParser::parse() {
     std::uint64_t const size = m_debugInfo->size();
     if (!ORV_ASSERT(k_headerSize <= size, "(ptr - m_debugInfo->data()) + sizeof(SProgramDebugDataHeaderQDC) <= "
                                           "m_debugInfo->size()") ||
-        !readHeader(m_debugInfo.get(), m_kernelCount)) {
+        !readHeader(m_debugInfo.get(), m_header)) {
         return status_BadFileFormat;
     }
     std::uint64_t next = k_headerSize;
-    for (std::uint32_t i = 0; i < m_kernelCount; ++i) {
+    for (std::uint32_t i = 0; i < m_header.numberOfKernels; ++i) {
         Record record{};
         bool const isWhole =
             ORV_ASSERT(readRecord(next, record),
@@ -210,8 +206,8 @@ namespace qdc_utils {
 std::uint64_t headerSize() { return k_headerSize; }
 
 bool canParse(IBuffer* data) {
-    std::uint32_t numberOfKernels = 0;
-    return readHeader(data, numberOfKernels);
+    VexHeader header;
+    return readHeader(data, header);
 }
 
 void createQdcParser(SymMgrObjectPtr<IVexDebugInfoParser>& out, IBuffer* data, char const* fileName) {

@@ -23,7 +23,7 @@ public:
     /// To be called once, before anything else. status_Ok; status_Fail for null; status_BadFileFormat.
     status_t parse();
 
-    unsigned int kernelCount() override { return m_kernelCount; }
+    unsigned int kernelCount() override { return m_header.numberOfKernels; }
     status_t kernelNames(std::vector<std::string>& out) override;
     status_t sourceFiles(std::string const& kernelName, std::vector<std::string>& out) override;
     /// status_Fail also for lists of lines that can't be joined.
@@ -52,7 +52,7 @@ private:
 
     SymMgrObjectPtr<IBuffer> m_debugInfo;
     std::string m_fileName;
-    std::uint32_t m_kernelCount = 0;
+    VexHeader m_header;
     std::map<std::string, std::uint64_t> m_kernels; ///< Where the record stands. Of one name the last.
     std::vector<std::string> m_files;               ///< Of the image whose lines were asked for last.
     std::uint64_t m_filesOf = 0;                    ///< Where it stands; 0 for none.

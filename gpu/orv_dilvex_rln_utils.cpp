@@ -26,15 +26,10 @@ std::uint64_t sizeOf(IBuffer& data) { return data.size(); }
 bool RlnHeader::read(IBuffer* data) {
     ByteCursor cursor = cursorOver(data);
     std::uint32_t signature = 0;
-    std::uint32_t formatVersion = 0;
     std::uint32_t reserved = 0;
-    std::uint32_t limitA = 0;
-    std::uint32_t limitB = 0;
-    std::uint32_t powerOfTwoField = 0;
     return readFields(cursor, signature, formatVersion, reserved, stringTableSize, reserved, fileTableBlockSize, limitA,
                       limitB, powerOfTwoField, numberOfKernels, kernelDataCount) &&
-           formatVersion >= k_leastVexFormatVersion && isVexLimit(limitA) && isVexLimit(limitB) &&
-           isVexPowerOfTwo(powerOfTwoField) && isVexLimit(numberOfKernels) && kernelDataCount <= numberOfKernels;
+           isWithinBounds() && kernelDataCount <= numberOfKernels;
 }
 
 /// By the place of its last byte, as all tests of this format: a record may end one byte behind the data.

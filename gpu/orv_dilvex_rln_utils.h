@@ -14,10 +14,9 @@
 namespace ORV_3_30 {
 
 /// The fields of a program file's header that say something.
-struct RlnHeader {
+struct RlnHeader : VexHeader {
     std::uint32_t stringTableSize = 0;
     std::uint32_t fileTableBlockSize = 0;
-    std::uint32_t numberOfKernels = 0;
     std::uint32_t kernelDataCount = 0;
 
     /// False for a file of another kind; null is none.

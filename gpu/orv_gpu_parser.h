@@ -35,19 +35,29 @@ public:
     /// status_InvalidArg for a name that no kernel can have; what kept an image from being read.
     virtual status_t lineInfo(std::string const& kernelName, std::vector<VexLineEntry>& out) = 0;
     /// The first of the source files whose name holds the text. What sourceFiles returns; status_False if there is
-    /// none. Names are not copied: there may be one a byte.
+    /// none. A reader that has names in place looks at them there: there may be one a byte.
     virtual status_t findSourceFile(std::string const& kernelName, char const* text, std::uint32_t& fileId) = 0;
 
 protected:
     ~IVexDebugInfoParser() = default;
 };
 
-// Bounds of both formats' headers, by which alone a file is told to be one.
-constexpr std::uint32_t k_leastVexFormatVersion = 1020;
-constexpr std::uint32_t k_mostVexLimit = 1024;
+/// The fields that the headers of both formats have, by whose bounds alone a file is told to be one.
+struct VexHeader {
+    std::uint32_t formatVersion = 0;
+    std::uint32_t limitA = 0;
+    std::uint32_t limitB = 0;
+    std::uint32_t powerOfTwoField = 0;
+    std::uint32_t numberOfKernels = 0;
 
-inline bool isVexLimit(std::uint32_t value) { return value <= k_mostVexLimit; }
-inline bool isVexPowerOfTwo(std::uint32_t value) { return isVexLimit(value) && (value & (value - 1)) == 0; }
+    bool isWithinBounds() const {
+        constexpr std::uint32_t k_leastFormatVersion = 1020;
+        constexpr std::uint32_t k_mostLimit = 1024;
+        bool const isPowerOfTwo = (powerOfTwoField & (powerOfTwoField - 1)) == 0; // or 0
+        return formatVersion >= k_leastFormatVersion && limitA <= k_mostLimit && limitB <= k_mostLimit &&
+               powerOfTwoField <= k_mostLimit && isPowerOfTwo && numberOfKernels <= k_mostLimit;
+    }
+};
 
 /// Reads one field after the other; false if they are not all there.
 template <typename... Fields> bool readFields(ByteCursor& cursor, Fields&... fields) {

@@ -24,17 +24,9 @@ std::string kernelsOf(std::string const& bytes) {
     return parser && parser->kernelNames(names) == status_Ok ? textOf(names) : "refused";
 }
 
-struct Answer {
-    status_t status;
-    std::string lines;
-    Said said;
-};
+using Answer = LinesAnswer;
 Answer linesOf(std::string const& bytes, std::string const& kernel = "k") {
-    Parser const parser = parserOf(bytes);
-    LogCapture const log(log4cplus::WARN_LOG_LEVEL);
-    std::vector<VexLineEntry> lines;
-    status_t const status = parser->lineInfo(kernel, lines);
-    return {status, textOf(lines), saidIn(log)};
+    return askForLines([&] { return parserOf(bytes); }, kernel);
 }
 
 struct MapAnswer {

@@ -24,21 +24,9 @@ Parser parserOf(std::string const& bytes) {
     return parser;
 }
 
-struct Answer {
-    status_t status = status_NotInitialized; ///< Unless there is a parser.
-    std::string lines;
-    std::vector<std::string> said;
-};
+using Answer = LinesAnswer;
 Answer linesOf(std::string const& bytes, std::string const& kernel) {
-    LogCapture const log(log4cplus::WARN_LOG_LEVEL);
-    Answer answer;
-    std::vector<VexLineEntry> lines;
-    if (Parser const parser = parserOf(bytes)) {
-        answer.status = parser->lineInfo(kernel, lines);
-    }
-    answer.lines = textOf(lines);
-    answer.said = saidIn(log);
-    return answer;
+    return askForLines([&] { return parserOf(bytes); }, kernel);
 }
 
 constexpr char k_boundOfStrings[] = "(size_t)((uint8_t*)strings - (uint8_t*)m_header) <= m_debugInfo->size()";

@@ -193,4 +193,22 @@ inline std::string textOf(std::vector<std::string> const& names) {
     return text.substr(0, text.size() - (text.empty() ? 0 : 1));
 }
 
+struct LinesAnswer {
+    status_t status = status_NotInitialized; ///< Where there is no reader.
+    std::string lines;
+    std::vector<std::string> said;
+};
+/// What a reader gives of a kernel, and what it and its making say. open: makes it; null for a file that is refused.
+template <typename Open> LinesAnswer askForLines(Open const& open, std::string const& kernel) {
+    LogCapture const log(log4cplus::WARN_LOG_LEVEL);
+    LinesAnswer answer;
+    std::vector<VexLineEntry> lines;
+    if (SymMgrObjectPtr<IVexDebugInfoParser> const parser = open()) {
+        answer.status = parser->lineInfo(kernel, lines);
+    }
+    answer.lines = textOf(lines);
+    answer.said = saidIn(log);
+    return answer;
+}
+
 } // namespace orv_test

@@ -78,8 +78,7 @@ char const* whyNoLines(kernel_lines_t lines) {
         return "has lines of files alone: those of a source that was compiled from memory are kept, and no others";
     case kernel_lines_Interleaved:
         return "has lines that are interleaved, as where those of a header lie between, and such a table is not read: "
-               "put "
-               "what the kernel includes into its source";
+               "put what the kernel includes into its source";
     case kernel_lines_Damaged:
         return "has lines that are damaged, or none, or --arch names the wrong family: its symbol answers";
     default: return "";
