@@ -3,6 +3,7 @@
 """Our answers beside those of llvm-symbolizer and addr2line, over every function of a module.
 
     orv_compare.py MODULE            agreement, and the first differences
+    orv_compare.py --reading classic MODULE
     orv_compare.py --speed MODULE    time and memory of one address and of many, side by side
 
 Every instruction of the functions that our debug information has at unit level is asked for, and of all others the
@@ -140,6 +141,12 @@ def same_line(a, b):
     return a[1] == b[1] and same_file(a[0], b[0])
 
 
+def same_name(mine, theirs):
+    """Without a linkage name theirs is the plain one, and ours says what it stands in."""
+    mine, theirs = (name if "<" in name or "(" in name else name.split(".")[0] for name in (mine, theirs))
+    return mine == theirs or (not mine.startswith("_Z") and mine.endswith("::" + theirs))
+
+
 class Comparison:
     def __init__(self, module, found, addresses):
         self.module = module
@@ -158,7 +165,7 @@ class Comparison:
     def is_same_chain(self, i):
         """The same calls; the outermost function and the innermost line are compared by themselves."""
         mine, theirs = self.ours[i], self.llvm[i]
-        names = all(a[0].split(".")[0] == b[0].split(".")[0] for a, b in zip(mine[:-1], theirs[:-1]))
+        names = all(same_name(a[0], b[0]) for a, b in zip(mine[:-1], theirs[:-1]))
         return len(mine) == len(theirs) and names and all(same_line(a[1], b[1]) for a, b in zip(mine[1:], theirs[1:]))
 
     def count_chain(self, agreed, i):
@@ -180,7 +187,7 @@ class Comparison:
             theirs, their_line = self.llvm[i][-1][0], self.llvm[i][0][1]
             if function == theirs or self.is_same_function(i):
                 agreed["function"] += 1
-            elif function.split(".")[0] == theirs.split(".")[0]:
+            elif same_name(function, theirs):
                 agreed["function"] += 1
                 agreed["clones"] += 1
             elif function == theirs.rstrip("_") or theirs == "MAIN__":
@@ -315,10 +322,13 @@ def speed(module):
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--speed", action="store_true", help="measure in place of comparing")
+    parser.add_argument("--reading", choices=("classic", "modern"), help="which of orv's readings (default: its own)")
     parser.add_argument("--show", type=int, default=10, help="how many differences of each kind to print")
     parser.add_argument("--require", type=float, default=0, help="fail if less than so many per cent agree")
     parser.add_argument("modules", nargs="+", metavar="MODULE")
     options = parser.parse_args()
+    if options.reading:
+        os.environ["ORV_READING"] = options.reading
     failed = False
     for module in options.modules:
         if options.speed:

@@ -2,9 +2,9 @@
 # SPDX-FileCopyrightText: The ORV authors
 """Builds the programs that the benchmarks ask about: template-heavy C++ in as many units as are wanted.
 
-    orv_programs.py FOLDER COMPILER UNITS [COPIES]
+    orv_programs.py FOLDER COMPILER UNITS [COPIES [VERSION]]
 
-Prints the path of the program. Each unit instantiates containers and algorithms over types of its own,
+Prints the path of the program. VERSION is that of DWARF. Each unit instantiates containers and algorithms over types of its own,
 so that units have little in common but the library's headers. COPIES links that many variants of every
 unit, for programs of one kind that differ in size alone. What has been built is not built again.
 """
@@ -72,10 +72,11 @@ def one_unit(folder):
     return source
 
 
-def build(folder, compiler, units, copies):
+def build(folder, compiler, units, copies, version=4):
     folder = pathlib.Path(folder)
     folder.mkdir(parents=True, exist_ok=True)
-    program = folder / f"program-{pathlib.Path(compiler).name}-{units}-{copies}"
+    kind = f"{pathlib.Path(compiler).name}{version}"
+    program = folder / f"program-{kind}-{units}-{copies}"
     if program.exists():
         return program
     numbers = range(units * copies)
@@ -85,10 +86,10 @@ def build(folder, compiler, units, copies):
 
     def compile_unit(name, text):
         source = folder / f"{name}.cpp"
-        object_file = folder / f"{name}-{pathlib.Path(compiler).name}.o"
+        object_file = folder / f"{name}-{kind}.o"
         if not object_file.exists():
             source.write_text(text)
-            subprocess.run([compiler, "-std=c++17", "-O2", "-gdwarf-4", "-c", source, "-o", object_file], check=True)
+            subprocess.run([compiler, "-std=c++17", "-O2", f"-gdwarf-{version}", "-c", source, "-o", object_file], check=True)
         return object_file
 
     work = [(f"unit_{n}", UNIT.replace("@N@", str(n))) for n in numbers] + [(f"main_{len(numbers)}", main)]
@@ -99,4 +100,4 @@ def build(folder, compiler, units, copies):
 
 
 if __name__ == "__main__":
-    print(build(sys.argv[1], sys.argv[2], int(sys.argv[3]), int(sys.argv[4]) if len(sys.argv) > 4 else 1))
+    print(build(*sys.argv[1:3], *(int(word) for word in sys.argv[3:])))

@@ -29,10 +29,10 @@ bool hasSection(IFileFormatHelper& helper, unsigned int role) {
 } // namespace
 
 DWARFDebugInfoLoader::DWARFDebugInfoLoader(IFileFormatLoader* loader, std::string symFileName,
-                                           IFileFormatHelper* helper, unsigned long long loadBias)
+                                           IFileFormatHelper* helper, unsigned long long loadBias, reading_t reading)
     : DebugInfoLoader(loader), m_symFileName(std::move(symFileName)), m_fileFormatHelper(helper),
-      m_reader(*helper, loader, loadBias), m_hasDebugInfo(hasSection(*helper, section_role_DebugInfo)),
-      m_symbolsEnabled(areSymbolsEnabled()) {}
+      m_reader(*helper, loader, loadBias, reading), m_moduleNames(dynamic_cast<FileFormatLoader*>(loader)),
+      m_hasDebugInfo(hasSection(*helper, section_role_DebugInfo)), m_symbolsEnabled(areSymbolsEnabled()) {}
 
 ISrcLineResolver* DWARFDebugInfoLoader::srcLineResolver(Scope* scope, ILock* /*lock*/) {
     if (!m_lineResolver) {

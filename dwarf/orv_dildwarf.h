@@ -26,7 +26,7 @@ class DWARFDebugInfoLoader final : public DebugInfoLoader, public IScopeMaker {
 public:
     /// loadBias: what is added to an address of the symbol file to get one of the module.
     DWARFDebugInfoLoader(IFileFormatLoader* loader, std::string symFileName, IFileFormatHelper* helper,
-                         unsigned long long loadBias);
+                         unsigned long long loadBias, reading_t reading);
 
     char const* symFileName() override { return m_symFileName.c_str(); }
     unsigned int symFileFormat() override { return 1; }
@@ -62,6 +62,10 @@ public:
     status_t lineStatus() const { return m_lineStatus; }
     void setLineStatus(status_t status) { m_lineStatus = status; }
 
+    /// What the module's symbol table calls a stretch; null if it has none.
+    char const* symbolNameOf(unsigned long long start, unsigned long long end, char const* own) {
+        return m_moduleNames != nullptr ? m_moduleNames->symbolNameOf(start, end, own) : nullptr;
+    }
     /// What the load that is on may search. Under the load lock.
     Budget& search() { return m_search; }
     /// Where a load begins.
@@ -99,8 +103,9 @@ private:
     std::string m_symFileName;
     SymMgrObjectPtr<IFileFormatHelper> m_fileFormatHelper;
     DwarfReader m_reader;
-    bool m_hasDebugInfo;   ///< The section is there, whether or not it was read.
-    bool m_symbolsEnabled; ///< From the environment.
+    FileFormatLoader* m_moduleNames; ///< Null for a module that a client has implemented.
+    bool m_hasDebugInfo;             ///< The section is there, whether or not it was read.
+    bool m_symbolsEnabled;           ///< From the environment.
     status_t m_status = status_Ok;
     std::atomic<status_t> m_lineStatus{status_NotInitialized};
     Budget m_search{"texts, types and origins"};

@@ -53,16 +53,18 @@ void AbbrevTable::readSpecs(DwarfWalker& walker, FormContext const& context, Abb
         if (attr == 0) {
             break; // whatever the form is
         }
+        bool const hasConstant = form == DW_FORM_implicit_const && context.tables != nullptr;
+        std::int64_t const constant = hasConstant ? walker.signedLeb() : 0;
         auto const kept = saturated<std::uint32_t>(attr);
         auto const keptForm = static_cast<std::uint16_t>(form <= 0xFFFF ? form : 0);
-        m_specs.push_back({kept, keptForm});
+        m_specs.push_back({kept, keptForm, constant});
     }
     makeSteps(context, entry);
 }
 
 void AbbrevTable::makeSteps(FormContext const& context, AbbrevEntry& entry) {
     entry.firstStep = static_cast<std::uint32_t>(m_steps.size());
-    std::uint32_t seen = 0; // by slot: of two attributes with one code the first stands
+    std::uint64_t seen = 0; // by slot: of two attributes with one code the first stands
     std::uint32_t pending = 0;
     bool hasList = false;
     for (AbbrevSpec const& spec : m_specs) {
@@ -71,23 +73,31 @@ void AbbrevTable::makeSteps(FormContext const& context, AbbrevEntry& entry) {
             entry.siblingAt = entry.skipSize;
             entry.siblingForm = spec.form;
         }
-        bool const isNoBlock =
-            spec.form == DW_FORM_sec_offset || spec.form == DW_FORM_data4 || spec.form == DW_FORM_data8;
+        bool const isNoBlock = spec.form == DW_FORM_sec_offset || spec.form == DW_FORM_data4 ||
+                               spec.form == DW_FORM_data8 ||
+                               (spec.form == DW_FORM_loclistx && context.tables != nullptr);
         bool const isOrigin = spec.attr == DW_AT_abstract_origin || spec.attr == DW_AT_specification;
         hasList |= spec.attr == DW_AT_location && isNoBlock;
         entry.mayBeStatic |= isOrigin || (spec.attr == DW_AT_location && !isNoBlock);
+        entry.tellsPlace |= spec.attr == DW_AT_low_pc || spec.attr == DW_AT_high_pc || spec.attr == DW_AT_ranges;
+        entry.isDeclaration |= spec.attr == DW_AT_declaration;
         bool const isFixed = entry.skipSize != AbbrevEntry::k_variable && size != k_variableSize;
         entry.skipSize = isFixed ? entry.skipSize + size : AbbrevEntry::k_variable;
         std::uint8_t slot = DieAttributes::slotOf(spec.attr);
-        if ((seen & std::uint32_t{1} << slot) != 0) {
+        if ((seen & std::uint64_t{1} << slot) != 0) {
             slot = DieAttributes::slot_None;
         }
         if (slot == DieAttributes::slot_None && size != k_variableSize) {
             pending += size;
             continue;
         }
-        seen |= slot != DieAttributes::slot_None ? std::uint32_t{1} << slot : 0;
-        m_steps.push_back({pending, spec.form, slot});
+        seen |= slot != DieAttributes::slot_None ? std::uint64_t{1} << slot : 0;
+        std::uint32_t constant = 0;
+        if (spec.form == DW_FORM_implicit_const) {
+            constant = static_cast<std::uint32_t>(m_constants.size());
+            m_constants.push_back(static_cast<std::uint64_t>(spec.constant));
+        }
+        m_steps.push_back({pending, spec.form, slot, constant});
         pending = 0;
     }
     entry.mayBeStatic = entry.mayBeStatic && !hasList; // it has a location, of the wrong form

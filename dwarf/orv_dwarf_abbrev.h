@@ -20,6 +20,7 @@ namespace ORV_3_30 {
 struct AbbrevSpec {
     std::uint32_t attr;
     std::uint16_t form;
+    std::int64_t constant; ///< Of DW_FORM_implicit_const.
 };
 
 /// One step in reading an entry for the attributes that matter. Others of fixed size are passed over
@@ -28,7 +29,8 @@ struct AbbrevSpec {
 struct AbbrevStep {
     std::uint32_t skipBefore;
     std::uint16_t form;
-    std::uint8_t slot; ///< Where DieAttributes keeps it; 0 for nowhere.
+    std::uint8_t slot;      ///< Where DieAttributes keeps it; 0 for nowhere.
+    std::uint32_t constant; ///< The number of the value that stands here in place of the entry.
 };
 
 /// One abbreviation.
@@ -45,6 +47,8 @@ struct AbbrevEntry {
     std::uint16_t siblingForm; ///< 0 without one.
     /// DW_AT_location can be a block, as that of a variable with one address is, or may stand in an origin.
     bool mayBeStatic;
+    bool tellsPlace;    ///< It has a low or a high address, or ranges.
+    bool isDeclaration; ///< It says so.
 };
 
 /// The abbreviations of a unit, by code. Units whose tables are the same share one.
@@ -58,6 +62,7 @@ public:
         std::uint32_t const index = m_abbrevsMap.find(code);
         return index != 0 ? &m_entries[index - 1] : nullptr;
     }
+    std::uint64_t constant(AbbrevStep const& step) const { return m_constants[step.constant]; }
     AbbrevStep const* steps(AbbrevEntry const& entry) const { return m_steps.data() + entry.firstStep; }
 
 private:
@@ -68,6 +73,7 @@ private:
     std::vector<AbbrevEntry> m_entries;
     std::vector<AbbrevSpec> m_specs; ///< Of the entry that is being read.
     std::vector<AbbrevStep> m_steps;
+    std::vector<std::uint64_t> m_constants;
 };
 
 /// All tables of a file. Lives as long as the reader.

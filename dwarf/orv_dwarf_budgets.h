@@ -16,9 +16,10 @@ namespace ORV_3_30 {
 struct DwarfBudgets {
     Budget lineBytes{"line programs"};
     Budget lineHeaderBytes{"headers of line programs"};
-    Budget rangePairs{"ranges"};        ///< Filled again for each load.
-    Budget textBytes{"texts"};          ///< That are made of those in the sections.
-    Budget treeNodes{"inline trees"};   ///< Kept: what goes comes back.
+    Budget rangePairs{"ranges"};      ///< Filled again for each load.
+    Budget textBytes{"texts"};        ///< That are made of those in the sections.
+    Budget treeNodes{"inline trees"}; ///< Kept: what goes comes back.
+    Budget containers{"namespaces and classes"};
     Budget origins{"origins"};          ///< Each is read once.
     Budget options{"texts of options"}; ///< Searched, those in functions too. Filled again for each load.
     Budget members{"members"};          ///< Kept; many variables may share a type. Filled again for each load.
@@ -35,11 +36,13 @@ struct DwarfBudgets {
         constexpr std::uint64_t k_lineRereads = 24; // a merge at link time leaves that many units on one program
         constexpr std::uint64_t k_headerRereads = 256;
         constexpr std::uint64_t k_textsMade = 8;
+        constexpr std::uint64_t k_leastContainer = 4; // with what stands in it
         m_sizes = sizes;
         lineBytes.refill(std::max(k_least, sizes.lines * k_lineRereads));
         lineHeaderBytes.refill(std::max(k_least, sizes.lines * k_headerRereads));
         textBytes.refill(k_leastTexts + texts() * k_textsMade);
         treeNodes.refill(k_least + sizes.info); // an entry takes two bytes, as a rule
+        containers.refill(k_least + sizes.info / k_leastContainer);
         origins.refill(searchBytes());
         refill();
     }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
-/// Numbers of the DWARF format (DWARF version 4, section 7) that the reader knows by name.
+/// Numbers of the DWARF format (DWARF version 5, section 7) that the reader knows by name.
 #pragma once
 
 namespace ORV_3_30 {
@@ -29,6 +29,9 @@ enum dwarf_tag_t : unsigned int {
     DW_TAG_variable = 0x34,
     DW_TAG_volatile_type = 0x35,
     DW_TAG_restrict_type = 0x37,
+    DW_TAG_interface_type = 0x38,
+    DW_TAG_namespace = 0x39,
+    DW_TAG_type_unit = 0x41,
     DW_TAG_mutable_type = 0x40,
     DW_TAG_rvalue_reference_type = 0x42,
     DW_TAG_unit_options = 0x7000 ///< A vendor's: the options that a part of a unit was compiled with.
@@ -53,6 +56,7 @@ enum dwarf_attribute_t : unsigned int {
     DW_AT_decl_column = 0x39,
     DW_AT_decl_file = 0x3A,
     DW_AT_decl_line = 0x3B,
+    DW_AT_declaration = 0x3C,
     DW_AT_external = 0x3F,
     DW_AT_frame_base = 0x40,
     DW_AT_specification = 0x47,
@@ -63,6 +67,10 @@ enum dwarf_attribute_t : unsigned int {
     DW_AT_call_file = 0x58,
     DW_AT_call_line = 0x59,
     DW_AT_linkage_name = 0x6E,
+    DW_AT_str_offsets_base = 0x72,
+    DW_AT_addr_base = 0x73,
+    DW_AT_rnglists_base = 0x74,
+    DW_AT_loclists_base = 0x8C,
     DW_AT_MIPS_linkage_name = 0x2007,
     DW_AT_GNU_discriminator = 0x2136,
     DW_AT_unit_options = 0x3B01 ///< A vendor's: option text.
@@ -93,7 +101,25 @@ enum dwarf_form_t : unsigned int {
     DW_FORM_sec_offset = 0x17,
     DW_FORM_exprloc = 0x18,
     DW_FORM_flag_present = 0x19,
+    DW_FORM_strx = 0x1A,
+    DW_FORM_addrx = 0x1B,
+    DW_FORM_ref_sup4 = 0x1C,
+    DW_FORM_strp_sup = 0x1D,
+    DW_FORM_data16 = 0x1E,
+    DW_FORM_line_strp = 0x1F,
     DW_FORM_ref_sig8 = 0x20,
+    DW_FORM_implicit_const = 0x21,
+    DW_FORM_loclistx = 0x22,
+    DW_FORM_rnglistx = 0x23,
+    DW_FORM_ref_sup8 = 0x24,
+    DW_FORM_strx1 = 0x25,
+    DW_FORM_strx2 = 0x26,
+    DW_FORM_strx3 = 0x27,
+    DW_FORM_strx4 = 0x28,
+    DW_FORM_addrx1 = 0x29,
+    DW_FORM_addrx2 = 0x2A,
+    DW_FORM_addrx3 = 0x2B,
+    DW_FORM_addrx4 = 0x2C,
     DW_FORM_GNU_addr_index = 0x1F01,
     DW_FORM_GNU_str_index = 0x1F02,
     DW_FORM_GNU_ref_alt = 0x1F20,
@@ -101,12 +127,55 @@ enum dwarf_form_t : unsigned int {
 };
 
 enum dwarf_language_t : unsigned int {
+    DW_LANG_C89 = 0x01,
     DW_LANG_C = 0x02,
     DW_LANG_Ada83 = 0x03,
     DW_LANG_C_plus_plus = 0x04,
     DW_LANG_Fortran77 = 0x07,
     DW_LANG_Fortran90 = 0x08,
-    DW_LANG_Fortran95 = 0x0E
+    DW_LANG_C99 = 0x0C,
+    DW_LANG_Ada95 = 0x0D,
+    DW_LANG_Fortran95 = 0x0E,
+    DW_LANG_C_plus_plus_03 = 0x19,
+    DW_LANG_C_plus_plus_11 = 0x1A,
+    DW_LANG_C11 = 0x1D,
+    DW_LANG_C_plus_plus_14 = 0x21,
+    DW_LANG_Fortran03 = 0x22,
+    DW_LANG_Fortran08 = 0x23,
+    DW_LANG_C_plus_plus_17 = 0x2A,
+    DW_LANG_C_plus_plus_20 = 0x2B,
+    DW_LANG_C17 = 0x2C,
+    DW_LANG_Fortran18 = 0x2D,
+    DW_LANG_Ada2005 = 0x2E,
+    DW_LANG_Ada2012 = 0x2F
+};
+
+enum dwarf_unit_type_t : unsigned int {
+    DW_UT_compile = 1,
+    DW_UT_type = 2,
+    DW_UT_partial = 3,
+    DW_UT_skeleton = 4,
+    DW_UT_split_compile = 5,
+    DW_UT_split_type = 6
+};
+
+enum dwarf_range_entry_t : unsigned int {
+    DW_RLE_end_of_list = 0,
+    DW_RLE_base_addressx = 1,
+    DW_RLE_startx_endx = 2,
+    DW_RLE_startx_length = 3,
+    DW_RLE_offset_pair = 4,
+    DW_RLE_base_address = 5,
+    DW_RLE_start_end = 6,
+    DW_RLE_start_length = 7
+};
+
+/// What a column of a line table's file list holds.
+enum dwarf_line_content_t : unsigned int {
+    DW_LNCT_path = 1,
+    DW_LNCT_directory_index = 2,
+    DW_LNCT_timestamp = 3,
+    DW_LNCT_size = 4
 };
 
 enum dwarf_operation_t : unsigned char {
@@ -119,7 +188,8 @@ enum dwarf_operation_t : unsigned char {
     DW_OP_breg6 = 0x76,
     DW_OP_breg7 = 0x77,
     DW_OP_fbreg = 0x91,
-    DW_OP_call_frame_cfa = 0x9C
+    DW_OP_call_frame_cfa = 0x9C,
+    DW_OP_addrx = 0xA1
 };
 
 enum dwarf_line_standard_t : unsigned int {

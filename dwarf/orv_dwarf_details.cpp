@@ -22,13 +22,14 @@ bool endsWith(std::string_view path, std::string_view name) {
 /// The file table of a unit, as the program and its header fill it.
 class UnitFiles final : public LineFiles {
 public:
-    UnitFiles(DwarfUnit const& unit, DWARFLineResolver& resolver, std::vector<int>& ids)
+    UnitFiles(DwarfUnit const& unit, DWARFLineResolver& resolver, UnitFileIds& ids)
         : m_unit(unit), m_resolver(resolver), m_ids(ids) {}
 
     void addDirectory(std::string_view directory) override { m_directories.push_back({directory, k_unknown}); }
     void addFile(LineFileEntry const& entry) override {
-        m_ids.push_back(m_resolver.addFileIn(directoryOf(entry), entry.name, entry.modificationTime, entry.length));
+        m_ids.add(m_resolver.addFileIn(directoryOf(entry), entry.name, entry.modificationTime, entry.length));
     }
+    void setFirstFile(unsigned int number) override { m_ids.setFirst(number); }
 
 private:
     static constexpr std::uint32_t k_unknown = ~std::uint32_t{0};
@@ -83,7 +84,7 @@ private:
 
     DwarfUnit const& m_unit;
     DWARFLineResolver& m_resolver;
-    std::vector<int>& m_ids;
+    UnitFileIds& m_ids;
     std::vector<Directory> m_directories;
     Budget& m_texts = m_unit.reader().budgets().textBytes;
     std::optional<std::string_view> m_parent;
@@ -93,7 +94,7 @@ private:
 /// Makes table entries of rows: an entry is the stretch from one row to the next.
 class Stretches {
 public:
-    Stretches(DwarfUnit const& unit, LineTable& table, IFileFormatHelper& helper, std::vector<int> const& ids,
+    Stretches(DwarfUnit const& unit, LineTable& table, IFileFormatHelper& helper, UnitFileIds const& ids,
               RangeFilter* filter)
         : m_unit(unit), m_table(table), m_helper(helper), m_ids(ids), m_filter(filter), m_bias(unit.forms().loadBias) {}
 
@@ -101,6 +102,7 @@ public:
         if (m_hasPrevious && row.address >= m_previous.address) {
             close(row.address);
         }
+        m_isDropped = m_hasPrevious ? m_isDropped : m_unit.isDropped(row.address + m_bias);
         m_hasPrevious = !row.endSequence;
         if (m_hasPrevious) {
             m_previous = static_cast<LineRow const&>(row);
@@ -114,13 +116,14 @@ private:
         if (m_filter != nullptr && !m_filter->holds(start, start + size)) {
             return;
         }
-        if (m_previous.file == 0 || m_previous.file > m_ids.size() || m_ids[m_previous.file - 1] < 0) {
+        int const file = m_ids.idOf(m_previous.file);
+        if (file < 0) {
             return;
         }
-        if (!m_helper.isLoadedAddress(m_previous.address)) {
+        if (m_isDropped || !m_helper.isLoadedAddress(m_previous.address)) {
             return;
         }
-        m_table.addLine(m_unit.header().offset, static_cast<unsigned int>(m_ids[m_previous.file - 1]),
+        m_table.addLine(m_unit.header().offset, static_cast<unsigned int>(file),
                         static_cast<unsigned int>(m_previous.line), static_cast<unsigned int>(m_previous.column), start,
                         size, m_previous.discriminator);
     }
@@ -128,11 +131,12 @@ private:
     DwarfUnit const& m_unit;
     LineTable& m_table;
     IFileFormatHelper& m_helper;
-    std::vector<int> const& m_ids;
+    UnitFileIds const& m_ids;
     RangeFilter* m_filter;
     std::uint64_t m_bias;
     LineRow m_previous;
     bool m_hasPrevious = false;
+    bool m_isDropped = false; ///< The sequence, as its first row shows.
 };
 
 } // namespace
@@ -176,15 +180,15 @@ ISourceFile* DWARFCompilationUnit::mainSourceFile() {
     }
     runLineProgram(nullptr);
     std::string_view const name = m_entries.name();
-    for (int const id : m_sourceFileIds) {
+    for (int const id : m_sourceFileIds.all()) {
         ISourceFile* const file = resolver->sourceFileById(static_cast<unsigned int>(id));
         if (file != nullptr && !name.empty() && endsWith(file->path(), name)) {
             m_mainFile = file;
             return m_mainFile;
         }
     }
-    if (!m_sourceFileIds.empty()) {
-        m_mainFile = resolver->sourceFileById(static_cast<unsigned int>(m_sourceFileIds.front()));
+    if (!m_sourceFileIds.all().empty()) {
+        m_mainFile = resolver->sourceFileById(static_cast<unsigned int>(m_sourceFileIds.all().front()));
     }
     return m_mainFile;
 }

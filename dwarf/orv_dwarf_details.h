@@ -17,6 +17,23 @@ namespace ORV_3_30 {
 class DWARFDebugInfoLoader;
 class DWARFLineResolver;
 
+/// Source files by the numbers that a unit's file table gives them.
+class UnitFileIds {
+public:
+    void setFirst(unsigned int number) { m_first = number; }
+    void add(int id) { m_ids.push_back(id); }
+    void clear() { m_ids.clear(); }
+    /// -1 for a number that no file has, and for a file without a name.
+    int idOf(std::uint64_t number) const {
+        return number >= m_first && number - m_first < m_ids.size() ? m_ids[number - m_first] : -1;
+    }
+    std::vector<int> const& all() const { return m_ids; } ///< In the table's order.
+
+private:
+    unsigned int m_first = 1;
+    std::vector<int> m_ids;
+};
+
 /// Lives as long as its loader. The files and the state of the line program are guarded by the line resolver's run
 /// lock.
 class DWARFCompilationUnit final : public ICompUnitDetails, public SymMgrObjectImpl {
@@ -51,8 +68,7 @@ public:
     /// Runs the line program, once; later calls give the first one's status. One that found no memory leaves nothing,
     /// and is run again. Without a filter all its rows are taken. To be called under the resolver's run lock.
     status_t runLineProgram(RangeFilter* filter);
-    /// Ids of the source files, in the order of the unit's file table: file number n stands at n - 1.
-    std::vector<int> const& sourceFileIds() const { return m_sourceFileIds; }
+    UnitFileIds const& sourceFileIds() const { return m_sourceFileIds; }
 
 private:
     status_t runLineProgramOnce(DWARFLineResolver& resolver, RangeFilter* filter);
@@ -62,7 +78,7 @@ private:
     std::atomic<char const*> m_compileOptions{nullptr};
     std::forward_list<std::string> m_mergedOptions; ///< With those of parts. Earlier texts stay, for who holds them.
     ISourceFile* m_mainFile = nullptr;
-    std::vector<int> m_sourceFileIds;
+    UnitFileIds m_sourceFileIds;
     status_t m_lineStatus = status_NotInitialized;
 };
 

@@ -49,12 +49,31 @@ constexpr SlotOfAttribute k_slots[] = {
     {DieAttributes::slot_CallFile, DW_AT_call_file},
     {DieAttributes::slot_CallLine, DW_AT_call_line},
     {DieAttributes::slot_LinkageName, DW_AT_linkage_name},
+    {DieAttributes::slot_StrOffsetsBase, DW_AT_str_offsets_base},
+    {DieAttributes::slot_AddrBase, DW_AT_addr_base},
+    {DieAttributes::slot_RnglistsBase, DW_AT_rnglists_base},
+    {DieAttributes::slot_LoclistsBase, DW_AT_loclists_base},
     {DieAttributes::slot_VendorLinkageName, DW_AT_MIPS_linkage_name},
     {DieAttributes::slot_Discriminator, DW_AT_GNU_discriminator},
     {DieAttributes::slot_Options, DW_AT_unit_options},
 };
 
 } // namespace
+
+bool isStaticLocation(AttrValue const& location, FormContext const& forms, std::uint64_t& address) {
+    bool const isBlock = location.form == DW_FORM_block || location.form == DW_FORM_exprloc;
+    if (!isBlock || location.value == 0) {
+        return false;
+    }
+    DwarfWalker operand(location.data + 1, location.value - 1, forms.addrSize);
+    if (location.data[0] == DW_OP_addrx && forms.tables != nullptr) {
+        address = forms.addressAt(operand.unsignedLeb());
+        return true;
+    }
+    bool const isStatic = location.data[0] == DW_OP_addr;
+    address = isStatic ? operand.address() + forms.loadBias : 0;
+    return isStatic;
+}
 
 std::uint8_t DieAttributes::slotOf(std::uint32_t attr) {
     auto const* const found = std::lower_bound(std::begin(k_slots), std::end(k_slots), attr,
@@ -70,7 +89,7 @@ bool DieAttributes::read(DwarfWalker& walker, FormContext const& context, Abbrev
     for (std::uint32_t i = 0; i < entry.stepCount; ++i) {
         AbbrevStep const& step = steps[i];
         walker.skip(step.skipBefore);
-        if (walker.atEnd() && step.form != DW_FORM_flag_present) {
+        if (walker.atEnd() && !isWithoutBytes(step.form)) {
             return mayBeMissing(walker, context, step.form); // the rest of the entry is not there
         }
         if (step.slot == slot_None) {
@@ -82,8 +101,11 @@ bool DieAttributes::read(DwarfWalker& walker, FormContext const& context, Abbrev
         if (!readForm(walker, context, step.form, value)) {
             return false;
         }
+        if (step.form == DW_FORM_implicit_const) {
+            value.value = table.constant(step);
+        }
         m_values[step.slot] = value;
-        m_present |= std::uint32_t{1} << step.slot;
+        m_present |= std::uint64_t{1} << step.slot;
     }
     walker.skip(entry.tailSize);
     return true;
@@ -142,6 +164,7 @@ bool DieChain::readLink(DwarfUnit& unit, std::uint64_t offset) {
     if (m_isCut) {
         return false;
     }
+    m_tag = m_count == 0 ? entry->tag : m_tag;
     Link& link = m_links[m_count];
     link.unit = &unit;
     link.offset = offset;
@@ -153,14 +176,19 @@ bool DieChain::readLink(DwarfUnit& unit, std::uint64_t offset) {
 
 bool DieChain::isDeclaration() { return !first().hasPlace() && find(DieAttributes::slot_Inline) == nullptr; }
 
-AttrValue const* DieChain::find(DieAttributes::Slot slot, DwarfUnit*& unit) {
+DieChain::Link* DieChain::findLink(DieAttributes::Slot slot) {
     for (unsigned int i = 0; i < m_count || extend(); ++i) {
         if (m_links[i].attributes.has(slot)) {
-            unit = m_links[i].unit;
-            return m_links[i].attributes.get(slot);
+            return &m_links[i];
         }
     }
     return nullptr;
+}
+
+AttrValue const* DieChain::find(DieAttributes::Slot slot, DwarfUnit*& unit) {
+    Link const* const link = findLink(slot);
+    unit = link != nullptr ? link->unit : unit;
+    return link != nullptr ? link->attributes.get(slot) : nullptr;
 }
 
 AttrValue const* DieChain::find(DieAttributes::Slot slot) {
@@ -177,13 +205,14 @@ static char const* textOf(AttrValue const* value) {
 
 char const* DieChain::text(DieAttributes::Slot slot) { return textOf(find(slot)); }
 
-char const* DieChain::symbolName() {
-    for (auto const slot : {DieAttributes::slot_VendorLinkageName, DieAttributes::slot_LinkageName}) {
-        if (AttrValue const* const name = find(slot)) {
-            return textOf(name);
-        }
-    }
-    return text(DieAttributes::slot_Name);
+DieChain::Named DieChain::named(DieAttributes::Slot slot) {
+    Link const* const link = findLink(slot);
+    return link != nullptr ? Named{textOf(link->attributes.get(slot)), link->unit, link->offset} : Named();
+}
+
+DieChain::Named DieChain::linkageName() {
+    Named const vendors = named(DieAttributes::slot_VendorLinkageName);
+    return vendors.unit != nullptr ? vendors : named(DieAttributes::slot_LinkageName);
 }
 
 bool AttrBindings::readDie(DwarfUnit& unit, DwarfWalker& walker) {

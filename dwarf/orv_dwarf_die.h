@@ -58,6 +58,10 @@ public:
         slot_VendorLinkageName,
         slot_Discriminator,
         slot_Options,
+        slot_StrOffsetsBase,
+        slot_AddrBase,
+        slot_RnglistsBase,
+        slot_LoclistsBase,
         slot_Count
     };
     static std::uint8_t slotOf(std::uint32_t attr);
@@ -67,7 +71,7 @@ public:
     bool read(DwarfWalker& walker, FormContext const& context, AbbrevTable const& table, AbbrevEntry const& entry);
 
     void clear() { m_present = 0; }
-    bool has(Slot slot) const { return (m_present & std::uint32_t{1} << slot) != 0; }
+    bool has(Slot slot) const { return (m_present & std::uint64_t{1} << slot) != 0; }
     /// True if it tells any address.
     bool hasPlace() const { return has(slot_LowPc) || has(slot_HighPc) || has(slot_Ranges); }
     /// The reference to its origin; null if it has none.
@@ -80,16 +84,13 @@ public:
     std::uint64_t number(Slot slot) const { return has(slot) ? m_values[slot].value : 0; }
 
 private:
-    std::uint32_t m_present = 0;
+    std::uint64_t m_present = 0;
     std::array<AttrValue, slot_Count> m_values; ///< Set where m_present says so.
-    static_assert(slot_Count <= 32, "each has a bit in m_present");
+    static_assert(slot_Count <= 64, "each has a bit in m_present");
 };
 
-/// True for the location of a variable that has one address, which the location tells.
-inline bool isStaticLocation(AttrValue const& location) {
-    bool const isBlock = location.form == DW_FORM_block || location.form == DW_FORM_exprloc;
-    return isBlock && location.value != 0 && location.data[0] == DW_OP_addr;
-}
+/// True for the location of a variable that has one address, which the location tells: that of the module.
+bool isStaticLocation(AttrValue const& location, FormContext const& forms, std::uint64_t& address);
 
 /// An entry's attributes and those of its origins, read as far as they are asked for.
 class DieChain {
@@ -110,8 +111,16 @@ public:
     AttrValue const* find(DieAttributes::Slot slot, DwarfUnit*& unit);
     /// A text that is there and not empty; null otherwise.
     char const* text(DieAttributes::Slot slot);
-    /// The linkage name or else the plain one; null if it is missing or empty.
-    char const* symbolName();
+    /// A name, null if it is missing or empty, and the entry that has it.
+    struct Named {
+        char const* text = nullptr;
+        DwarfUnit* unit = nullptr;
+        std::uint64_t offset = 0;
+    };
+    Named linkageName();
+    Named plainName() { return named(DieAttributes::slot_Name); }
+    /// Of the entry that the chain started with, where that is an origin.
+    std::uint32_t tag() const { return m_tag; }
     /// True for a function or body that says neither where it stands nor that it is inlined elsewhere.
     bool isDeclaration();
 
@@ -123,9 +132,12 @@ private:
     };
     bool extend();
     bool readLink(DwarfUnit& unit, std::uint64_t offset);
+    Link* findLink(DieAttributes::Slot slot);
+    Named named(DieAttributes::Slot slot);
 
     Budget& m_search;
     std::array<Link, k_longestOriginChain> m_links;
+    std::uint32_t m_tag = 0;
     unsigned int m_count = 0;
     unsigned int m_mostLinks = k_longestOriginChain;
     bool m_isComplete = true; ///< No further link can be had.

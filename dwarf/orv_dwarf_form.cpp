@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
-// Values by their form, one flat switch (DWARF version 4, 7.5.4, and GNU's extensions).
+// Values by their form, one flat switch (DWARF version 5, 7.5.6, and GNU's extensions).
 #include "dwarf/orv_dwarf_form.h"
 
 #include "core/orv_trace.h"
 #include "dwarf/orv_dwarf_constants.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace ORV_3_30 {
 namespace {
@@ -70,14 +71,110 @@ bool textHere(DwarfWalker& walker, AttrValue& out) {
     return true;
 }
 
-bool textElsewhere(DwarfWalker& walker, FormContext const& context, AttrValue& out) {
-    std::uint64_t const offset = uncheckedOffset(walker, context.is64);
+bool textAt(std::uint64_t offset, unsigned char const* strings, std::uint64_t size, AttrValue& out) {
     out.form = DW_FORM_strp;
-    out.data = offset < context.stringsSize ? context.strings + offset : nullptr;
+    out.data = offset < size ? strings + offset : nullptr;
     return true;
 }
 
+bool textElsewhere(DwarfWalker& walker, FormContext const& context, AttrValue& out) {
+    return textAt(uncheckedOffset(walker, context.is64), context.strings, context.stringsSize, out);
+}
+
+/// 3 bytes; 0 if fewer are left.
+std::uint64_t fixed3(DwarfWalker& walker) {
+    std::uint64_t const low = fixed<2>(walker);
+    return low | fixed<1>(walker) << 16;
+}
+
+/// A number in a table of numbers of one width; false for one that is not there.
+bool entryOf(DwarfBytes const& table, std::uint64_t base, std::uint64_t index, unsigned int width, std::uint64_t& out) {
+    if (base > table.size || index >= (table.size - base) / width) {
+        return false;
+    }
+    out = 0;
+    std::memcpy(&out, table.data + base + index * width, width); // the host is little-endian, as the files are
+    return true;
+}
+
+bool indexedText(FormContext const& context, std::uint64_t index, AttrValue& out) {
+    std::uint64_t offset = ~std::uint64_t{0};
+    entryOf(context.tables->stringOffsets, context.bases.stringOffsets, index, context.is64 ? 8 : 4, offset);
+    return textAt(offset, context.strings, context.stringsSize, out);
+}
+
+/// The place of a list by its number; behind the end for one that is not there.
+bool indexedList(FormContext const& context, DwarfBytes const& lists, std::uint64_t base, std::uint64_t index,
+                 AttrValue& out) {
+    std::uint64_t offset = 0;
+    bool const isThere = entryOf(lists, base, index, context.is64 ? 8 : 4, offset);
+    return number(DW_FORM_sec_offset, isThere ? base + offset : ~std::uint64_t{0}, out);
+}
+
+/// Forms of version 5.
+bool readLaterForm(DwarfWalker& walker, FormContext const& context, std::uint64_t form, AttrValue& out) {
+    auto const address = [&](std::uint64_t index) { return number(DW_FORM_addr, context.addressAt(index), out); };
+    DwarfTables const& tables = *context.tables;
+    switch (form) {
+    case DW_FORM_strx: return indexedText(context, walker.unsignedLeb(), out);
+    case DW_FORM_strx1: return indexedText(context, fixed<1>(walker), out);
+    case DW_FORM_strx2: return indexedText(context, fixed<2>(walker), out);
+    case DW_FORM_strx3: return indexedText(context, fixed3(walker), out);
+    case DW_FORM_strx4: return indexedText(context, fixed<4>(walker), out);
+    case DW_FORM_addrx: return address(walker.unsignedLeb());
+    case DW_FORM_addrx1: return address(fixed<1>(walker));
+    case DW_FORM_addrx2: return address(fixed<2>(walker));
+    case DW_FORM_addrx3: return address(fixed3(walker));
+    case DW_FORM_addrx4: return address(fixed<4>(walker));
+    case DW_FORM_line_strp:
+        return textAt(uncheckedOffset(walker, context.is64), tables.lineStrings.data, tables.lineStrings.size, out);
+    case DW_FORM_rnglistx:
+        return indexedList(context, tables.rangeLists, context.bases.rangeLists, walker.unsignedLeb(), out);
+    case DW_FORM_loclistx:
+        return indexedList(context, tables.locationLists, context.bases.locationLists, walker.unsignedLeb(), out);
+    case DW_FORM_data16: return block(walker, DW_FORM_block, 16, out);
+    case DW_FORM_implicit_const: return withoutValue(DW_FORM_sdata, out);
+    case DW_FORM_strp_sup: uncheckedOffset(walker, context.is64); return withoutValue(form, out);
+    case DW_FORM_ref_sup4: walker.skip(4); return withoutValue(form, out);
+    case DW_FORM_ref_sup8: walker.skip(8); return withoutValue(form, out);
+    default: return false;
+    }
+}
+
+unsigned int sizeOfLaterForm(FormContext const& context, std::uint64_t form) {
+    switch (form) {
+    case DW_FORM_implicit_const: return 0;
+    case DW_FORM_strx1:
+    case DW_FORM_addrx1: return 1;
+    case DW_FORM_strx2:
+    case DW_FORM_addrx2: return 2;
+    case DW_FORM_strx3:
+    case DW_FORM_addrx3: return 3;
+    case DW_FORM_strx4:
+    case DW_FORM_addrx4:
+    case DW_FORM_ref_sup4: return 4;
+    case DW_FORM_ref_sup8: return 8;
+    case DW_FORM_data16: return 16;
+    case DW_FORM_line_strp:
+    case DW_FORM_strp_sup: return context.is64 ? 8 : 4;
+    default: return k_variableSize;
+    }
+}
+
 } // namespace
+
+std::uint64_t FormContext::addressAt(std::uint64_t index) const {
+    std::uint64_t address = 0;
+    bool const isThere = tables != nullptr && (addrSize == 4 || addrSize == 8) &&
+                         entryOf(tables->addresses, bases.addresses, index, addrSize, address);
+    return isThere ? address + loadBias : 0;
+}
+
+bool FormContext::isTombstone(std::uint64_t address) const {
+    std::uint64_t const highest = addrSize == 4 ? 0xFFFFFFFF : ~std::uint64_t{0};
+    std::uint64_t const own = (address - loadBias) & highest;
+    return own == highest || own == highest - 1;
+}
 
 bool readForm(DwarfWalker& walker, FormContext const& context, std::uint64_t form, AttrValue& out) {
     for (;;) {
@@ -118,7 +215,7 @@ bool readForm(DwarfWalker& walker, FormContext const& context, std::uint64_t for
         case DW_FORM_ref_sig8: walker.skip(8); return number(form, ~std::uint64_t{0}, out);
         case DW_FORM_GNU_addr_index:
         case DW_FORM_GNU_str_index: walker.skipLeb(); return withoutValue(form, out);
-        default: return false;
+        default: return context.tables != nullptr && readLaterForm(walker, context, form, out);
         }
     }
 }
@@ -142,9 +239,11 @@ unsigned int sizeOfForm(FormContext const& context, std::uint64_t form) {
     case DW_FORM_ref8:
     case DW_FORM_ref_sig8: return 8;
     // Checked on reading, so that a cut one ends its entry.
-    default: return k_variableSize;
+    default: return context.tables != nullptr ? sizeOfLaterForm(context, form) : k_variableSize;
     }
 }
+
+bool isWithoutBytes(std::uint64_t form) { return form == DW_FORM_flag_present || form == DW_FORM_implicit_const; }
 
 bool mayBeMissing(DwarfWalker& walker, FormContext const& context, std::uint64_t form) {
     switch (form) {
@@ -165,6 +264,10 @@ bool mayBeMissing(DwarfWalker& walker, FormContext const& context, std::uint64_t
     case DW_FORM_ref_udata:
     case DW_FORM_GNU_addr_index:
     case DW_FORM_GNU_str_index: return true;
+    case DW_FORM_strx:
+    case DW_FORM_addrx:
+    case DW_FORM_rnglistx:
+    case DW_FORM_loclistx: return context.tables != nullptr;
     default: return sizeOfForm(context, form) != k_variableSize;
     }
 }

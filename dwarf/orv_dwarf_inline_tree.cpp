@@ -71,6 +71,9 @@ private:
             return enter(*entry);
         case DW_TAG_subprogram:
         case DW_TAG_entry_point: return addNode(*entry, offset, m_unit.isFortran());
+        case DW_TAG_class_type:
+        case DW_TAG_structure_type:
+        case DW_TAG_union_type: return m_unit.reader().isModern() ? enter(*entry) : passOver(*entry);
         case DW_TAG_label: return addNode(*entry, offset, true);
         case DW_TAG_variable:
             return entry->mayBeStatic || entry->hasChildren != 0 ? addNode(*entry, offset, true) : passOver(*entry);
@@ -156,7 +159,7 @@ private:
         }
         body.name = origin.name;
         body.isExternal = origin.isExternal || own.has(DieAttributes::slot_External);
-        body.callFile = own.number(DieAttributes::slot_CallFile);
+        body.callFile = m_unit.fileNumber(own.get(DieAttributes::slot_CallFile));
         body.callLine = own.number(DieAttributes::slot_CallLine);
         body.callColumn = own.number(DieAttributes::slot_CallColumn);
         body.discriminator = own.number(DieAttributes::slot_Discriminator);

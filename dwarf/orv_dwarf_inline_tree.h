@@ -39,7 +39,7 @@ public:
         bool isExternal = false;
         Id node = k_root;
         Id around = k_none; ///< Index of the body that it lies in.
-        std::uint64_t callFile = 0;
+        std::uint64_t callFile = k_noFile;
         std::uint64_t callLine = 0;
         std::uint64_t callColumn = 0;
         std::uint64_t discriminator = 0;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
-/// Line number programs (DWARF version 4, 6.2).
+/// Line number programs (DWARF version 5, 6.2).
 #pragma once
 
 #include "dwarf/orv_dwarf_unit.h"
@@ -19,6 +19,9 @@ struct LineHeader {
     signed char lineBase = 0;
     unsigned int lineRange = 0;
     unsigned int opcodeBase = 0;
+    unsigned int firstFile = 1;                    ///< The number of the first file of the table.
+    bool isModern = false;                         ///< Reads all opcodes as the format has them.
+    std::array<std::uint8_t, 256> operandCounts{}; ///< Of the standard opcodes.
 };
 
 /// One entry of a file table.
@@ -38,13 +41,16 @@ class LineFiles {
 public:
     virtual void addDirectory(std::string_view directory) = 0;
     virtual void addFile(LineFileEntry const& entry) = 0;
+    /// Number of the first file: 1, but for later versions 0. Ahead of all files.
+    virtual void setFirstFile(unsigned int number) = 0;
 
 protected:
     ~LineFiles() = default;
 };
 
 /// Reads what stands ahead of a unit's program, and gives the program. status_NoDebugInfo for a unit without one,
-/// status_BadDebugInfo where it lies outside its section or costs too much, status_UnsupportedFileVersion above 4.
+/// status_BadDebugInfo where it lies outside its section or costs too much, status_UnsupportedFileVersion above 4, with
+/// the modern reading above 5.
 status_t openLineProgram(DwarfUnit const& unit, LineFiles& files, LineHeader& header, DwarfWalker& program);
 
 /// The registers that a row of the table comes from.

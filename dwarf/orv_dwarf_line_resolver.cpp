@@ -110,8 +110,7 @@ int DWARFLineResolver::addFileIn(std::uint32_t directory, std::string_view name,
 int DWARFLineResolver::fileIdOfNumber(unsigned long long number, DWARFCompilationUnit& unit) {
     LockGuard guard(&m_runLock);
     unit.runLineProgram(nullptr);
-    std::vector<int> const& ids = unit.sourceFileIds();
-    return number != 0 && number <= ids.size() ? ids[number - 1] : -1;
+    return unit.sourceFileIds().idOf(number);
 }
 
 // --- Units and lines

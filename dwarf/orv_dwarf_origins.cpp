@@ -17,13 +17,13 @@ OriginFacts readFacts(DwarfUnit& asking, std::uint64_t offset) {
     OriginFacts facts;
     DieChain chain(asking.reader().budgets().origins);
     if (chain.startAtOrigin(asking, offset)) {
-        facts.name = chain.symbolName();
+        facts.name = asking.reader().names().of(chain);
         facts.isExternal = chain.find(DieAttributes::slot_External) != nullptr;
         for (auto const slot : {DieAttributes::slot_LowPc, DieAttributes::slot_HighPc, DieAttributes::slot_Ranges}) {
             facts.hasPlace |= chain.find(slot) != nullptr;
         }
         AttrValue const* const file = chain.find(DieAttributes::slot_DeclFile, facts.declared.unit);
-        facts.declared.file = file != nullptr ? file->value : 0;
+        facts.declared.file = file != nullptr ? facts.declared.unit->fileNumber(file) : k_noFile;
         facts.declared.line = numberOf(chain, DieAttributes::slot_DeclLine);
         facts.declared.column = numberOf(chain, DieAttributes::slot_DeclColumn);
         facts.declared.discriminator = numberOf(chain, DieAttributes::slot_Discriminator);

@@ -12,9 +12,12 @@ namespace ORV_3_30 {
 
 class DwarfUnit;
 
-/// Where something was declared: each number is 0 where none of the entries tells it.
+/// Of no file of a line table.
+constexpr std::uint64_t k_noFile = ~std::uint64_t{0};
+
+/// Where something was declared: each number but the file's is 0 where none of the entries tells it.
 struct DeclPlace {
-    std::uint64_t file = 0; ///< Number in the line table of the unit.
+    std::uint64_t file = k_noFile; ///< Number in the line table of the unit.
     std::uint64_t line = 0;
     std::uint64_t column = 0;
     std::uint64_t discriminator = 0;

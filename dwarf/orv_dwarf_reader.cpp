@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
-// Sections, relocated where they need it, and the headers of units in their order (DWARF version 4, 7.5.1.1).
+// Sections, relocated where they need it, and the headers of units in their order (DWARF version 5, 7.5.1).
 #include "dwarf/orv_dwarf_reader.h"
 
 #include "format/orv_elf_relocations.h"
@@ -10,7 +10,8 @@
 namespace ORV_3_30 {
 namespace {
 
-constexpr unsigned int k_latestVersion = 4;
+constexpr unsigned int k_latestVersion = 4; ///< Of the classic reading.
+constexpr unsigned int k_versionWithTypes = 5;
 
 } // namespace
 
@@ -49,7 +50,24 @@ void DwarfReader::holdSections() {
     m_debugStr = holdSection(section_role_DebugStr, false);
     m_debugLine = holdSection(section_role_DebugLine, true);
     m_debugRanges = holdSection(section_role_DebugRanges, true);
-    m_budgets.fill({m_debugInfo.size, m_debugStr.size, m_debugLine.size, m_debugRanges.size});
+    if (isModern()) {
+        holdTables();
+    }
+    m_budgets.fill({m_debugInfo.size, m_debugStr.size + m_lineStrings.size, m_debugLine.size,
+                    m_debugRanges.size + m_rangeLists.size});
+}
+
+/// What values of version 5 lead to.
+void DwarfReader::holdTables() {
+    m_startsAtZero = m_helper.isLoadedAddress(0);
+    m_lineStrings = holdSection(section_role_DebugLineStr, false);
+    m_stringOffsets = holdSection(section_role_DebugStrOffsets, true);
+    m_addresses = holdSection(section_role_DebugAddr, true);
+    m_rangeLists = holdSection(section_role_DebugRnglists, true);
+    m_locationLists = holdSection(section_role_DebugLoclists, true);
+    auto const bytesOf = [](HeldSection const& held) { return DwarfBytes{held.bytes, held.size}; };
+    m_tables = {bytesOf(m_lineStrings), bytesOf(m_stringOffsets), bytesOf(m_addresses), bytesOf(m_rangeLists),
+                bytesOf(m_locationLists)};
 }
 
 DwarfWalker DwarfReader::locationsWalker(unsigned int addrSize) {
@@ -91,7 +109,8 @@ status_t DwarfReader::readUnit(DwarfWalker& walker) {
     DwarfWalker rootWalker = walker;
     rootWalker.limit(end);
     std::uint64_t abbrevOffset = 0;
-    status_t const status = readHeader(rootWalker, forms, abbrevOffset);
+    unsigned int type = DW_UT_compile;
+    status_t const status = readHeader(rootWalker, forms, abbrevOffset, type);
     if (status != status_Ok) {
         return status;
     }
@@ -99,31 +118,55 @@ status_t DwarfReader::readUnit(DwarfWalker& walker) {
     forms.loadBias = m_loadBias;
     forms.strings = m_debugStr.bytes;
     forms.stringsSize = m_debugStr.size;
+    forms.tables = isModern() ? &m_tables : nullptr;
     AbbrevTable const& abbrevs = m_abbrevTables.at(abbrevOffset, walkerOf(m_debugAbbrev, forms.addrSize), forms);
     DwarfUnit::Header const header{m_units.size(), begin, end - begin, rootWalker.offset()};
-    m_units.push_back(std::make_unique<DwarfUnit>(*this, header, forms, abbrevs));
     walker.seek(end);
+    if (type != DW_UT_type && type != DW_UT_split_type) { // types have no code
+        m_units.push_back(std::make_unique<DwarfUnit>(*this, header, forms, abbrevs));
+        m_units.back()->readBases();
+    }
     return status_Ok;
 }
 
+/// What stands behind the header of a unit of version 5 that says what it is for.
+void DwarfReader::skipTypeFields(DwarfWalker& walker, FormContext const& forms, unsigned int type) {
+    constexpr unsigned int k_idSize = 8;
+    switch (type) {
+    case DW_UT_type:
+    case DW_UT_split_type: walker.skip(k_idSize + (forms.is64 ? 8 : 4)); break;
+    case DW_UT_skeleton:
+    case DW_UT_split_compile: walker.skip(k_idSize); break;
+    default: break;
+    }
+}
+
 /// What stands behind the length.
-status_t DwarfReader::readHeader(DwarfWalker& rootWalker, FormContext& forms, std::uint64_t& abbrevOffset) {
+status_t DwarfReader::readHeader(DwarfWalker& rootWalker, FormContext& forms, std::uint64_t& abbrevOffset,
+                                 unsigned int& type) {
     if (!ORV_ASSERT(rootWalker.getUnsigned2(forms.version) == status_Ok,
                     "rootWalker.getUnsigned2(version) == status_Ok")) {
         return status_BadFileFormat;
     }
-    if (!ORV_ASSERT(forms.version <= k_latestVersion, "version <= 4")) {
+    bool const isKnown = forms.version <= k_latestVersion || (isModern() && forms.version == k_versionWithTypes);
+    if (!isKnown && !ORV_ASSERT(forms.version <= k_latestVersion, "version <= 4")) {
         return status_UnsupportedFileVersion;
+    }
+    bool const hasType = forms.version == k_versionWithTypes;
+    if (hasType &&
+        (rootWalker.getUnsigned1(type) != status_Ok || rootWalker.getUnsigned1(forms.addrSize) != status_Ok)) {
+        return status_BadFileFormat;
     }
     bool const hasOffset = forms.is64 ? ORV_ASSERT(rootWalker.getUnsigned8(abbrevOffset) == status_Ok,
                                                    "rootWalker.getUnsigned8(abbrevOffset) == status_Ok")
                                       : ORV_ASSERT(rootWalker.getUnsigned4(abbrevOffset) == status_Ok,
                                                    "rootWalker.getUnsigned4(abbrevOffset) == status_Ok");
-    if (!hasOffset || !ORV_ASSERT(rootWalker.getUnsigned1(forms.addrSize) == status_Ok,
-                                  "rootWalker.getUnsigned1(addrSize) == status_Ok")) {
+    if (!hasOffset || (!hasType && !ORV_ASSERT(rootWalker.getUnsigned1(forms.addrSize) == status_Ok,
+                                               "rootWalker.getUnsigned1(addrSize) == status_Ok"))) {
         return status_BadFileFormat;
     }
     rootWalker.setAddrSize(forms.addrSize);
+    skipTypeFields(rootWalker, forms, type);
     return status_Ok;
 }
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
-/// The sections and units of one file with DWARF debug information, versions 2 to 4.
+/// The sections and units of one file with DWARF debug information, versions 2 to 4, with the modern reading 5 too.
 ///
 ///     DwarfReader reader(helper, module, loadBias);
 ///     if (reader.holdInfo() && reader.readUnits() == status_Ok) {
@@ -14,9 +14,11 @@
 #pragma once
 
 #include "dwarf/orv_dwarf_budgets.h"
+#include "dwarf/orv_dwarf_names.h"
 #include "dwarf/orv_dwarf_origins.h"
 #include "dwarf/orv_dwarf_unit.h"
 #include "format/orv_ffl.h"
+#include "orv/orv_reading.h"
 
 #include <memory>
 #include <vector>
@@ -29,8 +31,9 @@ class DwarfReader {
 public:
     /// Neither is counted: their owner is the reader's too. loadBias: what is added to an address of the file to get
     /// one of the module.
-    DwarfReader(IFileFormatHelper& helper, IFileFormatLoader* module, std::uint64_t loadBias)
-        : m_helper(helper), m_module(module), m_loadBias(loadBias) {}
+    DwarfReader(IFileFormatHelper& helper, IFileFormatLoader* module, std::uint64_t loadBias, reading_t reading)
+        : m_helper(helper), m_module(module), m_loadBias(loadBias), m_reading(reading) {}
+    reading_t reading() const { return m_reading; }
 
     /// Reads .debug_info. False if there is none, or nothing in it.
     bool holdInfo();
@@ -50,7 +53,14 @@ public:
     bool hasDebugLine() const { return static_cast<bool>(m_debugLine.data); }
     bool hasLineBytes() const { return m_debugLine.bytes != nullptr; }
     DwarfWalker lineWalker(unsigned int addrSize) const { return walkerOf(m_debugLine, addrSize); }
-    DwarfWalker rangesWalker(unsigned int addrSize) const { return walkerOf(m_debugRanges, addrSize); }
+    /// Over the range lists of units of a version.
+    DwarfWalker rangesWalker(unsigned int version, unsigned int addrSize) const {
+        return version < 5 ? walkerOf(m_debugRanges, addrSize) : walkerOf(m_rangeLists, addrSize);
+    }
+    /// True if there is code or data at address 0 of the file.
+    bool startsAtZero() const { return m_startsAtZero; }
+    DwarfNames& names() { return m_names; }
+    bool isModern() const { return m_reading == reading_Modern; }
     /// Over .debug_loc, which is read when it is first needed. Under the load lock.
     DwarfWalker locationsWalker(unsigned int addrSize);
     bool isInSegment(unsigned long long address) const {
@@ -73,22 +83,33 @@ private:
     HeldSection holdSection(unsigned int role, bool isRelocated);
     void holdSections();
     status_t readUnit(DwarfWalker& walker);
-    status_t readHeader(DwarfWalker& walker, FormContext& forms, std::uint64_t& abbrevOffset);
+    void holdTables();
+    status_t readHeader(DwarfWalker& walker, FormContext& forms, std::uint64_t& abbrevOffset, unsigned int& type);
+    static void skipTypeFields(DwarfWalker& walker, FormContext const& forms, unsigned int type);
 
     IFileFormatHelper& m_helper;
     IFileFormatLoader* m_module;
     std::uint64_t m_loadBias;
+    reading_t m_reading;
     HeldSection m_debugInfo;
     HeldSection m_debugAbbrev;
     HeldSection m_debugStr;
     HeldSection m_debugLine;
     HeldSection m_debugRanges;
     HeldSection m_debugLoc;
+    HeldSection m_lineStrings;
+    HeldSection m_stringOffsets;
+    HeldSection m_addresses;
+    HeldSection m_rangeLists;
+    HeldSection m_locationLists;
+    DwarfTables m_tables;
     bool m_hasReadLocations = false;
+    bool m_startsAtZero = false;
     DwarfBudgets m_budgets;
     AbbrevTables m_abbrevTables;
     Units m_units;
     OriginTable m_origins;
+    DwarfNames m_names;
 };
 
 } // namespace ORV_3_30

@@ -39,7 +39,8 @@ bool DeclLocation::readDeclaration(DWARFCompilationUnit& unit, std::uint64_t die
     };
     // The number is one of the table of the unit that has it: an origin may stand in another one.
     bool const hasFile = isOwn && own.has(DieAttributes::slot_DeclFile);
-    out = {number(DieAttributes::slot_DeclFile, inherited.file), number(DieAttributes::slot_DeclLine, inherited.line),
+    out = {hasFile ? entries.fileNumber(own.get(DieAttributes::slot_DeclFile)) : inherited.file,
+           number(DieAttributes::slot_DeclLine, inherited.line),
            number(DieAttributes::slot_DeclColumn, inherited.column),
            number(DieAttributes::slot_Discriminator, inherited.discriminator),
            hasFile || inherited.unit == nullptr ? &unit : &unit.loader().viewOf(*inherited.unit)};

@@ -29,7 +29,7 @@ struct DeclLocation {
     static DeclLocation ofCall(DWARFCompilationUnit& unit, InlineTree::Body const& body) {
         return {body.callFile, body.callLine, body.callColumn, body.discriminator, &unit};
     }
-    bool isKnown() const { return file != 0 && line != 0; }
+    bool isKnown() const { return file != k_noFile && line != 0; }
     /// The id of the file; -1 if the unit's table has none of that number. Runs the unit's line program.
     int sourceFileId() const;
     /// A new location for the file of that id.

@@ -10,12 +10,20 @@
 #include "dwarf/orv_dwarf_types.h"
 #include "symbols/orv_symboltable.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace ORV_3_30 {
+namespace {
+
+/// Until it is known where a function stands.
+constexpr char k_toBeNamed[] = "";
+
+} // namespace
+
 DieTreeWalk::DieTreeWalk(DWARFDebugInfoLoader& loader, Target const& target)
     : m_loader(loader), m_target(target), m_ownTable(dynamic_cast<SymbolTable*>(target.table)),
-      m_chain(loader.search()) {}
+      m_isModern(loader.reader().isModern()), m_chain(loader.search()) {}
 
 void DieTreeWalk::walkUnit(DwarfUnit& unit, unsigned int mask) {
     m_unit = &unit;
@@ -110,6 +118,7 @@ void DieTreeWalk::run() {
         if (!step()) {
             bool const hasOpened = m_levels.back();
             m_levels.pop_back();
+            m_functionLevel = m_levels.size() < m_functionLevel ? 0 : m_functionLevel;
             if (hasOpened) {
                 Opened const opened = std::move(m_waiting.back());
                 m_waiting.pop_back();
@@ -134,7 +143,13 @@ bool DieTreeWalk::step() {
     std::uint64_t sibling = 0;
     m_opened.name = nullptr;
     m_opened.ranges.clear();
-    if (needsAttributes(entry->tag)) {
+    if (m_isModern && makesNothing(*entry)) {
+        if (!m_unit->skipEntry(m_walker, *entry, sibling)) {
+            return false;
+        }
+        bool const isBody = entry->tag == DW_TAG_subprogram && !entry->isDeclaration && m_mask != 0;
+        children = isBody ? Children::Enter : Children::Skip; // an abstract one may have others in it
+    } else if (needsAttributes(entry->tag)) {
         DieAttributes& attributes = m_chain.start(*m_unit, offset);
         if (!attributes.read(m_walker, m_unit->forms(), abbrevs, *entry)) {
             return false;
@@ -154,12 +169,7 @@ bool DieTreeWalk::step() {
     if (entry->hasChildren == 0) {
         add(m_opened);
     } else if (children == Children::Enter) {
-        bool const hasOpened = m_opened.name != nullptr;
-        m_levels.push_back(hasOpened);
-        if (hasOpened) {
-            m_waiting.push_back(std::move(m_opened));
-            m_opened = {};
-        }
+        enterChildren(entry->tag);
     } else {
         m_unit->skipChildren(m_walker, sibling);
         add(m_opened);
@@ -167,14 +177,32 @@ bool DieTreeWalk::step() {
     return true;
 }
 
+void DieTreeWalk::enterChildren(std::uint32_t tag) {
+    bool const hasOpened = m_opened.name != nullptr;
+    m_levels.push_back(hasOpened);
+    if (hasOpened) {
+        m_waiting.push_back(std::move(m_opened));
+        m_opened = {};
+    }
+    if (m_isModern && tag == DW_TAG_subprogram && m_functionLevel == 0) {
+        m_functionLevel = m_levels.size();
+    }
+}
+
+/// True for a declaration, and for a variable that stands nowhere of its own: most entries of classes and functions.
+bool DieTreeWalk::makesNothing(AbbrevEntry const& entry) {
+    return (entry.tag == DW_TAG_subprogram && !entry.tellsPlace) ||
+           (entry.tag == DW_TAG_variable && !entry.mayBeStatic);
+}
+
 /// The tags that make something under the present mask.
 bool DieTreeWalk::needsAttributes(std::uint32_t tag) const {
     switch (tag) {
-    case DW_TAG_subprogram: return (m_mask & symbol_kind_Function) != 0 || entersFortran();
+    case DW_TAG_subprogram: return (m_mask & symbol_kind_Function) != 0 || entersFunctions();
     case DW_TAG_entry_point: return (m_mask & symbol_kind_FunctionAlt) != 0;
-    case DW_TAG_label: return (m_mask & symbol_kind_DataAlt) != 0;
+    case DW_TAG_label: return makesLabels();
     case DW_TAG_variable: return (m_mask & symbol_kind_Data) != 0;
-    case DW_TAG_inlined_subroutine:
+    case DW_TAG_inlined_subroutine: return !m_isModern;
     case DW_TAG_unit_options: return true;
     default: return false;
     }
@@ -192,14 +220,15 @@ DieTreeWalk::Children DieTreeWalk::act(std::uint32_t tag, std::uint64_t offset) 
         if ((m_mask & symbol_kind_Function) != 0) {
             return openFunction(symbol_kind_Function, offset);
         }
-        return entersFortran() && !m_chain.isDeclaration() ? Children::Enter : Children::Skip;
+        return entersFunctions() && !m_chain.isDeclaration() ? Children::Enter : Children::Skip;
     case DW_TAG_entry_point:
         return (m_mask & symbol_kind_FunctionAlt) != 0 ? openFunction(symbol_kind_FunctionAlt, offset) : Children::Skip;
-    case DW_TAG_inlined_subroutine: return m_chain.isDeclaration() ? Children::Skip : Children::Enter;
-    case DW_TAG_label: return (m_mask & symbol_kind_DataAlt) != 0 ? openLabel(offset) : Children::Skip;
+    case DW_TAG_inlined_subroutine: // no definition stands in one
+        return m_isModern || m_chain.isDeclaration() ? Children::Skip : Children::Enter;
+    case DW_TAG_label: return makesLabels() ? openLabel(offset) : Children::Skip;
     case DW_TAG_variable: return (m_mask & symbol_kind_Data) != 0 ? openVariable(offset) : Children::Skip;
     case DW_TAG_unit_options: return mergeOptions();
-    default: return Children::Skip;
+    default: return m_isModern && m_mask != 0 && isContainer(tag) ? Children::Enter : Children::Skip;
     }
 }
 
@@ -223,8 +252,28 @@ DieTreeWalk::Children DieTreeWalk::mergeOptions() {
     return Children::Enter;
 }
 
-/// Without the bit of functions, what lies in those of Fortran is entered for the sake of variables.
-bool DieTreeWalk::entersFortran() const { return m_unit->isFortran() && (m_mask & symbol_kind_Data) != 0; }
+/// Without the bit of functions, what lies in them is entered for the sake of variables.
+bool DieTreeWalk::entersFunctions() const {
+    return (m_isModern || m_unit->isFortran()) && (m_mask & symbol_kind_Data) != 0;
+}
+
+/// Those in functions are for who asks what lies there, but for Fortran, as ever.
+bool DieTreeWalk::makesLabels() const {
+    return (m_mask & symbol_kind_DataAlt) != 0 && (m_functionLevel == 0 || m_unit->isFortran());
+}
+
+/// A name that no unit has in full is the symbol table's, where it has the same stretch.
+char const* DieTreeWalk::nameOf(unsigned long long start, unsigned long long end) {
+    if (m_isModern && start < end && m_chain.linkageName().unit == nullptr) {
+        char const* const plain = m_chain.plainName().text;
+        bool const isKnown = plain == nullptr || m_loader.mayRead(plain);
+        char const* const symbol = isKnown ? m_loader.symbolNameOf(start, end, plain != nullptr ? plain : "") : nullptr;
+        if (symbol != nullptr) {
+            return symbol;
+        }
+    }
+    return m_loader.reader().names().of(m_chain);
+}
 
 bool DieTreeWalk::accepts(unsigned long long start, unsigned long long end) const {
     return m_target.filter == nullptr || m_target.filter->accept(start, end);
@@ -236,17 +285,17 @@ DieTreeWalk::Children DieTreeWalk::openFunction(symbol_kind_t kind, std::uint64_
     if (m_chain.isDeclaration()) {
         return Children::Skip;
     }
-    Children const children = m_unit->isFortran() ? Children::Enter : Children::Skip;
+    Children const children = m_isModern || m_unit->isFortran() ? Children::Enter : Children::Skip;
     if (!own.hasPlace()) {
         return children; // an abstract one
     }
-    char const* const name = m_chain.symbolName();
-    if (name == nullptr) {
+    if (!m_isModern && nameOf(0, 0) == nullptr) {
         return Children::Skip;
     }
     if (AttrValue const* const ranges = own.get(DieAttributes::slot_Ranges)) {
-        open(shortened(name), kind, offset, 0, 0);
+        open(k_toBeNamed, kind, offset, 0, 0);
         takeRanges(*ranges);
+        nameFunction();
         return children;
     }
     unsigned long long low = 0;
@@ -254,19 +303,31 @@ DieTreeWalk::Children DieTreeWalk::openFunction(symbol_kind_t kind, std::uint64_
     if (!rangeOfEntry(own.get(DieAttributes::slot_LowPc), own.get(DieAttributes::slot_HighPc), low, high)) {
         return children;
     }
-    if (!accepts(low, high)) {
-        return Children::Skip;
+    bool const isAccepted = accepts(low, high);
+    if (isAccepted && !m_unit->isDropped(low)) {
+        open(k_toBeNamed, kind, offset, low, high);
+        nameFunction();
     }
-    open(shortened(name), kind, offset, low, high);
-    return children;
+    return isAccepted || m_isModern ? children : Children::Skip;
+}
+
+/// Where a function stands tells what the symbol table calls it. One in several pieces begins with the first.
+void DieTreeWalk::nameFunction() {
+    if (m_opened.name == nullptr) {
+        return;
+    }
+    bool const isWhole = m_opened.ranges.empty();
+    char const* const name = isWhole ? nameOf(m_opened.start, m_opened.end)
+                                     : nameOf(m_opened.ranges.front().first, m_opened.ranges.front().second);
+    m_opened.name = name != nullptr ? shortened(name) : nullptr;
 }
 
 /// One range needs no scope of its own, unless the symbol's address is another: it goes by the base.
 void DieTreeWalk::takeRanges(AttrValue const& list) {
-    unsigned long long const lowest = readRanges(*m_unit, &list, nullptr, m_opened.ranges);
-    m_opened.start = lowest;
-    m_opened.end = lowest;
-    if (m_opened.ranges.size() == 1 && m_opened.ranges.front().first == lowest) {
+    m_opened.start = readRanges(*m_unit, &list, nullptr, m_opened.ranges);
+    leaveOutDropped();
+    m_opened.end = m_opened.start;
+    if (m_opened.ranges.size() == 1 && m_opened.ranges.front().first == m_opened.start) {
         m_opened.end = m_opened.ranges.front().second;
         m_opened.ranges.clear();
     } else if (m_opened.ranges.empty()) {
@@ -274,10 +335,23 @@ void DieTreeWalk::takeRanges(AttrValue const& list) {
     }
 }
 
+void DieTreeWalk::leaveOutDropped() {
+    AddressPairs& ranges = m_opened.ranges;
+    auto const isDropped = [&](auto const& range) { return m_unit->isDropped(range.first); };
+    auto const kept = std::remove_if(ranges.begin(), ranges.end(), isDropped);
+    if (kept == ranges.end()) {
+        return;
+    }
+    ranges.erase(kept, ranges.end());
+    auto const lowest = std::min_element(ranges.begin(), ranges.end());
+    m_opened.start = lowest != ranges.end() ? lowest->first : 0;
+}
+
 DieTreeWalk::Children DieTreeWalk::openLabel(std::uint64_t offset) {
     char const* const name = m_chain.text(DieAttributes::slot_Name);
     AttrValue const* const low = m_chain.find(DieAttributes::slot_LowPc);
-    if (name != nullptr && (low == nullptr || accepts(low->value, low->value))) {
+    bool const isDropped = low != nullptr && m_unit->isDropped(low->value);
+    if (name != nullptr && !isDropped && (low == nullptr || accepts(low->value, low->value))) {
         unsigned long long const address = low != nullptr ? low->value : 0;
         open(name, symbol_kind_DataAlt, offset, address, address);
     }
@@ -286,18 +360,17 @@ DieTreeWalk::Children DieTreeWalk::openLabel(std::uint64_t offset) {
 
 DieTreeWalk::Children DieTreeWalk::openVariable(std::uint64_t offset) {
     AttrValue const* const location = m_chain.find(DieAttributes::slot_Location);
-    if (location == nullptr || !isStaticLocation(*location)) {
+    std::uint64_t address = 0;
+    if (location == nullptr || !isStaticLocation(*location, m_unit->forms(), address)) {
         return Children::Enter;
     }
-    DwarfWalker operand(location->data + 1, location->value - 1, m_unit->forms().addrSize);
-    unsigned long long const address = operand.address() + m_unit->forms().loadBias;
     DwarfUnit* unit = m_unit;
     AttrValue const* const type = m_chain.find(DieAttributes::slot_Type, unit);
     TypeInfo info{};
     bool const isSized = type != nullptr && lookUpType(*unit, type->value, m_loader.search(), info);
     unsigned long long const end = address + (isSized ? info.size : 0);
-    char const* const name = m_chain.symbolName();
-    if (end < address || !accepts(address, end) || name == nullptr) {
+    char const* const name = nameOf(address, end);
+    if (end < address || !accepts(address, end) || name == nullptr || m_unit->isDropped(address)) {
         return Children::Enter;
     }
     open(name, symbol_kind_Data, offset, address, end);

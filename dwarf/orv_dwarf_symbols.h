@@ -8,7 +8,7 @@
 /// At the top of a unit it stops at functions, but for those of Fortran, which hold others. Below a
 /// function it is started again, with the function's scope as the parent, when somebody asks. It does not
 /// go into namespaces and classes on purpose: a definition stands at unit level, and points to its
-/// declaration.
+/// declaration. The modern reading goes into all of them, since not every compiler keeps to that.
 #pragma once
 
 #include "dwarf/orv_dwarf_die.h"
@@ -67,6 +67,7 @@ private:
     void openBody(InlineTree::Body const& body);
     /// Gives what was opened the ranges of a list.
     void takeRanges(AttrValue const& list);
+    void leaveOutDropped();
     Children actOn(InlineTree const& tree, InlineTree::Node const& node);
     void mergeOptionsOf(InlineTree const& tree);
     bool readAt(std::uint64_t dieOffset);
@@ -76,15 +77,22 @@ private:
               unsigned long long end);
     void add(Opened const& opened);
     void addAsScope(Opened const& opened);
-    bool entersFortran() const;
+    bool entersFunctions() const;
+    bool makesLabels() const;
+    void nameFunction();
+    char const* nameOf(unsigned long long start, unsigned long long end);
     bool accepts(unsigned long long start, unsigned long long end) const;
+    static bool makesNothing(AbbrevEntry const& entry);
     bool needsAttributes(std::uint32_t tag) const;
+    void enterChildren(std::uint32_t tag);
 
     DWARFDebugInfoLoader& m_loader;
     Target m_target;
     SymbolTable* m_ownTable; ///< Null for a table that somebody else has implemented.
     DwarfUnit* m_unit = nullptr;
     unsigned int m_mask = 0;
+    bool m_isModern;
+    std::size_t m_functionLevel = 0; ///< How many lists were open in the outermost function; 0 outside.
     DwarfWalker m_walker;
     DieChain m_chain;
     Opened m_opened;               ///< By the entry that is being read.

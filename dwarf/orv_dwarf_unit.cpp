@@ -13,6 +13,7 @@ namespace {
 
 /// What stands behind this in a producer's text is not looked at.
 constexpr std::size_t k_longestProducer = std::size_t{1} << 16;
+constexpr unsigned int k_firstLater = 5; ///< The version whose files count from 0, and that has bases.
 
 } // namespace
 
@@ -31,15 +32,77 @@ bool DwarfUnit::readEntry(std::uint64_t offset, DieAttributes& out) const {
     return entry != nullptr && out.read(walker, m_forms, m_abbrevs, *entry);
 }
 
-/// Codes of later versions of the format are not known here: their units count as C, on purpose.
-DwarfUnit::language_t DwarfUnit::languageOf(std::uint64_t code) {
+namespace {
+
+/// Languages that later versions of the format have added.
+DwarfUnit::language_t laterLanguageOf(std::uint64_t code) {
+    switch (code) {
+    case DW_LANG_C_plus_plus_03:
+    case DW_LANG_C_plus_plus_11:
+    case DW_LANG_C_plus_plus_14:
+    case DW_LANG_C_plus_plus_17:
+    case DW_LANG_C_plus_plus_20: return DwarfUnit::language_Cpp;
+    case DW_LANG_Fortran03:
+    case DW_LANG_Fortran08:
+    case DW_LANG_Fortran18: return DwarfUnit::language_Fortran;
+    case DW_LANG_Ada95:
+    case DW_LANG_Ada2005:
+    case DW_LANG_Ada2012: return DwarfUnit::language_Ada;
+    default: return DwarfUnit::language_C;
+    }
+}
+
+bool isC(std::uint64_t code) {
+    switch (code) {
+    case DW_LANG_C89:
+    case DW_LANG_C:
+    case DW_LANG_C99:
+    case DW_LANG_C11:
+    case DW_LANG_C17: return true;
+    default: return false;
+    }
+}
+
+} // namespace
+
+std::uint64_t DwarfUnit::fileNumber(AttrValue const* value) const {
+    return value != nullptr && (value->value != 0 || m_forms.version >= k_firstLater) ? value->value : k_noFile;
+}
+
+bool DwarfUnit::qualifiesNames() const { return m_reader.isModern() && !m_isC; }
+
+bool DwarfUnit::isDropped(std::uint64_t address) const {
+    bool const isNowhere = m_forms.isTombstone(address) || (address == m_forms.loadBias && !m_reader.startsAtZero());
+    return m_reader.isModern() && isNowhere;
+}
+
+void DwarfUnit::readBases() {
+    if (m_forms.version < k_firstLater) {
+        return;
+    }
+    DieAttributes root;
+    root.clear();
+    readEntry(m_header.firstDie, root);
+    // Without a word of the unit's they are those of the first part, behind its header.
+    unsigned int const header = m_forms.is64 ? 16 : 8;
+    unsigned int const listHeader = m_forms.is64 ? 20 : 12;
+    auto const baseOf = [&](DieAttributes::Slot slot, std::uint64_t usual) {
+        return root.has(slot) ? root.number(slot) : usual;
+    };
+    m_forms.bases = {baseOf(DieAttributes::slot_StrOffsetsBase, header), baseOf(DieAttributes::slot_AddrBase, header),
+                     baseOf(DieAttributes::slot_RnglistsBase, listHeader),
+                     baseOf(DieAttributes::slot_LoclistsBase, listHeader)};
+}
+
+/// With the classic reading codes of later versions of the format are not known: their units count as C, on purpose.
+DwarfUnit::language_t DwarfUnit::languageOf(std::uint64_t code) const {
     switch (code) {
     case DW_LANG_C_plus_plus: return language_Cpp;
     case DW_LANG_Fortran77:
     case DW_LANG_Fortran90:
     case DW_LANG_Fortran95: return language_Fortran;
     case DW_LANG_Ada83: return language_Ada;
-    default: return language_C;
+    default: return m_reader.isModern() ? laterLanguageOf(code) : language_C;
     }
 }
 
@@ -50,6 +113,7 @@ void DwarfUnit::readDetails(DieChain& entry, Budget& search) {
     };
     AttrValue const* const language = entry.find(DieAttributes::slot_Language);
     m_language = languageOf(language != nullptr ? language->value : std::uint64_t{DW_LANG_C});
+    m_isC = language != nullptr && isC(language->value);
     m_producer = textOf(DieAttributes::slot_Producer);
     std::uint64_t const searched = ::strnlen(m_producer, k_longestProducer);
     if (search.spend(searched)) {
@@ -93,7 +157,7 @@ bool DwarfUnit::skipEntry(DwarfWalker& walker, AbbrevEntry const& entry, std::ui
     AbbrevStep const* const steps = m_abbrevs.steps(entry);
     for (std::uint32_t i = 0; i < entry.stepCount; ++i) {
         walker.skip(steps[i].skipBefore);
-        if (walker.atEnd() && steps[i].form != DW_FORM_flag_present) {
+        if (walker.atEnd() && !isWithoutBytes(steps[i].form)) {
             return mayBeMissing(walker, m_forms, steps[i].form); // the rest of the entry is not there
         }
         if (wantsSibling && steps[i].slot == DieAttributes::slot_Sibling) {

@@ -4,7 +4,9 @@
 /// the unit's own entry tells.
 #pragma once
 
+#include "core/orv_once.h"
 #include "dwarf/orv_dwarf_abbrev.h"
+#include "dwarf/orv_dwarf_containers.h"
 #include "dwarf/orv_dwarf_die.h"
 #include "dwarf/orv_dwarf_producer.h"
 
@@ -38,6 +40,9 @@ public:
     DwarfUnit(DwarfReader& reader, Header const& header, FormContext const& forms, AbbrevTable const& abbrevs)
         : m_reader(reader), m_header(header), m_forms(forms), m_abbrevs(abbrevs) {}
 
+    /// Finds where the unit's parts of the tables begin, which its entry tells by values that need none. Ahead of all
+    /// other reading.
+    void readBases();
     /// Takes in what the unit's entry tells. Once: clients hold on to the texts.
     void readDetails(DieChain& entry, Budget& search);
     bool hasDetails() const { return m_hasDetails; }
@@ -57,6 +62,16 @@ public:
     Header const& header() const { return m_header; }
     bool holds(std::uint64_t offset) const { return offset - m_header.offset < m_header.length; }
     bool isFortran() const { return m_language == language_Fortran; }
+    /// True if names of what stands in something are told with it. C has names of one kind alone.
+    bool qualifiesNames() const;
+    /// What its entries stand in. Found at the first question; any thread may ask.
+    Containers const& containers() const {
+        return m_containers.get([this] { return std::make_unique<Containers>(*this); });
+    }
+    /// A file of its line table; k_noFile where there is no value, or one that stands for none.
+    std::uint64_t fileNumber(AttrValue const* value) const;
+    /// True for an address of code or data that the linker has dropped. Never with the classic reading.
+    bool isDropped(std::uint64_t address) const;
     /// Only some compilers are known to get DW_AT_sibling right.
     bool trustsSiblings() const { return m_compiler.kind != compiler_Unknown && m_compiler.kind != compiler_Gnu296; }
     /// A walker over all of .debug_info, with the unit's address size.
@@ -78,7 +93,7 @@ public:
     std::unordered_map<std::uint64_t, TypeInfo>& knownTypes() { return m_knownTypes; }
 
 private:
-    static language_t languageOf(std::uint64_t code);
+    language_t languageOf(std::uint64_t code) const;
 
     DwarfReader& m_reader;
     Header m_header;
@@ -87,6 +102,7 @@ private:
     bool m_hasDetails = false;
     bool m_hasLineInfo = false;
     language_t m_language = language_C;
+    bool m_isC = false;
     std::uint64_t m_lineOffset = 0;
     std::uint64_t m_baseAddress = 0;
     char const* m_compDir = "";
@@ -95,6 +111,7 @@ private:
     char const* m_options = "";
     Compiler m_compiler;
     std::unordered_map<std::uint64_t, TypeInfo> m_knownTypes;
+    mutable Once<Containers> m_containers;
 };
 
 } // namespace ORV_3_30

@@ -23,6 +23,7 @@ struct RolePattern {
     char const* name;
     ElfHelper::Role role;
     bool mayBeCompressed; ///< The name with ".z" in front counts too.
+    bool isLater = false; ///< Of DWARF 5: one that does not lie in the file is none, and the file stays good.
 };
 
 constexpr RolePattern k_rolePatterns[] = {
@@ -39,6 +40,11 @@ constexpr RolePattern k_rolePatterns[] = {
     {".debug_ranges", ElfHelper::role_DebugRanges, true},
     {".debug_loc", ElfHelper::role_DebugLoc, true},
     {".debug_line", ElfHelper::role_DebugLine, true},
+    {".debug_line_str", ElfHelper::role_DebugLineStr, true, true},
+    {".debug_str_offsets", ElfHelper::role_DebugStrOffsets, true, true},
+    {".debug_addr", ElfHelper::role_DebugAddr, true, true},
+    {".debug_rnglists", ElfHelper::role_DebugRnglists, true, true},
+    {".debug_loclists", ElfHelper::role_DebugLoclists, true, true},
 };
 
 constexpr char k_rodata[] = ".rodata";
@@ -249,14 +255,15 @@ bool ElfHelper::classifySection(unsigned int index) {
         std::find_if(std::begin(k_rolePatterns), std::end(k_rolePatterns), [&](RolePattern const& candidate) {
             return m_roles[candidate.role].index == k_noSection && matches(candidate, name);
         });
-    bool const hasRole = pattern != std::end(k_rolePatterns);
+    bool const lies = contains(m_fileSize, section.sh_offset, section.sh_size);
+    bool const hasRole = pattern != std::end(k_rolePatterns) && (lies || !pattern->isLater);
     if (hasRole) {
         m_roles[pattern->role].index = index;
     }
     if (hasRole && pattern->role <= k_lastDataRole) {
         m_roles[pattern->role].hold(new ElfSectionData(index, this));
     }
-    if ((isRodata || hasRole) && !contains(m_fileSize, section.sh_offset, section.sh_size)) {
+    if ((isRodata || hasRole) && !lies) {
         ORV_ERROR("Section " << name << "in file " << m_fileImage->fileName()
                              << "has incorrect size or file is truncated");
         return false;

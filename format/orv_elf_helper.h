@@ -60,6 +60,11 @@ public:
         role_BuildId,
         role_DebugAbbrev,
         role_DebugLine,
+        role_DebugLineStr,
+        role_DebugStrOffsets,
+        role_DebugAddr,
+        role_DebugRnglists,
+        role_DebugLoclists,
         role_Count
     };
 

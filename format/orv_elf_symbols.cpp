@@ -43,8 +43,9 @@ bool readElfSymbol(bool is64, unsigned char const* data, std::uint64_t size, std
 }
 
 ElfSymbolReader::ElfSymbolReader(ElfHelper const& helper, ElfHelper::Role symbols, ElfHelper::Role strings,
-                                 unsigned int kinds, std::uint64_t entries)
-    : m_helper(helper), m_kinds(kinds | symbol_kind_Other), m_entries(helper.sectionData(symbols)->data()),
+                                 unsigned int kinds, std::uint64_t entries, Places places)
+    : m_helper(helper), m_kinds(kinds | symbol_kind_Other), m_places(places),
+      m_entries(helper.sectionData(symbols)->data()),
       m_entrySize((helper.is64() ? sizeof(Elf64_Sym) : sizeof(Elf32_Sym)) +
                   (helper.header().e_machine == k_machineWithWideSymbols ? k_wideSymbolExtra : 0)),
       m_size(std::min<std::uint64_t>(entries, helper.sectionData(symbols)->size() / m_entrySize) * m_entrySize),
@@ -74,7 +75,8 @@ bool ElfSymbolReader::accept(Elf64_Sym const& entry, RawSymbol& out) const {
             continue;
         }
         unsigned long long const address = m_delta + entry.st_value;
-        bool const isPlaced = m_helper.isCodeAddress(address) || (rule.mayLieInData && m_helper.isDataAddress(address));
+        bool const isPlaced = m_places == Places::Any || m_helper.isCodeAddress(address) ||
+                              (rule.mayLieInData && m_helper.isDataAddress(address));
         if ((m_kinds & rule.neededKinds) == 0 || !isPlaced) {
             return false;
         }

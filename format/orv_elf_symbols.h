@@ -14,9 +14,11 @@ namespace ORV_3_30 {
 /// ones, foreign bindings and types, kinds that are not wanted, and addresses in no code or data.
 class ElfSymbolReader {
 public:
+    /// Whether symbols outside the code and the data that the module has in memory count.
+    enum class Places { InMemory, Any };
     /// kinds: a mask; untyped symbols come along with any. Both sections must be there. entries: how many to look at.
     ElfSymbolReader(ElfHelper const& helper, ElfHelper::Role symbols, ElfHelper::Role strings, unsigned int kinds,
-                    std::uint64_t entries = ~0ULL);
+                    std::uint64_t entries = ~0ULL, Places places = Places::InMemory);
 
     /// Entries to look at.
     std::uint64_t count() const { return m_size / m_entrySize; }
@@ -29,6 +31,7 @@ private:
 
     ElfHelper const& m_helper;
     unsigned int m_kinds;
+    Places m_places;
     unsigned char const* m_entries;
     std::uint64_t m_entrySize;
     std::uint64_t m_size; ///< Of the entries to look at.

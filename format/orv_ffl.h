@@ -10,6 +10,7 @@
 #include "format/orv_section.h"
 #include "image/orv_filekey.h"
 #include "orv/orv_fileformatloader.h"
+#include "orv/orv_reading.h"
 
 #include <atomic>
 #include <functional>
@@ -31,7 +32,12 @@ enum section_role_t : unsigned int {
     section_role_DebugRanges = 4,
     section_role_DebugLoc = 5,
     section_role_BuildId = 6,
-    section_role_DebugLink = 7
+    section_role_DebugLink = 7,
+    section_role_DebugLineStr = 8,
+    section_role_DebugStrOffsets = 9,
+    section_role_DebugAddr = 10,
+    section_role_DebugRnglists = 11,
+    section_role_DebugLoclists = 12
 };
 
 /// The narrow view of a binary that a debug information reader works through.
@@ -82,6 +88,9 @@ public:
     void segments(SymMgrObjectPtr<IIterator<ISegment*>>& out, unsigned int filter) override;
     ISegment* segmentByName(char const* name) override;
 
+    /// Under which it was made.
+    reading_t reading() const { return m_reading; }
+
     /// Keeps the segments free of overlaps: what has a type displaces what has none. False if the
     /// new one had to give way.
     virtual bool addSegment(unsigned long long address, char const* name, unsigned long long rva,
@@ -96,6 +105,12 @@ public:
                                                     unsigned int flags) = 0;
     /// Adds the ends of all sections to a table as boundaries.
     virtual void addSectionEnds(ISymbolTable* table) = 0;
+    /// The name of the function or variable that the module's symbol table has at these addresses, from the first to
+    /// behind the last: of several the one that is called own, and else one that others can see. Null if there is none.
+    /// It stays as long as the loader.
+    virtual char const* symbolNameOf(unsigned long long /*start*/, unsigned long long /*end*/, char const* /*own*/) {
+        return nullptr;
+    }
     /// Fills the maps on the first query, for formats that don't fill them when built.
     virtual void ensureFileInfo() {}
     virtual Segment* newSegment(char const* name, unsigned long long rva, unsigned long long fileOffset,
@@ -128,6 +143,7 @@ private:
 
     OrvLock m_lock;
     status_t m_status = status_Ok;
+    reading_t m_reading = ORV_3_30::reading();
     OrvLock m_symbolFileLock;
     std::map<FileKey, SymMgrObjectPtr<IDebugInfoLoader>> m_debugInfoLoaders;
     SymbolFiles m_symbolFiles;

@@ -139,7 +139,7 @@ IDebugInfoLoader* ElfFileLoader::createDwarfLoader(char const* name) {
     bool const isPlaced = symbolFile->getImageBase() != ~0ULL;
     unsigned long long const bias = isPlaced ? m_elfHelper->getImageBase() - symbolFile->getImageBase() : 0;
     SymMgrObjectPtr<IFileFormatHelper> const helper(new ElfFileFormatHelper(symbolFile.get()));
-    return root().dwarfLoader(this, name, helper.get(), bias);
+    return root().dwarfLoader(this, name, helper.get(), bias, reading());
 }
 
 Segment* ElfFileLoader::newSegment(char const* name, unsigned long long rva, unsigned long long fileOffset,
@@ -181,6 +181,10 @@ void ElfFileLoader::loadTable(ElfHelper::Role symbols, ElfHelper::Role strings, 
     callBack->finish();
 }
 
+char const* ElfFileLoader::symbolNameOf(unsigned long long start, unsigned long long end, char const* own) {
+    return m_symbolNames.get([this] { return std::make_unique<ElfSymbolNames>(*m_elfHelper); }).find(start, end, own);
+}
+
 void ElfFileLoader::addThunks(ISymbolTable& table, AcceptedRanges* filter) {
     unsigned int const index = m_elfHelper->sectionIndex(ElfHelper::role_Plt);
     if (index == k_noSection) {
@@ -217,8 +221,11 @@ bool ElfFileFormatHelper::isLoadedAddress(unsigned long long address) {
 
 void ElfFileFormatHelper::sectionData(SymMgrObjectPtr<ISectionData>& out, unsigned int role) {
     static constexpr ElfHelper::Role k_roles[] = {
-        ElfHelper::role_DebugInfo,   ElfHelper::role_DebugAbbrev, ElfHelper::role_DebugStr, ElfHelper::role_DebugLine,
-        ElfHelper::role_DebugRanges, ElfHelper::role_DebugLoc,    ElfHelper::role_BuildId,  ElfHelper::role_DebugLink,
+        ElfHelper::role_DebugInfo,       ElfHelper::role_DebugAbbrev, ElfHelper::role_DebugStr,
+        ElfHelper::role_DebugLine,       ElfHelper::role_DebugRanges, ElfHelper::role_DebugLoc,
+        ElfHelper::role_BuildId,         ElfHelper::role_DebugLink,   ElfHelper::role_DebugLineStr,
+        ElfHelper::role_DebugStrOffsets, ElfHelper::role_DebugAddr,   ElfHelper::role_DebugRnglists,
+        ElfHelper::role_DebugLoclists,
     };
     out = nullptr;
     if (role >= std::size(k_roles) || m_elfHelper->sectionIndex(k_roles[role]) == k_noSection) {

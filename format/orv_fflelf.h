@@ -3,8 +3,10 @@
 /// The loader of ELF files: programs, shared objects, relocatable files, kernel images, Android OAT files.
 #pragma once
 
+#include "core/orv_once.h"
 #include "format/orv_elf_helper.h"
 #include "format/orv_elf_oat.h"
+#include "format/orv_elf_symbol_names.h"
 #include "format/orv_ffl.h"
 
 namespace ORV_3_30 {
@@ -33,6 +35,7 @@ public:
 
     status_t collectSymbolFiles(SymbolFiles& candidates) override;
     IDebugInfoLoader* createDebugInfoLoader(char const* name, symbol_file_format_t format, unsigned int flags) override;
+    char const* symbolNameOf(unsigned long long start, unsigned long long end, char const* own) override;
     void addSectionEnds(ISymbolTable* table) override;
     Segment* newSegment(char const* name, unsigned long long rva, unsigned long long fileOffset,
                         unsigned long long fileSize, unsigned long long memorySize, unsigned int type) override;
@@ -49,6 +52,7 @@ private:
 
     SymMgrObjectPtr<ElfHelper> m_elfHelper;
     bool m_fileInfoRead = false;
+    Once<ElfSymbolNames> m_symbolNames;
     OatPlace m_oat; ///< Of an OAT file that is to be read as one.
 };
 

@@ -38,7 +38,7 @@ public:
                                         OatPlace const& place) const = 0;
     /// The reader of a file's DWARF; loadBias: what is added to its addresses to get the module's.
     virtual IDebugInfoLoader* dwarfLoader(IFileFormatLoader* loader, char const* symFileName, IFileFormatHelper* helper,
-                                          unsigned long long loadBias) const = 0;
+                                          unsigned long long loadBias, reading_t reading) const = 0;
     /// The program file that may stand beside the binary of a GPU kernel; format: that of the family's compiler.
     virtual void collectProgramFiles(FileFormatLoader::SymbolFiles& candidates, char const* binary,
                                      symbol_file_format_t format, ILock* lock) const = 0;

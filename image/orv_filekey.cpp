@@ -10,8 +10,9 @@
 
 namespace ORV_3_30 {
 
-FileKey::FileKey(char const* path, std::uint64_t imageOffset, arch_t architecture)
-    : m_path(path != nullptr ? path : ""), m_imageOffset(imageOffset), m_architecture(architecture) {
+FileKey::FileKey(char const* path, std::uint64_t imageOffset, arch_t architecture, reading_t reading)
+    : m_path(path != nullptr ? path : ""), m_imageOffset(imageOffset), m_architecture(architecture),
+      m_reading(reading) {
     fullPath(m_normalizedPath, m_path.c_str(), false);
     struct stat64 info {};
     if (!m_path.empty() && ::stat64(m_path.c_str(), &info) == 0) {
@@ -29,7 +30,8 @@ bool operator<(FileKey const& a, FileKey const& b) {
     if (a.m_normalizedPath != b.m_normalizedPath) {
         return a.m_path < b.m_path;
     }
-    return std::tie(a.m_imageOffset, a.m_architecture) < std::tie(b.m_imageOffset, b.m_architecture);
+    return std::tie(a.m_imageOffset, a.m_architecture, a.m_reading) <
+           std::tie(b.m_imageOffset, b.m_architecture, b.m_reading);
 }
 
 } // namespace ORV_3_30

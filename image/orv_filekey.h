@@ -4,6 +4,7 @@
 #pragma once
 
 #include "orv/orv_moduleimage.h"
+#include "orv/orv_reading.h"
 
 #include <cstdint>
 #include <string>
@@ -14,10 +15,10 @@ namespace ORV_3_30 {
 class FileKey {
 public:
     /// A null path is the empty one. Without a file, size and time are 0.
-    FileKey(char const* path, std::uint64_t imageOffset, arch_t architecture);
+    FileKey(char const* path, std::uint64_t imageOffset, arch_t architecture, reading_t reading = reading_Classic);
 
-    /// By size, then time; different paths by their bytes, the same path by offset, then
-    /// architecture. Two spellings of one path are the same path.
+    /// By size, then time; different paths by their bytes, the same path by offset, architecture and reading. Two
+    /// spellings of one path are the same path.
     friend bool operator<(FileKey const& a, FileKey const& b);
 
     std::string const& path() const { return m_path; }
@@ -29,6 +30,7 @@ private:
     std::string m_normalizedPath; ///< What samePath would compare, made once.
     std::uint64_t m_imageOffset;
     arch_t m_architecture;
+    reading_t m_reading;
 };
 
 } // namespace ORV_3_30

@@ -68,8 +68,8 @@ public:
     }
 
     IDebugInfoLoader* dwarfLoader(IFileFormatLoader* loader, char const* symFileName, IFileFormatHelper* helper,
-                                  unsigned long long loadBias) const override {
-        return new DWARFDebugInfoLoader(loader, symFileName, helper, loadBias);
+                                  unsigned long long loadBias, reading_t reading) const override {
+        return new DWARFDebugInfoLoader(loader, symFileName, helper, loadBias, reading);
     }
     void collectProgramFiles(FileFormatLoader::SymbolFiles& candidates, char const* binary, symbol_file_format_t format,
                              ILock* lock) const override {

@@ -3,6 +3,8 @@
 // Two maps, of loaders by file and of banks by loaders, without references of their own.
 #include "manager/orv_symbolmanager.h"
 
+#include "format/orv_ffl.h"
+
 #include "core/orv_trace.h"
 #include "image/orv_path.h"
 #include "manager/orv_modulesymbolbank.h"
@@ -183,7 +185,8 @@ status_t SymbolManager::getFileLoader(SymMgrObjectPtr<IFileFormatLoader>& loader
     }
     std::string path;
     fullPath(path, name, false);
-    FileKey const key(path.c_str(), image->imageOffset(), image->architecture());
+    reading_t const wanted = reading();
+    FileKey const key(path.c_str(), image->imageOffset(), image->architecture(), wanted);
     LockGuard guard(&loaderLock());
     auto const found = m_fileLoaders.find(key);
     if (found != m_fileLoaders.end()) {
@@ -194,7 +197,10 @@ status_t SymbolManager::getFileLoader(SymMgrObjectPtr<IFileFormatLoader>& loader
         if (status != status_Ok) {
             return status;
         }
-        m_fileLoaders[key] = loader.get();
+        auto const* const own = dynamic_cast<FileFormatLoader*>(loader.get());
+        if (own != nullptr && own->reading() == wanted) { // nobody has set another one meanwhile
+            m_fileLoaders[key] = loader.get();
+        }
     }
     return loader ? status_Ok : status_BadFileFormat;
 }

@@ -20,6 +20,7 @@
 #include "orv/orv_object.h"
 #include "orv/orv_optreport.h"
 #include "orv/orv_programfile.h"
+#include "orv/orv_reading.h"
 #include "orv/orv_scope.h"
 #include "orv/orv_section.h"
 #include "orv/orv_source.h"

@@ -96,6 +96,8 @@ public:
         unsigned int version = 4;
         unsigned int addrSize = 8;
         bool is64 = false;
+        unsigned int type = DW_UT_compile; ///< From version 5 on.
+        char const* more = "";             ///< What stands behind the header for units of that type.
     };
     using Specs = std::vector<std::pair<unsigned int, unsigned int>>;
 
@@ -117,9 +119,12 @@ public:
     DwarfText& unit(Unit const& unit, std::string const& entries) {
         std::string const label = number(m_unitCount++);
         std::string const offset = unit.is64 ? ".8byte " : ".4byte ";
+        std::string const size = ".byte " + number(unit.addrSize) + "\n";
+        bool const isTyped = unit.version >= 5;
         m_info += ".Lunit" + label + ":\n" + (unit.is64 ? ".4byte 0xffffffff\n" : "") + offset + ".Lend" + label +
-                  " - .Lbegin" + label + "\n.Lbegin" + label + ":\n.2byte " + number(unit.version) + "\n" + offset +
-                  ".Labbrev\n.byte " + number(unit.addrSize) + "\n" + entries + ".Lend" + label + ":\n";
+                  " - .Lbegin" + label + "\n.Lbegin" + label + ":\n.2byte " + number(unit.version) + "\n" +
+                  (isTyped ? ".byte " + number(unit.type) + "\n" + size : "") + offset + ".Labbrev\n" +
+                  (isTyped ? "" : size) + unit.more + entries + ".Lend" + label + ":\n";
         return *this;
     }
     DwarfText& section(std::string const& name, std::string const& text) {

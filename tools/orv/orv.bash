@@ -3,7 +3,7 @@
 # Bash completion for orv.
 _orv() {
     local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD-1]}
-    local common="--json --arch --target-name --offload --no-debug-info --debug-root --debuginfod --symbol-file --quiet --log-level --version --help"
+    local common="--json --arch --target-name --offload --no-debug-info --debug-root --debuginfod --symbol-file --reading --quiet --log-level --version --help"
     local commands="symbolize info candidates symbols sections segments address units files lines function inlines stackvar optreports"
     local command="" word
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
@@ -19,6 +19,7 @@ _orv() {
         --log-level) COMPREPLY=($(compgen -W "trace info warn error off" -- "$cur")); return ;;
         --kind) COMPREPLY=($(compgen -W "function data other" -- "$cur")); return ;;
         --debug-root) COMPREPLY=($(compgen -d -- "$cur")); return ;;
+        --reading) COMPREPLY=($(compgen -W "classic modern" -- "$cur")); return ;;
         --symbol-file) COMPREPLY=($(compgen -f -- "$cur")); return ;;
         --range | --pc | --sp | --fp | --unit | --target-name) return ;;
     esac

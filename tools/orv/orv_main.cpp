@@ -32,6 +32,17 @@ std::map<std::string, int> const k_logLevels = {
     {"trace", 0}, {"info", 20000}, {"warn", 30000}, {"error", 40000}, {"off", 60000},
 };
 
+std::map<std::string, reading_t> const k_readings = {
+    {"classic", reading_Classic},
+    {"modern", reading_Modern},
+};
+
+/// The library's own default is for tools that count on it.
+reading_t usualReading() {
+    char const* const setting = std::getenv("ORV_READING");
+    return setting != nullptr && *setting != '\0' ? reading() : reading_Modern;
+}
+
 constexpr char k_anyStyle[] = "true"; // of a flag without value
 std::set<std::string> const k_demangleStyles = {"auto", "gnu-v3", "none"};
 
@@ -116,6 +127,7 @@ public:
             return complain(error.what());
         }
         configureLog(m_common.logLevel);
+        setReading(m_reading);
         return m_action();
     }
 
@@ -168,6 +180,11 @@ private:
         app.add_flag("--debuginfod", m_common.askServers, "Ask the servers of DEBUGINFOD_URLS for companions");
         app.add_option("--symbol-file", m_common.symbolFile, "Take debug information from this companion")
             ->type_name("FILE");
+        app.add_option_function<std::string>(
+               "--reading", [this](std::string const& name) { m_reading = k_readings.at(name); },
+               "How much of debug information is read: classic, what the library reads unless it is told (default: "
+               "what ORV_READING says, else modern)")
+            ->check(oneOf("READING", k_readings));
         app.add_option("--log-level", m_common.logLevel, "Log to standard error")->check(oneOf("LEVEL", k_logLevels));
     }
 
@@ -340,6 +357,7 @@ private:
     bool m_isAddr2line;
     CLI::App m_app{"ORV names what stands at an address of a module."};
     CommonOptions m_common;
+    reading_t m_reading = usualReading();
     std::string m_module;
     std::vector<std::string> m_demangleStyles; ///< In the order of the command line.
     std::string m_target;
