@@ -7,6 +7,7 @@
 #include "core/orv_trace.h"
 #include "dwarf/orv_dwarf_scope.h"
 #include "dwarf/orv_dwarf_symbols.h"
+#include "format/orv_root.h"
 #include "symbols/orv_range_record.h"
 
 #include <cstdlib>
@@ -51,20 +52,41 @@ status_t DWARFDebugInfoLoader::readUnits() {
     if (!m_reader.units().empty() && !m_reader.hasLineBytes()) {
         m_lineStatus = status_NoDebugInfo;
     }
-    Units units;
-    for (auto const& unit : m_reader.units()) {
-        units.push_back(SymMgrObjectPtr<DWARFCompilationUnit>(new DWARFCompilationUnit(*this, *unit)));
-    }
-    m_units = std::move(units);
+    openSupplement();
+    m_views.open(*this);
     return status;
+}
+
+/// Whatever it comes to, what stands in the file itself is there. Asked for in a load, not when the loader is made:
+/// banks that want no symbols leave the file alone.
+void DWARFDebugInfoLoader::openSupplement() {
+    SymMgrObjectPtr<IFileFormatHelper> file;
+    if (m_reader.isModern() && !m_reader.units().empty()) {
+        file = root().openSupplement(m_fileFormatHelper.get(), symFileName(), moduleLoader());
+    }
+    if (file && failed(m_reader.holdSupplement(file))) {
+        ORV_WARN("Cannot read all of .debug_info of the supplementary file of " << symFileName());
+    }
+}
+
+void DWARFDebugInfoLoader::readDetailsOfPartialUnits() {
+    for (DwarfReader* const reader : {&m_reader, m_reader.supplement()}) {
+        for (std::size_t i = 0; reader != nullptr && i < reader->units().size(); ++i) {
+            DwarfUnit& unit = *reader->units()[i];
+            if (unit.isPartial()) {
+                unit.readDetails(m_search);
+            }
+        }
+    }
 }
 
 DWARFCompilationUnit* DWARFDebugInfoLoader::unitById(unsigned long long offset) {
     if (!m_hasUnits.load(std::memory_order_acquire)) {
         return nullptr;
     }
-    DwarfUnit const* const unit = m_reader.findUnitByOffset(offset);
-    return unit != nullptr && unit->header().offset == offset ? &viewOf(*unit) : nullptr;
+    DwarfUnit* const unit = m_reader.findUnitByOffset(offset);
+    bool const isThere = unit != nullptr && unit->header().offset == offset && !unit->isPartial();
+    return isThere ? &viewOf(*unit) : nullptr;
 }
 
 // --- Symbols
@@ -79,18 +101,20 @@ status_t DWARFDebugInfoLoader::loadSymbols(ISymbolTable* table, AcceptedRanges* 
         ORV_WARN("Cannot read .debug_info section ");
         return m_status;
     }
-    if (m_units.empty()) {
+    if (m_views.empty()) {
         m_status = readUnits();
         if (failed(m_status)) {
             m_hasUnits.store(true, std::memory_order_release); // those in front of the bad one stay
             return m_status;
         }
     }
-    m_reader.budgets().refill();
+    m_reader.refillBudgets();
     refillSearch();
+    readDetailsOfPartialUnits();
     DieTreeWalk walk(*this, {table, filter, table != nullptr ? table->scope() : nullptr});
     for (auto const& unit : m_reader.units()) {
-        if (unit->header().firstDie < unit->header().offset + unit->header().length) {
+        // A partial unit has no code. The entries of others refer to what stands in it.
+        if (!unit->isPartial() && unit->header().firstDie < unit->header().offset + unit->header().length) {
             walk.walkUnit(*unit, m_symbolsEnabled ? mask : 0);
         }
     }
@@ -100,7 +124,7 @@ status_t DWARFDebugInfoLoader::loadSymbols(ISymbolTable* table, AcceptedRanges* 
 }
 
 Scope* DWARFDebugInfoLoader::makeScope(RangeRecord const& record, Scope* parent) {
-    return DWARFScope::make(viewOf(*m_reader.findUnitByOffset(record.token)), record, parent);
+    return DWARFScope::make(*this, record, parent);
 }
 
 Scope* DWARFDebugInfoLoader::InlineMaker::makeScope(RangeRecord const& record, Scope* parent) {

@@ -12,6 +12,7 @@
 #include "dwarf/orv_dwarf_merge.h"
 #include "dwarf/orv_dwarf_reader.h"
 #include "dwarf/orv_dwarf_stackvar.h"
+#include "dwarf/orv_dwarf_views.h"
 #include "lines/orv_dil.h"
 #include "symbols/orv_scope_maker.h"
 
@@ -50,11 +51,10 @@ public:
     IScopeMaker& inlineMaker() { return m_inlineMaker; }
 
     DwarfReader& reader() { return m_reader; }
-    using Units = std::vector<SymMgrObjectPtr<DWARFCompilationUnit>>;
-    Units const& units() const { return m_units; }
+    UnitViews& views() { return m_views; }
     /// A unit as clients see it.
-    DWARFCompilationUnit& viewOf(DwarfUnit const& unit) const { return *m_units[unit.header().index]; }
-    /// By exact offset, once a load has read the units. Null if there is none.
+    DWARFCompilationUnit& viewOf(DwarfUnit& unit) { return m_views.of(unit); }
+    /// By exact offset, once a load has read the units. Null if there is none, and for a partial one.
     DWARFCompilationUnit* unitById(unsigned long long offset);
     DWARFLineResolver* lineResolver() const { return m_lineResolver.get(); }
     IFileFormatHelper* fileFormatHelper() const { return m_fileFormatHelper.get(); }
@@ -99,6 +99,9 @@ private:
     status_t searchStack(ISymbol* symbol, unsigned long long pc, unsigned long long address,
                          IStackFrameContext& context, StackAnswers::Answer const*& answer);
     status_t readUnits();
+    void openSupplement();
+    /// What no walk over entries reads.
+    void readDetailsOfPartialUnits();
 
     std::string m_symFileName;
     SymMgrObjectPtr<IFileFormatHelper> m_fileFormatHelper;
@@ -109,7 +112,7 @@ private:
     status_t m_status = status_Ok;
     std::atomic<status_t> m_lineStatus{status_NotInitialized};
     Budget m_search{"texts, types and origins"};
-    Units m_units;                       ///< Those of the reader, in its order.
+    UnitViews m_views;
     std::atomic<bool> m_hasUnits{false}; ///< They have been read in full.
     SymMgrObjectPtr<DWARFLineResolver> m_lineResolver;
     InlineMaker m_inlineMaker{*this};

@@ -31,8 +31,9 @@ enum dwarf_tag_t : unsigned int {
     DW_TAG_restrict_type = 0x37,
     DW_TAG_interface_type = 0x38,
     DW_TAG_namespace = 0x39,
-    DW_TAG_type_unit = 0x41,
+    DW_TAG_partial_unit = 0x3C,
     DW_TAG_mutable_type = 0x40,
+    DW_TAG_type_unit = 0x41,
     DW_TAG_rvalue_reference_type = 0x42,
     DW_TAG_unit_options = 0x7000 ///< A vendor's: the options that a part of a unit was compiled with.
 };

@@ -207,7 +207,7 @@ status_t DWARFCompilationUnit::runLineProgram(RangeFilter* filter) {
     if (m_lineStatus != status_NotInitialized) {
         return m_lineStatus;
     }
-    if (resolver == nullptr) {
+    if (resolver == nullptr || m_entries.isPartial()) {
         m_lineStatus = status_NoDebugInfo;
         return m_lineStatus;
     }

@@ -112,8 +112,7 @@ bool DieAttributes::read(DwarfWalker& walker, FormContext const& context, Abbrev
 }
 
 DieAttributes& DieChain::start(DwarfUnit& unit, std::uint64_t offset, unsigned int mostLinks) {
-    m_links[0].unit = &unit;
-    m_links[0].offset = offset;
+    m_links[0].place = {&unit, offset};
     m_count = 1;
     m_mostLinks = mostLinks;
     m_isComplete = false;
@@ -121,11 +120,11 @@ DieAttributes& DieChain::start(DwarfUnit& unit, std::uint64_t offset, unsigned i
     return m_links[0].attributes;
 }
 
-bool DieChain::startAtOrigin(DwarfUnit& asking, std::uint64_t offset) {
-    start(asking, offset, k_longestOriginChain - 1);
+bool DieChain::startAtOrigin(DwarfPlace const& origin) {
     m_count = 0;
-    DwarfUnit* const unit = asking.reader().findUnitByOffset(asking, offset);
-    m_isComplete = unit == nullptr || !readLink(*unit, offset);
+    m_mostLinks = k_longestOriginChain - 1;
+    m_isCut = false;
+    m_isComplete = !origin || !readLink(origin);
     return !m_isComplete;
 }
 
@@ -140,21 +139,21 @@ bool DieChain::extend() {
     if (reference == nullptr) {
         return false;
     }
-    std::uint64_t const offset = reference->value;
-    DwarfUnit* const unit = last.unit->reader().findUnitByOffset(*last.unit, offset);
+    DwarfPlace const origin = last.place.unit->target(*reference);
     for (unsigned int i = 0; i < m_count; ++i) {
-        if (unit == nullptr || m_links[i].offset == offset) {
+        if (!origin || m_links[i].place == origin) {
             return false;
         }
     }
-    m_isComplete = !readLink(*unit, offset);
+    m_isComplete = !readLink(origin);
     return !m_isComplete;
 }
 
 /// Adds the entry at an offset. Many entries may share an origin that is long, so what it costs is counted.
-bool DieChain::readLink(DwarfUnit& unit, std::uint64_t offset) {
+bool DieChain::readLink(DwarfPlace const& place) {
+    DwarfUnit const& unit = *place.unit;
     DwarfWalker walker = unit.unitWalker();
-    walker.seek(offset);
+    walker.seek(place.offset);
     std::uint64_t const code = walker.unsignedLeb();
     AbbrevEntry const* const entry = code != 0 ? unit.abbrevs().find(code) : nullptr;
     if (code == 0 || !ORV_ASSERT(entry != nullptr, "false")) {
@@ -166,10 +165,9 @@ bool DieChain::readLink(DwarfUnit& unit, std::uint64_t offset) {
     }
     m_tag = m_count == 0 ? entry->tag : m_tag;
     Link& link = m_links[m_count];
-    link.unit = &unit;
-    link.offset = offset;
+    link.place = place;
     link.attributes.read(walker, unit.forms(), unit.abbrevs(), *entry);
-    m_search.settle(walker.offset() - offset);
+    m_search.settle(walker.offset() - place.offset);
     ++m_count;
     return true;
 }
@@ -187,13 +185,19 @@ DieChain::Link* DieChain::findLink(DieAttributes::Slot slot) {
 
 AttrValue const* DieChain::find(DieAttributes::Slot slot, DwarfUnit*& unit) {
     Link const* const link = findLink(slot);
-    unit = link != nullptr ? link->unit : unit;
+    unit = link != nullptr ? link->place.unit : unit;
     return link != nullptr ? link->attributes.get(slot) : nullptr;
 }
 
 AttrValue const* DieChain::find(DieAttributes::Slot slot) {
     DwarfUnit* unit = nullptr;
     return find(slot, unit);
+}
+
+DwarfPlace DieChain::target(DieAttributes::Slot slot) {
+    DwarfUnit* unit = nullptr;
+    AttrValue const* const reference = find(slot, unit);
+    return reference != nullptr ? unit->target(*reference) : DwarfPlace();
 }
 
 /// Null for no text, and for an empty one.
@@ -207,12 +211,12 @@ char const* DieChain::text(DieAttributes::Slot slot) { return textOf(find(slot))
 
 DieChain::Named DieChain::named(DieAttributes::Slot slot) {
     Link const* const link = findLink(slot);
-    return link != nullptr ? Named{textOf(link->attributes.get(slot)), link->unit, link->offset} : Named();
+    return link != nullptr ? Named{textOf(link->attributes.get(slot)), link->place} : Named();
 }
 
 DieChain::Named DieChain::linkageName() {
     Named const vendors = named(DieAttributes::slot_VendorLinkageName);
-    return vendors.unit != nullptr ? vendors : named(DieAttributes::slot_LinkageName);
+    return vendors.place ? vendors : named(DieAttributes::slot_LinkageName);
 }
 
 bool AttrBindings::readDie(DwarfUnit& unit, DwarfWalker& walker) {

@@ -9,6 +9,7 @@
 #include "core/orv_budget.h"
 #include "dwarf/orv_dwarf_abbrev.h"
 #include "dwarf/orv_dwarf_constants.h"
+#include "dwarf/orv_dwarf_place.h"
 #include "orv/orv_object.h"
 
 #include <array>
@@ -16,8 +17,6 @@
 #include <vector>
 
 namespace ORV_3_30 {
-
-class DwarfUnit;
 
 /// How far a chain of origins is followed. Real ones have two or three links.
 constexpr unsigned int k_longestOriginChain = 8;
@@ -101,7 +100,7 @@ public:
     /// Starts with an entry, whose attributes are read into first() before anything is asked. mostLinks counts it too.
     DieAttributes& start(DwarfUnit& unit, std::uint64_t offset, unsigned int mostLinks = k_longestOriginChain);
     /// The same for an entry that is an origin itself, and is read here. False if it can't be.
-    bool startAtOrigin(DwarfUnit& asking, std::uint64_t offset);
+    bool startAtOrigin(DwarfPlace const& origin);
     /// True if the chain ends where too much was read, not where the file ends it.
     bool isCut() const { return m_isCut; }
     DieAttributes& first() { return m_links[0].attributes; }
@@ -109,13 +108,14 @@ public:
     AttrValue const* find(DieAttributes::Slot slot);
     /// The same, with the unit that the attribute stands in.
     AttrValue const* find(DieAttributes::Slot slot, DwarfUnit*& unit);
+    /// Where the reference leads that such an attribute is; no entry without one, and for a wild one.
+    DwarfPlace target(DieAttributes::Slot slot);
     /// A text that is there and not empty; null otherwise.
     char const* text(DieAttributes::Slot slot);
     /// A name, null if it is missing or empty, and the entry that has it.
     struct Named {
         char const* text = nullptr;
-        DwarfUnit* unit = nullptr;
-        std::uint64_t offset = 0;
+        DwarfPlace place;
     };
     Named linkageName();
     Named plainName() { return named(DieAttributes::slot_Name); }
@@ -127,13 +127,12 @@ public:
 private:
     struct Link {
         DieAttributes attributes;
-        DwarfUnit* unit;
-        std::uint64_t offset;
+        DwarfPlace place;
     };
     bool extend();
-    bool readLink(DwarfUnit& unit, std::uint64_t offset);
     Link* findLink(DieAttributes::Slot slot);
     Named named(DieAttributes::Slot slot);
+    bool readLink(DwarfPlace const& place);
 
     Budget& m_search;
     std::array<Link, k_longestOriginChain> m_links;
@@ -159,6 +158,8 @@ public:
     AttrValue const* attribute(DieAttributes::Slot slot, bool localOnly = false) {
         return localOnly ? m_chain.first().get(slot) : m_chain.find(slot);
     }
+    /// Where a reference leads, of the entry or of its origin.
+    DwarfPlace target(DieAttributes::Slot slot) { return m_chain.target(slot); }
     /// The value of a number; 0 where the attribute is not there.
     std::uint64_t number(DieAttributes::Slot slot) {
         AttrValue const* const value = attribute(slot);

@@ -81,6 +81,12 @@ bool textElsewhere(DwarfWalker& walker, FormContext const& context, AttrValue& o
     return textAt(uncheckedOffset(walker, context.is64), context.strings, context.stringsSize, out);
 }
 
+/// Null data for a text that is not there, as where the file was not found.
+bool supplementText(FormContext const& context, std::uint64_t offset, AttrValue& out) {
+    DwarfBytes const& strings = context.tables->supplementStrings;
+    return textAt(offset, strings.data, strings.size, out);
+}
+
 /// 3 bytes; 0 if fewer are left.
 std::uint64_t fixed3(DwarfWalker& walker) {
     std::uint64_t const low = fixed<2>(walker);
@@ -134,9 +140,9 @@ bool readLaterForm(DwarfWalker& walker, FormContext const& context, std::uint64_
         return indexedList(context, tables.locationLists, context.bases.locationLists, walker.unsignedLeb(), out);
     case DW_FORM_data16: return block(walker, DW_FORM_block, 16, out);
     case DW_FORM_implicit_const: return withoutValue(DW_FORM_sdata, out);
-    case DW_FORM_strp_sup: uncheckedOffset(walker, context.is64); return withoutValue(form, out);
-    case DW_FORM_ref_sup4: walker.skip(4); return withoutValue(form, out);
-    case DW_FORM_ref_sup8: walker.skip(8); return withoutValue(form, out);
+    case DW_FORM_strp_sup: return supplementText(context, uncheckedOffset(walker, context.is64), out);
+    case DW_FORM_ref_sup4: return number(DW_FORM_GNU_ref_alt, fixed<4>(walker), out);
+    case DW_FORM_ref_sup8: return number(DW_FORM_GNU_ref_alt, fixed<8>(walker), out);
     default: return false;
     }
 }
@@ -156,7 +162,9 @@ unsigned int sizeOfLaterForm(FormContext const& context, std::uint64_t form) {
     case DW_FORM_ref_sup8: return 8;
     case DW_FORM_data16: return 16;
     case DW_FORM_line_strp:
-    case DW_FORM_strp_sup: return context.is64 ? 8 : 4;
+    case DW_FORM_strp_sup:
+    case DW_FORM_GNU_ref_alt:
+    case DW_FORM_GNU_strp_alt: return context.is64 ? 8 : 4;
     default: return k_variableSize;
     }
 }
@@ -209,8 +217,10 @@ bool readForm(DwarfWalker& walker, FormContext const& context, std::uint64_t for
             form = walker.unsignedLeb();
             continue;
         case DW_FORM_sec_offset:
-        case DW_FORM_GNU_ref_alt:
-        case DW_FORM_GNU_strp_alt: return checkedOffset(walker, context.is64, form, out);
+        case DW_FORM_GNU_ref_alt: return checkedOffset(walker, context.is64, form, out);
+        case DW_FORM_GNU_strp_alt:
+            return checkedOffset(walker, context.is64, form, out) &&
+                   (context.tables == nullptr || supplementText(context, out.value, out));
         case DW_FORM_flag_present: return withoutValue(form, out);
         case DW_FORM_ref_sig8: walker.skip(8); return number(form, ~std::uint64_t{0}, out);
         case DW_FORM_GNU_addr_index:

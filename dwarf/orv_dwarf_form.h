@@ -17,11 +17,12 @@ struct DwarfBytes {
 
 /// Where values of DWARF 5 lead (version 5, 7.26 to 7.29). Of one file.
 struct DwarfTables {
-    DwarfBytes lineStrings;   ///< .debug_line_str
-    DwarfBytes stringOffsets; ///< .debug_str_offsets
-    DwarfBytes addresses;     ///< .debug_addr
-    DwarfBytes rangeLists;    ///< .debug_rnglists
-    DwarfBytes locationLists; ///< .debug_loclists
+    DwarfBytes lineStrings;       ///< .debug_line_str
+    DwarfBytes stringOffsets;     ///< .debug_str_offsets
+    DwarfBytes addresses;         ///< .debug_addr
+    DwarfBytes rangeLists;        ///< .debug_rnglists
+    DwarfBytes locationLists;     ///< .debug_loclists
+    DwarfBytes supplementStrings; ///< .debug_str of the supplementary file, once that is there.
 };
 
 /// Where a unit's parts of those tables begin.
@@ -60,8 +61,9 @@ struct AttrValue {
 /// Decodes a value. False for a form that is refused. The value of a form without one is what out held
 /// before: for a flag only that it is there counts.
 ///
-/// Indices are followed: what leads to a text comes back as one, a place in a table of lists as DW_FORM_sec_offset. A
-/// value that stands in the abbreviation is not read here.
+/// Indices are followed: what leads to a text comes back as one, a place in a table of lists as DW_FORM_sec_offset.
+/// With the modern reading texts of the supplementary file come back as DW_FORM_strp, references into it as
+/// DW_FORM_GNU_ref_alt. A value that stands in the abbreviation is not read here.
 bool readForm(DwarfWalker& walker, FormContext const& context, std::uint64_t form, AttrValue& out);
 
 /// True for a form whose value takes no bytes of an entry.

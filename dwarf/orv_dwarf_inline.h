@@ -33,7 +33,7 @@ class DWARFInlineInstanceScope final : public DWARFScope {
 public:
     DWARFInlineInstanceScope(DWARFCompilationUnit& unit, std::uint64_t dieOffset, Scope* parent,
                              InlineTree::Body const& body)
-        : DWARFScope(unit, dieOffset, parent), m_inlineInstance(new DWARFInlineInstance(this, body)) {}
+        : DWARFScope(unit, dieOffset, parent, unit), m_inlineInstance(new DWARFInlineInstance(this, body)) {}
     ~DWARFInlineInstanceScope() override { m_inlineInstance->leaveScope(); }
 
     IInlineInstance* inlineInstance() override { return m_inlineInstance.get(); }

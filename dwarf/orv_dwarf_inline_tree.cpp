@@ -168,7 +168,7 @@ private:
 
     OriginFacts originFacts(DieAttributes const& own) {
         AttrValue const* const reference = own.origin();
-        return reference != nullptr ? m_unit.reader().origins().factsOf(m_unit, reference->value) : OriginFacts();
+        return reference != nullptr ? OriginTable::factsOf(m_unit, *reference) : OriginFacts();
     }
 
     /// False if it has no place, or none in the module.

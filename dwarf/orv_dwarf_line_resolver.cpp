@@ -31,8 +31,13 @@ unsigned int DWARFLineResolver::sourceFileCount() {
 }
 
 ISourceFile* DWARFLineResolver::sourceFileById(unsigned int id) {
-    LockGuard guard(m_isComplete.load(std::memory_order_acquire) ? nullptr : &m_runLock);
-    return id < m_sourceFiles.size() ? m_sourceFiles[id].get() : nullptr;
+    bool const isComplete = m_isComplete.load(std::memory_order_acquire);
+    LockGuard guard(isComplete && id < m_sourceFiles.size() ? nullptr : &m_runLock);
+    if (id < m_sourceFiles.size()) {
+        return m_sourceFiles[id].get();
+    }
+    std::size_t const later = id - m_sourceFiles.size();
+    return later < m_laterFiles.size() ? m_laterFiles[later].get() : nullptr;
 }
 
 bool DWARFLineResolver::fileIdByName(char const* name, unsigned int& outId, unsigned long long* outCrc) {
@@ -107,7 +112,32 @@ int DWARFLineResolver::addFileIn(std::uint32_t directory, std::string_view name,
     return id;
 }
 
+int DWARFLineResolver::declaredFileId(unsigned long long number, DwarfUnit const& unit) {
+    ensureLines(nullptr);
+    LockGuard guard(&m_runLock);
+    DeclaredFiles::File file;
+    if (m_isRunning || !m_declaredFiles.find(unit, number, file)) { // a question from within the run comes too early
+        return -1;
+    }
+    unsigned long long const checksum = checksumOf(file.path);
+    for (auto const* const ids : {&m_sourceFileIdByCrc, &m_laterFileIdByCrc}) {
+        auto const known = ids->find(checksum);
+        if (known != ids->end()) {
+            return static_cast<int>(known->second);
+        }
+    }
+    auto const id = static_cast<unsigned int>(m_sourceFiles.size() + m_laterFiles.size());
+    SymMgrObjectPtr<SourceFile> const made(
+        new SourceFile(this, id, std::move(file.path), file.modificationTime, file.length));
+    m_laterFiles.push_back(made);
+    m_laterFileIdByCrc.emplace(checksum, id);
+    return static_cast<int>(id);
+}
+
 int DWARFLineResolver::fileIdOfNumber(unsigned long long number, DWARFCompilationUnit& unit) {
+    if (unit.entries().isPartial()) {
+        return declaredFileId(number, unit.entries());
+    }
     LockGuard guard(&m_runLock);
     unit.runLineProgram(nullptr);
     return unit.sourceFileIds().idOf(number);
@@ -148,7 +178,10 @@ status_t DWARFLineResolver::runAll(Scope* scope) {
     }
     status_t status = status_Fail;
     bool isAny = false;
-    for (auto const& unit : m_loader->units()) {
+    for (auto const& unit : m_loader->views().units()) {
+        if (unit->entries().isPartial()) {
+            continue;
+        }
         status_t const unitStatus = unit->runLineProgram(filter.get());
         isAny = isAny || unitStatus == status_Ok;
         status = isAny ? status_Ok : unitStatus;

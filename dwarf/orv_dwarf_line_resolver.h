@@ -3,6 +3,7 @@
 /// The line resolver of DWARF: source files, and the runs of the units' line programs.
 #pragma once
 
+#include "dwarf/orv_dwarf_declared_files.h"
 #include "lines/orv_dil.h"
 #include "lines/orv_sourceline_impl.h"
 
@@ -40,7 +41,8 @@ public:
     bool fileIdByName(char const* name, unsigned int& outId, unsigned long long* outCrc);
     /// The id of a path's file, made if need be; -1 for a null or empty path. Under the run lock.
     int addFile(char const* path, unsigned long long modificationTime, unsigned long long length);
-    /// The id of a unit's file by its number in the line table; -1 for 0 and for numbers beyond it.
+    /// The id of a unit's file by its number in the line table; -1 for 0 and for numbers beyond it. For a partial unit
+    /// all programs are run first: the files that they name have their ids by then.
     int fileIdOfNumber(unsigned long long number, DWARFCompilationUnit& unit);
 
     /// A directory as file entries refer to it. The same directory has one number.
@@ -77,6 +79,7 @@ private:
         return status == status_Ok ? m_lineTable : SymMgrObjectPtr<LineTable>();
     }
     status_t runAll(Scope* scope);
+    int declaredFileId(unsigned long long number, DwarfUnit const& unit);
 
     DWARFDebugInfoLoader* m_loader; ///< Not counted: it owns the resolver.
     OrvLock m_runLock;
@@ -85,6 +88,11 @@ private:
     std::atomic<bool> m_isComplete{false};                  ///< All programs have been run.
     std::vector<SymMgrObjectPtr<SourceFile>> m_sourceFiles; ///< By id.
     std::map<unsigned long long, unsigned int> m_sourceFileIdByCrc;
+    DeclaredFiles m_declaredFiles;
+    /// Files that declarations in partial units alone name, with the ids behind those of m_sourceFiles. They come when
+    /// all programs have been run, and stay under the run lock.
+    std::vector<SymMgrObjectPtr<SourceFile>> m_laterFiles;
+    std::map<unsigned long long, unsigned int> m_laterFileIdByCrc;
     std::unordered_map<std::string, std::uint32_t> m_directories;
     std::vector<std::string const*> m_directoryNames;
     std::unordered_map<NameInDirectory, int, Hash> m_knownNames;

@@ -36,18 +36,18 @@ bool memberOffset(AttrValue const& location, std::uint64_t& out) {
     }
 }
 
-/// Shows a visitor the entries in the type at an offset.
-void visitType(DwarfUnit& asked, std::uint64_t typeOffset, DIEVisitor& visitor, Budget& search) {
-    DwarfUnit* const unit = asked.reader().findUnitByOffset(asked, typeOffset);
-    if (unit == nullptr) {
+/// Shows a visitor the entries in a type.
+void visitType(DwarfPlace const& type, DIEVisitor& visitor, Budget& search) {
+    if (!type) {
         return;
     }
-    DwarfWalker walker = unit->unitWalker();
-    walker.seek(typeOffset);
-    AbbrevEntry const* const type = unit->abbrevs().find(walker.unsignedLeb());
+    DwarfUnit& unit = *type.unit;
+    DwarfWalker walker = unit.unitWalker();
+    walker.seek(type.offset);
+    AbbrevEntry const* const entry = unit.abbrevs().find(walker.unsignedLeb());
     std::uint64_t sibling = 0;
-    if (type != nullptr && unit->skipEntry(walker, *type, sibling) && type->hasChildren != 0) {
-        visitEntries(*unit, walker, VisitDepth::OneLevel, visitor, search);
+    if (entry != nullptr && unit.skipEntry(walker, *entry, sibling) && entry->hasChildren != 0) {
+        visitEntries(unit, walker, VisitDepth::OneLevel, visitor, search);
     }
 }
 
@@ -62,26 +62,26 @@ bool StructMemberVisitor::visit(DwarfUnit& unit, AttrBindings& die) {
     }
     char const* const name = die.name();
     AttrValue const* const location = die.attribute(DieAttributes::slot_MemberLocation);
-    AttrValue const* const type = die.attribute(DieAttributes::slot_Type);
+    DwarfPlace const type = die.target(DieAttributes::slot_Type);
     std::uint64_t offset = 0;
     if (name == nullptr || location == nullptr || !memberOffset(*location, offset)) {
         return true;
     }
     TypeInfo info{};
-    bool const isSized = type != nullptr && lookUpType(unit, type->value, m_search, info);
+    bool const isSized = lookUpType(unit, type, m_search, info);
     unsigned long long const start = m_start + offset;
     std::uint64_t const size = isSized ? info.size : 0;
     if (m_all != nullptr) {
         if (!unit.reader().budgets().members.spend(1)) {
             return false;
         }
-        m_all->emplace(start, StructMember{name, std::max(start, start + size), die.offset()});
+        m_all->emplace(start, StructMember{name, std::max(start, start + size), {&unit, die.offset()}});
         return true;
     }
     if (start > m_target || m_target - start >= size) {
         return true;
     }
-    m_found = {name, start, type != nullptr ? type->value : 0, info.tag};
+    m_found = {name, start, type, info.tag};
     return false;
 }
 
@@ -99,11 +99,10 @@ bool leadsToMembers(std::uint32_t typeTag) {
     }
 }
 
-StructMembers membersOf(DwarfUnit& unit, std::uint64_t typeOffset, unsigned long long start, unsigned long long end,
-                        Budget& search) {
+StructMembers membersOf(DwarfPlace const& type, unsigned long long start, unsigned long long end, Budget& search) {
     StructMembers members;
     StructMemberVisitor visitor(start, members, search);
-    visitType(unit, typeOffset, visitor, search);
+    visitType(type, visitor, search);
     if (!members.empty()) {
         auto const last = std::prev(members.end());
         last->second.end = std::max(last->first, std::min(last->second.end, end));
@@ -111,11 +110,11 @@ StructMembers membersOf(DwarfUnit& unit, std::uint64_t typeOffset, unsigned long
     return members;
 }
 
-void appendMemberNames(DwarfUnit& unit, std::uint64_t typeOffset, unsigned long long start, unsigned long long target,
-                       Budget& search, std::string& name) {
+void appendMemberNames(DwarfPlace type, unsigned long long start, unsigned long long target, Budget& search,
+                       std::string& name) {
     for (unsigned int depth = 0; depth < k_deepestMember; ++depth) {
         StructMemberVisitor visitor(start, target, search);
-        visitType(unit, typeOffset, visitor, search);
+        visitType(type, visitor, search);
         StructMemberVisitor::Found const& member = visitor.found();
         if (member.name == nullptr) {
             return;
@@ -125,7 +124,7 @@ void appendMemberNames(DwarfUnit& unit, std::uint64_t typeOffset, unsigned long 
             return;
         }
         start = member.start;
-        typeOffset = member.typeOffset;
+        type = member.type;
     }
 }
 

@@ -14,7 +14,7 @@ namespace ORV_3_30 {
 struct StructMember {
     char const* name; ///< In a section.
     unsigned long long end;
-    std::uint64_t dieOffset;
+    DwarfPlace place;
 };
 using StructMembers = std::map<unsigned long long, StructMember>; ///< By start; of several, as in a union, the first.
 
@@ -34,7 +34,7 @@ public:
     struct Found {
         char const* name = nullptr;
         unsigned long long start = 0;
-        std::uint64_t typeOffset = 0;
+        DwarfPlace type;
         std::uint32_t typeTag = 0;
     };
     Found const& found() const { return m_found; }
@@ -50,11 +50,10 @@ private:
 /// True for the types of variables that have scopes for their members: classes, structures and unions, and
 /// what only adds a property to one.
 bool leadsToMembers(std::uint32_t typeTag);
-/// The members of a variable over [start, end) of the type at an offset. The last one ends with the variable.
-StructMembers membersOf(DwarfUnit& unit, std::uint64_t typeOffset, unsigned long long start, unsigned long long end,
-                        Budget& search);
+/// The members of a variable over [start, end) of a type. The last one ends with the variable.
+StructMembers membersOf(DwarfPlace const& type, unsigned long long start, unsigned long long end, Budget& search);
 /// Adds "::" and the name of the member at target, and of the member in that one, as far as there is one.
-void appendMemberNames(DwarfUnit& unit, std::uint64_t typeOffset, unsigned long long start, unsigned long long target,
-                       Budget& search, std::string& name);
+void appendMemberNames(DwarfPlace type, unsigned long long start, unsigned long long target, Budget& search,
+                       std::string& name);
 
 } // namespace ORV_3_30

@@ -27,45 +27,44 @@ constexpr std::size_t k_mostParts = 64;
 
 } // namespace
 
-std::size_t DwarfNames::PlaceHash::operator()(Place const& place) const {
+std::size_t DwarfNames::PlaceHash::operator()(DwarfPlace const& place) const {
     constexpr std::uint64_t k_mix = 0x9E3779B97F4A7C15;
     return (place.offset ^ reinterpret_cast<std::uintptr_t>(place.unit)) * k_mix >> 16;
 }
 
 char const* DwarfNames::of(DieChain& chain) {
     DieChain::Named const linkage = chain.linkageName();
-    if (linkage.unit != nullptr) {
+    if (linkage.place) {
         return linkage.text;
     }
     DieChain::Named const plain = chain.plainName();
-    bool const isQualified = plain.text != nullptr && plain.unit->qualifiesNames();
-    return isQualified ? qualified(*plain.unit, plain.offset, plain.text) : plain.text;
+    bool const isQualified = plain.text != nullptr && plain.place.unit->qualifiesNames();
+    return isQualified ? qualified(plain.place, plain.text) : plain.text;
 }
 
-char const* DwarfNames::qualified(DwarfUnit& unit, std::uint64_t dieOffset, char const* name) {
-    std::uint64_t around = unit.containers().around(dieOffset);
-    if (around == 0) {
+char const* DwarfNames::qualified(DwarfPlace const& place, char const* name) {
+    DwarfPlace around{place.unit, place.unit->containers().around(place.offset)};
+    if (around.offset == 0) {
         return name;
     }
     {
         std::lock_guard<std::mutex> const guard(m_lock);
-        auto const known = m_qualified.find({&unit, dieOffset});
+        auto const known = m_qualified.find(place);
         if (known != m_qualified.end()) {
             return known->second.c_str();
         }
     }
-    DwarfBudgets& budgets = unit.reader().budgets();
+    DwarfBudgets& budgets = place.unit->reader().budgets();
     std::vector<char const*> parts{name};
     std::size_t size = std::strlen(name);
-    DwarfUnit* at = &unit;
     DieChain chain(budgets.origins);
-    while (around != 0 && parts.size() < k_mostParts && chain.startAtOrigin(*at, around)) {
+    while (around.offset != 0 && parts.size() < k_mostParts && chain.startAtOrigin(around)) {
         DieChain::Named const part = chain.plainName();
         parts.push_back(part.text != nullptr ? part.text : unnamed(chain.tag()));
         size += std::strlen(parts.back()) + 2;
         // A function that is defined elsewhere stands where it was declared.
-        at = part.unit != nullptr ? part.unit : at;
-        around = at->containers().around(part.unit != nullptr ? part.offset : around);
+        DwarfPlace const stands = part.place ? part.place : around;
+        around = {stands.unit, stands.unit->containers().around(stands.offset)};
     }
     if (!budgets.textBytes.spend(size)) {
         return name;
@@ -77,7 +76,7 @@ char const* DwarfNames::qualified(DwarfUnit& unit, std::uint64_t dieOffset, char
         text += *part;
     }
     std::lock_guard<std::mutex> const guard(m_lock);
-    return m_qualified.emplace(Place{&unit, dieOffset}, std::move(text)).first->second.c_str();
+    return m_qualified.emplace(place, std::move(text)).first->second.c_str();
 }
 
 } // namespace ORV_3_30

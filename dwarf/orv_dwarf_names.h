@@ -5,6 +5,7 @@
 
 #include "core/orv_once.h"
 #include "dwarf/orv_dwarf_containers.h"
+#include "dwarf/orv_dwarf_place.h"
 
 #include <mutex>
 #include <string>
@@ -23,18 +24,13 @@ public:
     char const* of(DieChain& chain);
 
 private:
-    char const* qualified(DwarfUnit& unit, std::uint64_t dieOffset, char const* name);
+    char const* qualified(DwarfPlace const& place, char const* name);
 
-    struct Place {
-        DwarfUnit const* unit;
-        std::uint64_t offset;
-        bool operator==(Place const& other) const { return unit == other.unit && offset == other.offset; }
-    };
     struct PlaceHash {
-        std::size_t operator()(Place const& place) const;
+        std::size_t operator()(DwarfPlace const& place) const;
     };
     std::mutex m_lock;
-    std::unordered_map<Place, std::string, PlaceHash> m_qualified; ///< By the entry that has the plain name.
+    std::unordered_map<DwarfPlace, std::string, PlaceHash> m_qualified; ///< By the entry that has the plain name.
 };
 
 } // namespace ORV_3_30

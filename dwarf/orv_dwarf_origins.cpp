@@ -13,11 +13,11 @@ std::uint64_t numberOf(DieChain& chain, DieAttributes::Slot slot) {
     return value != nullptr ? value->value : 0;
 }
 
-OriginFacts readFacts(DwarfUnit& asking, std::uint64_t offset) {
+OriginFacts readFacts(DwarfPlace const& place) {
     OriginFacts facts;
-    DieChain chain(asking.reader().budgets().origins);
-    if (chain.startAtOrigin(asking, offset)) {
-        facts.name = asking.reader().names().of(chain);
+    DieChain chain(place.unit->reader().budgets().origins);
+    if (chain.startAtOrigin(place)) {
+        facts.name = place.unit->reader().names().of(chain);
         facts.isExternal = chain.find(DieAttributes::slot_External) != nullptr;
         for (auto const slot : {DieAttributes::slot_LowPc, DieAttributes::slot_HighPc, DieAttributes::slot_Ranges}) {
             facts.hasPlace |= chain.find(slot) != nullptr;
@@ -37,7 +37,13 @@ OriginFacts readFacts(DwarfUnit& asking, std::uint64_t offset) {
 
 } // namespace
 
-OriginFacts OriginTable::factsOf(DwarfUnit& asking, std::uint64_t offset) {
+OriginFacts OriginTable::factsOf(DwarfUnit& asking, AttrValue const& reference) {
+    DwarfPlace const place = asking.target(reference);
+    return place ? place.unit->reader().origins().factsOf(place) : OriginFacts();
+}
+
+OriginFacts OriginTable::factsOf(DwarfPlace const& place) {
+    std::uint64_t const offset = place.offset;
     constexpr std::uint64_t k_mix = 0x9E3779B97F4A7C15; // entries stand at all distances
     Shelf& shelf = m_shelves[(offset * k_mix >> 32) % m_shelves.size()];
     std::lock_guard<std::mutex> const guard(shelf.lock);
@@ -45,7 +51,7 @@ OriginFacts OriginTable::factsOf(DwarfUnit& asking, std::uint64_t offset) {
     if (known != shelf.facts.end()) {
         return known->second;
     }
-    OriginFacts const facts = readFacts(asking, offset);
+    OriginFacts const facts = readFacts(place);
     if (!facts.isCut) { // otherwise another question may get further
         shelf.facts.emplace(offset, facts);
     }

@@ -3,6 +3,8 @@
 /// What entries learn from their origins: an inlined body has its name from the function that was inlined.
 #pragma once
 
+#include "dwarf/orv_dwarf_place.h"
+
 #include <array>
 #include <cstdint>
 #include <mutex>
@@ -10,7 +12,7 @@
 
 namespace ORV_3_30 {
 
-class DwarfUnit;
+struct AttrValue;
 
 /// Of no file of a line table.
 constexpr std::uint64_t k_noFile = ~std::uint64_t{0};
@@ -33,13 +35,15 @@ struct OriginFacts {
     DeclPlace declared;
 };
 
-/// Keeps what was read: the same functions are inlined again and again. Any thread may ask.
+/// Keeps what was read of one file: the same functions are inlined again and again. Any thread may ask.
 class OriginTable {
 public:
-    /// Of the entry at an offset in .debug_info, asked for from a unit. Nothing for an entry that can't be read.
-    OriginFacts factsOf(DwarfUnit& asking, std::uint64_t offset);
+    /// What the entry tells that a reference in a unit leads to. Nothing for one that can't be read.
+    static OriginFacts factsOf(DwarfUnit& asking, AttrValue const& reference);
 
 private:
+    OriginFacts factsOf(DwarfPlace const& place);
+
     /// Threads that read different functions seldom meet in one.
     struct Shelf {
         std::mutex lock;

@@ -66,8 +66,8 @@ void DwarfReader::holdTables() {
     m_rangeLists = holdSection(section_role_DebugRnglists, true);
     m_locationLists = holdSection(section_role_DebugLoclists, true);
     auto const bytesOf = [](HeldSection const& held) { return DwarfBytes{held.bytes, held.size}; };
-    m_tables = {bytesOf(m_lineStrings), bytesOf(m_stringOffsets), bytesOf(m_addresses), bytesOf(m_rangeLists),
-                bytesOf(m_locationLists)};
+    m_tables = {bytesOf(m_lineStrings), bytesOf(m_stringOffsets), bytesOf(m_addresses),
+                bytesOf(m_rangeLists),  bytesOf(m_locationLists), {}};
 }
 
 DwarfWalker DwarfReader::locationsWalker(unsigned int addrSize) {
@@ -125,6 +125,9 @@ status_t DwarfReader::readUnit(DwarfWalker& walker) {
     if (type != DW_UT_type && type != DW_UT_split_type) { // types have no code
         m_units.push_back(std::make_unique<DwarfUnit>(*this, header, forms, abbrevs));
         m_units.back()->readBases();
+        if (isModern()) {
+            m_units.back()->readKind();
+        }
     }
     return status_Ok;
 }
@@ -168,6 +171,21 @@ status_t DwarfReader::readHeader(DwarfWalker& rootWalker, FormContext& forms, st
     rootWalker.setAddrSize(forms.addrSize);
     skipTypeFields(rootWalker, forms, type);
     return status_Ok;
+}
+
+status_t DwarfReader::holdSupplement(SymMgrObjectPtr<IFileFormatHelper> const& file) {
+    auto fresh = std::make_unique<DwarfReader>(*file, nullptr, 0, m_reading);
+    status_t const status = fresh->holdInfo() ? fresh->readUnits() : status_NoDebugInfo;
+    if (status == status_NoDebugInfo) {
+        fresh->holdSections(); // texts alone may be shared
+    }
+    for (auto const& unit : fresh->m_units) {
+        unit->markPartial();
+    }
+    m_supplementFile = file;
+    m_supplement = std::move(fresh);
+    m_tables.supplementStrings = {m_supplement->m_debugStr.bytes, m_supplement->m_debugStr.size};
+    return status;
 }
 
 DwarfUnit* DwarfReader::findUnitByOffset(std::uint64_t offset) const {

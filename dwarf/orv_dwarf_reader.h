@@ -49,6 +49,21 @@ public:
         return asking.holds(offset) ? &asking : findUnitByOffset(offset);
     }
 
+    /// Takes the file that this one's was split from in part, and reads its sections and the headers of its units. It
+    /// has none of its own: what it refers to stands in it. Once, ahead of all questions that go by references and
+    /// texts.
+    status_t holdSupplement(SymMgrObjectPtr<IFileFormatHelper> const& file);
+    /// The reader of that file; null without one. Its budgets are its own, by its sections.
+    DwarfReader* supplement() const { return m_supplement.get(); }
+    /// The entry that a reference in a unit leads to: in the unit, in another one or in the supplementary file.
+    DwarfPlace target(DwarfUnit& asking, AttrValue const& reference) const {
+        if (reference.form == DW_FORM_GNU_ref_alt && isModern()) {
+            return m_supplement ? DwarfPlace{m_supplement->findUnitByOffset(reference.value), reference.value}
+                                : DwarfPlace();
+        }
+        return {findUnitByOffset(asking, reference.value), reference.value};
+    }
+
     DwarfWalker infoWalker(unsigned int addrSize) const { return walkerOf(m_debugInfo, addrSize); }
     bool hasDebugLine() const { return static_cast<bool>(m_debugLine.data); }
     bool hasLineBytes() const { return m_debugLine.bytes != nullptr; }
@@ -68,6 +83,13 @@ public:
     }
 
     DwarfBudgets& budgets() { return m_budgets; }
+    /// Where a load begins.
+    void refillBudgets() {
+        m_budgets.refill();
+        if (m_supplement) {
+            m_supplement->m_budgets.refill();
+        }
+    }
     OriginTable& origins() { return m_origins; }
 
 private:
@@ -110,6 +132,8 @@ private:
     Units m_units;
     OriginTable m_origins;
     DwarfNames m_names;
+    SymMgrObjectPtr<IFileFormatHelper> m_supplementFile; ///< What m_supplement reads.
+    std::unique_ptr<DwarfReader> m_supplement;
 };
 
 } // namespace ORV_3_30

@@ -31,8 +31,7 @@ bool DeclLocation::readDeclaration(DWARFCompilationUnit& unit, std::uint64_t die
         own.read(walker, entries.forms(), entries.abbrevs(), *entry);
     }
     AttrValue const* const origin = own.origin();
-    DeclPlace const inherited =
-        origin != nullptr ? entries.reader().origins().factsOf(entries, origin->value).declared : DeclPlace();
+    DeclPlace const inherited = origin != nullptr ? OriginTable::factsOf(entries, *origin).declared : DeclPlace();
     bool const isOwn = entry != nullptr && entry->tag != DW_TAG_inlined_subroutine;
     auto const number = [&](DieAttributes::Slot slot, std::uint64_t otherwise) {
         return isOwn && own.has(slot) ? own.number(slot) : otherwise;
@@ -60,10 +59,11 @@ SourceLocation* DeclLocation::locationIn(int fileId, unsigned long long unitKey)
 
 // --- DWARFSymbol
 
-DWARFSymbol::DWARFSymbol(DWARFCompilationUnit& unit, std::uint64_t dieOffset, MergeSide const& symbol, Scope* scope)
+DWARFSymbol::DWARFSymbol(DWARFCompilationUnit& unit, std::uint64_t dieOffset, MergeSide const& symbol, Scope* scope,
+                         DWARFCompilationUnit& shownUnit)
     : Symbol(unit.loader().moduleLoader(), SymbolName::borrowed(symbol.name), symbol.firstStart, scope,
-             symbol.visibility, symbol.kind, unit.id()),
-      m_unit(unit), m_dieOffset(dieOffset) {}
+             symbol.visibility, symbol.kind, shownUnit.id()),
+      m_unit(unit), m_shownUnit(shownUnit), m_dieOffset(dieOffset) {}
 
 int DWARFSymbol::declaredFileId() {
     int id = m_declaredFileId.load(std::memory_order_relaxed);
@@ -98,7 +98,7 @@ status_t DWARFSymbol::compUnitDetails(ICompUnitDetails*& out) {
     if (owner() == nullptr) {
         return status_False;
     }
-    out = &m_unit;
+    out = &m_shownUnit;
     return status_Ok;
 }
 
@@ -174,8 +174,9 @@ void DWARFSymbol::sourceLineByAddress(SymMgrObjectPtr<ISourceLine>& out, IAddres
 
 // --- DWARFScope
 
-DWARFScope::DWARFScope(DWARFCompilationUnit& unit, std::uint64_t dieOffset, Scope* parent)
-    : SymbolScope(unit.loader().moduleLoader(), parent), m_unit(unit), m_dieOffset(dieOffset) {}
+DWARFScope::DWARFScope(DWARFCompilationUnit& unit, std::uint64_t dieOffset, Scope* parent,
+                       DWARFCompilationUnit& shownUnit)
+    : SymbolScope(unit.loader().moduleLoader(), parent), m_unit(unit), m_shownUnit(shownUnit), m_dieOffset(dieOffset) {}
 
 /// Read without the load lock: threads that ask for different functions read at the same time.
 InlineTree const& DWARFScope::tree() {
@@ -259,18 +260,17 @@ status_t DWARFScope::loadKinds(unsigned int mask) {
 
 status_t DWARFScope::loadMembers() {
     DWARFDebugInfoLoader& loader = m_unit.loader();
-    DwarfUnit* unit = &m_unit.entries();
+    DwarfUnit& unit = m_unit.entries();
     DieChain chain(loader.search());
-    AttrValue const* const type = unit->readEntry(m_dieOffset, chain.start(*unit, m_dieOffset))
-                                      ? chain.find(DieAttributes::slot_Type, unit)
-                                      : nullptr;
+    bool const isRead = unit.readEntry(m_dieOffset, chain.start(unit, m_dieOffset));
+    DwarfPlace const type = isRead ? chain.target(DieAttributes::slot_Type) : DwarfPlace();
     TypeInfo info{};
-    if (type == nullptr || !lookUpType(*unit, type->value, loader.search(), info) || !leadsToMembers(info.tag)) {
+    if (!lookUpType(unit, type, loader.search(), info) || !leadsToMembers(info.tag)) {
         return status_Ok;
     }
-    for (auto const& [start, member] : membersOf(*unit, info.structOffset, firstStart(), lastEnd(), loader.search())) {
+    for (auto const& [start, member] : membersOf(info.structure, firstStart(), lastEnd(), loader.search())) {
         ownTable().addSymbol(loader, {member.name, start, member.end, false, symbol_visibility_Local, symbol_kind_Data},
-                             member.dieOffset);
+                             loader.views().tokenOf(member.place));
     }
     return status_Ok;
 }
@@ -296,9 +296,14 @@ void DWARFScope::takeIn(MergeSide const& other, unsigned int flags, Scope* whole
     }
 }
 
-DWARFScope* DWARFScope::make(DWARFCompilationUnit& unit, RangeRecord const& record, Scope* parent) {
-    std::unique_ptr<DWARFScope> scope(new DWARFScope(unit, record.token, parent));
-    scope->setSymbol(new DWARFSymbol(unit, record.token, record.side(), scope.get()));
+DWARFScope* DWARFScope::make(DWARFDebugInfoLoader& loader, RangeRecord const& record, Scope* parent) {
+    DwarfPlace const place = loader.views().placeOf(record.token);
+    DWARFCompilationUnit& unit = loader.viewOf(*place.unit);
+    // A member may stand in a unit that clients do not know: theirs is the one of the variable.
+    auto const* const variable = place.unit->isPartial() ? dynamic_cast<DWARFScope*>(parent) : nullptr;
+    std::unique_ptr<DWARFScope> scope(
+        new DWARFScope(unit, place.offset, parent, variable != nullptr ? variable->shownUnit() : unit));
+    scope->setSymbol(new DWARFSymbol(unit, place.offset, record.side(), scope.get(), scope->shownUnit()));
     return scope.release();
 }
 
@@ -307,7 +312,7 @@ DWARFScope* DWARFScope::makeBody(RangeRecord const& record) {
     InlineTree::Node const& node = around.node(static_cast<InlineTree::Id>(record.token));
     InlineTree::Body const& body = around.body(node.body);
     std::unique_ptr<DWARFScope> scope(new DWARFInlineInstanceScope(m_unit, node.dieOffset, this, body));
-    scope->setSymbol(new DWARFSymbol(m_unit, node.dieOffset, record.side(), scope.get()));
+    scope->setSymbol(new DWARFSymbol(m_unit, node.dieOffset, record.side(), scope.get(), m_unit));
     if (body.ranges.size() > 1) {
         scope->setRanges(body.ranges);
     } // otherwise the record's stretch is the one: it may have moved

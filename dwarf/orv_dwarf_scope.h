@@ -40,7 +40,9 @@ struct DeclLocation {
 /// atomics: threads share symbols, and find the same.
 class DWARFSymbol final : public Symbol {
 public:
-    DWARFSymbol(DWARFCompilationUnit& unit, std::uint64_t dieOffset, MergeSide const& symbol, Scope* scope);
+    /// shownUnit: the unit that clients are told.
+    DWARFSymbol(DWARFCompilationUnit& unit, std::uint64_t dieOffset, MergeSide const& symbol, Scope* scope,
+                DWARFCompilationUnit& shownUnit);
 
     /// status_Ok; status_False without a declaration whose file is known.
     status_t sourceLine(SymMgrObjectPtr<ISourceLine>& out) override;
@@ -61,7 +63,9 @@ private:
     bool linesOfFile(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>>& out, int fileId,
                      unsigned long long start, unsigned long long end);
 
-    DWARFCompilationUnit& m_unit; ///< Of the bank: not used once the scope is gone.
+    // Of the bank: not used once the scope is gone.
+    DWARFCompilationUnit& m_unit;
+    DWARFCompilationUnit& m_shownUnit;
     std::uint64_t m_dieOffset;
     Once<SymMgrObjectPtr<ISourceLocation>> m_declaration; ///< Null in it without a known file.
     std::atomic<int> m_declaredFileId{k_notLookedUp};
@@ -72,9 +76,9 @@ private:
 /// that is asked for: for a variable the members of its type, for anything else the entry's children.
 class DWARFScope : public SymbolScope {
 public:
-    DWARFScope(DWARFCompilationUnit& unit, std::uint64_t dieOffset, Scope* parent);
+    DWARFScope(DWARFCompilationUnit& unit, std::uint64_t dieOffset, Scope* parent, DWARFCompilationUnit& shownUnit);
     /// With its symbol, for the entry that a record stands for.
-    static DWARFScope* make(DWARFCompilationUnit& unit, RangeRecord const& record, Scope* parent);
+    static DWARFScope* make(DWARFDebugInfoLoader& loader, RangeRecord const& record, Scope* parent);
     /// Of an inlined body in this one, with its ranges; the record's token is the body's node.
     DWARFScope* makeBody(RangeRecord const& record);
 
@@ -86,6 +90,8 @@ public:
     bool callOf(InlinedCall const& call, CallPlace& out) override;
 
     DWARFCompilationUnit& unit() const { return m_unit; }
+    /// The one that clients are told.
+    DWARFCompilationUnit& shownUnit() const { return m_shownUnit; }
     std::uint64_t dieOffset() const { return m_dieOffset; }
 
 private:
@@ -94,6 +100,7 @@ private:
     static bool describe(InlineTree::Body const* body, unsigned long long address, InlinedCall& out);
 
     DWARFCompilationUnit& m_unit;
+    DWARFCompilationUnit& m_shownUnit;
     std::uint64_t m_dieOffset;                ///< In .debug_info.
     InlineTree const* m_treeAround = nullptr; ///< That of the function which an inlined body lies in.
     InlineTree::Id m_level = InlineTree::k_root;

@@ -35,9 +35,9 @@ bool StackVariableVisitor::visit(DwarfUnit& unit, AttrBindings& die) {
         return true;
     }
     std::uint64_t const address = locationIn(unit, *location, m_frame, m_loader.search());
-    AttrValue const* const type = die.attribute(DieAttributes::slot_Type);
-    TypeInfo info{0, ~std::uint64_t{0}, 0, false, false};
-    bool const isSized = type != nullptr && lookUpType(unit, type->value, m_loader.search(), info);
+    DwarfPlace const type = die.target(DieAttributes::slot_Type);
+    TypeInfo info{0, {}, 0, false, false};
+    bool const isSized = lookUpType(unit, type, m_loader.search(), info);
     std::uint64_t const size = isSized ? info.size : 1;
     if (address > m_targetAddress || m_targetAddress - address >= size) {
         return true;
@@ -47,11 +47,12 @@ bool StackVariableVisitor::visit(DwarfUnit& unit, AttrBindings& die) {
         return true; // nothing is kept of what is known by half
     }
     std::string text = name != nullptr ? name : "";
-    if (isSized && info.structOffset != ~std::uint64_t{0}) {
-        appendMemberNames(unit, info.structOffset, address, m_targetAddress, m_loader.search(), text);
+    if (isSized && info.structure) {
+        appendMemberNames(info.structure, address, m_targetAddress, m_loader.search(), text);
     }
     MergeSide const symbol{"", 0, 0, false, symbol_visibility_Local, symbol_kind_Data};
-    m_resultSymbol = new DWARFSymbol(m_loader.viewOf(unit), die.offset(), symbol, nullptr);
+    DWARFCompilationUnit& view = m_loader.viewOf(unit);
+    m_resultSymbol = new DWARFSymbol(view, die.offset(), symbol, nullptr, view);
     m_resultSymbol->setName(text.c_str());
     m_isInteger = isSized && info.isInteger;
     return false;

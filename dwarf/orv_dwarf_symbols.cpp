@@ -264,7 +264,7 @@ bool DieTreeWalk::makesLabels() const {
 
 /// A name that no unit has in full is the symbol table's, where it has the same stretch.
 char const* DieTreeWalk::nameOf(unsigned long long start, unsigned long long end) {
-    if (m_isModern && start < end && m_chain.linkageName().unit == nullptr) {
+    if (m_isModern && start < end && !m_chain.linkageName().place) {
         char const* const plain = m_chain.plainName().text;
         bool const isKnown = plain == nullptr || m_loader.mayRead(plain);
         char const* const symbol = isKnown ? m_loader.symbolNameOf(start, end, plain != nullptr ? plain : "") : nullptr;
@@ -364,10 +364,9 @@ DieTreeWalk::Children DieTreeWalk::openVariable(std::uint64_t offset) {
     if (location == nullptr || !isStaticLocation(*location, m_unit->forms(), address)) {
         return Children::Enter;
     }
-    DwarfUnit* unit = m_unit;
-    AttrValue const* const type = m_chain.find(DieAttributes::slot_Type, unit);
+    DwarfPlace const type = m_chain.target(DieAttributes::slot_Type);
     TypeInfo info{};
-    bool const isSized = type != nullptr && lookUpType(*unit, type->value, m_loader.search(), info);
+    bool const isSized = lookUpType(*m_unit, type, m_loader.search(), info);
     unsigned long long const end = address + (isSized ? info.size : 0);
     char const* const name = nameOf(address, end);
     if (end < address || !accepts(address, end) || name == nullptr || m_unit->isDropped(address)) {

@@ -12,7 +12,6 @@
 namespace ORV_3_30 {
 namespace {
 
-constexpr std::uint64_t k_noOffset = ~std::uint64_t{0};
 /// Types that refer to types that refer to types. Real ones have a few links.
 constexpr unsigned int k_longestTypeChain = 64;
 
@@ -43,35 +42,32 @@ bool isIntegerName(std::string_view name) {
 
 class TypeLookup {
 public:
-    explicit TypeLookup(Budget& search) : m_search(search), m_die(search) {}
+    TypeLookup(Budget& search, bool asksFortran) : m_search(search), m_die(search), m_asksFortran(asksFortran) {}
 
-    bool find(DwarfUnit& asked, std::uint64_t offset, TypeInfo& out, unsigned int depth) {
-        if (offset == k_noOffset) {
+    bool find(DwarfPlace const& type, TypeInfo& out, unsigned int depth) {
+        if (!type) {
             return false;
         }
         if (depth == k_longestTypeChain) {
             m_isTooLong = true;
             return false;
         }
-        if (std::find(m_chain.begin(), m_chain.begin() + depth, offset) != m_chain.begin() + depth) {
+        if (std::find(m_chain.begin(), m_chain.begin() + depth, type) != m_chain.begin() + depth) {
             m_isRing = true;
             return false;
         }
-        m_chain[depth] = offset;
-        DwarfUnit* const unit = asked.reader().findUnitByOffset(asked, offset);
-        if (unit == nullptr) {
-            return false;
-        }
-        auto const known = unit->knownTypes().find(offset);
-        if (known != unit->knownTypes().end()) {
+        m_chain[depth] = type;
+        auto& knownTypes = type.unit->knownTypes();
+        auto const known = knownTypes.find(type.offset);
+        if (known != knownTypes.end()) {
             out = known->second;
             return out.isSized;
         }
-        out.isSized = decode(*unit, offset, out, depth);
+        out.isSized = decode(*type.unit, type.offset, out, depth);
         // A failure may come of a bound alone, and another question get further. Of a ring it tells only where we
         // began.
         if (out.isSized || (!m_isCut && !m_isTooLong && (!m_isRing || depth == 0))) {
-            unit->knownTypes()[offset] = out;
+            knownTypes[type.offset] = out;
         }
         return out.isSized;
     }
@@ -85,9 +81,8 @@ private:
             return false;
         }
         std::uint32_t const tag = m_die.tag();
-        AttrValue const* const type = m_die.attribute(DieAttributes::slot_Type);
+        DwarfPlace const targetPlace = m_die.target(DieAttributes::slot_Type);
         AttrValue const* const size = m_die.attribute(DieAttributes::slot_ByteSize);
-        std::uint64_t const typeOffset = type != nullptr ? type->value : k_noOffset;
         bool hasSize = size != nullptr;
         std::uint64_t const byteSize = hasSize ? size->value : 0;
         bool const hasElements = !hasSize && tag == DW_TAG_array_type && m_die.getHasChildren() != 0;
@@ -95,17 +90,17 @@ private:
         // What is not kept is read again for each variable.
         m_isCut |= !m_search.settle(walker.offset() - offset) || m_die.isCut();
         // The targets are read where this entry was.
-        TypeInfo target{0, k_noOffset, 0, false, false};
-        out = {0, isStructure(tag) ? offset : k_noOffset, tag, false, false};
-        if (standsForTarget(tag) && find(unit, typeOffset, target, depth + 1)) {
-            out = {hasSize ? byteSize : target.size, target.structOffset, tag,
-                   tag == DW_TAG_typedef && target.isInteger, false};
+        TypeInfo target{0, {}, 0, false, false};
+        out = {0, isStructure(tag) ? DwarfPlace{&unit, offset} : DwarfPlace(), tag, false, false};
+        if (standsForTarget(tag) && find(targetPlace, target, depth + 1)) {
+            out = {hasSize ? byteSize : target.size, target.structure, tag, tag == DW_TAG_typedef && target.isInteger,
+                   false};
             hasSize = true;
         } else if (hasSize) {
             out.size = byteSize;
         } else if (hasElements) {
             std::uint64_t count = 0;
-            hasSize = find(unit, typeOffset, target, depth + 1) && countElements(unit, walker, count);
+            hasSize = find(targetPlace, target, depth + 1) && countElements(unit, walker, count);
             out.size = target.size * count;
         }
         if (name != nullptr && !m_isCut) {
@@ -145,14 +140,15 @@ private:
         }
     }
 
-    static bool multiply(DwarfUnit& unit, AttrBindings& subrange, std::uint64_t& count) {
+    bool multiply(DwarfUnit& unit, AttrBindings& subrange, std::uint64_t& count) const {
         AttrValue const* const upper = subrange.attribute(DieAttributes::slot_UpperBound);
         AttrValue const* const lower = subrange.attribute(DieAttributes::slot_LowerBound);
         if (upper == nullptr || upper->form != DW_FORM_sdata || (lower != nullptr && lower->form != DW_FORM_sdata)) {
             return false;
         }
         auto const last = static_cast<std::int64_t>(upper->value);
-        std::int64_t const missing = unit.isFortran() ? 1 : 0;
+        bool const isFortran = unit.isPartial() && !unit.hasLanguage() ? m_asksFortran : unit.isFortran();
+        std::int64_t const missing = isFortran ? 1 : 0;
         std::int64_t const first = lower != nullptr ? static_cast<std::int64_t>(lower->value) : missing;
         if (last <= first) {
             return false;
@@ -162,17 +158,18 @@ private:
     }
 
     Budget& m_search;
-    AttrBindings m_die;                                      ///< One at a time.
-    std::array<std::uint64_t, k_longestTypeChain> m_chain{}; ///< The types that we are in.
-    bool m_isRing = false;                                   ///< The chain leads back to itself.
-    bool m_isTooLong = false;                                ///< The chain.
-    bool m_isCut = false;                                    ///< By what a load may spend.
+    AttrBindings m_die; ///< One at a time.
+    bool m_asksFortran;
+    std::array<DwarfPlace, k_longestTypeChain> m_chain{}; ///< The types that we are in.
+    bool m_isRing = false;                                ///< The chain leads back to itself.
+    bool m_isTooLong = false;                             ///< The chain.
+    bool m_isCut = false;                                 ///< By what a load may spend.
 };
 
 } // namespace
 
-bool lookUpType(DwarfUnit& unit, std::uint64_t offset, Budget& search, TypeInfo& out) {
-    return TypeLookup(search).find(unit, offset, out, 0);
+bool lookUpType(DwarfUnit& asking, DwarfPlace const& type, Budget& search, TypeInfo& out) {
+    return TypeLookup(search, asking.isFortran()).find(type, out, 0);
 }
 
 } // namespace ORV_3_30

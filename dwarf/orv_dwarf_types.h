@@ -9,6 +9,7 @@ namespace ORV_3_30 {
 
 /// False for a type without a known size, and for one that leads back to itself. Answers are kept by the
 /// unit. To be called under the load locks.
-bool lookUpType(DwarfUnit& unit, std::uint64_t offset, Budget& search, TypeInfo& out);
+/// asking: the unit whose variable it is; its language goes for what stands in units without one.
+bool lookUpType(DwarfUnit& asking, DwarfPlace const& type, Budget& search, TypeInfo& out);
 
 } // namespace ORV_3_30

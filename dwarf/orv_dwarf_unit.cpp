@@ -75,6 +75,14 @@ bool DwarfUnit::isDropped(std::uint64_t address) const {
     bool const isNowhere = m_forms.isTombstone(address) || (address == m_forms.loadBias && !m_reader.startsAtZero());
     return m_reader.isModern() && isNowhere;
 }
+void DwarfUnit::readKind() {
+    DwarfWalker walker = unitWalker();
+    walker.seek(m_header.firstDie);
+    AbbrevEntry const* const entry = m_abbrevs.find(walker.unsignedLeb());
+    m_isPartial = entry != nullptr && entry->tag == DW_TAG_partial_unit;
+}
+
+DwarfPlace DwarfUnit::target(AttrValue const& reference) { return m_reader.target(*this, reference); }
 
 void DwarfUnit::readBases() {
     if (m_forms.version < k_firstLater) {
@@ -112,6 +120,7 @@ void DwarfUnit::readDetails(DieChain& entry, Budget& search) {
         return text != nullptr ? text : "";
     };
     AttrValue const* const language = entry.find(DieAttributes::slot_Language);
+    m_hasLanguage = language != nullptr;
     m_language = languageOf(language != nullptr ? language->value : std::uint64_t{DW_LANG_C});
     m_isC = language != nullptr && isC(language->value);
     m_producer = textOf(DieAttributes::slot_Producer);
@@ -135,6 +144,13 @@ void DwarfUnit::readDetails(DieChain& entry, Budget& search) {
         m_lineOffset = lines->value;
     }
     m_hasDetails = true;
+}
+
+void DwarfUnit::readDetails(Budget& search) {
+    DieChain chain(search);
+    if (!m_hasDetails && readEntry(m_header.firstDie, chain.start(*this, m_header.firstDie))) {
+        readDetails(chain, search);
+    }
 }
 
 // --- Passing over entries

@@ -19,7 +19,7 @@ class DwarfReader;
 /// What a type comes to for a variable of it.
 struct TypeInfo {
     std::uint64_t size;
-    std::uint64_t structOffset; ///< Of the class, structure or union; all ones for other types.
+    DwarfPlace structure; ///< Of the class, structure or union; no entry for other types.
     std::uint32_t tag;
     bool isInteger;
     bool isSized; ///< False: nothing is known of its size.
@@ -40,13 +40,23 @@ public:
     DwarfUnit(DwarfReader& reader, Header const& header, FormContext const& forms, AbbrevTable const& abbrevs)
         : m_reader(reader), m_header(header), m_forms(forms), m_abbrevs(abbrevs) {}
 
+    /// Sees whether the unit is a partial one. With the modern reading.
+    void readKind();
+    /// Counts the unit as a partial one, as all of a supplementary file are.
+    void markPartial() { m_isPartial = true; }
+    /// Shared by other units, which refer to what stands in it (DWARF version 5, 3.1.1): types, declarations and what
+    /// is inlined, but no code.
+    bool isPartial() const { return m_isPartial; }
     /// Finds where the unit's parts of the tables begin, which its entry tells by values that need none. Ahead of all
     /// other reading.
     void readBases();
     /// Takes in what the unit's entry tells. Once: clients hold on to the texts.
     void readDetails(DieChain& entry, Budget& search);
+    /// The same for a unit whose entry nobody has read.
+    void readDetails(Budget& search);
     bool hasDetails() const { return m_hasDetails; }
     language_t language() const { return m_language; }
+    bool hasLanguage() const { return m_hasLanguage; } ///< Partial units may go without one.
     char const* producer() const { return m_producer; }
     Compiler const& compiler() const { return m_compiler; }
     std::uint64_t baseAddress() const { return m_baseAddress; }
@@ -79,6 +89,8 @@ public:
     /// The same, which ends with the unit.
     DwarfWalker unitWalker() const;
 
+    /// The entry that a reference of this unit's leads to.
+    DwarfPlace target(AttrValue const& reference);
     /// Reads the attributes of the entry at an offset of the unit. False if there is none, or if a form of it is
     /// refused.
     bool readEntry(std::uint64_t offset, DieAttributes& out) const;
@@ -99,7 +111,9 @@ private:
     Header m_header;
     FormContext m_forms;
     AbbrevTable const& m_abbrevs;
+    bool m_isPartial = false;
     bool m_hasDetails = false;
+    bool m_hasLanguage = false;
     bool m_hasLineInfo = false;
     language_t m_language = language_C;
     bool m_isC = false;

@@ -23,7 +23,8 @@ struct RolePattern {
     char const* name;
     ElfHelper::Role role;
     bool mayBeCompressed; ///< The name with ".z" in front counts too.
-    bool isLater = false; ///< Of DWARF 5: one that does not lie in the file is none, and the file stays good.
+    bool isLater = false; ///< Of DWARF 5 and the GNU tools' beside it: one that does not lie in the file is none, and
+                          ///< the file stays good.
 };
 
 constexpr RolePattern k_rolePatterns[] = {
@@ -45,6 +46,8 @@ constexpr RolePattern k_rolePatterns[] = {
     {".debug_addr", ElfHelper::role_DebugAddr, true, true},
     {".debug_rnglists", ElfHelper::role_DebugRnglists, true, true},
     {".debug_loclists", ElfHelper::role_DebugLoclists, true, true},
+    {".gnu_debugaltlink", ElfHelper::role_DebugAltLink, false, true},
+    {".debug_sup", ElfHelper::role_DebugSup, true, true},
 };
 
 constexpr char k_rodata[] = ".rodata";

@@ -65,6 +65,8 @@ public:
         role_DebugAddr,
         role_DebugRnglists,
         role_DebugLoclists,
+        role_DebugAltLink,
+        role_DebugSup,
         role_Count
     };
 

@@ -37,7 +37,9 @@ enum section_role_t : unsigned int {
     section_role_DebugStrOffsets = 9,
     section_role_DebugAddr = 10,
     section_role_DebugRnglists = 11,
-    section_role_DebugLoclists = 12
+    section_role_DebugLoclists = 12,
+    section_role_DebugAltLink = 13,
+    section_role_DebugSup = 14
 };
 
 /// The narrow view of a binary that a debug information reader works through.

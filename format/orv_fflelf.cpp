@@ -221,11 +221,11 @@ bool ElfFileFormatHelper::isLoadedAddress(unsigned long long address) {
 
 void ElfFileFormatHelper::sectionData(SymMgrObjectPtr<ISectionData>& out, unsigned int role) {
     static constexpr ElfHelper::Role k_roles[] = {
-        ElfHelper::role_DebugInfo,       ElfHelper::role_DebugAbbrev, ElfHelper::role_DebugStr,
-        ElfHelper::role_DebugLine,       ElfHelper::role_DebugRanges, ElfHelper::role_DebugLoc,
-        ElfHelper::role_BuildId,         ElfHelper::role_DebugLink,   ElfHelper::role_DebugLineStr,
-        ElfHelper::role_DebugStrOffsets, ElfHelper::role_DebugAddr,   ElfHelper::role_DebugRnglists,
-        ElfHelper::role_DebugLoclists,
+        ElfHelper::role_DebugInfo,       ElfHelper::role_DebugAbbrev,  ElfHelper::role_DebugStr,
+        ElfHelper::role_DebugLine,       ElfHelper::role_DebugRanges,  ElfHelper::role_DebugLoc,
+        ElfHelper::role_BuildId,         ElfHelper::role_DebugLink,    ElfHelper::role_DebugLineStr,
+        ElfHelper::role_DebugStrOffsets, ElfHelper::role_DebugAddr,    ElfHelper::role_DebugRnglists,
+        ElfHelper::role_DebugLoclists,   ElfHelper::role_DebugAltLink, ElfHelper::role_DebugSup,
     };
     out = nullptr;
     if (role >= std::size(k_roles) || m_elfHelper->sectionIndex(k_roles[role]) == k_noSection) {

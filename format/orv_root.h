@@ -39,6 +39,9 @@ public:
     /// The reader of a file's DWARF; loadBias: what is added to its addresses to get the module's.
     virtual IDebugInfoLoader* dwarfLoader(IFileFormatLoader* loader, char const* symFileName, IFileFormatHelper* helper,
                                           unsigned long long loadBias, reading_t reading) const = 0;
+    /// The supplementary file that a file with DWARF names; null if there is none with its id.
+    virtual SymMgrObjectPtr<IFileFormatHelper> openSupplement(IFileFormatHelper* debug, char const* debugFile,
+                                                              IFileFormatLoader* module) const = 0;
     /// The program file that may stand beside the binary of a GPU kernel; format: that of the family's compiler.
     virtual void collectProgramFiles(FileFormatLoader::SymbolFiles& candidates, char const* binary,
                                      symbol_file_format_t format, ILock* lock) const = 0;

@@ -2,7 +2,8 @@
 // SPDX-FileCopyrightText: The ORV authors
 /// DWARF as a whole: an ELF program round debug sections that are the input's, through every query.
 ///
-/// The input is a row of sections: a byte for which, two for the length, the bytes.
+/// The input is a row of sections: a byte for which, two for the length, the bytes. Those with bit 6 set go into a
+/// supplementary file; where there is one, and by bit 1 of the last byte, the reading is the modern one.
 
 #include "dwarf/orv_dwarf_constants.h"
 #include "orv_fuzz_input.h"
@@ -20,20 +21,37 @@ namespace {
 constexpr char const* k_sections[] = {".debug_info",   ".debug_abbrev", ".debug_str",         ".debug_line",
                                       ".debug_ranges", ".debug_loc",    ".note.gnu.build-id", ".gnu_debuglink"};
 
-std::string moduleOf(std::uint8_t const* data, std::size_t size) {
+constexpr std::uint8_t k_inSupplement = 0x40;
+constexpr char k_id[] = "\1\2\3\4";
+
+struct Files {
+    std::string module;
+    std::string supplement; ///< Empty if no section is for it.
+};
+
+Files filesOf(std::uint8_t const* data, std::size_t size, std::string const& supplementPath) {
     bool const is32 = size > 0 && (data[0] & 0x80) != 0;
     ElfBuilder elf(is32 ? ElfClass::Elf32 : ElfClass::Elf64);
     elf.load(PF_R | PF_X, 0x1000, 0x10000);
     elf.section(".text", SHT_PROGBITS, SHF_ALLOC | SHF_EXECINSTR, 0x1000, std::string(0x400, '\x90'));
     elf.symbol("f", STB_GLOBAL, STT_FUNC, 0x1000, 0x20);
     elf.symbol("_ZN1AC1Ev", STB_GLOBAL, STT_FUNC, 0x1040, 0x20);
+    ElfBuilder supplement;
+    supplement.section(".note.gnu.build-id", SHT_NOTE, 0, 0, std::string("\4\0\0\0\4\0\0\0\3\0\0\0GNU\0", 16) + k_id);
+    bool hasSupplement = false;
     for (std::size_t at = 0; at + 3 <= size;) {
         std::size_t const length = std::min<std::size_t>(data[at + 1] | data[at + 2] << 8, size - at - 3);
-        elf.section(k_sections[(data[at] & 0x7F) % std::size(k_sections)], SHT_PROGBITS, 0, 0,
-                    std::string(reinterpret_cast<char const*>(data + at + 3), length));
+        bool const isInSupplement = (data[at] & k_inSupplement) != 0;
+        hasSupplement |= isInSupplement;
+        (isInSupplement ? supplement : elf)
+            .section(k_sections[(data[at] & 0x3F) % std::size(k_sections)], SHT_PROGBITS, 0, 0,
+                     std::string(reinterpret_cast<char const*>(data + at + 3), length));
         at += 3 + length;
     }
-    return elf.bytes();
+    if (hasSupplement) {
+        elf.section(".gnu_debugaltlink", SHT_PROGBITS, 0, 0, supplementPath + '\0' + k_id);
+    }
+    return {elf.bytes(), hasSupplement ? supplement.bytes() : std::string()};
 }
 
 /// Everything inside a range, level by level, as far as a few steps reach.
@@ -89,10 +107,14 @@ void askStack(IModuleSymbolBank& bank, unsigned long long pc) {
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
     static InputFile const file;
-    std::string const module = moduleOf(data, size);
-    if (!file.write(module.data(), module.size())) {
+    static InputFile const supplementFile;
+    Files const files = filesOf(data, size, supplementFile.path());
+    if (!file.write(files.module.data(), files.module.size()) ||
+        !supplementFile.write(files.supplement.data(), files.supplement.size())) {
         return 0;
     }
+    bool const isModern = !files.supplement.empty() || (size > 3 && (data[size - 1] & 2) != 0);
+    setReading(isModern ? reading_Modern : reading_Classic);
     SymMgrObjectPtr<ISymbolManager> manager;
     ISymbolManager::create(manager);
     SymMgrObjectPtr<IModuleSymbolBank> bank;

@@ -117,6 +117,19 @@ SECTIONS = [".debug_info", ".debug_abbrev", ".debug_str", ".debug_line", ".debug
             ".note.gnu.build-id", ".gnu_debuglink"]
 
 
+def sections_of(folder, name):
+    """Those of a file that it has, by name."""
+    found = {}
+    for section in SECTIONS:
+        out = folder / "section"
+        out.unlink(missing_ok=True)
+        subprocess.run(["objcopy", "--dump-section", f"{section}={out.name}", name, "copy"], cwd=folder,
+                       capture_output=True, check=False)  # not all have all
+        if out.exists() and out.stat().st_size:
+            found[section] = out.read_bytes()
+    return found
+
+
 def debug_sections():
     """The debug sections of small objects, linked to 0x1000: a list of dictionaries."""
     with tempfile.TemporaryDirectory() as folder:
@@ -137,21 +150,37 @@ def debug_sections():
         names.append("u.o")
         run("as", "--64", "-o", "u.o", "u.s")
         for name in names:
-            found = {}
-            for section in SECTIONS:
-                out = folder / "section"
-                out.unlink(missing_ok=True)
-                subprocess.run(["objcopy", "--dump-section", f"{section}={out.name}", name, "copy"], cwd=folder,
-                               capture_output=True, check=False)  # not all have all
-                if out.exists() and out.stat().st_size:
-                    found[section] = out.read_bytes()
-            yield found
+            yield sections_of(folder, name)
+
+
+def row_of(sections, file=0):
+    return b"".join(bytes([SECTIONS.index(name) | file]) + len(data).to_bytes(2, "little") + data
+                    for name, data in sections.items())
+
+
+def supplemented():
+    """The debug sections of a program, and of the file that dwz took out of it and another."""
+    with tempfile.TemporaryDirectory() as folder:
+        folder = pathlib.Path(folder)
+
+        def run(*command):
+            subprocess.run(command, check=True, cwd=folder, capture_output=True)
+
+        for name, more in (("one", ""), ("two", "int two;\n")):
+            (folder / f"{name}.cpp").write_text(PROGRAM + more)
+            run("g++", "-gdwarf-4", "-O1", "-c", f"{name}.cpp", "-o", f"{name}.o")
+            run("ld", "-e", "f", "-Ttext=0x1000", "-o", name, f"{name}.o")
+        run("dwz", "-m", "common", "one", "two")
+        yield tuple({name: data for name, data in sections_of(folder, file).items() if name.startswith(".debug_")}
+                    for file in ("one", "common"))
 
 
 def dwarf_seeds():
+    in_supplement = 0x40
     for sections in debug_sections():
-        yield b"".join(bytes([SECTIONS.index(name)]) + len(data).to_bytes(2, "little") + data
-                       for name, data in sections.items())
+        yield row_of(sections)
+    for own, common in supplemented():
+        yield row_of(own) + row_of(common, in_supplement)
 
 
 def line_seeds():

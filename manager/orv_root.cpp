@@ -14,6 +14,7 @@
 #include "resolver/orv_kernel_files.h"
 #include "resolver/orv_oat_file.h"
 #include "resolver/orv_program_files.h"
+#include "resolver/orv_supplement_file.h"
 #include "symbols/orv_symbol_call_back.h"
 
 namespace ORV_3_30 {
@@ -71,6 +72,11 @@ public:
                                   unsigned long long loadBias, reading_t reading) const override {
         return new DWARFDebugInfoLoader(loader, symFileName, helper, loadBias, reading);
     }
+    SymMgrObjectPtr<IFileFormatHelper> openSupplement(IFileFormatHelper* debug, char const* debugFile,
+                                                      IFileFormatLoader* module) const override {
+        return openSupplementFile(*debug, debugFile, module->fileName());
+    }
+
     void collectProgramFiles(FileFormatLoader::SymbolFiles& candidates, char const* binary, symbol_file_format_t format,
                              ILock* lock) const override {
         SymMgrObjectPtr<ISymbolFileToResolve> candidate;
