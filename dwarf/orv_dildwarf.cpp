@@ -5,6 +5,7 @@
 #include "dwarf/orv_dildwarf.h"
 
 #include "core/orv_trace.h"
+#include "dwarf/orv_dwarf_extents.h"
 #include "dwarf/orv_dwarf_scope.h"
 #include "dwarf/orv_dwarf_symbols.h"
 #include "format/orv_root.h"
@@ -30,9 +31,11 @@ bool hasSection(IFileFormatHelper& helper, unsigned int role) {
 } // namespace
 
 DWARFDebugInfoLoader::DWARFDebugInfoLoader(IFileFormatLoader* loader, std::string symFileName,
-                                           IFileFormatHelper* helper, unsigned long long loadBias, reading_t reading)
+                                           IFileFormatHelper* helper, unsigned long long loadBias, reading_t reading,
+                                           std::unique_ptr<ISplitFiles> splitFiles)
     : DebugInfoLoader(loader), m_symFileName(std::move(symFileName)), m_fileFormatHelper(helper),
-      m_reader(*helper, loader, loadBias, reading), m_moduleNames(dynamic_cast<FileFormatLoader*>(loader)),
+      m_reader(*helper, loader, loadBias, reading), m_splits(m_reader, std::move(splitFiles)),
+      m_moduleNames(dynamic_cast<FileFormatLoader*>(loader)),
       m_hasDebugInfo(hasSection(*helper, section_role_DebugInfo)), m_symbolsEnabled(areSymbolsEnabled()) {}
 
 ISrcLineResolver* DWARFDebugInfoLoader::srcLineResolver(Scope* scope, ILock* /*lock*/) {
@@ -111,16 +114,42 @@ status_t DWARFDebugInfoLoader::loadSymbols(ISymbolTable* table, AcceptedRanges* 
     m_reader.refillBudgets();
     refillSearch();
     readDetailsOfPartialUnits();
-    DieTreeWalk walk(*this, {table, filter, table != nullptr ? table->scope() : nullptr});
-    for (auto const& unit : m_reader.units()) {
-        // A partial unit has no code. The entries of others refer to what stands in it.
-        if (!unit->isPartial() && unit->header().firstDie < unit->header().offset + unit->header().length) {
-            walk.walkUnit(*unit, m_symbolsEnabled ? mask : 0);
-        }
-    }
+    walkUnits(table, filter, m_symbolsEnabled ? mask : 0);
     m_hasUnits.store(true, std::memory_order_release);
     m_status = status_Ok;
     return status_Ok;
+}
+
+void DWARFDebugInfoLoader::walkUnits(ISymbolTable* table, AcceptedRanges* filter, unsigned int mask) {
+    DieTreeWalk walk(*this, {table, filter, table != nullptr ? table->scope() : nullptr});
+    std::vector<bool> needed; // empty: all
+    bool const areSplit = m_reader.isModern() && m_splits.readSkeletons(m_search);
+    // What units tell of themselves is where their code is, not their data.
+    if (areSplit && filter != nullptr && !filter->requested().empty() && (mask & symbol_kind_Data) == 0) {
+        needed = unitsNeeded(m_reader, filter->requested());
+    }
+    for (auto const& unit : m_reader.units()) {
+        // A partial unit has no code. The entries of others refer to what stands in it.
+        bool const hasEntries =
+            !unit->isPartial() && unit->header().firstDie < unit->header().offset + unit->header().length;
+        DwarfUnit* const entries = hasEntries && areSplit ? entriesOf(*unit, needed) : unit.get();
+        if (hasEntries && entries != nullptr) {
+            walk.walkUnit(*entries, mask);
+        }
+    }
+}
+
+DwarfUnit* DWARFDebugInfoLoader::entriesOf(DwarfUnit& unit, std::vector<bool> const& needed) {
+    if (unit.splitLink().name == nullptr) {
+        return &unit;
+    }
+    if (!needed.empty() && !needed[unit.header().index]) {
+        return nullptr;
+    }
+    std::uint64_t const before = m_reader.budgets().searchBytes();
+    DwarfUnit* const split = m_splits.find(unit, m_search);
+    m_search.giveBack(m_reader.budgets().searchBytes() - before);
+    return split != nullptr ? split : &unit; // which may tell of inlined calls
 }
 
 Scope* DWARFDebugInfoLoader::makeScope(RangeRecord const& record, Scope* parent) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
-/// The loader of DWARF debug information, versions 2 to 4: it joins what the reader gives to symbols, scopes and lines.
+/// The loader of DWARF debug information: it joins what the reader gives to symbols, scopes and lines.
 ///
 /// A load reads the header and the top of every unit, and hands each function, label and static variable
 /// to the symbol table. What lies inside a function is read when somebody asks for it, and line programs
@@ -11,6 +11,7 @@
 #include "dwarf/orv_dwarf_line_resolver.h"
 #include "dwarf/orv_dwarf_merge.h"
 #include "dwarf/orv_dwarf_reader.h"
+#include "dwarf/orv_dwarf_split.h"
 #include "dwarf/orv_dwarf_stackvar.h"
 #include "dwarf/orv_dwarf_views.h"
 #include "lines/orv_dil.h"
@@ -25,9 +26,10 @@ namespace ORV_3_30 {
 
 class DWARFDebugInfoLoader final : public DebugInfoLoader, public IScopeMaker {
 public:
-    /// loadBias: what is added to an address of the symbol file to get one of the module.
+    /// loadBias: what is added to an address of the symbol file to get one of the module. splitFiles: where the files
+    /// of split units may lie; null if they are left alone.
     DWARFDebugInfoLoader(IFileFormatLoader* loader, std::string symFileName, IFileFormatHelper* helper,
-                         unsigned long long loadBias, reading_t reading);
+                         unsigned long long loadBias, reading_t reading, std::unique_ptr<ISplitFiles> splitFiles);
 
     char const* symFileName() override { return m_symFileName.c_str(); }
     unsigned int symFileFormat() override { return 1; }
@@ -102,10 +104,14 @@ private:
     void openSupplement();
     /// What no walk over entries reads.
     void readDetailsOfPartialUnits();
+    void walkUnits(ISymbolTable* table, AcceptedRanges* filter, unsigned int mask);
+    /// The unit that has the entries of one: itself, or its split unit. Null for one that a load does not need.
+    DwarfUnit* entriesOf(DwarfUnit& unit, std::vector<bool> const& needed);
 
     std::string m_symFileName;
     SymMgrObjectPtr<IFileFormatHelper> m_fileFormatHelper;
     DwarfReader m_reader;
+    DwarfSplits m_splits;
     FileFormatLoader* m_moduleNames; ///< Null for a module that a client has implemented.
     bool m_hasDebugInfo;             ///< The section is there, whether or not it was read.
     bool m_symbolsEnabled;           ///< From the environment.

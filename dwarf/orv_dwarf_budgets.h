@@ -9,6 +9,7 @@
 #include "core/orv_budget.h"
 
 #include <algorithm>
+#include <atomic>
 
 namespace ORV_3_30 {
 
@@ -33,42 +34,58 @@ struct DwarfBudgets {
 
     /// Once it is known how large the sections are.
     void fill(Sizes const& sizes) {
-        constexpr std::uint64_t k_lineRereads = 24; // a merge at link time leaves that many units on one program
-        constexpr std::uint64_t k_headerRereads = 256;
-        constexpr std::uint64_t k_textsMade = 8;
-        constexpr std::uint64_t k_leastContainer = 4; // with what stands in it
-        m_sizes = sizes;
+        m_texts = sizes.info + sizes.strings + sizes.lines;
+        m_info = sizes.info;
+        m_ranges = sizes.ranges;
         lineBytes.refill(std::max(k_least, sizes.lines * k_lineRereads));
         lineHeaderBytes.refill(std::max(k_least, sizes.lines * k_headerRereads));
-        textBytes.refill(k_leastTexts + texts() * k_textsMade);
+        textBytes.refill(k_leastTexts + m_texts * k_textsMade);
         treeNodes.refill(k_least + sizes.info); // an entry takes two bytes, as a rule
         containers.refill(k_least + sizes.info / k_leastContainer);
         origins.refill(searchBytes());
         refill();
     }
+    /// For a further file, which has no lines of its own. The load that is on goes on with that much more.
+    void grow(Sizes const& more) {
+        std::uint64_t const texts = more.info + more.strings;
+        m_texts += texts;
+        m_info += more.info;
+        m_ranges += more.ranges;
+        textBytes.giveBack(texts * k_textsMade);
+        treeNodes.giveBack(more.info);
+        containers.giveBack(more.info / k_leastContainer);
+        origins.giveBack(texts * k_textsSearched);
+        rangePairs.giveBack(more.ranges / k_leastPair * k_rangeRereads);
+        options.giveBack(texts * k_textsSearched);
+        members.giveBack(more.info * k_membersMade);
+    }
     /// Where a load of all units begins: a client may have many made, and each is to give the same. What lies in scopes
     /// goes on from what it has left.
     void refill() {
-        constexpr std::uint64_t k_leastPair = 8;
-        constexpr std::uint64_t k_rangeRereads = 3; // for what lies in functions, and what has no list of its own
         constexpr std::uint64_t k_leastMembers = std::uint64_t{1} << 19; // a few bytes make one of a large type
-        constexpr std::uint64_t k_membersMade = 2;
-        rangePairs.refill(k_least + m_sizes.ranges / k_leastPair * k_rangeRereads);
+        rangePairs.refill(k_least + m_ranges / k_leastPair * k_rangeRereads);
         options.refill(searchBytes());
-        members.refill(k_leastMembers + m_sizes.info * k_membersMade);
+        members.refill(k_leastMembers + m_info * k_membersMade);
     }
     /// Bytes that one question may search: origins, types, texts, lists of locations.
-    std::uint64_t searchBytes() const {
-        constexpr std::uint64_t k_textsSearched = 64;
-        return k_leastTexts + texts() * k_textsSearched;
-    }
+    std::uint64_t searchBytes() const { return k_leastTexts + m_texts * k_textsSearched; }
 
 private:
     static constexpr std::uint64_t k_least = std::uint64_t{1} << 16;
     static constexpr std::uint64_t k_leastTexts = std::uint64_t{1} << 20;
-    std::uint64_t texts() const { return m_sizes.info + m_sizes.strings + m_sizes.lines; }
+    static constexpr std::uint64_t k_lineRereads = 24; // a merge at link time leaves that many units on one program
+    static constexpr std::uint64_t k_headerRereads = 256;
+    static constexpr std::uint64_t k_textsMade = 8;
+    static constexpr std::uint64_t k_textsSearched = 64;
+    static constexpr std::uint64_t k_leastPair = 8;
+    static constexpr std::uint64_t k_rangeRereads = 3; // for what lies in functions, and what has no list of its own
+    static constexpr std::uint64_t k_membersMade = 2;
+    static constexpr std::uint64_t k_leastContainer = 4; // with what stands in it
 
-    Sizes m_sizes{};
+    // Others ask while a load makes them grow.
+    std::atomic<std::uint64_t> m_texts{0};
+    std::atomic<std::uint64_t> m_info{0};
+    std::atomic<std::uint64_t> m_ranges{0};
 };
 
 } // namespace ORV_3_30

@@ -35,6 +35,7 @@ enum dwarf_tag_t : unsigned int {
     DW_TAG_mutable_type = 0x40,
     DW_TAG_type_unit = 0x41,
     DW_TAG_rvalue_reference_type = 0x42,
+    DW_TAG_skeleton_unit = 0x4A,
     DW_TAG_unit_options = 0x7000 ///< A vendor's: the options that a part of a unit was compiled with.
 };
 
@@ -71,8 +72,13 @@ enum dwarf_attribute_t : unsigned int {
     DW_AT_str_offsets_base = 0x72,
     DW_AT_addr_base = 0x73,
     DW_AT_rnglists_base = 0x74,
+    DW_AT_dwo_name = 0x76,
     DW_AT_loclists_base = 0x8C,
     DW_AT_MIPS_linkage_name = 0x2007,
+    DW_AT_GNU_dwo_name = 0x2130,
+    DW_AT_GNU_dwo_id = 0x2131,
+    DW_AT_GNU_ranges_base = 0x2132,
+    DW_AT_GNU_addr_base = 0x2133,
     DW_AT_GNU_discriminator = 0x2136,
     DW_AT_unit_options = 0x3B01 ///< A vendor's: option text.
 };
@@ -171,6 +177,24 @@ enum dwarf_range_entry_t : unsigned int {
     DW_RLE_start_length = 7
 };
 
+/// Columns of the index of a package of split units, as version 5 has them; before it those that are named so.
+enum dwarf_section_id_t : unsigned int {
+    DW_SECT_INFO = 1,
+    DW_SECT_ABBREV = 3,
+    DW_SECT_LOCLISTS = 5, ///< Before: .debug_loc.
+    DW_SECT_STR_OFFSETS = 6,
+    DW_SECT_RNGLISTS = 8 ///< Before: of macros.
+};
+
+/// Entries of a location list of a split unit before version 5.
+enum dwarf_gnu_location_entry_t : unsigned int {
+    DW_LLE_GNU_end_of_list = 0,
+    DW_LLE_GNU_base_address_selection = 1,
+    DW_LLE_GNU_start_end = 2,
+    DW_LLE_GNU_start_length = 3,
+    DW_LLE_GNU_offset_pair = 4
+};
+
 /// What a column of a line table's file list holds.
 enum dwarf_line_content_t : unsigned int {
     DW_LNCT_path = 1,
@@ -190,7 +214,8 @@ enum dwarf_operation_t : unsigned char {
     DW_OP_breg7 = 0x77,
     DW_OP_fbreg = 0x91,
     DW_OP_call_frame_cfa = 0x9C,
-    DW_OP_addrx = 0xA1
+    DW_OP_addrx = 0xA1,
+    DW_OP_GNU_addr_index = 0xFB
 };
 
 enum dwarf_line_standard_t : unsigned int {

@@ -142,7 +142,7 @@ private:
 } // namespace
 
 void DWARFCompilationUnit::mergeOptions(char const* newText) {
-    Budget& search = m_entries.reader().budgets().options;
+    Budget& search = entries().reader().budgets().options;
     char const* const options = compileOptions();
     if (search.isSpent() || !search.settle(std::strlen(options) + std::strlen(newText))) {
         return;
@@ -157,10 +157,10 @@ void DWARFCompilationUnit::mergeOptions(char const* newText) {
 }
 
 char const* DWARFCompilationUnit::compilerName() {
-    if (*m_entries.producer() != '\0') {
-        return m_entries.producer();
+    if (*entries().producer() != '\0') {
+        return entries().producer();
     }
-    switch (m_entries.compiler().kind) {
+    switch (entries().compiler().kind) {
     case compiler_Gnu:
     case compiler_Gnu296: return "GNU";
     case compiler_VarkoOld:
@@ -179,7 +179,7 @@ ISourceFile* DWARFCompilationUnit::mainSourceFile() {
         return m_mainFile;
     }
     runLineProgram(nullptr);
-    std::string_view const name = m_entries.name();
+    std::string_view const name = entries().name();
     for (int const id : m_sourceFileIds.all()) {
         ISourceFile* const file = resolver->sourceFileById(static_cast<unsigned int>(id));
         if (file != nullptr && !name.empty() && endsWith(file->path(), name)) {
@@ -207,7 +207,7 @@ status_t DWARFCompilationUnit::runLineProgram(RangeFilter* filter) {
     if (m_lineStatus != status_NotInitialized) {
         return m_lineStatus;
     }
-    if (resolver == nullptr || m_entries.isPartial()) {
+    if (resolver == nullptr || m_unit.isPartial()) {
         m_lineStatus = status_NoDebugInfo;
         return m_lineStatus;
     }
@@ -223,15 +223,15 @@ status_t DWARFCompilationUnit::runLineProgram(RangeFilter* filter) {
 }
 
 status_t DWARFCompilationUnit::runLineProgramOnce(DWARFLineResolver& resolver, RangeFilter* filter) {
-    UnitFiles files(m_entries, resolver, m_sourceFileIds);
+    UnitFiles files(m_unit, resolver, m_sourceFileIds);
     LineHeader header;
     DwarfWalker program;
-    status_t const status = openLineProgram(m_entries, files, header, program);
+    status_t const status = openLineProgram(m_unit, files, header, program);
     if (status != status_Ok) {
         return status;
     }
     LineMachine machine(program, header);
-    Stretches stretches(m_entries, resolver.table(), *m_loader.fileFormatHelper(), m_sourceFileIds, filter);
+    Stretches stretches(m_unit, resolver.table(), *m_loader.fileFormatHelper(), m_sourceFileIds, filter);
     auto const defineFile = [&](LineFileEntry const& entry) {
         ORV_ASSERT(!entry.name.empty(), "fileName && strlen(fileName) > 0");
         files.addFile(entry);

@@ -39,29 +39,32 @@ private:
 class DWARFCompilationUnit final : public ICompUnitDetails, public SymMgrObjectImpl {
 public:
     /// Neither is counted: the loader owns both.
-    DWARFCompilationUnit(DWARFDebugInfoLoader& loader, DwarfUnit& entries) : m_loader(loader), m_entries(entries) {}
+    DWARFCompilationUnit(DWARFDebugInfoLoader& loader, DwarfUnit& unit) : m_loader(loader), m_unit(unit) {}
 
-    unsigned long long id() override { return m_entries.header().offset; }
+    unsigned long long id() override { return m_unit.header().offset; }
     ISourceFile* mainSourceFile() override;
     ISourceFile* sourceFileByName(char const* name) override;
     unsigned int reserved4() override { return 0; }
-    char const* compilationDirectory() override { return m_entries.compDir(); }
+    char const* compilationDirectory() override {
+        return *m_unit.compDir() != '\0' ? m_unit.compDir() : entries().compDir();
+    }
     char const* compileOptions() override {
         char const* const merged = m_compileOptions;
-        return merged != nullptr ? merged : m_entries.options();
+        return merged != nullptr ? merged : entries().options();
     }
     char const* optReportFile() override {
-        std::string const& file = m_entries.compiler().optReportFile;
+        std::string const& file = entries().compiler().optReportFile;
         return file.empty() ? nullptr : file.c_str();
     }
     char const* compilerName() override;
-    unsigned int compilerMajorVersion() override { return m_entries.compiler().major; }
-    unsigned int compilerMinorVersion() override { return m_entries.compiler().minor; }
-    unsigned int language() override { return m_entries.language(); }
+    unsigned int compilerMajorVersion() override { return entries().compiler().major; }
+    unsigned int compilerMinorVersion() override { return entries().compiler().minor; }
+    unsigned int language() override { return entries().language(); }
     void* reserved12() override { return nullptr; }
 
     DWARFDebugInfoLoader& loader() const { return m_loader; }
-    DwarfUnit& entries() const { return m_entries; }
+    /// The unit that has the entries: of a skeleton its split unit, once it is found.
+    DwarfUnit& entries() const { return m_unit.split() != nullptr ? *m_unit.split() : m_unit; }
 
     /// Takes in the options that a part of the unit was compiled with.
     void mergeOptions(char const* newText);
@@ -74,7 +77,7 @@ private:
     status_t runLineProgramOnce(DWARFLineResolver& resolver, RangeFilter* filter);
 
     DWARFDebugInfoLoader& m_loader;
-    DwarfUnit& m_entries;
+    DwarfUnit& m_unit; ///< That of the file itself, which has the line program.
     std::atomic<char const*> m_compileOptions{nullptr};
     std::forward_list<std::string> m_mergedOptions; ///< With those of parts. Earlier texts stay, for who holds them.
     ISourceFile* m_mainFile = nullptr;

@@ -52,8 +52,13 @@ constexpr SlotOfAttribute k_slots[] = {
     {DieAttributes::slot_StrOffsetsBase, DW_AT_str_offsets_base},
     {DieAttributes::slot_AddrBase, DW_AT_addr_base},
     {DieAttributes::slot_RnglistsBase, DW_AT_rnglists_base},
+    {DieAttributes::slot_DwoName, DW_AT_dwo_name},
     {DieAttributes::slot_LoclistsBase, DW_AT_loclists_base},
     {DieAttributes::slot_VendorLinkageName, DW_AT_MIPS_linkage_name},
+    {DieAttributes::slot_DwoName, DW_AT_GNU_dwo_name},
+    {DieAttributes::slot_DwoId, DW_AT_GNU_dwo_id},
+    {DieAttributes::slot_RnglistsBase, DW_AT_GNU_ranges_base}, // the forerunners
+    {DieAttributes::slot_AddrBase, DW_AT_GNU_addr_base},
     {DieAttributes::slot_Discriminator, DW_AT_GNU_discriminator},
     {DieAttributes::slot_Options, DW_AT_unit_options},
 };
@@ -66,7 +71,8 @@ bool isStaticLocation(AttrValue const& location, FormContext const& forms, std::
         return false;
     }
     DwarfWalker operand(location.data + 1, location.value - 1, forms.addrSize);
-    if (location.data[0] == DW_OP_addrx && forms.tables != nullptr) {
+    bool const isIndexed = location.data[0] == DW_OP_addrx || location.data[0] == DW_OP_GNU_addr_index;
+    if (isIndexed && forms.tables != nullptr) {
         address = forms.addressAt(operand.unsignedLeb());
         return true;
     }

@@ -61,6 +61,8 @@ public:
         slot_AddrBase,
         slot_RnglistsBase,
         slot_LoclistsBase,
+        slot_DwoName,
+        slot_DwoId,
         slot_Count
     };
     static std::uint8_t slotOf(std::uint32_t attr);

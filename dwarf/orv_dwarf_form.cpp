@@ -122,11 +122,13 @@ bool readLaterForm(DwarfWalker& walker, FormContext const& context, std::uint64_
     auto const address = [&](std::uint64_t index) { return number(DW_FORM_addr, context.addressAt(index), out); };
     DwarfTables const& tables = *context.tables;
     switch (form) {
+    case DW_FORM_GNU_str_index:
     case DW_FORM_strx: return indexedText(context, walker.unsignedLeb(), out);
     case DW_FORM_strx1: return indexedText(context, fixed<1>(walker), out);
     case DW_FORM_strx2: return indexedText(context, fixed<2>(walker), out);
     case DW_FORM_strx3: return indexedText(context, fixed3(walker), out);
     case DW_FORM_strx4: return indexedText(context, fixed<4>(walker), out);
+    case DW_FORM_GNU_addr_index:
     case DW_FORM_addrx: return address(walker.unsignedLeb());
     case DW_FORM_addrx1: return address(fixed<1>(walker));
     case DW_FORM_addrx2: return address(fixed<2>(walker));
@@ -224,7 +226,12 @@ bool readForm(DwarfWalker& walker, FormContext const& context, std::uint64_t for
         case DW_FORM_flag_present: return withoutValue(form, out);
         case DW_FORM_ref_sig8: walker.skip(8); return number(form, ~std::uint64_t{0}, out);
         case DW_FORM_GNU_addr_index:
-        case DW_FORM_GNU_str_index: walker.skipLeb(); return withoutValue(form, out);
+        case DW_FORM_GNU_str_index:
+            if (context.tables != nullptr) {
+                return readLaterForm(walker, context, form, out);
+            }
+            walker.skipLeb();
+            return withoutValue(form, out);
         default: return context.tables != nullptr && readLaterForm(walker, context, form, out);
         }
     }

@@ -5,6 +5,7 @@
 
 #include "core/orv_trace.h"
 #include "dwarf/orv_dwarf_reader.h"
+#include "dwarf/orv_dwarf_split_location.h"
 
 namespace ORV_3_30 {
 namespace {
@@ -47,6 +48,9 @@ bool findEntry(DwarfUnit& unit, AttrValue const* locOffsetAttr, unsigned long lo
         return false;
     }
     walker.seek(locOffsetAttr->value);
+    if (unit.skeleton() != nullptr && unit.forms().version < 5) {
+        return findSplitLocation(unit, walker, pc, search, out);
+    }
     std::uint64_t const selectsBase = addrSize == 4 ? 0xFFFFFFFF : ~std::uint64_t{0};
     std::uint64_t base = unit.baseAddress();
     while (walker.remaining() >= 2 * addrSize && search.spend(k_entryCost)) {

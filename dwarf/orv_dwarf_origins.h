@@ -5,10 +5,10 @@
 
 #include "dwarf/orv_dwarf_place.h"
 
-#include <array>
 #include <cstdint>
 #include <mutex>
 #include <unordered_map>
+#include <vector>
 
 namespace ORV_3_30 {
 
@@ -38,6 +38,10 @@ struct OriginFacts {
 /// Keeps what was read of one file: the same functions are inlined again and again. Any thread may ask.
 class OriginTable {
 public:
+    static constexpr std::size_t k_manyShelves = 32;
+    static constexpr std::size_t k_fewShelves = 2; ///< For one of many files, each of which has little.
+
+    explicit OriginTable(std::size_t shelves = k_manyShelves) : m_shelves(shelves) {}
     /// What the entry tells that a reference in a unit leads to. Nothing for one that can't be read.
     static OriginFacts factsOf(DwarfUnit& asking, AttrValue const& reference);
 
@@ -49,7 +53,7 @@ private:
         std::mutex lock;
         std::unordered_map<std::uint64_t, OriginFacts> facts; ///< By the offset.
     };
-    std::array<Shelf, 32> m_shelves;
+    std::vector<Shelf> m_shelves;
 };
 
 } // namespace ORV_3_30

@@ -112,10 +112,11 @@ std::uint64_t readRanges(DwarfUnit const& unit, AttrValue const* rangesAttr, std
     }
     unsigned int const addrSize = unit.forms().addrSize;
     DwarfWalker walker = unit.reader().rangesWalker(unit.forms().version, addrSize);
-    if (rangesAttr->value >= walker.size() || (addrSize != 4 && addrSize != 8)) {
+    std::uint64_t const rangesBase = std::min(unit.rangesBase(), walker.size());
+    if (rangesAttr->value >= walker.size() - rangesBase || (addrSize != 4 && addrSize != 8)) {
         return 0;
     }
-    walker.seek(rangesAttr->value);
+    walker.seek(rangesBase + rangesAttr->value);
     if (unit.forms().version >= 5) {
         std::uint64_t const lowest = LaterRanges(unit, walker).read(out);
         sortMany(out);

@@ -49,9 +49,13 @@ void DwarfReader::holdSections() {
     m_debugAbbrev = holdSection(section_role_DebugAbbrev, false);
     m_debugStr = holdSection(section_role_DebugStr, false);
     m_debugLine = holdSection(section_role_DebugLine, true);
-    m_debugRanges = holdSection(section_role_DebugRanges, true);
+    m_debugRanges = m_main != nullptr ? m_main->m_debugRanges : holdSection(section_role_DebugRanges, true);
     if (isModern()) {
         holdTables();
+    }
+    if (m_main != nullptr) { // its texts may be those of many units
+        m_main->m_budgets.grow({m_debugInfo.size, 0, 0, m_rangeLists.size});
+        return;
     }
     m_budgets.fill({m_debugInfo.size, m_debugStr.size + m_lineStrings.size, m_debugLine.size,
                     m_debugRanges.size + m_rangeLists.size});
@@ -62,7 +66,7 @@ void DwarfReader::holdTables() {
     m_startsAtZero = m_helper.isLoadedAddress(0);
     m_lineStrings = holdSection(section_role_DebugLineStr, false);
     m_stringOffsets = holdSection(section_role_DebugStrOffsets, true);
-    m_addresses = holdSection(section_role_DebugAddr, true);
+    m_addresses = m_main != nullptr ? m_main->m_addresses : holdSection(section_role_DebugAddr, true);
     m_rangeLists = holdSection(section_role_DebugRnglists, true);
     m_locationLists = holdSection(section_role_DebugLoclists, true);
     auto const bytesOf = [](HeldSection const& held) { return DwarfBytes{held.bytes, held.size}; };
@@ -109,8 +113,8 @@ status_t DwarfReader::readUnit(DwarfWalker& walker) {
     DwarfWalker rootWalker = walker;
     rootWalker.limit(end);
     std::uint64_t abbrevOffset = 0;
-    unsigned int type = DW_UT_compile;
-    status_t const status = readHeader(rootWalker, forms, abbrevOffset, type);
+    UnitKind kind;
+    status_t const status = readHeader(rootWalker, forms, abbrevOffset, kind);
     if (status != status_Ok) {
         return status;
     }
@@ -120,9 +124,9 @@ status_t DwarfReader::readUnit(DwarfWalker& walker) {
     forms.stringsSize = m_debugStr.size;
     forms.tables = isModern() ? &m_tables : nullptr;
     AbbrevTable const& abbrevs = m_abbrevTables.at(abbrevOffset, walkerOf(m_debugAbbrev, forms.addrSize), forms);
-    DwarfUnit::Header const header{m_units.size(), begin, end - begin, rootWalker.offset()};
+    DwarfUnit::Header const header{m_units.size(), begin, end - begin, rootWalker.offset(), kind.type, kind.id};
     walker.seek(end);
-    if (type != DW_UT_type && type != DW_UT_split_type) { // types have no code
+    if (kind.type != DW_UT_type && kind.type != DW_UT_split_type) { // types have no code
         m_units.push_back(std::make_unique<DwarfUnit>(*this, header, forms, abbrevs));
         m_units.back()->readBases();
         if (isModern()) {
@@ -133,20 +137,20 @@ status_t DwarfReader::readUnit(DwarfWalker& walker) {
 }
 
 /// What stands behind the header of a unit of version 5 that says what it is for.
-void DwarfReader::skipTypeFields(DwarfWalker& walker, FormContext const& forms, unsigned int type) {
+void DwarfReader::readKindFields(DwarfWalker& walker, FormContext const& forms, UnitKind& kind) {
     constexpr unsigned int k_idSize = 8;
-    switch (type) {
+    switch (kind.type) {
     case DW_UT_type:
     case DW_UT_split_type: walker.skip(k_idSize + (forms.is64 ? 8 : 4)); break;
     case DW_UT_skeleton:
-    case DW_UT_split_compile: walker.skip(k_idSize); break;
+    case DW_UT_split_compile: walker.getUnsigned8(kind.id); break;
     default: break;
     }
 }
 
 /// What stands behind the length.
 status_t DwarfReader::readHeader(DwarfWalker& rootWalker, FormContext& forms, std::uint64_t& abbrevOffset,
-                                 unsigned int& type) {
+                                 UnitKind& kind) {
     if (!ORV_ASSERT(rootWalker.getUnsigned2(forms.version) == status_Ok,
                     "rootWalker.getUnsigned2(version) == status_Ok")) {
         return status_BadFileFormat;
@@ -157,7 +161,7 @@ status_t DwarfReader::readHeader(DwarfWalker& rootWalker, FormContext& forms, st
     }
     bool const hasType = forms.version == k_versionWithTypes;
     if (hasType &&
-        (rootWalker.getUnsigned1(type) != status_Ok || rootWalker.getUnsigned1(forms.addrSize) != status_Ok)) {
+        (rootWalker.getUnsigned1(kind.type) != status_Ok || rootWalker.getUnsigned1(forms.addrSize) != status_Ok)) {
         return status_BadFileFormat;
     }
     bool const hasOffset = forms.is64 ? ORV_ASSERT(rootWalker.getUnsigned8(abbrevOffset) == status_Ok,
@@ -169,7 +173,7 @@ status_t DwarfReader::readHeader(DwarfWalker& rootWalker, FormContext& forms, st
         return status_BadFileFormat;
     }
     rootWalker.setAddrSize(forms.addrSize);
-    skipTypeFields(rootWalker, forms, type);
+    readKindFields(rootWalker, forms, kind);
     return status_Ok;
 }
 

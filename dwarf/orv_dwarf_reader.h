@@ -33,12 +33,19 @@ public:
     /// one of the module.
     DwarfReader(IFileFormatHelper& helper, IFileFormatLoader* module, std::uint64_t loadBias, reading_t reading)
         : m_helper(helper), m_module(module), m_loadBias(loadBias), m_reading(reading) {}
+    /// Of split units: their sections are those of helper, but addresses, ranges before version 5, and budgets are the
+    /// main file's, which must stay.
+    DwarfReader(IFileFormatHelper& helper, DwarfReader& main)
+        : m_helper(helper), m_module(main.m_module), m_loadBias(main.m_loadBias), m_reading(main.m_reading),
+          m_main(&main), m_origins(OriginTable::k_fewShelves) {}
     reading_t reading() const { return m_reading; }
 
     /// Reads .debug_info. False if there is none, or nothing in it.
     bool holdInfo();
     /// Reads the other sections and the headers of all units (version 4, 7.5.1.1). Those in front of a bad one stay.
     status_t readUnits();
+    /// The same for split units, each of which joins the skeleton that skeletonOf(id) gives; null: it is left out.
+    template <typename SkeletonOf> void readSplitUnits(SkeletonOf const& skeletonOf);
 
     using Units = std::vector<std::unique_ptr<DwarfUnit>>;
     Units const& units() const { return m_units; } ///< By offset.
@@ -73,7 +80,7 @@ public:
         return version < 5 ? walkerOf(m_debugRanges, addrSize) : walkerOf(m_rangeLists, addrSize);
     }
     /// True if there is code or data at address 0 of the file.
-    bool startsAtZero() const { return m_startsAtZero; }
+    bool startsAtZero() const { return m_main != nullptr ? m_main->m_startsAtZero : m_startsAtZero; }
     DwarfNames& names() { return m_names; }
     bool isModern() const { return m_reading == reading_Modern; }
     /// Over .debug_loc, which is read when it is first needed. Under the load lock.
@@ -82,7 +89,6 @@ public:
         return m_module != nullptr && m_module->segmentByAddress(address) != nullptr;
     }
 
-    DwarfBudgets& budgets() { return m_budgets; }
     /// Where a load begins.
     void refillBudgets() {
         m_budgets.refill();
@@ -90,6 +96,9 @@ public:
             m_supplement->m_budgets.refill();
         }
     }
+    DwarfBudgets& budgets() { return m_main != nullptr ? m_main->m_budgets : m_budgets; }
+    std::uint64_t infoSize() const { return m_debugInfo.size; }
+    std::uint64_t abbrevSize() const { return m_debugAbbrev.size; }
     OriginTable& origins() { return m_origins; }
 
 private:
@@ -106,13 +115,18 @@ private:
     void holdSections();
     status_t readUnit(DwarfWalker& walker);
     void holdTables();
-    status_t readHeader(DwarfWalker& walker, FormContext& forms, std::uint64_t& abbrevOffset, unsigned int& type);
-    static void skipTypeFields(DwarfWalker& walker, FormContext const& forms, unsigned int type);
+    struct UnitKind {
+        unsigned int type = DW_UT_compile;
+        std::uint64_t id = 0;
+    };
+    status_t readHeader(DwarfWalker& walker, FormContext& forms, std::uint64_t& abbrevOffset, UnitKind& kind);
+    static void readKindFields(DwarfWalker& walker, FormContext const& forms, UnitKind& kind);
 
     IFileFormatHelper& m_helper;
     IFileFormatLoader* m_module;
     std::uint64_t m_loadBias;
     reading_t m_reading;
+    DwarfReader* m_main = nullptr; ///< Null for the main file.
     HeldSection m_debugInfo;
     HeldSection m_debugAbbrev;
     HeldSection m_debugStr;
@@ -135,5 +149,17 @@ private:
     SymMgrObjectPtr<IFileFormatHelper> m_supplementFile; ///< What m_supplement reads.
     std::unique_ptr<DwarfReader> m_supplement;
 };
+
+template <typename SkeletonOf> void DwarfReader::readSplitUnits(SkeletonOf const& skeletonOf) {
+    readUnits(); // those in front of a bad one stay
+    Units joined;
+    for (auto& unit : m_units) {
+        if (DwarfUnit* const skeleton = skeletonOf(unit->splitId())) {
+            unit->joinSkeleton(*skeleton);
+            joined.push_back(std::move(unit));
+        }
+    }
+    m_units = std::move(joined);
+}
 
 } // namespace ORV_3_30

@@ -156,7 +156,7 @@ bool DieTreeWalk::step() {
         }
         sibling = attributes.number(DieAttributes::slot_Sibling);
         children = act(entry->tag, offset);
-    } else if (entry->tag == DW_TAG_compile_unit) {
+    } else if (entry->tag == DW_TAG_compile_unit || entry->tag == DW_TAG_skeleton_unit) {
         if (!enterUnit(*entry, offset)) {
             return false;
         }
@@ -389,7 +389,7 @@ char const* DieTreeWalk::shortened(char const* name) {
 void DieTreeWalk::open(char const* name, symbol_kind_t kind, std::uint64_t offset, unsigned long long start,
                        unsigned long long end) {
     m_opened.name = name;
-    m_opened.token = offset;
+    m_opened.token = m_loader.views().tokenOf({m_unit, offset});
     m_opened.start = start;
     m_opened.end = end;
     m_opened.kind = kind;

@@ -138,10 +138,13 @@ void DwarfUnit::readDetails(DieChain& entry, Budget& search) {
     if (base == nullptr) {
         base = entry.find(DieAttributes::slot_EntryPc);
     }
-    m_baseAddress = base != nullptr ? base->value : 0;
+    m_baseAddress = base != nullptr ? base->value : m_baseAddress; // a skeleton's goes for its split unit
     if (AttrValue const* const lines = entry.find(DieAttributes::slot_StmtList)) {
         m_hasLineInfo = true;
         m_lineOffset = lines->value;
+    }
+    if (m_reader.isModern() && m_skeleton == nullptr) {
+        readSplitLink(entry);
     }
     m_hasDetails = true;
 }
@@ -151,6 +154,53 @@ void DwarfUnit::readDetails(Budget& search) {
     if (!m_hasDetails && readEntry(m_header.firstDie, chain.start(*this, m_header.firstDie))) {
         readDetails(chain, search);
     }
+}
+
+void DwarfUnit::readOwnDetails(Budget& search) {
+    if (m_hasDetails) {
+        return;
+    }
+    DieChain chain(search);
+    DieAttributes& own = chain.start(*this, m_header.firstDie);
+    own.clear();
+    readEntry(m_header.firstDie, own);
+    readDetails(chain, search);
+}
+
+void DwarfUnit::readSplitLink(DieChain& entry) {
+    bool const isLater = m_forms.version >= k_firstLater;
+    char const* const name = entry.text(DieAttributes::slot_DwoName);
+    if (name == nullptr || (isLater && m_header.type != DW_UT_skeleton)) {
+        return;
+    }
+    auto const numberOf = [&](DieAttributes::Slot slot) {
+        AttrValue const* const value = entry.find(slot);
+        return value != nullptr ? value->value : 0;
+    };
+    m_splitLink = {name, isLater ? m_header.id : numberOf(DieAttributes::slot_DwoId)};
+    if (!isLater) {
+        m_forms.bases.addresses = numberOf(DieAttributes::slot_AddrBase);
+        m_forms.bases.rangeLists = numberOf(DieAttributes::slot_RnglistsBase);
+    }
+}
+
+void DwarfUnit::joinSkeleton(DwarfUnit& skeleton) {
+    m_skeleton = &skeleton;
+    m_forms.bases.addresses = skeleton.forms().bases.addresses;
+    m_baseAddress = skeleton.baseAddress();
+    if (m_forms.version < k_firstLater) {
+        m_rangesBase = skeleton.forms().bases.rangeLists; // those of the split unit alone count from it
+    }
+}
+
+std::uint64_t DwarfUnit::splitId() const {
+    if (m_forms.version >= k_firstLater) {
+        return m_header.id;
+    }
+    DieAttributes root;
+    root.clear();
+    readEntry(m_header.firstDie, root);
+    return root.number(DieAttributes::slot_DwoId);
 }
 
 // --- Passing over entries

@@ -10,6 +10,7 @@
 #include "dwarf/orv_dwarf_die.h"
 #include "dwarf/orv_dwarf_producer.h"
 
+#include <atomic>
 #include <unordered_map>
 
 namespace ORV_3_30 {
@@ -25,6 +26,12 @@ struct TypeInfo {
     bool isSized; ///< False: nothing is known of its size.
 };
 
+/// What the entry of a skeleton unit tells of the split unit that has its entries (DWARF version 5, 3.1.2).
+struct SplitLink {
+    char const* name = nullptr; ///< Of the file; null in a unit that is no skeleton.
+    std::uint64_t id = 0;       ///< Of both units.
+};
+
 /// Lives as long as its reader. What its own entry tells is written in the first load and read after it; the known
 /// types are guarded by the load lock.
 class DwarfUnit {
@@ -34,6 +41,8 @@ public:
         std::uint64_t offset;   ///< Of the unit in .debug_info: its key.
         std::uint64_t length;   ///< With the length field itself.
         std::uint64_t firstDie; ///< In the section.
+        unsigned int type = 0;  ///< Of version 5.
+        std::uint64_t id = 0;   ///< Of a skeleton or split unit of version 5.
     };
     enum language_t : unsigned int { language_Ada = 1, language_C = 3, language_Cpp = 4, language_Fortran = 5 };
 
@@ -55,6 +64,8 @@ public:
     /// The same for a unit whose entry nobody has read.
     void readDetails(Budget& search);
     bool hasDetails() const { return m_hasDetails; }
+    /// The same, from the entry itself, for who comes by another way than a walk.
+    void readOwnDetails(Budget& search);
     language_t language() const { return m_language; }
     bool hasLanguage() const { return m_hasLanguage; } ///< Partial units may go without one.
     char const* producer() const { return m_producer; }
@@ -65,6 +76,22 @@ public:
     char const* options() const { return m_options; }
     bool hasLineInfo() const { return m_hasLineInfo; }
     std::uint64_t lineOffset() const { return m_lineOffset; }
+
+    // --- Skeletons and split units
+
+    SplitLink const& splitLink() const { return m_splitLink; }
+    /// The unit that has a skeleton's entries; null if there is none, or none yet. Any thread may ask.
+    DwarfUnit* split() const { return m_split.load(std::memory_order_acquire); }
+    /// Once, when its details have been read.
+    void setSplit(DwarfUnit& split) { m_split.store(&split, std::memory_order_release); }
+    /// The skeleton of a split unit; null for any other.
+    DwarfUnit* skeleton() const { return m_skeleton; }
+    /// Takes what a split unit has of its skeleton: addresses, base and ranges. Ahead of all other reading.
+    void joinSkeleton(DwarfUnit& skeleton);
+    /// The id of a split unit.
+    std::uint64_t splitId() const;
+    /// What offsets of range lists count from.
+    std::uint64_t rangesBase() const { return m_rangesBase; }
 
     DwarfReader& reader() const { return m_reader; }
     FormContext const& forms() const { return m_forms; }
@@ -106,6 +133,7 @@ public:
 
 private:
     language_t languageOf(std::uint64_t code) const;
+    void readSplitLink(DieChain& entry);
 
     DwarfReader& m_reader;
     Header m_header;
@@ -124,6 +152,10 @@ private:
     char const* m_producer = "";
     char const* m_options = "";
     Compiler m_compiler;
+    SplitLink m_splitLink;
+    std::uint64_t m_rangesBase = 0;
+    DwarfUnit* m_skeleton = nullptr;
+    std::atomic<DwarfUnit*> m_split{nullptr};
     std::unordered_map<std::uint64_t, TypeInfo> m_knownTypes;
     mutable Once<Containers> m_containers;
 };

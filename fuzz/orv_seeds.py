@@ -183,6 +183,41 @@ def dwarf_seeds():
         yield row_of(own) + row_of(common, in_supplement)
 
 
+SPLIT_SECTIONS = [".debug_info", ".debug_abbrev", ".debug_str", ".debug_line", ".debug_ranges", ".debug_rnglists",
+                  ".debug_str_offsets", ".debug_addr", ".debug_line_str", ".debug_info.dwo", ".debug_abbrev.dwo",
+                  ".debug_str.dwo", ".debug_str_offsets.dwo", ".debug_rnglists.dwo", ".debug_loc.dwo",
+                  ".debug_loclists.dwo", ".debug_cu_index"]
+
+
+def split_seeds():
+    """A program with one skeleton, with its file of the split unit, and with a package where a program makes one."""
+    with tempfile.TemporaryDirectory() as folder:
+        folder = pathlib.Path(folder)
+        (folder / "u.cpp").write_text(PROGRAM)
+
+        def run(*command, **more):
+            return subprocess.run(command, cwd=folder, capture_output=True, **more)
+
+        def row(files):
+            for number, section in enumerate(SPLIT_SECTIONS):
+                for file in files:
+                    (folder / "section").unlink(missing_ok=True)
+                    run("objcopy", "--dump-section", f"{section}=section", file, "copy")  # not all have all
+                    if (folder / "section").exists():
+                        data = (folder / "section").read_bytes()
+                        yield bytes([number]) + len(data).to_bytes(2, "little") + data
+                        break
+
+        for compiler, flags in (("g++", "-gdwarf-4"), ("g++", "-gdwarf-5"), ("clang++", "-gdwarf-4"),
+                                ("clang++", "-gdwarf-5")):
+            run(compiler, flags, "-gsplit-dwarf", "-O2", "-c", "u.cpp", check=True)
+            run("ld", "-e", "f", "-Ttext=0x1000", "-o", "m", "u.o", check=True)
+            yield b"".join(row(["m", "u.dwo"]))
+            if compiler == "clang++":
+                run("llvm-dwp", "u.dwo", "-o", "m.dwp", check=True)
+                yield b"".join(row(["m", "m.dwp"]))
+
+
 def line_seeds():
     return [sections[".debug_line"] for sections in debug_sections() if ".debug_line" in sections]
 
@@ -303,7 +338,7 @@ target, folder = sys.argv[1], pathlib.Path(sys.argv[2])
 folder.mkdir(parents=True, exist_ok=True)
 seeds = {"elf": elf_seeds, "dwarf": dwarf_seeds, "lines": line_seeds, "optreport": report_seeds,
          "kernel": kernel_seeds, "oat": oat_seeds, "dex": dex_seeds,
-         "gpu": gpu_seeds, "qdcblob": blob_seeds,
+         "gpu": gpu_seeds, "qdcblob": blob_seeds, "split": split_seeds,
          "filename": lambda: [p.encode() for p in PATHS],
          "demangler": lambda: [n.encode() for n in NAMES + [n[2:] for n in NAMES] + DEMANGLED]}[target]()
 for number, seed in enumerate(seeds):

@@ -14,6 +14,7 @@
 #include "resolver/orv_kernel_files.h"
 #include "resolver/orv_oat_file.h"
 #include "resolver/orv_program_files.h"
+#include "resolver/orv_split_places.h"
 #include "resolver/orv_supplement_file.h"
 #include "symbols/orv_symbol_call_back.h"
 
@@ -70,7 +71,9 @@ public:
 
     IDebugInfoLoader* dwarfLoader(IFileFormatLoader* loader, char const* symFileName, IFileFormatHelper* helper,
                                   unsigned long long loadBias, reading_t reading) const override {
-        return new DWARFDebugInfoLoader(loader, symFileName, helper, loadBias, reading);
+        std::unique_ptr<ISplitFiles> splitFiles =
+            reading == reading_Modern ? SplitPlaces::of(loader->fileName(), symFileName) : nullptr;
+        return new DWARFDebugInfoLoader(loader, symFileName, helper, loadBias, reading, std::move(splitFiles));
     }
     SymMgrObjectPtr<IFileFormatHelper> openSupplement(IFileFormatHelper* debug, char const* debugFile,
                                                       IFileFormatLoader* module) const override {

@@ -5,6 +5,7 @@
 
 #include "image/orv_path.h"
 #include "resolver/orv_debug_files.h"
+#include "resolver/orv_split_places.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -111,6 +112,9 @@ long long DebugRootsResolver::resolveSymbolFile(Candidates& candidates) {
     for (auto candidate = candidates->current(); candidate; candidate = candidates->current()) {
         list.emplace_back(candidate, soughtBy(*candidate));
         candidates->next();
+    }
+    if (!list.empty()) {
+        SplitPlaces::noteRoots(list.front().first->moduleFileName(), m_roots);
     }
     for (Kind const kind : {Kind::BuildId, Kind::DebugLink}) {
         for (auto const& [candidate, sought] : list) {

@@ -19,6 +19,8 @@ class AcceptedRanges {
 public:
     explicit AcceptedRanges(std::set<unsigned long long> const& requested) : m_requested(requested) {}
 
+    /// Empty: everything is accepted.
+    std::set<unsigned long long> const& requested() const { return m_requested; }
     /// True for a symbol over [start, end] that a query for a requested address may need.
     bool accept(unsigned long long start, unsigned long long end);
     /// True if any range or thunk of a scope is accepted.

@@ -7,6 +7,7 @@
 #include "support/orv_oat_random.h"
 #include "support/orv_oat_writer.h"
 #include "support/orv_qdc_file.h"
+#include "support/orv_split_program.h"
 #include "support/orv_test_support.h"
 
 #include <array>
@@ -399,4 +400,26 @@ TEST(Threads, OneBinaryAsSeveralKernels) {
         wrong += lines == kernel_lines_Read ? 0 : 1;
     });
     EXPECT_EQ(wrong, 0U);
+}
+
+/// Files of split units are opened in the first load, whoever asks first, and their sections when they are needed.
+TEST(Threads, SplitFilesFromTheFirstQueryOn) {
+    ModernReading const modern;
+    for (char const* const compiler : {"g++ -gdwarf-4", "g++ -gdwarf-5"}) {
+        SplitProgram const program(compiler, 12);
+        std::filesystem::remove(program.splitFile(11));
+        fromTheFirstQueryOn(
+            program.path(), 4, std::chrono::milliseconds(150), [](IModuleSymbolBank& bank, auto& random) {
+                unsigned long long const address = 0x1000 + random() % 0x100;
+                if (random() % 8 == 0) {
+                    bank.prefetcher()->putRVA(addressIn(bank, address)->rva());
+                }
+                auto const range = rangeIn(bank, address, random() % 2 == 0 ? symbol_kind_Function : k_allKinds);
+                chainAt(bank, address);
+                placeIn(bank, address);
+                ICompUnitDetails* unit = nullptr;
+                bool const hasUnit = range && range->symbol()->compUnitDetails(unit) == status_Ok;
+                return !hasUnit || (*unit->compilerName() != '\0' && *unit->compilationDirectory() != '\0');
+            });
+    }
 }

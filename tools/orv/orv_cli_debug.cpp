@@ -8,6 +8,7 @@
 #include "orv_cli_output.h"
 #include "orv_cli_progress.h"
 #include "orv_cli_remarks.h"
+#include "orv_cli_split.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -246,12 +247,14 @@ std::string declarationOf(ISymbol& symbol) {
 }
 
 int units(std::string const& moduleName, CommonOptions const& common) {
+    MissingSplitFiles missing(common);
     Module& module = load(moduleName, common);
     DebugInfo debug(module, common);
     for (ICompUnitDetails* const unit : debug.units()) {
         printUnit(*unit, common.json);
     }
     finishOutput();
+    missing.tell(moduleName);
     return 0;
 }
 
