@@ -100,7 +100,7 @@ status_t DWARFDebugInfoLoader::loadSymbols(ISymbolTable* table, AcceptedRanges* 
         return m_status;
     }
     if (!m_reader.holdInfo()) {
-        m_status = status_NoDebugInfo;
+        m_status = m_reader.isInfoStillPacked() ? status_BadFileFormat : status_NoDebugInfo;
         ORV_WARN("Cannot read .debug_info section ");
         return m_status;
     }

@@ -42,6 +42,8 @@ public:
 
     /// Reads .debug_info. False if there is none, or nothing in it.
     bool holdInfo();
+    /// True if there is one that can't be taken out of its compression.
+    bool isInfoStillPacked() const { return m_debugInfo.data && m_debugInfo.data->isStillPacked(); }
     /// Reads the other sections and the headers of all units (version 4, 7.5.1.1). Those in front of a bad one stay.
     status_t readUnits();
     /// The same for split units, each of which joins the skeleton that skeletonOf(id) gives; null: it is left out.

@@ -5,10 +5,12 @@
 
 #include "core/orv_trace.h"
 #include "format/orv_elf_fields.h"
+#include "format/orv_unpack.h"
 
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <string>
 
 namespace ORV_3_30 {
 namespace {
@@ -48,6 +50,7 @@ constexpr RolePattern k_rolePatterns[] = {
     {".debug_loclists", ElfHelper::role_DebugLoclists, true, true},
     {".gnu_debugaltlink", ElfHelper::role_DebugAltLink, false, true},
     {".debug_sup", ElfHelper::role_DebugSup, true, true},
+    {".gnu_debugdata", ElfHelper::role_PackedSymbols, false, true},
 };
 
 constexpr char k_rodata[] = ".rodata";
@@ -73,7 +76,8 @@ arch_t architectureOfMachine(unsigned int machine) {
 
 } // namespace
 
-ElfHelper::ElfHelper(SymMgrObjectPtr<IModuleImage> image) : m_fileImage(std::move(image)) {
+ElfHelper::ElfHelper(SymMgrObjectPtr<IModuleImage> image, reading_t reading)
+    : m_fileImage(std::move(image)), m_reading(reading) {
     if (!ORV_ASSERT(m_fileImage, "m_fileImage!=NULL")) {
         ORV_ASSERT(false, "false"); // reading goes on, and fails
         return;
@@ -322,12 +326,14 @@ SectionBytes ElfHelper::readSectionBytes(unsigned int index) const {
     }
     SectionBytes uncompressed;
     bool const isNamedCompressed = std::strncmp(sectionName(index), ".zdebug_", 8) == 0;
-    bool const isFlagged = (section->sh_flags & SHF_COMPRESSED) != 0;
-    if ((isNamedCompressed && uncompressZlibSection(raw.bytes.get(), raw.size, uncompressed)) ||
-        (isFlagged && uncompressFlaggedSection(raw.bytes.get(), raw.size, m_is64, uncompressed))) {
+    if (isNamedCompressed && uncompressZlibSection(raw.bytes.get(), raw.size, uncompressed)) {
         return uncompressed;
     }
-    return raw;
+    if ((section->sh_flags & SHF_COMPRESSED) == 0) {
+        return raw;
+    }
+    std::string const place = std::string("Section ") + sectionName(index) + " in file " + m_fileImage->fileName();
+    return flaggedSectionBytes(std::move(raw), m_is64, m_reading, place);
 }
 
 void ElfHelper::copySymbolTablesFrom(ElfHelper const& other) {

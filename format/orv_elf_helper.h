@@ -15,6 +15,7 @@
 #include "core/orv_shared_object.h"
 #include "format/orv_section_data.h"
 #include "orv/orv_moduleimage.h"
+#include "orv/orv_reading.h"
 
 #include <array>
 #include <atomic>
@@ -67,6 +68,7 @@ public:
         role_DebugLoclists,
         role_DebugAltLink,
         role_DebugSup,
+        role_PackedSymbols,
         role_Count
     };
 
@@ -77,7 +79,7 @@ public:
         bool holds(unsigned long long address) const { return address >= start && address - start < size; }
     };
 
-    explicit ElfHelper(SymMgrObjectPtr<IModuleImage> image);
+    explicit ElfHelper(SymMgrObjectPtr<IModuleImage> image, reading_t reading = reading_Classic);
 
     bool valid() const { return m_valid; }
     bool is64() const { return m_is64; }
@@ -124,7 +126,8 @@ public:
     void walkProgramHeaders(IProgramHeadersCallback& callback) const;
     void walkSectionHeaders(ISectionHeadersCallback& callback) const;
 
-    /// The bytes of a section, uncompressed; none if they lie beyond the file. Throws std::bad_alloc.
+    /// The bytes of a section, uncompressed; none if they lie beyond the file, and an empty block if they are flagged
+    /// as compressed and, by the modern reading, can't be taken out. Throws std::bad_alloc.
     SectionBytes readSectionBytes(unsigned int index) const;
 
     /// Takes the symbol tables of a companion file in place of those that this file lacks. One thread at a time; others
@@ -178,6 +181,7 @@ private:
     bool readImage(std::uint64_t offset, std::uint64_t size, void* out) const;
 
     SymMgrObjectPtr<IModuleImage> m_fileImage;
+    reading_t m_reading;
     mutable std::mutex m_imageLock;
     std::uint64_t m_fileSize = 0;
     Elf64_Ehdr m_header{};

@@ -13,15 +13,12 @@ bool ElfSymbolNames::isBefore(Named const& a, Named const& b) {
     return std::tie(a.start, a.end, a.isLocal) < std::tie(b.start, b.end, b.isLocal);
 }
 
-ElfSymbolNames::ElfSymbolNames(ElfHelper const& helper) {
-    auto const has = [&](ElfHelper::Role role) { return helper.sectionData(role) != nullptr; };
-    bool const hasTable = has(ElfHelper::role_Symtab) && has(ElfHelper::role_Strtab);
-    if (!hasTable && (!has(ElfHelper::role_Dynsym) || !has(ElfHelper::role_Dynstr))) {
+ElfSymbolNames::ElfSymbolNames(ElfHelper const& helper, ElfSymbolTables const& tables) {
+    if (!tables.symbols) {
         return;
     }
-    ElfSymbolReader reader(helper, hasTable ? ElfHelper::role_Symtab : ElfHelper::role_Dynsym,
-                           hasTable ? ElfHelper::role_Strtab : ElfHelper::role_Dynstr,
-                           symbol_kind_Function | symbol_kind_Data, ~0ULL, ElfSymbolReader::Places::Any);
+    ElfSymbolReader reader(helper, *tables.symbols, *tables.names, symbol_kind_Function | symbol_kind_Data, ~0ULL,
+                           ElfSymbolReader::Places::Any);
     for (RawSymbol symbol{}; reader.next(symbol);) {
         bool const isNamed = symbol.name != nullptr && *symbol.name != '\0';
         if (isNamed && symbol.size != 0 && symbol.kind != symbol_kind_Other) {

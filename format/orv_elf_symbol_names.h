@@ -3,6 +3,7 @@
 /// What a symbol table calls the stretches that debug information has no full name for.
 #pragma once
 
+#include "format/orv_elf_packed.h"
 #include "format/orv_elf_symbols.h"
 
 #include <string_view>
@@ -10,11 +11,11 @@
 
 namespace ORV_3_30 {
 
-/// Not changed once it is made: any thread may ask. The helper outlives it.
+/// Not changed once it is made: any thread may ask. The tables outlive it.
 class ElfSymbolNames {
 public:
-    /// Reads .symtab, and without one .dynsym.
-    explicit ElfSymbolNames(ElfHelper const& helper);
+    /// The tables, if there are any, stay as long as this.
+    ElfSymbolNames(ElfHelper const& helper, ElfSymbolTables const& tables);
 
     /// The name of the function or variable from start to behind the last; null if there is none. Of several it is the
     /// one called own, else the first that other modules can see, else the first.

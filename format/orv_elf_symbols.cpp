@@ -42,15 +42,14 @@ bool readElfSymbol(bool is64, unsigned char const* data, std::uint64_t size, std
            cursor.read(out.st_other) && cursor.read(out.st_shndx);
 }
 
-ElfSymbolReader::ElfSymbolReader(ElfHelper const& helper, ElfHelper::Role symbols, ElfHelper::Role strings,
+ElfSymbolReader::ElfSymbolReader(ElfHelper const& helper, ISectionData& symbols, ISectionData& strings,
                                  unsigned int kinds, std::uint64_t entries, Places places)
-    : m_helper(helper), m_kinds(kinds | symbol_kind_Other), m_places(places),
-      m_entries(helper.sectionData(symbols)->data()),
+    : m_helper(helper), m_kinds(kinds | symbol_kind_Other), m_places(places), m_entries(symbols.data()),
       m_entrySize((helper.is64() ? sizeof(Elf64_Sym) : sizeof(Elf32_Sym)) +
                   (helper.header().e_machine == k_machineWithWideSymbols ? k_wideSymbolExtra : 0)),
-      m_size(std::min<std::uint64_t>(entries, helper.sectionData(symbols)->size() / m_entrySize) * m_entrySize),
-      m_names(reinterpret_cast<char const*>(helper.sectionData(strings)->data())),
-      m_namesSize(helper.sectionData(strings)->size()), m_delta(helper.sectionData(symbols)->addressDelta()) {}
+      m_size(std::min<std::uint64_t>(entries, symbols.size() / m_entrySize) * m_entrySize),
+      m_names(reinterpret_cast<char const*>(strings.data())), m_namesSize(strings.size()),
+      m_delta(symbols.addressDelta()) {}
 
 bool ElfSymbolReader::next(RawSymbol& out) {
     Elf64_Sym entry{};

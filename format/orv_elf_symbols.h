@@ -18,6 +18,10 @@ public:
     enum class Places { InMemory, Any };
     /// kinds: a mask; untyped symbols come along with any. Both sections must be there. entries: how many to look at.
     ElfSymbolReader(ElfHelper const& helper, ElfHelper::Role symbols, ElfHelper::Role strings, unsigned int kinds,
+                    std::uint64_t entries = ~0ULL)
+        : ElfSymbolReader(helper, *helper.sectionData(symbols), *helper.sectionData(strings), kinds, entries) {}
+    /// The same over tables that lie elsewhere than in a section of the file.
+    ElfSymbolReader(ElfHelper const& helper, ISectionData& symbols, ISectionData& strings, unsigned int kinds,
                     std::uint64_t entries = ~0ULL, Places places = Places::InMemory);
 
     /// Entries to look at.

@@ -18,7 +18,7 @@
 namespace ORV_3_30 {
 
 void ElfFileLoader::open(SymMgrObjectPtr<IModuleImage> image) {
-    m_elfHelper = new ElfHelper(std::move(image));
+    m_elfHelper = new ElfHelper(std::move(image), reading());
     readFileInfo();
     if (!m_elfHelper->valid()) {
         setStatus(status_BadFileFormat);
@@ -127,7 +127,7 @@ IDebugInfoLoader* ElfFileLoader::createDwarfLoader(char const* name) {
     fullPath(canonical, fileName(), false);
     bool const isOwn = std::string_view(name) == fileName() || canonical == name;
     if (!isOwn) {
-        symbolFile = new ElfHelper(SymMgrObjectPtr<IModuleImage>(new FileImage(name, 0, arch_Unknown)));
+        symbolFile = new ElfHelper(SymMgrObjectPtr<IModuleImage>(new FileImage(name, 0, arch_Unknown)), reading());
     }
     m_elfHelper->copySymbolTablesFrom(*symbolFile);
     bool const hasDwarf = symbolFile->sectionIndex(ElfHelper::role_DebugInfo) != k_noSection ||
@@ -157,8 +157,8 @@ status_t ElfFileLoader::loadSymbols(ISymbolTable* table, AcceptedRanges* filter,
         return status_Fail;
     }
     unsigned int const kinds = mask | symbol_kind_Other; // untyped symbols always come along
-    loadTable(ElfHelper::role_Symtab, ElfHelper::role_Strtab, *table, filter, kinds);
-    loadTable(ElfHelper::role_Dynsym, ElfHelper::role_Dynstr, *table, filter, kinds);
+    loadTable(wholeTable(), *table, filter, kinds);
+    loadTable(tableOf(ElfHelper::role_Dynsym, ElfHelper::role_Dynstr), *table, filter, kinds);
     if ((kinds & symbol_kind_Function) != 0) {
         addThunks(*table, filter);
     }
@@ -166,14 +166,26 @@ status_t ElfFileLoader::loadSymbols(ISymbolTable* table, AcceptedRanges* filter,
     return status_Ok;
 }
 
-void ElfFileLoader::loadTable(ElfHelper::Role symbols, ElfHelper::Role strings, ISymbolTable& table,
-                              AcceptedRanges* filter, unsigned int kinds) {
-    if (m_elfHelper->sectionData(symbols) == nullptr || m_elfHelper->sectionData(strings) == nullptr) {
+ElfSymbolTables ElfFileLoader::tableOf(ElfHelper::Role symbols, ElfHelper::Role names) const {
+    ElfSymbolTables const table{SymMgrObjectPtr<ISectionData>(m_elfHelper->sectionData(symbols)),
+                                SymMgrObjectPtr<ISectionData>(m_elfHelper->sectionData(names))};
+    return table.symbols && table.names ? table : ElfSymbolTables();
+}
+
+/// That of the file, or else the one that is packed in it.
+ElfSymbolTables ElfFileLoader::wholeTable() {
+    ElfSymbolTables const own = tableOf(ElfHelper::role_Symtab, ElfHelper::role_Strtab);
+    return own.symbols || reading() != reading_Modern ? own : m_packedSymbols.of(*m_elfHelper);
+}
+
+void ElfFileLoader::loadTable(ElfSymbolTables const& tables, ISymbolTable& table, AcceptedRanges* filter,
+                              unsigned int kinds) {
+    if (!tables.symbols) {
         return;
     }
     // The string section lives as long as this loader, and this loader longer than the bank: names
     // need no copy.
-    ElfSymbolReader reader(*m_elfHelper, symbols, strings, kinds);
+    ElfSymbolReader reader(*m_elfHelper, *tables.symbols, *tables.names, kinds);
     std::unique_ptr<ISymbolCallBack> const callBack = root().symbolCallBack(this, &table, filter, reader.count());
     for (RawSymbol symbol{}; reader.next(symbol);) {
         callBack->symbol(symbol);
@@ -182,7 +194,12 @@ void ElfFileLoader::loadTable(ElfHelper::Role symbols, ElfHelper::Role strings, 
 }
 
 char const* ElfFileLoader::symbolNameOf(unsigned long long start, unsigned long long end, char const* own) {
-    return m_symbolNames.get([this] { return std::make_unique<ElfSymbolNames>(*m_elfHelper); }).find(start, end, own);
+    auto const make = [this] {
+        ElfSymbolTables const whole = wholeTable();
+        return std::make_unique<ElfSymbolNames>(
+            *m_elfHelper, whole.symbols ? whole : tableOf(ElfHelper::role_Dynsym, ElfHelper::role_Dynstr));
+    };
+    return m_symbolNames.get(make).find(start, end, own);
 }
 
 void ElfFileLoader::addThunks(ISymbolTable& table, AcceptedRanges* filter) {

@@ -6,6 +6,7 @@
 #include "core/orv_once.h"
 #include "format/orv_elf_helper.h"
 #include "format/orv_elf_oat.h"
+#include "format/orv_elf_packed.h"
 #include "format/orv_elf_symbol_names.h"
 #include "format/orv_ffl.h"
 
@@ -46,11 +47,13 @@ private:
     void readFileInfo();
     IDebugInfoLoader* createDwarfLoader(char const* name);
     IDebugInfoLoader* createOatLoader(char const* name);
-    void loadTable(ElfHelper::Role symbols, ElfHelper::Role strings, ISymbolTable& table, AcceptedRanges* filter,
-                   unsigned int kinds);
+    ElfSymbolTables tableOf(ElfHelper::Role symbols, ElfHelper::Role names) const;
+    ElfSymbolTables wholeTable();
+    void loadTable(ElfSymbolTables const& tables, ISymbolTable& table, AcceptedRanges* filter, unsigned int kinds);
     void addThunks(ISymbolTable& table, AcceptedRanges* filter);
 
     SymMgrObjectPtr<ElfHelper> m_elfHelper;
+    PackedSymbols m_packedSymbols;
     bool m_fileInfoRead = false;
     Once<ElfSymbolNames> m_symbolNames;
     OatPlace m_oat; ///< Of an OAT file that is to be read as one.

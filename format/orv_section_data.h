@@ -35,6 +35,8 @@ public:
     virtual unsigned int sectionIndex() = 0;
     /// Added to values read from the section to get module addresses.
     virtual unsigned long long addressDelta() = 0;
+    /// True if the section has bytes that can't be taken out of their compression; there are none then.
+    virtual bool isStillPacked() { return false; }
 
     /// Runs what relocates the bytes, unless that has been done: they may be shared, and what was added once must not
     /// be added again, nor be read half done. What fails ahead of the first change is run again at the next call.
@@ -94,6 +96,7 @@ struct SectionBlockDelete {
 struct SectionBytes {
     std::unique_ptr<unsigned char[], SectionBlockDelete> bytes;
     std::uint64_t size = 0;
+    bool isStillPacked = false; ///< An empty block stands for bytes that can't be taken out of their compression.
 };
 
 /// A block of size bytes and the closing zero; no bytes if there is no memory.
@@ -115,6 +118,7 @@ public:
     unsigned long long size() override;
     unsigned int sectionIndex() override { return m_index; }
     unsigned long long addressDelta() override { return m_addressDelta; }
+    bool isStillPacked() override { return load() && m_bytes.isStillPacked; }
 
 private:
     /// False if there are no bytes.
@@ -127,12 +131,5 @@ private:
     ElfHelper const* m_helper = nullptr;
     unsigned long long m_addressDelta = 0;
 };
-
-/// Undoes the ".zdebug_" compression: "ZLIB", the uncompressed size as 8 bytes big-endian, a zlib
-/// stream (RFC 1950). False, with an empty result, if in is anything else or broken.
-bool uncompressZlibSection(unsigned char const* in, std::uint64_t size, SectionBytes& out);
-/// Undoes the compression that SHF_COMPRESSED tells of (System V ABI, "Compressed Sections"): a header
-/// of the file's class, a zlib stream. False, with an empty result, for another type or a broken stream.
-bool uncompressFlaggedSection(unsigned char const* in, std::uint64_t size, bool is64, SectionBytes& out);
 
 } // namespace ORV_3_30

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The ORV authors
-/// An ELF module through every query of its bank; a relocatable one also as the client lays it out.
+/// An ELF module through every query of its bank, by both readings; a relocatable one also as the client lays it out.
 
 #include "orv_cli_laid_out.h"
 #include "orv_fuzz_input.h"
@@ -9,11 +9,9 @@
 
 using namespace orv_fuzz;
 
-extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-    static InputFile const file;
-    if (!file.write(data, size)) {
-        return 0;
-    }
+namespace {
+
+void askByPath(InputFile const& file, std::uint8_t const* data, std::size_t size) {
     SymMgrObjectPtr<ISymbolManager> manager;
     ISymbolManager::create(manager);
     SymMgrObjectPtr<IModuleSymbolBank> bank;
@@ -23,9 +21,23 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     } else if (status != status_BadFileFormat) {
         std::abort();
     }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
+    static InputFile const file;
+    if (!file.write(data, size)) {
+        return 0;
+    }
+    for (reading_t const reading : {reading_Modern, reading_Classic}) {
+        setReading(reading);
+        askByPath(file, data, size);
+    }
     // A relocatable file also as the client lays it out.
     SymMgrObjectPtr<IModuleImage> const image =
         orv_cli::laidOutImage(IModuleImage::create(file.path(), arch_Unknown, false));
+    SymMgrObjectPtr<IModuleSymbolBank> bank;
     if (image && IModuleSymbolBank::create(bank, image, nullptr, true, "") == status_Ok) {
         askAll(*bank, data, size);
     }

@@ -68,6 +68,25 @@ def elf_seeds():
             yield (folder / name).read_bytes()
 
 
+def packed_seeds():
+    """Libraries with debug sections in each compression, and one whose symbols lie packed in .gnu_debugdata."""
+    with tempfile.TemporaryDirectory() as folder:
+        folder = pathlib.Path(folder)
+        (folder / "s.c").write_text("static int g(int x) { return x + 1; }\nint f(int x) { return g(x) * g(x - 1); }\n")
+
+        def run(*command):
+            return subprocess.run(command, cwd=folder, capture_output=True).returncode == 0
+
+        run("gcc", "-g", "-O0", "-c", "s.c")
+        run("ld", "-shared", "-z", "noseparate-code", "-o", "s.so", "s.o")
+        for method in ("zlib", "zlib-gnu", "zstd"):
+            if run("objcopy", f"--compress-debug-sections={method}", "s.so", "c.so"):  # not all know all
+                yield (folder / "c.so").read_bytes()
+        run("objcopy", "-S", "--keep-symbol=g", "s.so", "mini")
+        if run("xz", "-e", "mini") and run("objcopy", "-S", "--add-section", ".gnu_debugdata=mini.xz", "s.so", "p.so"):
+            yield (folder / "p.so").read_bytes()
+
+
 PROGRAM = """
 namespace ns { struct A { A(int); int f(int) const; int v; }; }
 ns::A::A(int x) : v(x) {}
@@ -336,7 +355,7 @@ def gpu_seeds():
 
 target, folder = sys.argv[1], pathlib.Path(sys.argv[2])
 folder.mkdir(parents=True, exist_ok=True)
-seeds = {"elf": elf_seeds, "dwarf": dwarf_seeds, "lines": line_seeds, "optreport": report_seeds,
+seeds = {"elf": lambda: [*elf_seeds(), *packed_seeds()], "dwarf": dwarf_seeds, "lines": line_seeds, "optreport": report_seeds,
          "kernel": kernel_seeds, "oat": oat_seeds, "dex": dex_seeds,
          "gpu": gpu_seeds, "qdcblob": blob_seeds, "split": split_seeds,
          "filename": lambda: [p.encode() for p in PATHS],

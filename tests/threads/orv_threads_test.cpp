@@ -6,6 +6,7 @@
 #include "support/orv_elf_builder.h"
 #include "support/orv_oat_random.h"
 #include "support/orv_oat_writer.h"
+#include "support/orv_pack.h"
 #include "support/orv_qdc_file.h"
 #include "support/orv_split_program.h"
 #include "support/orv_test_support.h"
@@ -129,6 +130,30 @@ TEST(Threads, OneBankFromTheFirstQueryOn) {
                             query(bank, random);
                             return true;
                         });
+}
+
+TEST(Threads, OneUnpacksAndAllHaveThePackedSymbols) {
+#ifndef ORV_HAS_LZMA
+    GTEST_SKIP() << "xz: not built in";
+#else
+    ElfBuilder stripped;
+    stripped.load(PF_R | PF_X, 0x1000, 0x10000);
+    stripped.section(".text", SHT_PROGBITS, SHF_ALLOC | SHF_EXECINSTR, 0x1000, std::string(0x8000, 'x'));
+    stripped.section(".gnu_debugdata", SHT_PROGBITS, 0, 0, xzOf(module(3)));
+    TempDir const dir;
+    std::string const path = dir.file("m", stripped.bytes());
+    Reading const modern(reading_Modern);
+    for (int round = 0; round < 10; ++round) {
+        SymMgrObjectPtr<IFileFormatLoader> const loader = loaderOf(path);
+        together(std::chrono::milliseconds(20), [&](std::mt19937&) {
+            SymMgrObjectPtr<ISymbolTable> const table = ISymbolTable::create(nullptr);
+            EXPECT_EQ(loader->loadSymbols(table.get(), nullptr, symbol_kind_Function), status_Ok);
+            RangeIterator it;
+            table->symbolRanges(it, 0, ~0ULL, k_allKinds);
+            EXPECT_NE(allRanges(it), "");
+        });
+    }
+#endif
 }
 
 namespace {

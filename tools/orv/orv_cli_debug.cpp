@@ -139,8 +139,9 @@ DebugInfo::DebugInfo(Module& module, CommonOptions const& common) : m_module(mod
     if (failed(status) && isOat()) {
         note(module.name() + ": " + describeDebugInfo(status, symbolFormatOat), common);
     } else if (failed(status)) {
-        throw Failure(module.name() + ": " + describeDebugInfo(status, symbolFormatDwarf));
+        throw Failure(module.name() + ": " + module.whyBadDebugInfo(status));
     }
+    module.noteUnread();
 }
 
 SymMgrObjectPtr<IBuffer> DebugInfo::unitBytes() {
@@ -205,7 +206,7 @@ std::vector<ISourceFile*> DebugInfo::files() {
     SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISourceLine>>> lines;
     status_t const status = m_resolver->sourceLines(lines, k_allUnits, 0, 0, 0, nullptr);
     if (failed(status) && status != status_NoDebugInfo) {
-        throw Failure(m_module.name() + ": " + describeDebugInfo(status, m_loader->symFileFormat()));
+        throw Failure(m_module.name() + ": " + m_module.whyBadDebugInfo(status));
     }
     std::vector<ISourceFile*> found;
     // Those of an OAT file are not counted, and lie at all ids up to the first that is none.

@@ -3,6 +3,7 @@
 /// info, sections and segments: what the headers of a module say.
 
 #include "orv_cli_commands.h"
+#include "orv_cli_compression.h"
 #include "orv_cli_debug.h"
 #include "orv_cli_gpu.h"
 #include "orv_cli_oat.h"
@@ -127,22 +128,37 @@ int info(std::string const& moduleName, CommonOptions const& common) {
 
 int sections(std::string const& moduleName, CommonOptions const& common) {
     Module& module = loadHeaders(moduleName, common);
+    std::map<unsigned int, CompressedSection> compressed;
+    for (CompressedSection& found : compressedSections(*imageOf(moduleName, common))) {
+        compressed.emplace(found.index, std::move(found));
+    }
     SymMgrObjectPtr<ISection> section;
     module.loader().sectionByIndex(section, 0);
     if (section && !common.json) {
         std::printf("%5s  %-16s  %-16s  %-16s  %s\n", "index", "address", "file offset", "size", "name");
     }
     for (unsigned int index = 0; section; module.loader().sectionByIndex(section, ++index)) {
+        auto const packing = compressed.find(index);
         if (common.json) {
-            printJson({{"index", index},
-                       {"name", section->name()},
-                       {"address", hex(section->address())},
-                       {"file_offset", hex(section->fileOffset())},
-                       {"size", section->size()}});
-        } else {
-            std::printf("%5u  %016llx  %016llx  %016llx  %s\n", index, section->address(), section->fileOffset(),
-                        section->size(), section->name());
+            Json object{{"index", index},
+                        {"name", section->name()},
+                        {"address", hex(section->address())},
+                        {"file_offset", hex(section->fileOffset())},
+                        {"size", section->size()}};
+            if (packing != compressed.end()) {
+                object["compression"] = nameOfCompression(packing->second.type);
+                object["uncompressed_size"] = packing->second.size;
+            }
+            printJson(object);
+            continue;
         }
+        std::printf("%5u  %016llx  %016llx  %016llx  %s", index, section->address(), section->fileOffset(),
+                    section->size(), section->name());
+        if (packing != compressed.end()) {
+            std::printf("  (%s, %llx uncompressed)", nameOfCompression(packing->second.type).c_str(),
+                        packing->second.size);
+        }
+        std::putchar('\n');
     }
     finishOutput();
     return 0;

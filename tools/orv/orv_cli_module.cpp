@@ -3,6 +3,7 @@
 // A module and its bank, and what is said when they can't be read.
 #include "orv_cli_module.h"
 
+#include "orv_cli_compression.h"
 #include "orv_cli_gpu.h"
 #include "orv_cli_kernel.h"
 #include "orv_cli_laid_out.h"
@@ -163,9 +164,13 @@ Module::Module(std::string name, CommonOptions const& options, View view)
         noteKernelLines(*this, m_options);
         m_kernelName = m_options.targetName;
     }
+    m_unread = m_options.noDebugInfo ? std::string() : unreadSections(*this, m_image);
     std::string const missing = missingDebugInfo();
     if (!missing.empty() && !m_options.missingIsFailure) {
         note(m_name + ": " + missing, m_options);
+    }
+    if (!m_options.missingIsFailure) {
+        noteUnread();
     }
 }
 
@@ -198,8 +203,19 @@ status_t Module::symbolRangeByAddress(IAddress& address, SymMgrObjectPtr<ISymbol
 
 void Module::noteBadDebugInfo(status_t status) {
     if (status != status_NoDebugInfo) {
-        note(m_name + ": " + describeDebugInfo(status, m_bank->symFileFormat()), m_options);
+        note(m_name + ": " + whyBadDebugInfo(status), m_options);
     }
+}
+
+void Module::noteUnread() const {
+    if (!m_unread.empty()) {
+        note(m_name + ": " + m_unread, m_options);
+    }
+}
+
+std::string Module::whyBadDebugInfo(status_t status) const {
+    bool const isUnread = status != status_OutOfMemory && !m_unread.empty();
+    return isUnread ? m_unread : describeDebugInfo(status, m_bank->symFileFormat());
 }
 
 IFileFormatLoader& Module::loader() {

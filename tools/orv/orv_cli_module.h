@@ -89,6 +89,10 @@ public:
         }
         return status;
     }
+    /// What that means for the user; of what is only compressed in a way that can't be read, that.
+    std::string whyBadDebugInfo(status_t status) const;
+    /// Says once what can't be taken out of its compression, if anything.
+    void noteUnread() const;
     status_t symbolRangeByAddress(IAddress& address, SymMgrObjectPtr<ISymbolRange>& out, symbol_kind_t mask);
     /// The file format loader, for what the bank does not tell: sections by index and by address.
     IFileFormatLoader& loader();
@@ -114,6 +118,7 @@ private:
 
     std::string m_name;
     std::string m_kernelName;
+    std::string m_unread; ///< Which sections can't be taken out of their compression; empty: none.
     CommonOptions m_options;
     std::unique_ptr<Resolver> m_resolver;
     SymMgrObjectPtr<IModuleImage>

@@ -6,6 +6,7 @@
 
 #include "orv_cli_arguments.h"
 #include "orv_cli_commands.h"
+#include "orv_cli_compression.h"
 
 #include <CLI/CLI.hpp>
 #include <log4cplus/configurator.h>
@@ -156,7 +157,7 @@ private:
 
     /// What every command takes, ahead of its name or behind it.
     void addCommon(CLI::App& app) {
-        app.set_version_flag("--version", "orv " ORV_VERSION);
+        app.set_version_flag("--version", versionText());
         app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
         app.add_flag("--json", m_common.json, "Print one JSON object a line");
         app.add_option_function<std::string>(
@@ -231,7 +232,7 @@ private:
     void addSymbolizeOptions(CLI::App& command) {
         SymbolizeOptions& options = m_symbolize;
         command.set_help_flag("-h,-H,--help", "Say how to use this command")->group(k_classicGroup);
-        command.set_version_flag("-v,-V,--version", "orv " ORV_VERSION)->group(k_classicGroup);
+        command.set_version_flag("-v,-V,--version", versionText())->group(k_classicGroup);
         auto const classic = [](CLI::Option* option) { return option->group(k_classicGroup); };
         auto const addFlag = [&](char const* names, bool& value, char const* description) {
             return classic(command.add_flag(names, value, description));
