@@ -21,7 +21,7 @@ constexpr std::uint64_t k_mostOfAll = std::uint64_t{1} << 34;   ///< Bytes of al
 constexpr std::uint64_t k_leastReads = std::uint64_t{1} << 26;  ///< Bytes of units and abbreviations gone through.
 constexpr std::uint64_t k_rereads = 8;                          ///< For each byte of a file.
 constexpr std::uint64_t k_largestInfo = std::uint64_t{1} << 40; ///< Loaders tell entries of files apart by bits above.
-constexpr std::size_t k_mostSkeletons = (std::size_t{1} << 24) - 1; ///< Likewise.
+constexpr std::size_t k_mostSkeletons = (std::size_t{1} << 23) - 1; ///< Likewise.
 
 /// The sections of a file, or a unit's parts of those of a package, as if they were a file's own.
 class SplitSections final : public SharedObject<SymMgrObject<IFileFormatHelper>> {
@@ -34,6 +34,7 @@ public:
 
     bool isLoadedAddress(unsigned long long /*address*/) override { return false; }
     unsigned long long imageBase() override { return 0; }
+    reading_t reading() override { return reading_Modern; }
     void sectionByIndex(SymMgrObjectPtr<ISection>& out, unsigned int /*index*/) override { out = nullptr; }
     void relocations(SymMgrObjectPtr<RelocationAddends>& out, unsigned int /*sectionIndex*/) override { out = nullptr; }
     void sectionData(SymMgrObjectPtr<ISectionData>& out, unsigned int role) override {

@@ -5,6 +5,7 @@
 
 #include "core/orv_trace.h"
 #include "format/orv_elf_fields.h"
+#include "format/orv_elf_machines.h"
 #include "format/orv_unpack.h"
 
 #include <algorithm>
@@ -62,21 +63,9 @@ bool matches(RolePattern const& pattern, char const* name) {
     return pattern.mayBeCompressed && std::strncmp(name, ".z", 2) == 0 && std::strcmp(name + 2, pattern.name + 1) == 0;
 }
 
-arch_t architectureOfMachine(unsigned int machine) {
-    switch (machine) {
-    case EM_386: return arch_X86;
-    case 50: return arch_Em50;
-    case EM_X86_64: return arch_X86_64;
-    case EM_ARM: return arch_Arm;
-    case 180: return arch_Em180;
-    case 181: return arch_Em181;
-    default: return arch_Unknown;
-    }
-}
-
 } // namespace
 
-ElfHelper::ElfHelper(SymMgrObjectPtr<IModuleImage> image, reading_t reading)
+ElfHelper::ElfHelper(SymMgrObjectPtr<IModuleImage> image, reading_t reading, ElfHelper const* module)
     : m_fileImage(std::move(image)), m_reading(reading) {
     if (!ORV_ASSERT(m_fileImage, "m_fileImage!=NULL")) {
         ORV_ASSERT(false, "false"); // reading goes on, and fails
@@ -86,11 +75,11 @@ ElfHelper::ElfHelper(SymMgrObjectPtr<IModuleImage> image, reading_t reading)
     if (!readHeader()) {
         return;
     }
-    m_architecture = architectureOfMachine(m_header.e_machine);
+    m_architecture = architectureOf(m_header, m_is64, m_reading);
     if (!ORV_ASSERT(m_architecture != arch_Unknown, "false")) {
         return;
     }
-    m_valid = readProgramHeaders() && readSectionHeaders();
+    m_valid = readProgramHeaders() && readSectionHeaders() && placeSections(module) && classifySections();
 }
 
 bool ElfHelper::readImage(std::uint64_t offset, std::uint64_t size, void* out) const {
@@ -191,6 +180,10 @@ bool ElfHelper::readSectionHeaders() {
             return false;
         }
     }
+    return true;
+}
+
+bool ElfHelper::classifySections() {
     indexRelocationSections();
     for (unsigned int i = 0; i < m_sectionHeaders.size(); ++i) {
         if (m_sectionHeaders[i].sh_size == 0) {
@@ -323,6 +316,9 @@ SectionBytes ElfHelper::readSectionBytes(unsigned int index) const {
     SectionBytes raw = allocateSectionBytes(section->sh_size);
     if (!ORV_ASSERT(readImage(section->sh_offset, raw.size, raw.bytes.get()), "false")) {
         return {};
+    }
+    if (m_isLaidOut && section->sh_type == SHT_SYMTAB) {
+        placeSymbols(raw.bytes.get(), raw.size, m_is64, m_sectionHeaders);
     }
     SectionBytes uncompressed;
     bool const isNamedCompressed = std::strncmp(sectionName(index), ".zdebug_", 8) == 0;

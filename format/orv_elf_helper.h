@@ -13,6 +13,7 @@
 
 #include "core/orv_list.h"
 #include "core/orv_shared_object.h"
+#include "format/orv_elf_layout.h"
 #include "format/orv_section_data.h"
 #include "orv/orv_moduleimage.h"
 #include "orv/orv_reading.h"
@@ -79,13 +80,22 @@ public:
         bool holds(unsigned long long address) const { return address >= start && address - start < size; }
     };
 
-    explicit ElfHelper(SymMgrObjectPtr<IModuleImage> image, reading_t reading = reading_Classic);
+    /// module: whose companion the file may be; its relocatable sections then stand where the module's do.
+    explicit ElfHelper(SymMgrObjectPtr<IModuleImage> image, reading_t reading = reading_Classic,
+                       ElfHelper const* module = nullptr);
 
     bool valid() const { return m_valid; }
     bool is64() const { return m_is64; }
     arch_t architecture() const { return m_architecture; }
     Elf64_Ehdr const& header() const { return m_header; }
     IModuleImage* image() const { return m_fileImage.get(); }
+
+    reading_t reading() const { return m_reading; }
+    /// True for a relocatable file whose sections have addresses of their own. Symbols that are read from it count from
+    /// the same base.
+    bool isLaidOut() const { return m_isLaidOut; }
+    /// True once: who meets a relocation that nobody knows says so.
+    bool isFirstUnknownRelocation() const { return !m_hasUnknownRelocation.exchange(true, std::memory_order_relaxed); }
 
     /// All ones in a file without loadable segments.
     unsigned long long getImageBase() const { return m_imageBase.load(std::memory_order_relaxed); }
@@ -172,6 +182,9 @@ private:
     /// Visits each entry of a table that is not empty. False if it lies beyond the file.
     template <typename Visitor> bool walkTable(std::uint64_t offset, unsigned int count, unsigned int entrySize,
                                                unsigned int leastEntrySize, Visitor const& visit) const;
+    bool placeSections(ElfHelper const* module);
+    std::vector<NamedSection> namedSections(std::vector<Elf64_Shdr>& headers) const;
+    bool classifySections();
     bool classifySection(unsigned int index);
     void classifyAddresses(unsigned int index);
     void indexRelocationSections();
@@ -189,6 +202,8 @@ private:
     std::shared_ptr<SectionBytes const> m_sectionNames; ///< Sections that clients hold share them.
     bool m_is64 = false;
     bool m_valid = false;
+    bool m_isLaidOut = false;
+    mutable std::atomic<bool> m_hasUnknownRelocation{false};
     std::vector<Elf64_Phdr> m_loadableHeaders;
     arch_t m_architecture = arch_Unknown;
     std::array<RoleSection, role_Count> m_roles;

@@ -4,13 +4,14 @@
 #include "format/orv_elf_relocations.h"
 
 #include "core/orv_cursor.h"
+#include "core/orv_trace.h"
 
 #include <algorithm>
 
 namespace ORV_3_30 {
 namespace {
 
-/// Stub 0 of the table leads to the resolver; every stub has this size on every architecture that is
+/// What stands in front of the first stub leads to the resolver; every stub has this size on every architecture that is
 /// read.
 constexpr unsigned long long k_stubSize = 16;
 
@@ -62,7 +63,8 @@ constexpr PatchedWidth k_em50Widths[] = {
     {R_IA64_REL32LSB, 4},  {R_IA64_LTV32LSB, 4},   {R_IA64_DTPREL32LSB, 4}, {R_IA64_LTOFF_FPTR32LSB, 4},
 };
 
-/// Bytes that a relocation patches, by its type; the address size where the type is not known.
+/// Bytes that a relocation patches, by its type; the address size where the type is not known. Where sections are not
+/// laid out every relocation is one that stores.
 unsigned int patchedWidth(ElfHelper const& helper, std::uint64_t type) {
     auto const find = [&](auto const& widths) {
         for (PatchedWidth const& row : widths) {
@@ -83,12 +85,6 @@ unsigned int patchedWidth(ElfHelper const& helper, std::uint64_t type) {
     }
 }
 
-void writeWord(unsigned char* to, unsigned int width, std::uint64_t value) {
-    for (unsigned int i = 0; i < width; ++i) {
-        to[i] = static_cast<unsigned char>(value >> (8 * i));
-    }
-}
-
 class RELARelocationAddends final : public RelocationAddends {
 public:
     using RelocationAddends::RelocationAddends;
@@ -97,9 +93,7 @@ public:
                reader.readWord(wordSize(), addend);
     }
     void apply(unsigned char* bytes, std::uint64_t size, Entry const& entry) override {
-        if (contains(size, entry.offset, entry.width)) {
-            writeWord(bytes + entry.offset, entry.width, entry.value);
-        }
+        applyRelocation(bytes, size, entry.offset, entry.kind, entry.value);
     }
 };
 
@@ -112,13 +106,35 @@ public:
         return reader.readWord(wordSize(), offset) && reader.readWord(wordSize(), info);
     }
     void apply(unsigned char* bytes, std::uint64_t size, Entry const& entry) override {
-        ByteCursor field(bytes, size);
-        std::uint64_t word = 0;
-        if (entry.width != 0 && field.seek(entry.offset) && field.readWord(entry.width, word)) {
-            writeWord(bytes + entry.offset, entry.width, word + entry.value);
-        }
+        RelocationKind kind = entry.kind;
+        kind.operation = kind.operation == RelocationOperation::Store ? RelocationOperation::Add : kind.operation;
+        applyRelocation(bytes, size, entry.offset, kind, entry.value);
     }
 };
+
+/// False for a relocation that is passed over.
+bool plainKind(ElfHelper const& helper, std::uint64_t symbolIndex, Elf64_Sym const& symbol, std::uint64_t type,
+               RelocationKind& out) {
+    // Section symbols count: relocatable files refer to their own sections through them.
+    if (symbolIndex != 0 && ELF64_ST_TYPE(symbol.st_info) >= STT_FILE) {
+        return false;
+    }
+    out.width = static_cast<unsigned char>(patchedWidth(helper, type));
+    return true;
+}
+
+/// The same where sections have places of their own: a field that counts from itself comes out right there. One line
+/// for a file tells of the first kind that is not known.
+bool laidOutKind(ElfHelper const& helper, unsigned int section, std::uint64_t type, RelocationKind& out) {
+    if (findRelocationKind(helper.architecture(), type, out)) {
+        return true;
+    }
+    if (helper.isFirstUnknownRelocation()) {
+        ORV_WARN("Relocations of type " << type << " in section " << helper.sectionName(section) << " of file "
+                                        << helper.image()->fileName() << " are not known and left out");
+    }
+    return false;
+}
 
 using Sections = std::pair<SymMgrObjectPtr<ISectionData>, SymMgrObjectPtr<ISectionData>>;
 
@@ -135,11 +151,14 @@ Sections referredBy(ElfHelper const& helper, unsigned int link) {
 
 } // namespace
 
-void RelocationAddends::setEntries(std::vector<Entry> entries, SymMgrObjectPtr<ISectionData> const& strings) {
+void RelocationAddends::setEntries(std::vector<Entry> entries, SymMgrObjectPtr<ISectionData> const& strings,
+                                   SameOffset sameOffset) {
     auto const byOffset = [](Entry const& a, Entry const& b) { return a.offset < b.offset; };
-    auto const sameOffset = [](Entry const& a, Entry const& b) { return a.offset == b.offset; };
+    auto const isSame = [](Entry const& a, Entry const& b) { return a.offset == b.offset; };
     std::stable_sort(entries.begin(), entries.end(), byOffset);
-    entries.erase(std::unique(entries.begin(), entries.end(), sameOffset), entries.end());
+    if (sameOffset == SameOffset::FirstCounts) {
+        entries.erase(std::unique(entries.begin(), entries.end(), isSame), entries.end());
+    }
     m_entries = std::move(entries);
     m_strings = strings;
 }
@@ -161,6 +180,8 @@ SymMgrObjectPtr<RelocationAddends> relocationAddends(ElfHelper const& helper, un
         return result;
     }
     auto const [symbols, strings] = referredBy(helper, header->sh_link);
+    Elf64_Shdr const* const target = helper.sectionHeader(section);
+    std::uint64_t const place = target != nullptr ? target->sh_addr : 0;
     SectionBytes const bytes = helper.readSectionBytes(index);
     ByteCursor reader(bytes.bytes.get(), bytes.size);
     std::uint64_t const symbolSize = is64 ? sizeof(Elf64_Sym) : sizeof(Elf32_Sym);
@@ -176,19 +197,24 @@ SymMgrObjectPtr<RelocationAddends> relocationAddends(ElfHelper const& helper, un
         if (!readElfSymbol(is64, symbols->data(), symbols->size(), symbol * symbolSize, entry)) {
             continue;
         }
-        // Section symbols count: relocatable files refer to their own sections through them.
-        if (symbol != 0 && ELF64_ST_TYPE(entry.st_info) >= STT_FILE) {
+        std::uint64_t value = addend + entry.st_value;
+        RelocationKind kind;
+        if (!(helper.isLaidOut() ? laidOutKind(helper, section, type, kind)
+                                 : plainKind(helper, symbol, entry, type, kind))) {
             continue;
         }
-        entries.push_back(
-            {offset, entry.st_name, addend + entry.st_value, ordinal, patchedWidth(helper, type), strings.get()});
+        value -= kind.isRelative ? place + offset : 0;
+        entries.push_back({offset, entry.st_name, value, ordinal, kind, strings.get()});
     }
-    result->setEntries(std::move(entries), strings);
+    // Several may change one field in turn, such as the two ends of a distance.
+    result->setEntries(std::move(entries), strings,
+                       helper.isLaidOut() ? RelocationAddends::SameOffset::AllCount
+                                          : RelocationAddends::SameOffset::FirstCounts);
     return result;
 }
 
 void PLTEntryCallBack::addend(RelocationAddends::Entry const& entry) {
-    unsigned long long const stub = m_plt + (entry.ordinal + 1ULL) * k_stubSize;
+    unsigned long long const stub = m_firstStub + entry.ordinal * k_stubSize;
     bool const isNamed = entry.strings != nullptr && entry.nameOffset < entry.strings->size();
     char const* const name =
         isNamed ? reinterpret_cast<char const*>(entry.strings->data()) + entry.nameOffset : nullptr;

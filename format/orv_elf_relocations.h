@@ -4,6 +4,7 @@
 #pragma once
 
 #include "core/orv_cursor.h"
+#include "format/orv_elf_relocation_kinds.h"
 #include "format/orv_elf_symbols.h"
 
 #include <cstdint>
@@ -11,7 +12,7 @@
 
 namespace ORV_3_30 {
 
-/// What is to be added where in one section, by offset. Of two entries for one offset the first counts.
+/// What is to be added where in one section, by offset.
 class RelocationAddends : public SymMgrObjectImpl {
 public:
     RelocationAddends(bool is64, unsigned long long relocationSection)
@@ -20,9 +21,9 @@ public:
     struct Entry {
         std::uint64_t offset;
         std::uint64_t nameOffset;
-        std::uint64_t value;   ///< The symbol's value plus the addend.
-        unsigned int ordinal;  ///< Number in the relocation section, skipped ones counted.
-        unsigned int width;    ///< Bytes that the relocation's type patches: 4, 8, or 0 for none.
+        std::uint64_t value;  ///< The symbol's value plus the addend.
+        unsigned int ordinal; ///< Number in the relocation section, skipped ones counted.
+        RelocationKind kind;
         ISectionData* strings; ///< May be null. Lives as long as the addends.
     };
 
@@ -34,7 +35,9 @@ public:
 
     std::vector<Entry> const& entries() const { return m_entries; }
     unsigned long long relocationSection() const { return m_relocationSection; }
-    void setEntries(std::vector<Entry> entries, SymMgrObjectPtr<ISectionData> const& strings);
+    /// Of entries for one offset.
+    enum class SameOffset { FirstCounts, AllCount };
+    void setEntries(std::vector<Entry> entries, SymMgrObjectPtr<ISectionData> const& strings, SameOffset sameOffset);
 
 protected:
     unsigned int wordSize() const { return m_wordSize; }
@@ -52,13 +55,14 @@ SymMgrObjectPtr<RelocationAddends> relocationAddends(ElfHelper const& helper, un
 /// Gives each stub of the procedure linkage table a symbol with the name of its import.
 class PLTEntryCallBack final {
 public:
-    PLTEntryCallBack(ISymbolCallBack& symbols, unsigned long long plt) : m_symbols(symbols), m_plt(plt) {}
+    PLTEntryCallBack(ISymbolCallBack& symbols, unsigned long long firstStub)
+        : m_symbols(symbols), m_firstStub(firstStub) {}
 
     void addend(RelocationAddends::Entry const& entry);
 
 private:
     ISymbolCallBack& m_symbols;
-    unsigned long long m_plt;
+    unsigned long long m_firstStub;
 };
 
 } // namespace ORV_3_30

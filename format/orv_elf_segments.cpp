@@ -42,6 +42,17 @@ void DriverSegmentsWalker::sectionHeader(Elf64_Shdr const& header, unsigned int 
     }
 }
 
+void LaidOutSegmentsWalker::sectionHeader(Elf64_Shdr const& header, unsigned int index) {
+    if ((header.sh_flags & SHF_ALLOC) == 0 || header.sh_size == 0) {
+        return;
+    }
+    bool const isCode = (header.sh_flags & SHF_EXECINSTR) != 0;
+    m_loader.addSegment(header.sh_addr, m_loader.helper().sectionName(index),
+                        header.sh_addr - m_loader.preferredLoadAddress(), header.sh_offset,
+                        header.sh_type == SHT_NOBITS ? 0 : header.sh_size, header.sh_size,
+                        isCode ? segment_type_Code : segment_type_Data);
+}
+
 void SectionHeaderWalker::sectionHeader(Elf64_Shdr const& header, unsigned int index) {
     if ((header.sh_flags & SHF_ALLOC) != 0 && header.sh_type == SHT_PROGBITS) {
         m_loader.addSection(m_loader.helper().sectionName(index), header.sh_addr, header.sh_size);
@@ -59,9 +70,11 @@ ELFSegment::ELFSegment(ElfFileLoader* owner, ElfHelper* helper, SegmentLayout co
     : Segment(owner, layout), m_helper(helper) {}
 
 void ELFSegment::sections(SymMgrObjectPtr<IIterator<SymMgrObjectPtr<ISection>>>& out, bool codeOnly) {
-    // The limit is the segment's size and not its end: a deliberate simplification that clients know.
-    out = new ELFSectionIterator(static_cast<ElfFileLoader*>(owner()), m_helper.get(),
-                                 fileOffset() - m_helper->image()->imageOffset(), fileSize(), codeOnly);
+    // The limit is the segment's size and not its end: a deliberate simplification that clients know. A section that is
+    // a segment lies between its own ends.
+    unsigned long long const lower = fileOffset() - m_helper->image()->imageOffset();
+    unsigned long long const limit = m_helper->isLaidOut() ? lower + fileSize() : fileSize();
+    out = new ELFSectionIterator(static_cast<ElfFileLoader*>(owner()), m_helper.get(), lower, limit, codeOnly);
 }
 
 ELFSectionIterator::ELFSectionIterator(ElfFileLoader* owner, ElfHelper const* helper, unsigned long long lower,

@@ -41,6 +41,16 @@ private:
     ElfHelper::Load m_data;
 };
 
+/// A segment for each section of a relocatable file that has an address of its own.
+class LaidOutSegmentsWalker final : public ElfHelper::ISectionHeadersCallback {
+public:
+    explicit LaidOutSegmentsWalker(ElfFileLoader& loader) : m_loader(loader) {}
+    void sectionHeader(Elf64_Shdr const& header, unsigned int index) override;
+
+private:
+    ElfFileLoader& m_loader;
+};
+
 /// The sections that are found by address.
 class SectionHeaderWalker final : public ElfHelper::ISectionHeadersCallback {
 public:

@@ -4,6 +4,7 @@
 #include "format/orv_elf_symbols.h"
 
 #include "core/orv_cursor.h"
+#include "format/orv_elf_machines.h"
 
 #include <algorithm>
 
@@ -80,6 +81,9 @@ bool ElfSymbolReader::accept(Elf64_Sym const& entry, RawSymbol& out) const {
             return false;
         }
         out.name = entry.st_name < m_namesSize ? m_names + entry.st_name : nullptr;
+        if (m_helper.reading() == reading_Modern && isMappingSymbol(m_helper.architecture(), entry, out.name)) {
+            return false;
+        }
         out.address = address;
         out.size = entry.st_size;
         out.visibility = binding == STB_LOCAL ? symbol_visibility_Local : symbol_visibility_Global;

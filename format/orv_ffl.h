@@ -54,6 +54,8 @@ public:
     virtual void sectionByIndex(SymMgrObjectPtr<ISection>& out, unsigned int index) = 0;
     /// What is to be added to the bytes of a section of a relocatable file; null in any other file.
     virtual void relocations(SymMgrObjectPtr<RelocationAddends>& out, unsigned int sectionIndex) = 0;
+    /// Under which the binary was opened.
+    virtual reading_t reading() = 0;
 };
 
 /// True for an image that begins as ELF files do.
@@ -61,7 +63,7 @@ bool isElf(IModuleImage* image);
 
 /// The view of another file, for who wants to know whether it belongs to a module. Null if the file is no ELF file or
 /// a broken one; isElfFile tells which.
-SymMgrObjectPtr<IFileFormatHelper> openFileFormatHelper(char const* path, bool& isElfFile);
+SymMgrObjectPtr<IFileFormatHelper> openFileFormatHelper(char const* path, reading_t reading, bool& isElfFile);
 
 /// Its count and its place in the manager's map change together, under the manager's loader lock: a
 /// concurrent load can never find a loader that is on its way out.

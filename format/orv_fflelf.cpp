@@ -4,6 +4,7 @@
 #include "format/orv_fflelf.h"
 
 #include "core/orv_trace.h"
+#include "format/orv_elf_machines.h"
 #include "format/orv_elf_relocations.h"
 #include "format/orv_elf_segments.h"
 #include "format/orv_elf_symbols.h"
@@ -37,7 +38,10 @@ void ElfFileLoader::readFileInfo() {
         LoadableProgramHeadersWalker walker(*this);
         m_elfHelper->walkProgramHeaders(walker);
     }
-    if (!hasSegments()) {
+    if (m_elfHelper->isLaidOut()) {
+        LaidOutSegmentsWalker walker(*this);
+        m_elfHelper->walkSectionHeaders(walker);
+    } else if (!hasSegments()) {
         // A relocatable file, such as a kernel module, gets its base and its classes of addresses
         // from its sections.
         DriverSegmentsWalker walker(*this);
@@ -127,7 +131,8 @@ IDebugInfoLoader* ElfFileLoader::createDwarfLoader(char const* name) {
     fullPath(canonical, fileName(), false);
     bool const isOwn = std::string_view(name) == fileName() || canonical == name;
     if (!isOwn) {
-        symbolFile = new ElfHelper(SymMgrObjectPtr<IModuleImage>(new FileImage(name, 0, arch_Unknown)), reading());
+        symbolFile = new ElfHelper(SymMgrObjectPtr<IModuleImage>(new FileImage(name, 0, arch_Unknown)), reading(),
+                                   m_elfHelper.get());
     }
     m_elfHelper->copySymbolTablesFrom(*symbolFile);
     bool const hasDwarf = symbolFile->sectionIndex(ElfHelper::role_DebugInfo) != k_noSection ||
@@ -214,16 +219,16 @@ void ElfFileLoader::addThunks(ISymbolTable& table, AcceptedRanges* filter) {
         return;
     }
     std::unique_ptr<ISymbolCallBack> const symbols = root().symbolCallBack(this, &table, filter, 0);
-    PLTEntryCallBack callBack(*symbols, plt->address());
+    PLTEntryCallBack callBack(*symbols, plt->address() + sizeOfPltHead(architecture()));
     for (RelocationAddends::Entry const& entry : addends->entries()) {
         callBack.addend(entry);
     }
 }
 
-SymMgrObjectPtr<IFileFormatHelper> openFileFormatHelper(char const* path, bool& isElfFile) {
+SymMgrObjectPtr<IFileFormatHelper> openFileFormatHelper(char const* path, reading_t reading, bool& isElfFile) {
     SymMgrObjectPtr<IModuleImage> const image = IModuleImage::create(path, arch_Unknown, false);
     isElfFile = isElf(image.get());
-    SymMgrObjectPtr<ElfHelper> const file(isElfFile ? new ElfHelper(image) : nullptr);
+    SymMgrObjectPtr<ElfHelper> const file(isElfFile ? new ElfHelper(image, reading) : nullptr);
     return file && file->valid() ? SymMgrObjectPtr<IFileFormatHelper>(new ElfFileFormatHelper(file.get()))
                                  : SymMgrObjectPtr<IFileFormatHelper>();
 }

@@ -70,6 +70,7 @@ public:
     void sectionData(SymMgrObjectPtr<ISectionData>& out, unsigned int role) override;
     void sectionByIndex(SymMgrObjectPtr<ISection>& out, unsigned int index) override;
     void relocations(SymMgrObjectPtr<RelocationAddends>& out, unsigned int sectionIndex) override;
+    reading_t reading() override { return m_elfHelper->reading(); }
 
 private:
     SymMgrObjectPtr<ElfHelper> m_elfHelper;

@@ -88,7 +88,7 @@ SymMgrObjectPtr<ElfHelper> SplitFile::openElf() const {
     if (!FileIdentity::of(m_path.c_str(), now) || !(now == m_identity) || !isElf(image.get())) {
         return nullptr;
     }
-    SymMgrObjectPtr<ElfHelper> const elf(new ElfHelper(image));
+    SymMgrObjectPtr<ElfHelper> const elf(new ElfHelper(image, reading_Modern));
     return elf->valid() ? elf : nullptr;
 }
 

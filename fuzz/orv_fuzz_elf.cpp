@@ -15,11 +15,14 @@ void askByPath(InputFile const& file, std::uint8_t const* data, std::size_t size
     SymMgrObjectPtr<ISymbolManager> manager;
     ISymbolManager::create(manager);
     SymMgrObjectPtr<IModuleSymbolBank> bank;
-    status_t const status = manager->loadSymbolsFromModule(file.path(), nullptr, bank, arch_Unknown, true, "");
-    if (status == status_Ok) {
-        askAll(*bank, data, size);
-    } else if (status != status_BadFileFormat) {
-        std::abort();
+    for (reading_t const asked : {reading_Modern, reading_Classic}) {
+        setReading(asked);
+        status_t const status = manager->loadSymbolsFromModule(file.path(), nullptr, bank, arch_Unknown, true, "");
+        if (status == status_Ok) {
+            askAll(*bank, data, size);
+        } else if (status != status_BadFileFormat) {
+            std::abort();
+        }
     }
 }
 
@@ -30,10 +33,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     if (!file.write(data, size)) {
         return 0;
     }
-    for (reading_t const reading : {reading_Modern, reading_Classic}) {
-        setReading(reading);
-        askByPath(file, data, size);
-    }
+    askByPath(file, data, size);
     // A relocatable file also as the client lays it out.
     SymMgrObjectPtr<IModuleImage> const image =
         orv_cli::laidOutImage(IModuleImage::create(file.path(), arch_Unknown, false));

@@ -33,6 +33,11 @@ d:      .quad 0
         .section .plt,"ax",@progbits
         .fill 64, 1, 0xcc
 """
+MODULE = """
+static inline int twice(int x) { volatile int y = x; return y * 2; }
+int f(int x) { return twice(x) + 1; }
+__attribute__((section(".init.text"))) int g(int x) { return x > 3 ? f(x) : twice(x); }
+"""
 NAMES = """_ZN2ns1A1fEic
 _ZNSt6vectorIiSaIiEE9push_backERKi
 _ZZ4mainENKUliE_clEi
@@ -64,7 +69,11 @@ def elf_seeds():
         run("ld", "-shared", "-o", "c.so", "a.o")
         run("ld", "-e", "f", "-o", "d", "a.o")
         run("strip", "-o", "e.so", "c.so")
-        for name in ["a.o", "b.o", "c.so", "d", "e.so"]:
+        # With debug sections to relocate: one section a function, and fields that are distances.
+        (folder / "m.c").write_text(MODULE)
+        run("gcc", "-g", "-O1", "-ffunction-sections", "-c", "-o", "f.o", "m.c")
+        run("clang", "--target=riscv64-linux-gnu", "-g", "-O1", "-c", "-o", "g.o", "m.c")
+        for name in ["a.o", "b.o", "c.so", "d", "e.so", "f.o", "g.o"]:
             yield (folder / name).read_bytes()
 
 

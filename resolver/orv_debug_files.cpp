@@ -76,7 +76,7 @@ bool DWARFBuildIdSymbolFileToResolve::isSought(char const* path) {
     }
     ORV_INFO("validating Build ID for symbol file candidate: " << path);
     bool isElf = false;
-    SymMgrObjectPtr<IFileFormatHelper> const file = openFileFormatHelper(path, isElf);
+    SymMgrObjectPtr<IFileFormatHelper> const file = openFileFormatHelper(path, helper()->reading(), isElf);
     if (!file) {
         if (!isElf) {
             ORV_INFO("cannot create ffHelper for " << path);

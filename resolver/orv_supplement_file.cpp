@@ -188,7 +188,7 @@ SymMgrObjectPtr<IFileFormatHelper> openSupplementFile(IFileFormatHelper& debug, 
             continue;
         }
         bool isElf = false;
-        SymMgrObjectPtr<IFileFormatHelper> file = openFileFormatHelper(place.c_str(), isElf);
+        SymMgrObjectPtr<IFileFormatHelper> file = openFileFormatHelper(place.c_str(), reading_Modern, isElf);
         if (file && isSought(*file, link)) {
             ORV_INFO("supplementary file of " << debugFile << ": " << place);
             return file;

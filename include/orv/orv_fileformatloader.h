@@ -36,6 +36,11 @@ public:
     virtual exec_format_t fileFormat() = 0;
     virtual arch_t architecture() = 0;
     /// The image base that pseudo addresses are laid out from.
+    ///
+    /// A relocatable file has no addresses. Under the modern reading (orv_reading.h) it is 0x10000000, and each section
+    /// that would be loaded has a place of its own from there on: in the order of the file, with its alignment and at
+    /// least 16, apart from the one before. segments and sections show them; a place in a section is its address and
+    /// the offset in it. Under the classic one it is where .text stands, mostly 0, and sections lie over each other.
     virtual unsigned long long preferredLoadAddress() = 0;
     virtual unsigned long long entryPoint() = 0;
     virtual unsigned long long imageSize() = 0;

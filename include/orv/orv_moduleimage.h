@@ -22,7 +22,11 @@ enum arch_t : unsigned int {
     arch_VexRln1 = 8,
     arch_VexRln2 = 9,
     arch_VexQdc1 = 10,
-    arch_VexQdc2 = 11
+    arch_VexQdc2 = 11,
+    // With the modern reading alone (orv_reading.h), and in files of 64 bits: the classic one refuses them.
+    arch_Aarch64 = 12, ///< 183
+    arch_Riscv64 = 13, ///< 243
+    arch_Ppc64le = 14  ///< 21, little-endian
 };
 
 /// Format of a module file.

@@ -30,6 +30,7 @@ public:
         std::uint32_t link = 0;
         std::uint32_t info = 0;
         std::uint64_t offset = 0; ///< Filled in by bytes().
+        std::uint64_t alignment = 1;
     };
     struct Load {
         std::uint32_t flags;
@@ -65,6 +66,7 @@ public:
         m_sections.push_back({std::move(name), sectionType, flags, address, std::move(data), fullSize, link, info});
         return static_cast<std::uint32_t>(m_sections.size() - 1);
     }
+    void align(std::uint32_t index, std::uint64_t alignment) { m_sections[index].alignment = alignment; }
     /// Returns the symbol's index.
     unsigned int symbol(std::string const& name, unsigned char binding, unsigned char symbolType, std::uint64_t value,
                         std::uint64_t size, std::uint16_t sectionIndex = 1) {
@@ -174,7 +176,7 @@ public:
             put(file, s.size, word());
             put(file, s.link, 4);
             put(file, s.info, 4);
-            put(file, 1, word());
+            put(file, s.alignment, word());
             put(file, 0, word());
             file.append(headerGap, '\xFF');
         }

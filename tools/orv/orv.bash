@@ -15,7 +15,7 @@ _orv() {
         esac
     done
     case $prev in
-        --arch) COMPREPLY=($(compgen -W "arm em180 em181 em50 qdc1 qdc2 rln1 rln2 unknown x86 x86-64" -- "$cur")); return ;;
+        --arch) COMPREPLY=($(compgen -W "arm arm64 em180 em181 em50 ppc64le qdc1 qdc2 riscv64 rln1 rln2 unknown x86 x86-64" -- "$cur")); return ;;
         --log-level) COMPREPLY=($(compgen -W "trace info warn error off" -- "$cur")); return ;;
         --kind) COMPREPLY=($(compgen -W "function data other" -- "$cur")); return ;;
         --debug-root) COMPREPLY=($(compgen -d -- "$cur")); return ;;

@@ -87,7 +87,15 @@ bool SymbolPlaces::find(std::string_view name, SymbolPlace& place) {
 
 bool SymbolPlaces::isStart(std::string_view name, unsigned long long address) {
     auto const [begin, end] = named(name);
-    return std::any_of(begin, end, [&](Named const& symbol) { return symbol.place.value == address; });
+    return std::any_of(begin, end, [&](Named const& symbol) { return addressOf(symbol.place) == address; });
+}
+
+unsigned long long SymbolPlaces::addressOf(SymbolPlace const& place) {
+    SymMgrObjectPtr<ISection> section;
+    if (m_module.hasLaidOutAddresses()) {
+        m_module.loader().sectionByIndex(section, place.section);
+    }
+    return place.value + (section ? section->address() : 0);
 }
 
 SymMgrObjectPtr<ISymbolRange> SymbolPlaces::entryOf(ISymbol& function,

@@ -60,6 +60,7 @@ private:
     template <typename Symbol> void readSymbols(IBuffer& symbols, IBuffer& strings);
     void collectFromBank();
     Found named(std::string_view name);
+    unsigned long long addressOf(SymbolPlace const& place);
 
     Module& m_module;
     std::vector<Named> m_symbols; ///< By name, equal ones as they came.

@@ -191,4 +191,15 @@ SymMgrObjectPtr<IModuleImage> laidOutImage(SymMgrObjectPtr<IModuleImage> const& 
                                          : layOut<Layout<Elf64_Ehdr, Elf64_Phdr, Elf64_Shdr, Elf64_Sym>>(file);
 }
 
+bool isRelocatable(IModuleImage& file) {
+    Elf64_Ehdr header{};
+    Elf32_Ehdr narrow{};
+    if (file.read(0, sizeof(narrow), &narrow) != sizeof(narrow) || std::memcmp(narrow.e_ident, ELFMAG, SELFMAG) != 0 ||
+        narrow.e_type != ET_REL) {
+        return false;
+    }
+    bool const is32 = narrow.e_ident[EI_CLASS] == ELFCLASS32;
+    return is32 ? narrow.e_phnum == 0 : file.read(0, sizeof(header), &header) == sizeof(header) && header.e_phnum == 0;
+}
+
 } // namespace orv_cli

@@ -12,4 +12,7 @@ namespace orv_cli {
 /// symbols, and by two program headers, one over all code and one over the rest. Null for any other file.
 SymMgrObjectPtr<IModuleImage> laidOutImage(SymMgrObjectPtr<IModuleImage> const& file);
 
+/// True for a file that the library lays out under the modern reading.
+bool isRelocatable(IModuleImage& file);
+
 } // namespace orv_cli

@@ -74,8 +74,11 @@ char const* describe(status_t status) {
     switch (status) {
     case status_CantOpenFile: return "cannot be opened: no such file, no permission to read it, or a directory";
     case status_BadFileFormat:
-        return "is not a module that orv reads, or is damaged: it takes ELF files for x86, x86-64 and ARM, and "
-               "GPU kernels with .clbin in their names";
+        return reading() == reading_Modern
+                   ? "is not a module that orv reads, or is damaged: it takes ELF files for x86, x86-64, ARM, AArch64, "
+                     "RISC-V 64 and little-endian PowerPC 64, and GPU kernels with .clbin in their names"
+                   : "is not a module that orv reads, or is damaged: it takes ELF files for x86, x86-64 and ARM, and "
+                     "GPU kernels with .clbin in their names";
     case status_OutOfMemory: return "needs more memory than there is";
     case status_UnsupportedFileVersion: return "has debug information of an unsupported version";
     case status_NoDebugInfo: return "has no debug information";
@@ -101,9 +104,10 @@ std::string describeDebugInfo(status_t status, unsigned int format) {
 }
 
 std::map<std::string, arch_t> const k_architectures = {
-    {"unknown", arch_Unknown}, {"x86", arch_X86},      {"em50", arch_Em50},    {"x86-64", arch_X86_64},
-    {"arm", arch_Arm},         {"em180", arch_Em180},  {"em181", arch_Em181},  {"rln1", arch_VexRln1},
-    {"rln2", arch_VexRln2},    {"qdc1", arch_VexQdc1}, {"qdc2", arch_VexQdc2},
+    {"unknown", arch_Unknown}, {"x86", arch_X86},         {"em50", arch_Em50},    {"x86-64", arch_X86_64},
+    {"arm", arch_Arm},         {"em180", arch_Em180},     {"em181", arch_Em181},  {"rln1", arch_VexRln1},
+    {"rln2", arch_VexRln2},    {"qdc1", arch_VexQdc1},    {"qdc2", arch_VexQdc2}, {"arm64", arch_Aarch64},
+    {"riscv64", arch_Riscv64}, {"ppc64le", arch_Ppc64le},
 };
 
 char const* nameOf(arch_t arch) {
@@ -140,10 +144,10 @@ Module& Module::load(std::string name, CommonOptions const& options, View view) 
 Module::Module(std::string name, CommonOptions const& options, View view)
     : m_name(std::move(name)), m_options(options), m_resolver(std::make_unique<Resolver>(m_options)) {
     m_image = imageOf(m_name, m_options);
-    if (SymMgrObjectPtr<IModuleImage> const laidOut =
-            view == View::LaidOut ? laidOutImage(m_image) : SymMgrObjectPtr<IModuleImage>()) {
-        m_isLaidOut = true;
-        m_image = m_options.offload ? m_image : laidOut;
+    m_hasAddresses = reading() == reading_Modern && isRelocatable(*m_image);
+    m_isLaidOut = view == View::LaidOut && m_hasAddresses;
+    if (view == View::LaidOut && !m_hasAddresses) {
+        layOut();
     }
     if (m_options.targetName.empty()) {
         m_options.targetName = onlyKernel(*this, m_options);
@@ -174,8 +178,17 @@ Module::Module(std::string name, CommonOptions const& options, View view)
     }
 }
 
+/// For a library that does not do it by itself.
+void Module::layOut() {
+    SymMgrObjectPtr<IModuleImage> const laidOut = laidOutImage(m_image);
+    m_isLaidOut = static_cast<bool>(laidOut);
+    if (m_isLaidOut && !m_options.offload) {
+        m_image = laidOut;
+    }
+}
+
 status_t Module::loadBank() {
-    if (m_isLaidOut || m_options.offload) {
+    if ((m_isLaidOut && !m_hasAddresses) || m_options.offload) {
         return IModuleSymbolBank::create(m_bank, m_image, m_resolver.get(), true, m_options.targetName.c_str());
     }
     unsigned int const flags = m_options.noDebugInfo ? load_flags_NoDebugInfo : load_flags_None;

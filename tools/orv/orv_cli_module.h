@@ -109,12 +109,15 @@ public:
     std::string const& kernelName() const { return m_kernelName; }
     /// True for a relocatable file whose sections were laid out.
     bool isLaidOut() const { return m_isLaidOut; }
+    /// True if all commands know its sections by the same addresses, so that a number may also be one of them.
+    bool hasLaidOutAddresses() const { return m_hasAddresses; }
 
 private:
     /// Says once that the debug information can't be read.
     void noteBadDebugInfo(status_t status);
     Module(std::string name, CommonOptions const& options, View view);
     status_t loadBank();
+    void layOut();
 
     std::string m_name;
     std::string m_kernelName;
@@ -124,6 +127,7 @@ private:
     SymMgrObjectPtr<IModuleImage>
         m_image; ///< What is asked beside the bank, and what that is made of if it is laid out.
     bool m_isLaidOut = false;
+    bool m_hasAddresses = false;
     SymMgrObjectPtr<ISymbolManager> m_manager;
     SymMgrObjectPtr<IModuleSymbolBank> m_bank;
     SymMgrObjectPtr<IFileFormatLoader> m_loader; ///< Made on first use.

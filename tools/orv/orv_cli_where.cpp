@@ -152,7 +152,9 @@ void WordReader::place(Query& query) const {
     } else if (m_module.isLaidOut()) {
         auto const isLonger = [](unsigned long long value, Section const& s) { return value < s.end - s.start; };
         auto const section = std::upper_bound(m_code.begin(), m_code.end(), query.value, isLonger);
-        placeIn(section != m_code.end() ? *section : Section{0, 0, false}, query);
+        bool const isAddress = section == m_code.end() && m_module.hasLaidOutAddresses() && isLoaded(query.value);
+        Section const all{0, isAddress ? ~0ULL : 0, false};
+        placeIn(section != m_code.end() ? *section : all, query);
     } else {
         query.address = query.value;
         query.isInModule = isLoaded(query.address);

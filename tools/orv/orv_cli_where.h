@@ -17,7 +17,8 @@ namespace orv_cli {
 /// Reads words as addr2line does: a hexadecimal number, behind blanks or a plus sign, whatever follows it; or the name
 /// of a symbol, and behind it a plus sign and a hexadecimal offset. What begins as a number and goes on as a name is a
 /// symbol's where there is one. A number counts from the start of the section that was
-/// asked for; in a relocatable file without such a one, from that of the first code section that has so many bytes.
+/// asked for; in a relocatable file without such a one, from that of the first code section that has so many bytes, and
+/// is an address where none has and the library has laid the sections out.
 class WordReader {
 public:
     /// Throws Failure if the module has no section of that name.

@@ -49,8 +49,9 @@ std::set<std::string> const k_demangleStyles = {"auto", "gnu-v3", "none"};
 
 /// Object formats by the names that binutils has for them. The file itself tells which it is.
 std::set<std::string> const k_targets = {
-    "default",         "elf32-big",    "elf32-bigarm", "elf32-i386",   "elf32-iamcu",  "elf32-little",
-    "elf32-littlearm", "elf32-x86-64", "elf64-big",    "elf64-little", "elf64-x86-64",
+    "default",      "elf32-big",           "elf32-bigarm",      "elf32-i386",      "elf32-iamcu",
+    "elf32-little", "elf32-littlearm",     "elf32-x86-64",      "elf64-big",       "elf64-little",
+    "elf64-x86-64", "elf64-littleaarch64", "elf64-littleriscv", "elf64-powerpcle",
 };
 
 /// Sends the library's records to standard error.
