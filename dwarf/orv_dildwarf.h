@@ -97,9 +97,18 @@ private:
     private:
         DWARFDebugInfoLoader& m_loader;
     };
+    struct StackQuestion {
+        ISymbol* symbol;
+        unsigned long long pc;
+        unsigned long long address;
+        IStackFrameContext& context;
+        StackAnswers::Frame frame;
+    };
+    /// wantsCallFrames: there is no answer as long as they have not been made.
+    status_t askStack(StackQuestion const& question, SymMgrObjectPtr<ISymbol>& out, bool* isInteger,
+                      bool& wantsCallFrames);
     /// Finds the variable at a stack address that no question has found before.
-    status_t searchStack(ISymbol* symbol, unsigned long long pc, unsigned long long address,
-                         IStackFrameContext& context, StackAnswers::Answer const*& answer);
+    status_t searchStack(StackQuestion const& question, StackAnswers::Answer const*& answer, bool& wantsCallFrames);
     status_t readUnits();
     void openSupplement();
     /// What no walk over entries reads.

@@ -25,6 +25,8 @@ constexpr SlotOfAttribute k_slots[] = {
     {DieAttributes::slot_Location, DW_AT_location},
     {DieAttributes::slot_Name, DW_AT_name},
     {DieAttributes::slot_ByteSize, DW_AT_byte_size},
+    {DieAttributes::slot_BitOffset, DW_AT_bit_offset},
+    {DieAttributes::slot_BitSize, DW_AT_bit_size},
     {DieAttributes::slot_StmtList, DW_AT_stmt_list},
     {DieAttributes::slot_LowPc, DW_AT_low_pc},
     {DieAttributes::slot_HighPc, DW_AT_high_pc},
@@ -35,6 +37,7 @@ constexpr SlotOfAttribute k_slots[] = {
     {DieAttributes::slot_Producer, DW_AT_producer},
     {DieAttributes::slot_UpperBound, DW_AT_upper_bound},
     {DieAttributes::slot_AbstractOrigin, DW_AT_abstract_origin},
+    {DieAttributes::slot_ElementCount, DW_AT_count},
     {DieAttributes::slot_MemberLocation, DW_AT_data_member_location},
     {DieAttributes::slot_DeclColumn, DW_AT_decl_column},
     {DieAttributes::slot_DeclFile, DW_AT_decl_file},
@@ -48,6 +51,7 @@ constexpr SlotOfAttribute k_slots[] = {
     {DieAttributes::slot_CallColumn, DW_AT_call_column},
     {DieAttributes::slot_CallFile, DW_AT_call_file},
     {DieAttributes::slot_CallLine, DW_AT_call_line},
+    {DieAttributes::slot_DataBitOffset, DW_AT_data_bit_offset},
     {DieAttributes::slot_LinkageName, DW_AT_linkage_name},
     {DieAttributes::slot_StrOffsetsBase, DW_AT_str_offsets_base},
     {DieAttributes::slot_AddrBase, DW_AT_addr_base},
@@ -162,7 +166,8 @@ bool DieChain::readLink(DwarfPlace const& place) {
     walker.seek(place.offset);
     std::uint64_t const code = walker.unsignedLeb();
     AbbrevEntry const* const entry = code != 0 ? unit.abbrevs().find(code) : nullptr;
-    if (code == 0 || !ORV_ASSERT(entry != nullptr, "false")) {
+    bool const isFound = code == 0 || ORV_ASSERT(entry != nullptr, "false");
+    if (!isFound || entry == nullptr) {
         return false;
     }
     m_isCut = m_isCut || m_search.isSpent();

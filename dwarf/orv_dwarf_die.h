@@ -63,6 +63,10 @@ public:
         slot_LoclistsBase,
         slot_DwoName,
         slot_DwoId,
+        slot_ElementCount,
+        slot_BitOffset,
+        slot_BitSize,
+        slot_DataBitOffset,
         slot_Count
     };
     static std::uint8_t slotOf(std::uint32_t attr);

@@ -7,6 +7,7 @@
 
 #include <map>
 #include <string>
+#include <vector>
 
 namespace ORV_3_30 {
 
@@ -36,8 +37,11 @@ public:
         unsigned long long start = 0;
         DwarfPlace type;
         std::uint32_t typeTag = 0;
+        DwarfPlace structure; ///< That its type is; no entry for other types.
     };
     Found const& found() const { return m_found; }
+    /// With the modern reading: bases and members without a name that hold the target. None where one with a name does.
+    std::vector<Found> const& unnamed() const { return m_unnamed; }
 
 private:
     Budget& m_search;
@@ -45,6 +49,7 @@ private:
     unsigned long long m_target = 0;
     StructMembers* m_all = nullptr;
     Found m_found;
+    std::vector<Found> m_unnamed;
 };
 
 /// True for the types of variables that have scopes for their members: classes, structures and unions, and
@@ -52,8 +57,9 @@ private:
 bool leadsToMembers(std::uint32_t typeTag);
 /// The members of a variable over [start, end) of a type. The last one ends with the variable.
 StructMembers membersOf(DwarfPlace const& type, unsigned long long start, unsigned long long end, Budget& search);
-/// Adds "::" and the name of the member at target, and of the member in that one, as far as there is one.
-void appendMemberNames(DwarfPlace type, unsigned long long start, unsigned long long target, Budget& search,
+/// Adds "::" and the name of the member at target, and of the member in that one, as far as there is one. With the
+/// modern reading members of a base, and of a part without a name, count as those of the structure itself.
+void appendMemberNames(DwarfPlace const& type, unsigned long long start, unsigned long long target, Budget& search,
                        std::string& name);
 
 } // namespace ORV_3_30

@@ -35,9 +35,8 @@ namespace {
 /// A list of version 5. lowest: as the list of an earlier version has it, without the base.
 class LaterRanges {
 public:
-    LaterRanges(DwarfUnit const& unit, DwarfWalker walker)
-        : m_forms(unit.forms()), m_walker(walker), m_base(unit.baseAddress()),
-          m_budget(unit.reader().budgets().rangePairs) {}
+    LaterRanges(DwarfUnit const& unit, DwarfWalker walker, Budget& budget)
+        : m_forms(unit.forms()), m_walker(walker), m_base(unit.baseAddress()), m_budget(budget) {}
 
     std::uint64_t read(AddressPairs& out) {
         std::uint64_t lowest = ~std::uint64_t{0};
@@ -107,6 +106,11 @@ void sortMany(AddressPairs& pairs) {
 
 std::uint64_t readRanges(DwarfUnit const& unit, AttrValue const* rangesAttr, std::uint64_t const* baseOverride,
                          AddressPairs& out) {
+    return readRanges(unit, rangesAttr, baseOverride, out, unit.reader().budgets().rangePairs);
+}
+
+std::uint64_t readRanges(DwarfUnit const& unit, AttrValue const* rangesAttr, std::uint64_t const* baseOverride,
+                         AddressPairs& out, Budget& budget) {
     if (!ORV_ASSERT(rangesAttr != nullptr, "rangesAttr")) {
         return 0;
     }
@@ -118,12 +122,11 @@ std::uint64_t readRanges(DwarfUnit const& unit, AttrValue const* rangesAttr, std
     }
     walker.seek(rangesBase + rangesAttr->value);
     if (unit.forms().version >= 5) {
-        std::uint64_t const lowest = LaterRanges(unit, walker).read(out);
+        std::uint64_t const lowest = LaterRanges(unit, walker, budget).read(out);
         sortMany(out);
         return lowest;
     }
     std::uint64_t const selectsBase = addrSize == 4 ? 0xFFFFFFFF : ~std::uint64_t{0};
-    Budget& budget = unit.reader().budgets().rangePairs;
     std::uint64_t base = unit.baseAddress();
     std::uint64_t lowest = ~std::uint64_t{0};
     bool hasSelected = false;

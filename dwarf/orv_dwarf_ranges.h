@@ -17,6 +17,9 @@ using AddressPairs = std::vector<std::pair<unsigned long long, unsigned long lon
 /// which select a base in inlined code and then go on with whole addresses.
 std::uint64_t readRanges(DwarfUnit const& unit, AttrValue const* rangesAttr, std::uint64_t const* baseOverride,
                          AddressPairs& out);
+/// The same; another budget pays, one for each pair.
+std::uint64_t readRanges(DwarfUnit const& unit, AttrValue const* rangesAttr, std::uint64_t const* baseOverride,
+                         AddressPairs& out, Budget& budget);
 
 /// The range that low_pc and high_pc stand for, either of which may be null. False if both are, or if the end lies
 /// below the start.

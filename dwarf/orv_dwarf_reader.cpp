@@ -74,7 +74,10 @@ void DwarfReader::holdTables() {
                 bytesOf(m_rangeLists),  bytesOf(m_locationLists), {}};
 }
 
-DwarfWalker DwarfReader::locationsWalker(unsigned int addrSize) {
+DwarfWalker DwarfReader::locationsWalker(unsigned int version, unsigned int addrSize) {
+    if (version >= k_versionWithTypes) {
+        return walkerOf(m_locationLists, addrSize);
+    }
     if (!m_hasReadLocations) {
         m_debugLoc = holdSection(section_role_DebugLoc, true);
         m_hasReadLocations = true;

@@ -13,7 +13,9 @@
 /// inline trees) knows bytes alone: what is made of them is the loader's.
 #pragma once
 
+#include "core/orv_once.h"
 #include "dwarf/orv_dwarf_budgets.h"
+#include "dwarf/orv_dwarf_frame.h"
 #include "dwarf/orv_dwarf_names.h"
 #include "dwarf/orv_dwarf_origins.h"
 #include "dwarf/orv_dwarf_unit.h"
@@ -21,6 +23,7 @@
 #include "orv/orv_reading.h"
 
 #include <memory>
+#include <mutex>
 #include <vector>
 
 namespace ORV_3_30 {
@@ -85,8 +88,18 @@ public:
     bool startsAtZero() const { return m_main != nullptr ? m_main->m_startsAtZero : m_startsAtZero; }
     DwarfNames& names() { return m_names; }
     bool isModern() const { return m_reading == reading_Modern; }
-    /// Over .debug_loc, which is read when it is first needed. Under the load lock.
-    DwarfWalker locationsWalker(unsigned int addrSize);
+    /// Over the location lists of units of a version. Those of .debug_loc are read when they are first needed. Under
+    /// the load lock.
+    DwarfWalker locationsWalker(unsigned int version, unsigned int addrSize);
+    /// Where frames are, by the main file and its module. Made when it is first asked for, under no lock that others
+    /// wait for; once units are there.
+    CallFrames const& callFrames() {
+        DwarfReader& main = m_main != nullptr ? *m_main : *this;
+        return main.m_callFrames.get(main.m_callFramesLock, [&main] { return main.makeCallFrames(); });
+    }
+    /// Null as long as nobody has asked for them.
+    CallFrames const* madeCallFrames() const { return (m_main != nullptr ? m_main : this)->m_callFrames.made(); }
+    arch_t architecture() const { return m_module != nullptr ? m_module->architecture() : arch_Unknown; }
     bool isInSegment(unsigned long long address) const {
         return m_module != nullptr && m_module->segmentByAddress(address) != nullptr;
     }
@@ -117,6 +130,8 @@ private:
     void holdSections();
     status_t readUnit(DwarfWalker& walker);
     void holdTables();
+    std::unique_ptr<CallFrames> makeCallFrames();
+    void addHeldFrames(CallFrames& frames, unsigned int role, FrameSection section);
     struct UnitKind {
         unsigned int type = DW_UT_compile;
         std::uint64_t id = 0;
@@ -150,6 +165,8 @@ private:
     DwarfNames m_names;
     SymMgrObjectPtr<IFileFormatHelper> m_supplementFile; ///< What m_supplement reads.
     std::unique_ptr<DwarfReader> m_supplement;
+    std::mutex m_callFramesLock; ///< Only who asks for them waits for it.
+    Once<CallFrames> m_callFrames;
 };
 
 template <typename SkeletonOf> void DwarfReader::readSplitUnits(SkeletonOf const& skeletonOf) {

@@ -8,7 +8,7 @@
 namespace ORV_3_30 {
 
 bool findSplitLocation(DwarfUnit const& unit, DwarfWalker list, unsigned long long pc, Budget& search,
-                       DwarfWalker& expression) {
+                       DwarfBytes& expression) {
     constexpr std::uint64_t k_entryCost = 16;
     FormContext const& forms = unit.forms();
     std::uint64_t base = unit.baseAddress();
@@ -40,7 +40,7 @@ bool findSplitLocation(DwarfUnit const& unit, DwarfWalker list, unsigned long lo
             return false;
         }
         if (start <= pc && pc < end) {
-            expression = DwarfWalker(list.current(), std::min(length, list.remaining()), forms.addrSize);
+            expression = {list.current(), std::min(length, list.remaining())};
             return true;
         }
         list.skip(length);

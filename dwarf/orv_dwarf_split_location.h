@@ -9,6 +9,6 @@ namespace ORV_3_30 {
 
 /// Finds the entry that holds pc, from where a walker stands in .debug_loc.dwo. False if none does.
 bool findSplitLocation(DwarfUnit const& unit, DwarfWalker list, unsigned long long pc, Budget& search,
-                       DwarfWalker& expression);
+                       DwarfBytes& expression);
 
 } // namespace ORV_3_30

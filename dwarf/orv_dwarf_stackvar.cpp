@@ -6,6 +6,7 @@
 #include "core/orv_trace.h"
 #include "dwarf/orv_dildwarf.h"
 #include "dwarf/orv_dwarf_members.h"
+#include "dwarf/orv_dwarf_ranges.h"
 #include "dwarf/orv_dwarf_types.h"
 
 #include <algorithm>
@@ -17,6 +18,42 @@ namespace {
 /// A program has new frames all the time. Beyond this many answers we begin anew.
 constexpr std::size_t k_mostAnswers = std::size_t{1} << 17;
 constexpr std::size_t k_mostBytes = std::size_t{1} << 24; ///< Of names.
+
+/// An entry without a place is where the one around it is.
+bool holdsPc(DwarfUnit& unit, AttrBindings& die, unsigned long long pc, Budget& search) {
+    AttrValue const* const low = die.attribute(DieAttributes::slot_LowPc, true);
+    AttrValue const* const high = die.attribute(DieAttributes::slot_HighPc, true);
+    AttrValue const* const list = die.attribute(DieAttributes::slot_Ranges, true);
+    unsigned long long start = 0;
+    unsigned long long end = 0;
+    if (high != nullptr || list == nullptr) {
+        return high == nullptr || (rangeOfEntry(low, high, start, end) && start <= pc && pc < end);
+    }
+    AddressPairs pairs;
+    readRanges(unit, list, nullptr, pairs, search);
+    return std::any_of(pairs.begin(), pairs.end(),
+                       [&](auto const& pair) { return pair.first <= pc && pc < pair.second; });
+}
+
+/// True if pc lies in the function. Both ends count as inside, which keeps the place that a last call returns to.
+bool isOfFunction(DwarfUnit& unit, AttrBindings& die, unsigned long long pc, Budget& search) {
+    // The classic reading takes both as they stand: a high end that is a distance from low is not taken for one.
+    unsigned long long low = die.number(DieAttributes::slot_LowPc);
+    unsigned long long high = die.number(DieAttributes::slot_HighPc);
+    if (unit.reader().isModern()) {
+        rangeOfEntry(die.attribute(DieAttributes::slot_LowPc), die.attribute(DieAttributes::slot_HighPc), low, high);
+    }
+    bool const isInside = pc >= low && pc <= high;
+    bool const isScattered = unit.reader().isModern() && die.attribute(DieAttributes::slot_HighPc, true) == nullptr &&
+                             die.attribute(DieAttributes::slot_Ranges, true) != nullptr;
+    if (isInside || (isScattered && holdsPc(unit, die, pc, search))) {
+        return true;
+    }
+    char const* const name = die.name();
+    ORV_WARN("Address range did not match subprogram,  address:" << pc << " low: " << low << " high: " << high
+                                                                 << " func: " << (name != nullptr ? name : ""));
+    return false;
+}
 
 bool isHeld(SymMgrObjectPtr<DWARFSymbol> const& symbol) {
     unsigned int count = 0;
@@ -34,7 +71,10 @@ bool StackVariableVisitor::visit(DwarfUnit& unit, AttrBindings& die) {
     if (location == nullptr) {
         return true;
     }
-    std::uint64_t const address = locationIn(unit, *location, m_frame, m_loader.search());
+    std::uint64_t address = 0;
+    if (!m_frame.placeOf(unit, *location, address)) {
+        return true;
+    }
     DwarfPlace const type = die.target(DieAttributes::slot_Type);
     TypeInfo info{0, {}, 0, false, false};
     bool const isSized = lookUpType(unit, type, m_loader.search(), info);
@@ -58,6 +98,19 @@ bool StackVariableVisitor::visit(DwarfUnit& unit, AttrBindings& die) {
     return false;
 }
 
+bool StackVariableVisitor::enters(DwarfUnit& unit, AttrBindings& die) {
+    if (!m_frame.isModern()) {
+        return true;
+    }
+    switch (die.tag()) {
+    case DW_TAG_subprogram: return false;
+    case DW_TAG_lexical_block:
+    case DW_TAG_try_block:
+    case DW_TAG_inlined_subroutine: return holdsPc(unit, die, m_frame.pc(), m_frame.lookups());
+    default: return true;
+    }
+}
+
 // --- StackAnswers
 
 StackAnswers::~StackAnswers() {
@@ -69,20 +122,20 @@ StackAnswers::~StackAnswers() {
     }
 }
 
-StackAnswers::Answer const* StackAnswers::find(IStackFrameContext& context, unsigned long long address) const {
-    auto const frame = m_answers.find(frameOf(context));
-    if (frame == m_answers.end()) {
+StackAnswers::Answer const* StackAnswers::find(Frame const& frame, unsigned long long address) const {
+    auto const answers = m_answers.find(frame);
+    if (answers == m_answers.end()) {
         return nullptr;
     }
-    auto const answer = frame->second.find(address);
-    return answer != frame->second.end() ? &answer->second : nullptr;
+    auto const answer = answers->second.find(address);
+    return answer != answers->second.end() ? &answer->second : nullptr;
 }
 
-StackAnswers::Answer const& StackAnswers::add(IStackFrameContext& context, unsigned long long address, Answer answer) {
+StackAnswers::Answer const& StackAnswers::add(Frame const& frame, unsigned long long address, Answer answer) {
     if (m_count >= k_mostAnswers || m_bytes >= k_mostBytes) {
         forgetAll();
     }
-    std::map<unsigned long long, Answer>& answers = m_answers[frameOf(context)];
+    std::map<unsigned long long, Answer>& answers = m_answers[frame];
     auto const above = answers.upper_bound(address);
     auto const isSame = [&](Answer const& other) {
         return other.symbol->dieOffset() == answer.symbol->dieOffset() &&
@@ -122,10 +175,23 @@ status_t DWARFDebugInfoLoader::findStackVariable(ISymbol* symbol, unsigned long 
     if (!context) {
         return status_InvalidArg;
     }
+    StackAnswers::Frame const frame{context->getRegister(0), context->getRegister(1), m_reader.isModern() ? pc : 0};
+    StackQuestion const question{symbol, pc, address, *context, frame};
+    bool wantsCallFrames = false;
+    status_t const status = askStack(question, out, isInteger, wantsCallFrames);
+    if (!wantsCallFrames) {
+        return status;
+    }
+    m_reader.callFrames(); // under no lock
+    return askStack(question, out, isInteger, wantsCallFrames);
+}
+
+status_t DWARFDebugInfoLoader::askStack(StackQuestion const& question, SymMgrObjectPtr<ISymbol>& out, bool* isInteger,
+                                        bool& wantsCallFrames) {
     LockGuard answers(&m_stackLock);
-    StackAnswers::Answer const* answer = m_stackAnswers.find(*context, address);
+    StackAnswers::Answer const* answer = m_stackAnswers.find(question.frame, question.address);
     if (answer == nullptr) {
-        status_t const status = searchStack(symbol, pc, address, *context, answer);
+        status_t const status = searchStack(question, answer, wantsCallFrames);
         if (status != status_Ok) {
             return status;
         }
@@ -137,12 +203,12 @@ status_t DWARFDebugInfoLoader::findStackVariable(ISymbol* symbol, unsigned long 
     return status_Ok;
 }
 
-status_t DWARFDebugInfoLoader::searchStack(ISymbol* symbol, unsigned long long pc, unsigned long long address,
-                                           IStackFrameContext& context, StackAnswers::Answer const*& answer) {
+status_t DWARFDebugInfoLoader::searchStack(StackQuestion const& question, StackAnswers::Answer const*& answer,
+                                           bool& wantsCallFrames) {
     if (!m_hasDebugInfo) {
         return status_NoDebugInfo;
     }
-    auto* const function = dynamic_cast<DWARFSymbol*>(symbol);
+    auto* const function = dynamic_cast<DWARFSymbol*>(question.symbol);
     auto* const scope = function != nullptr ? dynamic_cast<DWARFScope*>(function->scope()) : nullptr;
     if (scope == nullptr || &scope->unit().loader() != this) {
         return status_Fail;
@@ -158,27 +224,20 @@ status_t DWARFDebugInfoLoader::searchStack(ISymbol* symbol, unsigned long long p
         ORV_WARN("Expecting DW_TAG_subprogram, got " << die.tag());
         return status_Fail;
     }
-    // Both as they stand: a high end that is a distance from low is not taken for one.
-    unsigned long long const low = die.number(DieAttributes::slot_LowPc);
-    unsigned long long const high = die.number(DieAttributes::slot_HighPc);
-    if (pc < low || pc > high) {
-        char const* const name = die.name();
-        ORV_WARN("Address range did not match subprogram,  address:" << pc << " low: " << low << " high: " << high
-                                                                     << " func: " << (name != nullptr ? name : ""));
+    if (!isOfFunction(unit, die, question.pc, m_search)) {
         return status_Fail;
     }
-    StackFrame frame{pc, context, 0};
-    if (AttrValue const* const base = die.attribute(DieAttributes::slot_FrameBase)) {
-        frame.base = locationIn(unit, *base, frame, m_search);
-    }
-    StackVariableVisitor visitor(*this, frame, address);
-    if (die.getHasChildren() != 0) {
+    StackFrame frame(unit, question.pc, question.context, m_search);
+    frame.setBase(die.attribute(DieAttributes::slot_FrameBase));
+    StackVariableVisitor visitor(*this, frame, question.address);
+    if (die.getHasChildren() != 0 && !frame.wantsCallFrames()) {
         visitEntries(unit, walker, VisitDepth::AllLevels, visitor, m_search);
     }
-    if (!visitor.resultSymbol()) {
+    wantsCallFrames = frame.wantsCallFrames();
+    if (wantsCallFrames || !visitor.resultSymbol()) {
         return status_False;
     }
-    answer = &m_stackAnswers.add(context, address, {visitor.resultSymbol(), visitor.isInteger()});
+    answer = &m_stackAnswers.add(question.frame, question.address, {visitor.resultSymbol(), visitor.isInteger()});
     return status_Ok;
 }
 

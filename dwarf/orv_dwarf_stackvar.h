@@ -8,18 +8,21 @@
 #include "dwarf/orv_dwarf_visitor.h"
 
 #include <map>
-#include <utility>
+#include <tuple>
 #include <vector>
 
 namespace ORV_3_30 {
 
-/// Takes the first variable in the order of the file that holds the address, in whichever block it stands.
+/// Takes the first variable in the order of the file that holds the address, with the classic reading in whichever
+/// block it stands.
 class StackVariableVisitor final : public DIEVisitor {
 public:
-    StackVariableVisitor(DWARFDebugInfoLoader& loader, StackFrame const& frame, unsigned long long targetAddress)
+    StackVariableVisitor(DWARFDebugInfoLoader& loader, StackFrame& frame, unsigned long long targetAddress)
         : m_loader(loader), m_frame(frame), m_targetAddress(targetAddress) {}
 
     bool visit(DwarfUnit& unit, AttrBindings& die) override;
+    /// With the modern reading blocks that pc is not in are passed over, and functions, which have frames of their own.
+    bool enters(DwarfUnit& unit, AttrBindings& die) override;
 
     /// The variable, with the member in its name where one holds the address. Null if none was found.
     SymMgrObjectPtr<DWARFSymbol> const& resultSymbol() const { return m_resultSymbol; }
@@ -28,16 +31,27 @@ public:
 
 private:
     DWARFDebugInfoLoader& m_loader;
-    StackFrame m_frame;
+    StackFrame& m_frame;
     unsigned long long m_targetAddress;
     SymMgrObjectPtr<DWARFSymbol> m_resultSymbol;
     bool m_isInteger = false;
 };
 
-/// Answers by stack pointer and frame pointer, which fix the frame, and then by address. Guarded by its
+/// Answers by frame, and then by address. Guarded by its
 /// owner. The symbols have no scope; what a client still holds at the end loses what leads back to the bank.
 class StackAnswers {
 public:
+    /// Stack pointer and frame pointer, and with the modern reading pc: they hold for many functions, and the place of
+    /// a variable hangs on the instruction. With the classic one pc is 0.
+    struct Frame {
+        unsigned long long stackPointer;
+        unsigned long long framePointer;
+        unsigned long long pc;
+        bool operator<(Frame const& other) const {
+            return std::tie(stackPointer, framePointer, pc) <
+                   std::tie(other.stackPointer, other.framePointer, other.pc);
+        }
+    };
     struct Answer {
         SymMgrObjectPtr<DWARFSymbol> symbol;
         bool isInteger;
@@ -48,13 +62,11 @@ public:
     ~StackAnswers();
 
     /// Null if there is none.
-    Answer const* find(IStackFrameContext& context, unsigned long long address) const;
+    Answer const* find(Frame const& frame, unsigned long long address) const;
     /// Where the next answer above or below is the same variable, it gives the symbol.
-    Answer const& add(IStackFrameContext& context, unsigned long long address, Answer answer);
+    Answer const& add(Frame const& frame, unsigned long long address, Answer answer);
 
 private:
-    using Frame = std::pair<unsigned long long, unsigned long long>;
-    static Frame frameOf(IStackFrameContext& context) { return {context.getRegister(0), context.getRegister(1)}; }
     void forgetAll();
 
     std::map<Frame, std::map<unsigned long long, Answer>> m_answers;

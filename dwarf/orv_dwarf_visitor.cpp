@@ -24,7 +24,7 @@ bool visitEntries(DwarfUnit& unit, DwarfWalker& walker, VisitDepth depth, DIEVis
         if (die.getHasChildren() == 0) {
             continue;
         }
-        if (depth == VisitDepth::AllLevels) {
+        if (depth == VisitDepth::AllLevels && visitor.enters(unit, die)) {
             ++openLists;
         } else {
             AttrValue const* const sibling = die.attribute(DieAttributes::slot_Sibling, true);

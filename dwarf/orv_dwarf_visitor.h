@@ -13,6 +13,8 @@ public:
     virtual ~DIEVisitor() = default;
     /// True to go on, false to end the walk.
     virtual bool visit(DwarfUnit& unit, AttrBindings& die) = 0;
+    /// In a walk through all levels: false to pass over the children of an entry that it was shown.
+    virtual bool enters(DwarfUnit& /*unit*/, AttrBindings& /*die*/) { return true; }
 };
 
 enum class VisitDepth { OneLevel, AllLevels };

@@ -26,8 +26,8 @@ struct RolePattern {
     char const* name;
     ElfHelper::Role role;
     bool mayBeCompressed; ///< The name with ".z" in front counts too.
-    bool isLater = false; ///< Of DWARF 5 and the GNU tools' beside it: one that does not lie in the file is none, and
-                          ///< the file stays good.
+    bool isLater = false; ///< Of the modern reading: one that does not lie in the file is none, and the file stays
+                          ///< good.
 };
 
 constexpr RolePattern k_rolePatterns[] = {
@@ -52,6 +52,8 @@ constexpr RolePattern k_rolePatterns[] = {
     {".gnu_debugaltlink", ElfHelper::role_DebugAltLink, false, true},
     {".debug_sup", ElfHelper::role_DebugSup, true, true},
     {".gnu_debugdata", ElfHelper::role_PackedSymbols, false, true},
+    {".eh_frame", ElfHelper::role_EhFrame, false, true},
+    {".debug_frame", ElfHelper::role_DebugFrame, true, true},
 };
 
 constexpr char k_rodata[] = ".rodata";

@@ -70,6 +70,8 @@ public:
         role_DebugAltLink,
         role_DebugSup,
         role_PackedSymbols,
+        role_EhFrame,
+        role_DebugFrame,
         role_Count
     };
 

@@ -39,7 +39,9 @@ enum section_role_t : unsigned int {
     section_role_DebugRnglists = 11,
     section_role_DebugLoclists = 12,
     section_role_DebugAltLink = 13,
-    section_role_DebugSup = 14
+    section_role_DebugSup = 14,
+    section_role_EhFrame = 15,
+    section_role_DebugFrame = 16
 };
 
 /// The narrow view of a binary that a debug information reader works through.

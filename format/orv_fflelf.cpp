@@ -248,6 +248,7 @@ void ElfFileFormatHelper::sectionData(SymMgrObjectPtr<ISectionData>& out, unsign
         ElfHelper::role_BuildId,         ElfHelper::role_DebugLink,    ElfHelper::role_DebugLineStr,
         ElfHelper::role_DebugStrOffsets, ElfHelper::role_DebugAddr,    ElfHelper::role_DebugRnglists,
         ElfHelper::role_DebugLoclists,   ElfHelper::role_DebugAltLink, ElfHelper::role_DebugSup,
+        ElfHelper::role_EhFrame,         ElfHelper::role_DebugFrame,
     };
     out = nullptr;
     if (role >= std::size(k_roles) || m_elfHelper->sectionIndex(k_roles[role]) == k_noSection) {

@@ -3,7 +3,8 @@
 /// DWARF as a whole: an ELF program round debug sections that are the input's, through every query.
 ///
 /// The input is a row of sections: a byte for which, two for the length, the bytes. Those with bit 6 set go into a
-/// supplementary file; where there is one, and by bit 1 of the last byte, the reading is the modern one.
+/// supplementary file. The last byte says what else is done: bit 0, an address is announced; bit 1, it is read the
+/// modern way, as it is wherever there is a supplementary file.
 
 #include "dwarf/orv_dwarf_constants.h"
 #include "orv_fuzz_input.h"
@@ -18,8 +19,12 @@ using orv_test::ElfClass;
 
 namespace {
 
-constexpr char const* k_sections[] = {".debug_info",   ".debug_abbrev", ".debug_str",         ".debug_line",
-                                      ".debug_ranges", ".debug_loc",    ".note.gnu.build-id", ".gnu_debuglink"};
+constexpr char const* k_sections[] = {".debug_info",     ".debug_abbrev",      ".debug_str",         ".debug_line",
+                                      ".debug_ranges",   ".debug_loc",         ".note.gnu.build-id", ".gnu_debuglink",
+                                      ".debug_line_str", ".debug_str_offsets", ".debug_addr",        ".debug_rnglists",
+                                      ".debug_loclists", ".eh_frame",          ".debug_frame"};
+constexpr std::size_t k_exceptionFrames = 13;
+constexpr unsigned long long k_framesAddress = 0x8000; ///< What stands there counts from itself.
 
 constexpr std::uint8_t k_inSupplement = 0x40;
 constexpr char k_id[] = "\1\2\3\4";
@@ -43,8 +48,9 @@ Files filesOf(std::uint8_t const* data, std::size_t size, std::string const& sup
         std::size_t const length = std::min<std::size_t>(data[at + 1] | data[at + 2] << 8, size - at - 3);
         bool const isInSupplement = (data[at] & k_inSupplement) != 0;
         hasSupplement |= isInSupplement;
+        std::size_t const which = (data[at] & 0x3F) % std::size(k_sections);
         (isInSupplement ? supplement : elf)
-            .section(k_sections[(data[at] & 0x3F) % std::size(k_sections)], SHT_PROGBITS, 0, 0,
+            .section(k_sections[which], SHT_PROGBITS, 0, which == k_exceptionFrames ? k_framesAddress : 0,
                      std::string(reinterpret_cast<char const*>(data + at + 3), length));
         at += 3 + length;
     }

@@ -142,7 +142,9 @@ ASSEMBLER_UNIT = """
         .8byte -1, 0x1000, 0, 0x20, 0x40, 0x60, 0, 0
 """
 SECTIONS = [".debug_info", ".debug_abbrev", ".debug_str", ".debug_line", ".debug_ranges", ".debug_loc",
-            ".note.gnu.build-id", ".gnu_debuglink"]
+            ".note.gnu.build-id", ".gnu_debuglink", ".debug_line_str", ".debug_str_offsets", ".debug_addr",
+            ".debug_rnglists", ".debug_loclists", ".eh_frame", ".debug_frame"]
+FRAMES_ADDRESS = "0x8000"
 
 
 def sections_of(folder, name):
@@ -170,10 +172,13 @@ def debug_sections():
 
         names = []
         for compiler in ("g++", "clang++"):
-            for flags in (["-gdwarf-2", "-O0"], ["-gdwarf-3", "-O2", "-gstrict-dwarf"], ["-gdwarf-4", "-O2"]):
-                names.append(f"{compiler}{flags[0]}")
+            for flags in (["-gdwarf-2", "-O0"], ["-gdwarf-3", "-O2", "-gstrict-dwarf"], ["-gdwarf-4", "-O2"],
+                          ["-gdwarf-5", "-O0"], ["-gdwarf-5", "-O2"],
+                          ["-gdwarf-5", "-O1", "-fno-asynchronous-unwind-tables", "-fno-exceptions"]):
+                names.append("".join([compiler, *flags]))
                 run(compiler, *flags, "-c", "p.cpp", "-o", "p.o")
-                run("ld", "-e", "f", "--build-id", "-Ttext=0x1000", "-o", names[-1], "p.o")
+                run("ld", "-e", "f", "--build-id", "-Ttext=0x1000", f"--section-start=.eh_frame={FRAMES_ADDRESS}",
+                    "-o", names[-1], "p.o")
                 run("objcopy", "--add-gnu-debuglink=p.o", names[-1])
         names.append("u.o")
         run("as", "--64", "-o", "u.o", "u.s")
@@ -206,7 +211,9 @@ def supplemented():
 def dwarf_seeds():
     in_supplement = 0x40
     for sections in debug_sections():
-        yield row_of(sections)
+        row = row_of(sections)
+        yield row + b"\0"
+        yield row + b"\2"  # the modern way
     for own, common in supplemented():
         yield row_of(own) + row_of(common, in_supplement)
 

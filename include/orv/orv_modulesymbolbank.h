@@ -127,9 +127,13 @@ public:
     ///
     /// Answers for neighbouring addresses of one variable, in one frame, are the same symbol.
     ///
-    /// Formal parameters are not looked at, nor blocks told apart: of variables that share a place the first in the
-    /// debug information is taken. A variable of unknown size, as arrays whose bounds are not in signed form, has its
-    /// first byte. Answers are kept by both registers and address, whatever pc is.
+    /// Formal parameters are not looked at, nor, with the classic reading, blocks told apart: of variables that share a
+    /// place the first in the debug information is taken. A variable of unknown size, as arrays whose bounds are not in
+    /// signed form, has its first byte. Answers are kept by both registers and address, whatever pc is.
+    ///
+    /// With the modern reading blocks that pc is not in are passed over, bounds count in whatever form they are,
+    /// members of bases and of parts without a name are like the structure's own, a const, volatile or atomic integer
+    /// is one, and answers are kept by pc too.
     ///
     /// status_Ok; status_False if there is none, and without debug information or a function at pc; status_InvalidArg
     /// for a null pc or context; status_NoDebugInfo; status_Fail for a function that the debug information does not

@@ -13,7 +13,8 @@ enum reading_t : unsigned int {
     /// DWARF 2 to 4, as earlier versions of these interfaces have it.
     reading_Classic = 0,
     /// What today's compilers and distributions make, beside that: DWARF 5; definitions inside namespaces, classes and
-    /// functions; split units and supplementary files; zstd, and packed symbol tables; further processors; an address for
+    /// functions; split units and supplementary files; zstd, and packed symbol tables; further processors; an address
+    /// for
     /// each section of a relocatable file.
     reading_Modern = 1
 };

@@ -7,7 +7,14 @@
 ///     frame->setRegister(1, rbp);                       // see below
 ///     bank->findStackVariable(address.get(), stackAddress, frame, variable, &isInteger);
 ///
-/// What to set follows from the form of the function's DW_AT_frame_base (DWARF version 4, 3.3.5):
+/// With the modern reading (orv_reading.h) both are what the registers hold at pc, the one of the stack pointer and the
+/// one that frame pointers are kept in, whether or not the function keeps one: rsp and rbp, esp and ebp. The rest
+/// follows from the debug information and from .eh_frame or .debug_frame. Not found, with a line in the log, is what
+/// hangs on other registers or on the program's memory, as the frame of a 32-bit main of gcc does, and what lies in no
+/// call frame information.
+///
+/// With the classic reading what to set follows from the form of the function's DW_AT_frame_base (DWARF version 4,
+/// 3.3.5):
 ///
 ///     form of the frame base                                stack pointer      frame pointer
 ///     location list or block of register offsets            its value at pc    its value at pc

@@ -79,7 +79,10 @@ char const* meaningOf(status_t status) {
     case status_False: return "no variable of the function holds it";
     case status_NoDebugInfo: return "the module has no debug information";
     case status_OutOfMemory: return "that needs more memory than there is";
-    default: return "the function's debug information gives no place for its variables: DWARF 2 and 3 do";
+    default:
+        return reading() == reading_Modern
+                   ? "the debug information does not have the function at that address"
+                   : "the function's debug information gives no place for its variables: DWARF 2 and 3 do";
     }
 }
 

@@ -325,7 +325,7 @@ private:
         addNumber("--pc", options.pc, "Address of the instruction, as the module lays it out");
         addNumber("--sp", options.stackPointer, "Value of the stack pointer there");
         addNumber("--fp", options.framePointer,
-                  "Value of the frame pointer there; of DWARF 3 the canonical frame address");
+                  "Value of the frame pointer there; of DWARF 3, the classic way, the canonical frame address");
         addModule(command, options.module);
         command->add_option("ADDR", options.words, "Stack addresses, hexadecimal")
             ->required()
