@@ -24,6 +24,7 @@ char const* unnamed(std::uint32_t tag) {
 
 /// More are cut: what is innermost tells most.
 constexpr std::size_t k_mostParts = 64;
+constexpr std::size_t k_longestPart = std::size_t{1} << 16; // what stands behind it is cut
 
 } // namespace
 
@@ -55,25 +56,28 @@ char const* DwarfNames::qualified(DwarfPlace const& place, char const* name) {
         }
     }
     DwarfBudgets& budgets = place.unit->reader().budgets();
+    if (budgets.textBytes.isSpent()) {
+        return name;
+    }
     std::vector<char const*> parts{name};
-    std::size_t size = std::strlen(name);
+    std::size_t size = ::strnlen(name, k_longestPart);
     DieChain chain(budgets.origins);
     while (around.offset != 0 && parts.size() < k_mostParts && chain.startAtOrigin(around)) {
         DieChain::Named const part = chain.plainName();
         parts.push_back(part.text != nullptr ? part.text : unnamed(chain.tag()));
-        size += std::strlen(parts.back()) + 2;
+        size += ::strnlen(parts.back(), k_longestPart) + 2;
         // A function that is defined elsewhere stands where it was declared.
         DwarfPlace const stands = part.place ? part.place : around;
         around = {stands.unit, stands.unit->containers().around(stands.offset)};
     }
-    if (!budgets.textBytes.spend(size)) {
+    if (!budgets.textBytes.settle(size)) {
         return name;
     }
     std::string text;
     text.reserve(size);
     for (auto part = parts.rbegin(); part != parts.rend(); ++part) {
         text += text.empty() ? "" : "::";
-        text += *part;
+        text.append(*part, ::strnlen(*part, k_longestPart));
     }
     std::lock_guard<std::mutex> const guard(m_lock);
     return m_qualified.emplace(place, std::move(text)).first->second.c_str();

@@ -8,9 +8,9 @@
 #include "support/orv_assembler.h"
 
 #include <array>
+#include <cctype>
 #include <map>
 #include <random>
-#include <regex>
 
 using namespace orv_test;
 
@@ -80,9 +80,6 @@ std::string numbered(std::string const& rule) {
 int compareWithReadelf(std::string const& path, char const* dump, section_role_t role) {
     FramesOf const mine(path, role);
     std::istringstream lines(outputOf("readelf --debug-dump=frames-interp " + path + " 2>/dev/null"));
-    std::regex const function(" FDE .*pc=([0-9a-f]+)\\.\\.([0-9a-f]+)");
-    std::regex const row("^([0-9a-f]{16}) (\\S+) ");
-    std::smatch match;
     bool isWanted = false;
     bool isFunction = false;
     std::uint64_t end = 0;
@@ -102,17 +99,22 @@ int compareWithReadelf(std::string const& path, char const* dump, section_role_t
     for (std::string line; std::getline(lines, line);) {
         if (line.find("Contents of the ") == 0) {
             isWanted = line.find(dump) != std::string::npos;
-        } else if (line.find(" CIE ") != std::string::npos || std::regex_search(line, match, function)) {
+            continue;
+        }
+        std::size_t const stretch = line.find(" pc="); // of a function: "pc=START..END"
+        bool const isShared = line.find(" CIE ") != std::string::npos;
+        if (isShared || stretch != std::string::npos) {
             check(end);
-            isFunction = isWanted && line.find(" CIE ") == std::string::npos;
-            end = isFunction ? std::stoull(match[2], nullptr, 16) : 0;
+            isFunction = isWanted && !isShared;
+            std::size_t const dots = line.find("..", stretch);
+            end = isFunction ? std::stoull(line.substr(dots + 2), nullptr, 16) : 0;
             // A function without a row of its own has that of what it shares.
-            lastStart = isFunction ? std::stoull(match[1], nullptr, 16) : 0;
-        } else if (isFunction && std::regex_search(line, match, row)) {
-            std::uint64_t const start = std::stoull(match[1], nullptr, 16);
+            lastStart = isFunction ? std::stoull(line.substr(stretch + 4), nullptr, 16) : 0;
+        } else if (isFunction && line.size() > 17 && std::isxdigit(line[0]) != 0 && line[16] == ' ') {
+            std::uint64_t const start = std::stoull(line, nullptr, 16);
             check(start);
             lastStart = start;
-            last = numbered(match[2]);
+            last = numbered(line.substr(17, line.find(' ', 17) - 17));
         }
     }
     check(end);
