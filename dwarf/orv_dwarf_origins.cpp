@@ -45,7 +45,8 @@ OriginFacts OriginTable::factsOf(DwarfUnit& asking, AttrValue const& reference) 
 OriginFacts OriginTable::factsOf(DwarfPlace const& place) {
     std::uint64_t const offset = place.offset;
     constexpr std::uint64_t k_mix = 0x9E3779B97F4A7C15; // entries stand at all distances
-    Shelf& shelf = m_shelves[(offset * k_mix >> 32) % m_shelves.size()];
+    auto& shelves = m_shelves.get([this] { return std::make_unique<std::vector<Shelf>>(m_count); });
+    Shelf& shelf = shelves[(offset * k_mix >> 32) % m_count];
     std::lock_guard<std::mutex> const guard(shelf.lock);
     auto const known = shelf.facts.find(offset);
     if (known != shelf.facts.end()) {

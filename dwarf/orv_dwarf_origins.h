@@ -3,6 +3,7 @@
 /// What entries learn from their origins: an inlined body has its name from the function that was inlined.
 #pragma once
 
+#include "core/orv_once.h"
 #include "dwarf/orv_dwarf_place.h"
 
 #include <cstdint>
@@ -41,7 +42,7 @@ public:
     static constexpr std::size_t k_manyShelves = 32;
     static constexpr std::size_t k_fewShelves = 2; ///< For one of many files, each of which has little.
 
-    explicit OriginTable(std::size_t shelves = k_manyShelves) : m_shelves(shelves) {}
+    explicit OriginTable(std::size_t shelves = k_manyShelves) : m_count(shelves) {}
     /// What the entry tells that a reference in a unit leads to. Nothing for one that can't be read.
     static OriginFacts factsOf(DwarfUnit& asking, AttrValue const& reference);
 
@@ -53,7 +54,9 @@ private:
         std::mutex lock;
         std::unordered_map<std::uint64_t, OriginFacts> facts; ///< By the offset.
     };
-    std::vector<Shelf> m_shelves;
+    std::size_t m_count;
+    Once<std::vector<Shelf>>
+        m_shelves; ///< Made at the first question: what is counted allocates nothing as it is made.
 };
 
 } // namespace ORV_3_30
