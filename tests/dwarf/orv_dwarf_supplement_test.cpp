@@ -4,6 +4,7 @@
 
 #include "fuzz/orv_fuzz_input.h"
 #include "support/orv_assembler.h"
+#include "support/orv_modern.h"
 
 #include <filesystem>
 #include <fstream>
@@ -19,12 +20,6 @@ namespace {
 constexpr unsigned int DW_TAG_imported_unit = 0x3D;
 constexpr unsigned int DW_AT_const_value = 0x1C;
 constexpr unsigned int DW_AT_import = 0x18;
-
-/// For as long as the object.
-struct ModernReading {
-    ModernReading() { setReading(reading_Modern); }
-    ~ModernReading() { setReading(reading_Classic); }
-};
 
 std::string const k_note("\4\0\0\0\4\0\0\0\3\0\0\0GNU\0\1\2\3\4", 20);
 std::string const k_debugSup("\5\0\1\0\4\1\2\3\4", 9); ///< Of a supplementary file.
@@ -182,7 +177,7 @@ std::string declared(IModuleSymbolBank& bank, unsigned long long address) {
 } // namespace
 
 TEST(DwarfSupplement, NamesOriginsTypesAndDeclarations) {
-    ModernReading const modern;
+    Reading const modern(reading_Modern);
     Supplement const supplement;
     Labels const at(supplement);
     Assembled const program(mainSource(at, ".gnu_debugaltlink", altLink(supplement.path())));
@@ -222,7 +217,7 @@ TEST(DwarfSupplement, ClassicReadingKnowsNone) {
 }
 
 TEST(DwarfSupplement, PlacesAndIds) {
-    ModernReading const modern;
+    Reading const modern(reading_Modern);
     Supplement const byNote;
     Supplement const bySection(".debug_sup", k_debugSup);
     Labels const at(byNote);
@@ -270,7 +265,7 @@ TEST(DwarfSupplement, PlacesAndIds) {
 }
 
 TEST(DwarfSupplement, RootsOfCompanions) {
-    ModernReading const modern;
+    Reading const modern(reading_Modern);
     Supplement const supplement;
     Labels const at(supplement);
     constexpr char const* k_byId = ".build-id/01/020304.debug";
@@ -318,7 +313,7 @@ TEST(DwarfSupplement, RootsOfCompanions) {
 }
 
 TEST(DwarfSupplement, PartialUnitsOfTheFileItself) {
-    ModernReading const modern;
+    Reading const modern(reading_Modern);
     std::string const shared = ".Linlined:\n" +
                                entry(DW_TAG_subprogram, {nameAttr("_Z7inlinedv"),
                                                          {DW_AT_inline, DW_FORM_data1, "1"},
@@ -362,7 +357,7 @@ TEST(DwarfSupplement, PartialUnitsOfTheFileItself) {
 
 /// Whatever the bytes are, questions have answers; the sanitizers are the judges.
 TEST(DwarfSupplement, FlippedAndCutFiles) {
-    ModernReading const modern;
+    Reading const modern(reading_Modern);
     Supplement const supplement;
     Labels const at(supplement);
     Assembled const program(mainSource(at, ".gnu_debugaltlink", altLink(supplement.path())));

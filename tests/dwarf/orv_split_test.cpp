@@ -95,7 +95,7 @@ void askEverything(std::string const& path) {
 } // namespace
 
 TEST_P(SplitUnits, OneFileAtATime) {
-    ModernReading const modern;
+    Reading const modern(reading_Modern);
     SplitProgram const program(GetParam());
     unsigned int line = 0;
     {
@@ -127,7 +127,7 @@ TEST_P(SplitUnits, OneFileAtATime) {
 }
 
 TEST_P(SplitUnits, AnnouncedAddressesOpenWhatTheyNeed) {
-    ModernReading const modern;
+    Reading const modern(reading_Modern);
     SplitProgram const program(GetParam(), 5);
     for (unsigned int i = 0; i < 5; ++i) {
         std::filesystem::remove(program.splitFile(i));
@@ -143,7 +143,7 @@ TEST_P(SplitUnits, AnnouncedAddressesOpenWhatTheyNeed) {
 
 /// The same files whole, and with bytes cut off and flipped, in the split units and in the skeletons.
 TEST_P(SplitUnits, CutAndFlippedSections) {
-    ModernReading const modern;
+    Reading const modern(reading_Modern);
     SplitProgram const program(GetParam(), 1);
     std::string const good = contentOf(program.splitFile(0));
     std::mt19937 random(7);
@@ -175,7 +175,7 @@ TEST_P(SplitUnits, CutAndFlippedSections) {
 INSTANTIATE_TEST_SUITE_P(Compilers, SplitUnits, testing::Values("g++ -gdwarf-4", "g++ -gdwarf-5", "clang++ -gdwarf-5"));
 
 TEST(SplitPackage, RowsThatDoNotHoldTheUnit) {
-    ModernReading const modern;
+    Reading const modern(reading_Modern);
     SplitProgram const program("g++ -gdwarf-5", 1);
     PackageOf const good(program.splitFile(0));
     std::filesystem::remove(program.splitFile(0));
@@ -218,7 +218,7 @@ TEST(SplitPackage, RowsThatDoNotHoldTheUnit) {
 }
 
 TEST(SplitPackage, RandomIndices) {
-    ModernReading const modern;
+    Reading const modern(reading_Modern);
     SplitProgram const program("g++ -gdwarf-5", 1);
     PackageOf package(program.splitFile(0));
     std::filesystem::remove(program.splitFile(0));

@@ -4,6 +4,7 @@
 #include "format/orv_elf_relocations.h"
 #include "format/orv_fflelf.h"
 #include "support/orv_elf_builder.h"
+#include "support/orv_modern.h"
 #include "support/orv_test_support.h"
 
 #include <algorithm>
@@ -17,18 +18,6 @@ namespace {
 
 std::uint64_t const k_codeFlags = SHF_ALLOC | SHF_EXECINSTR;
 std::uint64_t const k_dataFlags = SHF_ALLOC | SHF_WRITE;
-
-/// The reading for what is loaded while it lives.
-class Reading {
-public:
-    explicit Reading(reading_t wanted) { setReading(wanted); }
-    ~Reading() { setReading(m_before); }
-    Reading(Reading const&) = delete;
-    Reading& operator=(Reading const&) = delete;
-
-private:
-    reading_t m_before = reading();
-};
 
 SymMgrObjectPtr<ElfHelper> helperOf(std::string const& path, reading_t wanted = reading_Modern,
                                     ElfHelper const* module = nullptr) {

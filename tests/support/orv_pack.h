@@ -5,8 +5,7 @@
 #pragma once
 
 #include "support/orv_elf_builder.h"
-
-#include "orv/orv_reading.h"
+#include "support/orv_modern.h"
 
 #include <string>
 #include <zlib.h>
@@ -18,18 +17,6 @@
 #endif
 
 namespace orv_test {
-
-/// Another reading for what is loaded as long as it lives.
-class Reading {
-public:
-    explicit Reading(ORV_3_30::reading_t reading) : m_before(ORV_3_30::reading()) { ORV_3_30::setReading(reading); }
-    ~Reading() { ORV_3_30::setReading(m_before); }
-    Reading(Reading const&) = delete;
-    Reading& operator=(Reading const&) = delete;
-
-private:
-    ORV_3_30::reading_t m_before;
-};
 
 /// A stream of zlib's.
 inline std::string zlibOf(std::string const& content) {

@@ -3,8 +3,8 @@
 /// Programs with object files of split units, and packages of those, built by a compiler.
 #pragma once
 
-#include "orv/orv_reading.h"
 #include "support/orv_elf_builder.h"
+#include "support/orv_modern.h"
 #include "support/orv_test_support.h"
 
 #include <cstring>
@@ -15,18 +15,6 @@
 #include <stdexcept>
 
 namespace orv_test {
-
-/// The modern reading, for what is loaded while this lives.
-class ModernReading {
-public:
-    ModernReading() { setReading(reading_Modern); }
-    ~ModernReading() { setReading(m_before); }
-    ModernReading(ModernReading const&) = delete;
-    ModernReading& operator=(ModernReading const&) = delete;
-
-private:
-    reading_t m_before = reading();
-};
 
 inline std::string contentOf(std::string const& path) {
     std::ifstream in(path, std::ios::binary);

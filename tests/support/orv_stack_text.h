@@ -7,6 +7,7 @@
 #pragma once
 
 #include "support/orv_assembler.h"
+#include "support/orv_modern.h"
 
 namespace orv_test {
 
@@ -64,18 +65,6 @@ inline std::string array(std::string const& type, std::vector<char const*> const
     return label(type) + entry(DW_TAG_array_type, {typeAttr("int")}, ranges);
 }
 
-/// With another reading for what is loaded meanwhile.
-class ReadingScope {
-public:
-    explicit ReadingScope(reading_t asked) : m_before(reading()) { setReading(asked); }
-    ~ReadingScope() { setReading(m_before); }
-    ReadingScope(ReadingScope const&) = delete;
-    ReadingScope& operator=(ReadingScope const&) = delete;
-
-private:
-    reading_t m_before;
-};
-
 /// A module with one function whose frame is made up: 0x7000 in the stack pointer, 0x8000 in the frame pointer.
 class FakeFrame {
 public:
@@ -117,7 +106,7 @@ public:
 
 private:
     Assembled m_file;
-    ReadingScope m_reading;
+    Reading m_reading;
     SymMgrObjectPtr<IModuleSymbolBank> m_bank = bankOf(m_file.path(), load_flags_NewLoader);
     SymMgrObjectPtr<IStackFrameContext> m_context = IStackFrameContext::create();
     SymMgrObjectPtr<ISymbol> m_symbol;

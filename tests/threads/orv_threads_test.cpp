@@ -429,7 +429,7 @@ TEST(Threads, OneBinaryAsSeveralKernels) {
 
 /// Files of split units are opened in the first load, whoever asks first, and their sections when they are needed.
 TEST(Threads, SplitFilesFromTheFirstQueryOn) {
-    ModernReading const modern;
+    Reading const modern(reading_Modern);
     for (char const* const compiler : {"g++ -gdwarf-4", "g++ -gdwarf-5"}) {
         SplitProgram const program(compiler, 12);
         std::filesystem::remove(program.splitFile(11));
